@@ -1,0 +1,68 @@
+#include "pellix/Command.h"
+
+#include <system_error>
+
+#include "daemon/LogLine.h"
+
+namespace pellix {
+
+namespace {
+
+// On purpose: the master's own separator, odd as it looks.
+constexpr const char* kArgumentSeparator = ",-f";
+
+std::string JoinArguments(const std::vector<std::string>& arguments) {
+    std::string joined;
+    for (const std::string& argument : arguments) {
+        if (&argument != &arguments.front()) {
+            joined += kArgumentSeparator;
+        }
+        joined += argument;
+    }
+    return joined;
+}
+
+}  // namespace
+
+Command::Command(const std::string& key, int form, const std::vector<std::string>& values)
+    : created(std::chrono::steady_clock::now()), name(key), type(form), arguments(values) {}
+
+std::string Command::FormatLine() const {
+    switch (type) {
+        case kCall:
+            return name + "(" + JoinArguments(arguments) + ")\n";
+        case kQuery:
+            return name + "?\n";
+        case kAssignment:
+            return name + "=" + (arguments.empty() ? "" : arguments.front()) + "\n";
+        default:
+            return "\n";
+    }
+}
+
+std::chrono::nanoseconds Command::GetAge() const {
+    return std::chrono::steady_clock::now() - created;
+}
+
+void Command::SetState(int newState) {
+    try {
+        const std::lock_guard<std::mutex> lock(mutex);
+        state = newState;
+        condition.notify_all();
+    } catch (const std::system_error&) {
+        LogLine() << "Exception occured in "
+                  << "SetCommandState";
+    }
+}
+
+void Command::Fail(int newStatus) {
+    status = newStatus;
+    SetState(kFailed);
+}
+
+void Command::WaitForDone(std::chrono::milliseconds slice) {
+    std::unique_lock<std::mutex> lock(mutex);
+    condition.wait_for(lock, slice, [this] { return IsDone(); });
+}
+
+}  // namespace pellix

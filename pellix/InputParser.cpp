@@ -1,0 +1,195 @@
+#include "pellix/InputParser.h"
+
+#include <chrono>
+#include <string_view>
+#include <thread>
+
+#include "daemon/LogLine.h"
+#include "pellix/CatchAll.h"
+#include "pellix/CommandHandler.h"
+#include "pellix/DeviceHandler.h"
+#include "pellix/Protocol.h"
+
+namespace pellix {
+
+namespace {
+
+constexpr std::chrono::milliseconds kIdlePause{4};
+constexpr std::uint32_t kEmptyReadsBeforeReopen = 10;
+constexpr std::uint32_t kPdinPerSignOfLife = 2500;
+
+int State(const std::stringstream& stream) {
+    return static_cast<int>(stream.rdstate());
+}
+
+void Pause() {
+    std::this_thread::sleep_for(kIdlePause);
+}
+
+/// Field `number` of a status line, whose fields are separated by single blanks; empty if missing.
+std::string Field(std::string_view text, int number) {
+    for (; number > 0; --number) {
+        const std::size_t blank = text.find(' ');
+        if (blank == std::string_view::npos) {
+            return {};
+        }
+        text.remove_prefix(blank + 1);
+    }
+    return std::string(text.substr(0, text.find(' ')));
+}
+
+}  // namespace
+
+InputParser::InputParser(Connection& input, DeviceHandler& model, CommandHandler& handler)
+    : connection(input), deviceHandler(model), commands(handler) {}
+
+void InputParser::Parse() {
+    if (linesLeft || ReadInput()) {
+        HandleLines();
+    }
+}
+
+/// @return whether there is input to cut into lines
+bool InputParser::ReadInput() {
+    if (reopenRequested) {
+        if (!TryReopen()) {
+            Pause();
+            return false;
+        }
+        reopenRequested = false;
+    }
+    const std::string data = connection.Read();
+    if (data.empty()) {
+        LogLine() << "Parser: No input data";
+        if (++emptyReads <= kEmptyReadsBeforeReopen) {
+            Pause();
+            return false;
+        }
+        reopenRequested = !TryReopen();
+        emptyReads = 0;
+        if (reopenRequested) {
+            Pause();
+        }
+        return false;
+    }
+    emptyReads = 0;
+    return Append(data);
+}
+
+bool InputParser::TryReopen() {
+    return !CatchAll([this] { connection.Reopen(); });
+}
+
+bool InputParser::Append(const std::string& data) {
+    if (!inputStream.good()) {
+        LogLine() << "Clearing previous input stream error: " << State(inputStream);
+        inputStream.clear();
+    }
+    inputStream.str(std::string());  // all of it has been read; a stream never frees that by itself
+    inputStream << remainder << data;
+    if (!inputStream.good()) {
+        LogLine() << "Error after adding input to stream: " << State(inputStream);
+        LogLine() << "Trying to clear stream";
+        inputStream.clear();
+        inputStream.str(std::string());
+        inputStream << remainder << data;
+        if (!inputStream.good()) {
+            LogLine() << "Failed to add input after clearing stream: " << State(inputStream)
+                      << ". Creating new stream object.";
+            inputStream = std::stringstream();
+            return false;
+        }
+    }
+    remainder.clear();
+    return true;
+}
+
+void InputParser::HandleLines() {
+    linesLeft = true;
+    while (inputStream.good()) {
+        std::getline(inputStream, line);
+        if (!inputStream.good()) {
+            break;
+        }
+        if (line.empty()) {
+            LogLine() << "Line length is 0 without eof";
+            continue;
+        }
+        HandleLine(line);
+    }
+    linesLeft = false;
+    SettleStream();
+}
+
+/// On purpose: a last line without its line feed has been read and is lost; the stream stays at
+/// its end until the next input comes.
+void InputParser::SettleStream() {
+    if (!inputStream.fail()) {  // neither fail nor bad bit
+        return;
+    }
+    if (inputStream.eof()) {
+        if (!line.empty()) {
+            LogLine() << "Keeping remaining string: " << line;
+            remainder = line;
+        }
+        inputStream.clear();
+    } else {
+        LogLine() << "getline() failed";
+    }
+    if (inputStream.bad()) {
+        LogLine() << "getline() put stream into bad state";
+        inputStream.str(std::string());
+    }
+}
+
+void InputParser::HandleLine(std::string_view text) {
+    const bool eventLine = text.starts_with('@');
+    if (eventLine) {
+        text.remove_prefix(1);
+    } else {
+        LogLine() << "Parsing line: " << text;
+    }
+    const std::string_view word = text.substr(0, 3);
+    if (word == "ACK") {
+        const std::string name = Field(text, 1);
+        LogLine() << "ACK"
+                  << ":" << name;
+        commands.OnAcknowledged(name);
+    } else if (word == "FIN") {
+        const std::string name = Field(text, 1);
+        LogLine() << "FIN"
+                  << ":" << name;
+        commands.OnFinished(name);
+    } else if (word == "ERR") {
+        const std::string name = Field(text, 1);
+        LogLine() << "ERR"
+                  << ":" << name;
+        commands.OnError(name, Field(text, 2));
+    } else {
+        HandleData(text, eventLine);
+    }
+}
+
+/// On purpose: the value ends at a second "=".
+void InputParser::HandleData(std::string_view text, bool eventLine) {
+    const std::size_t equals = text.find('=');
+    key = text.substr(0, equals);
+    const std::string_view rest =
+        equals == std::string_view::npos ? std::string_view() : text.substr(equals + 1);
+    value = rest.substr(0, rest.find('='));
+
+    if (key == kKeyPdin) {
+        if (pdinCount > kPdinPerSignOfLife) {
+            pdinCount = 0;
+            LogLine() << "PDIN active";
+        } else {
+            ++pdinCount;
+        }
+    }
+    deviceHandler.HandleResponse(key, value);
+    if (!eventLine) {
+        commands.OnFinished(key);
+    }
+}
+
+}  // namespace pellix

@@ -1,0 +1,152 @@
+#include "pellix/LinkRegistry.h"
+
+#include <algorithm>
+#include <chrono>
+
+#include "daemon/LogLine.h"
+#include "pellix/CatchAll.h"
+#include "pellix/Protocol.h"
+
+using pellix::CatchAll;
+using pellix::Pellix;
+
+namespace {
+
+constexpr std::chrono::milliseconds kLookupTimeout{100};
+constexpr int kAddFailed = -1;
+
+}  // namespace
+
+LinkInUse LinkRegistry::GetLink(const std::string& deviceString) {
+    const std::unique_lock<std::timed_mutex> lock(mutex, kLookupTimeout);
+    if (!lock) {
+        LogLine() << "Timeout while trying to acquire lock within 100 ms";
+        return nullptr;
+    }
+    for (Pellix* const link : links) {
+        if (link != nullptr && link->GetDeviceString() == deviceString &&
+            Pellix::IsMasterProduct(link->GetID())) {
+            link->Pin();
+            return LinkInUse(link);
+        }
+    }
+    LogLine() << "Device '" << deviceString << "' not found";
+    return nullptr;
+}
+
+std::vector<std::string> LinkRegistry::GetGrippers() {
+    std::vector<std::string> deviceStrings;
+    const std::lock_guard<std::timed_mutex> lock(mutex);
+    for (Pellix* const link : links) {
+        if (link == nullptr) {
+            continue;
+        }
+        if (!Pellix::IsMasterProduct(link->GetID())) {
+            LogLine() << "Invalid device ID";
+            link->RequestID();
+            continue;
+        }
+        std::string deviceString = link->GetDeviceString();
+        if (!deviceString.empty()) {
+            deviceStrings.push_back(std::move(deviceString));
+        } else if (link->IsConnected()) {
+            LogLine() << "Device string is empty (but device connected)";
+        } else {
+            LogLine() << "Device string is empty (device not connected)";
+        }
+    }
+    return deviceStrings;
+}
+
+int LinkRegistry::AddDevice(const std::string& node) {
+    if (HasLink(node)) {
+        LogLine() << "PELLIX has a link already: " << node;
+        return 0;
+    }
+    std::unique_ptr<Pellix> link;
+    unsigned result = pellix::kResultOk;
+    if (CatchAll([&] {
+            link = std::make_unique<Pellix>(node);
+            result = link->Init();
+        })) {
+        LogLine() << "Failed to initialize PELLIX";
+        return kAddFailed;
+    }
+    if (result != pellix::kResultOk) {
+        link.reset();
+        LogLine() << "Failed to initialize new device: " << result;
+        return static_cast<int>(result);
+    }
+    // On purpose: the caller hears of success; the link is gone.
+    if (CatchAll([&] { Append(std::move(link)); })) {
+        LogLine() << "Failed to add PELLIX to list";
+    }
+    return 0;
+}
+
+bool LinkRegistry::HasLink(const std::string& node) {
+    const std::lock_guard<std::timed_mutex> lock(mutex);
+    return std::ranges::any_of(links, [&node](const Pellix* link) {
+        return link != nullptr && link->GetPortName() == node;
+    });
+}
+
+void LinkRegistry::Append(std::unique_ptr<Pellix> link) {
+    const std::lock_guard<std::timed_mutex> lock(mutex);
+    if (!closed) {
+        links.push_back(link.get());
+        (void)link.release();  // links owns it from here
+    }
+}
+
+void LinkRegistry::RemoveDevice(const std::string& node) {
+    std::unique_lock<std::timed_mutex> lock(mutex);
+    LogLine() << "Removing " << node;
+    // On purpose: the entry that moves into a freed place is not looked at; nodes are unique.
+    for (std::size_t i = 0; i < links.size(); ++i) {
+        if (links[i] == nullptr || links[i]->GetPortName() != node) {
+            continue;
+        }
+        if (CatchAll([&] { Remove(i, lock); })) {
+            LogLine() << "Failed to remove PELLIX from list: " << node;
+        }
+    }
+}
+
+/// Calls that use the link come back without the lock being held, so that calls to other links go
+/// on; nobody can find the link any more by then.
+void LinkRegistry::Remove(std::size_t position, std::unique_lock<std::timed_mutex>& lock) {
+    std::unique_ptr<Pellix> link(links[position]);
+    links.erase(links.begin() + static_cast<std::ptrdiff_t>(position));
+    LogLine() << "PELLIX removed: " << link->GetPortName();
+    link->Stop();
+    if (link->IsPinned()) {
+        lock.unlock();
+        link->WaitUntilUnpinned();
+        lock.lock();
+    }
+    link.reset();
+}
+
+std::unique_lock<std::timed_mutex> LinkRegistry::Close() {
+    std::unique_lock<std::timed_mutex> lock(mutex);
+    closed = true;
+    // On purpose: the list shrinks while i grows, so with several links only every other one is
+    // destroyed; the rest is left to the end of the process. Those that go end their threads at
+    // the same time: one after the other, silent masters would hold up the stop for seconds.
+    for (std::size_t position = 0; position < links.size(); position += 2) {
+        if (links[position] != nullptr) {
+            links[position]->EndThreads();
+        }
+    }
+    for (std::size_t i = 1; i <= links.size(); ++i) {
+        if (CatchAll([&] {
+                const std::unique_ptr<Pellix> link(links[i - 1]);
+                links.erase(links.begin() + static_cast<std::ptrdiff_t>(i - 1));
+                LogLine() << "PELLIX " << i - 1 << " removed";
+            })) {
+            LogLine() << "Failed to remove PELLIX " << i - 1 << " from queue";
+        }
+    }
+    return lock;
+}

@@ -1,0 +1,152 @@
+#include "pellix/Protocol.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <limits>
+
+namespace pellix {
+
+namespace {
+
+constexpr std::array kModeNames = {"DL_NONE",    "DL_ESTABCOMM", "DL_STARTUP", "DL_PREOPERATE",
+                                   "DL_OPERATE", "DL_FALLBACK",  "DL_BLMODE",  "DL_POWERFAULT"};
+
+constexpr unsigned kNoDigit = 99;
+
+unsigned DigitValue(char c) {
+    if (c >= '0' && c <= '9') {
+        return static_cast<unsigned>(c - '0');
+    }
+    if (c >= 'a' && c <= 'f') {
+        return static_cast<unsigned>(c - 'a') + 10;
+    }
+    if (c >= 'A' && c <= 'F') {
+        return static_cast<unsigned>(c - 'A') + 10;
+    }
+    return kNoDigit;
+}
+
+std::string_view SkipBlanks(std::string_view text) {
+    const std::size_t start = text.find_first_not_of(" \t\r\v\f");
+    return start == std::string_view::npos ? std::string_view() : text.substr(start);
+}
+
+/// Text between the first "[" at or after `start` and the next "]".
+struct Brackets {
+    std::string_view content;
+    std::size_t end;  ///< position after the "]"
+};
+
+std::optional<Brackets> FindBrackets(std::string_view text, std::size_t start) {
+    const std::size_t open = text.find('[', start);
+    const std::size_t close = open == std::string_view::npos ? open : text.find(']', open);
+    if (close == std::string_view::npos) {
+        return std::nullopt;
+    }
+    return Brackets{text.substr(open + 1, close - open - 1), close + 1};
+}
+
+template <typename Element>
+std::optional<std::vector<Element>> ReadList(std::string_view text, unsigned base) {
+    if (!text.starts_with('[')) {
+        return std::nullopt;
+    }
+    const auto brackets = FindBrackets(text, 0);
+    if (!brackets) {
+        return std::nullopt;
+    }
+    std::vector<Element> elements;
+    std::string_view rest = brackets->content;
+    if (rest.empty()) {
+        return elements;
+    }
+    elements.reserve(static_cast<std::size_t>(std::count(rest.begin(), rest.end(), ',')) + 1);
+    for (;;) {
+        const std::size_t comma = rest.find(',');
+        elements.push_back(static_cast<Element>(ReadUnsigned(rest.substr(0, comma), base)));
+        if (comma == std::string_view::npos) {
+            return elements;
+        }
+        rest.remove_prefix(comma + 1);
+    }
+}
+
+}  // namespace
+
+std::string ModeName(int mode) {
+    const bool known = mode >= 0 && static_cast<std::size_t>(mode) < kModeNames.size();
+    return known ? kModeNames[static_cast<std::size_t>(mode)] : "[unknown]";
+}
+
+std::string FormatByteList(const std::vector<std::uint8_t>& bytes) {
+    std::string text = "[";
+    for (const std::uint8_t byte : bytes) {
+        if (text.size() > 1) {
+            text += ',';
+        }
+        std::array<char, 2> digits;
+        char* const end =
+            std::to_chars(digits.data(), digits.data() + digits.size(), unsigned{byte}, 16).ptr;
+        text.append(digits.data(), end);
+    }
+    text += ']';
+    return text;
+}
+
+std::string FormatParameterKey(ParameterAddress address) {
+    return kKeyParameter + ("[" + std::to_string(address.index)) + "][" +
+           std::to_string(address.subindex) + "]";
+}
+
+std::uint32_t ReadUnsigned(std::string_view text, unsigned base) {
+    text = SkipBlanks(text);
+    if (base == 16 && (text.starts_with("0x") || text.starts_with("0X"))) {
+        text.remove_prefix(2);
+    }
+    std::uint32_t value = 0;
+    for (const char c : text) {
+        const unsigned digit = DigitValue(c);
+        if (digit >= base) {
+            break;
+        }
+        value = value * base + digit;  // wraps: the low bits stay exact
+    }
+    return value;
+}
+
+int ReadSigned(std::string_view text) {
+    text = SkipBlanks(text);
+    if (text.starts_with('+')) {
+        text.remove_prefix(1);
+    }
+    int value = 0;
+    const auto read = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (read.ec == std::errc::result_out_of_range) {
+        return text.starts_with('-') ? std::numeric_limits<int>::min()
+                                     : std::numeric_limits<int>::max();
+    }
+    return value;
+}
+
+std::optional<std::vector<std::uint8_t>> ReadByteList(std::string_view text) {
+    return ReadList<std::uint8_t>(text, 16);
+}
+
+std::optional<std::vector<std::uint32_t>> ReadNumberList(std::string_view text) {
+    return ReadList<std::uint32_t>(text, 10);
+}
+
+std::optional<ParameterAddress> ReadParameterKey(std::string_view key) {
+    if (key.substr(0, key.find('[')) != kKeyParameter) {
+        return std::nullopt;
+    }
+    const auto index = FindBrackets(key, 0);
+    const auto subindex = index ? FindBrackets(key, index->end) : std::nullopt;
+    if (!subindex) {
+        return std::nullopt;
+    }
+    return ParameterAddress{ReadUnsigned(index->content, 10), ReadUnsigned(subindex->content, 10)};
+}
+
+}  // namespace pellix

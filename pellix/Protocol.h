@@ -1,0 +1,83 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+/// The texts and encodings of the PELLIX line protocol. Pure functions; any thread may call.
+namespace pellix {
+
+/// Results of link requests. Any other number is the master's own error code.
+enum Result : unsigned {
+    kResultOk = 0,
+    kResultTimeout = 5,     ///< the master did not finish the command within its time
+    kResultNoCommand = 12,  ///< nothing could be sent
+    kResultBadPdout = 21,   ///< the stored PDOUT is not two bytes long; nothing was sent
+};
+
+/// IO-Link data-link modes as the master codes them.
+enum Mode : int {
+    kModeNone = 0,
+    kModeEstablishCommunication = 1,
+    kModeStartup = 2,
+    kModePreoperate = 3,
+    kModeOperate = 4,  ///< the only mode in which process data is valid
+    kModeFallback = 5,
+    kModeBlockMode = 6,
+    kModePowerFault = 7,
+};
+
+inline constexpr const char* kKeyId = "ID";
+inline constexpr const char* kKeyMode = "MODE";
+inline constexpr const char* kKeyDeviceInfo = "DEVINFO";
+inline constexpr const char* kKeyPdin = "PDIN";
+inline constexpr const char* kKeyPdout = "PDOUT";
+inline constexpr const char* kKeyParameter = "PARAM";
+inline constexpr const char* kKeyDoutInfo = "DOUTINFO";
+inline constexpr const char* kKeyRobInput = "ROBINPUT";
+inline constexpr const char* kKeyRobOutput = "ROBOUTPUT";
+inline constexpr const char* kKeyStoreConfig = "STORECONFIG";
+inline constexpr const char* kKeySysReset = "SYSRESET";
+inline constexpr const char* kKeyOperate = "OPERATE";
+inline constexpr const char* kKeyRestart = "RESTART";
+inline constexpr const char* kKeyFallback = "FALLBACK";
+
+/// ISDU address of a parameter.
+struct ParameterAddress {
+    unsigned index;
+    unsigned subindex;
+};
+
+inline constexpr ParameterAddress kProductId{19, 0};
+inline constexpr ParameterAddress kSerialNumber{21, 0};
+
+/// "DL_OPERATE" and so on; "[unknown]" for a code outside the table.
+std::string ModeName(int mode);
+
+/// "[a,ff]": lower-case hexadecimal without leading zeros; "[]" for no bytes.
+std::string FormatByteList(const std::vector<std::uint8_t>& bytes);
+
+/// "PARAM[19][0]".
+std::string FormatParameterKey(ParameterAddress address);
+
+/// Leading number of `text` in `base` (10 or 16), reduced modulo 2^32; 0 when there is none.
+/// Leading blanks are skipped; base 16 takes either case and a prefix of zero and x.
+std::uint32_t ReadUnsigned(std::string_view text, unsigned base);
+
+/// Leading signed decimal number of `text`, cut to the range of int; 0 when there is none.
+int ReadSigned(std::string_view text);
+
+/// Bytes of a list that begins with "[" and ends at the next "]", each cut to its low 8 bits.
+/// @return nothing when a bracket is missing
+std::optional<std::vector<std::uint8_t>> ReadByteList(std::string_view text);
+
+/// As ReadByteList(), with decimal 32-bit elements.
+std::optional<std::vector<std::uint32_t>> ReadNumberList(std::string_view text);
+
+/// Address in a key of the form "PARAM[19][0]"; nothing when the text before the first "[" is not
+/// exactly "PARAM" or a bracket is missing.
+std::optional<ParameterAddress> ReadParameterKey(std::string_view key);
+
+}  // namespace pellix

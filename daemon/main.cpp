@@ -1,0 +1,73 @@
+#include <pthread.h>
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+
+#include "Revision.h"
+#include "daemon/AbyssServer.h"
+#include "daemon/LogLine.h"
+#include "daemon/Process.h"
+#include "daemon/Version.h"
+#include "pellix/GripperManager.h"
+
+namespace {
+
+constexpr unsigned kPort0 = 44221;
+constexpr unsigned kPort1 = 44222;
+
+void LogBanner() {
+    LogLine() << "Starting TavrikDaemon (2-port)";
+    LogLine() << "Daemon version: " << TAVRIK_VERSION;
+    LogLine() << "Daemon revision: " << TAVRIK_REVISION;
+    LogLine() << "Daemon build date: " << __DATE__ << " at " << __TIME__;
+}
+
+/// A daemon that was started with SIGINT ignored goes on ignoring it.
+void InstallHandler() {
+    if (std::signal(SIGINT, SIG_IGN) != SIG_IGN) {
+        std::signal(SIGINT, TavrikDaemon::handler);
+    }
+}
+
+bool StartServer(pthread_t& thread, AbyssServer& server) {
+    return pthread_create(&thread, nullptr, TavrikDaemon::runServer, &server) == 0;
+}
+
+}  // namespace
+
+int main() {
+    TavrikDaemon::keepStandardDescriptors();
+    std::signal(SIGPIPE, SIG_IGN);                  // clients and log readers hang up at any time
+    std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);  // the HTTP library's lines come whole as well
+    LogBanner();
+    TavrikDaemon::gripperManager = new GripperManager;
+    InstallHandler();
+    std::atexit(TavrikDaemon::shutdown);
+
+    AbyssServer abyssServer0(TavrikDaemon::gripperManager, kPort0);
+    AbyssServer abyssServer1(TavrikDaemon::gripperManager, kPort1);
+    pthread_t thread0{};
+    pthread_t thread1{};
+    if (!StartServer(thread0, abyssServer0)) {
+        std::fputs("Couldn't create abyss server 0 pthread\n", stderr);
+        return EXIT_FAILURE;
+    }
+    if (!StartServer(thread1, abyssServer1)) {
+        abyssServer0.waitUntilRunning();  // terminated earlier, it would serve for ever
+        abyssServer0.terminate();
+        pthread_join(thread0, nullptr);
+        std::fputs("Couldn't create abyss server 1 pthread\n", stderr);
+        return EXIT_FAILURE;
+    }
+    abyssServer0.waitUntilRunning();  // who reads "started" may stop the daemon at once
+    abyssServer1.waitUntilRunning();
+    TavrikDaemon::server0 = &abyssServer0;
+    TavrikDaemon::server1 = &abyssServer1;
+    LogLine() << "TavrikDaemon started";
+    pthread_join(thread0, nullptr);
+    pthread_join(thread1, nullptr);
+    LogLine() << "TavrikDaemon stopped";
+    TavrikDaemon::retireServers();
+    return TavrikDaemon::exitStatus;
+}

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <unistd.h>
+
+#include <utility>
+
+namespace simulator {
+
+/// Owns a file descriptor; -1 for none.
+class FileDescriptor {
+public:
+    FileDescriptor() = default;
+    explicit FileDescriptor(int openDescriptor) : descriptor(openDescriptor) {}
+    FileDescriptor(FileDescriptor&& other) noexcept
+        : descriptor(std::exchange(other.descriptor, -1)) {}
+    FileDescriptor& operator=(FileDescriptor&& other) noexcept {
+        std::swap(descriptor, other.descriptor);
+        return *this;
+    }
+    FileDescriptor(const FileDescriptor&) = delete;
+    FileDescriptor& operator=(const FileDescriptor&) = delete;
+    ~FileDescriptor() { Close(); }
+
+    int Get() const { return descriptor; }
+    void Close() {
+        if (descriptor != -1) {
+            close(std::exchange(descriptor, -1));
+        }
+    }
+
+private:
+    int descriptor = -1;
+};
+
+}  // namespace simulator

@@ -1,0 +1,300 @@
+#include "simulator/SimulatedGripper.h"
+
+#include <algorithm>
+#include <cmath>
+#include <string>
+
+namespace simulator {
+
+namespace {
+
+constexpr unsigned kGripBit = 0x01;
+constexpr unsigned kEnableBit = 0x02;
+constexpr unsigned kReferenceBit = 0x04;
+constexpr unsigned kHoldfastBit = 0x10;
+constexpr unsigned kPresetShift = 5;
+
+constexpr unsigned kSetBase = 0x60;
+constexpr unsigned kNoPartLimit = 1;
+constexpr unsigned kReleaseLimit = 2;
+constexpr unsigned kForce = 3;
+constexpr unsigned kSetCount = 8;
+
+constexpr unsigned kDriveIndex = 0x40;
+constexpr unsigned kGripOverride = 1;
+constexpr unsigned kReleaseOverride = 2;
+constexpr unsigned kReferenceDirection = 3;
+
+constexpr ParameterKey kChecksumKey{3, 4};
+constexpr ParameterKey kSystemCommandKey{2, 0};
+constexpr std::uint8_t kStoreCommand = 0xe0;
+
+constexpr double kHundredthsPerMillimetre = 100.0;
+constexpr double kReferenceSpeedFactor = 0.5;
+constexpr double kPowerUpPosition = 10.0;
+constexpr double kLimitMargin = 2.0;
+
+Bytes TextBytes(std::string_view text) {
+    return {text.begin(), text.end()};
+}
+
+Bytes HundredthsBytes(double millimetres) {
+    const auto raw = static_cast<unsigned>(std::lround(millimetres * kHundredthsPerMillimetre));
+    return {static_cast<std::uint8_t>(raw >> 8U & 0xffU), static_cast<std::uint8_t>(raw & 0xffU)};
+}
+
+Bytes LittleEndianBytes(std::uint32_t number) {
+    Bytes bytes;
+    for (unsigned shift = 0; shift < 32; shift += 8) {
+        bytes.push_back(static_cast<std::uint8_t>(number >> shift & 0xffU));
+    }
+    return bytes;
+}
+
+}  // namespace
+
+std::string_view StateName(GripperState state) {
+    switch (state) {
+        case GripperState::Off:
+            return "off";
+        case GripperState::NeedsReference:
+            return "needs reference";
+        case GripperState::Referencing:
+            return "referencing";
+        case GripperState::Releasing:
+            return "releasing";
+        case GripperState::Released:
+            return "released";
+        case GripperState::Gripping:
+            return "gripping";
+        case GripperState::Holding:
+            return "holding";
+        case GripperState::NoPart:
+            return "no part";
+        case GripperState::Ready:
+            return "ready";
+        case GripperState::Fault:
+            return "fault";
+    }
+    return "";
+}
+
+SimulatedGripper::SimulatedGripper(const GripperModel& gripperModel, const Bytes& product,
+                                   const Bytes& serial, TimePoint now)
+    : model(gripperModel), lastAdvance(now), speed(gripperModel.speed), position(kPowerUpPosition) {
+    DefineParameters(product, serial);
+    PowerUp(now);
+}
+
+void SimulatedGripper::DefineParameters(const Bytes& product, const Bytes& serial) {
+    using Access = ParameterStore::Access;
+    parameters.Define({16, 0}, TextBytes("Corvane"), Access::ReadOnly);
+    parameters.Define({18, 0}, TextBytes(model.name), Access::ReadOnly);
+    parameters.Define({19, 0}, product, Access::ReadOnly);
+    parameters.Define({21, 0}, serial, Access::ReadOnly);
+    parameters.Define(kChecksumKey, LittleEndianBytes(0), Access::ReadOnly);
+    parameters.Define({kDriveIndex, kGripOverride}, {100}, Access::SameLength);
+    parameters.Define({kDriveIndex, kReleaseOverride}, {100}, Access::SameLength);
+    for (unsigned index = kSetBase; index < kSetBase + kSetCount; ++index) {
+        parameters.Define({index, kNoPartLimit}, HundredthsBytes(kLimitMargin), Access::SameLength);
+        parameters.Define({index, kReleaseLimit}, HundredthsBytes(model.stroke - kLimitMargin),
+                          Access::SameLength);
+        if (model.adjustable) {
+            parameters.Define({index, kForce}, {50}, Access::SameLength);
+        }
+    }
+    if (model.adjustable) {
+        parameters.Define({kDriveIndex, kReferenceDirection}, {0}, Access::SameLength);
+    }
+    if (model.lightsAndHolding) {
+        for (unsigned index = kFirstLedIndex; index < kFirstLedIndex + kLedCount; ++index) {
+            for (unsigned setting = 1; setting <= kLedSettingCount; ++setting) {
+                parameters.Define({index, setting}, {0}, Access::SameLength);
+            }
+        }
+    }
+}
+
+void SimulatedGripper::PowerUp(TimePoint now) {
+    Advance(now);
+    parameters.PowerUp();
+    UpdateChecksum();
+    processOutput.assign(kProcessOutputLength, 0);
+    referenced = !model.adjustable;
+    referenceDone = false;
+    tripped = Flag(GripperFlag::Fault) || Flag(GripperFlag::TemperatureFault);
+    state = Move(0);
+}
+
+void SimulatedGripper::Advance(TimePoint now) {
+    const double seconds = std::chrono::duration<double>(now - lastAdvance).count();
+    lastAdvance = now;
+    state = Move(seconds);
+}
+
+void SimulatedGripper::SetProcessOutput(const Bytes& twoBytes) {
+    processOutput = twoBytes;
+    tripped = Flag(GripperFlag::Fault) || Flag(GripperFlag::TemperatureFault);
+    const bool stillRequested = OutputBit(kReferenceBit) && OutputBit(kEnableBit);
+    referenceDone = referenceDone && stillRequested;
+    state = Move(0);
+}
+
+GripperState SimulatedGripper::Move(double seconds) {
+    if (Flag(GripperFlag::Fault) || Flag(GripperFlag::TemperatureFault)) {
+        return GripperState::Fault;
+    }
+    const bool enabled = OutputBit(kEnableBit) && !tripped;
+    if (enabled && OutputBit(kReferenceBit) && model.adjustable && !referenceDone) {
+        return Reference(seconds);
+    }
+    if (!referenced) {
+        return GripperState::NeedsReference;
+    }
+    if (!enabled) {
+        const bool clamped = model.lightsAndHolding && OutputBit(kHoldfastBit) &&
+                             state == GripperState::Holding && part == position;
+        return clamped ? GripperState::Holding : GripperState::Off;
+    }
+    if (OutputBit(kReferenceBit)) {
+        return GripperState::Ready;
+    }
+    return OutputBit(kGripBit) ? Grip(seconds) : Release(seconds);
+}
+
+GripperState SimulatedGripper::Reference(double seconds) {
+    const bool inwards = ByteParameter({kDriveIndex, kReferenceDirection}, 0) != 0;
+    const double endStop = inwards ? 0.0 : model.stroke;
+    referenced = false;
+    const bool partInTheWay = inwards && part && position >= *part;
+    const bool arrived =
+        MoveTo(partInTheWay ? *part : endStop, speed * kReferenceSpeedFactor * seconds);
+    if (!arrived) {
+        return GripperState::Referencing;
+    }
+    referenceDone = true;
+    referenced = !partInTheWay;
+    return referenced ? GripperState::Ready : GripperState::NeedsReference;
+}
+
+GripperState SimulatedGripper::Grip(double seconds) {
+    const auto limit = Limit(kNoPartLimit);
+    if (!limit) {
+        return GripperState::Ready;
+    }
+    const bool partBetween = part && position >= *part && *part >= *limit;
+    const double stop = partBetween ? *part : std::min(*limit, position);
+    if (!MoveTo(stop, speed * OverrideFactor(kGripOverride) * seconds)) {
+        return GripperState::Gripping;
+    }
+    return partBetween ? GripperState::Holding : GripperState::NoPart;
+}
+
+GripperState SimulatedGripper::Release(double seconds) {
+    const auto limit = Limit(kReleaseLimit);
+    if (!limit) {
+        return GripperState::Ready;
+    }
+    const bool arrived = MoveTo(*limit, speed * OverrideFactor(kReleaseOverride) * seconds);
+    return arrived ? GripperState::Released : GripperState::Releasing;
+}
+
+/// @return true when the fingers stand at `target`.
+bool SimulatedGripper::MoveTo(double target, double distance) {
+    position += std::clamp(target - position, -distance, distance);
+    // The sum above may miss the target by a rounding error; the fingers do not.
+    constexpr double kRounding = 1e-9;
+    if (std::abs(target - position) < kRounding) {
+        position = target;
+    }
+    return position == target;
+}
+
+/// A limit of the parameter set that PDOUT names, held within the stroke; nothing without that set.
+std::optional<double> SimulatedGripper::Limit(unsigned subindex) const {
+    const Bytes* const bytes = parameters.Find({kSetBase + processOutput[1], subindex});
+    if (bytes == nullptr || bytes->size() != 2) {
+        return std::nullopt;
+    }
+    const auto raw = static_cast<std::int16_t>(bytes->front() << 8U | bytes->back());
+    return std::clamp(raw / kHundredthsPerMillimetre, 0.0, model.stroke);
+}
+
+double SimulatedGripper::OverrideFactor(unsigned subindex) const {
+    constexpr unsigned kWhole = 100;
+    return std::min(ByteParameter({kDriveIndex, subindex}, kWhole), kWhole) / double{kWhole};
+}
+
+unsigned SimulatedGripper::ByteParameter(ParameterKey key, unsigned fallback) const {
+    const Bytes* const bytes = parameters.Find(key);
+    return bytes != nullptr && bytes->size() == 1 ? bytes->front() : fallback;
+}
+
+Bytes SimulatedGripper::ProcessInput() const {
+    Bytes bytes = HundredthsBytes(position);
+    bytes.push_back(static_cast<std::uint8_t>(StatusByte()));
+    bytes.push_back(static_cast<std::uint8_t>(FlagNibble() << 4U | static_cast<unsigned>(state)));
+    return bytes;
+}
+
+/// Byte 2 of PDIN: referenced, moving, holdfast, enabled; its upper half tells how a motion ended.
+unsigned SimulatedGripper::StatusByte() const {
+    const bool moving = state == GripperState::Referencing || state == GripperState::Releasing ||
+                        state == GripperState::Gripping;
+    unsigned bits = 0;
+    bits |= referenced ? 0x01U : 0U;
+    bits |= moving ? 0x02U : 0U;
+    bits |= model.lightsAndHolding && OutputBit(kHoldfastBit) ? 0x04U : 0U;
+    bits |= OutputBit(kEnableBit) && !tripped ? 0x08U : 0U;
+    bits |= state == GripperState::Released ? 0x10U : 0U;
+    bits |= state == GripperState::NoPart ? 0x20U : 0U;
+    bits |= state == GripperState::Holding ? 0x40U : 0U;
+    bits |= state == GripperState::NeedsReference ? 0x80U : 0U;
+    return bits;
+}
+
+unsigned SimulatedGripper::FlagNibble() const {
+    unsigned bits = 0;
+    for (std::size_t flag = 0; flag < flags.size(); ++flag) {
+        bits |= flags[flag] ? 1U << flag : 0U;
+    }
+    return bits;
+}
+
+ErrorCode SimulatedGripper::WriteParameter(ParameterKey key, const Bytes& value) {
+    if (key != kSystemCommandKey) {
+        const ErrorCode result = parameters.Write(key, value);
+        UpdateChecksum();
+        return result;
+    }
+    if (value != Bytes{kStoreCommand}) {
+        return ErrorCode::BadArgument;
+    }
+    parameters.StoreRemanent();
+    return ErrorCode::None;
+}
+
+void SimulatedGripper::DefineParameter(ParameterKey key, const Bytes& value) {
+    parameters.Define(key, value, ParameterStore::Access::AnyLength);
+    checksumFixed = checksumFixed || key == kChecksumKey;
+    UpdateChecksum();
+}
+
+void SimulatedGripper::UpdateChecksum() {
+    if (!checksumFixed) {
+        parameters.Define(kChecksumKey, LittleEndianBytes(parameters.Checksum()),
+                          ParameterStore::Access::ReadOnly);
+    }
+}
+
+void SimulatedGripper::SetFlag(GripperFlag flag, bool on) {
+    flags[static_cast<std::size_t>(flag)] = on;
+    tripped = tripped || Flag(GripperFlag::Fault) || Flag(GripperFlag::TemperatureFault);
+    state = Move(0);
+}
+
+unsigned SimulatedGripper::LedPreset() const {
+    return processOutput[0] >> kPresetShift;
+}
+
+}  // namespace simulator

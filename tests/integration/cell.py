@@ -1,0 +1,274 @@
+"""A simulated cell with the daemon running in it: its processes, their output, its ports."""
+
+import json
+import os
+import re
+import select
+import signal
+import subprocess
+import threading
+import time
+import xmlrpc.client
+
+PORTS = (44221, 44222)
+
+# Sanitizers slow everything down; upper time bounds grow by this factor.
+SLOWNESS = float(os.environ.get("TAVRIK_SLOWNESS", "1"))
+PATIENCE = 15.0 * SLOWNESS  # seconds until an awaited condition counts as missing
+
+SANITIZER_REPORT = re.compile(r"(Address|Leak|Thread|UndefinedBehavior)Sanitizer|runtime error:")
+
+
+class Output:
+    """The lines of one output stream of the cell, as they arrive."""
+
+    def __init__(self, name, stream):
+        self.name = name
+        self.stream = stream
+        self.lines = []
+        self.partial_line = b""
+        self.ended = False
+        self.arrived = threading.Condition()
+        os.set_blocking(stream.fileno(), False)
+        self.reader = threading.Thread(target=self._read_on, daemon=True)
+        self.reader.start()
+
+    def _read_on(self):
+        with self.stream:
+            while not self.ended:
+                select.select([self.stream], [], [])
+                with self.arrived:
+                    self._read_what_is_there()
+
+    def _read_what_is_there(self):
+        while not self.ended:
+            try:
+                data = os.read(self.stream.fileno(), 65536)
+            except BlockingIOError:
+                break
+            self.ended = not data
+            end = b"\n" if self.ended and self.partial_line else b""
+            *lines, self.partial_line = (self.partial_line + data + end).split(b"\n")
+            self.lines += [line.decode("utf-8", "backslashreplace") for line in lines]
+        self.arrived.notify_all()
+
+    def mark(self):
+        """A place in the stream behind all that has been written so far; searches begin there."""
+        with self.arrived:
+            self._read_what_is_there()
+            return len(self.lines)
+
+    def since(self, mark):
+        with self.arrived:
+            return self.lines[mark:]
+
+    def matching(self, pattern, since=0):
+        """Every line from `since` on in which `pattern` is found."""
+        return [line for line in self.since(since) if re.search(pattern, line)]
+
+    def wait_for(self, pattern, since=0, count=1, timeout=PATIENCE):
+        """Waits until `pattern` was found in `count` lines from `since` on; returns the last."""
+        found = []
+        with self.arrived:
+            for line in self._lines_until(since, time.monotonic() + timeout):
+                if re.search(pattern, line):
+                    found.append(line)
+                    if len(found) == count:
+                        return line
+        reason = "before its end" if self.ended else f"within {timeout:g} s"
+        raise AssertionError(f"{self.name}: {len(found)} of {count} lines with {pattern!r} {reason}")
+
+    def _lines_until(self, position, deadline):
+        while True:
+            while position < len(self.lines):
+                yield self.lines[position]
+                position += 1
+            left = deadline - time.monotonic()
+            if self.ended or left <= 0:
+                return
+            self.arrived.wait(left)
+
+
+class Transport(xmlrpc.client.Transport):
+    """HTTP with a bound on every wait, so that a daemon that hangs fails a test."""
+
+    def make_connection(self, host):
+        connection = super().make_connection(host)
+        connection.timeout = 30 * SLOWNESS
+        return connection
+
+
+class Cell:
+    """pellix-sim with the daemon as its command. Output is read from the start.
+
+    `options` go to pellix-sim; `command` replaces the daemon's own command line; `stdout`
+    replaces the pipe from which the log is read.
+    """
+
+    def __init__(self, *options, command=None, environment=None, stdout=subprocess.PIPE):
+        self.simulator = os.environ["TAVRIK_SIMULATOR"]
+        self.daemon = os.environ["TAVRIK_DAEMON"]
+        self.clients = {}
+        self.ended = False
+        self.markers = 0
+        self.commands = threading.Lock()
+        # A session of its own, so that what hangs can be ended together.
+        self.process = subprocess.Popen(
+            [self.simulator, *options, "--", *(command or [self.daemon])],
+            env={**os.environ, **(environment or {})},
+            stdin=subprocess.PIPE, stdout=stdout, stderr=subprocess.PIPE,
+            start_new_session=True)
+        self.log = Output("standard output", self.process.stdout) if self.process.stdout else None
+        self.errors = Output("standard error", self.process.stderr)
+
+    # The simulator
+
+    def command(self, text):
+        """Has the simulator carry out one command and waits until it has taken effect."""
+        reply = self._ask(text)
+        if not reply.startswith("pellix-sim: ok"):
+            raise AssertionError(f"{text!r}: {reply}")
+
+    def show(self, number):
+        """What master `number` and its gripper are doing."""
+        return json.loads(self._ask(f"show {number}").removeprefix("pellix-sim: state "))
+
+    def master_sends(self, number, text):
+        """Has master `number` send a line; returns when the daemon has handled it.
+
+        What comes after it has been handled too is shown by a line with a key of its own, whose
+        command cannot be found. It is repeated because a NUL swallows what is read with it.
+        """
+        self.markers += 1
+        key = f"MARK{self.markers}"
+        self.command(rf"send {number} {text}\n")
+        wait_until(lambda: self.command(rf"send {number} {key}=\n") or
+                   self.log.matching(f"Active command {key} could not be found"), pause=0.02)
+
+    def _ask(self, text):
+        with self.commands:
+            mark = self.errors.mark()
+            self.process.stdin.write(text.encode() + b"\n")
+            self.process.stdin.flush()
+            return self.errors.wait_for("^pellix-sim: ", since=mark)
+
+    # The daemon
+
+    def client(self, port=PORTS[0]):
+        """The main thread's client of a port; one connection, kept until the cell stops."""
+        if port not in self.clients:
+            self.clients[port] = self.new_client(port)
+        return self.clients[port]
+
+    @staticmethod
+    def new_client(port=PORTS[0]):
+        return xmlrpc.client.ServerProxy(f"http://127.0.0.1:{port}/RPC2", transport=Transport())
+
+    def call(self, method, *arguments, port=PORTS[0]):
+        return getattr(self.client(port), method)(*arguments)
+
+    def call_apart(self, method, *arguments, port=PORTS[0]):
+        """A call on a connection of its own, for any thread."""
+        with self.new_client(port) as client:
+            return getattr(client, method)(*arguments)
+
+    def wait_until_serving(self):
+        self.log.wait_for("TavrikDaemon started")
+        for port in PORTS:
+            self.log.wait_for(f"Port number: {port}$")
+        for port in PORTS:
+            wait_until(lambda port=port: answers(port))
+
+    def wait_until_operating(self, count):
+        """Waits until `count` grippers have reached process data exchange since the start."""
+        self.log.wait_for(r"Pending command PDOUT deleted \(Status: 0\)", count=count)
+        # Handled late, it would finish the next request for PDOUT.
+        self.log.wait_for("FIN:PDOUT$", count=count)
+
+    def daemon_pid(self):
+        """The process id of the daemon, the simulator's only child."""
+        children = [int(pid) for pid in os.listdir("/proc")
+                    if pid.isdigit() and parent_of(pid) == self.process.pid]
+        if len(children) != 1:
+            raise AssertionError(f"children of the simulator: {children}")
+        return children[0]
+
+    def close_clients(self):
+        for client in self.clients.values():
+            client("close")()
+        self.clients.clear()
+
+    def stop(self, timeout=PATIENCE):
+        """Stops the daemon by SIGINT and checks that it went as it should."""
+        self.close_clients()
+        self.process.send_signal(signal.SIGINT)
+        self.expect_normal_end(timeout)
+
+    def expect_normal_end(self, timeout=PATIENCE):
+        status = self.wait_for_end(timeout)
+        if status != 0:
+            raise AssertionError(f"exit status {status}")
+        for line in ("TavrikDaemon::handler caught CTRL-C", "TavrikDaemon::shutdown"):
+            self.errors.wait_for(f"^{line}$")
+        if self.log:
+            self.log.wait_for(r"\d TavrikDaemon stopped$")
+            self.log.wait_for(r"\d GripperManager stopped$")
+
+    def wait_for_end(self, timeout=PATIENCE):
+        """Waits for the end of the cell; ends it by force and fails if it does not come."""
+        try:
+            return self.process.wait(timeout)
+        except subprocess.TimeoutExpired:
+            raise AssertionError(f"still running after {timeout:g} s") from None
+        finally:
+            self.end_by_force()
+
+    def end_by_force(self):
+        """Ends what is left of the cell and fails on a sanitizer's report."""
+        if self.ended:
+            return
+        self.ended = True
+        try:
+            os.killpg(self.process.pid, signal.SIGKILL)
+        except ProcessLookupError:
+            pass
+        self.process.wait()
+        self.process.stdin.close()
+        for output in self.outputs():
+            output.reader.join()
+        reports = self.errors.matching(SANITIZER_REPORT)
+        if reports:
+            raise AssertionError(f"sanitizer report: {reports[0]}")
+
+    def outputs(self):
+        return [output for output in (self.log, self.errors) if output]
+
+
+def parent_of(pid):
+    """The parent of process `pid`, None when it is gone."""
+    try:
+        with open(f"/proc/{pid}/stat", encoding="utf-8", errors="replace") as file:
+            return int(file.read().rpartition(")")[2].split()[1])
+    except (FileNotFoundError, ProcessLookupError):
+        return None
+
+
+def answers(port):
+    """Whether the daemon serves on `port`."""
+    try:
+        with Cell.new_client(port) as client:
+            return client.GetVersion().startswith("2.2.4 (")
+    except OSError:
+        return False
+
+
+def wait_until(condition, timeout=PATIENCE, pause=0.01):
+    """Polls `condition` until it is true; returns its value."""
+    deadline = time.monotonic() + timeout
+    while True:
+        value = condition()
+        if value:
+            return value
+        if time.monotonic() > deadline:
+            raise AssertionError(f"condition not met in {timeout:g} s")
+        time.sleep(pause)

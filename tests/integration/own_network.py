@@ -1,0 +1,41 @@
+"""Gives a program a network of its own, because the daemon's ports are fixed."""
+
+import fcntl
+import os
+import socket
+import struct
+import subprocess
+import sys
+
+ENTERED = "TAVRIK_OWN_NETWORK"
+
+SIOCSIFFLAGS = 0x8914
+IFF_UP = 0x1
+
+
+def enter():
+    """Starts this program again in a network namespace of its own, with its loopback up.
+
+    Where the system allows none, the program goes on with the host's loopback.
+    """
+    if ENTERED in os.environ:
+        raise_loopback()
+        return
+    for options in (["-n"], ["-rn"]):
+        if can_unshare(options):
+            os.environ[ENTERED] = "1"
+            os.execvp("unshare", ["unshare", *options, sys.executable, *sys.orig_argv[1:]])
+
+
+def can_unshare(options):
+    try:
+        attempt = subprocess.run(["unshare", *options, "true"], stderr=subprocess.DEVNULL)
+    except FileNotFoundError:
+        return False
+    return attempt.returncode == 0
+
+
+def raise_loopback():
+    request = struct.pack("16sH22x", b"lo", IFF_UP)
+    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as control:
+        fcntl.ioctl(control, SIOCSIFFLAGS, request)

@@ -1,0 +1,195 @@
+"""Clients that misbehave, many of them, and the other port meanwhile."""
+
+import contextlib
+import os
+import resource
+import socket
+import struct
+import threading
+import xmlrpc.client
+
+from cell import PORTS, SLOWNESS, answers, wait_until
+from cell_test_case import CellTestCase, main
+
+HVA = "HVA SN:100001"
+REQUEST = xmlrpc.client.dumps((HVA,), "GetPos").encode()
+
+
+def http_request(body, length=None, path="/RPC2"):
+    head = (f"POST {path} HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Type: text/xml\r\n"
+            f"Content-Length: {len(body) if length is None else length}\r\n\r\n")
+    return head.encode() + body
+
+
+def connect(port):
+    return socket.create_connection(("127.0.0.1", port), timeout=20 * SLOWNESS)
+
+
+def reset(connection):
+    """Ends a connection without a farewell."""
+    connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
+    connection.close()
+
+
+class ClientTestCase(CellTestCase):
+    options = ("--gripper", "HVA", "--gripper", "TLM")
+
+    @classmethod
+    def prepare(cls):
+        super().prepare()
+        cls.cell.wait_until_operating(2)
+
+    def tearDown(self):
+        # Whatever a client did: both ports serve on.
+        self.cell.close_clients()
+        for port in PORTS:
+            wait_until(lambda port=port: answers(port))
+
+    def answer_to(self, data, port=PORTS[0]):
+        """Everything that the daemon says to `data` until it hangs up or has said enough."""
+        with connect(port) as connection:
+            connection.sendall(data)
+            connection.shutdown(socket.SHUT_WR)
+            answer = b""
+            while part := connection.recv(65536):
+                answer += part
+            return answer
+
+
+class ClientTest(ClientTestCase):
+    def test_malformed_xml_is_a_fault(self):
+        for body in (b"<", b"<methodCall>", b"<methodCall></methodCall>", b"\0\0\0",
+                     REQUEST.replace(b"</params>", b""), b"<a><b></a></b>",
+                     REQUEST.replace(HVA.encode(), b"\xff\xfe"),
+                     REQUEST.replace(b"GetPos", b"")):
+            with self.subTest(body=body):
+                answer = self.answer_to(http_request(body))
+                self.assertIn(b"<fault>", answer)
+        self.assertNotIn(b"<fault>", self.answer_to(http_request(REQUEST)))
+
+    def test_malformed_http_is_refused(self):
+        for data in (http_request(b""), b"\r\n\r\n", b"GET / HTTP/1.1\r\n\r\n", b"NONSENSE\r\n\r\n",
+                     b"POST /RPC2 HTTP/1.1\r\n\r\n", b"\0" * 1000 + b"\r\n\r\n",
+                     http_request(REQUEST, length=-1), http_request(REQUEST, length="many"),
+                     http_request(REQUEST, path="/elsewhere"),
+                     b"POST /RPC2 HTTP/1.1\r\n" + b"X: y\r\n" * 10000 + b"\r\n"):
+            with self.subTest(data=data[:60]):
+                try:
+                    answer = self.answer_to(data)
+                except OSError:  # it may hang up before it was told everything
+                    continue
+                self.assertNotIn(b"200 OK", answer)
+
+    def test_a_huge_body_is_refused(self):
+        for port in PORTS:
+            try:
+                answer = self.answer_to(http_request(b"x" * 2_000_000), port)
+            except OSError:
+                continue
+            self.assertNotIn(b"<methodResponse>\r\n<params>", answer)
+
+    def test_a_client_that_hangs_up_before_its_answer(self):
+        self.cell.command("delay 0 300")
+        self.addCleanup(self.cell.command, "delay 0 0")
+        body = xmlrpc.client.dumps((HVA,), "StoreRemanent").encode()
+        for _ in range(5):
+            mark = self.cell.log.mark()
+            connection = connect(PORTS[0])
+            connection.sendall(http_request(body))
+            self.cell.log.wait_for("New command PARAM", since=mark)
+            reset(connection)
+            self.cell.log.wait_for("Pending command PARAM", since=mark)
+
+    def test_a_client_that_hangs_up_within_its_request(self):
+        data = http_request(REQUEST)
+        for length in range(0, len(data), 25):
+            connection = connect(PORTS[0])
+            connection.sendall(data[:length])
+            reset(connection)
+
+    def test_many_connections_in_a_row(self):
+        for number in range(200):
+            with self.cell.new_client(PORTS[number % 2]) as client:
+                self.assertEqual(client.GetGripperInterface(HVA), 0)
+
+    def test_more_connections_than_the_server_takes_at_once(self):
+        # Fifteen are served at once; the rest wait until one of them ends.
+        connections = [connect(PORTS[0]) for _ in range(20)]
+        try:
+            self.assertEqual(self.call("GetGripperInterface", HVA, port=PORTS[1]), 0)
+        finally:
+            for connection in connections:
+                connection.close()
+
+    def test_an_unfinished_request_leaves_the_others_alone(self):
+        with connect(PORTS[0]) as connection:
+            connection.sendall(http_request(REQUEST)[:-10])
+            for port in PORTS:
+                self.assertEqual(self.call("GetGripperInterface", HVA, port=port), 0)
+
+    def test_clients_on_both_ports_call_both_grippers_at_once(self):
+        failures = []
+
+        def work(port, device):
+            with self.cell.new_client(port) as client:
+                for number in range(50):
+                    if client.GetPDINExcerpt(device) < 0 or client.GetGripperInterface(device):
+                        failures.append((port, device, number))
+
+        callers = [threading.Thread(target=work, args=(port, device))
+                   for port in PORTS for device in (HVA, "TLM SN:100002") for _ in range(2)]
+        for caller in callers:
+            caller.start()
+        for caller in callers:
+            caller.join()
+        self.assertEqual(failures, [])
+
+    def test_commands_on_both_ports_to_different_grippers_all_succeed(self):
+        results = []
+
+        def work(port, device):
+            with self.cell.new_client(port) as client:
+                results.extend(client.Grip(device, number % 4) for number in range(50))
+
+        callers = [threading.Thread(target=work, args=pair)
+                   for pair in zip(PORTS, (HVA, "TLM SN:100002"))]
+        for caller in callers:
+            caller.start()
+        for caller in callers:
+            caller.join()
+        self.assertEqual(results, [0] * 100)
+
+
+class ShortageTest(ClientTestCase):
+    def test_a_port_that_ran_out_of_descriptors_answers_again(self):
+        pid = self.cell.daemon_pid()
+        for port in PORTS:
+            with self.subTest(port=port), contextlib.ExitStack() as connections:
+                limit_descriptors(pid, spare=1)
+                with contextlib.suppress(ConnectionError):
+                    for _ in range(3):
+                        connections.enter_context(connect(port))
+                self.cell.log.wait_for(f"Server on port {port} failed, serving again")
+            limit_descriptors(pid, spare=1000)
+            wait_until(lambda: answers(port))
+
+
+def limit_descriptors(pid, spare):
+    """Lets process `pid` have `spare` descriptors more than it has."""
+    highest = max(map(int, os.listdir(f"/proc/{pid}/fd")))
+    _, most = resource.prlimit(pid, resource.RLIMIT_NOFILE)
+    resource.prlimit(pid, resource.RLIMIT_NOFILE, (highest + 1 + spare, most))
+
+
+class NestedRequestTest(ClientTestCase):
+    def test_elements_within_elements_do_not_exhaust_the_stack(self):
+        for depth in (100, 3000, 30000):
+            for body in (b"<a>" * depth, b"<a>" * depth + b"</a>" * depth):
+                with self.subTest(depth=depth, closed=b"/" in body):
+                    answer = self.answer_to(http_request(body))
+                    self.assertNotEqual(answer, b"")
+                    self.assertNotIn(b"<params>", answer)
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,280 @@
+"""The documentation: its examples, its lists and its links are as the system is."""
+
+import doctest
+import os
+import pathlib
+import re
+import subprocess
+import textwrap
+import unittest
+
+from cell import wait_until
+from cell_test_case import CellTestCase, main
+from methods import METHODS
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+README = ROOT / "README.md"
+METHODS_PAGE = ROOT / "docs" / "methods.md"
+OPERATION = ROOT / "docs" / "operation.md"
+PAGES = (README, ROOT / "CHANGELOG.md", *sorted((ROOT / "docs").glob("*.md")))
+
+FENCE = re.compile(r"^( *)```([\w-]*)\n(.*?)^\1```$", re.MULTILINE | re.DOTALL)
+CODE_SPAN = re.compile(r"`([^`]+)`")
+
+
+def blocks(page, *languages):
+    """The fenced blocks of a page in these languages: language, text, number of the first line."""
+    text = page.read_text()
+    for match in FENCE.finditer(text):
+        if match[2] in languages:
+            yield match[2], textwrap.dedent(match[3]), text.count("\n", 0, match.start(3))
+
+
+def section(page, heading):
+    """The text between a heading and the next one of the same or a higher level."""
+    level = heading.index(" ")
+    text = page.read_text()
+    start = text.index(f"\n{heading}\n") + 1
+    end = re.compile(rf"^#{{1,{level}}} ", re.MULTILINE).search(text, start + len(heading))
+    return text[start:end.start() if end else len(text)]
+
+
+class PageTestCase(CellTestCase):
+    """Plays a page against the cell of the demo: Python examples and commands of the simulator."""
+
+    options = ("--gripper", "HVA", "--gripper", "MZD-S")
+
+    # What is logged when the daemon has followed a change of mode.
+    SEEN_BY = {"mode 0 2": "STARTUP$", "mode 0 4": "Pending command PDOUT deleted"}
+
+    @classmethod
+    def prepare(cls):
+        super().prepare()
+        cls.cell.wait_until_operating(2)
+        wait_until(cls.daemon_sees_the_cell)
+
+    @classmethod
+    def daemon_sees_the_cell(cls):
+        """Whether the daemon's process data are those of the grippers."""
+        for number, device in enumerate(("HVA SN:100001", "MZD-S SN:100002")):
+            pdin = cls.cell.show(number)["pdin"]
+            excerpt = pdin[0] + 256 * pdin[1] + 65536 * pdin[3] if pdin else 0
+            if cls.cell.call("GetPDINExcerpt", device) != excerpt:
+                return False
+        return True
+
+    def simulate(self, command):
+        """Types a command; returns when the daemon has done its part."""
+        mark = self.cell.log.mark()
+        self.cell.command(command)
+        if command in self.SEEN_BY:
+            self.cell.log.wait_for(self.SEEN_BY[command], since=mark)
+        wait_until(self.daemon_sees_the_cell)
+
+    def play(self, page):
+        parser = doctest.DocTestParser()
+        runner = doctest.DocTestRunner(optionflags=doctest.ELLIPSIS)
+        names = {}
+        report = []
+        for language, text, line in blocks(page, "python", "pellix-sim"):
+            if language == "pellix-sim":
+                for command in text.splitlines():
+                    self.simulate(command)
+                continue
+            examples = parser.get_doctest(text, names, page.name, str(page), line)
+            self.assertTrue(examples.examples, f"{page.name}:{line}: no example")
+            runner.run(examples, out=report.append, clear_globs=False)
+            names = examples.globs
+        if "gripper" in names:
+            names["gripper"]("close")()
+        self.assertEqual("".join(report), "")
+        self.assertGreater(runner.tries, 5)
+
+
+class MethodsPageTest(PageTestCase):
+    def test_the_examples_are_true(self):
+        self.play(METHODS_PAGE)
+
+    def test_every_registered_method_has_its_section_and_no_other(self):
+        registered = [name for name in self.call("system.listMethods")
+                      if not name.startswith("system.")]
+        headings = re.findall(r"^### (\w+)$", METHODS_PAGE.read_text(), re.MULTILINE)
+        self.assertCountEqual(headings, registered)
+
+    def test_every_section_has_an_example_of_its_method(self):
+        for method in METHODS:
+            text = section(METHODS_PAGE, f"### {method.name}")
+            examples = [example for match in FENCE.finditer(text) if match[2] == "python"
+                        for example in doctest.DocTestParser().get_examples(match[3])]
+            with self.subTest(method=method.name):
+                self.assertTrue(any(f"gripper.{method.name}(" in example.source and example.want
+                                    for example in examples))
+
+    def test_every_section_tells_parameters_failure_value_and_models(self):
+        types = {str: "string", int: "int", float: "double", bool: "boolean"}
+        models = {"": "all", "HVA": "HVA, MZD", "MZD": "MZD"}
+        for method in METHODS:
+            text = section(METHODS_PAGE, f"### {method.name}")
+            facts = dict(re.findall(r"^- (\w+): (.*)$", text, re.MULTILINE))
+            with self.subTest(method=method.name):
+                self.assertEqual(list(facts), ["Parameters", "Answer", "Failure", "Models"])
+                self.assertEqual(re.findall(r"` (\w+)", facts["Parameters"]),
+                                 [types[kind] for kind in method.parameters])
+                if method.parameters:
+                    self.assertRegex(facts["Failure"], f"^{str(method.fallback).lower()}\\b")
+                    self.assertEqual(facts["Models"], models[method.check])
+
+
+class ReadmeTest(PageTestCase):
+    STAMPED = re.compile(r"((Daemon|Library) (revision|build date): ).*")
+
+    def messages(self, lines):
+        return {self.STAMPED.sub(r"\1", line.split(" ", 2)[2]) for line in lines}
+
+    def test_the_session_is_true(self):
+        self.play(README)
+        logged = self.messages(self.cell.log.since(0))
+        for page in (README, OPERATION):
+            for _, text, line in blocks(page, "log"):
+                lines = [line for line in text.splitlines() if line != "..."]
+                with self.subTest(page=page.name, line=line):
+                    self.assertLessEqual(self.messages(lines), logged)
+
+
+class LogLinesTest(unittest.TestCase):
+    """Every text that the sources can log is explained, and none that they cannot."""
+
+    LITERAL = re.compile(r'"((?:[^"\\]|\\.)*)"')
+    STATEMENT = re.compile(r"LogLine\(\) <<(.*?);", re.DOTALL)
+    # Texts for standard error, and what is appended to them.
+    ERRORS = (("WriteError(", ""), ("fputs(", ""), ("perror(", ": .+"), ("kText = ", ".+"))
+
+    @classmethod
+    def setUpClass(cls):
+        sources = [path for folder in ("daemon", "pellix")
+                   for path in sorted((ROOT / folder).rglob("*")) if path.suffix in (".h", ".cpp")
+                   and path.stem != "LogLine"]
+        cls.sources = {path: path.read_text() for path in sources}
+        rows = re.findall(r"^\| (`.*?`) \|", section(OPERATION, "## Log lines"), re.MULTILINE)
+        cls.explained = [text for row in rows for text in CODE_SPAN.findall(row)]
+
+    @classmethod
+    def patterns(cls):
+        """A regular expression for each text in the sources."""
+        for text in cls.sources.values():
+            for statement in cls.STATEMENT.findall(text):
+                yield cls.pattern(statement)
+            for call, appended in cls.ERRORS:
+                for literal in re.findall(re.escape(call) + cls.LITERAL.pattern, text):
+                    yield re.escape(literal.removesuffix(r"\n")) + appended
+
+    @classmethod
+    def pattern(cls, statement):
+        """Literals as they are, anything for values; without blanks at the front."""
+        parts = [cls.LITERAL.fullmatch(part.strip()) for part in statement.split("<<")]
+        pattern = "".join(re.escape(part[1]) if part else ".+" for part in parts)
+        return re.sub(r"^(\\ )+", "", pattern)
+
+    def test_every_text_of_the_sources_is_explained(self):
+        patterns = set(self.patterns())
+        self.assertGreater(len(patterns), 80)
+        for pattern in sorted(patterns):
+            with self.subTest(text=pattern):
+                self.assertTrue(any(re.fullmatch(pattern, text) for text in self.explained))
+
+    def test_every_explained_text_is_in_the_sources(self):
+        patterns = set(self.patterns())
+        for text in self.explained:
+            with self.subTest(text=text):
+                self.assertTrue(any(re.fullmatch(pattern, text) for pattern in patterns))
+
+    def test_no_text_is_explained_twice(self):
+        self.assertCountEqual(self.explained, set(self.explained))
+
+    def test_lines_are_logged_in_no_other_way(self):
+        for path, text in self.sources.items():
+            rest = re.sub(r'#include "daemon/LogLine.h"|LogLine\(\) <<', "", text)
+            with self.subTest(path=path):
+                self.assertNotRegex(rest, r"\b(LogLine|cout|cerr|printf)\b")
+
+
+class ShellCommandsTest(CellTestCase):
+    """Every command of the pages is run here, by CI, or is on the list with its reason."""
+
+    options = ("--gripper", "HVA")
+
+    RUN_HERE = (
+        "python3 -c 'import xmlrpc.client; "
+        'print(xmlrpc.client.ServerProxy("http://127.0.0.1:44221/RPC2").GetVersion())\'',
+        "python3 -c 'import xmlrpc.client; "
+        'print(xmlrpc.client.ServerProxy("http://127.0.0.1:44221/RPC2").GetGrippers())\'',
+        "build/release/simulator/pellix-sim --help",
+        'grep SigIgn "/proc/$(pidof TavrikDaemon)/status"',
+    )
+    STOP = 'kill -INT "$(pidof TavrikDaemon)"'
+    RUN_BY_CI = ("scripts/test", "scripts/demo --tour", "scripts/test asan", "scripts/test tsan")
+    RUN_NOWHERE = {
+        "scripts/demo": "serves until Ctrl-C; the tour builds and starts the same cell",
+        "cmake --preset release && cmake --build --preset release": "scripts/demo does it",
+        "cmake --preset release -D TAVRIK_CORVANE_VENDOR_ID=31249": "only configures",
+        "build/release/daemon/TavrikDaemon": "the tour runs it in its cell",
+        "build/release/simulator/pellix-sim --gripper MZD-L --gripper TLM -- "
+        "build/release/daemon/TavrikDaemon": "serves until Ctrl-C; every test of this folder",
+        "usermod -aG dialout tavrik": "changes the host's users",
+        "ls -l /dev/ttyACM0": "needs a master at the host",
+        "fuser -v /dev/ttyACM0": "needs a master at the host",
+        "udevadm trigger --action=add --subsystem-match=tty": "needs udevd",
+        "ss -tanp '( sport = :44221 or sport = :44222 )'": "a tool that need not be installed",
+        "echo 'net.ipv4.ip_local_reserved_ports = 44221,44222' > /etc/sysctl.d/tavrik.conf":
+            "changes the host's kernel settings",
+        "sysctl -p /etc/sysctl.d/tavrik.conf": "changes the host's kernel settings",
+    }
+
+    @classmethod
+    def stop_cell(cls, cell):
+        cell.end_by_force()  # it has been stopped by a command of the pages
+
+    def test_commands(self):
+        listed = {*self.RUN_HERE, self.STOP, *self.RUN_BY_CI, *self.RUN_NOWHERE}
+        self.assertEqual({line for page in PAGES for _, text, _ in blocks(page, "sh")
+                          for line in text.splitlines()}, listed)
+        ci = (ROOT / ".ci" / "run").read_text().splitlines()
+        for command in self.RUN_BY_CI:
+            self.assertIn(command, ci)
+        for command in self.RUN_HERE:
+            with self.subTest(command=command):
+                self.assertTrue(self.output_of(command))
+        self.output_of(self.STOP)
+        self.cell.expect_normal_end()
+
+    def output_of(self, command):
+        """Runs a command as it stands on the page, but with this build and this daemon."""
+        build = pathlib.Path(os.environ["TAVRIK_DAEMON"]).parents[1]
+        command = command.replace("$(pidof TavrikDaemon)", str(self.cell.daemon_pid()))
+        command = command.replace("build/release", str(build))
+        return subprocess.run(["sh", "-c", command], check=True, stdout=subprocess.PIPE,
+                              timeout=20).stdout
+
+
+class LinksTest(unittest.TestCase):
+    @staticmethod
+    def anchors(page):
+        text = FENCE.sub("", page.read_text())
+        return {re.sub(r"[^\w -]", "", heading.lower()).replace(" ", "-")
+                for heading in re.findall(r"^#+ (.*)$", text, re.MULTILINE)}
+
+    def test_links_lead_somewhere(self):
+        for page in PAGES:
+            text = CODE_SPAN.sub("", FENCE.sub("", page.read_text()))
+            links = re.findall(r"\]\(([^)]+)\)", text)
+            for link in links:
+                path, _, anchor = link.partition("#")
+                target = page.parent / path if path else page
+                with self.subTest(page=page.name, link=link):
+                    self.assertTrue(target.exists())
+                    if anchor:
+                        self.assertIn(anchor, self.anchors(target))
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,628 @@
+#include "pellix/Pellix.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <exception>
+#include <functional>
+#include <memory>
+#include <ostream>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "pellix/Protocol.h"
+#include "tests/support/FakeMaster.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/WaitFor.h"
+
+using pellix::Pellix;
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+using support::FakeMaster;
+using support::LogCapture;
+using support::Measure;
+using support::Messages;
+using support::WaitFor;
+using Bytes = std::vector<std::uint8_t>;
+using Lines = std::vector<std::string>;
+
+class PellixTest : public testing::Test {
+protected:
+    void TearDown() override {
+        master.Unplug();  // ends the parser's read
+        link.reset();
+    }
+
+    void Open() { link = std::make_unique<Pellix>(master.Path()); }
+
+    unsigned Init() {
+        Open();
+        return link->Init();
+    }
+
+    /// Waits until a link on a master in mode 4 has done all that it does by itself.
+    void Settle() {
+        constexpr std::size_t kOwnRequests = 6;
+        ASSERT_TRUE(WaitFor(
+            [this] { return log.BeginningWith("Active commands: ").size() == kOwnRequests; }));
+    }
+
+    void InitAndSettle() {
+        ASSERT_EQ(Init(), pellix::kResultOk);
+        Settle();
+        master.ClearRequests();
+        log.Clear();
+    }
+
+    /// What Init() logged of its attempts.
+    Messages Attempts() const {
+        Messages found;
+        for (const std::string& message : log.OfThisThread()) {
+            if (message.starts_with("Updating") || message.starts_with("Failed") ||
+                message.starts_with("Retrying")) {
+                found.push_back(message);
+            }
+        }
+        return found;
+    }
+
+    LogCapture log;
+    FakeMaster master;
+    std::unique_ptr<Pellix> link;
+};
+
+namespace {
+
+Messages RequestLines(const std::string& key) {
+    return {"New command " + key + ". Active commands: 1",
+            "Pending command " + key + " deleted (Status: 0).", "Active commands: 0"};
+}
+
+void Append(Messages& messages, const Messages& more) {
+    messages.insert(messages.end(), more.begin(), more.end());
+}
+
+/// The five failures of an update with this result.
+Messages FiveFailures(const std::string& what, const std::string& result) {
+    const std::string failure = "Failed to update " + what + ": " + result;
+    Messages messages = {"Updating " + what};
+    for (const char* attempt : {"0", "1", "2", "3", "4"}) {
+        Append(messages, {failure, std::string("Retrying (") + attempt + ")..."});
+    }
+    messages.push_back("Failed (finally) to update " + what + ": " + result);
+    return messages;
+}
+
+}  // namespace
+
+TEST_F(PellixTest, FailedOpenIsLoggedAndThrownOn) {
+    const std::string path = master.Path() + "/none";
+    try {
+        const Pellix other(path);
+        ADD_FAILURE() << "nothing was thrown";
+    } catch (std::exception* failure) {  // NOLINT(misc-throw-by-value-catch-by-reference)
+        delete failure;
+    }
+    EXPECT_EQ(log.All(), (Messages{"SerialConnection: Opening device " + path,
+                                   "SerialConnection: Open call failed",
+                                   "Failed to open serial connection on " + path}));
+}
+
+TEST_F(PellixTest, NewLinkKnowsNothing) {
+    Open();
+    log.Clear();
+    EXPECT_EQ(link->GetPortName(), master.Path());
+    EXPECT_EQ(link->GetID(), "");
+    EXPECT_EQ(link->GetDeviceMode(), 0);
+    EXPECT_FALSE(link->IsConnected());
+    EXPECT_TRUE(log.All().empty());
+    EXPECT_EQ(link->GetDeviceString(), "");
+    EXPECT_EQ(log.All(), Messages{"Pellix not initialized"});
+    log.Clear();
+    EXPECT_TRUE(link->GetDeviceInfo().empty());
+    EXPECT_EQ(log.All(), Messages{"DeviceInfo"});
+    EXPECT_TRUE(master.Requests().empty());
+}
+
+TEST_F(PellixTest, LinkWithoutInitIsDestroyedAtOnce) {
+    Open();
+    log.Clear();
+    EXPECT_LT(Measure([this] { link.reset(); }), milliseconds(900));
+    EXPECT_EQ(log.All(), Messages{"SerialConnection: Closed device " + master.Path()});
+}
+
+TEST_F(PellixTest, InitReadsIdModeAndDevice) {
+    EXPECT_EQ(Init(), pellix::kResultOk);
+    EXPECT_EQ(link->GetID(), "PELLIX");
+    EXPECT_EQ(link->GetDeviceMode(), pellix::kModeOperate);
+    EXPECT_TRUE(link->IsConnected());
+    EXPECT_EQ(link->GetDeviceString(), "HVA SN:100001");
+    EXPECT_EQ(link->GetDeviceInfo().size(), 9U);
+    const Lines requests = master.Requests();
+    ASSERT_GE(requests.size(), 5U);
+    EXPECT_EQ(Lines(requests.begin(), requests.begin() + 5),
+              (Lines{"ID?", "MODE?", "DEVINFO?", "PARAM[19][0]?", "PARAM[21][0]?"}));
+    Settle();
+}
+
+TEST_F(PellixTest, InitLogsItsStepsInOrder) {
+    EXPECT_EQ(Init(), pellix::kResultOk);
+    Messages expected = {"SerialConnection: Opening device " + master.Path(),
+                         "SerialConnection: Initialize device succeeded", "Updating ID"};
+    Append(expected, RequestLines("ID"));
+    expected.emplace_back("Updating mode");
+    Append(expected, RequestLines("MODE"));
+    Append(expected, {"Init: Device mode is DL_OPERATE", "Updating device info"});
+    Append(expected, RequestLines("DEVINFO"));
+    expected.emplace_back("Updating device string");
+    Append(expected, RequestLines("PARAM[19][0]"));
+    Append(expected, RequestLines("PARAM[21][0]"));
+    EXPECT_EQ(log.OfThisThread(), expected);
+    Settle();
+}
+
+TEST_F(PellixTest, ThreadsTellOfTheirBeginningAndEnd) {
+    EXPECT_EQ(Init(), pellix::kResultOk);
+    for (const char* thread : {"Parser", "Timeout monitor", "State"}) {
+        const std::string name = thread;
+        EXPECT_TRUE(WaitFor([&] { return log.Count(name + " thread active") == 1; })) << name;
+        EXPECT_EQ(log.Count(name + " thread terminated"), 0U);
+    }
+    master.Unplug();
+    link.reset();
+    for (const char* thread : {"Parser", "Timeout monitor", "State"}) {
+        EXPECT_EQ(log.Count(std::string(thread) + " thread terminated"), 1U) << thread;
+    }
+    EXPECT_EQ(log.All().back().find("SerialConnection: "), 0U);  // the tty is closed last
+}
+
+TEST_F(PellixTest, InitReadsTheDeviceInPreoperateToo) {
+    master.SetValue("MODE", "3");
+    EXPECT_EQ(Init(), pellix::kResultOk);
+    EXPECT_TRUE(log.Contains("Init: Device mode is DL_PREOPERATE"));
+    EXPECT_TRUE(log.Contains("Updating device string"));
+    EXPECT_TRUE(link->IsConnected());
+    EXPECT_TRUE(
+        WaitFor([this] { return log.Contains("Pending command OPERATE deleted (Status: 0)."); }));
+}
+
+TEST_F(PellixTest, InitInOtherModesReadsNoDeviceData) {
+    const std::vector<std::pair<std::string, std::string>> modes = {
+        {"0", "DL_NONE"},       {"1", "DL_ESTABCOMM"}, {"6", "DL_BLMODE"},
+        {"7", "DL_POWERFAULT"}, {"9", "[unknown]"},    {"-1", "[unknown]"}};
+    for (const auto& [mode, name] : modes) {
+        FakeMaster other;
+        other.SetValue("MODE", mode);
+        Pellix otherLink(other.Path());
+        EXPECT_EQ(otherLink.Init(), pellix::kResultOk) << mode;
+        EXPECT_TRUE(log.Contains("Init: Device mode is " + name));
+        EXPECT_EQ(other.Requests(), (Lines{"ID?", "MODE?"})) << mode;
+        EXPECT_FALSE(otherLink.IsConnected());
+        EXPECT_EQ(otherLink.GetDeviceString(), "");
+        EXPECT_EQ(log.OfThisThread().back(), "Pellix not connected");
+        other.Unplug();
+    }
+}
+
+TEST_F(PellixTest, LinkThatStartsUpIsConnectedByItsStateThread) {
+    master.SetValue("MODE", "2");
+    EXPECT_EQ(Init(), pellix::kResultOk);
+    EXPECT_TRUE(log.Contains("Init: Device mode is DL_STARTUP"));
+    EXPECT_TRUE(WaitFor([this] { return link->IsConnected(); }));
+    EXPECT_EQ(master.Requests(), (Lines{"ID?", "MODE?"}));
+    EXPECT_EQ(link->GetDeviceString(), "");  // nothing was read
+    EXPECT_EQ(log.OfThisThread().back(), "Parameter 21 / 0 not found");
+}
+
+TEST_F(PellixTest, MasterThatNeverAnswersFailsInitAfterFiveTimeouts) {
+    master.SetSilent(true);
+    unsigned result = 0;
+    const auto waited = Measure([&] { result = Init(); });
+    EXPECT_EQ(result, pellix::kResultTimeout);
+    EXPECT_GE(waited, milliseconds(5500));
+    EXPECT_EQ(Attempts(), FiveFailures("ID", "5"));
+    EXPECT_EQ(master.Requests(), Lines(5, "ID?"));
+    EXPECT_EQ(log.BeginningWith("Active command ID?\n timed out after 1").size(), 5U);
+}
+
+TEST_F(PellixTest, UpdateIsTriedAgainUntilItSucceeds) {
+    master.SetAnswers("ID?", {"ERR ID 7\n", "ERR ID 8\n", "ID=PELLIX\n"});
+    const auto waited = Measure([this] { EXPECT_EQ(Init(), pellix::kResultOk); });
+    EXPECT_GE(waited, milliseconds(200));
+    EXPECT_EQ(Attempts(), (Messages{"Updating ID", "Failed to update ID: 7", "Retrying (0)...",
+                                    "Failed to update ID: 8", "Retrying (1)...", "Updating mode",
+                                    "Updating device info", "Updating device string"}));
+    EXPECT_EQ(master.Count("ID?"), 3U);
+}
+
+struct FailingUpdate {
+    const char* name;
+    const char* line;
+    const char* key;
+    const char* what;
+};
+
+std::ostream& operator<<(std::ostream& out, const FailingUpdate& update) {
+    return out << update.name;
+}
+
+class PellixUpdateTest : public PellixTest, public testing::WithParamInterface<FailingUpdate> {};
+
+TEST_P(PellixUpdateTest, FiveFailuresEndInitWithTheLastResult) {
+    const std::string error = std::string("ERR ") + GetParam().key;
+    master.SetAnswers(GetParam().line, {error + " 7\n", error + " 7\n", error + " 7\n",
+                                        error + " 7\n", error + " 7\n", error + " 8\n"});
+    master.StreamEvery(milliseconds(10));  // a read of the parser ends soon
+    unsigned result = 0;
+    const auto waited = Measure([&] { result = Init(); });
+    EXPECT_EQ(result, 7U);
+    EXPECT_GE(waited, milliseconds(500));  // a pause after the last attempt as well
+    const Messages attempts = Attempts();
+    const Messages expected = FiveFailures(GetParam().what, "7");
+    ASSERT_GE(attempts.size(), expected.size());
+    EXPECT_EQ(Messages(attempts.end() - static_cast<long>(expected.size()), attempts.end()),
+              expected);
+    EXPECT_EQ(master.Count(GetParam().line), 5U);
+
+    EXPECT_FALSE(link->IsConnected());
+    EXPECT_EQ(log.Count("Parser thread terminated"), 1U);
+    EXPECT_EQ(log.Count("Timeout monitor thread terminated"), 1U);
+    EXPECT_EQ(log.Count("State thread active"), 0U);
+    EXPECT_EQ(link->GetDeviceString(), "");
+    EXPECT_EQ(log.All().back(), "Pellix not initialized");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    All, PellixUpdateTest,
+    testing::Values(FailingUpdate{"ID", "ID?", "ID", "ID"},
+                    FailingUpdate{"Mode", "MODE?", "MODE", "mode"},
+                    FailingUpdate{"DeviceInfo", "DEVINFO?", "DEVINFO", "device info"},
+                    FailingUpdate{"ProductID", "PARAM[19][0]?", "PARAM[19][0]", "device string"},
+                    FailingUpdate{"SerialNumber", "PARAM[21][0]?", "PARAM[21][0]",
+                                  "device string"}),
+    [](const auto& update) { return update.param.name; });
+
+TEST_F(PellixTest, EveryRequestSendsItsLine) {
+    InitAndSettle();
+    const std::vector<std::pair<std::function<unsigned()>, Lines>> requests = {
+        {[this] { return link->RequestID(); }, {"ID?"}},
+        {[this] { return link->RequestMode(); }, {"MODE?"}},
+        {[this] { return link->RequestDeviceInfo(); }, {"DEVINFO?"}},
+        {[this] { return link->RequestDeviceString(); }, {"PARAM[19][0]?", "PARAM[21][0]?"}},
+        {[this] { return link->RequestPDOUT(); }, {"PDOUT?"}},
+        {[this] { return link->ReadParameter(19, 0); }, {"PARAM[19][0]?"}},
+        {[this] { return link->WriteParameter(5, 0, {}); }, {"PARAM[5][0]=[]"}},
+        {[this] { return link->WriteParameter(5, 0, {0}); }, {"PARAM[5][0]=[0]"}},
+        {[this] {
+             return link->WriteParameter(5, 0, {10, 255});
+         },
+         {"PARAM[5][0]=[a,ff]"}},
+        {[this] { return link->WriteParameter(351, 4294967295, {1}); },
+         {"PARAM[351][4294967295]=[1]"}},
+        {[this] {
+             return link->WritePDOUT({3, 16});
+         },
+         {"PDOUT=[3,10]"}},
+        {[this] { return link->SetDOUTINFO(7); }, {"DOUTINFO=7"}},
+        {[this] { return link->SetROBINPUT(0); }, {"ROBINPUT=0"}},
+        {[this] { return link->SetROBOUTPUT(4294967295); }, {"ROBOUTPUT=4294967295"}},
+        {[this] { return link->StoreConfig(); }, {"STORECONFIG()"}},
+        {[this] { return link->SysReset(); }, {"SYSRESET()"}},
+        {[this] { return link->Operate(); }, {"OPERATE()"}},
+        {[this] { return link->Restart(); }, {"RESTART()"}},
+        {[this] { return link->Fallback(true); }, {"FALLBACK(1)"}},
+        {[this] { return link->Fallback(false); }, {"FALLBACK(0)"}},
+    };
+    for (const auto& [request, lines] : requests) {
+        master.ClearRequests();
+        EXPECT_EQ(request(), pellix::kResultOk) << lines[0];
+        EXPECT_EQ(master.Requests(), lines);
+    }
+}
+
+TEST_F(PellixTest, ErrorCodeOfTheMasterIsTheResult) {
+    InitAndSettle();
+    master.SetAnswers("PARAM[40][0]?", {"ACK PARAM[40][0]\nERR PARAM[40][0] 3\n"});
+    EXPECT_EQ(link->ReadParameter(40, 0), 3U);
+    master.SetAnswers("OPERATE()", {"ERR OPERATE 4711\n"});
+    EXPECT_EQ(link->Operate(), 4711U);
+}
+
+// A surprise that is kept: the command has failed, but with the code of a success.
+TEST_F(PellixTest, ErrorWithCodeZeroIsASuccess) {
+    InitAndSettle();
+    master.SetAnswers("OPERATE()", {"ERR OPERATE 0\n"});
+    EXPECT_EQ(link->Operate(), pellix::kResultOk);
+}
+
+TEST_F(PellixTest, SerialNumberIsNotAskedForWhenTheProductIsNotHad) {
+    InitAndSettle();
+    master.SetAnswers("PARAM[19][0]?", {"ERR PARAM[19][0] 33\n"});
+    EXPECT_EQ(link->RequestDeviceString(), 33U);
+    EXPECT_EQ(master.Requests(), Lines{"PARAM[19][0]?"});
+}
+
+TEST_F(PellixTest, FailedSerialNumberIsTheResultOfTheDeviceString) {
+    InitAndSettle();
+    master.SetAnswers("PARAM[21][0]?", {"ERR PARAM[21][0] 34\n"});
+    EXPECT_EQ(link->RequestDeviceString(), 34U);
+    EXPECT_EQ(link->GetDeviceString(), "HVA SN:100001");  // what was stored before
+}
+
+TEST_F(PellixTest, DataLineAloneEndsAQuery) {
+    InitAndSettle();
+    master.SetAnswers("PARAM[64][1]?", {"PARAM[64][1]=[5]\n"});
+    EXPECT_EQ(link->ReadParameter(64, 1), pellix::kResultOk);
+    EXPECT_EQ(link->GetParameter(64, 1), Bytes{5});
+}
+
+TEST_F(PellixTest, FinishAloneEndsAQuery) {
+    InitAndSettle();
+    master.SetAnswers("PARAM[64][1]?", {"FIN PARAM[64][1]\n"});
+    EXPECT_EQ(link->ReadParameter(64, 1), pellix::kResultOk);
+    EXPECT_TRUE(link->GetParameter(64, 1).empty());
+}
+
+TEST_F(PellixTest, EventLineEndsNoQuery) {
+    InitAndSettle();
+    master.SetAnswers("PARAM[64][1]?", {"@PARAM[64][1]=[5]\n"});
+    unsigned result = 0;
+    const auto waited = Measure([&] { result = link->ReadParameter(64, 1); });
+    EXPECT_EQ(result, pellix::kResultTimeout);
+    EXPECT_GT(waited, seconds(1));
+    EXPECT_EQ(link->GetParameter(64, 1), Bytes{5});
+}
+
+TEST_F(PellixTest, LateAnswerIsDropped) {
+    InitAndSettle();
+    master.SetAnswers("OPERATE()", {"ACK OPERATE\n"});
+    EXPECT_EQ(link->Operate(), pellix::kResultTimeout);
+    EXPECT_TRUE(log.Contains("Pending command OPERATE deleted (Status: 5)."));
+    master.Send("FIN OPERATE\n");
+    EXPECT_TRUE(
+        WaitFor([this] { return log.Contains("Active command OPERATE could not be found"); }));
+    EXPECT_EQ(link->Restart(), pellix::kResultOk);
+}
+
+TEST_F(PellixTest, AnswersInPiecesOfTheTtyAreStillAnswersWhenTheirLinesAreWhole) {
+    InitAndSettle();
+    master.SetAnswers("OPERATE()", {""});
+    std::thread pieces([this] {
+        master.WaitForRequest("OPERATE()");
+        master.Send("ACK OPERATE\n");
+        master.Send("FIN OPERATE\n");
+    });
+    EXPECT_EQ(link->Operate(), pellix::kResultOk);
+    pieces.join();
+}
+
+TEST_F(PellixTest, NothingIsSentAfterStop) {
+    InitAndSettle();
+    link->Stop();
+    EXPECT_TRUE(WaitFor([this] { return log.Contains("State thread terminated"); }));
+    log.Clear();
+    EXPECT_EQ(link->RequestID(), pellix::kResultNoCommand);
+    EXPECT_EQ(link->WritePDOUT({0, 0}), pellix::kResultNoCommand);
+    EXPECT_EQ(link->Operate(), pellix::kResultNoCommand);
+    EXPECT_EQ(link->RequestDeviceString(), pellix::kResultNoCommand);
+    EXPECT_EQ(log.OfThisThread(), Messages(4, "Device has been removed"));
+    EXPECT_TRUE(master.Requests().empty());
+}
+
+TEST_F(PellixTest, StoppedLinkStillEndsTheRequestsThatAreUnderWay) {
+    InitAndSettle();
+    master.SetAnswers("OPERATE()", {""});
+    std::atomic<unsigned> result = 0;
+    std::thread caller([&] { result = link->Operate(); });
+    EXPECT_TRUE(master.WaitForRequest("OPERATE()"));
+    link->Stop();
+    caller.join();
+    EXPECT_EQ(result, pellix::kResultTimeout);
+}
+
+// A master that is unplugged in mode 3 fails each of the state thread's requests at once.
+TEST_F(PellixTest, StoppedLinkDoesNotRepeatWhatCannotBeSent) {
+    master.SetValue("MODE", "3");
+    master.SetAnswers("DEVINFO?", {"DEVINFO=[1]\n", ""});
+    ASSERT_EQ(Init(), pellix::kResultOk);
+    EXPECT_TRUE(master.WaitForRequest("DEVINFO?", 2));  // the state thread's, without an answer
+    link->Stop();
+    EXPECT_TRUE(WaitFor([this] { return log.Contains("State thread terminated"); }));
+    EXPECT_LE(log.Count("Device has been removed"), 1U);
+}
+
+TEST_F(PellixTest, RequestsOnAPulledTtyFailAtOnce) {
+    InitAndSettle();
+    master.Unplug();
+    const auto waited = Measure([this] {
+        EXPECT_EQ(link->RequestID(), pellix::kResultNoCommand);
+        EXPECT_EQ(link->WritePDOUT({0, 0}), pellix::kResultNoCommand);
+    });
+    EXPECT_LT(waited, milliseconds(900));
+    EXPECT_EQ(log.OfThisThread(),
+              (Messages{"Failed to write to serial connection: -1", "Failed to send command ID",
+                        "Pending command ID deleted (Status: 0).", "Active commands: 0",
+                        "Failed to write to serial connection: -1", "Failed to send command PDOUT",
+                        "Pending command PDOUT deleted (Status: 0).", "Active commands: 0"}));
+}
+
+TEST_F(PellixTest, RequestToATtyThatTakesNoBytesFailsAfterThreeSeconds) {
+    InitAndSettle();
+    master.Stall(true);
+    unsigned result = 0;
+    const auto waited = Measure([&] { result = link->Operate(); });
+    EXPECT_EQ(result, pellix::kResultNoCommand);
+    EXPECT_GE(waited, seconds(3));
+    EXPECT_TRUE(log.Contains("Failed to send command OPERATE"));
+    master.Stall(false);
+    EXPECT_EQ(link->Restart(), pellix::kResultOk);
+    EXPECT_EQ(master.Requests(), Lines{"RESTART()"});
+}
+
+TEST_F(PellixTest, UnplugInTheMiddleOfRequestsEndsThemAll) {
+    InitAndSettle();
+    std::atomic<int> successes = 0;
+    std::atomic<int> ended = 0;
+    std::vector<std::thread> callers;
+    for (unsigned index = 0; index < 3; ++index) {
+        callers.emplace_back([this, index, &successes, &ended] {
+            while (link->WriteParameter(index, 0, {1}) == pellix::kResultOk) {
+                ++successes;
+            }
+            ++ended;
+        });
+    }
+    EXPECT_TRUE(WaitFor([&] { return successes > 100; }));
+    master.Unplug();
+    EXPECT_TRUE(WaitFor([&] { return ended == 3; }));
+    for (std::thread& caller : callers) {
+        caller.join();
+    }
+    EXPECT_LT(Measure([this] { link.reset(); }), seconds(5));
+}
+
+TEST_F(PellixTest, RequestsOfSeveralThreadsDoNotDisturbEachOther) {
+    InitAndSettle();
+    std::atomic<int> failures = 0;
+    std::vector<std::thread> callers;
+    for (unsigned index = 0; index < 3; ++index) {
+        const std::string number = std::to_string(index);
+        const std::string key = "PARAM[" + number + "][0]";
+        std::ostringstream answer;
+        answer << "ACK " << key << "\n" << key << "=[" << number << "]\nFIN " << key << "\n";
+        master.SetAnswers(key + "?", {answer.str()});
+        callers.emplace_back([this, index, &failures] {
+            for (int i = 0; i < 30; ++i) {
+                const bool good =
+                    link->ReadParameter(index, 0) == pellix::kResultOk &&
+                    link->GetParameter(index, 0) == Bytes{static_cast<std::uint8_t>(index)};
+                failures += good ? 0 : 1;
+            }
+        });
+    }
+    for (std::thread& caller : callers) {
+        caller.join();
+    }
+    EXPECT_EQ(failures, 0);
+}
+
+// Nobody answers, and nobody expires commands any more, by the time that the state thread is
+// joined.
+TEST_F(PellixTest, DestructionEndsAStateThreadThatWaitsForAnAnswer) {
+    master.SetValue("MODE", "3");
+    master.SetAnswers("DEVINFO?", {"DEVINFO=[1]\n", ""});
+    ASSERT_EQ(Init(), pellix::kResultOk);
+    EXPECT_TRUE(master.WaitForRequest("DEVINFO?", 2));
+    const std::shared_ptr<std::unique_ptr<Pellix>> owner =
+        std::make_shared<std::unique_ptr<Pellix>>(std::move(link));
+    EXPECT_TRUE(support::EndsWithin(seconds(10), [owner] { owner->reset(); }));
+    EXPECT_EQ(log.Count("State thread terminated"), 1U);
+}
+
+TEST_F(PellixTest, DestructionUnderTheStreamOfAMasterIsQuick) {
+    master.StreamEvery(milliseconds(2));
+    InitAndSettle();
+    EXPECT_LT(Measure([this] { link.reset(); }), milliseconds(900));
+}
+
+TEST_F(PellixTest, BadLineIsLoggedAndTheLinesAfterItAreHandled) {
+    InitAndSettle();
+    master.SetAnswers("OPERATE()", {"ERR X\nERR OPERATE x\nACK OPERATE\nFIN OPERATE\n"});
+    EXPECT_EQ(link->Operate(), pellix::kResultOk);
+    EXPECT_EQ(log.BeginningWith("Exception in parser thread"),
+              Messages(2, "Exception in parser thread: stoi"));
+    EXPECT_FALSE(log.Contains("Input timeout"));
+}
+
+TEST_F(PellixTest, GarbageFromTheMasterIsSurvived) {
+    InitAndSettle();
+    for (const char* text :
+         {"\n\n\n", "ERR\n", "ERR OPERATE\n", "MODE\n", "=\n", "@\n", "PARAM[=[\n",
+          "DEVINFO=[0,0,0,4294967295,4294967295]\n", "\xFF\xFE\n", "PDIN=[,,,]\n", "ID\n"}) {
+        master.Send(text);
+    }
+    master.Send(std::string(2000, 'x') + "\n");
+    master.Send("@MODE=4\n");
+    EXPECT_TRUE(WaitFor([this] { return link->GetDeviceMode() == pellix::kModeOperate; }));
+    EXPECT_EQ(link->Operate(), pellix::kResultOk);
+}
+
+TEST_F(PellixTest, DeviceStringWithoutSerialNumberIsTheProductAlone) {
+    master.SetAnswers("PARAM[21][0]?", {"FIN PARAM[21][0]\n"});
+    InitAndSettle();
+    EXPECT_EQ(link->GetDeviceString(), "HVA");
+    EXPECT_EQ(log.All(), Messages{"Parameter 21 / 0 not found"});
+}
+
+TEST_F(PellixTest, DeviceStringWithAnEmptySerialNumberIsTheProductAlone) {
+    master.SetValue("PARAM[21][0]", "[]");
+    InitAndSettle();
+    EXPECT_EQ(link->GetDeviceString(), "HVA");
+    EXPECT_TRUE(log.All().empty());
+}
+
+TEST_F(PellixTest, DeviceStringIsSafeForClients) {
+    master.SetValue("PARAM[19][0]", "[4d,5a,44,1,ff,0,0]");
+    master.SetValue("PARAM[21][0]", "[31,0,32,c3,a4,0]");
+    EXPECT_EQ(Init(), pellix::kResultOk);
+    EXPECT_EQ(link->GetDeviceString(), "MZD?? SN:1?2\xC3\xA4");
+}
+
+TEST_F(PellixTest, DeviceInfoIsHandedOutOnlyWhileConnected) {
+    master.SetValue("MODE", "0");
+    ASSERT_EQ(Init(), pellix::kResultOk);
+    EXPECT_EQ(link->RequestDeviceInfo(), pellix::kResultOk);
+    EXPECT_FALSE(link->GetDevice().GetDeviceInfo().empty());
+    EXPECT_TRUE(link->GetDeviceInfo().empty());
+    EXPECT_EQ(log.OfThisThread().back(), "DeviceInfo");
+    master.Send("@MODE=2\n");
+    EXPECT_TRUE(WaitFor([this] { return link->IsConnected(); }));
+    EXPECT_EQ(link->GetDeviceInfo(), link->GetDevice().GetDeviceInfo());
+}
+
+TEST_F(PellixTest, IdIsWhatTheMasterLastReported) {
+    master.SetValue("ID", "\"MARROK-7\"");
+    InitAndSettle();
+    EXPECT_EQ(link->GetID(), "MARROK-7");
+    master.Send("@ID=OTHER\n");
+    EXPECT_TRUE(WaitFor([this] { return link->GetID() == "OTHER"; }));
+}
+
+TEST_F(PellixTest, PinsAreCounted) {
+    Open();
+    EXPECT_FALSE(link->IsPinned());
+    link->WaitUntilUnpinned();
+    link->Pin();
+    link->Pin();
+    link->Unpin();
+    EXPECT_TRUE(link->IsPinned());
+    std::atomic<bool> released = false;
+    std::thread waiter([&] {
+        link->WaitUntilUnpinned();
+        EXPECT_TRUE(released);
+    });
+    released = true;
+    link->Unpin();
+    waiter.join();
+    EXPECT_FALSE(link->IsPinned());
+}
+
+TEST_F(PellixTest, ModeNamesAreThoseOfTheProtocol) {
+    EXPECT_EQ(Pellix::GetModeName(0), "DL_NONE");
+    EXPECT_EQ(Pellix::GetModeName(7), "DL_POWERFAULT");
+    EXPECT_EQ(Pellix::GetModeName(9), "[unknown]");
+}
+
+TEST_F(PellixTest, SupportedMastersAreToldByTheirExactProduct) {
+    EXPECT_TRUE(Pellix::IsMasterProduct("PELLIX"));
+    EXPECT_TRUE(Pellix::IsMasterProduct("MARROK-7"));
+    for (const char* other :
+         {"", "pellix", "PELLIX ", "PELLI", "PELLIX2", "MARROK7", "MARROK-70"}) {
+        EXPECT_FALSE(Pellix::IsMasterProduct(other)) << other;
+    }
+}

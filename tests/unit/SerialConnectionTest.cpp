@@ -1,0 +1,599 @@
+#include "pellix/SerialConnection.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <sys/resource.h>
+#include <sys/select.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <exception>
+#include <fstream>
+#include <iterator>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/support/Allocations.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/OutputCapture.h"
+#include "tests/support/Pty.h"
+#include "tests/support/ScriptedRead.h"
+#include "tests/support/WaitFor.h"
+
+using pellix::SerialConnection;
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+using support::LogCapture;
+using support::Measure;
+using support::Messages;
+using support::Pty;
+
+namespace {
+
+/// The number that the next descriptor of this process will get.
+int NextDescriptor() {
+    const int next = ::fcntl(STDIN_FILENO, F_DUPFD, 0);
+    ::close(next);
+    return next;
+}
+
+bool IsOpen(int descriptor) {
+    return ::fcntl(descriptor, F_GETFD) != -1;
+}
+
+/// Runs `action`, which may throw a pointer. @return whether it did
+template <typename Action>
+bool ThrowsPointer(Action action) {
+    try {
+        action();
+        return false;
+    } catch (std::exception* failure) {  // NOLINT(misc-throw-by-value-catch-by-reference)
+        delete failure;
+        return true;
+    }
+}
+
+/// Whether the thread `id` of this process sleeps in the kernel.
+bool IsThreadAsleep(pid_t id) {
+    std::ifstream file("/proc/self/task/" + std::to_string(id) + "/stat");
+    const std::string text{std::istreambuf_iterator<char>(file), {}};
+    const std::size_t state = text.rfind(')') + 2;
+    return state < text.size() && text[state] == 'S';
+}
+
+/// Signals are taken, and what they find blocked ends early.
+void TakeSignals() {
+    struct sigaction take {};
+    take.sa_handler = [](int) {};  // without SA_RESTART
+    ASSERT_EQ(::sigaction(SIGUSR1, &take, nullptr), 0);
+}
+
+/// A thread that writes one text, which is to block.
+class Writer {
+public:
+    Writer(SerialConnection& connection, const std::string& text)
+        : thread([this, &connection, text] {
+              id = ::gettid();
+              result = connection.Write(text);
+              done = true;
+          }) {
+        EXPECT_TRUE(support::WaitFor([this] { return IsAsleep(); }));
+    }
+    Writer(const Writer&) = delete;
+    Writer& operator=(const Writer&) = delete;
+    ~Writer() { Join(); }
+
+    void Join() {
+        if (thread.joinable()) {
+            thread.join();
+        }
+    }
+
+    /// Sends a signal, which a handler takes.
+    void Interrupt() { ::pthread_kill(thread.native_handle(), SIGUSR1); }
+
+    bool IsAsleep() const { return id != 0 && IsThreadAsleep(id); }
+    bool IsDone() const { return done; }
+
+    int result = 1;  ///< valid after Join()
+
+private:
+    std::atomic<pid_t> id = 0;
+    std::atomic<bool> done = false;
+    std::thread thread;
+};
+
+}  // namespace
+
+class SerialConnectionTest : public testing::Test {
+protected:
+    std::string Line(const std::string& text) const { return "SerialConnection: " + text; }
+
+    Messages OpenLines() const {
+        return {Line("Opening device " + pty.Path()), Line("Initialize device succeeded")};
+    }
+
+    LogCapture log;
+    Pty pty;
+};
+
+TEST_F(SerialConnectionTest, ConstructionOpensAndDestructionCloses) {
+    const int descriptor = NextDescriptor();
+    {
+        const SerialConnection connection(pty.Path());
+        EXPECT_TRUE(IsOpen(descriptor));
+        EXPECT_EQ(log.All(), OpenLines());
+        log.Clear();
+    }
+    EXPECT_FALSE(IsOpen(descriptor));
+    EXPECT_EQ(log.All(), Messages{Line("Closed device " + pty.Path())});
+}
+
+TEST_F(SerialConnectionTest, TtyGetsExactlyItsSettings) {
+    const Pty cooked(Pty::Settings::kCooked);
+    termios before = cooked.GetSettings();
+    ASSERT_NE(before.c_lflag & ECHO, 0U);
+    before.c_cc[VINTR] = 7;
+    before.c_cc[VSTART] = 8;
+    cooked.SetSettings(before);
+    const SerialConnection connection(cooked.Path());
+    const termios after = cooked.GetSettings();
+    EXPECT_EQ(after.c_iflag, static_cast<tcflag_t>(IGNBRK | IGNPAR));
+    EXPECT_EQ(after.c_oflag, 0U);
+    EXPECT_EQ(after.c_cflag, static_cast<tcflag_t>(B115200 | CS8 | CLOCAL | CREAD));
+    EXPECT_EQ(after.c_lflag, 0U);
+    EXPECT_EQ(after.c_cc[VTIME], 10);
+    EXPECT_EQ(after.c_cc[VMIN], 0);
+    EXPECT_EQ(after.c_line, before.c_line);
+    for (std::size_t i = 0; i < NCCS; ++i) {
+        if (i != VTIME && i != VMIN) {
+            EXPECT_EQ(after.c_cc[i], before.c_cc[i]) << i;
+        }
+    }
+}
+
+TEST_F(SerialConnectionTest, TtyDoesNotBecomeTheControllingTerminal) {
+    const pid_t child = ::fork();
+    if (child == 0) {
+        ::setsid();  // a session without a terminal, which the next one opened could become
+        const SerialConnection connection(pty.KernelPath());
+        ::_exit(::open("/dev/tty", O_RDWR | O_CLOEXEC) == -1 ? 0 : 1);
+    }
+    int status = -1;
+    ::waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+}
+
+TEST_F(SerialConnectionTest, OpeningDiscardsWhatIsPending) {
+    pty.Send("old\n");
+    ASSERT_TRUE(support::WaitFor([this] { return pty.Pending() == 4; }));
+    SerialConnection connection(pty.Path());
+    pty.Send("new\n");
+    EXPECT_EQ(connection.Read(), "new\n");
+}
+
+TEST_F(SerialConnectionTest, PathThatDoesNotExistThrowsAPointer) {
+    const std::string path = pty.Path() + "/none";
+    const std::size_t before = support::LiveBytes();
+    EXPECT_TRUE(ThrowsPointer([&] { const SerialConnection connection(path); }));
+    EXPECT_EQ(support::LiveBytes(), before);
+    EXPECT_EQ(log.All(), (Messages{Line("Opening device " + path), Line("Open call failed")}));
+}
+
+TEST_F(SerialConnectionTest, FileThatIsNoTerminalThrowsAPointerAndStaysOpen) {
+    const int descriptor = NextDescriptor();
+    std::string error;
+    {
+        const support::OutputCapture errors(STDERR_FILENO);
+        // The capture has descriptors of its own by now.
+        const int opened = NextDescriptor();
+        EXPECT_TRUE(ThrowsPointer([] { const SerialConnection connection("/dev/null"); }));
+        EXPECT_TRUE(IsOpen(opened));
+        ::close(opened);
+        error = errors.Text();
+    }
+    EXPECT_EQ(NextDescriptor(), descriptor);
+    EXPECT_EQ(error, "terminal: tcgetattr() failed: Inappropriate ioctl for device\n");
+    EXPECT_EQ(log.All(),
+              (Messages{Line("Opening device /dev/null"), Line("Initialize device succeeded")}));
+}
+
+TEST_F(SerialConnectionTest, OpeningAgainChangesNothing) {
+    SerialConnection connection(pty.Path());
+    pty.Send("kept\n");
+    ASSERT_TRUE(support::WaitFor([this] { return pty.Pending() == 5; }));
+    const int next = NextDescriptor();
+    log.Clear();
+    connection.Open();
+    EXPECT_EQ(log.All(), Messages{Line(pty.Path() + " already open")});
+    EXPECT_EQ(NextDescriptor(), next);
+    EXPECT_EQ(connection.Read(), "kept\n");
+}
+
+TEST_F(SerialConnectionTest, ClosingAgainChangesNothing) {
+    const int descriptor = NextDescriptor();
+    SerialConnection connection(pty.Path());
+    connection.Close();
+    const int other = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+    ASSERT_EQ(other, descriptor);
+    log.Clear();
+    connection.Close();
+    EXPECT_EQ(log.All(), Messages{Line(pty.Path() + " not open")});
+    EXPECT_TRUE(IsOpen(other));
+    ::close(other);
+    connection.Open();
+    pty.Send("again\n");
+    EXPECT_EQ(connection.Read(), "again\n");
+}
+
+TEST_F(SerialConnectionTest, ReadReturnsWhatHasArrived) {
+    SerialConnection connection(pty.Path());
+    pty.Send("ACK ID\nFIN");
+    ASSERT_TRUE(support::WaitFor([this] { return pty.Pending() == 10; }));
+    log.Clear();
+    EXPECT_EQ(connection.Read(), "ACK ID\nFIN");
+    EXPECT_TRUE(log.All().empty());
+}
+
+TEST_F(SerialConnectionTest, NothingIsTranslatedOnTheWayIn) {
+    SerialConnection connection(pty.Path());
+    const std::string text =
+        "a\r\n\x03\x04\x11\x13\x1A\x7F\xFF"
+        "b\r";
+    pty.Send(text);
+    ASSERT_TRUE(support::WaitFor([&] { return pty.Pending() == text.size(); }));
+    EXPECT_EQ(connection.Read(), text);
+}
+
+TEST_F(SerialConnectionTest, ReadWithoutInputEndsAfterASecond) {
+    SerialConnection connection(pty.Path());
+    log.Clear();
+    std::string text = "none";
+    const auto waited = Measure([&] { text = connection.Read(); });
+    EXPECT_EQ(text, "");
+    EXPECT_GE(waited, milliseconds(990));  // the kernel counts in ticks
+    EXPECT_LT(waited, seconds(5));
+    EXPECT_EQ(log.All(), Messages{"Input timeout"});
+}
+
+TEST_F(SerialConnectionTest, ReadIsCutAtItsFirstZeroByte) {
+    SerialConnection connection(pty.Path());
+    pty.Send(std::string("ID=1\n\0ID=2\n", 11));
+    ASSERT_TRUE(support::WaitFor([this] { return pty.Pending() == 11; }));
+    EXPECT_EQ(connection.Read(), "ID=1\n");
+    pty.Send("ID=3\n");
+    EXPECT_EQ(connection.Read(), "ID=3\n");
+}
+
+TEST_F(SerialConnectionTest, MoreInputThanOneReadTakesIsReadInPieces) {
+    SerialConnection connection(pty.Path());
+    std::string sent;
+    while (sent.size() < 9000) {
+        sent += "@PDIN=[" + std::to_string(sent.size()) + "]\n";
+    }
+    pty.Send(sent);
+    std::string received;
+    while (received.size() < sent.size()) {
+        const std::string piece = connection.Read();
+        ASSERT_FALSE(piece.empty());
+        ASSERT_LE(piece.size(), 4096U);
+        received += piece;
+    }
+    EXPECT_EQ(received, sent);
+}
+
+TEST_F(SerialConnectionTest, ReadThatFillsTheBufferIsReturnedWhole) {
+    SerialConnection connection(pty.Path());
+    const std::string text(4096, 'x');
+    const support::ScriptedRead read(text);
+    EXPECT_EQ(connection.Read(), text);
+}
+
+TEST_F(SerialConnectionTest, OneReadAsksForNoMoreThanItsBufferHolds) {
+    SerialConnection connection(pty.Path());
+    const support::ScriptedRead read(std::string(5000, 'x'));
+    EXPECT_EQ(connection.Read().size(), 4096U);
+}
+
+TEST_F(SerialConnectionTest, FailedReadIsEmptyWithoutALogLine) {
+    SerialConnection connection(pty.Path());
+    log.Clear();
+    const support::ScriptedRead read(std::nullopt);
+    EXPECT_EQ(connection.Read(), "");
+    EXPECT_TRUE(log.All().empty());
+}
+
+TEST_F(SerialConnectionTest, WriteSendsTheTextAsItIs) {
+    const Pty cooked(Pty::Settings::kCooked);
+    SerialConnection connection(cooked.Path());
+    log.Clear();
+    EXPECT_EQ(connection.Write("PDOUT=[3,3]\n"), 0);
+    EXPECT_EQ(connection.Write("\r\n"), 0);
+    EXPECT_EQ(cooked.Receive(14), "PDOUT=[3,3]\n\r\n");
+    EXPECT_TRUE(log.All().empty());
+}
+
+TEST_F(SerialConnectionTest, HungUpTtyReadsNothingAndTakesNothing) {
+    SerialConnection connection(pty.Path());
+    pty.HangUp();
+    log.Clear();
+    std::string text = "none";
+    EXPECT_LT(Measure([&] { text = connection.Read(); }), milliseconds(900));
+    EXPECT_EQ(text, "");
+    EXPECT_EQ(log.All(), Messages{"Input timeout"});
+    log.Clear();
+    EXPECT_LT(Measure([&] { EXPECT_EQ(connection.Write("ID?\n"), -1); }), milliseconds(900));
+    EXPECT_EQ(log.All(), Messages{"Failed to write to serial connection: -1"});
+}
+
+TEST_F(SerialConnectionTest, HangUpEndsAReadThatWaits) {
+    SerialConnection connection(pty.Path());
+    milliseconds waited{0};
+    std::thread reader([&] { waited = Measure([&] { EXPECT_EQ(connection.Read(), ""); }); });
+    pty.HangUp();
+    reader.join();
+    EXPECT_LT(waited, milliseconds(900));
+}
+
+TEST_F(SerialConnectionTest, ShortWriteIsAFailureWithItsCount) {
+    TakeSignals();
+    SerialConnection connection(pty.Path());
+    log.Clear();
+    Writer writer(connection, std::string(1'000'000, 'x'));
+    EXPECT_TRUE(support::WaitFor([&] {
+        writer.Interrupt();
+        return writer.IsDone();
+    }));
+    writer.Join();
+    EXPECT_EQ(writer.result, -1);
+    const std::string start = "Failed to write to serial connection: ";
+    const std::string message = log.All().at(0);
+    ASSERT_EQ(message.substr(0, start.size()), start);
+    EXPECT_GT(std::stol(message.substr(start.size())), 0);
+    EXPECT_LT(std::stol(message.substr(start.size())), 1'000'000);
+}
+
+TEST_F(SerialConnectionTest, ReopenClosesAndOpens) {
+    SerialConnection connection(pty.Path());
+    const int next = NextDescriptor();
+    log.Clear();
+    connection.Reopen();
+    EXPECT_EQ(NextDescriptor(), next);
+    Messages expected = {Line("Reopening"), Line("Closed device " + pty.Path())};
+    const Messages opened = OpenLines();
+    expected.insert(expected.end(), opened.begin(), opened.end());
+    EXPECT_EQ(log.All(), expected);
+}
+
+TEST_F(SerialConnectionTest, ReopenAppliesTheSettingsAndDiscardsPendingInput) {
+    SerialConnection connection(pty.Path());
+    const termios wanted = pty.GetSettings();
+    termios other = wanted;
+    other.c_lflag |= ICANON | ECHO;
+    other.c_iflag |= ICRNL;
+    other.c_cc[VMIN] = 4;
+    pty.SetSettings(other);
+    pty.Send("old\n");
+    ASSERT_TRUE(support::WaitFor([this] { return pty.Pending() == 4; }));
+    connection.Reopen();
+    const termios after = pty.GetSettings();
+    EXPECT_EQ(after.c_lflag, wanted.c_lflag);
+    EXPECT_EQ(after.c_iflag, wanted.c_iflag);
+    EXPECT_EQ(after.c_cc[VMIN], 0);
+    pty.Send("new\n");
+    EXPECT_EQ(connection.Read(), "new\n");
+}
+
+TEST_F(SerialConnectionTest, FailedReopenThrowsAPointerAndLeavesTheLineClosed) {
+    const int descriptor = NextDescriptor();
+    SerialConnection connection(pty.Path());
+    pty.RemovePath();
+    const std::size_t before = support::LiveBytes();
+    log.Clear();
+    EXPECT_TRUE(ThrowsPointer([&] { connection.Reopen(); }));
+    EXPECT_EQ(log.All(),
+              (Messages{Line("Reopening"), Line("Closed device " + pty.Path()),
+                        Line("Opening device " + pty.Path()), Line("Open call failed")}));
+    EXPECT_FALSE(IsOpen(descriptor));
+    log.Clear();
+    EXPECT_TRUE(ThrowsPointer([&] { connection.Reopen(); }));
+    EXPECT_EQ(log.All(),
+              (Messages{Line("Reopening"), Line(pty.Path() + " not open"),
+                        Line("Opening device " + pty.Path()), Line("Open call failed")}));
+    EXPECT_EQ(support::LiveBytes(), before);
+}
+
+TEST_F(SerialConnectionTest, ReopeningWhatIsNoTtyAnyMoreUsesUpNoDescriptors) {
+    SerialConnection connection(pty.Path());
+    const int next = NextDescriptor();
+    pty.RemovePath();
+    ASSERT_EQ(::symlink("/dev/null", pty.Path().c_str()), 0);
+    {
+        const support::OutputCapture errors(STDERR_FILENO);
+        for (int i = 0; i < 10; ++i) {
+            EXPECT_TRUE(ThrowsPointer([&] { connection.Reopen(); }));
+        }
+    }
+    EXPECT_EQ(NextDescriptor(), next);  // the one that it had is what is half open
+    EXPECT_EQ(connection.Write("ID?\n"), -1);
+    EXPECT_EQ(connection.Read(), "");
+    pty.RemovePath();
+    pty.RestorePath();
+    connection.Reopen();
+    EXPECT_EQ(NextDescriptor(), next);
+    EXPECT_EQ(connection.Write("ID?\n"), 0);
+}
+
+TEST_F(SerialConnectionTest, DescriptorMayBeLargerThanASetHolds) {
+    rlimit limit{};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
+    const rlimit before = limit;
+    limit.rlim_cur = std::min<rlim_t>(limit.rlim_max, FD_SETSIZE + 100);
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
+    if (limit.rlim_cur < FD_SETSIZE + 10) {
+        GTEST_SKIP() << "this system grants too few descriptors";
+    }
+    std::vector<int> occupied;
+    while (NextDescriptor() < FD_SETSIZE) {
+        occupied.push_back(::dup(STDIN_FILENO));
+    }
+    {
+        SerialConnection connection(pty.Path());
+        EXPECT_TRUE(IsOpen(FD_SETSIZE));
+        EXPECT_EQ(connection.Write("ID?\n"), 0);
+        EXPECT_EQ(pty.Receive(4), "ID?\n");
+    }
+    for (const int descriptor : occupied) {
+        ::close(descriptor);
+    }
+    ::setrlimit(RLIMIT_NOFILE, &before);
+}
+
+TEST_F(SerialConnectionTest, LineWorksAgainOnceTheTtyIsBack) {
+    SerialConnection connection(pty.Path());
+    pty.RemovePath();
+    EXPECT_TRUE(ThrowsPointer([&] { connection.Reopen(); }));
+    pty.RestorePath();
+    connection.Reopen();
+    EXPECT_EQ(connection.Write("ID?\n"), 0);  // the lock was let go as well
+    EXPECT_EQ(pty.Receive(4), "ID?\n");
+    pty.Send("ACK ID\n");
+    EXPECT_EQ(connection.Read(), "ACK ID\n");
+}
+
+// The old descriptor's number may belong to a client's socket by then.
+TEST_F(SerialConnectionTest, ClosedLineTouchesNoOtherFile) {
+    const int descriptor = NextDescriptor();
+    SerialConnection connection(pty.Path());
+    pty.RemovePath();
+    EXPECT_TRUE(ThrowsPointer([&] { connection.Reopen(); }));
+    std::array<int, 2> ends;
+    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, ends.data()), 0);
+    ASSERT_EQ(ends[0], descriptor);
+    ASSERT_EQ(::write(ends[1], "private", 7), 7);
+
+    log.Clear();
+    EXPECT_EQ(connection.Read(), "");
+    EXPECT_TRUE(log.All().empty());
+    EXPECT_EQ(connection.Write("ID?\n"), -1);
+    EXPECT_EQ(log.All(), Messages{"Failed to write to serial connection: -1"});
+    EXPECT_TRUE(ThrowsPointer([&] { connection.Reopen(); }));
+
+    std::array<char, 16> buffer;
+    EXPECT_EQ(::read(ends[0], buffer.data(), buffer.size()), 7);
+    EXPECT_EQ(::read(ends[1], buffer.data(), buffer.size()), -1);
+    ::close(ends[0]);
+    ::close(ends[1]);
+}
+
+TEST_F(SerialConnectionTest, WriteWaitsForTheTtyToTakeBytes) {
+    SerialConnection connection(pty.Path());
+    pty.Stall(true);
+    log.Clear();
+    {
+        Writer writer(connection, "ID?\n");
+        pty.Stall(false);
+        writer.Join();
+        EXPECT_EQ(writer.result, 0);
+    }
+    EXPECT_EQ(pty.Receive(4), "ID?\n");
+    EXPECT_TRUE(log.All().empty());
+}
+
+TEST_F(SerialConnectionTest, WriteToATtyThatTakesNoBytesFailsAfterThreeSeconds) {
+    SerialConnection connection(pty.Path());
+    pty.Stall(true);
+    log.Clear();
+    const auto waited = Measure([&] { EXPECT_EQ(connection.Write("ID?\n"), -1); });
+    EXPECT_GE(waited, seconds(3));
+    EXPECT_LT(waited, seconds(8));
+    EXPECT_EQ(log.All(), Messages{"Failed to write to serial connection: -1"});
+    pty.Stall(false);
+    EXPECT_EQ(connection.Write("MODE?\n"), 0);
+    EXPECT_EQ(pty.Receive(6), "MODE?\n");  // nothing of the first was sent
+}
+
+TEST_F(SerialConnectionTest, SignalsDoNotShortenTheWaitForATtyThatTakesNoBytes) {
+    TakeSignals();
+    SerialConnection connection(pty.Path());
+    pty.Stall(true);
+    Writer writer(connection, "ID?\n");
+    for (int i = 0; i < 20; ++i) {
+        writer.Interrupt();
+        ASSERT_TRUE(support::WaitFor([&] { return writer.IsAsleep(); }));
+    }
+    pty.Stall(false);
+    writer.Join();
+    EXPECT_EQ(writer.result, 0);
+}
+
+TEST_F(SerialConnectionTest, WriteBehindABlockedOneTimesOutAfterASecond) {
+    SerialConnection connection(pty.Path());
+    pty.Stall(true);
+    log.Clear();
+    Writer writer(connection, "first\n");
+    const auto waited = Measure([&] { EXPECT_EQ(connection.Write("second\n"), -1); });
+    EXPECT_GE(waited, seconds(1));
+    EXPECT_EQ(log.All(), Messages{"Timeout writing to serial connection"});
+    pty.Stall(false);
+    writer.Join();
+    EXPECT_EQ(writer.result, 0);
+    EXPECT_EQ(pty.Receive(6), "first\n");
+    EXPECT_EQ(connection.Write("third\n"), 0);
+    EXPECT_EQ(pty.Receive(6), "third\n");
+}
+
+TEST_F(SerialConnectionTest, ReopenBehindABlockedWriteTimesOutAfterASecond) {
+    SerialConnection connection(pty.Path());
+    pty.Stall(true);
+    log.Clear();
+    Writer writer(connection, "first\n");
+    const auto waited = Measure([&] { connection.Reopen(); });
+    EXPECT_GE(waited, seconds(1));
+    EXPECT_EQ(log.All(), (Messages{Line("Reopening"), Line("Timeout reopening")}));
+    pty.Stall(false);
+    writer.Join();
+    EXPECT_EQ(writer.result, 0);
+    EXPECT_EQ(pty.Receive(6), "first\n");
+}
+
+TEST_F(SerialConnectionTest, ReadGoesOnWhileAWriteIsBlocked) {
+    SerialConnection connection(pty.Path());
+    pty.Stall(true);
+    const Writer writer(connection, "first\n");
+    pty.Send("@EV=1\n");
+    std::string text;
+    EXPECT_LT(Measure([&] { text = connection.Read(); }), milliseconds(900));
+    EXPECT_EQ(text, "@EV=1\n");
+    pty.Stall(false);
+}
+
+TEST_F(SerialConnectionTest, WritesOfManyThreadsDoNotMix) {
+    SerialConnection connection(pty.Path());
+    std::vector<std::thread> threads;
+    for (const char letter : {'a', 'b', 'c'}) {
+        threads.emplace_back([&connection, line = std::string(20, letter) + "\n"] {
+            for (int i = 0; i < 50; ++i) {
+                EXPECT_EQ(connection.Write(line), 0);
+            }
+        });
+    }
+    const std::string text = pty.Receive(std::size_t{3} * 50 * 21);
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    ASSERT_EQ(text.size(), 3U * 50U * 21U);
+    for (std::size_t start = 0; start < text.size(); start += 21) {
+        ASSERT_EQ(text.substr(start, 21), std::string(20, text[start]) + "\n");
+    }
+}

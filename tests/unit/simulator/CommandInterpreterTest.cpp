@@ -1,0 +1,314 @@
+#include "simulator/CommandInterpreter.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <array>
+#include <chrono>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "tests/unit/simulator/UeventMonitor.h"
+
+namespace simulator {
+namespace {
+
+using std::chrono::milliseconds;
+
+std::vector<Station> Stations() {
+    MasterSettings settings;
+    settings.streamRate = 0;
+    std::vector<Station> stations;
+    for (const char* const model : {"TLM", "MZD-S"}) {
+        stations.push_back(
+            {SimulatedMaster(settings, *FindGripperModel(model), {'P'}, {'S'}, Clock::now()),
+             nullptr});
+    }
+    return stations;
+}
+
+/// Both masters are plugged in.
+class CommandInterpreterTest : public testing::Test {
+protected:
+    void SetUp() override {
+        interpreter.Plug(0);
+        interpreter.Plug(1);
+        tty = OpenTty();
+        ASSERT_NE(tty.Get(), -1);
+    }
+
+    std::string Execute(const std::string& line) {
+        replies.clear();
+        pause = interpreter.Execute(line);
+        return replies.empty() ? "" : replies.back();
+    }
+
+    /// Executes a line that has to be accepted.
+    void Do(const std::string& line) { ASSERT_EQ(Execute(line), "ok " + line); }
+
+    FileDescriptor OpenTty() const {
+        return FileDescriptor(open((testbed.Folder() / "dev/ttyACM0").c_str(), O_RDWR | O_NOCTTY));
+    }
+
+    /// Writes a request to master 0. @return what it says until nothing comes for `patience`
+    std::string Ask(const std::string& line, milliseconds patience) const {
+        const std::string text = line + "\n";
+        EXPECT_EQ(write(tty.Get(), text.data(), text.size()), static_cast<ssize_t>(text.size()));
+        return Listen("", patience);
+    }
+
+    /// Writes a request to master 0. @return what it says until `end` is there
+    std::string Ask(const std::string& line, const std::string& end) const {
+        const std::string text = line + "\n";
+        EXPECT_EQ(write(tty.Get(), text.data(), text.size()), static_cast<ssize_t>(text.size()));
+        return Listen(end, milliseconds(10000));
+    }
+
+    std::string Listen(const std::string& end, milliseconds patience) const {
+        std::string all;
+        std::array<char, 256> buffer{};
+        pollfd entry{tty.Get(), POLLIN, 0};
+        while ((end.empty() || !all.ends_with(end)) &&
+               poll(&entry, 1, static_cast<int>(patience.count())) == 1) {
+            const ssize_t count = read(tty.Get(), buffer.data(), buffer.size());
+            if (count <= 0) {
+                break;
+            }
+            all.append(buffer.data(), static_cast<std::size_t>(count));
+        }
+        return all;
+    }
+
+    /// The next event as "ACTION DEVNAME".
+    static std::string NextEvent(const UeventMonitor& monitor) {
+        const std::string message = monitor.Receive().value_or("");
+        const auto action = message.find("ACTION=");
+        return action == std::string::npos
+                   ? "none"
+                   : std::string(message.c_str() + action + 7) + " " + Property(message, "DEVNAME");
+    }
+
+    bool Shows(const std::string& part) {
+        return Execute("show 0").find(part) != std::string::npos;
+    }
+
+    Testbed testbed;
+    Cell cell{Stations()};
+    std::vector<std::string> replies;
+    milliseconds pause{0};
+    int interrupts = 0;
+    bool commandRuns = true;
+    CommandInterpreter interpreter{cell, testbed, PtyPort::Start::Raw,
+                                   [this](const std::string& text) { replies.push_back(text); },
+                                   [this] {
+                                       interrupts += commandRuns ? 1 : 0;
+                                       return commandRuns;
+                                   }};
+    FileDescriptor tty;
+};
+
+TEST_F(CommandInterpreterTest, EmptyLinesAndCommentsAreSkipped) {
+    EXPECT_EQ(Execute(""), "");
+    EXPECT_EQ(Execute("  \t"), "");
+    EXPECT_EQ(Execute("# plug 0"), "");
+}
+
+TEST_F(CommandInterpreterTest, AnUnknownCommandIsToldWhereToLook) {
+    EXPECT_EQ(Execute("jump 0"), "usage: unknown command; help lists all of them");
+    EXPECT_EQ(replies.size(), 1U);
+}
+
+TEST_F(CommandInterpreterTest, HelpShowsEveryUsage) {
+    Execute("help");
+    EXPECT_GE(replies.size(), 24U);
+    EXPECT_EQ(replies.front(), "usage: plug N");
+}
+
+TEST_F(CommandInterpreterTest, WhatIsNotUnderstoodGetsTheUsageOfItsCommand) {
+    const std::vector<std::pair<std::string, std::string>> wrongs{
+        {"plug", "usage: plug N"},
+        {"plug x", "usage: plug N"},
+        {"plug 0 0", "usage: plug N"},
+        {"part 0", "usage: part N WIDTH|none"},
+        {"part 0 wide", "usage: part N WIDTH|none"},
+        {"fault 0 smoke on", "usage: fault N fault|temp-fault|temp-warn|maintenance on|off"},
+        {"mode 0 256", "usage: mode N CODE"},
+        {"silent 0 yes", "usage: silent N on|off"},
+        {"delay 0 -1", "usage: delay N MS"},
+        {"send 0 \\q", "usage: send N TEXT"},
+        {"query-end 0 ack", "usage: query-end N fin|data"},
+        {"param 0 1", "usage: param N INDEX SUBINDEX [BYTE,BYTE...]"},
+        {"param 0 1 0 1ff", "usage: param N INDEX SUBINDEX [BYTE,BYTE...]"},
+        {"devinfo 0 [1]", "usage: devinfo N NUMBER,NUMBER..."},
+        {"wait", "usage: wait MS"},
+        {"int now", "usage: int"},
+    };
+    for (const auto& [line, usage] : wrongs) {
+        EXPECT_EQ(Execute(line), usage) << line;
+    }
+}
+
+TEST_F(CommandInterpreterTest, AMasterThatDoesNotExistIsAnError) {
+    EXPECT_EQ(Execute("show 2"), "error: there is no such master");
+}
+
+TEST_F(CommandInterpreterTest, UnplugHangsUpTakesTheNodeAwayAndSendsRemove) {
+    const UeventMonitor monitor(testbed.Folder());
+    Do("unplug 0");
+    EXPECT_EQ(NextEvent(monitor), "remove /dev/ttyACM0");
+    EXPECT_FALSE(monitor.HasMessage());
+    std::array<char, 8> buffer{};
+    EXPECT_EQ(read(tty.Get(), buffer.data(), buffer.size()), 0);
+    EXPECT_EQ(OpenTty().Get(), -1);
+    EXPECT_EQ(Execute("unplug 0"), "error: the master is not plugged in");
+    EXPECT_TRUE(Shows(R"("plugged":false)"));
+}
+
+TEST_F(CommandInterpreterTest, PlugMakesTheNodeAndSendsAdd) {
+    Do("unplug 0");
+    const UeventMonitor monitor(testbed.Folder());
+    Do("plug 0");
+    EXPECT_EQ(NextEvent(monitor), "add /dev/ttyACM0");
+    EXPECT_FALSE(monitor.HasMessage());
+    tty = OpenTty();
+    EXPECT_EQ(Ask("ID?", "FIN ID\n"), "ACK ID\nID=PELLIX\nFIN ID\n");
+    EXPECT_EQ(Execute("plug 0"), "error: the master is plugged in already");
+}
+
+TEST_F(CommandInterpreterTest, HangupSendsNoEvent) {
+    const UeventMonitor monitor(testbed.Folder());
+    Do("hangup 0");
+    EXPECT_EQ(OpenTty().Get(), -1);
+    EXPECT_FALSE(monitor.HasMessage());
+    Do("unplug 0");
+    EXPECT_EQ(NextEvent(monitor), "remove /dev/ttyACM0");
+}
+
+TEST_F(CommandInterpreterTest, AHungUpMasterCanBePluggedAgain) {
+    Do("hangup 0");
+    Do("plug 0");
+    tty = OpenTty();
+    EXPECT_EQ(Ask("ID?", "FIN ID\n"), "ACK ID\nID=PELLIX\nFIN ID\n");
+}
+
+TEST_F(CommandInterpreterTest, EventSendsWhatItIsTold) {
+    const UeventMonitor monitor(testbed.Folder());
+    Do("event 1 change");
+    EXPECT_EQ(NextEvent(monitor), "change /dev/ttyACM1");
+}
+
+TEST_F(CommandInterpreterTest, APartIsPutInAndTakenOut) {
+    Do("part 0 12.5");
+    EXPECT_TRUE(Shows(R"("part":12.5)"));
+    Do("part 0 none");
+    EXPECT_TRUE(Shows(R"("part":null)"));
+}
+
+TEST_F(CommandInterpreterTest, FaultsAreRaisedAndCleared) {
+    Do("fault 0 temp-fault on");
+    EXPECT_TRUE(Shows(R"("temp-fault":true)"));
+    EXPECT_TRUE(Shows(R"("stateName":"fault")"));
+    Do("fault 0 temp-fault off");
+    EXPECT_TRUE(Shows(R"("temp-fault":false)"));
+}
+
+TEST_F(CommandInterpreterTest, AModeIsReportedOfItsOwnAccord) {
+    Do("mode 0 5");
+    EXPECT_EQ(Listen("\n", milliseconds(10000)), "@MODE=5\n");
+}
+
+TEST_F(CommandInterpreterTest, SendWritesAnyBytes) {
+    Do(R"(send 0 EV=1 \x00\xff\n)");
+    EXPECT_EQ(Listen("\n", milliseconds(10000)), std::string("EV=1 \0\xff\n", 8));
+}
+
+TEST_F(CommandInterpreterTest, WhatNeedsATtyNeedsAPluggedMaster) {
+    Do("unplug 0");
+    for (const char* const line : {"mode 0 4", "send 0 x", "stall 0 on"}) {
+        EXPECT_EQ(Execute(line), "error: the master is not plugged in");
+    }
+}
+
+TEST_F(CommandInterpreterTest, ASilentMasterAndAMuteOneDoNotAnswer) {
+    Do("silent 0 on");
+    EXPECT_EQ(Ask("ID?", milliseconds(100)), "");
+    Do("silent 0 off");
+    Do("mute 0 on");
+    Do("pdin 0 100");
+    EXPECT_EQ(Ask("ID?", "@PDIN=[]\n@PDIN=[]\n"), "@PDIN=[]\n@PDIN=[]\n");
+}
+
+TEST_F(CommandInterpreterTest, AnswersAreDelayedSplitAndMadeErrors) {
+    Do("delay 0 50");
+    const auto start = Clock::now();
+    EXPECT_EQ(Ask("ID?", "FIN ID\n"), "ACK ID\nID=PELLIX\nFIN ID\n");
+    EXPECT_GE(Clock::now() - start, milliseconds(50));
+    Do("delay 0 0");
+    Do("split 0 2");
+    EXPECT_EQ(Ask("ID?", "FIN ID\n"), "ACK ID\nID=PELLIX\nFIN ID\n");
+    Do("split 0 0");
+    Do("error 0 9 ID");
+    EXPECT_EQ(Ask("ID?", "\n"), "ERR ID 9\n");
+    Do("error 0 off");
+    Do("query-end 0 data");
+    EXPECT_EQ(Ask("ID?", "\n"), "ID=PELLIX\n");
+}
+
+TEST_F(CommandInterpreterTest, IdentityAndParametersCanBeSet) {
+    Do(R"(id 0 "A B")");
+    EXPECT_EQ(Ask("ID?", "FIN ID\n"), "ACK ID\nID=\"A B\"\nFIN ID\n");
+    Do("devinfo 0 1,4294967295");
+    EXPECT_EQ(Ask("DEVINFO?", "FIN DEVINFO\n"),
+              "ACK DEVINFO\nDEVINFO=[1,4294967295]\nFIN DEVINFO\n");
+    Do("param 0 19 0 41,0");
+    EXPECT_EQ(Ask("PARAM[19][0]?", "FIN PARAM[19][0]\n"),
+              "ACK PARAM[19][0]\nPARAM[19][0]=[41,0]\nFIN PARAM[19][0]\n");
+    Do("param 0 5 0 ");
+    EXPECT_EQ(Ask("PARAM[5][0]?", "FIN PARAM[5][0]\n"),
+              "ACK PARAM[5][0]\nPARAM[5][0]=[]\nFIN PARAM[5][0]\n");
+}
+
+TEST_F(CommandInterpreterTest, PdoutIsReportedOrNot) {
+    Do("mode 0 4");
+    Listen("@MODE=4\n", milliseconds(10000));
+    Do("report-pdout 0 off");
+    EXPECT_EQ(Ask("PDOUT=[2,0]", "FIN PDOUT\n"), "ACK PDOUT\nFIN PDOUT\n");
+    Do("report-pdout 0 on");
+    EXPECT_EQ(Ask("PDOUT=[2,0]", "FIN PDOUT\n"), "ACK PDOUT\nPDOUT=[2,0]\nFIN PDOUT\n");
+}
+
+TEST_F(CommandInterpreterTest, AStalledMasterLeavesNoRoom) {
+    Do("stall 0 on");
+    pollfd entry{tty.Get(), POLLOUT, 0};
+    EXPECT_EQ(poll(&entry, 1, 0), 0);
+    Do("stall 0 off");
+    EXPECT_EQ(poll(&entry, 1, 0), 1);
+}
+
+TEST_F(CommandInterpreterTest, ShowRepliesWithOneLineOfState) {
+    const std::string reply = Execute("show 1");
+    EXPECT_TRUE(reply.starts_with(R"(state {"master":1,"model":"MZD-S",)")) << reply;
+    EXPECT_EQ(replies.size(), 1U);
+}
+
+TEST_F(CommandInterpreterTest, WaitPausesTheReader) {
+    Do("wait 250");
+    EXPECT_EQ(pause, milliseconds(250));
+    Do("part 0 none");
+    EXPECT_EQ(pause, milliseconds(0));
+}
+
+TEST_F(CommandInterpreterTest, IntInterruptsTheCommand) {
+    Do("int");
+    EXPECT_EQ(interrupts, 1);
+    commandRuns = false;
+    EXPECT_EQ(Execute("int"), "error: COMMAND does not run");
+}
+
+}  // namespace
+}  // namespace simulator

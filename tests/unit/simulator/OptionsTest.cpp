@@ -1,0 +1,106 @@
+#include "simulator/Options.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "simulator/UsageError.h"
+
+namespace simulator {
+namespace {
+
+Options Parse(std::vector<std::string> arguments) {
+    arguments.insert(arguments.end(), {"--", "daemon"});
+    return ParseOptions(arguments);
+}
+
+TEST(OptionsTest, WithoutOptionsThereIsNoMaster) {
+    const Options options = Parse({});
+    EXPECT_TRUE(options.grippers.empty());
+    EXPECT_EQ(options.command, std::vector<std::string>{"daemon"});
+    EXPECT_EQ(options.master.streamRate, 100U);
+    EXPECT_EQ(options.master.startMode, mode::kPreoperate);
+    EXPECT_EQ(options.master.queryEnd, QueryEnd::Finish);
+    EXPECT_TRUE(options.master.reportProcessOutput);
+    EXPECT_EQ(options.master.pieceLength, 0U);
+    EXPECT_EQ(options.ttyStart, PtyPort::Start::Raw);
+    EXPECT_EQ(options.scriptPath, std::nullopt);
+}
+
+TEST(OptionsTest, GrippersAreNumberedInTheirOrder) {
+    const Options options = Parse({"--gripper", "MZD-S", "--gripper", "TLM"});
+    ASSERT_EQ(options.grippers.size(), 2U);
+    EXPECT_EQ(options.grippers[0].model->deviceId, 40U);
+    EXPECT_EQ(options.grippers[0].product, "MZD-S");
+    EXPECT_EQ(options.grippers[0].serial, "100001");
+    EXPECT_EQ(options.grippers[0].id, "PELLIX");
+    EXPECT_EQ(options.grippers[1].model->deviceId, 10U);
+    EXPECT_EQ(options.grippers[1].serial, "100002");
+}
+
+TEST(OptionsTest, AGripperTakesTextsOfItsOwn) {
+    const Options options = Parse({"--gripper", R"(HVA,serial=7\x00,product=a=b,id=)"});
+    EXPECT_EQ(options.grippers[0].serial, std::string("7\0", 2));
+    EXPECT_EQ(options.grippers[0].product, "a=b");
+    EXPECT_EQ(options.grippers[0].id, "");
+}
+
+TEST(OptionsTest, EveryOptionHasItsEffect) {
+    const Options options =
+        Parse({"--gripper", "HVA", "--unplugged", "0", "--pdin-hz", "0", "--query-end", "data",
+               "--report-pdout", "off", "--start-mode", "2", "--cooked", "--split", "128",
+               "--speed", "12.5", "--script", "file"});
+    EXPECT_TRUE(options.unplugged.contains(0));
+    EXPECT_EQ(options.master.streamRate, 0U);
+    EXPECT_EQ(options.master.queryEnd, QueryEnd::DataLine);
+    EXPECT_FALSE(options.master.reportProcessOutput);
+    EXPECT_EQ(options.master.startMode, 2U);
+    EXPECT_EQ(options.ttyStart, PtyPort::Start::Cooked);
+    EXPECT_EQ(options.master.pieceLength, 128U);
+    EXPECT_EQ(options.speed, 12.5);
+    EXPECT_EQ(options.scriptPath, "file");
+}
+
+TEST(OptionsTest, WhatStandsBehindTheDashesBelongsToTheCommand) {
+    const std::vector<std::string> arguments{"--", "sh", "--cooked", "--"};
+    const Options options = ParseOptions(arguments);
+    EXPECT_EQ(options.command, (std::vector<std::string>{"sh", "--cooked", "--"}));
+    EXPECT_EQ(options.ttyStart, PtyPort::Start::Raw);
+}
+
+TEST(OptionsTest, HelpNeedsNoCommand) {
+    const std::vector<std::string> arguments{"--help"};
+    EXPECT_TRUE(ParseOptions(arguments).help);
+}
+
+TEST(OptionsTest, WithoutACommandThereIsNothingToDo) {
+    const std::vector<std::string> noDashes{"--cooked"};
+    EXPECT_THROW(ParseOptions(noDashes), UsageError);
+    const std::vector<std::string> nothingBehindThem{"--"};
+    EXPECT_THROW(ParseOptions(nothingBehindThem), UsageError);
+}
+
+TEST(OptionsTest, WhatIsNotUnderstoodIsRefused) {
+    const std::vector<std::vector<std::string>> wrongs{
+        {"--gripper"},
+        {"--gripper", ""},
+        {"--gripper", "XYZ"},
+        {"--gripper", "HVA,serial"},
+        {"--gripper", "HVA,colour=red"},
+        {"--unplugged", "0"},
+        {"--pdin-hz", "-1"},
+        {"--query-end", "ack"},
+        {"--report-pdout", "1"},
+        {"--start-mode", "operate"},
+        {"--speed", "0"},
+        {"--what"},
+        {"daemon"},
+    };
+    for (const auto& wrong : wrongs) {
+        EXPECT_THROW(Parse(wrong), UsageError) << testing::PrintToString(wrong);
+    }
+}
+
+}  // namespace
+}  // namespace simulator

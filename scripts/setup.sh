@@ -1,0 +1,40 @@
+# Sourced by the programs beside it: progress lines, the packages of a build, the build itself.
+
+PACKAGES=(cmake g++ make git pkg-config libxmlrpc-c++8-dev libxmlrpc-core-c3-dev libudev-dev
+          umockdev libumockdev-dev libgtest-dev python3)
+
+say() { printf '\n== %s\n' "$*"; }
+
+fail() {
+    printf '%s\n' "$*" >&2
+    exit 1
+}
+
+is_installed() { dpkg-query -W -f '${db:Status-Status}\n' "$1" 2>/dev/null | grep -qx installed; }
+
+# Installs what is missing of PACKAGES, as root or with sudo.
+install_packages() {
+    local missing=() package run=()
+    for package in "${PACKAGES[@]}"; do
+        is_installed "$package" || missing+=("$package")
+    done
+    if [ ${#missing[@]} -eq 0 ]; then
+        say "All ${#PACKAGES[@]} packages are installed"
+        return
+    fi
+    if [ "$(id -u)" -ne 0 ]; then
+        command -v sudo >/dev/null || fail "Packages are missing (${missing[*]}): run this as root"
+        run=(sudo)
+    fi
+    say "Installing ${missing[*]}"
+    "${run[@]}" apt-get update
+    "${run[@]}" env DEBIAN_FRONTEND=noninteractive \
+        apt-get install --yes --no-install-recommends "${missing[@]}"
+}
+
+# build PRESET OPTION...: configures (with the options) and builds.
+build() {
+    say "Building: $1"
+    cmake --preset "$@"
+    cmake --build --preset "$1"
+}

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <exception>
 #include <optional>
 #include <utility>
 
@@ -25,9 +26,15 @@ Cell::~Cell() {
 }
 
 void Cell::Call(std::size_t number, const std::function<void(Station&)>& work) {
-    std::packaged_task<void()> task([&station = stations.at(number), &work] {
-        work(station);
-        Serve(station, Clock::now());
+    // Here and not in the future: the cell's thread would free the exception while it is read.
+    std::exception_ptr error;
+    std::packaged_task<void()> task([&station = stations.at(number), &work, &error] {
+        try {
+            work(station);
+            Serve(station, Clock::now());
+        } catch (...) {
+            error = std::current_exception();
+        }
     });
     auto done = task.get_future();
     {
@@ -36,6 +43,9 @@ void Cell::Call(std::size_t number, const std::function<void(Station&)>& work) {
     }
     Wake();
     done.get();
+    if (error) {
+        std::rethrow_exception(error);
+    }
 }
 
 void Cell::Wake() {

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
-#include <thread>
 
 #include "daemon/LogLine.h"
 #include "pellix/Protocol.h"
@@ -14,12 +13,6 @@ namespace {
 
 // Bounds the cost of a notification that came between reading the state and waiting for it.
 constexpr std::chrono::milliseconds kWaitSlice{5};
-
-/// Lets the sender remove its ended command before the next line is read: as long as that is
-/// listed, it takes the reply to a younger request of its name, which then times out.
-void GiveWayToSender() {
-    std::this_thread::yield();
-}
 
 }  // namespace
 
@@ -126,13 +119,11 @@ void CommandHandler::OnAcknowledged(const std::string& name) {
 
 void CommandHandler::OnFinished(const std::string& name) {
     Update(name, [](Command& command) { command.SetState(kFinished); });
-    GiveWayToSender();
 }
 
 void CommandHandler::OnError(const std::string& name, const std::string& errorNumber) {
     const int status = std::stoi(errorNumber);
     Update(name, [status](Command& command) { command.Fail(status); });
-    GiveWayToSender();
 }
 
 void CommandHandler::Update(const std::string& name, const std::function<void(Command&)>& update) {

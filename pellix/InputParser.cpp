@@ -26,6 +26,13 @@ void Pause() {
     std::this_thread::sleep_for(kIdlePause);
 }
 
+/// After a command's last line: lets its sender remove it before the next line is read, because as
+/// long as it is listed it takes the reply to a younger request of its name, which then times out.
+/// Not after a data line: its FIN comes next, and is to meet this command and no younger one.
+void GiveWayToSender() {
+    std::this_thread::yield();
+}
+
 /// Field `number` of a status line, whose fields are separated by single blanks; empty if missing.
 std::string Field(std::string_view text, int number) {
     for (; number > 0; --number) {
@@ -160,11 +167,13 @@ void InputParser::HandleLine(std::string_view text) {
         LogLine() << "FIN"
                   << ":" << name;
         commands.OnFinished(name);
+        GiveWayToSender();
     } else if (word == "ERR") {
         const std::string name = Field(text, 1);
         LogLine() << "ERR"
                   << ":" << name;
         commands.OnError(name, Field(text, 2));
+        GiveWayToSender();
     } else {
         HandleData(text, eventLine);
     }

@@ -117,7 +117,10 @@ std::uint32_t ReadUnsigned(std::string_view text, unsigned base) {
 
 int ReadSigned(std::string_view text) {
     text = SkipBlanks(text);
-    if (text.starts_with('+')) {
+    if (text.starts_with("+-")) {
+        return 0;
+    }
+    if (text.starts_with('+')) {  // which from_chars does not take
         text.remove_prefix(1);
     }
     int value = 0;

@@ -3,13 +3,13 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <iomanip>
 #include <limits>
 #include <random>
-#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "tests/support/SlowProtocol.h"
 
 using Bytes = std::vector<std::uint8_t>;
 using Numbers = std::vector<std::uint32_t>;
@@ -36,74 +36,6 @@ private:
     std::mt19937 engine{20261121};
 };
 
-bool IsAnyOf(char c, const std::string& set) {
-    return set.find(c) != std::string::npos;
-}
-
-/// The digits that `piece` begins with after blanks and, in hexadecimal, a prefix.
-std::string LeadingDigits(std::string piece, const std::string& digits, bool hasPrefix) {
-    while (!piece.empty() && IsAnyOf(piece.front(), " \t\r\v\f")) {
-        piece.erase(0, 1);
-    }
-    if (hasPrefix && piece.size() > 1 && piece[0] == '0' && IsAnyOf(piece[1], "xX")) {
-        piece.erase(0, 2);
-    }
-    std::string found;
-    for (const char c : piece) {
-        if (!IsAnyOf(c, digits)) {
-            break;
-        }
-        found += c;
-    }
-    return found;
-}
-
-/// Low 8 bits of a hexadecimal number: its last two digits.
-std::uint8_t SlowByte(const std::string& piece) {
-    std::string digits = LeadingDigits(piece, "0123456789abcdefABCDEF", true);
-    digits = "00" + digits;
-    return static_cast<std::uint8_t>(std::stoul(digits.substr(digits.size() - 2), nullptr, 16));
-}
-
-/// Decimal, for texts too short to overflow.
-std::uint32_t SlowNumber(const std::string& piece) {
-    const std::string digits = LeadingDigits(piece, "0123456789", false);
-    return digits.empty() ? 0 : static_cast<std::uint32_t>(std::stoull(digits));
-}
-
-/// The list in `text` as the protocol tells it, step by step; nothing for what is no list.
-template <typename Element, typename Convert>
-std::optional<std::vector<Element>> SlowList(const std::string& text, Convert convert) {
-    const std::size_t end = text.find(']');
-    if (text.empty() || text[0] != '[' || end == std::string::npos) {
-        return std::nullopt;
-    }
-    std::vector<Element> elements;
-    if (end == 1) {
-        return elements;
-    }
-    std::string piece;
-    for (const char c : text.substr(1, end - 1) + ",") {
-        if (c == ',') {
-            elements.push_back(convert(piece));
-            piece.clear();
-        } else {
-            piece += c;
-        }
-    }
-    return elements;
-}
-
-std::string SlowFormat(const Bytes& bytes) {
-    std::ostringstream text;
-    text << "[" << std::hex;
-    for (std::size_t i = 0; i < bytes.size(); ++i) {
-        text << (i > 0 ? "," : "") << static_cast<unsigned>(bytes[i]);
-    }
-    text << "]";
-    return text.str();
-}
-
 }  // namespace
 
 TEST(ProtocolTest, ByteListsAreLowerCaseHexadecimalWithoutLeadingZeros) {
@@ -119,15 +51,15 @@ TEST(ProtocolTest, EveryByteListIsFormattedAsByTheSlowReference) {
     for (unsigned byte = 0; byte < 256; ++byte) {
         all.push_back(static_cast<std::uint8_t>(byte));
         EXPECT_EQ(pellix::FormatByteList({static_cast<std::uint8_t>(byte)}),
-                  SlowFormat({static_cast<std::uint8_t>(byte)}));
+                  support::SlowFormat({static_cast<std::uint8_t>(byte)}));
     }
-    EXPECT_EQ(pellix::FormatByteList(all), SlowFormat(all));
+    EXPECT_EQ(pellix::FormatByteList(all), support::SlowFormat(all));
     for (int i = 0; i < 200; ++i) {
         Bytes bytes(random.Number(0, 40));
         for (std::uint8_t& byte : bytes) {
             byte = static_cast<std::uint8_t>(random.Number(0, 255));
         }
-        ASSERT_EQ(pellix::FormatByteList(bytes), SlowFormat(bytes));
+        ASSERT_EQ(pellix::FormatByteList(bytes), support::SlowFormat(bytes));
     }
 }
 
@@ -190,15 +122,9 @@ TEST(ProtocolTest, RandomTextsAreReadAsByTheSlowReference) {
     std::size_t lists = 0;
     for (int i = 0; i < 20000; ++i) {
         const std::string text = (i % 2 == 0 ? "[" : "") + random.Next() + (i % 3 == 0 ? "]" : "");
-        const auto bytes = SlowList<std::uint8_t>(text, SlowByte);
+        const auto bytes = support::SlowByteList(text);
         ASSERT_EQ(pellix::ReadByteList(text), bytes) << text;
-        ASSERT_EQ(pellix::ReadNumberList(text),
-                  SlowList<std::uint32_t>(text,
-                                          [](auto& piece) {
-                                              return static_cast<std::uint32_t>(
-                                                  SlowNumber(piece.substr(0, 10)));
-                                          }))
-            << text;
+        ASSERT_EQ(pellix::ReadNumberList(text), support::SlowNumberList(text)) << text;
         lists += bytes ? 1 : 0;
     }
     EXPECT_GT(lists, 2000U);
@@ -242,6 +168,9 @@ TEST(ProtocolTest, ModeNumbersAreSignedDecimal) {
         {"abc", 0},
         {"-", 0},
         {"+", 0},
+        {"+-3", 0},
+        {"-+3", 0},
+        {"--3", 0},
         {"0x4", 0},
         {"\t5", 5},
         {"2147483647", 2147483647},

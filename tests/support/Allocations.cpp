@@ -59,6 +59,14 @@ void* operator new(std::size_t size) {
     return support::Allocate(size);
 }
 
+void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
+    try {
+        return support::Allocate(size);
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
+
 void operator delete(void* memory) noexcept {
     support::Free(memory);
 }

@@ -1,0 +1,33 @@
+// Stands in for the fuzzer in the builds without one: runs a fuzz target over files, so that
+// every test run repeats what fuzzing has found.
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+extern "C" {
+int LLVMFuzzerInitialize(int* count, char*** arguments);
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
+}
+
+/// Usage: PROGRAM FOLDER...
+int main(int count, char** arguments) {
+    LLVMFuzzerInitialize(&count, &arguments);
+    unsigned files = 0;
+    for (int i = 1; i < count; ++i) {
+        for (const auto& entry : std::filesystem::directory_iterator(arguments[i])) {
+            std::ifstream file(entry.path(), std::ios::binary);
+            const std::string input{std::istreambuf_iterator<char>(file), {}};
+            std::fprintf(stderr, "%s\n", entry.path().c_str());
+            LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(input.data()),
+                                   input.size());
+            ++files;
+        }
+    }
+    return files > 0 ? EXIT_SUCCESS : EXIT_FAILURE;
+}

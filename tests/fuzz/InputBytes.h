@@ -1,0 +1,43 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <vector>
+
+/// Takes an input apart, front to back. Behind its end are zeros.
+class InputBytes {
+public:
+    InputBytes(const std::uint8_t* data, std::size_t size) : next(data), end(data + size) {}
+
+    bool IsEmpty() const { return next == end; }
+
+    std::uint8_t Byte() { return IsEmpty() ? std::uint8_t{0} : *next++; }
+
+    /// A number or the like, as it lies in memory.
+    template <typename Value>
+    Value Take() {
+        std::uint8_t bytes[sizeof(Value)];
+        for (std::uint8_t& byte : bytes) {
+            byte = Byte();
+        }
+        Value value;
+        std::memcpy(&value, bytes, sizeof value);
+        return value;
+    }
+
+    /// A length of one byte, then as many elements; fewer when the input ends before.
+    template <typename Element>
+    std::vector<Element> List() {
+        std::vector<Element> elements;
+        for (unsigned left = Byte(); left > 0 && !IsEmpty(); --left) {
+            elements.push_back(Take<Element>());
+        }
+        return elements;
+    }
+
+private:
+    const std::uint8_t* next;
+    const std::uint8_t* const end;
+};

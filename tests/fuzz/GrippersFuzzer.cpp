@@ -145,20 +145,20 @@ const Operation kOperations[] = {
         });
     },
     [](AnsweringLink& link, Arguments) {
-        const auto operation = [](Pellix& link, std::uint8_t) { return MZD::Disable(link); };
+        const auto operation = [](Pellix& target, std::uint8_t) { return MZD::Disable(target); };
         CheckPdout(link, operation, 0, [](Bytes& pdout) { pdout[0] &= 0xFD; });
     },
     [](AnsweringLink& link, Arguments) {
-        const auto operation = [](Pellix& link, std::uint8_t) { return MZD::Enable(link); };
+        const auto operation = [](Pellix& target, std::uint8_t) { return MZD::Enable(target); };
         CheckPdout(link, operation, 0, [](Bytes& pdout) { pdout[0] |= 0x02; });
     },
     [](AnsweringLink& link, Arguments) {
-        const auto operation = [](Pellix& link, std::uint8_t) { return MZD::Reference(link); };
+        const auto operation = [](Pellix& target, std::uint8_t) { return MZD::Reference(target); };
         CheckPdout(link, operation, 0, [](Bytes& pdout) { pdout[0] |= 0x06; });
     },
     [](AnsweringLink& link, Arguments arguments) {
-        const auto operation = [](Pellix& link, std::uint8_t on) {
-            return MZD::Holdfast(link, on % 2 == 1);
+        const auto operation = [](Pellix& target, std::uint8_t on) {
+            return MZD::Holdfast(target, on % 2 == 1);
         };
         CheckPdout(link, operation, arguments.first, [&](Bytes& pdout) {
             pdout[0] &= 0xEF;

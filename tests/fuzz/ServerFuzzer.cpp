@@ -1,0 +1,98 @@
+// HTTP and XML that a client sends to a running server, behind which are an HVA and an MZD gripper.
+//
+// An input that begins with "<" is the XML of one call and gets the HTTP headers that it needs.
+// Any other input is sent as it is; its sender then waits for the end of the connection.
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "tests/fuzz/Require.h"
+#include "tests/unit/daemon/GripperCell.h"
+#include "tests/unit/daemon/RunningServer.h"
+
+namespace {
+
+constexpr timeval kPatience{.tv_sec = 60, .tv_usec = 0};
+
+/// Never destroyed: the server's threads go on until the process has ended.
+class World {
+public:
+    World() : hva(cell.Plug("HVA", "1")), mzd(cell.Plug("MZD-S", "2")), server(&cell.Manager()) {}
+    World(const World&) = delete;
+    World& operator=(const World&) = delete;
+
+    /// Sends `request` on a connection of its own. @return all that comes back
+    std::string Exchange(const std::string& request) const {
+        const int client = ::socket(AF_INET, SOCK_STREAM, 0);
+        ::setsockopt(client, SOL_SOCKET, SO_RCVTIMEO, &kPatience, sizeof kPatience);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(static_cast<std::uint16_t>(server.Port()));
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        Require(::connect(client, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0,
+                "the server takes connections");
+        ::send(client, request.data(), request.size(), MSG_NOSIGNAL);
+        ::shutdown(client, SHUT_WR);
+        const std::string answer = ReceiveAll(client);
+        ::close(client);
+        return answer;
+    }
+
+    /// What the input has left behind in the test's own memory.
+    void Forget() {
+        hva.ClearRequests();
+        mzd.ClearRequests();
+        cell.Log().Clear();
+    }
+
+private:
+    static std::string ReceiveAll(int client) {
+        std::string answer;
+        std::array<char, 4096> buffer;
+        for (;;) {
+            const ssize_t count = ::recv(client, buffer.data(), buffer.size(), 0);
+            if (count <= 0) {
+                Require(count == 0 || errno == ECONNRESET, "the server ends the connection");
+                return answer;
+            }
+            answer.append(buffer.data(), static_cast<std::size_t>(count));
+        }
+    }
+
+    GripperCell cell;
+    support::FakeMaster& hva;
+    support::FakeMaster& mzd;
+    const RunningServer server;
+};
+
+std::string WithHeaders(const std::string& xml) {
+    return "POST /RPC2 HTTP/1.1\r\nHost: localhost\r\nContent-Type: text/xml\r\nContent-Length: " +
+           std::to_string(xml.size()) + "\r\n\r\n" + xml;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    static World& world = *new World;
+    const std::string input(data, data + size);
+    if (input.starts_with('<')) {
+        const std::string answer = world.Exchange(WithHeaders(input));
+        Require(
+            answer.starts_with("HTTP/1.1 200 OK\r\n") && answer.ends_with("</methodResponse>\r\n"),
+            "every call has its answer, a value or a fault");
+    } else {
+        const std::string answer = world.Exchange(input);
+        Require(answer.empty() || answer.starts_with("HTTP/1."), "an answer is HTTP");
+    }
+    world.Forget();
+    return 0;
+}

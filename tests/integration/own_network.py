@@ -39,3 +39,8 @@ def raise_loopback():
     request = struct.pack("16sH22x", b"lo", IFF_UP)
     with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as control:
         fcntl.ioctl(control, SIOCSIFFLAGS, request)
+
+
+if __name__ == "__main__":  # own_network.py COMMAND...: runs the command there
+    enter()
+    os.execvp(sys.argv[1], sys.argv[1:])

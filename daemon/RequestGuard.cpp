@@ -1,0 +1,71 @@
+#include <dlfcn.h>
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstddef>
+#include <string_view>
+
+#include <xmlrpc-c/base.h>
+#include <xmlrpc-c/util.h>
+
+// Stands before two functions of the XML-RPC library: without it a request of a few hundred bytes,
+// from anybody, would end the process or keep a processor busy for hours.
+
+namespace {
+
+/// The library's own function of that name.
+template <typename Function>
+Function* Next(const char* name) {
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+/// As it is in UTF-8, or in UTF-16, where zeros lie between the letters.
+bool BeginsWithDoctype(std::string_view xml) {
+    for (const char letter : std::string_view("<!DOCTYPE")) {
+        xml.remove_prefix(std::min(xml.find_first_not_of('\0'), xml.size()));
+        if (!xml.starts_with(letter)) {
+            return false;
+        }
+        xml.remove_prefix(1);
+    }
+    return true;
+}
+
+/// A document type may declare entities made of entities: each level takes ten times as long as the
+/// one below. XML-RPC knows no document types.
+bool HasDoctype(std::string_view xml) {
+    for (std::size_t start = 0; (start = xml.find('<', start)) != xml.npos; ++start) {
+        if (BeginsWithDoctype(xml.substr(start))) {
+            return true;
+        }
+    }
+    return false;
+}
+
+/// The library formats two texts with this and passes one of them, the last.
+constexpr std::string_view kI8Format =
+    "<i8> XML element value '%s' is invalid because it does not represent a 64 bit integer.  %s";
+constexpr const char* kI8FormatForOne =
+    "<i8> XML element value is invalid because it does not represent a 64 bit integer.  %s";
+
+}  // namespace
+
+extern "C" {
+
+void xmlrpc_parse_call(xmlrpc_env* env, const char* xml, std::size_t size, const char** method,
+                       xmlrpc_value** parameters) {
+    static auto* const next = Next<decltype(xmlrpc_parse_call)>("xmlrpc_parse_call");
+    if (HasDoctype({xml, size})) {
+        xmlrpc_env_set_fault(env, XMLRPC_PARSE_ERROR, "Document types are not supported");
+        return;
+    }
+    next(env, xml, size, method, parameters);
+}
+
+void xmlrpc_set_fault_formatted_v(xmlrpc_env* env, int code, const char* format, va_list values) {
+    static auto* const next =
+        Next<decltype(xmlrpc_set_fault_formatted_v)>("xmlrpc_set_fault_formatted_v");
+    next(env, code, format == kI8Format ? kI8FormatForOne : format, values);
+}
+
+}  // extern "C"

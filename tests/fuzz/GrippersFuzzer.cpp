@@ -161,8 +161,7 @@ const Operation kOperations[] = {
             return MZD::Holdfast(target, on % 2 == 1);
         };
         CheckPdout(link, operation, arguments.first, [&](Bytes& pdout) {
-            pdout[0] &= 0xEF;
-            pdout[0] |= arguments.first % 2 == 1 ? 0x10 : 0x00;
+            pdout[0] = static_cast<std::uint8_t>((pdout[0] & 0xEF) + arguments.first % 2 * 0x10);
         });
     },
     [](AnsweringLink& link, Arguments arguments) {

@@ -34,7 +34,7 @@ bool BeginsWithDoctype(std::string_view xml) {
 /// A document type may declare entities made of entities: each level takes ten times as long as the
 /// one below. XML-RPC knows no document types.
 bool HasDoctype(std::string_view xml) {
-    for (std::size_t start = 0; (start = xml.find('<', start)) != xml.npos; ++start) {
+    for (std::size_t start = 0; (start = xml.find('<', start)) != std::string_view::npos; ++start) {
         if (BeginsWithDoctype(xml.substr(start))) {
             return true;
         }
@@ -52,20 +52,20 @@ constexpr const char* kI8FormatForOne =
 
 extern "C" {
 
-void xmlrpc_parse_call(xmlrpc_env* env, const char* xml, std::size_t size, const char** method,
-                       xmlrpc_value** parameters) {
+void xmlrpc_parse_call(xmlrpc_env* envP, const char* xmlData, std::size_t xmlDataLen,
+                       const char** methodNameP, xmlrpc_value** paramArrayPP) {
     static auto* const next = Next<decltype(xmlrpc_parse_call)>("xmlrpc_parse_call");
-    if (HasDoctype({xml, size})) {
-        xmlrpc_env_set_fault(env, XMLRPC_PARSE_ERROR, "Document types are not supported");
+    if (HasDoctype({xmlData, xmlDataLen})) {
+        xmlrpc_env_set_fault(envP, XMLRPC_PARSE_ERROR, "Document types are not supported");
         return;
     }
-    next(env, xml, size, method, parameters);
+    next(envP, xmlData, xmlDataLen, methodNameP, paramArrayPP);
 }
 
-void xmlrpc_set_fault_formatted_v(xmlrpc_env* env, int code, const char* format, va_list values) {
+void xmlrpc_set_fault_formatted_v(xmlrpc_env* envP, int code, const char* format, va_list args) {
     static auto* const next =
         Next<decltype(xmlrpc_set_fault_formatted_v)>("xmlrpc_set_fault_formatted_v");
-    next(env, code, format == kI8Format ? kI8FormatForOne : format, values);
+    next(envP, code, format == kI8Format ? kI8FormatForOne : format, args);
 }
 
 }  // extern "C"

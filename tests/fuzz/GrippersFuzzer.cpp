@@ -6,6 +6,7 @@
 // operation is its number in kOperations, two argument bytes, a limit of eight bytes for those
 // that take one, and the reply, as AnsweringLink has it.
 
+#include <array>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
@@ -53,9 +54,9 @@ void CheckPdout(AnsweringLink& link, unsigned (*operation)(Pellix&, std::uint8_t
     link.RequireStatus(result);
 }
 
-/// Bit `bit` of byte `number`; 0 for data of another length.
-unsigned PdinBit(const Bytes& pdin, std::size_t number, unsigned bit) {
-    return pdin.size() == 4 ? pdin[number] / (1U << bit) % 2 : 0;
+/// Bit `bit` of byte `number`; false for data of another length.
+bool PdinBit(const Bytes& pdin, std::size_t number, unsigned bit) {
+    return pdin.size() == 4 && pdin[number] / (1U << bit) % 2 == 1;
 }
 
 unsigned PdinNibble(const Bytes& pdin, std::size_t number) {
@@ -133,7 +134,7 @@ void CheckModel(AnsweringLink& link, bool (*operation)(Pellix&),
 
 using Operation = void (*)(AnsweringLink&, Arguments);
 
-const Operation kOperations[] = {
+constexpr auto kOperations = std::to_array<Operation>({
     [](AnsweringLink& link, Arguments arguments) {
         CheckPdout(link, MZD::Grip, arguments.first, [&](Bytes& pdout) {
             pdout = {static_cast<std::uint8_t>((pdout[0] | 0x03) & 0xFB), arguments.first};
@@ -280,7 +281,7 @@ const Operation kOperations[] = {
     [](AnsweringLink& link, Arguments) {
         CheckModel(link, MZD::IsSupported, {40, 50});
     },
-};
+});
 
 }  // namespace
 
@@ -288,7 +289,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     InputBytes input(data, size);
     AnsweringLink link(input);
     for (unsigned i = 0; i < kMostOperations && !input.IsEmpty(); ++i) {
-        const Operation operation = kOperations[input.Byte() % std::size(kOperations)];
+        const Operation operation = kOperations[input.Byte() % kOperations.size()];
         link.Begin();
         operation(link, input.Take<Arguments>());
     }

@@ -1,9 +1,9 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <string>
 #include <vector>
 
 /// Takes an input apart, front to back. Behind its end are zeros.
@@ -18,12 +18,12 @@ public:
     /// A number or the like, as it lies in memory.
     template <typename Value>
     Value Take() {
-        std::uint8_t bytes[sizeof(Value)];
+        std::array<std::uint8_t, sizeof(Value)> bytes;
         for (std::uint8_t& byte : bytes) {
             byte = Byte();
         }
         Value value;
-        std::memcpy(&value, bytes, sizeof value);
+        std::memcpy(&value, bytes.data(), sizeof value);
         return value;
     }
 

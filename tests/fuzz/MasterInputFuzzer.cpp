@@ -10,10 +10,9 @@
 //   x  the device is removed     *  the step before ten times more
 // Any other step is passed over.
 
-#include <time.h>
-
 #include <cstddef>
 #include <cstdint>
+#include <ctime>
 #include <optional>
 #include <string>
 #include <utility>

@@ -72,7 +72,7 @@ std::string MasterInputModel::Take(const std::optional<std::string>& read) {
         }
     }
     if (open && read) {
-        const std::string text = read->substr(0, std::min(kReadSize, read->find('\0')));
+        std::string text = read->substr(0, std::min(kReadSize, read->find('\0')));
         if (!text.empty()) {
             emptyReads = 0;
             return text;

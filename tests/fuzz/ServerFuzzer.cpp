@@ -26,7 +26,10 @@ constexpr timeval kPatience{.tv_sec = 60, .tv_usec = 0};
 /// Never destroyed: the server's threads go on until the process has ended.
 class World {
 public:
-    World() : hva(cell.Plug("HVA", "1")), mzd(cell.Plug("MZD-S", "2")), server(&cell.Manager()) {}
+    World()
+        : hva(cell.Plug("HVA", "1")),
+          mzd(cell.Plug("MZD-S", "2")),
+          server(&GripperCell::Manager()) {}
     World(const World&) = delete;
     World& operator=(const World&) = delete;
 
@@ -42,7 +45,7 @@ public:
                 "the server takes connections");
         ::send(client, request.data(), request.size(), MSG_NOSIGNAL);
         ::shutdown(client, SHUT_WR);
-        const std::string answer = ReceiveAll(client);
+        std::string answer = ReceiveAll(client);
         ::close(client);
         return answer;
     }

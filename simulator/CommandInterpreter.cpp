@@ -75,7 +75,7 @@ std::span<const CommandInterpreter::Entry> CommandInterpreter::Table() {
         Entry{"fault", "fault N fault|temp-fault|temp-warn|maintenance on|off", &Self::Fault},
         Entry{"mode", "mode N CODE", &Self::Mode},
         Entry{"silent", "silent N on|off", &Self::Silent},
-        Entry{"mute", "mute N on|off", &Self::Mute},
+        Entry{"mute", "mute N on|off [KEY]", &Self::Mute},
         Entry{"delay", "delay N MS", &Self::Delay},
         Entry{"error", "error N CODE|off [KEY]", &Self::Error},
         Entry{"send", "send N TEXT", &Self::Send},
@@ -234,7 +234,17 @@ void CommandInterpreter::Silent(CommandWords& words) {
 }
 
 void CommandInterpreter::Mute(CommandWords& words) {
-    Set(words, ParseOnOff, &SimulatedMaster::SetMute);
+    const std::size_t number = TakeNumber(words);
+    const bool on = ParseOnOff(words.Take());
+    const auto key = words.TakeIfAny();
+    words.End();
+    cell.Call(number, [on, &key](Station& station) {
+        if (key) {
+            station.master.SetMuteFor(*key, on);
+        } else {
+            station.master.SetMute(on);
+        }
+    });
 }
 
 void CommandInterpreter::Delay(CommandWords& words) {

@@ -76,7 +76,7 @@ void SimulatedMaster::HandleLine(const std::string& line, TimePoint now) {
         requestLines.pop_front();
     }
     const auto request = ParseRequest(line);
-    if (!request || silent || mute) {
+    if (!request || silent || mute || muteForKey.contains(request->key)) {
         return;
     }
     gripper.Advance(now);
@@ -322,7 +322,16 @@ void SimulatedMaster::SetSilent(bool on) {
 
 void SimulatedMaster::SetMute(bool on) {
     mute = on;
+    muteForKey.clear();
     answers.Clear();
+}
+
+void SimulatedMaster::SetMuteFor(const std::string& key, bool on) {
+    if (on) {
+        muteForKey.insert(key);
+    } else {
+        muteForKey.erase(key);
+    }
 }
 
 void SimulatedMaster::SetError(const std::string& code, const std::optional<std::string>& key) {

@@ -4,6 +4,7 @@
 #include <deque>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -79,6 +80,9 @@ public:
     /// A silent master and a mute one do not carry requests out; a mute one still streams.
     void SetSilent(bool on);
     void SetMute(bool on);
+
+    /// As a mute one, but for requests with this key alone.
+    void SetMuteFor(const std::string& key, bool on);
     void SetAnswerDelay(std::chrono::milliseconds delay) { answerDelay = delay; }
 
     /// Every request, or every one with this key, fails with this code. It need not be a number.
@@ -143,6 +147,7 @@ private:
     std::deque<std::string> requestLines;
     bool silent = false;
     bool mute = false;
+    std::set<std::string> muteForKey;
     std::optional<std::string> errorForAll;
     std::map<std::string, std::string> errorForKey;
 };

@@ -241,6 +241,11 @@ TEST_F(CommandInterpreterTest, ASilentMasterAndAMuteOneDoNotAnswer) {
     Do("mute 0 on");
     Do("pdin 0 100");
     EXPECT_EQ(Ask("ID?", "@PDIN=[]\n@PDIN=[]\n"), "@PDIN=[]\n@PDIN=[]\n");
+    Do("pdin 0 0");
+    Do("mute 0 off");
+    Do("mute 0 on MODE");
+    EXPECT_EQ(Ask("MODE?", milliseconds(100)), "");
+    EXPECT_EQ(Ask("ID?", "FIN ID\n"), "ACK ID\nID=PELLIX\nFIN ID\n");
 }
 
 TEST_F(CommandInterpreterTest, AnswersAreDelayedSplitAndMadeErrors) {

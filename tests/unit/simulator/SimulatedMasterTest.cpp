@@ -264,6 +264,22 @@ TEST_F(SimulatedMasterTest, ASilentMasterSaysAndDoesNothing) {
     EXPECT_EQ(Ask("PARAM[96][3]?"), "ACK PARAM[96][3]\nPARAM[96][3]=[32]\nFIN PARAM[96][3]\n");
 }
 
+TEST_F(SimulatedMasterTest, AMasterMuteForOneKeyAnswersTheOthers) {
+    master.SetMuteFor("MODE", true);
+    EXPECT_EQ(Ask("MODE?"), "");
+    EXPECT_EQ(master.RequestLines().back(), "MODE?");
+    EXPECT_NE(Ask("ID?"), "");
+    master.SetMuteFor("MODE", false);
+    EXPECT_NE(Ask("MODE?"), "");
+}
+
+TEST_F(SimulatedMasterTest, MutingAllOrNoneForgetsTheSingleKeys) {
+    master.SetMuteFor("MODE", true);
+    master.SetMute(true);
+    master.SetMute(false);
+    EXPECT_NE(Ask("MODE?"), "");
+}
+
 TEST_F(SimulatedMasterTest, AMuteMasterStreamsOn) {
     master.SetMute(true);
     EXPECT_EQ(Ask("ID?"), "");

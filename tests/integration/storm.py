@@ -20,7 +20,7 @@ FACTOR = float(os.environ.get("TAVRIK_STORM_FACTOR", "1"))
 SEED = os.environ.get("TAVRIK_STORM_SEED", "1")
 
 # Memory that a process may hold beyond its baseline, in KiB: an allocator does not give all back.
-MEMORY_SLACK = 4096
+MEMORY_SLACK = 2048
 
 # Sanitizers keep freed memory to themselves, and look for leaks by their own means.
 MEMORY_COUNTS = SLOWNESS == 1

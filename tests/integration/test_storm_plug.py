@@ -1,0 +1,282 @@
+"""Masters that come and go all the time while clients call all of them at random."""
+
+import collections
+import sys
+import threading
+import time
+
+import storm
+from cell import PORTS, wait_until
+from cell_test_case import main
+
+CYCLES = 20  # of about a second: a call to a master that is gone ends by its time-out
+CLIENTS = 8
+LONGEST_PAUSE = 0.1  # seconds that a master stays away
+
+# What a call may answer for a master that comes or goes: no answer in time, no link, no command
+# sent, no process data yet; or the master's own refusal, as long as it is not in operate.
+TIMEOUT, NO_LINK, NO_COMMAND, NO_PROCESS_DATA, WRONG_MODE = 5, 3, 12, 21, 6
+
+
+class Gripper:
+    """A gripper whose values are like those of no other one.
+
+    Its flags are its own. Every byte that is written to it or read from it leaves the remainder
+    `number` when divided by 4, and so does every limit, in hundredths. All but the TLM stand at
+    their first position, because nobody asks for a reference run; the TLM moves.
+    """
+
+    MODELS = ("HVA", "MZD-S", "MZD-L", "TLM")
+    FIRST_POSITION = 10.0
+
+    def __init__(self, number):
+        self.number = number
+        self.model = self.MODELS[number]
+        self.name = f"{self.model} SN:{100001 + number}"
+        self.temperature_warning = bool(number & 1)
+        self.maintenance = bool(number & 2)
+        self.status_methods = {
+            "Disable", "StoreRemanent", "Grip", "Release", "SetNoPartLimit", "SetReleaseLimit"}
+        if self.model != "TLM":
+            self.status_methods |= {"SetForce", "SetOverrideGrip", "SetReferenceDirection"}
+        if self.model.startswith("MZD"):
+            self.status_methods |= {"Holdfast", "SetLEDColor"}
+
+    def settings(self):
+        """Commands of the simulator that give the gripper its values, for good."""
+        yield f"fault {self.number} temp-warn {'on' if self.temperature_warning else 'off'}"
+        yield f"fault {self.number} maintenance {'on' if self.maintenance else 'off'}"
+        for subindex in (1, 2):
+            yield f"param {self.number} 64 {subindex} {40 + self.number:x}"
+        for parameter_set in range(8):
+            for subindex in (1, 2):
+                yield f"param {self.number} {96 + parameter_set} {subindex} 5,{self.number:x}"
+            if self.model != "TLM":
+                yield f"param {self.number} {96 + parameter_set} 3 {40 + self.number:x}"
+        if self.model.startswith("MZD"):
+            for led in range(8):
+                yield f"param {self.number} {128 + led} 2 {40 + self.number:x}"
+
+    def own_byte(self, numbers):
+        return 4 * numbers.randint(1, 24) + self.number
+
+    def own_limit(self, numbers):
+        return (4 * numbers.randint(1, 400) + self.number) / 100
+
+    def random_call(self, numbers):
+        """A method and its arguments after the device string."""
+        byte, limit, index = self.own_byte(numbers), self.own_limit(numbers), numbers.randrange(8)
+        return numbers.choice((
+            ("GetGripperInterface",), ("GetPDINExcerpt",), ("GetPDINExcerpt",), ("GetPos",),
+            ("GetState",), ("GetTempWarn",), ("GetMaintenance",), ("GetFault",), ("GetTempFault",),
+            ("Grip", index), ("Release", index), ("Disable",), ("Holdfast", False),
+            ("StoreRemanent",), ("GetForce", index), ("SetForce", index, byte),
+            ("GetNoPartLimit", index), ("SetNoPartLimit", index, limit),
+            ("GetReleaseLimit", index), ("SetReleaseLimit", index, limit),
+            ("GetOverrideGrip",), ("SetOverrideGrip", byte), ("GetReferenceDirection",),
+            ("SetReferenceDirection", False), ("GetLEDColor", index), ("SetLEDColor", index, byte)))
+
+    def may_answer(self, method, answer, steady):
+        """Whether this gripper may give this answer; a `steady` one has been there all along."""
+        if method == "GetGripperInterface":
+            return answer in (0, -1)
+        if method in ("GetFault", "GetTempFault", "GetReferenceDirection"):
+            return answer is False
+        if method == "GetTempWarn":
+            return answer in (False, self.temperature_warning)
+        if method == "GetMaintenance":
+            return answer in (False, self.maintenance)
+        if method == "GetPDINExcerpt":
+            return answer == 0 or answer >> 20 == self.flags()
+        if method == "GetPos":
+            return answer in (0.0, self.FIRST_POSITION) or self.model == "TLM" and 0 < answer <= 20
+        if method == "GetState":
+            return answer in (-1, 0, 1) or self.model == "TLM" and 3 <= answer <= 8
+        if method in ("GetNoPartLimit", "GetReleaseLimit"):
+            return answer == 0.0 or round(answer * 100) % 4 == self.number
+        if method in ("GetForce", "GetOverrideGrip", "GetLEDColor"):
+            return answer == 0 or answer % 4 == self.number
+        if method not in self.status_methods:
+            return answer == NO_LINK  # as for every model that does not have the method
+        if steady:
+            return answer in (0, NO_LINK, TIMEOUT)
+        return answer in (0, NO_LINK, TIMEOUT, NO_COMMAND, NO_PROCESS_DATA, WRONG_MODE)
+
+    def flags(self):
+        return self.temperature_warning << 2 | self.maintenance << 3
+
+
+class Presence:
+    """Which masters have been there since when; shared by the one who plugs and the clients."""
+
+    def __init__(self):
+        self.since = {}  # number: when the gripper worked; none while it may be away
+
+    def steady(self, start):
+        """The masters that have been there all the time from `start` to now."""
+        return [number for number, since in list(self.since.items()) if since < start]
+
+
+class PlugStormTest(storm.StormTestCase):
+    GRIPPERS = tuple(Gripper(number) for number in range(4))
+    THREADS = 4 + 3 * len(GRIPPERS)  # main, two servers, monitor; three for each link
+    options = tuple(word for gripper in GRIPPERS for word in ("--gripper", gripper.model))
+
+    @classmethod
+    def prepare(cls):
+        super().prepare()
+        cls.cell.wait_until_operating(len(cls.GRIPPERS))
+        for gripper in cls.GRIPPERS:
+            for command in gripper.settings():
+                cls.cell.command(command)
+
+    def setUp(self):
+        self.presence = Presence()
+        self.over = threading.Event()
+        self.wrong = []
+        self.plugs = 0
+        self.answers = collections.Counter()
+
+    def test_nothing_wrong_is_answered_and_nothing_is_left_behind(self):
+        self.rage(2)  # what is allocated once and kept comes before the baseline
+        daemon = self.cell.daemon_pid()
+        self.wait_for_quiet(daemon)
+        baseline = storm.holdings(daemon)
+        half_open = self.half_open_ttys()
+        self.rage(storm.rounds(CYCLES))
+        self.assert_every_gripper_works()
+        self.wait_for_quiet(daemon)
+        now = storm.wait_until_back(daemon, baseline, self.half_open_ttys() - half_open)
+        print(f"\nbefore: {baseline}\nafter:  {now}", file=sys.stderr)
+
+    def rage(self, cycles):
+        """Masters come and go `cycles` times while the clients call."""
+        self.over.clear()
+        self.answers.clear()
+        self.plugs = 0
+        mark = self.cell.log.mark()
+        for gripper in self.GRIPPERS:
+            self.wait_until_working(gripper)
+        start = time.monotonic()
+        clients = [threading.Thread(target=self.call_on, args=(number,))
+                   for number in range(CLIENTS)]
+        for client in clients:
+            client.start()
+        try:
+            self.plug_and_unplug(cycles)
+        finally:
+            self.over.set()
+            for client in clients:
+                client.join()
+        self.report(cycles, time.monotonic() - start)
+        self.assertEqual(len(self.wrong), 0, self.wrong[:20])
+        # A gripper that is there is only ever not found because the list of links was locked.
+        self.assertLessEqual(self.answers["steady", NO_LINK],
+                             len(self.cell.log.matching("Timeout while trying to acquire", mark)))
+
+    def report(self, cycles, seconds):
+        calls = sum(count for (whose, _), count in self.answers.items() if whose == "all")
+        print(f"\n{cycles} cycles with {self.plugs} plugs and {calls} calls in {seconds:.1f} s; "
+              "status of grippers that were there: " +
+              ", ".join(f"{count} times {answer}" for (whose, answer), count
+                        in sorted(self.answers.items(), key=str) if whose == "steady"),
+              file=sys.stderr)
+
+    # The one who plugs
+
+    def plug_and_unplug(self, cycles):
+        numbers = storm.random_numbers("plug")
+        for _ in range(cycles):
+            away = numbers.sample(self.GRIPPERS, numbers.choice((1, 1, 2, 3)))
+            for gripper in away:
+                self.presence.since.pop(gripper.number, None)
+                self.cell.command(f"unplug {gripper.number}")
+            for gripper in away:
+                time.sleep(numbers.uniform(0, LONGEST_PAUSE))
+                self.cell.command(f"plug {gripper.number}")
+            if numbers.random() < 0.25:
+                # Back for too short a time to be noticed.
+                time.sleep(numbers.uniform(0, LONGEST_PAUSE))
+                self.cell.command(f"unplug {away[0].number}")
+                self.cell.command(f"plug {away[0].number}")
+                self.plugs += 1
+            self.plugs += len(away)
+            for gripper in away:
+                self.wait_until_working(gripper)
+
+    def wait_until_working(self, gripper):
+        self.settle()  # or the link of an earlier plug might be met
+        wait_until(lambda: self.call("Disable", gripper.name) == 0)
+        self.presence.since[gripper.number] = time.monotonic()
+
+    def settle(self):
+        """Waits until the daemon has handled every event of udev so far."""
+        mark = self.cell.log.mark()
+        self.cell.command("event 0 change")
+        self.cell.log.wait_for("Unknown udev action: change$", since=mark)
+
+    # The clients
+
+    def call_on(self, number):
+        numbers = storm.random_numbers(f"client {number}")
+        with self.cell.new_client(PORTS[number % len(PORTS)]) as client:
+            while not self.over.is_set():
+                try:
+                    self.call_once(client, numbers)
+                except Exception as error:  # pylint: disable=broad-except
+                    self.wrong.append(repr(error))
+                    return
+
+    def call_once(self, client, numbers):
+        start = time.monotonic()
+        if numbers.random() < 0.1:
+            self.judge_list(client.GetGrippers(), start)
+            return
+        gripper = numbers.choice(self.GRIPPERS)
+        method, *arguments = gripper.random_call(numbers)
+        answer = getattr(client, method)(gripper.name, *arguments)
+        steady = gripper.number in self.presence.steady(start)
+        self.count(answer, steady and method in gripper.status_methods)
+        if not gripper.may_answer(method, answer, steady):
+            self.wrong.append(f"{method}{(gripper.name, *arguments)}: {answer}, steady: {steady}")
+
+    def judge_list(self, listed, start):
+        there = {self.GRIPPERS[number].name for number in self.presence.steady(start)}
+        names = {gripper.name for gripper in self.GRIPPERS}
+        self.count(None, False)
+        if len(set(listed)) != len(listed) or not there <= set(listed) <= names:
+            self.wrong.append(f"GetGrippers: {listed}, there: {there}")
+
+    def count(self, answer, steady):
+        self.answers["all", None] += 1
+        if steady:
+            self.answers["steady", answer] += 1
+
+    # Afterwards
+
+    def assert_every_gripper_works(self):
+        self.assertEqual(sorted(self.call("GetGrippers")),
+                         sorted(gripper.name for gripper in self.GRIPPERS))
+        for gripper in self.GRIPPERS:
+            with self.subTest(gripper=gripper.name):
+                if gripper.model != "TLM":
+                    self.assertEqual(self.call("Reference", gripper.name), 0)
+                    wait_until(lambda: self.call("GetState", gripper.name) == 8)
+                self.assertEqual(self.call("SetReleaseLimit", gripper.name, 1, 15.0), 0)
+                self.assertEqual(self.call("SetOverrideRelease", gripper.name, 100),
+                                 0 if gripper.model != "TLM" else NO_LINK)
+                self.assertEqual(self.call("Release", gripper.name, 1), 0)
+                wait_until(lambda: self.call("GetPos", gripper.name) == 15.0)
+
+    def wait_for_quiet(self, daemon):
+        """Waits until the threads of connections that have ended are gone."""
+        self.cell.close_clients()
+        wait_until(lambda: storm.holdings(daemon).threads == self.THREADS)
+
+    def half_open_ttys(self):
+        """How many ttys went between being opened and being set up: their descriptors stay."""
+        return len(self.cell.errors.matching("tcgetattr"))
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,306 @@
+"""A master that is unplugged at each stage of its link's life."""
+
+import collections
+import re
+import sys
+import threading
+import time
+
+import storm
+from cell import PORTS, SLOWNESS, wait_until
+from cell_test_case import main
+
+TIMEOUT, NO_LINK, NO_COMMAND = 5, 3, 12
+NO_ANSWER = (TIMEOUT, NO_COMMAND)
+
+# A request that is not answered ends after a second; whoever waits for it has no longer to wait.
+LONGEST_CALL = 1.3 * SLOWNESS
+
+
+def key_of(request):
+    return re.match(r"[^?=(]*", request)[0]
+
+
+class StagesTestCase(storm.StormTestCase):
+    """Masters 0 to 2 are unplugged; master 3 stays, and must work all the time.
+
+    A stage is reached when its request has come to the master, which leaves it unanswered.
+    """
+
+    options = ("--gripper", "HVA", "--gripper", "MZD-S", "--gripper", "MZD-L", "--gripper", "TLM")
+    NAMES = ("HVA SN:100001", "MZD-S SN:100002", "MZD-L SN:100003", "TLM SN:100004")
+    STAYING = 3
+    THREADS = 4 + 3 * len(NAMES)  # main, two servers, monitor; three for each link
+
+    @classmethod
+    def prepare(cls):
+        super().prepare()
+        cls.cell.wait_until_operating(len(cls.NAMES))
+
+    def setUp(self):
+        self.daemon = self.cell.daemon_pid()
+        self.cell.close_clients()
+        wait_until(lambda: storm.holdings(self.daemon).threads == self.THREADS)
+        self.baseline = storm.holdings(self.daemon)
+        self.half_open = self.half_open_ttys()
+
+    def tearDown(self):
+        """Whatever was unplugged works again, and nothing was left behind."""
+        for number in range(len(self.NAMES)):
+            self.cell.command(f"mute {number} off")
+            if not self.cell.show(number)["plugged"]:
+                self.cell.command(f"plug {number}")
+            self.wait_until_working(number)
+        self.assertEqual(sorted(self.call("GetGrippers")), sorted(self.NAMES))
+        self.cell.close_clients()
+        storm.wait_until_back(self.daemon, self.baseline, self.half_open_ttys() - self.half_open)
+
+    def half_open_ttys(self):
+        """How many ttys went between being opened and being set up: their descriptors stay."""
+        return len(self.cell.errors.matching("tcgetattr"))
+
+    def wait_until_working(self, number):
+        self.settle()
+        wait_until(lambda: self.call("Disable", self.NAMES[number]) == 0)
+
+    def settle(self):
+        """Waits until the daemon has handled every event of udev so far."""
+        mark = self.cell.log.mark()
+        self.cell.command(f"event {self.STAYING} change")
+        self.cell.log.wait_for("Unknown udev action: change$", since=mark)
+
+    def unplug(self, *numbers):
+        for number in numbers:
+            self.cell.command(f"unplug {number}")
+
+    def leave_unanswered(self, number, request):
+        self.cell.command(f"mute {number} on {key_of(request)}")
+
+    def wait_until_asked(self, number, request, count=1):
+        """Waits until `request` is among the last ones that master `number` has got."""
+        wait_until(lambda: self.cell.show(number)["requests"][-4:].count(request) >= count,
+                   pause=0.002)
+
+    def plug_again(self, *numbers):
+        for number in numbers:
+            self.cell.command(f"mute {number} off")
+            self.cell.command(f"plug {number}")
+        for number in numbers:
+            self.wait_until_working(number)
+
+    def wait_until_gone(self, *numbers):
+        self.settle()
+        listed = self.call("GetGrippers")
+        for number in numbers:
+            self.assertNotIn(self.NAMES[number], listed)
+            self.assertEqual(self.call("Disable", self.NAMES[number]), NO_LINK)
+
+    def assert_staying_one_works(self):
+        self.assertEqual(self.timed_call_to_staying_one(), 0)
+
+    def timed_call_to_staying_one(self):
+        start = time.monotonic()
+        answer = self.call("Disable", self.NAMES[self.STAYING])
+        self.assertLess(time.monotonic() - start, 0.5 * SLOWNESS)
+        return answer
+
+
+class OpenStageTest(StagesTestCase):
+    def test_a_node_that_has_gone_before_it_is_opened(self):
+        mark = self.cell.log.mark()
+        self.cell.command("hangup 0")
+        self.cell.command("event 0 remove")
+        self.cell.command("event 0 add")
+        self.cell.log.wait_for("Failed to add device$", since=mark)
+        self.wait_until_gone(0)
+
+    def test_a_master_that_goes_within_the_first_milliseconds(self):
+        """The unplugging meets the report, the opening, the settings, the first requests."""
+        numbers = storm.random_numbers("opening")
+        mark = self.cell.log.mark()
+        for _ in range(storm.rounds(6)):
+            self.unplug(0)
+            self.settle()
+            self.plug_and_hang_up(0, numbers.randrange(40))
+            self.assertIn(self.timed_call_to_staying_one(), (0, NO_LINK))
+        self.unplug(0)
+        self.wait_until_gone(0)
+        met = collections.Counter(re.sub(r"^\S+ \d+ ", "", line) for line in self.cell.log.matching(
+            r"Failed to initialize|Device added|Failed to update \w+: ", since=mark))
+        print(dict(met), file=sys.stderr)
+
+    def plug_and_hang_up(self, number, commands_between):
+        """Faster than a reply can be waited for; every command between takes some microseconds."""
+        between = ["show 1"] * commands_between
+        with self.cell.commands:
+            mark = self.cell.errors.mark()
+            lines = [f"plug {number}", *between, f"hangup {number}"]
+            self.cell.process.stdin.write("".join(line + "\n" for line in lines).encode())
+            self.cell.process.stdin.flush()
+            self.cell.errors.wait_for("^pellix-sim: ", since=mark, count=len(lines))
+
+
+class InitStageTest(StagesTestCase):
+    REQUESTS = ("ID?", "MODE?", "DEVINFO?", "PARAM[19][0]?", "PARAM[21][0]?")
+
+    def test_each_request_that_sets_up_a_link(self):
+        for request in self.REQUESTS * storm.rounds(1):
+            with self.subTest(request=request):
+                mark = self.unplug_during_set_up(request)
+                self.assert_staying_one_works()
+                self.cell.log.wait_for("Failed to initialize new device: (5|12)$", since=mark)
+                self.wait_until_gone(0)
+                self.plug_again(0)
+
+    def unplug_during_set_up(self, request):
+        self.unplug(0)
+        self.leave_unanswered(0, request)
+        self.settle()
+        mark = self.cell.log.mark()
+        self.cell.command("plug 0")
+        self.wait_until_asked(0, request)
+        self.unplug(0)
+        return mark
+
+    def test_a_master_that_is_plugged_and_unplugged_while_another_one_is_set_up(self):
+        self.unplug(1)
+        self.unplug_during_set_up("MODE?")
+        self.cell.command("plug 1")
+        self.unplug(1)
+        self.assert_staying_one_works()
+        self.wait_until_gone(0, 1)
+        self.plug_again(0, 1)
+
+
+class StateStageTest(StagesTestCase):
+    """The state thread's actions. The list of links stays locked until the last of its requests
+    has ended, so calls for others may find nothing for so long, but they come back at once."""
+
+    # Modes that the master reports, and the request that stays unanswered then.
+    ACTIONS = (((3,), "DEVINFO?"), ((3,), "PARAM[19][0]?"), ((3,), "PARAM[21][0]?"),
+               ((3,), "OPERATE()"), ((2, 4), "PDOUT?"), ((5,), "RESTART()"))
+
+    def test_each_action_of_three_masters_at_a_time(self):
+        for first in (0, 3) * storm.rounds(1):
+            actions = self.ACTIONS[first:first + 3]
+            with self.subTest(actions=actions):
+                for number, (modes, request) in enumerate(actions):
+                    self.reach(number, modes, request)
+                self.assert_calls_to_others_come_back(0, 1, 2)
+
+    def reach(self, number, modes, request):
+        self.leave_unanswered(number, request)
+        for mode in modes:
+            mark = self.cell.log.mark()
+            self.cell.command(f"mode {number} {mode}")
+            self.cell.log.wait_for(r"\d (STARTUP|PREOPERATE|OPERATE|FALLBACK.*)$", since=mark)
+        self.wait_until_asked(number, request)
+
+    def test_the_pause_of_a_fallback(self):
+        self.reach_fallback(0)
+        self.assert_calls_to_others_come_back(0)
+
+    def reach_fallback(self, number):
+        mark = self.cell.log.mark()
+        self.cell.command(f"mode {number} 5")
+        self.cell.log.wait_for("FALLBACK: Waiting", since=mark)
+
+    def assert_calls_to_others_come_back(self, *numbers):
+        start = time.monotonic()
+        self.unplug(*numbers)
+        wait_until(lambda: self.timed_call_to_staying_one() == 0)
+        self.wait_until_gone(*numbers)
+        self.assertLess(time.monotonic() - start, LONGEST_CALL)
+        self.plug_again(*numbers)
+
+
+class CallStageTest(StagesTestCase):
+    """Calls that are under way: each kind of request, alone and two at once."""
+
+    # Method and arguments, the request that stays unanswered, what may be answered.
+    GRIP = ("Grip", (1,), "PDOUT=[3,1]", NO_ANSWER)
+    CALLS = (
+        GRIP,
+        ("SetForce", (1, 30), "PARAM[97][3]=[1e]", NO_ANSWER),
+        ("SetForce", (1, 30), "DEVINFO?", NO_ANSWER),
+        ("StoreRemanent", (), "PARAM[2][0]=[e0]", NO_ANSWER),
+        ("GetForce", (2,), "PARAM[98][3]?", (0,)),
+        ("GetForce", (2,), "DEVINFO?", (0,)),
+        ("GetParameterChecksum", (), "PARAM[3][4]?", (0,)),
+        ("SetReleaseLimit", (1, 9.5), "PARAM[97][2]=[3,b6]", NO_ANSWER),
+        ("SetLEDColor", (1, 5), "PARAM[129][2]=[5]", NO_ANSWER),
+    )
+
+    def test_each_kind_of_call(self):
+        """Three masters at a time, each with a call of another kind under way."""
+        calls = list(self.CALLS * storm.rounds(1))
+        while calls:
+            group, calls = calls[:3], calls[3:]
+            self.unplug_during(list(enumerate(group)))
+
+    def test_two_calls_to_one_gripper(self):
+        for second in self.CALLS[:2] * storm.rounds(1):
+            with self.subTest(second=second):
+                self.unplug_during([(0, self.GRIP), (0, second)])
+
+    def unplug_during(self, calls):
+        answers = {}
+        callers = [threading.Thread(target=self.time_call, args=(answers, place, number, call))
+                   for place, (number, call) in enumerate(calls)]
+        requests = collections.Counter((number, call[2]) for number, call in calls)
+        for number, request in requests:
+            self.leave_unanswered(number, request)
+        mark = self.cell.log.mark()
+        for caller in callers:
+            caller.start()
+        for (number, request), count in requests.items():
+            self.wait_until_asked(number, request, count)
+        numbers = sorted({number for number, _ in requests})
+        self.unplug(*numbers)
+        self.assert_staying_one_works()
+        for caller in callers:
+            caller.join()
+        for place, (_, (method, _, _, expected)) in enumerate(calls):
+            answer, elapsed = answers[place]
+            self.assertIn(answer, expected, method)
+            self.assertLess(elapsed, LONGEST_CALL, method)
+        self.wait_until_gone(*numbers)
+        self.assertEqual(len(self.cell.log.matching("PELLIX removed", since=mark)), len(numbers))
+        self.plug_again(*numbers)
+
+    def time_call(self, answers, place, number, call):
+        method, arguments, _, _ = call
+        start = time.monotonic()
+        answer = self.cell.call_apart(method, self.NAMES[number], *arguments,
+                                      port=PORTS[place % len(PORTS)])
+        answers[place] = (answer, time.monotonic() - start)
+
+
+class IdStageTest(StagesTestCase):
+    """GetGrippers asks a master that does not name itself as one again, with the list locked."""
+
+    def test_the_question_for_the_id(self):
+        self.cell.command("unplug 0")
+        self.cell.command("id 0 OTHER")
+        self.addCleanup(self.wait_until_working, 0)
+        self.settle()
+        self.cell.command("plug 0")
+        self.settle()
+        self.leave_unanswered(0, "ID?")
+        listed = []
+        lister = threading.Thread(target=lambda: listed.append(self.cell.call_apart("GetGrippers")))
+        start = time.monotonic()
+        lister.start()
+        self.wait_until_asked(0, "ID?")
+        self.unplug(0)
+        self.assertIn(self.call("Disable", self.NAMES[self.STAYING], port=PORTS[1]), (0, NO_LINK))
+        lister.join()
+        self.assertLess(time.monotonic() - start, LONGEST_CALL)
+        self.assertEqual(listed, [list(self.NAMES[1:])])
+        self.wait_until_gone(0)
+        self.assert_staying_one_works()
+        self.cell.command("id 0 PELLIX")
+
+
+if __name__ == "__main__":
+    main()

@@ -8,6 +8,7 @@ TAVRIK_STORM_SEED    where the random numbers begin (default 1); threads share t
                      they like, so a seed repeats what is done, but not to the microsecond
 """
 
+import functools
 import os
 import random
 import sys
@@ -19,6 +20,10 @@ from cell_test_case import CellTestCase
 FACTOR = float(os.environ.get("TAVRIK_STORM_FACTOR", "1"))
 SEED = os.environ.get("TAVRIK_STORM_SEED", "1")
 
+# What calls answer when something is amiss: no link to this gripper, or none in time; no answer of
+# its master within a second; nothing sent; no process data.
+NO_LINK, TIMEOUT, NO_COMMAND, NO_PROCESS_DATA = 3, 5, 12, 21
+
 # Memory that a process may hold beyond its baseline, in KiB: an allocator does not give all back.
 MEMORY_SLACK = 2048
 
@@ -29,6 +34,15 @@ MEMORY_COUNTS = SLOWNESS == 1
 def rounds(short):
     """How many rounds to make of what the short form makes `short` rounds of."""
     return max(1, round(short * FACTOR))
+
+
+def repeated(test):
+    """Decorates a test that is one round by itself."""
+    @functools.wraps(test)
+    def repeat(self):
+        for _ in range(rounds(1)):
+            test(self)
+    return repeat
 
 
 def random_numbers(name):
@@ -44,6 +58,75 @@ class StormTestCase(CellTestCase):
         print(f"{cls.__name__}: TAVRIK_STORM_FACTOR={FACTOR:g} TAVRIK_STORM_SEED={SEED}",
               file=sys.stderr, flush=True)
         super().setUpClass()
+
+
+class MastersTestCase(StormTestCase):
+    """Four masters with a gripper each. Whatever a test has unplugged or muted works again at its
+    end, and the daemon holds no more than before it."""
+
+    options = ("--gripper", "HVA", "--gripper", "MZD-S", "--gripper", "MZD-L", "--gripper", "TLM")
+    NAMES = ("HVA SN:100001", "MZD-S SN:100002", "MZD-L SN:100003", "TLM SN:100004")
+    THREADS = 4 + 3 * len(NAMES)  # main, two servers, monitor; three for each link
+
+    @classmethod
+    def prepare(cls):
+        super().prepare()
+        cls.cell.wait_until_operating(len(cls.NAMES))
+
+    def setUp(self):
+        self.daemon = self.cell.daemon_pid()
+        self.take_baseline()
+
+    def tearDown(self):
+        """Whatever was unplugged works again, and nothing was left behind."""
+        for number in range(len(self.NAMES)):
+            self.cell.command(f"mute {number} off")
+            if not self.cell.show(number)["plugged"]:
+                self.cell.command(f"plug {number}")
+            self.wait_until_working(number)
+        self.assertEqual(sorted(self.call("GetGrippers")), sorted(self.NAMES))
+        self.cell.close_clients()
+        now = wait_until_back(self.daemon, self.baseline, self.half_open_ttys() - self.half_open)
+        print(f"before: {self.baseline}; after: {now}", file=sys.stderr)
+
+    def half_open_ttys(self):
+        """How many ttys went between being opened and being set up: their descriptors stay."""
+        return len(self.cell.errors.matching("tcgetattr"))
+
+    def wait_until_working(self, number):
+        self.settle()
+        wait_until(lambda: self.call("Disable", self.NAMES[number]) == 0)
+
+    def settle(self):
+        """Waits until the daemon has handled every event of udev so far."""
+        mark = self.cell.log.mark()
+        self.cell.command("event 3 change")
+        self.cell.log.wait_for("Unknown udev action: change$", since=mark)
+
+    def take_baseline(self):
+        """What the daemon holds when the connections of clients have ended, with their threads."""
+        self.cell.close_clients()
+        wait_until(lambda: holdings(self.daemon).threads == self.THREADS)
+        self.baseline = holdings(self.daemon)
+        self.half_open = self.half_open_ttys()
+
+    def unplug(self, *numbers):
+        for number in numbers:
+            self.cell.command(f"unplug {number}")
+
+    def plug_again(self, *numbers):
+        for number in numbers:
+            self.cell.command(f"mute {number} off")
+            self.cell.command(f"plug {number}")
+        for number in numbers:
+            self.wait_until_working(number)
+
+    def wait_until_gone(self, *numbers):
+        self.settle()
+        listed = self.call("GetGrippers")
+        for number in numbers:
+            self.assertNotIn(self.NAMES[number], listed)
+            self.assertEqual(self.call("Disable", self.NAMES[number]), NO_LINK)
 
 
 class Holdings(NamedTuple):

@@ -9,13 +9,11 @@ import storm
 from cell import PORTS, wait_until
 from cell_test_case import main
 
-CYCLES = 20  # of about a second: a call to a master that is gone ends by its time-out
+CYCLES = 14  # of about a second: a call to a master that is gone ends by its time-out
 CLIENTS = 8
 LONGEST_PAUSE = 0.1  # seconds that a master stays away
 
-# What a call may answer for a master that comes or goes: no answer in time, no link, no command
-# sent, no process data yet; or the master's own refusal, as long as it is not in operate.
-TIMEOUT, NO_LINK, NO_COMMAND, NO_PROCESS_DATA, WRONG_MODE = 5, 3, 12, 21, 6
+WRONG_MODE = 6  # the master's own answer as long as it is not in operate
 
 
 class Gripper:
@@ -97,57 +95,38 @@ class Gripper:
         if method in ("GetForce", "GetOverrideGrip", "GetLEDColor"):
             return answer == 0 or answer % 4 == self.number
         if method not in self.status_methods:
-            return answer == NO_LINK  # as for every model that does not have the method
-        if steady:
-            return answer in (0, NO_LINK, TIMEOUT)
-        return answer in (0, NO_LINK, TIMEOUT, NO_COMMAND, NO_PROCESS_DATA, WRONG_MODE)
+            return answer == storm.NO_LINK  # as for every model that does not have the method
+        if answer in (storm.NO_COMMAND, storm.NO_PROCESS_DATA, WRONG_MODE):
+            return not steady
+        return answer in (0, storm.NO_LINK, storm.TIMEOUT)
 
     def flags(self):
         return self.temperature_warning << 2 | self.maintenance << 3
 
 
-class Presence:
-    """Which masters have been there since when; shared by the one who plugs and the clients."""
-
-    def __init__(self):
-        self.since = {}  # number: when the gripper worked; none while it may be away
-
-    def steady(self, start):
-        """The masters that have been there all the time from `start` to now."""
-        return [number for number, since in list(self.since.items()) if since < start]
-
-
-class PlugStormTest(storm.StormTestCase):
+class PlugStormTest(storm.MastersTestCase):
     GRIPPERS = tuple(Gripper(number) for number in range(4))
-    THREADS = 4 + 3 * len(GRIPPERS)  # main, two servers, monitor; three for each link
-    options = tuple(word for gripper in GRIPPERS for word in ("--gripper", gripper.model))
 
     @classmethod
     def prepare(cls):
         super().prepare()
-        cls.cell.wait_until_operating(len(cls.GRIPPERS))
         for gripper in cls.GRIPPERS:
             for command in gripper.settings():
                 cls.cell.command(command)
 
     def setUp(self):
-        self.presence = Presence()
+        super().setUp()
+        self.working_since = {}  # by number; no entry while a master may be away
         self.over = threading.Event()
-        self.wrong = []
         self.plugs = 0
-        self.answers = collections.Counter()
+        self.answers = []  # each with whether it is a status of a gripper that was there
+        self.wrong = []
 
     def test_nothing_wrong_is_answered_and_nothing_is_left_behind(self):
         self.rage(2)  # what is allocated once and kept comes before the baseline
-        daemon = self.cell.daemon_pid()
-        self.wait_for_quiet(daemon)
-        baseline = storm.holdings(daemon)
-        half_open = self.half_open_ttys()
+        self.take_baseline()
         self.rage(storm.rounds(CYCLES))
         self.assert_every_gripper_works()
-        self.wait_for_quiet(daemon)
-        now = storm.wait_until_back(daemon, baseline, self.half_open_ttys() - half_open)
-        print(f"\nbefore: {baseline}\nafter:  {now}", file=sys.stderr)
 
     def rage(self, cycles):
         """Masters come and go `cycles` times while the clients call."""
@@ -156,7 +135,7 @@ class PlugStormTest(storm.StormTestCase):
         self.plugs = 0
         mark = self.cell.log.mark()
         for gripper in self.GRIPPERS:
-            self.wait_until_working(gripper)
+            self.wait_until_steady(gripper)
         start = time.monotonic()
         clients = [threading.Thread(target=self.call_on, args=(number,))
                    for number in range(CLIENTS)]
@@ -171,15 +150,14 @@ class PlugStormTest(storm.StormTestCase):
         self.report(cycles, time.monotonic() - start)
         self.assertEqual(len(self.wrong), 0, self.wrong[:20])
         # A gripper that is there is only ever not found because the list of links was locked.
-        self.assertLessEqual(self.answers["steady", NO_LINK],
+        self.assertLessEqual(self.answers.count((True, storm.NO_LINK)),
                              len(self.cell.log.matching("Timeout while trying to acquire", mark)))
 
     def report(self, cycles, seconds):
-        calls = sum(count for (whose, _), count in self.answers.items() if whose == "all")
-        print(f"\n{cycles} cycles with {self.plugs} plugs and {calls} calls in {seconds:.1f} s; "
-              "status of grippers that were there: " +
-              ", ".join(f"{count} times {answer}" for (whose, answer), count
-                        in sorted(self.answers.items(), key=str) if whose == "steady"),
+        statuses = collections.Counter(answer for counts, answer in self.answers if counts)
+        print(f"\n{cycles} cycles with {self.plugs} plugs and {len(self.answers)} calls in "
+              f"{seconds:.1f} s; status of grippers that were there: " +
+              ", ".join(f"{count} times {status}" for status, count in sorted(statuses.items())),
               file=sys.stderr)
 
     # The one who plugs
@@ -189,7 +167,7 @@ class PlugStormTest(storm.StormTestCase):
         for _ in range(cycles):
             away = numbers.sample(self.GRIPPERS, numbers.choice((1, 1, 2, 3)))
             for gripper in away:
-                self.presence.since.pop(gripper.number, None)
+                self.working_since.pop(gripper.number, None)
                 self.cell.command(f"unplug {gripper.number}")
             for gripper in away:
                 time.sleep(numbers.uniform(0, LONGEST_PAUSE))
@@ -202,18 +180,11 @@ class PlugStormTest(storm.StormTestCase):
                 self.plugs += 1
             self.plugs += len(away)
             for gripper in away:
-                self.wait_until_working(gripper)
+                self.wait_until_steady(gripper)
 
-    def wait_until_working(self, gripper):
-        self.settle()  # or the link of an earlier plug might be met
-        wait_until(lambda: self.call("Disable", gripper.name) == 0)
-        self.presence.since[gripper.number] = time.monotonic()
-
-    def settle(self):
-        """Waits until the daemon has handled every event of udev so far."""
-        mark = self.cell.log.mark()
-        self.cell.command("event 0 change")
-        self.cell.log.wait_for("Unknown udev action: change$", since=mark)
+    def wait_until_steady(self, gripper):
+        self.wait_until_working(gripper.number)
+        self.working_since[gripper.number] = time.monotonic()
 
     # The clients
 
@@ -227,6 +198,10 @@ class PlugStormTest(storm.StormTestCase):
                     self.wrong.append(repr(error))
                     return
 
+    def steady(self, start):
+        """The masters that have been there all the time from `start` to now."""
+        return [number for number, since in list(self.working_since.items()) if since < start]
+
     def call_once(self, client, numbers):
         start = time.monotonic()
         if numbers.random() < 0.1:
@@ -235,22 +210,17 @@ class PlugStormTest(storm.StormTestCase):
         gripper = numbers.choice(self.GRIPPERS)
         method, *arguments = gripper.random_call(numbers)
         answer = getattr(client, method)(gripper.name, *arguments)
-        steady = gripper.number in self.presence.steady(start)
-        self.count(answer, steady and method in gripper.status_methods)
+        steady = gripper.number in self.steady(start)
+        self.answers.append((steady and method in gripper.status_methods, answer))
         if not gripper.may_answer(method, answer, steady):
             self.wrong.append(f"{method}{(gripper.name, *arguments)}: {answer}, steady: {steady}")
 
     def judge_list(self, listed, start):
-        there = {self.GRIPPERS[number].name for number in self.presence.steady(start)}
+        there = {self.GRIPPERS[number].name for number in self.steady(start)}
         names = {gripper.name for gripper in self.GRIPPERS}
-        self.count(None, False)
+        self.answers.append((False, None))
         if len(set(listed)) != len(listed) or not there <= set(listed) <= names:
             self.wrong.append(f"GetGrippers: {listed}, there: {there}")
-
-    def count(self, answer, steady):
-        self.answers["all", None] += 1
-        if steady:
-            self.answers["steady", answer] += 1
 
     # Afterwards
 
@@ -264,18 +234,9 @@ class PlugStormTest(storm.StormTestCase):
                     wait_until(lambda: self.call("GetState", gripper.name) == 8)
                 self.assertEqual(self.call("SetReleaseLimit", gripper.name, 1, 15.0), 0)
                 self.assertEqual(self.call("SetOverrideRelease", gripper.name, 100),
-                                 0 if gripper.model != "TLM" else NO_LINK)
+                                 0 if gripper.model != "TLM" else storm.NO_LINK)
                 self.assertEqual(self.call("Release", gripper.name, 1), 0)
                 wait_until(lambda: self.call("GetPos", gripper.name) == 15.0)
-
-    def wait_for_quiet(self, daemon):
-        """Waits until the threads of connections that have ended are gone."""
-        self.cell.close_clients()
-        wait_until(lambda: storm.holdings(daemon).threads == self.THREADS)
-
-    def half_open_ttys(self):
-        """How many ttys went between being opened and being set up: their descriptors stay."""
-        return len(self.cell.errors.matching("tcgetattr"))
 
 
 if __name__ == "__main__":

@@ -75,6 +75,8 @@ class MastersTestCase(StormTestCase):
 
     def setUp(self):
         self.daemon = self.cell.daemon_pid()
+        for number in range(len(self.NAMES)):
+            self.wait_until_working(number)
         self.take_baseline()
 
     def tearDown(self):
@@ -94,8 +96,21 @@ class MastersTestCase(StormTestCase):
         return len(self.cell.errors.matching("tcgetattr"))
 
     def wait_until_working(self, number):
+        """Waits until a gripper can be called, and none of the requests before is under way.
+
+        A second call is answered only by its own lines, and only when the state thread's request
+        for PDOUT, which has the same name, is out of the way.
+        """
         self.settle()
-        wait_until(lambda: self.call("Disable", self.NAMES[number]) == 0)
+        for _ in range(2):
+            wait_until(lambda: self.call("Disable", self.NAMES[number]) == 0)
+            self.wait_until_all_is_handled(number)
+
+    def wait_until_all_is_handled(self, number):
+        """Waits until the daemon has handled all that a master has sent so far."""
+        mark = self.cell.log.mark()
+        self.cell.command(rf"send {number} HANDLED=\n")
+        self.cell.log.wait_for("Active command HANDLED could not be found$", since=mark)
 
     def settle(self):
         """Waits until the daemon has handled every event of udev so far."""

@@ -183,7 +183,8 @@ class PlugStormTest(storm.MastersTestCase):
                 self.wait_until_steady(gripper)
 
     def wait_until_steady(self, gripper):
-        self.wait_until_working(gripper.number)
+        self.settle()
+        wait_until(lambda: self.call("Disable", gripper.name) == 0)
         self.working_since[gripper.number] = time.monotonic()
 
     # The clients

@@ -95,7 +95,7 @@ class MastersTestCase(StormTestCase):
         """How many ttys went between being opened and being set up: their descriptors stay."""
         return len(self.cell.errors.matching("tcgetattr"))
 
-    def wait_until_working(self, number):
+    def wait_until_working(self, number, name=None):
         """Waits until a gripper can be called, and none of the requests before is under way.
 
         A second call is answered only by its own lines, and only when the state thread's request
@@ -103,7 +103,7 @@ class MastersTestCase(StormTestCase):
         """
         self.settle()
         for _ in range(2):
-            wait_until(lambda: self.call("Disable", self.NAMES[number]) == 0)
+            wait_until(lambda: self.call("Disable", name or self.NAMES[number]) == 0)
             self.wait_until_all_is_handled(number)
 
     def wait_until_all_is_handled(self, number):

@@ -65,6 +65,11 @@ class HangTest(storm.MastersTestCase):
         for name in cls.WATCHED:  # process data come some milliseconds after operate
             wait_until(lambda name=name: cls.cell.call("GetPos", name) == 10.0)
 
+    def tearDown(self):
+        if self.cell.show(4)["plugged"]:
+            self.unplug(4)
+        super().tearDown()
+
     @contextlib.contextmanager
     def others_watched(self):
         mark = self.cell.log.mark()
@@ -234,10 +239,10 @@ class HangTest(storm.MastersTestCase):
                 self.cell.command("plug 0")
                 # The old link opens what is in its place now.
                 self.cell.log.wait_for("Initialize device succeeded", since=mark)
-            wait_until(lambda: other in self.call("GetGrippers"))
+            self.wait_until_working(0, other)
             self.assertEqual(self.call("Grip", self.HVA, 1), storm.NO_LINK)
             self.assertEqual(self.call("GetForce", other, 1), 7)
-            wait_until(lambda: self.call("Grip", other, 1) == 0)
+            self.assertEqual(self.call("Grip", other, 1), 0)
             self.unplug(0)
             self.cell.command("param 0 21 0 31,30,30,30,30,31")
             self.plug_again(0)
@@ -248,7 +253,7 @@ class HangTest(storm.MastersTestCase):
         with self.others_watched():
             self.unplug(0)
             self.cell.command("plug 4")
-            wait_until(lambda: self.call("Disable", self.HVA) == 0)
+            self.wait_until_working(4, self.HVA)
             self.assertEqual(self.call("Grip", self.HVA, 1), 0)
             self.assertEqual(self.cell.show(4)["pdout"], [3, 1])
             self.unplug(4)
@@ -263,7 +268,8 @@ class HangTest(storm.MastersTestCase):
                 self.unplug(0)
                 self.cell.command("plug 4")
                 self.assertIn(self.call("Grip", self.HVA, 1), (storm.TIMEOUT, storm.NO_COMMAND))
-            wait_until(lambda: self.call("Grip", self.HVA, 1) == 0)
+            self.wait_until_working(4, self.HVA)
+            self.assertEqual(self.call("Grip", self.HVA, 1), 0)
             self.assertEqual(self.cell.show(4)["pdout"], [3, 1])
             self.unplug(4)
             self.wait_until_gone(0)

@@ -234,10 +234,10 @@ class IdStageTest(StagesTestCase):
     def test_the_question_for_the_id(self):
         self.cell.command("unplug 0")
         self.cell.command("id 0 OTHER")
-        self.addCleanup(self.wait_until_working, 0)
         self.settle()
         self.cell.command("plug 0")
         self.settle()
+        self.wait_until_asked(0, "PDOUT?")  # the last request of its state thread
         self.leave_unanswered(0, "ID?")
         listed = []
         lister = threading.Thread(target=lambda: listed.append(self.cell.call_apart("GetGrippers")))
@@ -253,6 +253,7 @@ class IdStageTest(StagesTestCase):
         self.wait_until_gone(0)
         self.assert_staying_one_works()
         self.cell.command("id 0 PELLIX")
+        self.plug_again(0)
 
 
 if __name__ == "__main__":

@@ -62,6 +62,11 @@ class Output:
         with self.arrived:
             return self.lines[mark:]
 
+    def forget_all_but(self, count):
+        """Drops old lines, in programs that run for long; earlier marks are worthless then."""
+        with self.arrived:
+            del self.lines[:-count]
+
     def matching(self, pattern, since=0):
         """Every line from `since` on in which `pattern` is found."""
         return [line for line in self.since(since) if re.search(pattern, line)]

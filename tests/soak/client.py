@@ -1,0 +1,264 @@
+"""One client of the soak: calls all methods at random for grippers of its own, checks every answer.
+
+Nobody else commands these grippers, so what they must do and answer is known.
+"""
+
+import random
+import time
+import xmlrpc.client
+from collections import Counter
+
+from cell import SLOWNESS, Cell
+from expectation import METHOD, PDOUT, PROCESS_DATA, expectation, key_of, written_key
+from gripper import FAULTS, STROKES, Gripper
+from methods import METHODS
+
+TYPES = {"i": int, "b": bool, "d": float, "A": list}
+LINES_BETWEEN_AUDITS = 40  # the simulator remembers the last 50
+TIME_TO_STAND = 10.0 * SLOWNESS  # seconds, generously
+MOST_COMPLAINTS = 10  # then the client gives up
+PAUSE = 0.003  # seconds between two calls, on average
+
+
+class Tally:
+    """What a client did and found; sent to the soak's main process at the end."""
+
+    def __init__(self):
+        self.calls = Counter()  # by method, as all of these
+        self.wrong = Counter()
+        self.slowest = dict.fromkeys(METHOD, 0.0)  # seconds
+        self.ends = Counter()  # of motions, by state code
+        self.audits = 0
+        self.commands = 0  # that were answered 0
+        self.lost = 0  # of these
+        self.complaints = []
+
+    def add(self, other):
+        for counter in ("calls", "wrong", "ends"):
+            getattr(self, counter).update(getattr(other, counter))
+        for method, seconds in other.slowest.items():
+            self.slowest[method] = max(self.slowest[method], seconds)
+        for number in ("audits", "commands", "lost", "complaints"):
+            setattr(self, number, getattr(self, number) + getattr(other, number))
+
+
+class Simulator:
+    """The simulator, which only the main process speaks to."""
+
+    def __init__(self, pipe):
+        self.pipe = pipe
+
+    def show(self, number):
+        return self._ask("show", number)
+
+    def command(self, text):
+        return self._ask("command", text)
+
+    def _ask(self, *request):
+        self.pipe.send(request)
+        return self.pipe.recv()
+
+
+class Post:
+    """A gripper with what its client remembers of it."""
+
+    def __init__(self, number, state):
+        self.gripper = Gripper(number, state)
+        self.seen_requests = state["requests"]
+        self.lines = []  # that must have reached the master since
+        self.commands = []  # those of them that were answered 0
+        self.last_key = None
+        self.changed = time.monotonic()
+
+
+class Client:
+    def __init__(self, simulator, port, numbers, devices, seed):
+        self.simulator = simulator
+        self.devices = devices
+        self.random = random.Random(seed)
+        self.server = Cell.new_client(port)
+        self.posts = [Post(number, simulator.show(number)) for number in numbers]
+        self.tally = Tally()
+        self.version = self.server.GetVersion()
+
+    def run_until(self, deadline):
+        while time.monotonic() < deadline and len(self.tally.complaints) < MOST_COMPLAINTS:
+            self.step(self.random.choice(self.posts))
+            time.sleep(self.random.expovariate(1 / PAUSE))
+        for post in self.posts:
+            self.audit(post)
+
+    def step(self, post):
+        dice = self.random.random()
+        if dice < 0.02 and post.gripper.stands():
+            self.surprise(post)
+        elif dice < 0.07:
+            self.misfit(post)
+        else:
+            self.call_any(post)
+        if len(post.lines) >= LINES_BETWEEN_AUDITS:
+            self.audit(post)
+
+    # Calls
+
+    def call_any(self, post):
+        method = self.random.choice(METHODS)
+        if not method.takes_device():
+            return self.call_service(method.name)
+        arguments = self.arguments(post.gripper, method)
+        expected = expectation(post.gripper, method.name, *arguments)
+        if self.fits_now(post, method.name, arguments, expected):
+            self.carry_out(post, method.name, arguments, expected)
+
+    def fits_now(self, post, method, arguments, expected):
+        """Whether the outcome of a call can be told now.
+
+        The daemon takes a data line for the end of its request. The FIN that follows would end the
+        next request if that had the same key; so another one has to come in between.
+        """
+        if expected.lines and expected.first_key() == post.last_key:
+            return False
+        if method in PDOUT:
+            return post.gripper.stands()
+        return not post.gripper.moves_by(written_key(method, arguments))
+
+    def carry_out(self, post, method, arguments, expected):
+        answer = self.ask(method, post.gripper.device, *arguments)
+        if not self.is_right(post, method, answer, expected):
+            phases = post.gripper.phases if expected.answer is None else expected.answer
+            self.complain(method, (post.gripper.device, *arguments), answer, phases)
+        post.lines += expected.lines
+        if expected.lines:
+            post.last_key = key_of(expected.lines[-1])
+        if answer == 0 and expected.lines and "=" in expected.lines[-1]:
+            post.commands.append(expected.lines[-1])
+        self.let_happen(post, expected.happens)
+
+    def is_right(self, post, method, answer, expected):
+        if type(answer) is not TYPES[METHOD[method].signature[0]]:
+            return False
+        if expected.answer is not None:
+            return expected.is_met_by(answer)
+        gripper = post.gripper
+        stood = gripper.stands()
+        if not gripper.tells(lambda phase: PROCESS_DATA[method](phase, answer)):
+            return False
+        if method == "GetPos":
+            gripper.saw_position(round(answer * 100))
+        if gripper.stands() and not stood:
+            self.tally.ends[gripper.state] += 1
+        return gripper.stands() or time.monotonic() < post.changed + TIME_TO_STAND
+
+    def let_happen(self, post, change):
+        change()
+        post.changed = time.monotonic()
+
+    def call_service(self, method):
+        answer = self.ask(method)
+        expected = self.version if method == "GetVersion" else self.devices
+        if answer != expected:
+            self.complain(method, (), answer, expected)
+
+    def misfit(self, post):
+        """A call that nothing can come of: no such gripper, or a parameter too few."""
+        method = self.random.choice(METHODS)
+        if not method.takes_device():
+            return
+        device = self.random.choice(("---", "HVA SN:100009", post.gripper.device.lower()))
+        arguments = self.arguments(post.gripper, method)
+        expected = method.fallback
+        if method.name == "GetGripperInterface" and device == "---":
+            expected = -2
+        if self.random.random() < 0.2:
+            answer, expected = self.fault_of(method.name, device, *arguments, "one too many"), -501
+        else:
+            answer = self.ask(method.name, device, *arguments)
+        if (type(answer), answer) != (type(expected), expected):
+            self.complain(method.name, (device, *arguments), answer, expected)
+
+    def fault_of(self, method, *arguments):
+        try:
+            return self.ask(method, *arguments)
+        except xmlrpc.client.Fault as fault:
+            return fault.faultCode
+
+    def ask(self, method, *arguments):
+        self.tally.calls[method] += 1
+        start = time.monotonic()
+        try:
+            return getattr(self.server, method)(*arguments)
+        finally:
+            took = time.monotonic() - start
+            self.tally.slowest[method] = max(self.tally.slowest[method], took)
+
+    def arguments(self, gripper, method):
+        """Arguments after the device string."""
+        kinds = method.parameters[1:]
+        if kinds == (bool,):
+            return [self.random.random() < 0.5]
+        if kinds == (int,) and "Override" in method.name:
+            return [self.random.randrange(25, 300)]  # an override of 0 would stop the fingers
+        numbers = [self.number(gripper)] if kinds else []
+        values = {int: lambda: self.random.randrange(-10, 300),
+                  float: lambda: self.limit(gripper, method.name)}
+        return numbers + [values[kind]() for kind in kinds[1:]]
+
+    def number(self, gripper):
+        """Of a parameter set or an LED: mostly one that exists."""
+        return self.random.choice((*range(8), *range(8), 8, 33, 256, 258, -1))
+
+    def limit(self, gripper, method):
+        """Mostly so that there is room for a part between the limits."""
+        low, high = (0.0, 0.3) if method == "SetNoPartLimit" else (0.6, 1.0)
+        usual = self.random.uniform(low, high) * STROKES[gripper.model] / 100
+        anything = self.random.choice((-2.0, 400.0, -400.0, float("nan"), 0.0,
+                                       self.random.uniform(-330, 330)))
+        return usual if self.random.random() < 0.9 else anything
+
+    # The simulator
+
+    def surprise(self, post):
+        """A part is put in or taken out, or a flag of the gripper changes."""
+        gripper = post.gripper
+        raised = [name for name in FAULTS if gripper.flags[name]]
+        if raised or self.random.random() < 0.3:
+            name = raised[0] if raised else self.random.choice(FAULTS)
+            self.simulator.command(f"fault {gripper.number} {name} {'off' if raised else 'on'}")
+            self.let_happen(post, lambda: gripper.set_flag(name, not raised))
+        else:
+            width = self.random.randrange(gripper.stroke)
+            part = self.random.choice((None, width, width, width))
+            text = "none" if part is None else part / 100
+            self.simulator.command(f"part {gripper.number} {text}")
+            self.let_happen(post, lambda: gripper.set_part(part))
+
+    def audit(self, post):
+        """Everything that was answered must have been carried out, and nothing else."""
+        state = self.simulator.show(post.gripper.number)
+        requests = state["requests"]
+        self.tally.audits += 1
+        self.tally.commands += len(post.commands)
+        if requests != (post.seen_requests + post.lines)[-len(requests):]:
+            missing = Counter(post.commands) - Counter(requests[-len(post.lines):])
+            self.tally.lost += missing.total()
+            self.complain("requests", (post.gripper.device,), requests, post.lines)
+        for difference in post.gripper.differences(state):
+            self.complain("state", (post.gripper.device,), difference, "")
+        post.seen_requests, post.lines, post.commands = requests, [], []
+
+    def complain(self, method, arguments, answer, expected):
+        self.tally.wrong[method] += 1
+        text = ", ".join(map(repr, arguments))
+        self.tally.complaints.append(f"{method}({text}) -> {answer!r} instead of {expected!r}")
+
+
+def run(pipe, port, numbers, devices, seed, deadline):
+    """The life of a client process: requests to the simulator, at last the tally, on `pipe`."""
+    simulator = Simulator(pipe)
+    client = Client(simulator, port, numbers, devices, seed)
+    try:
+        client.run_until(deadline)
+    except Exception as error:
+        client.tally.complaints.append(f"client of port {port} ended early: {error!r}")
+    pipe.send(("done", client.tally))
+    pipe.poll(None)  # the connection lasts until the main process has taken its last sample

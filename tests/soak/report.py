@@ -1,0 +1,68 @@
+"""The report of a soak: a table of the methods, the resources, and a verdict for every bound."""
+
+from gripper import STATE_NAMES
+from methods import METHODS
+
+MOST_GROWTH = 1024  # KiB of RSS after the warm-up
+
+
+class Report:
+    def __init__(self, tally, resources):
+        self.tally = tally
+        self.seconds = resources.samples[-1].time
+        self.samples = resources.after_warm_up()
+        self.rss = [sample.rss for sample in self.samples]
+        self.descriptors = {sample.descriptors for sample in self.samples}
+        self.threads = {sample.threads for sample in self.samples}
+
+    def show(self):
+        """Returns whether every bound was kept."""
+        self.show_methods()
+        self.show_work()
+        self.show_resources()
+        return self.show_verdicts()
+
+    def show_methods(self):
+        print(f"\n{'method':<24}{'calls':>8}{'right':>8}{'wrong':>7}{'slowest ms':>12}")
+        for name in [method.name for method in METHODS]:
+            calls, wrong = self.tally.calls[name], self.tally.wrong[name]
+            slowest = self.tally.slowest[name] * 1000
+            print(f"{name:<24}{calls:>8}{calls - wrong:>8}{wrong:>7}{slowest:>12.1f}")
+
+    def show_work(self):
+        calls = self.tally.calls.total()
+        ends = ", ".join(f"{count} {STATE_NAMES[state]}"
+                         for state, count in sorted(self.tally.ends.items()))
+        print(f"\n{calls} calls in {self.seconds:.0f} s, {calls / self.seconds:.0f} a second"
+              f"\nchanges of state seen to their end: {ends}"
+              f"\n{self.tally.audits} comparisons with the simulator's own state and requests"
+              f"\n{self.tally.commands} commands answered 0, {self.tally.lost} of them lost")
+
+    def show_resources(self):
+        first, last = self.samples[0], self.samples[-1]
+        print(f"\nRSS {first.rss} KiB at {first.time:.0f} s, {last.rss} KiB at {last.time:.0f} s, "
+              f"most {max(self.rss)} KiB: growth {self.growth()} KiB"
+              f"\ndescriptors {min(self.descriptors)} to {max(self.descriptors)}"
+              f"\nthreads {min(self.threads)} to {max(self.threads)}; a client keeps its connection, "
+              f"and with it the thread that serves it")
+
+    def growth(self):
+        return max(self.rss) - self.rss[0]
+
+    def show_verdicts(self):
+        uncalled = [method.name for method in METHODS if not self.tally.calls[method.name]]
+        kept = {
+            "every method was called": not uncalled,
+            "no wrong answer": not self.tally.complaints,
+            "no lost command": not self.tally.lost,
+            f"RSS grows by less than {MOST_GROWTH} KiB": self.growth() < MOST_GROWTH,
+            "descriptors constant": len(self.descriptors) == 1,
+            "threads constant": len(self.threads) == 1,
+            "SIGINT ended the daemon with 0": True,  # else there is no report
+        }
+        print()
+        for complaint in self.tally.complaints:
+            print(f"  {complaint}")
+        for bound, is_kept in kept.items():
+            print(f"{'kept  ' if is_kept else 'BROKEN'}  {bound}")
+        return all(kept.values())

@@ -1,0 +1,42 @@
+"""What the daemon takes of memory, descriptors and threads."""
+
+import os
+import time
+from typing import NamedTuple
+
+PERIOD = 1.0  # seconds
+WARM_UP = 30.0  # seconds; what the daemon takes by then is no growth
+
+
+class Sample(NamedTuple):
+    time: float  # seconds since the start
+    rss: int  # KiB
+    descriptors: int
+    threads: int
+
+
+class Resources:
+    """What the daemon takes, once a second."""
+
+    def __init__(self, pid):
+        self.pid = pid
+        self.start = time.monotonic()
+        self.samples = []
+
+    def due(self):
+        return self.start + len(self.samples) * PERIOD
+
+    def take(self):
+        status = {}
+        with open(f"/proc/{self.pid}/status", encoding="ascii") as file:
+            for line in file:
+                name, _, value = line.partition(":")
+                status[name] = value.split()
+        descriptors = len(os.listdir(f"/proc/{self.pid}/fd"))
+        self.samples.append(Sample(time.monotonic() - self.start, int(status["VmRSS"][0]),
+                                   descriptors, int(status["Threads"][0])))
+
+    def after_warm_up(self):
+        """All from 30 s on; in a run shorter than a minute, the second half."""
+        warm = min(WARM_UP, self.samples[-1].time / 2)
+        return [sample for sample in self.samples if sample.time >= warm]

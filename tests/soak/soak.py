@@ -1,0 +1,116 @@
+#!/usr/bin/env python3
+"""Runs the daemon for minutes on eight simulated grippers with four clients, and judges it.
+
+Usage: soak.py [MINUTES [SEED]]. scripts/soak builds what it needs and runs it.
+
+Every answer is checked, every command that was answered 0 is looked for in the simulator, and the
+daemon's memory, descriptors and threads are sampled once a second. Ends with 0 if all is well.
+"""
+
+import multiprocessing
+import multiprocessing.connection
+import pathlib
+import random
+import sys
+import time
+
+TESTS = pathlib.Path(__file__).resolve().parent.parent
+sys.path.insert(0, str(TESTS / "integration"))
+
+import client  # noqa: E402
+import own_network  # noqa: E402
+from cell import PORTS, Cell  # noqa: E402
+from gripper import STROKES  # noqa: E402
+from report import Report  # noqa: E402
+from resources import Resources  # noqa: E402
+
+MODELS = tuple(STROKES) * 2
+# Of each client: its port and its grippers, all models evenly.
+CLIENTS = ((PORTS[0], (0, 6)), (PORTS[0], (1, 7)), (PORTS[1], (2, 4)), (PORTS[1], (3, 5)))
+SPEED = 200  # mm/s; motions of a tenth of a second leave time for many
+LINES_KEPT = 2000  # of the daemon's log
+
+
+class Soak:
+    def __init__(self, minutes, seed):
+        self.seconds = minutes * 60
+        self.seed = seed
+        options = [word for model in MODELS for word in ("--gripper", model)]
+        self.cell = Cell(*options, "--speed", str(SPEED), "--pdin-hz", "100")
+        self.tally = client.Tally()
+        self.resources = None
+
+    def run(self):
+        self.cell.wait_until_serving()
+        self.cell.wait_until_operating(len(MODELS))
+        clients = self.start_clients()
+        self.resources = Resources(self.cell.daemon_pid())
+        self.watch(set(clients))
+        self.resources.take()
+        for pipe, process in clients.items():
+            pipe.close()
+            process.join()
+
+    def start_clients(self):
+        """A process for each: threads of one process would take turns."""
+        devices = self.cell.call("GetGrippers")
+        self.cell.close_clients()
+        deadline = time.monotonic() + self.seconds
+        context = multiprocessing.get_context("spawn")
+        clients = {}
+        for port, numbers in CLIENTS:
+            pipe, far_end = context.Pipe()
+            seed = f"{self.seed}/{port}/{numbers}"
+            clients[pipe] = context.Process(
+                target=client.run, args=(far_end, port, numbers, devices, seed, deadline),
+                daemon=True)
+            clients[pipe].start()
+            far_end.close()
+        return clients
+
+    def watch(self, working):
+        """Serves the clients at work and samples the daemon, until all have done theirs."""
+        while working:
+            wait = max(0.0, self.resources.due() - time.monotonic())
+            for pipe in multiprocessing.connection.wait(working, wait):
+                if not self.serve(pipe):
+                    working.remove(pipe)
+            if time.monotonic() >= self.resources.due():
+                self.resources.take()
+                for output in self.cell.outputs():
+                    output.forget_all_but(LINES_KEPT)
+
+    def serve(self, pipe):
+        """One request of a client to the simulator; false when the client has ended."""
+        try:
+            request, argument = pipe.recv()
+        except EOFError:
+            self.tally.complaints.append("a client has died")
+            return False
+        if request == "done":
+            self.tally.add(argument)
+            return False
+        pipe.send(getattr(self.cell, request)(argument))
+        return True
+
+
+def main():
+    own_network.enter()
+    minutes = float(sys.argv[1]) if len(sys.argv) > 1 else 2.0
+    seed = sys.argv[2] if len(sys.argv) > 2 else str(random.randrange(10**6))
+    print(f"{len(MODELS)} grippers, {len(CLIENTS)} clients, {minutes:g} min, seed {seed}", flush=True)
+    soak = Soak(minutes, seed)
+    try:
+        soak.run()
+        soak.cell.stop()
+    except BaseException:
+        print("The last lines of the log:", *soak.cell.log.since(0)[-60:],
+              *soak.cell.errors.since(0)[-10:], sep="\n  ")
+        raise
+    finally:
+        soak.cell.end_by_force()
+    return 0 if Report(soak.tally, soak.resources).show() else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())

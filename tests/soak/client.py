@@ -31,6 +31,7 @@ class Tally:
         self.audits = 0
         self.commands = 0  # that were answered 0
         self.lost = 0  # of these
+        self.clients_at_end = 0  # that worked until then
         self.complaints = []
 
     def add(self, other):
@@ -38,7 +39,7 @@ class Tally:
             getattr(self, counter).update(getattr(other, counter))
         for method, seconds in other.slowest.items():
             self.slowest[method] = max(self.slowest[method], seconds)
-        for number in ("audits", "commands", "lost", "complaints"):
+        for number in ("audits", "commands", "lost", "clients_at_end", "complaints"):
             setattr(self, number, getattr(self, number) + getattr(other, number))
 
 
@@ -87,6 +88,7 @@ class Client:
             time.sleep(self.random.expovariate(1 / PAUSE))
         for post in self.posts:
             self.audit(post)
+        self.tally.clients_at_end = 1
 
     def step(self, post):
         dice = self.random.random()
@@ -241,15 +243,15 @@ class Client:
         if requests != (post.seen_requests + post.lines)[-len(requests):]:
             missing = Counter(post.commands) - Counter(requests[-len(post.lines):])
             self.tally.lost += missing.total()
-            self.complain("requests", (post.gripper.device,), requests, post.lines)
-        for difference in post.gripper.differences(state):
-            self.complain("state", (post.gripper.device,), difference, "")
+            self.complain("requests of", (post.gripper.device,), requests, post.lines)
+        for name, seen, expected in post.gripper.differences(state):
+            self.complain(f"{name} of", (post.gripper.device,), seen, expected)
         post.seen_requests, post.lines, post.commands = requests, [], []
 
     def complain(self, method, arguments, answer, expected):
         self.tally.wrong[method] += 1
         text = ", ".join(map(repr, arguments))
-        self.tally.complaints.append(f"{method}({text}) -> {answer!r} instead of {expected!r}")
+        self.tally.complaints.append(f"{method}({text}): {answer!r} instead of {expected!r}")
 
 
 def run(pipe, port, numbers, devices, seed, deadline):

@@ -198,17 +198,16 @@ class Gripper:
     # Comparison
 
     def differences(self, state):
-        """In what the simulator's `state` differs from this model."""
+        """What the simulator's `state` shows unlike this model: name, shown, expected."""
         position = round(state["position"] * 100)
         seen = {
             "parameters": parameters_of(state),
             "checksum": state["parameters"]["3/4"],
             "PDOUT": state["pdout"],
             "LED preset": state["leds"]["preset"],
-            "LEDs": [led for led in state["leds"]["leds"]],
+            "LEDs": state["leds"]["leds"],
             "faults": state["faults"],
-            "position and state": any(phase.has_position(position) and phase.state == state["state"]
-                                      for phase in self.phases),
+            "position and state": (position, state["state"]),
         }
         expected = {
             "parameters": self.parameters,
@@ -217,10 +216,16 @@ class Gripper:
             "LED preset": self.pdout[0] >> 5,
             "LEDs": self._leds(),
             "faults": self.flags,
-            "position and state": True,
+            "position and state": self._possible(position, state["state"]),
         }
-        return [f"{name}: {seen[name]} instead of {expected[name]}"
+        return [(name, seen[name], expected[name])
                 for name in seen if seen[name] != expected[name]]
+
+    def _possible(self, position, state):
+        """That position and state if the simulator may have them; else the latest."""
+        if any(phase.has_position(position) and phase.state == state for phase in self.phases):
+            return position, state
+        return self.position, self.state
 
     def _leds(self):
         if "MZD" not in self.checks:

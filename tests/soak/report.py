@@ -7,8 +7,10 @@ MOST_GROWTH = 1024  # KiB of RSS after the warm-up
 
 
 class Report:
-    def __init__(self, tally, resources):
+    def __init__(self, tally, clients, resources):
+        """`tally` of all `clients`, a number."""
         self.tally = tally
+        self.clients = clients
         self.seconds = resources.samples[-1].time
         self.samples = resources.after_warm_up()
         self.rss = [sample.rss for sample in self.samples]
@@ -50,19 +52,19 @@ class Report:
         return max(self.rss) - self.rss[0]
 
     def show_verdicts(self):
-        uncalled = [method.name for method in METHODS if not self.tally.calls[method.name]]
+        names = {method.name for method in METHODS}
         kept = {
-            "every method was called": not uncalled,
-            "no wrong answer": not self.tally.complaints,
-            "no lost command": not self.tally.lost,
+            "every method was called": names == set(self.tally.calls),
+            "every client worked to the end": self.tally.clients_at_end == self.clients,
+            "no wrong answer": not names & set(self.tally.wrong),
+            "no lost command, nor any other surprise at the master":
+                not self.tally.lost and not set(self.tally.wrong) - names,
             f"RSS grows by less than {MOST_GROWTH} KiB": self.growth() < MOST_GROWTH,
             "descriptors constant": len(self.descriptors) == 1,
             "threads constant": len(self.threads) == 1,
-            "SIGINT ended the daemon with 0": True,  # else there is no report
+            "SIGINT ends the daemon with 0": True,  # else there is no report
         }
-        print()
-        for complaint in self.tally.complaints:
-            print(f"  {complaint}")
+        print(*self.tally.complaints, "", sep="\n")
         for bound, is_kept in kept.items():
             print(f"{'kept  ' if is_kept else 'BROKEN'}  {bound}")
         return all(kept.values())

@@ -11,6 +11,7 @@ import multiprocessing
 import multiprocessing.connection
 import pathlib
 import random
+import signal
 import sys
 import time
 
@@ -96,6 +97,7 @@ class Soak:
 
 def main():
     own_network.enter()
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))  # the cell must not outlive this program
     minutes = float(sys.argv[1]) if len(sys.argv) > 1 else 2.0
     seed = sys.argv[2] if len(sys.argv) > 2 else str(random.randrange(10**6))
     print(f"{len(MODELS)} grippers, {len(CLIENTS)} clients, {minutes:g} min, seed {seed}", flush=True)
@@ -109,7 +111,7 @@ def main():
         raise
     finally:
         soak.cell.end_by_force()
-    return 0 if Report(soak.tally, soak.resources).show() else 1
+    return 0 if Report(soak.tally, len(CLIENTS), soak.resources).show() else 1
 
 
 if __name__ == "__main__":

@@ -88,7 +88,7 @@ class Client:
             time.sleep(self.random.expovariate(1 / PAUSE))
         for post in self.posts:
             self.audit(post)
-        self.tally.clients_at_end = 1
+        self.tally.clients_at_end = int(time.monotonic() >= deadline)
 
     def step(self, post):
         dice = self.random.random()
@@ -241,14 +241,15 @@ class Client:
         self.tally.audits += 1
         self.tally.commands += len(post.commands)
         if requests != (post.seen_requests + post.lines)[-len(requests):]:
-            missing = Counter(post.commands) - Counter(requests[-len(post.lines):])
-            self.tally.lost += missing.total()
-            self.complain("requests of", (post.gripper.device,), requests, post.lines)
+            came = requests[-len(post.lines):]
+            self.tally.lost += (Counter(post.commands) - Counter(came)).total()
+            self.complain("requests at", (post.gripper.device,), came, post.lines)
         for name, seen, expected in post.gripper.differences(state):
             self.complain(f"{name} of", (post.gripper.device,), seen, expected)
         post.seen_requests, post.lines, post.commands = requests, [], []
 
     def complain(self, method, arguments, answer, expected):
+        """`method` may also be what was compared with the simulator."""
         self.tally.wrong[method] += 1
         text = ", ".join(map(repr, arguments))
         self.tally.complaints.append(f"{method}({text}): {answer!r} instead of {expected!r}")

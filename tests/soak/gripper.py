@@ -200,8 +200,9 @@ class Gripper:
     def differences(self, state):
         """What the simulator's `state` shows unlike this model: name, shown, expected."""
         position = round(state["position"] * 100)
+        shown = parameters_of(state)
         seen = {
-            "parameters": parameters_of(state),
+            "parameters": items_not_in(self.parameters, shown),
             "checksum": state["parameters"]["3/4"],
             "PDOUT": state["pdout"],
             "LED preset": state["leds"]["preset"],
@@ -210,7 +211,7 @@ class Gripper:
             "position and state": (position, state["state"]),
         }
         expected = {
-            "parameters": self.parameters,
+            "parameters": items_not_in(shown, self.parameters),
             "checksum": self.checksum(),
             "PDOUT": self.pdout,
             "LED preset": self.pdout[0] >> 5,
@@ -238,3 +239,7 @@ def parameters_of(state):
     """The parameters that can be written, by index and subindex."""
     shown = {tuple(map(int, key.split("/"))): data for key, data in state["parameters"].items()}
     return {key: data for key, data in shown.items() if key not in READ_ONLY}
+
+
+def items_not_in(other, one):
+    return {key: value for key, value in one.items() if other.get(key) != value}

@@ -20,7 +20,7 @@ sys.path.insert(0, str(TESTS / "integration"))
 
 import client  # noqa: E402
 import own_network  # noqa: E402
-from cell import PORTS, Cell  # noqa: E402
+from cell import PORTS, Cell, wait_until  # noqa: E402
 from gripper import STROKES  # noqa: E402
 from report import Report  # noqa: E402
 from resources import Resources  # noqa: E402
@@ -44,7 +44,11 @@ class Soak:
     def run(self):
         self.cell.wait_until_serving()
         self.cell.wait_until_operating(len(MODELS))
-        clients = self.start_clients()
+        devices = self.cell.call("GetGrippers")
+        for device in devices:
+            wait_until(lambda device=device: self.cell.call("GetPDINExcerpt", device))
+        self.cell.close_clients()
+        clients = self.start_clients(devices)
         self.resources = Resources(self.cell.daemon_pid())
         self.watch(set(clients))
         self.resources.take()
@@ -52,10 +56,8 @@ class Soak:
             pipe.close()
             process.join()
 
-    def start_clients(self):
+    def start_clients(self, devices):
         """A process for each: threads of one process would take turns."""
-        devices = self.cell.call("GetGrippers")
-        self.cell.close_clients()
         deadline = time.monotonic() + self.seconds
         context = multiprocessing.get_context("spawn")
         clients = {}

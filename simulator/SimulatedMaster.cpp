@@ -71,6 +71,7 @@ void SimulatedMaster::Receive(std::string_view bytes, TimePoint now) {
 }
 
 void SimulatedMaster::HandleLine(const std::string& line, TimePoint now) {
+    ++requestCount;
     requestLines.push_back(line);
     if (requestLines.size() > kRememberedLines) {
         requestLines.pop_front();

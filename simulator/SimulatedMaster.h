@@ -103,6 +103,9 @@ public:
     /// The last 50 lines that came in, oldest first, whether they were requests or not.
     const std::deque<std::string>& RequestLines() const { return requestLines; }
 
+    /// How many lines came in since the start; unplugging does not reset it.
+    std::size_t RequestCount() const { return requestCount; }
+
 private:
     /// What a request came to: a data line's value for a query, or an error.
     struct Outcome {
@@ -145,6 +148,7 @@ private:
     std::string partialLine;
     bool overlong = false;
     std::deque<std::string> requestLines;
+    std::size_t requestCount = 0;
     bool silent = false;
     bool mute = false;
     std::set<std::string> muteForKey;

@@ -129,6 +129,7 @@ std::string StateReport(std::size_t number, const SimulatedMaster& master, const
     report.Add("leds", Leds(gripper));
     report.Add("devinfo", JsonText(master.DeviceInfo()));
     report.Add("parameters", Parameters(gripper.Parameters()));
+    report.Add("requestCount", std::to_string(master.RequestCount()));
     report.Add("requests", RequestLines(master));
     return report.Object();
 }

@@ -123,6 +123,7 @@ TEST_F(SimulatedMasterTest, RemembersTheLastFiftyLines) {
     ASSERT_EQ(master.RequestLines().size(), 50U);
     EXPECT_EQ(master.RequestLines().front(), "X10?");
     EXPECT_EQ(master.RequestLines().back(), "X59?");
+    EXPECT_EQ(master.RequestCount(), 60U);
 }
 
 TEST_F(SimulatedMasterTest, OperateIsReportedAfterItsAnswer) {

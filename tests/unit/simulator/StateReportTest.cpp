@@ -62,6 +62,7 @@ TEST_F(StateReportTest, FollowsWhatHappens) {
         Has(R"("faults":{"fault":false,"temp-fault":false,"temp-warn":true,"maintenance":false})"));
     EXPECT_TRUE(Has(R"("pdin":[3,232,136,65])"));
     EXPECT_TRUE(Has(R"("pdout":[2,1])"));
+    EXPECT_TRUE(Has(R"("requestCount":1)"));
     EXPECT_TRUE(Has(R"("requests":["PDOUT=[2,1]"])"));
 }
 

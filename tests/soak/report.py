@@ -3,6 +3,7 @@
 from gripper import STATE_NAMES
 from methods import METHODS
 
+CALLS_PER_LATE_ONE = 200  # generous: a busy machine makes calls late, not only a bad daemon
 MOST_GROWTH = 1024  # KiB of RSS after the warm-up
 
 
@@ -25,17 +26,20 @@ class Report:
         return self.show_verdicts()
 
     def show_methods(self):
-        print(f"\n{'method':<24}{'calls':>8}{'right':>8}{'wrong':>7}{'slowest ms':>12}")
+        print(f"\n{'method':<24}{'calls':>8}{'right':>8}{'wrong':>7}{'late':>6}{'slowest ms':>12}")
         for name in [method.name for method in METHODS]:
             calls, wrong = self.tally.calls[name], self.tally.wrong[name]
             slowest = self.tally.slowest[name] * 1000
-            print(f"{name:<24}{calls:>8}{calls - wrong:>8}{wrong:>7}{slowest:>12.1f}")
+            late = self.tally.late[name]
+            print(f"{name:<24}{calls:>8}{calls - wrong:>8}{wrong:>7}{late:>6}{slowest:>12.1f}")
 
     def show_work(self):
         calls = self.tally.calls.total()
         ends = ", ".join(f"{count} {STATE_NAMES[state]}"
                          for state, count in sorted(self.tally.ends.items()))
         print(f"\n{calls} calls in {self.seconds:.0f} s, {calls / self.seconds:.0f} a second"
+              f"\n{self.tally.late.total()} late calls: they took 0.1 s or longer, so that the daemon "
+              f"may have given up"
               f"\nchanges of state seen to their end: {ends}"
               f"\n{self.tally.audits} comparisons with the simulator's own state and requests"
               f"\n{self.tally.commands} commands answered 0, {self.tally.lost} of them lost")
@@ -59,6 +63,8 @@ class Report:
             "no wrong answer": not names & set(self.tally.wrong),
             "no lost command, nor any other surprise at the master":
                 not self.tally.lost and not set(self.tally.wrong) - names,
+            f"no more than 1 late call in {CALLS_PER_LATE_ONE}":
+                self.tally.late.total() * CALLS_PER_LATE_ONE <= self.tally.calls.total(),
             f"RSS grows by less than {MOST_GROWTH} KiB": self.growth() < MOST_GROWTH,
             "descriptors constant": len(self.descriptors) == 1,
             "threads constant": len(self.threads) == 1,

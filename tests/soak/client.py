@@ -30,6 +30,7 @@ class Tally:
         self.calls = Counter()  # by method, as all of these
         self.wrong = Counter()
         self.late = Counter()  # so late that the daemon may have given up
+        self.given_up = 0  # calls whose answer shows that it has
         self.slowest = dict.fromkeys(METHOD, 0.0)  # seconds
         self.ends = Counter()  # of motions, by state code
         self.audits = 0
@@ -43,7 +44,7 @@ class Tally:
             getattr(self, counter).update(getattr(other, counter))
         for method, seconds in other.slowest.items():
             self.slowest[method] = max(self.slowest[method], seconds)
-        for number in ("audits", "commands", "lost", "clients_at_end", "complaints"):
+        for number in ("given_up", "audits", "commands", "lost", "clients_at_end", "complaints"):
             setattr(self, number, getattr(self, number) + getattr(other, number))
 
 
@@ -168,6 +169,7 @@ class Client:
             return False
         if expected.answer is None or expected.is_met_by(answer):
             return True
+        self.tally.given_up += 1
         if answer == METHOD[method].fallback:
             return True
         return self.took >= REQUEST_WAIT and (method.startswith("Get") or answer == NO_ANSWER)

@@ -42,8 +42,7 @@ void WriteAll(int fd, std::string_view text) {
 
 }  // namespace
 
-LogLine::LogLine() {
-    text = TavrikDaemon::timestamp();
+LogLine::LogLine() : text(TavrikDaemon::timestamp()) {
     text += ' ';
     text += TavrikDaemon::threadIdText(pthread_self());
     text += ' ';

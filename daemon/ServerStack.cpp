@@ -16,9 +16,9 @@ constexpr std::size_t kConnectionStack = std::size_t{10} << 20;  // bytes
 
 /// Stands before the C library's function of this name, for want of an option of the HTTP library.
 /// Nothing else in the process sets stack sizes.
-extern "C" int pthread_attr_setstacksize(pthread_attr_t* attributes, std::size_t size) noexcept {
+extern "C" int pthread_attr_setstacksize(pthread_attr_t* attr, std::size_t stacksize) noexcept {
     using SetStackSize = int (*)(pthread_attr_t*, std::size_t);
     static const auto next =
         reinterpret_cast<SetStackSize>(dlsym(RTLD_NEXT, "pthread_attr_setstacksize"));
-    return next(attributes, std::max(size, kConnectionStack));
+    return next(attr, std::max(stacksize, kConnectionStack));
 }

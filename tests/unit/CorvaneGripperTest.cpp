@@ -68,9 +68,9 @@ TEST_F(CorvaneGripperTest, DisableAndEnableChangeTheirBitOnly) {
 }
 
 TEST_F(CorvaneGripperTest, CommandsChangeNoBitThatIsNotTheirs) {
-    using Command = std::function<unsigned(Pellix&)>;
+    using Operation = std::function<unsigned(Pellix&)>;
     struct Row {
-        Command command;
+        Operation operation;
         unsigned set;
         unsigned cleared;
     };
@@ -83,7 +83,7 @@ TEST_F(CorvaneGripperTest, CommandsChangeNoBitThatIsNotTheirs) {
     for (const Row& row : rows) {
         for (unsigned byte = 0; byte < 256; byte = byte < 32 ? byte + 1 : byte + 31) {
             StorePdout({static_cast<std::uint8_t>(byte), 5});
-            EXPECT_EQ(row.command(*link), pellix::kResultOk);
+            EXPECT_EQ(row.operation(*link), pellix::kResultOk);
             const auto expected = static_cast<std::uint8_t>((byte | row.set) & ~row.cleared);
             EXPECT_EQ(TakeRequests(), Lines{"PDOUT=" + pellix::FormatByteList({expected, 5})});
         }

@@ -7,10 +7,10 @@ using support::Messages;
 
 namespace {
 
-constexpr const char* kDevice = "MZD-S SN:100001";
-
 class MotionMethodsTest : public GripperTest {
 protected:
+    static constexpr const char* kDevice = "MZD-S SN:100001";
+
     /// The master reports these process output bytes.
     void Report(const std::string& pdout) {
         master.Send("@PDOUT=" + pdout + "\n");

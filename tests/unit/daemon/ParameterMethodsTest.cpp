@@ -9,10 +9,10 @@ using support::Messages;
 
 namespace {
 
-constexpr const char* kDevice = "HVA SN:100001";
-
 class ParameterMethodsTest : public GripperTest {
 protected:
+    static constexpr const char* kDevice = "HVA SN:100001";
+
     FakeMaster& master = cell.Plug("HVA");
 };
 

@@ -239,9 +239,9 @@ TEST_F(ProcessDeathTest, RetiredServersAreNotTouched) {
 void RetireWhileAHandlerIsInside() {
     RunningServer server;
     TavrikDaemon::server0 = &server.Server();
-    HeldTermination held;
+    HeldTermination termination;
     std::thread interrupted([] { TavrikDaemon::handler(SIGINT); });
-    const bool came = held.WaitUntilInside();
+    const bool came = termination.WaitUntilInside();
 
     std::atomic<bool> retired = false;
     std::thread retiring([&] {
@@ -249,7 +249,7 @@ void RetireWhileAHandlerIsInside() {
         retired = true;
     });
     const bool waited = !WaitFor([&] { return retired.load(); }, kMoment);
-    held.Release();
+    termination.Release();
     interrupted.join();
     retiring.join();
     std::_Exit(came && waited ? EXIT_SUCCESS : EXIT_FAILURE);

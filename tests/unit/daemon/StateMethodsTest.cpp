@@ -7,10 +7,10 @@ using support::Messages;
 
 namespace {
 
-constexpr const char* kDevice = "TLM SN:100001";
-
 class StateMethodsTest : public GripperTest {
 protected:
+    static constexpr const char* kDevice = "TLM SN:100001";
+
     /// The master reports these process input bytes.
     void Report(const std::string& pdin) { ASSERT_TRUE(ReportPdin(master, kDevice, pdin)); }
 

@@ -99,7 +99,7 @@ TEST_F(LinkRegistryTest, DeviceStringsAreComparedExactly) {
     for (const std::string wanted :
          {"HVA SN:1 ", "hva SN:1", "HVA SN:", "HVA", "", "HVA SN:11", " HVA SN:1"}) {
         EXPECT_EQ(registry.GetLink(wanted), nullptr);
-        EXPECT_EQ(log.All().back(), "Device '" + wanted + "' not found");
+        EXPECT_EQ(log.OfThisThread().back(), "Device '" + wanted + "' not found");
     }
 }
 
@@ -116,7 +116,7 @@ TEST_F(LinkRegistryTest, MasterOfAnyOtherProductIsNotFound) {
     master.SetValue("ID", "PELLIX-2");
     EXPECT_EQ(registry.AddDevice(master.Path()), 0);
     EXPECT_EQ(registry.GetLink("HVA SN:1"), nullptr);
-    EXPECT_EQ(log.All().back(), "Device 'HVA SN:1' not found");
+    EXPECT_EQ(log.OfThisThread().back(), "Device 'HVA SN:1' not found");
 }
 
 TEST_F(LinkRegistryTest, FirstOfEqualDeviceStringsIsFound) {

@@ -222,6 +222,7 @@ TEST(LogLineTest, LineLongerThanAPipeArrivesWholeInSpiteOfSignals) {
         written = true;
         ::close(ends[1]);
     });
+    const std::string writerId = std::to_string(writer.native_handle());
     std::thread disturber([&] {
         while (!written) {
             ::pthread_kill(writer.native_handle(), SIGUSR1);
@@ -233,7 +234,7 @@ TEST(LogLineTest, LineLongerThanAPipeArrivesWholeInSpiteOfSignals) {
     writer.join();
     ::close(ends[0]);
     EXPECT_EQ(text.substr(text.size() - message.size() - 1), message + "\n");
-    EXPECT_EQ(text.size(), 9 + std::to_string(pthread_self()).size() + 1 + message.size() + 1);
+    EXPECT_EQ(text.size(), 9 + writerId.size() + 1 + message.size() + 1);
 }
 
 TEST(LogLineTest, OutputErrorsAreIgnored) {

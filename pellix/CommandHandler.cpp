@@ -14,6 +14,9 @@ namespace {
 // Bounds the cost of a notification that came between reading the state and waiting for it.
 constexpr std::chrono::milliseconds kWaitSlice{5};
 
+// For a sender to remove its ended command; process data wait as long.
+constexpr std::chrono::milliseconds kRemovalPatience{5};
+
 }  // namespace
 
 CommandHandler::CommandHandler(Connection* line, DeviceHandler* deviceHandler, double seconds)
@@ -103,6 +106,7 @@ void CommandHandler::RemovePending(Command* command) {
         LogLine() << "Failed to remove pending command " << command->FormatLine() << " from queue";
         return;
     }
+    removed.notify_all();
     LogLine() << "Active commands: " << left;
     delete command;
 }
@@ -111,6 +115,12 @@ Command* CommandHandler::FindActive(const std::string& name) {
     Command* found = nullptr;
     Update(name, [&found](Command& command) { found = &command; });
     return found;
+}
+
+bool CommandHandler::HasActive(const std::string& name) {
+    const std::lock_guard<std::mutex> lock(mutex);
+    return std::any_of(activeCommands.begin(), activeCommands.end(),
+                       [&name](const Command* command) { return command->GetName() == name; });
 }
 
 void CommandHandler::OnAcknowledged(const std::string& name) {
@@ -124,6 +134,16 @@ void CommandHandler::OnFinished(const std::string& name) {
 void CommandHandler::OnError(const std::string& name, const std::string& errorNumber) {
     const int status = std::stoi(errorNumber);
     Update(name, [status](Command& command) { command.Fail(status); });
+}
+
+void CommandHandler::AwaitRemoval(const std::string& name) {
+    const auto isNamed = [&name](const Command* command) { return command->GetName() == name; };
+    std::unique_lock<std::mutex> lock(mutex);
+    removed.wait_for(lock, kRemovalPatience, [this, &isNamed] {
+        const auto oldest = std::find_if(activeCommands.begin(), activeCommands.end(), isNamed);
+        return oldest == activeCommands.end() || !(*oldest)->IsDone() ||
+               std::none_of(oldest + 1, activeCommands.end(), isNamed);
+    });
 }
 
 void CommandHandler::Update(const std::string& name, const std::function<void(Command&)>& update) {

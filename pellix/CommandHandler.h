@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <condition_variable>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -51,11 +52,19 @@ public:
     /// means that it is not removed meanwhile.
     Command* FindActive(const std::string& name);
 
+    /// Whether a command of that name is listed.
+    bool HasActive(const std::string& name);
+
     /// The master's status lines, each for the oldest active command of that name, done or not.
     void OnAcknowledged(const std::string& name);
     void OnFinished(const std::string& name);
     /// @throws std::invalid_argument, std::out_of_range when `errorNumber` is no int (std::stoi)
     void OnError(const std::string& name, const std::string& errorNumber);
+
+    /// After a command's last line: if a younger command has its name, waits until the sender has
+    /// removed it, 5 ms at most. As long as it is listed it takes the replies to the younger one,
+    /// which would then time out although it was carried out. Parser thread only.
+    void AwaitRemoval(const std::string& name);
 
     /// One pass of the input parser; parser thread only. @throws as OnError()
     void Parse() { parser.Parse(); }
@@ -74,6 +83,7 @@ private:
     // guards activeCommands, and the life of the commands in it: replies find a command and set
     // its state under it. Taken before a command's mutex, never held while writing to the tty.
     std::mutex mutex;
+    std::condition_variable removed;  // notified when activeCommands has become shorter
 };
 
 }  // namespace pellix

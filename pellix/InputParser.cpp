@@ -26,13 +26,6 @@ void Pause() {
     std::this_thread::sleep_for(kIdlePause);
 }
 
-/// After a command's last line: lets its sender remove it before the next line is read, because as
-/// long as it is listed it takes the reply to a younger request of its name, which then times out.
-/// Not after a data line: its FIN comes next, and is to meet this command and no younger one.
-void GiveWayToSender() {
-    std::this_thread::yield();
-}
-
 /// Field `number` of a status line, whose fields are separated by single blanks; empty if missing.
 std::string Field(std::string_view text, int number) {
     for (; number > 0; --number) {
@@ -167,13 +160,13 @@ void InputParser::HandleLine(std::string_view text) {
         LogLine() << "FIN"
                   << ":" << name;
         commands.OnFinished(name);
-        GiveWayToSender();
+        commands.AwaitRemoval(name);
     } else if (word == "ERR") {
         const std::string name = Field(text, 1);
         LogLine() << "ERR"
                   << ":" << name;
         commands.OnError(name, Field(text, 2));
-        GiveWayToSender();
+        commands.AwaitRemoval(name);
     } else {
         HandleData(text, eventLine);
     }
@@ -196,9 +189,18 @@ void InputParser::HandleData(std::string_view text, bool eventLine) {
         }
     }
     deviceHandler.HandleResponse(key, value);
-    if (!eventLine) {
+    if (!eventLine && !FinFollows()) {
         commands.OnFinished(key);
     }
+}
+
+/// Whether the command that this data line ends is ended by the next line anyway. Ended by both, it
+/// could be removed in between, and the FIN would end a younger command of its name: a refused
+/// setting right after a reading of the same parameter would count as done.
+bool InputParser::FinFollows() {
+    const auto next = inputStream.view().substr(static_cast<std::size_t>(inputStream.tellg()));
+    return next.starts_with("FIN ") && next.substr(4).starts_with(key + '\n') &&
+           commands.HasActive(key);
 }
 
 }  // namespace pellix

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <sstream>
 #include <string>
+#include <string_view>
 
 #include "pellix/Connection.h"
 
@@ -33,6 +34,7 @@ private:
     void SettleStream();
     void HandleLine(std::string_view text);
     void HandleData(std::string_view text, bool eventLine);
+    bool FinFollows();
 
     Connection& connection;
     DeviceHandler& deviceHandler;

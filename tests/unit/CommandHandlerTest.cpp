@@ -5,10 +5,13 @@
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <future>
+#include <mutex>
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "pellix/DeviceHandler.h"
@@ -30,7 +33,76 @@ namespace {
 
 constexpr double kTimeout = 0.02;  // seconds
 
+/// Answers every request at once: a query with its value, a setting to "good" well, others with 4.
+class PromptMaster : public pellix::Connection {
+public:
+    int Write(const std::string& text) override {
+        const std::string name = text.substr(0, text.find_first_of("?="));
+        std::string reply = "ACK " + name + "\n";
+        if (text.ends_with("?\n")) {
+            reply += name + "=1\nFIN " + name + "\n";
+        } else if (text.ends_with("=good\n")) {
+            reply += "FIN " + name + "\n";
+        } else {
+            reply += "ERR " + name + " 4\n";
+        }
+        const std::lock_guard<std::mutex> lock(mutex);
+        replies += reply;
+        written.notify_one();
+        return 0;
+    }
+
+    std::string Read() override {
+        std::unique_lock<std::mutex> lock(mutex);
+        written.wait_for(lock, std::chrono::milliseconds(10), [this] { return !replies.empty(); });
+        return std::exchange(replies, {});
+    }
+
+    void Reopen() override {}
+
+private:
+    std::mutex mutex;
+    std::condition_variable written;
+    std::string replies;
+};
+
+/// A handler whose parser thread reads what a prompt master says.
+class PromptMasterTest : public testing::Test {
+protected:
+    ~PromptMasterTest() override {
+        running = false;
+        parser.join();
+    }
+
+    /// @return the status with which the command ended
+    int Complete(Command* command) {
+        const int state = handler.WaitForFinished(command);
+        const int status = state == pellix::kFinished ? 0 : command->GetStatus();
+        handler.RemovePending(command);
+        return status;
+    }
+
+    LogCapture log;
+    pellix::DeviceHandler deviceHandler;
+    CommandHandler handler{new PromptMaster, &deviceHandler, 1.0};
+    std::atomic<bool> running = true;
+    std::thread parser{[this] {
+        while (running) {
+            handler.Parse();
+            handler.CheckTimeouts();
+            log.Clear();
+        }
+    }};
+};
+
 }  // namespace
+
+TEST_F(PromptMasterTest, EndOfAReadingDoesNotEndTheSettingAfterIt) {
+    for (int i = 0; i < 3000; ++i) {
+        EXPECT_EQ(Complete(handler.SendQuery("PARAM[97][1]")), 0);
+        ASSERT_EQ(Complete(handler.SendAssignment("PARAM[97][1]", "bad")), 4);
+    }
+}
 
 class CommandHandlerTest : public testing::Test {
 protected:
@@ -492,6 +564,38 @@ TEST_F(CommandHandlerTest, RepliesDoNotTouchACommandThatIsRemovedMeanwhile) {
     first.join();
     second.join();
     EXPECT_EQ(handler.FindActive("ID"), nullptr);
+}
+
+// Only time is given to the sender, a few milliseconds; a busy machine may need more now and then.
+TEST_F(CommandHandlerTest, TwoEqualRepliesInOneReadMostlyEndBothCommands) {
+    int ended = 0;
+    for (int i = 0; i < 50; ++i) {
+        Command* const older = handler.SendQuery("ID");
+        Command* const younger = handler.SendQuery("ID");
+        auto sender = std::async(std::launch::async, [&] {
+            handler.WaitForFinished(older);
+            handler.RemovePending(older);
+        });
+        connection->input.emplace_back("FIN ID\nFIN ID\n");
+        handler.Parse();
+        ended += younger->GetState() == pellix::kFinished ? 1 : 0;
+        sender.get();
+        handler.RemovePending(younger);
+    }
+    EXPECT_GT(ended, 40);
+}
+
+TEST_F(CommandHandlerTest, NobodyIsWaitedForWithoutAYoungerCommandOfTheName) {
+    Command* const command = handler.SendQuery("ID");
+    Command* const other = handler.SendQuery("MODE");
+    handler.OnFinished("ID");
+    const auto start = std::chrono::steady_clock::now();
+    for (int i = 0; i < 1000; ++i) {
+        handler.AwaitRemoval("ID");
+    }
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
+    handler.RemovePending(command);
+    handler.RemovePending(other);
 }
 
 TEST_F(CommandHandlerTest, ManyThreadsSendAtOnce) {

@@ -102,7 +102,8 @@ def main():
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))  # the cell must not outlive this program
     minutes = float(sys.argv[1]) if len(sys.argv) > 1 else 2.0
     seed = sys.argv[2] if len(sys.argv) > 2 else str(random.randrange(10**6))
-    print(f"{len(MODELS)} grippers, {len(CLIENTS)} clients, {minutes:g} min, seed {seed}", flush=True)
+    print(f"{len(MODELS)} grippers, {len(CLIENTS)} clients, {minutes:g} min, seed {seed}",
+          flush=True)
     soak = Soak(minutes, seed)
     try:
         soak.run()

@@ -67,6 +67,11 @@ class Output:
         with self.arrived:
             del self.lines[:-count]
 
+    def forget(self, pattern=""):
+        """Drops every line so far in which `pattern` is found. Earlier marks lose their meaning."""
+        with self.arrived:
+            self.lines = [line for line in self.lines if not re.search(pattern, line)]
+
     def matching(self, pattern, since=0):
         """Every line from `since` on in which `pattern` is found."""
         return [line for line in self.since(since) if re.search(pattern, line)]

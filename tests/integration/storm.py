@@ -9,6 +9,7 @@ TAVRIK_STORM_SEED    where the random numbers begin (default 1); threads share t
 """
 
 import functools
+import itertools
 import os
 import random
 import sys
@@ -189,3 +190,15 @@ def wait_until_back(pid, baseline, more_descriptors=0, memory_slack=MEMORY_SLACK
         now = holdings(pid)
         raise AssertionError(
             f"at first: {baseline}; now: {now}; descriptors now: {now.descriptors}") from None
+
+
+def restart_data_link(cell, number):
+    """Has a gripper lose its power, whatever the daemon thought of it, and come up again."""
+    mark = cell.log.mark()
+    codes = itertools.cycle((1, 7))
+    # Repeated because the daemon looks at the mode every 10 ms, when it has nothing else to do,
+    # and drops what comes while it opens a tty.
+    wait_until(lambda: cell.command(f"mode {number} {next(codes)}") or
+               cell.log.matching(r"\d POWERFAULT$", since=mark), pause=0.05)
+    cell.command(f"mode {number} 3")
+    cell.log.wait_for(r"\d Switching to OPERATE$", since=mark)

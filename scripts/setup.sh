@@ -1,7 +1,7 @@
 # Sourced by the programs beside it: progress lines, the packages of a build, the build itself.
 
 PACKAGES=(cmake g++ make git pkg-config libxmlrpc-c++8-dev libxmlrpc-core-c3-dev libudev-dev
-          umockdev libumockdev-dev libgtest-dev python3 systemd nftables)
+          umockdev libumockdev-dev libgtest-dev python3 systemd nftables faketime)
 
 say() { printf '\n== %s\n' "$*"; }
 

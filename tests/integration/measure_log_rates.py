@@ -1,0 +1,145 @@
+#!/usr/bin/env python3
+"""How many lines a second the daemon logs in each kind of trouble.
+
+Usage: measure_log_rates.py [SECONDS [NAME...]]: measures each of them, or those named, for SECONDS
+(default 3).
+
+The log goes to a file in the folder for temporary files: a slower reader slows the daemon down.
+"""
+
+import contextlib
+import random
+import sys
+import tempfile
+import time
+
+import lies
+import own_network
+from cell import PORTS, Cell, answers, wait_until
+
+GRIPPER = "HVA SN:100001"
+
+
+def nothing(_cell):
+    """a gripper that operates, without calls"""
+
+
+def unplugged_unnoticed(cell):
+    """the tty is gone, udev reports nothing"""
+    cell.command("hangup 0")
+
+
+def unplugged_while_refused(cell):
+    """the same, while the gripper refuses to be read in mode 3"""
+    refused(cell)
+    cell.command("hangup 0")
+
+
+def refused(cell):
+    """the gripper refuses to tell its device information in mode 3"""
+    cell.command("error 0 9 DEVINFO")
+    cell.command("mode 0 3")
+
+
+def unanswered(cell):
+    """the master answers nothing in mode 3"""
+    cell.command("mute 0 on")
+    cell.command("mode 0 3")
+
+
+def silent(cell):
+    """the master says nothing at all"""
+    cell.command("silent 0 on")
+
+
+def restarting(cell):
+    """the gripper falls back again and again"""
+    cell.command("mode 0 5")
+    time.sleep(0.25)
+
+
+def unmarked(cell):
+    """100 lines of process data a second without their @"""
+    cell.command(r"send 0 PDIN=[1,2,3,4]\n")
+    time.sleep(0.01)
+
+
+def motion(cell):
+    """one client calls Grip without a pause"""
+    cell.call("Grip", GRIPPER, 1)
+
+
+def reading(cell):
+    """one client calls GetForce without a pause"""
+    cell.call("GetForce", GRIPPER, 1)
+
+
+def position(cell):
+    """one client calls GetPos without a pause"""
+    cell.call("GetPos", GRIPPER)
+
+
+def unknown(cell):
+    """one client calls GetPos of an unknown gripper without a pause"""
+    cell.call("GetPos", "unknown")
+
+
+# What happens once, and what happens again and again.
+STATES = (nothing, silent, unplugged_unnoticed, refused, unplugged_while_refused, unanswered)
+DEEDS = (restarting, unmarked, motion, reading, position, unknown)
+
+
+def lie_of(function):
+    """A deed: the master sends what `function` draws, as fast as the tty takes it."""
+    numbers = random.Random(function.__name__)
+
+    def deed(cell):
+        cell.command(f"send 0 {function(numbers)}")
+    deed.__name__ = function.__name__
+    deed.__doc__ = "the master sends this at full speed, see lies.py"
+    return deed
+
+
+def measure(trouble, repeated, seconds):
+    """Log lines a second in a cell of one gripper."""
+    with tempfile.NamedTemporaryFile() as log, contextlib.ExitStack() as stack:
+        cell = Cell("--gripper", "HVA", stdout=log)
+        stack.callback(cell.end_by_force)
+        wait_until(lambda: all(answers(port) for port in PORTS))
+        # Its last request on the way to operate: from then on, every other mode is news.
+        wait_until(lambda: "PDOUT?" in cell.show(0)["requests"])
+        wait_until(lambda: cell.call("Grip", GRIPPER, 1) == 0)
+        trouble(cell)
+        time.sleep(1)  # until it has settled
+        before = count_lines(log.name)
+        start = time.monotonic()
+        while time.monotonic() < start + seconds:
+            if repeated:
+                trouble(cell)
+            else:
+                time.sleep(0.01)
+        elapsed = time.monotonic() - start
+        lines = count_lines(log.name) - before
+        cell.close_clients()
+        return lines / elapsed
+
+
+def count_lines(path):
+    with open(path, "rb") as file:
+        return sum(part.count(b"\n") for part in iter(lambda: file.read(1 << 20), b""))
+
+
+def main():
+    seconds = float(sys.argv[1]) if len(sys.argv) > 1 else 3.0
+    troubles = [(state, False) for state in STATES] + [(deed, True) for deed in DEEDS]
+    troubles += [(lie_of(lie), True) for lie in lies.ALL]
+    print("log lines a second")
+    for trouble, repeated in troubles:
+        if not sys.argv[2:] or trouble.__name__ in sys.argv[2:]:
+            rate = measure(trouble, repeated, seconds)
+            print(f"{rate:8.0f}  {trouble.__name__}: {trouble.__doc__}", flush=True)
+
+
+if __name__ == "__main__":
+    own_network.enter()
+    main()

@@ -3,6 +3,10 @@
 PACKAGES=(cmake g++ make git pkg-config libxmlrpc-c++8-dev libxmlrpc-core-c3-dev libudev-dev
           umockdev libumockdev-dev libgtest-dev python3 systemd nftables faketime)
 
+# What the checks beyond scripts/test need: lint, memcheck, coverage, fuzz.
+CHECK_PACKAGES=(clang-format clang-tidy cppcheck valgrind libc6-dbg gcovr
+                clang-14 libclang-rt-14-dev llvm-14)
+
 say() { printf '\n== %s\n' "$*"; }
 
 fail() {

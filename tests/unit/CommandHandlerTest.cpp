@@ -66,6 +66,8 @@ private:
     std::string replies;
 };
 
+}  // namespace
+
 /// A handler whose parser thread reads what a prompt master says.
 class PromptMasterTest : public testing::Test {
 protected:
@@ -94,8 +96,6 @@ protected:
         }
     }};
 };
-
-}  // namespace
 
 TEST_F(PromptMasterTest, EndOfAReadingDoesNotEndTheSettingAfterIt) {
     for (int i = 0; i < 3000; ++i) {

@@ -14,13 +14,14 @@ namespace {
 // Bounds the cost of a notification that came between reading the state and waiting for it.
 constexpr std::chrono::milliseconds kWaitSlice{5};
 
-// For a sender to remove its ended command; process data wait as long.
-constexpr std::chrono::milliseconds kRemovalPatience{5};
-
 }  // namespace
 
-CommandHandler::CommandHandler(Connection* line, DeviceHandler* deviceHandler, double seconds)
-    : connection(line), timeout(seconds), parser(*line, *deviceHandler, *this) {}
+CommandHandler::CommandHandler(Connection* line, DeviceHandler* deviceHandler, double seconds,
+                               std::chrono::milliseconds patience)
+    : connection(line),
+      timeout(seconds),
+      removalPatience(patience),
+      parser(*line, *deviceHandler, *this) {}
 
 Command* CommandHandler::SendQuery(const std::string& name) {
     return Send(name, kQuery, {});
@@ -139,7 +140,7 @@ void CommandHandler::OnError(const std::string& name, const std::string& errorNu
 void CommandHandler::AwaitRemoval(const std::string& name) {
     const auto isNamed = [&name](const Command* command) { return command->GetName() == name; };
     std::unique_lock<std::mutex> lock(mutex);
-    removed.wait_for(lock, kRemovalPatience, [this, &isNamed] {
+    removed.wait_for(lock, removalPatience, [this, &isNamed] {
         const auto oldest = std::find_if(activeCommands.begin(), activeCommands.end(), isNamed);
         return oldest == activeCommands.end() || !(*oldest)->IsDone() ||
                std::none_of(oldest + 1, activeCommands.end(), isNamed);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <functional>
 #include <memory>
@@ -24,7 +25,9 @@ public:
     /// @param line owned; destroyed with the handler
     /// @param deviceHandler receives every line that is not about a command; outlives the handler
     /// @param seconds how long a command may stay unfinished, counted from its creation
-    CommandHandler(Connection* line, DeviceHandler* deviceHandler, double seconds);
+    /// @param patience how long AwaitRemoval() waits at most
+    CommandHandler(Connection* line, DeviceHandler* deviceHandler, double seconds,
+                   std::chrono::milliseconds patience = std::chrono::milliseconds(5));
     CommandHandler(const CommandHandler&) = delete;
     CommandHandler& operator=(const CommandHandler&) = delete;
     virtual ~CommandHandler() = default;
@@ -52,7 +55,7 @@ public:
     /// means that it is not removed meanwhile.
     Command* FindActive(const std::string& name);
 
-    /// Whether a command of that name is listed.
+    /// Whether a command of that name is listed. Parser thread only.
     bool HasActive(const std::string& name);
 
     /// The master's status lines, each for the oldest active command of that name, done or not.
@@ -61,9 +64,10 @@ public:
     /// @throws std::invalid_argument, std::out_of_range when `errorNumber` is no int (std::stoi)
     void OnError(const std::string& name, const std::string& errorNumber);
 
-    /// After a command's last line: if a younger command has its name, waits until the sender has
-    /// removed it, 5 ms at most. As long as it is listed it takes the replies to the younger one,
-    /// which would then time out although it was carried out. Parser thread only.
+    /// After a command's last line: if a younger command has its name, waits a little for the
+    /// sender to remove it. As long as it is listed it takes the replies to the younger one, which
+    /// would then time out although it was carried out. Process data of this master wait as long,
+    /// for each such line. Parser thread only.
     void AwaitRemoval(const std::string& name);
 
     /// One pass of the input parser; parser thread only. @throws as OnError()
@@ -78,6 +82,7 @@ private:
     std::vector<Command*> activeCommands;  // oldest first; destroyed by RemovePending()
     const std::unique_ptr<Connection> connection;
     const double timeout;  // seconds
+    const std::chrono::milliseconds removalPatience;
     InputParser parser;
     std::atomic<bool> deviceRemoved = false;  // set once, never cleared
     // guards activeCommands, and the life of the commands in it: replies find a command and set

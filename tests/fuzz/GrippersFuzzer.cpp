@@ -18,6 +18,7 @@
 
 #include "pellix/MZD.h"
 #include "tests/fuzz/AnsweringLink.h"
+#include "tests/fuzz/FuzzTarget.h"
 #include "tests/fuzz/InputBytes.h"
 #include "tests/fuzz/Require.h"
 #include "tests/support/SlowProtocol.h"

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "pellix/Protocol.h"
+#include "tests/fuzz/FuzzTarget.h"
 #include "tests/fuzz/Require.h"
 #include "tests/support/SlowProtocol.h"
 

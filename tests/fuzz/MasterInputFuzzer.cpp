@@ -10,6 +10,7 @@
 //   x  the device is removed     *  the step before ten times more
 // Any other step is passed over.
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <ctime>
@@ -22,6 +23,7 @@
 #include "pellix/CommandHandler.h"
 #include "pellix/DeviceHandler.h"
 #include "pellix/SerialConnection.h"
+#include "tests/fuzz/FuzzTarget.h"
 #include "tests/fuzz/MasterInputModel.h"
 #include "tests/fuzz/Require.h"
 #include "tests/support/Allocations.h"
@@ -29,7 +31,8 @@
 #include "tests/support/ScriptedRead.h"
 
 /// The parser's pauses take no time. (The linker's name for what it has wrapped.)
-extern "C" int __wrap_nanosleep(const timespec* /*time*/, timespec* /*left*/) {  // NOLINT
+// NOLINTNEXTLINE(bugprone-reserved-identifier)
+extern "C" int __wrap_nanosleep(const timespec* /*time*/, timespec* /*left*/) {
     return 0;
 }
 
@@ -210,7 +213,7 @@ private:
 
     pellix::DeviceHandler deviceHandler;
     Line* const line = new Line;  // owned by the handler
-    pellix::CommandHandler handler{line, &deviceHandler, kAlwaysOver};
+    pellix::CommandHandler handler{line, &deviceHandler, kAlwaysOver, std::chrono::milliseconds(0)};
     std::vector<Command*> commands;  // oldest first, as in the model
     MasterInputModel model;
     bool removed = false;

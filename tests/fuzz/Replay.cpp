@@ -1,7 +1,6 @@
 // Stands in for the fuzzer in the builds without one: runs a fuzz target over files, so that
 // every test run repeats what fuzzing has found.
 
-#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -10,10 +9,7 @@
 #include <iterator>
 #include <string>
 
-extern "C" {
-int LLVMFuzzerInitialize(int* count, char*** arguments);
-int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
-}
+#include "tests/fuzz/FuzzTarget.h"
 
 /// Usage: PROGRAM FOLDER...
 int main(int count, char** arguments) {

@@ -15,6 +15,7 @@
 #include <cstdint>
 #include <string>
 
+#include "tests/fuzz/FuzzTarget.h"
 #include "tests/fuzz/Require.h"
 #include "tests/unit/daemon/GripperCell.h"
 #include "tests/unit/daemon/RunningServer.h"

@@ -3,7 +3,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-/// Called once, before the first input.
+#include "tests/fuzz/FuzzTarget.h"
+
 extern "C" int LLVMFuzzerInitialize(int* /*count*/, char*** /*arguments*/) {
     const int nowhere = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
     ::dup2(nowhere, STDOUT_FILENO);

@@ -91,6 +91,45 @@ TEST_F(InputParserTest, DataLineGoesToTheDeviceAndFinishesItsQuery) {
     EXPECT_EQ(log.All(), Messages{"Parsing line: ID=1234"});
 }
 
+TEST_F(InputParserTest, DataLineThatItsFinFollowsFinishesItsQueryOnce) {
+    const Command* const command = Send("ID");
+    Parse("ID=1234\nFIN ID\n");
+    EXPECT_EQ(command->GetState(), pellix::kFinished);
+    EXPECT_EQ(log.All(), (Messages{"Parsing line: ID=1234", "Parsing line: FIN ID", "FIN:ID"}));
+}
+
+TEST_F(InputParserTest, DataLineFinishesItsQueryWhenAnotherLineFollows) {
+    for (const char* const next : {"FIN MODE\n", "FIN IDS\n", "FIN ID", "ACK MODE\n"}) {
+        Command* const command = handler.SendQuery("ID");
+        Parse(std::string("ID=1234\n") + next);
+        EXPECT_EQ(command->GetState(), pellix::kFinished) << next;
+        handler.RemovePending(command);
+    }
+}
+
+TEST_F(InputParserTest, DataLineAndItsFinWithoutACommandAreBothReported) {
+    Parse("ID=1234\nFIN ID\n");
+    EXPECT_EQ(log.All(),
+              (Messages{"Parsing line: ID=1234", "Active command ID could not be found",
+                        "Parsing line: FIN ID", "FIN:ID", "Active command ID could not be found"}));
+}
+
+TEST_F(InputParserTest, EventLineFinishesNothingButItsFinDoes) {
+    const Command* const command = Send("ID");
+    Parse("@ID=1234\n");
+    EXPECT_EQ(command->GetState(), pellix::kActive);
+    Parse("@ID=1234\nFIN ID\n");
+    EXPECT_EQ(command->GetState(), pellix::kFinished);
+}
+
+TEST_F(InputParserTest, FinOfALaterReadFindsTheQueryFinished) {
+    const Command* const command = Send("ID");
+    Parse("ID=1234\n");
+    EXPECT_EQ(command->GetState(), pellix::kFinished);
+    Parse("FIN ID\n");
+    EXPECT_EQ(command->GetState(), pellix::kFinished);
+}
+
 TEST_F(InputParserTest, ParameterLineFinishesTheQueryOfItsAddress) {
     const Command* const other = Send("PARAM[19][0]");
     const Command* const command = Send("PARAM[21][0]");

@@ -17,6 +17,10 @@ constexpr std::size_t kPdoutBits = 4;  // element of the device information
 // Far more than an IO-Link device can have: a longer claim is nonsense.
 constexpr std::uint32_t kMostProcessDataBytes = 65536;
 
+// A gripper has some hundred. A master that invents them without end would use up the memory, and
+// make every search in the list slower, those for the names of other masters' grippers too.
+constexpr std::size_t kMostParameters = 4096;
+
 std::uint32_t ElementOrZero(const std::vector<std::uint32_t>& numbers, std::size_t element) {
     return element < numbers.size() ? numbers[element] : 0;
 }
@@ -45,6 +49,9 @@ void Device::SetParameter(unsigned index, unsigned subindex,
     if (Parameter* const parameter = FindParameter(wantedIndex, wantedSubindex)) {
         LogLine() << "Updating parameter " << index << " / " << subindex;
         parameter->SetValue(value);
+        return;
+    }
+    if (parameters.size() >= kMostParameters) {
         return;
     }
     LogLine() << "Creating parameter " << index << " / " << subindex;

@@ -1,5 +1,6 @@
 """The restrictions that the documentation recommends: they hold, and the daemon works in them."""
 
+import contextlib
 import os
 import re
 import socket
@@ -56,6 +57,14 @@ class FirewallTest(CellTestCase):
         for port in PORTS:
             with self.assertRaises(TimeoutError):
                 socket.create_connection(("127.0.0.1", port), 0.5 * SLOWNESS, ("127.0.0.2", 0))
+
+    def test_a_crowd_on_one_port_leaves_the_other_alone(self):
+        with contextlib.ExitStack() as connections:
+            with self.assertRaises(TimeoutError):
+                for _ in range(25):
+                    connections.enter_context(
+                        socket.create_connection(("127.0.0.1", PORTS[0]), 0.5 * SLOWNESS))
+            self.assertTrue(answers(PORTS[1]))
 
 
 if __name__ == "__main__":

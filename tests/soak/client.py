@@ -121,8 +121,8 @@ class Client:
     def fits_now(self, post, method, arguments, expected):
         """Whether the outcome of a call can be told now.
 
-        The daemon takes a data line for the end of its request. The FIN that follows would end the
-        next request if that had the same key; so another one has to come in between.
+        A data line ends its request. A FIN that comes in a later read than that would end the next
+        request with the same key, as documented; so another one has to come in between.
         """
         if expected.lines and expected.first_key() == post.last_key:
             return False

@@ -182,6 +182,22 @@ TEST(DeviceTest, LengthsThatNoDeviceCanHaveAllocateNothing) {
     EXPECT_EQ(device.GetPDOUT().size(), 65536U);
 }
 
+TEST(DeviceTest, ParametersWithoutEndAreNotKept) {
+    constexpr unsigned kMost = 4096;
+    const LogCapture log;
+    Device device;
+    for (unsigned index = 0; index < kMost + 10; ++index) {
+        device.SetParameter(index, 0, {1});
+    }
+    device.SetParameter(kMost - 1, 0, {2});
+    EXPECT_EQ(device.GetParameter(kMost - 1, 0), Bytes{2});
+    EXPECT_TRUE(device.GetParameter(kMost, 0).empty());
+    EXPECT_EQ(log.All().size(), kMost + 2U);
+    device.SetMode(pellix::kModeEstablishCommunication);
+    device.SetParameter(kMost, 0, {3});
+    EXPECT_EQ(device.GetParameter(kMost, 0), Bytes{3});
+}
+
 TEST(DeviceTest, NewOrRestartedDeviceForgetsEverything) {
     for (const int mode : {pellix::kModeEstablishCommunication, pellix::kModePowerFault}) {
         const LogCapture log;

@@ -14,9 +14,9 @@ constexpr unsigned kLongestSend = 15000;  // ms
 
 /// Stands before the C library's function of this name, for want of an option of the HTTP library.
 /// Connections inherit the limit of the socket that they came in by.
-extern "C" int listen(int fd, int backlog) noexcept {
+extern "C" int listen(int fd, int n) noexcept {
     using Listen = int (*)(int, int);
     static const auto next = reinterpret_cast<Listen>(dlsym(RTLD_NEXT, "listen"));
     (void)setsockopt(fd, IPPROTO_TCP, TCP_USER_TIMEOUT, &kLongestSend, sizeof kLongestSend);
-    return next(fd, backlog);
+    return next(fd, n);
 }

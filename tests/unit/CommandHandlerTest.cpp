@@ -567,7 +567,7 @@ TEST_F(CommandHandlerTest, RepliesDoNotTouchACommandThatIsRemovedMeanwhile) {
 }
 
 TEST_F(CommandHandlerTest, TwoEqualRepliesInOneReadEndBothCommands) {
-    FakeConnection* const line = new FakeConnection;  // owned by the handler
+    auto* const line = new FakeConnection;  // owned by the handler
     CommandHandler patient(line, &deviceHandler, kTimeout, std::chrono::seconds(20));
     for (int i = 0; i < 50; ++i) {
         Command* const older = patient.SendQuery("ID");

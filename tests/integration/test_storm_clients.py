@@ -24,6 +24,7 @@ PLACES = 15  # connections of a port that are served at once
 IDLE_LIMIT = 15.0  # seconds until the daemon closes a connection that says nothing
 LARGEST_REQUEST = 512 * 1024  # bytes
 DEEPEST = 64  # values within values
+WRONG_TYPE = -501  # fault code, also of a wrong number of parameters
 ARENA_SLACK = 16384  # KiB that the allocator keeps of answers that were held up, in all threads
 CALL_LIMIT = 0.5 * SLOWNESS  # seconds that a call may take beside the misbehaviour of others
 
@@ -238,14 +239,14 @@ class SizeTest(ClientStormTestCase):
 class ArgumentTest(ClientStormTestCase):
     """Arguments that a method does not take are a fault, and the gripper hears nothing of them."""
 
+    MALFORMED = ("<int>2147483648</int>", "<int></int>", "<int>one</int>", "<double>one</double>",
+                 "<boolean>2</boolean>", "<unknown/>", "<int>1</int><int>2</int>")
     VALUES = {
         str: (f"<string>{MZD}</string>",), int: ("<int>1</int>", "<i4>-1</i4>"),
         float: ("<double>1.5</double>",), bool: ("<boolean>1</boolean>", "<boolean>0</boolean>"),
         None: ("<i8>1</i8>", "<base64>AAAA</base64>", "<nil/>", "<array><data/></array>",
                "<dateTime.iso8601>20260101T00:00:00</dateTime.iso8601>", "<struct/>",
-               "<struct><member><name>a</name><value>b</value></member></struct>",
-               "<int>2147483648</int>", "<int></int>", "<int>one</int>", "<double>one</double>",
-               "<boolean>2</boolean>", "<unknown/>", "<int>1</int><int>2</int>"),
+               "<struct><member><name>a</name><value>b</value></member></struct>", *MALFORMED),
     }
 
     def setUp(self):
@@ -256,12 +257,17 @@ class ArgumentTest(ClientStormTestCase):
         self.connection.close()
         super().tearDown()
 
-    def is_fault(self, method, values):
+    def fault_code(self, method, values):
+        """None if the answer is no fault."""
         self.connection.request("POST", "/RPC2", request(method, *values),
                                 {"Content-Type": "text/xml"})
         response = self.connection.getresponse()
         self.assertEqual(response.status, 200)
-        return b"<fault>" in response.read()
+        try:
+            xmlrpc.client.loads(response.read())
+        except xmlrpc.client.Fault as fault:
+            return fault.faultCode
+        return None
 
     def wrong_calls(self, kinds):
         right = [self.VALUES[kind][0] for kind in kinds]
@@ -285,13 +291,17 @@ class ArgumentTest(ClientStormTestCase):
         for method in METHODS:
             for values in self.wrong_calls(method.parameters):
                 with self.subTest(method=method.name, values=values[:5]):
-                    self.assertTrue(self.is_fault(method.name, values))
+                    code = self.fault_code(method.name, values)
+                    if set(values).isdisjoint(self.MALFORMED):
+                        self.assertEqual(code, WRONG_TYPE)
+                    else:
+                        self.assertIsNotNone(code)
         self.assertEqual(self.cell.show(1)["requests"], heard)
         self.assertEqual(self.cell.log.since(mark), [])
         # The same road leads to an answer when all is right.
         for method in METHODS:
             values = [self.VALUES[kind][0] for kind in method.parameters]
-            self.assertFalse(self.is_fault(method.name, values), method.name)
+            self.assertIsNone(self.fault_code(method.name, values), method.name)
         self.assertNotEqual(self.cell.show(1)["requests"], heard)
 
 

@@ -25,6 +25,10 @@ from storm import (NO_COMMAND, NO_LINK, TIMEOUT, StormTestCase, holdings, random
 
 FIRST, SECOND, THIRD = "HVA SN:100001", "MZD-S SN:100002", "TLM SN:100003"
 MEBIBYTE = 1024 * 1024
+# By what a shortage shows in the log: udev cannot read about the device, or its tty is not opened;
+# its threads, or that of a connection, are not made.
+NO_DESCRIPTOR = r"\(No parent dev\)$|Open call failed$"
+NO_THREAD = "Failed to initialize PELLIX$|Failed to use new channel"
 FAKE_CLOCK = "".join(glob.glob("/usr/lib/*/faketime/libfaketimeMT.so.1"))
 TIOCSPTLCK = 0x40045431  # missing in termios
 
@@ -192,6 +196,7 @@ class ShortageTest(SystemTestCase):
 
     @unittest.skipIf(SLOWNESS > 1, "a sanitizer opens pipes to check an object's type")
     def test_a_master_comes_when_descriptors_are_used_up(self):
+        failures = 0
         for spare in (*range(6), *(self.random.randrange(6) for _ in range(rounds(1)))):
             with self.subTest(spare=spare):
                 self.assert_second_served()  # its connections are open
@@ -203,12 +208,15 @@ class ShortageTest(SystemTestCase):
                 self.cell.command("event 1 change")
                 self.cell.log.wait_for("action change$", since=mark)
                 self.assert_second_served()
+                failures += len(self.cell.log.matching(NO_DESCRIPTOR, since=mark))
                 self.limit(resource.RLIMIT_NOFILE, 1024)
                 self.assertRegex(self.try_to_add(), "Device added$")
                 self.wait_until_first_operates()
+        self.assertGreater(failures, 0, "there was no shortage")
 
     @unittest.skipIf(SLOWNESS > 1, "a sanitizer ends the process that has no address space left")
     def test_address_space_for_threads_is_used_up(self):
+        failures = 0
         for spare in (0, 4, 9, 14, 20, 30, *(self.random.randrange(40) for _ in range(rounds(1)))):
             with self.subTest(spare=spare):
                 self.pull()
@@ -222,6 +230,7 @@ class ShortageTest(SystemTestCase):
                     with contextlib.suppress(OSError, http.client.HTTPException):
                         self.cell.call_apart("Grip", SECOND, 1, port=port)
                 self.cell.log.wait_for("action change$", since=mark)
+                failures += len(self.cell.log.matching(NO_THREAD, since=mark))
                 self.limit(resource.RLIMIT_AS, resource.RLIM_INFINITY)
                 for number in (0, 2):
                     self.assertRegex(self.try_to_add(number), "Device added$")
@@ -229,6 +238,7 @@ class ShortageTest(SystemTestCase):
                 wait_until(lambda: self.call("Grip", THIRD, 1) == 0)
                 self.cell.command("unplug 2")
                 self.assert_second_served()
+        self.assertGreater(failures, 0, "there was no shortage")
 
 
 def address_space(pid):

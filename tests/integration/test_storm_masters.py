@@ -20,6 +20,7 @@ LIAR, HONEST = "HVA SN:100001", "MZD-S SN:100002"
 
 DURATION = 0.7 * SLOWNESS  # of each storm, in seconds
 LONGEST_CALL = 4.0  # seconds: two requests that nobody answers, and then some
+LONGEST_HONEST_CALL = 1.5  # seconds: one request that times out, and then some
 MODE_PERIOD = 0.001  # seconds
 LOG_ROOM = 1 << 20  # bytes between the daemon and the reader of its log
 PEAK_SLACK = 8192  # KiB that the daemon may need during a storm
@@ -98,6 +99,7 @@ class LyingMasterTest(StormTestCase):
         self.assertLessEqual(self.refused, len(given_up))
         self.assertLess(self.refused, 1 + len(honest) / 100)
         self.assertLess(statistics.median(honest), 0.1 * SLOWNESS)
+        self.assertLess(max(honest), LONGEST_HONEST_CALL * SLOWNESS)
         self.assertLess(max(lied), LONGEST_CALL * SLOWNESS)
         self.repent()
         self.cell.log.forget()

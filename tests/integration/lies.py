@@ -8,7 +8,8 @@ LENGTH = 4000  # of a text, in bytes on the wire
 
 MODES = ("0", "1", "2", "3", "4", "5", "6", "7", "8", "99", "-1", "2147483648", "", "x")
 KEYS = ("nobody", "PDOUT", "DEVINFO", "MODE", "PARAM[96][3]", "PARAM[64][1]", "")
-ERROR_NUMBERS = (" 7", " 0", " -1", " abc", " 99999999999", " ", "")
+ERROR_CODES = (7, 0, -1)
+ERROR_NUMBERS = (*(f" {code}" for code in ERROR_CODES), " abc", " 99999999999", " ", "")
 
 
 def lines(line, length):

@@ -22,8 +22,9 @@ FACTOR = float(os.environ.get("TAVRIK_STORM_FACTOR", "1"))
 SEED = os.environ.get("TAVRIK_STORM_SEED", "1")
 
 # What calls answer when something is amiss: no link to this gripper, or none in time; no answer of
-# its master within a second; nothing sent; no process data.
-NO_LINK, TIMEOUT, NO_COMMAND, NO_PROCESS_DATA = 3, 5, 12, 21
+# its master within a second; the master's own answer as long as it is not in operate; nothing sent;
+# no process data.
+NO_LINK, TIMEOUT, WRONG_MODE, NO_COMMAND, NO_PROCESS_DATA = 3, 5, 6, 12, 21
 
 # Memory that a process may hold beyond its baseline, in KiB: an allocator does not give all back.
 MEMORY_SLACK = 2048

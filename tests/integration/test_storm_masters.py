@@ -13,8 +13,9 @@ import lies
 from cell import PORTS, SLOWNESS, wait_until
 from cell_test_case import main
 from methods import DEVICE_METHODS
-from storm import (MEMORY_COUNTS, NO_LINK, StormTestCase, holdings, random_numbers,
-                   restart_data_link, rounds, wait_until_back)
+from storm import (MEMORY_COUNTS, NO_COMMAND, NO_LINK, NO_PROCESS_DATA, TIMEOUT, WRONG_MODE,
+                   StormTestCase, holdings, random_numbers, restart_data_link, rounds,
+                   wait_until_back)
 
 LIAR, HONEST = "HVA SN:100001", "MZD-S SN:100002"
 
@@ -22,6 +23,8 @@ DURATION = 0.7 * SLOWNESS  # of each storm, in seconds
 LONGEST_CALL = 4.0  # seconds: two requests that nobody answers, and then some
 LONGEST_HONEST_CALL = 1.5  # seconds: one request that times out, and then some
 MODE_PERIOD = 0.001  # seconds
+# Of its calls: those of the daemon, of an honest master, and those that a lie makes up.
+STATUSES = (0, NO_LINK, TIMEOUT, WRONG_MODE, NO_COMMAND, NO_PROCESS_DATA, *lies.ERROR_CODES)
 LOG_ROOM = 1 << 20  # bytes between the daemon and the reader of its log
 PEAK_SLACK = 8192  # KiB that the daemon may need during a storm
 
@@ -129,7 +132,7 @@ class LyingMasterTest(StormTestCase):
         return times
 
     def call_liar(self, over):
-        """Whatever is answered: an answer comes."""
+        """Whatever is answered: an answer comes, and a status is one that there is."""
         random = random_numbers("liar")
         times = []
         with self.cell.new_client(PORTS[0]) as client:
@@ -137,7 +140,9 @@ class LyingMasterTest(StormTestCase):
                 method = random.choice(DEVICE_METHODS)
                 start = time.monotonic()
                 try:
-                    getattr(client, method.name)(*method.sample_arguments(LIAR))
+                    answer = getattr(client, method.name)(*method.sample_arguments(LIAR))
+                    if method.fallback == NO_LINK:
+                        self.assertIn(answer, STATUSES, method.name)
                 except xmlrpc.client.Fault:
                     pass  # its device information lacks the gripper's id
                 times.append(time.monotonic() - start)

@@ -15,8 +15,6 @@ CYCLES = 14  # of about a second: a call to a master that is gone ends by its ti
 CLIENTS = 8
 LONGEST_PAUSE = 0.1  # seconds that a master stays away
 
-WRONG_MODE = 6  # the master's own answer as long as it is not in operate
-
 FALLBACKS = {method.name: method.fallback for method in METHODS}
 
 
@@ -121,7 +119,7 @@ class Gripper:
             return answer == 0 or answer % 4 == self.number
         if method not in self.status_methods:
             return answer == storm.NO_LINK  # as for every model that does not have the method
-        if answer in (storm.NO_COMMAND, storm.NO_PROCESS_DATA, WRONG_MODE):
+        if answer in (storm.NO_COMMAND, storm.NO_PROCESS_DATA, storm.WRONG_MODE):
             return not steady
         return answer in (0, storm.NO_LINK, storm.TIMEOUT)
 

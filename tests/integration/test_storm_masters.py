@@ -23,7 +23,7 @@ DURATION = 0.7 * SLOWNESS  # of each storm, in seconds
 LONGEST_CALL = 4.0  # seconds: two requests that nobody answers, and then some
 LONGEST_HONEST_CALL = 1.5  # seconds: one request that times out, and then some
 MODE_PERIOD = 0.001  # seconds
-# Of its calls: those of the daemon, of an honest master, and those that a lie makes up.
+# Of calls to the liar: the daemon's own, those of an honest master, those that a lie makes up.
 STATUSES = (0, NO_LINK, TIMEOUT, WRONG_MODE, NO_COMMAND, NO_PROCESS_DATA, *lies.ERROR_CODES)
 LOG_ROOM = 1 << 20  # bytes between the daemon and the reader of its log
 PEAK_SLACK = 8192  # KiB that the daemon may need during a storm

@@ -236,7 +236,11 @@ class ShortageTest(SystemTestCase):
                     self.assertRegex(self.try_to_add(number), "Device added$")
                 self.wait_until_first_operates()
                 wait_until(lambda: self.call("Grip", THIRD, 1) == 0)
+                mark = self.cell.log.mark()
                 self.cell.command("unplug 2")
+                # The list of links is locked until its threads have ended.
+                for line in ("Parser", "Timeout monitor", "State"):
+                    self.cell.log.wait_for(f"{line} thread terminated", since=mark)
                 self.assert_second_served()
         self.assertGreater(failures, 0, "there was no shortage")
 

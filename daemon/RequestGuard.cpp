@@ -42,7 +42,8 @@ bool HasDoctype(std::string_view xml) {
     return false;
 }
 
-/// The library formats two texts with this and passes one of them, the last.
+/// The library formats two texts with this and passes one of them, the last. Compared to the byte:
+/// RequestGuardTest shows whether the installed library still has this text.
 constexpr std::string_view kI8Format =
     "<i8> XML element value '%s' is invalid because it does not represent a 64 bit integer.  %s";
 constexpr const char* kI8FormatForOne =

@@ -52,6 +52,7 @@ void Device::SetParameter(unsigned index, unsigned subindex,
         return;
     }
     if (parameters.size() >= kMostParameters) {
+        LogLine() << "Too many parameters: " << index << " / " << subindex << " ignored";
         return;
     }
     LogLine() << "Creating parameter " << index << " / " << subindex;

@@ -192,7 +192,10 @@ TEST(DeviceTest, ParametersWithoutEndAreNotKept) {
     device.SetParameter(kMost - 1, 0, {2});
     EXPECT_EQ(device.GetParameter(kMost - 1, 0), Bytes{2});
     EXPECT_TRUE(device.GetParameter(kMost, 0).empty());
-    EXPECT_EQ(log.All().size(), kMost + 2U);
+    EXPECT_EQ(log.BeginningWith("Creating parameter ").size(), kMost);
+    EXPECT_EQ(log.BeginningWith("Too many parameters: ").size(), 10U);
+    EXPECT_EQ(log.BeginningWith("Too many").front(), "Too many parameters: 4096 / 0 ignored");
+    EXPECT_EQ(log.All().size(), kMost + 12U);
     device.SetMode(pellix::kModeEstablishCommunication);
     device.SetParameter(kMost, 0, {3});
     EXPECT_EQ(device.GetParameter(kMost, 0), Bytes{3});

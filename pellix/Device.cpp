@@ -86,9 +86,9 @@ std::vector<std::uint8_t> Device::GetPDIN() {
     return pdin;
 }
 
-void Device::SetPDIN(std::vector<std::uint8_t> bytes) {
+void Device::SetPDIN(const std::vector<std::uint8_t>& bytes) {
     const std::lock_guard<std::mutex> lock(pdinMutex);
-    pdin = std::move(bytes);
+    pdin = bytes;  // into memory that it has already
 }
 
 std::vector<std::uint8_t> Device::GetPDOUT() {
@@ -96,9 +96,9 @@ std::vector<std::uint8_t> Device::GetPDOUT() {
     return pdout;
 }
 
-void Device::SetPDOUT(std::vector<std::uint8_t> bytes) {
+void Device::SetPDOUT(const std::vector<std::uint8_t>& bytes) {
     const std::lock_guard<std::mutex> lock(pdoutMutex);
-    pdout = std::move(bytes);
+    pdout = bytes;
 }
 
 std::vector<std::uint32_t> Device::GetDeviceInfo() {

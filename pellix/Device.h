@@ -30,11 +30,11 @@ public:
 
     /// Process input data, first byte first.
     virtual std::vector<std::uint8_t> GetPDIN();
-    virtual void SetPDIN(std::vector<std::uint8_t> bytes);
+    virtual void SetPDIN(const std::vector<std::uint8_t>& bytes);
 
     /// Process output data as the master last reported it, first byte first.
     virtual std::vector<std::uint8_t> GetPDOUT();
-    virtual void SetPDOUT(std::vector<std::uint8_t> bytes);
+    virtual void SetPDOUT(const std::vector<std::uint8_t>& bytes);
 
     /// The numbers of the last "DEVINFO" line, in order.
     virtual std::vector<std::uint32_t> GetDeviceInfo();

@@ -24,12 +24,10 @@ void DeviceHandler::HandleResponse(const std::string& key, const std::string& va
     } else if (key.starts_with(kKeyParameter)) {
         StoreParameter(key, value);
     } else if (key == kKeyPdin) {
-        if (auto bytes = ReadByteList(value)) {
-            device->SetPDIN(std::move(*bytes));
-        }
+        StoreProcessInput(value);
     } else if (key == kKeyPdout) {
-        if (auto bytes = ReadByteList(value)) {
-            device->SetPDOUT(std::move(*bytes));
+        if (const auto bytes = ReadByteList(value)) {
+            device->SetPDOUT(*bytes);
         }
     } else if (key == kKeyDeviceInfo) {
         if (auto numbers = ReadNumberList(value)) {
@@ -42,6 +40,14 @@ void DeviceHandler::StoreID(const std::string& value) {
     const bool quoted = value.size() > 1 && value.starts_with('"') && value.ends_with('"');
     const std::lock_guard<std::mutex> lock(idMutex);
     id = quoted ? value.substr(1, value.size() - 2) : value;
+}
+
+/// Comes thousands of times a second: the memory of the list goes round.
+void DeviceHandler::StoreProcessInput(const std::string& value) {
+    if (auto bytes = ReadByteList(value, std::move(processInput))) {
+        device->SetPDIN(*bytes);
+        processInput = std::move(*bytes);
+    }
 }
 
 void DeviceHandler::StoreMode(const std::string& value) {

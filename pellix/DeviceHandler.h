@@ -1,8 +1,10 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "pellix/Device.h"
 
@@ -28,10 +30,12 @@ public:
 
 private:
     void StoreID(const std::string& value);
+    void StoreProcessInput(const std::string& value);
     void StoreMode(const std::string& value);
     void StoreParameter(const std::string& key, const std::string& value);
 
     const std::unique_ptr<Device> device;
+    std::vector<std::uint8_t> processInput;  // memory for the next line's bytes
     std::string id;
     mutable std::mutex idMutex;  // guards id; no other lock is taken under it
 };

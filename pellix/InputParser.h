@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <sstream>
 #include <string>
@@ -44,7 +45,8 @@ private:
     std::string line;
     std::string key;
     std::string value;
-    std::string remainder;  // kept from the pass before
+    std::size_t nextLine = 0;  // where in the stream's text the next line begins
+    std::string remainder;     // kept from the pass before
     std::uint32_t emptyReads = 0;
     std::uint32_t pdinCount = 0;  // "PDIN" lines since the last sign of life
     bool reopenRequested = false;

@@ -139,16 +139,16 @@ unsigned Pellix::Complete(Command* command) {
     return result;
 }
 
-unsigned Pellix::Query(const std::string& key) {
-    return Complete(commandHandler->SendQuery(key));
+unsigned Pellix::Query(std::string_view key) {
+    return Complete(commandHandler->SendQuery(std::string(key)));
 }
 
-unsigned Pellix::Assign(const std::string& key, const std::string& value) {
-    return Complete(commandHandler->SendAssignment(key, value));
+unsigned Pellix::Assign(std::string_view key, const std::string& value) {
+    return Complete(commandHandler->SendAssignment(std::string(key), value));
 }
 
-unsigned Pellix::Call(const std::string& key, const std::vector<std::string>& arguments) {
-    return Complete(commandHandler->SendCall(key, arguments));
+unsigned Pellix::Call(std::string_view key, const std::vector<std::string>& arguments) {
+    return Complete(commandHandler->SendCall(std::string(key), arguments));
 }
 
 unsigned Pellix::RequestID() {

@@ -114,9 +114,9 @@ public:
 
 private:
     unsigned Complete(Command* command);
-    unsigned Query(const std::string& key);
-    unsigned Assign(const std::string& key, const std::string& value);
-    unsigned Call(const std::string& key, const std::vector<std::string>& arguments);
+    unsigned Query(std::string_view key);
+    unsigned Assign(std::string_view key, const std::string& value);
+    unsigned Call(std::string_view key, const std::vector<std::string>& arguments);
     unsigned Retry(std::string_view what, unsigned (Pellix::*request)());
 
     unsigned ReadMaster();

@@ -1,9 +1,9 @@
 #include "pellix/Protocol.h"
 
-#include <algorithm>
 #include <array>
 #include <charconv>
 #include <limits>
+#include <utility>
 
 namespace pellix {
 
@@ -27,9 +27,16 @@ unsigned DigitValue(char c) {
     return kNoDigit;
 }
 
+bool IsBlank(char c) {
+    return c == ' ' || (c >= '\t' && c <= '\r' && c != '\n');
+}
+
+/// Written out: the library's search for a set of characters costs more than reading the number.
 std::string_view SkipBlanks(std::string_view text) {
-    const std::size_t start = text.find_first_not_of(" \t\r\v\f");
-    return start == std::string_view::npos ? std::string_view() : text.substr(start);
+    while (!text.empty() && IsBlank(text.front())) {
+        text.remove_prefix(1);
+    }
+    return text;
 }
 
 /// Text between the first "[" at or after `start` and the next "]".
@@ -47,8 +54,10 @@ std::optional<Brackets> FindBrackets(std::string_view text, std::size_t start) {
     return Brackets{text.substr(open + 1, close - open - 1), close + 1};
 }
 
+/// @param elements storage for the result
 template <typename Element>
-std::optional<std::vector<Element>> ReadList(std::string_view text, unsigned base) {
+std::optional<std::vector<Element>> ReadList(std::string_view text, unsigned base,
+                                             std::vector<Element> elements) {
     if (!text.starts_with('[')) {
         return std::nullopt;
     }
@@ -56,12 +65,11 @@ std::optional<std::vector<Element>> ReadList(std::string_view text, unsigned bas
     if (!brackets) {
         return std::nullopt;
     }
-    std::vector<Element> elements;
+    elements.clear();
     std::string_view rest = brackets->content;
     if (rest.empty()) {
         return elements;
     }
-    elements.reserve(static_cast<std::size_t>(std::count(rest.begin(), rest.end(), ',')) + 1);
     for (;;) {
         const std::size_t comma = rest.find(',');
         elements.push_back(static_cast<Element>(ReadUnsigned(rest.substr(0, comma), base)));
@@ -95,7 +103,7 @@ std::string FormatByteList(const std::vector<std::uint8_t>& bytes) {
 }
 
 std::string FormatParameterKey(ParameterAddress address) {
-    return kKeyParameter + ("[" + std::to_string(address.index)) + "][" +
+    return std::string(kKeyParameter) + "[" + std::to_string(address.index) + "][" +
            std::to_string(address.subindex) + "]";
 }
 
@@ -132,12 +140,13 @@ int ReadSigned(std::string_view text) {
     return value;
 }
 
-std::optional<std::vector<std::uint8_t>> ReadByteList(std::string_view text) {
-    return ReadList<std::uint8_t>(text, 16);
+std::optional<std::vector<std::uint8_t>> ReadByteList(std::string_view text,
+                                                      std::vector<std::uint8_t> storage) {
+    return ReadList(text, 16, std::move(storage));
 }
 
 std::optional<std::vector<std::uint32_t>> ReadNumberList(std::string_view text) {
-    return ReadList<std::uint32_t>(text, 10);
+    return ReadList(text, 10, std::vector<std::uint32_t>());
 }
 
 std::optional<ParameterAddress> ReadParameterKey(std::string_view key) {

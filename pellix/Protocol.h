@@ -29,20 +29,20 @@ enum Mode : int {
     kModePowerFault = 7,
 };
 
-inline constexpr const char* kKeyId = "ID";
-inline constexpr const char* kKeyMode = "MODE";
-inline constexpr const char* kKeyDeviceInfo = "DEVINFO";
-inline constexpr const char* kKeyPdin = "PDIN";
-inline constexpr const char* kKeyPdout = "PDOUT";
-inline constexpr const char* kKeyParameter = "PARAM";
-inline constexpr const char* kKeyDoutInfo = "DOUTINFO";
-inline constexpr const char* kKeyRobInput = "ROBINPUT";
-inline constexpr const char* kKeyRobOutput = "ROBOUTPUT";
-inline constexpr const char* kKeyStoreConfig = "STORECONFIG";
-inline constexpr const char* kKeySysReset = "SYSRESET";
-inline constexpr const char* kKeyOperate = "OPERATE";
-inline constexpr const char* kKeyRestart = "RESTART";
-inline constexpr const char* kKeyFallback = "FALLBACK";
+inline constexpr std::string_view kKeyId = "ID";
+inline constexpr std::string_view kKeyMode = "MODE";
+inline constexpr std::string_view kKeyDeviceInfo = "DEVINFO";
+inline constexpr std::string_view kKeyPdin = "PDIN";
+inline constexpr std::string_view kKeyPdout = "PDOUT";
+inline constexpr std::string_view kKeyParameter = "PARAM";
+inline constexpr std::string_view kKeyDoutInfo = "DOUTINFO";
+inline constexpr std::string_view kKeyRobInput = "ROBINPUT";
+inline constexpr std::string_view kKeyRobOutput = "ROBOUTPUT";
+inline constexpr std::string_view kKeyStoreConfig = "STORECONFIG";
+inline constexpr std::string_view kKeySysReset = "SYSRESET";
+inline constexpr std::string_view kKeyOperate = "OPERATE";
+inline constexpr std::string_view kKeyRestart = "RESTART";
+inline constexpr std::string_view kKeyFallback = "FALLBACK";
 
 /// ISDU address of a parameter.
 struct ParameterAddress {
@@ -70,8 +70,10 @@ std::uint32_t ReadUnsigned(std::string_view text, unsigned base);
 int ReadSigned(std::string_view text);
 
 /// Bytes of a list that begins with "[" and ends at the next "]", each cut to its low 8 bits.
+/// @param storage what it holds is lost, its memory is used for the result
 /// @return nothing when a bracket is missing
-std::optional<std::vector<std::uint8_t>> ReadByteList(std::string_view text);
+std::optional<std::vector<std::uint8_t>> ReadByteList(std::string_view text,
+                                                      std::vector<std::uint8_t> storage = {});
 
 /// As ReadByteList(), with decimal 32-bit elements.
 std::optional<std::vector<std::uint32_t>> ReadNumberList(std::string_view text);

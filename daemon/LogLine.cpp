@@ -8,14 +8,46 @@
 
 namespace TavrikDaemon {
 
-std::string timestamp() {
-    const std::time_t now = std::chrono::system_clock::to_time_t(
+namespace {
+
+std::time_t CurrentSecond() {
+    return std::chrono::system_clock::to_time_t(
         std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now()));
+}
+
+std::string TimeOfDay(std::time_t time) {
     std::tm local{};
-    localtime_r(&now, &local);
+    localtime_r(&time, &local);
     std::array<char, 80> buffer;
     const std::size_t length = std::strftime(buffer.data(), buffer.size(), "%T", &local);
     return {buffer.data(), length};
+}
+
+/// What the lines of a thread begin with within one second. Needs no destructor: a thread may log
+/// until its very end.
+struct Prefix {
+    std::time_t second = -1;
+    std::size_t length = 0;
+    std::array<char, 64> text{};
+};
+
+/// Formatted anew once a second and thread; for each line it would take longer than all else but
+/// the write.
+std::string_view CurrentPrefix() {
+    constinit thread_local Prefix prefix;
+    const std::time_t now = CurrentSecond();
+    if (prefix.second != now) {
+        const std::string text = TimeOfDay(now) + " " + threadIdText(pthread_self()) + " ";
+        prefix.length = text.copy(prefix.text.data(), prefix.text.size());
+        prefix.second = now;
+    }
+    return {prefix.text.data(), prefix.length};
+}
+
+}  // namespace
+
+std::string timestamp() {
+    return TimeOfDay(CurrentSecond());
 }
 
 std::string threadIdText(pthread_t id) {
@@ -25,6 +57,8 @@ std::string threadIdText(pthread_t id) {
 }  // namespace TavrikDaemon
 
 namespace {
+
+constexpr std::size_t kUsualLength = 120;  // characters; nearly every line is shorter
 
 /// A pipe may take a long line in pieces; the rest follows at once.
 void WriteAll(int fd, std::string_view text) {
@@ -42,10 +76,9 @@ void WriteAll(int fd, std::string_view text) {
 
 }  // namespace
 
-LogLine::LogLine() : text(TavrikDaemon::timestamp()) {
-    text += ' ';
-    text += TavrikDaemon::threadIdText(pthread_self());
-    text += ' ';
+LogLine::LogLine() {
+    text.reserve(kUsualLength);
+    text = TavrikDaemon::CurrentPrefix();
 }
 
 LogLine::~LogLine() {

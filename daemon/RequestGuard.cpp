@@ -34,6 +34,9 @@ bool BeginsWithDoctype(std::string_view xml) {
 /// A document type may declare entities made of entities: each level takes ten times as long as the
 /// one below. XML-RPC knows no document types.
 bool HasDoctype(std::string_view xml) {
+    if (xml.find('!') == std::string_view::npos) {
+        return false;  // nearly every request, by one fast search
+    }
     for (std::size_t start = 0; (start = xml.find('<', start)) != std::string_view::npos; ++start) {
         if (BeginsWithDoctype(xml.substr(start))) {
             return true;

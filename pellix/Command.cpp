@@ -48,11 +48,12 @@ void Command::SetState(int newState) {
     try {
         const std::lock_guard<std::mutex> lock(mutex);
         state = newState;
-        condition.notify_all();
     } catch (const std::system_error&) {
         LogLine() << "Exception occured in "
                   << "SetCommandState";
+        return;
     }
+    condition.notify_all();  // who wakes up finds the mutex free
 }
 
 void Command::Fail(int newStatus) {

@@ -53,7 +53,8 @@ public:
     /// 0, the master's error number, or kResultTimeout.
     int GetStatus() const { return status; }
 
-    /// Stores the state and wakes the waiting thread.
+    /// Stores the state and wakes the waiting thread. The caller keeps that from destroying the
+    /// command meanwhile.
     void SetState(int newState);
 
     /// Stores the status, then the state kFailed: whoever sees the state also sees its status.

@@ -49,6 +49,7 @@ void Device::SetParameter(unsigned index, unsigned subindex,
     if (Parameter* const parameter = FindParameter(wantedIndex, wantedSubindex)) {
         LogLine() << "Updating parameter " << index << " / " << subindex;
         parameter->SetValue(value);
+        ++parameterRevision;
         return;
     }
     if (parameters.size() >= kMostParameters) {
@@ -59,6 +60,7 @@ void Device::SetParameter(unsigned index, unsigned subindex,
     auto parameter = std::make_unique<Parameter>(wantedIndex, wantedSubindex, value);
     parameters.push_back(parameter.get());
     (void)parameter.release();  // parameters owns it from here
+    ++parameterRevision;
 }
 
 std::vector<std::uint8_t> Device::GetParameter(unsigned index, unsigned subindex) {
@@ -133,6 +135,7 @@ void Device::ClearData() {
     pdout.clear();
     deviceInfo.clear();
     parameters.clear();
+    ++parameterRevision;
 }
 
 }  // namespace pellix

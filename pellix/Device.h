@@ -28,6 +28,9 @@ public:
     /// Empty when nothing is known of (index, subindex).
     virtual std::vector<std::uint8_t> GetParameter(unsigned index, unsigned subindex);
 
+    /// Another number whenever a parameter may have changed.
+    unsigned GetParameterRevision() const { return parameterRevision; }
+
     /// Process input data, first byte first.
     virtual std::vector<std::uint8_t> GetPDIN();
     virtual void SetPDIN(const std::vector<std::uint8_t>& bytes);
@@ -56,11 +59,12 @@ private:
     std::vector<std::uint8_t> pdin;
     std::vector<std::uint8_t> pdout;
     std::vector<std::uint32_t> deviceInfo;
-    std::vector<Parameter*> parameters;  // owned; in order of first appearance
-    std::mutex parameterMutex;           // guards parameters
-    std::mutex pdinMutex;                // guards pdin
-    std::mutex pdoutMutex;               // guards pdout
-    std::mutex deviceInfoMutex;          // guards deviceInfo
+    std::vector<Parameter*> parameters;           // owned; in order of first appearance
+    std::mutex parameterMutex;                    // guards parameters
+    std::mutex pdinMutex;                         // guards pdin
+    std::mutex pdoutMutex;                        // guards pdout
+    std::mutex deviceInfoMutex;                   // guards deviceInfo
+    std::atomic<unsigned> parameterRevision = 0;  // raised after each change of parameters
     std::atomic<int> mode = 0;
     const std::string name = "Generic IO-Link Device";
     const std::string type = "generic";

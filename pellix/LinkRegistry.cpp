@@ -24,7 +24,7 @@ LinkInUse LinkRegistry::GetLink(const std::string& deviceString) {
         return nullptr;
     }
     for (Pellix* const link : links) {
-        if (link != nullptr && link->GetDeviceString() == deviceString &&
+        if (link != nullptr && link->IsNamed(deviceString) &&
             Pellix::IsMasterProduct(link->GetID())) {
             link->Pin();
             return LinkInUse(link);

@@ -270,20 +270,41 @@ std::vector<std::uint32_t> Pellix::GetDeviceInfo() const {
 }
 
 std::string Pellix::GetDeviceString() const {
+    const std::lock_guard<std::mutex> lock(nameMutex);
+    return CurrentName();
+}
+
+bool Pellix::IsNamed(std::string_view text) const {
+    const std::lock_guard<std::mutex> lock(nameMutex);
+    return CurrentName() == text;
+}
+
+/// Put together anew only after a change: every call looks at the names of all links before its
+/// own. What is missing is asked for, and logged, each time. Under nameMutex.
+const std::string& Pellix::CurrentName() const {
     if (!initialized) {
         LogLine() << "Pellix not initialized";
-        return {};
+        return name;  // still empty
     }
     if (!connected) {
         LogLine() << "Pellix not connected";
-        return {};
+        return name;  // still empty
     }
-    std::string text = ToSafeText(GetParameter(kProductId.index, kProductId.subindex));
+    const unsigned revision = GetDevice().GetParameterRevision();  // before what it stands for
+    if (nameRevision == revision) {
+        return name;
+    }
+    const auto productId = GetParameter(kProductId.index, kProductId.subindex);
     const auto serialNumber = GetParameter(kSerialNumber.index, kSerialNumber.subindex);
+    name = ToSafeText(productId);
     if (!serialNumber.empty()) {
-        text += " SN:" + ToSafeText(serialNumber);
+        name += " SN:" + ToSafeText(serialNumber);
     }
-    return text;
+    nameRevision.reset();
+    if (!productId.empty() && !serialNumber.empty()) {
+        nameRevision = revision;
+    }
+    return name;
 }
 
 std::string Pellix::GetModeName(int mode) {

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -104,6 +105,9 @@ public:
     /// number when there is one. Empty while not initialised or not connected (logged).
     std::string GetDeviceString() const;
 
+    /// Whether GetDeviceString() gives `text`; logs the same.
+    bool IsNamed(std::string_view text) const;
+
     static std::string GetModeName(int mode);
 
     /// Whether `product` is one of the products that a supported master calls itself.
@@ -127,6 +131,7 @@ private:
     bool ActOnMode(int mode);
     bool SwitchToOperate();
     void JoinStateThread();
+    const std::string& CurrentName() const;
 
     const std::string devicePath;
     std::atomic<bool> connected = false;
@@ -139,8 +144,11 @@ private:
     std::atomic<bool> stopped = false;        // the master has been unplugged
     std::atomic<bool> running = false;        // the three loops go on while it is true
     std::atomic<bool> stateLoopEnded = true;  // nothing of the state thread waits any more
-    unsigned pins = 0;                        // guarded by pinMutex
-    mutable std::mutex pinMutex;              // guards pins; no other lock is taken under it
+    mutable std::string name;  // the device string last put together; guarded by nameMutex
+    mutable std::optional<unsigned> nameRevision;  // of the parameters; guarded by nameMutex
+    mutable std::mutex nameMutex;                  // taken before the device's locks
+    unsigned pins = 0;                             // guarded by pinMutex
+    mutable std::mutex pinMutex;                   // guards pins; no other lock is taken under it
     std::condition_variable unpinned;
 };
 

@@ -14,6 +14,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <limits>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -88,6 +89,22 @@ TEST(LogLineTest, LineIsTimeThreadIdAndMessage) {
     }
     EXPECT_EQ(shape, "00:00:00") << text;
     EXPECT_EQ(text.substr(8), " " + std::to_string(pthread_self()) + " TavrikDaemon started\n");
+}
+
+TEST(LogLineTest, LinesOfOneThreadTellTheTimeAsItPasses) {
+    const LogCapture log;
+    std::set<std::string> times;
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (times.size() < 3 && std::chrono::steady_clock::now() < deadline) {
+        log.Clear();
+        const std::string before = TavrikDaemon::timestamp();
+        LogLine() << "now";
+        const std::string after = TavrikDaemon::timestamp();
+        const std::string time = log.Text().substr(0, before.size());
+        ASSERT_TRUE(time == before || time == after) << time << " at " << before;
+        times.insert(time);
+    }
+    EXPECT_EQ(times.size(), 3U);
 }
 
 TEST(LogLineTest, EachThreadWritesItsOwnId) {

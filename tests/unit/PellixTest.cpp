@@ -559,6 +559,27 @@ TEST_F(PellixTest, DeviceStringWithoutSerialNumberIsTheProductAlone) {
     EXPECT_EQ(log.All(), Messages{"Parameter 21 / 0 not found"});
 }
 
+TEST_F(PellixTest, MissingSerialNumberIsMissedByEveryLookup) {
+    master.SetAnswers("PARAM[21][0]?", {"FIN PARAM[21][0]\n"});
+    InitAndSettle();
+    EXPECT_TRUE(link->IsNamed("HVA"));
+    EXPECT_FALSE(link->IsNamed("HVA SN:100001"));
+    EXPECT_EQ(log.All(), (Messages(2, "Parameter 21 / 0 not found")));
+}
+
+TEST_F(PellixTest, DeviceStringFollowsItsParameters) {
+    InitAndSettle();
+    EXPECT_TRUE(link->IsNamed("HVA SN:100001"));
+    link->GetDevice().SetParameter(21, 0, {'7'});
+    EXPECT_FALSE(link->IsNamed("HVA SN:100001"));
+    EXPECT_EQ(link->GetDeviceString(), "HVA SN:7");
+    link->GetDevice().SetParameter(19, 0, {'M', 'Z', 'D'});
+    EXPECT_EQ(link->GetDeviceString(), "MZD SN:7");
+    link->GetDevice().SetMode(pellix::kModePowerFault);  // forgets them
+    EXPECT_FALSE(link->IsNamed("MZD SN:7"));
+    EXPECT_TRUE(link->IsNamed(""));
+}
+
 TEST_F(PellixTest, DeviceStringWithAnEmptySerialNumberIsTheProductAlone) {
     master.SetValue("PARAM[21][0]", "[]");
     InitAndSettle();

@@ -12,19 +12,23 @@ namespace {
 constexpr std::array kModeNames = {"DL_NONE",    "DL_ESTABCOMM", "DL_STARTUP", "DL_PREOPERATE",
                                    "DL_OPERATE", "DL_FALLBACK",  "DL_BLMODE",  "DL_POWERFAULT"};
 
-constexpr unsigned kNoDigit = 99;
+constexpr std::uint8_t kNoDigit = 99;
+
+/// By character code: what it counts as a digit, of base 16 at most.
+constexpr auto kDigitValues = [] {
+    std::array<std::uint8_t, 256> values{};
+    values.fill(kNoDigit);
+    for (unsigned i = 0; i < 10; ++i) {
+        values['0' + i] = static_cast<std::uint8_t>(i);
+    }
+    for (unsigned i = 10; i < 16; ++i) {
+        values['a' + i - 10] = values['A' + i - 10] = static_cast<std::uint8_t>(i);
+    }
+    return values;
+}();
 
 unsigned DigitValue(char c) {
-    if (c >= '0' && c <= '9') {
-        return static_cast<unsigned>(c - '0');
-    }
-    if (c >= 'a' && c <= 'f') {
-        return static_cast<unsigned>(c - 'a') + 10;
-    }
-    if (c >= 'A' && c <= 'F') {
-        return static_cast<unsigned>(c - 'A') + 10;
-    }
-    return kNoDigit;
+    return kDigitValues[static_cast<unsigned char>(c)];
 }
 
 bool IsBlank(char c) {
@@ -54,6 +58,25 @@ std::optional<Brackets> FindBrackets(std::string_view text, std::size_t start) {
     return Brackets{text.substr(open + 1, close - open - 1), close + 1};
 }
 
+/// Takes the leading number off the front of `text`; see ReadUnsigned().
+std::uint32_t TakeUnsigned(std::string_view& text, unsigned base) {
+    text = SkipBlanks(text);
+    if (base == 16 && (text.starts_with("0x") || text.starts_with("0X"))) {
+        text.remove_prefix(2);
+    }
+    std::uint32_t value = 0;
+    while (!text.empty()) {
+        const unsigned digit = DigitValue(text.front());
+        if (digit >= base) {
+            break;
+        }
+        value = value * base + digit;  // wraps: the low bits stay exact
+        text.remove_prefix(1);
+    }
+    return value;
+}
+
+/// In one pass: a line of process data is too short for searches ahead to pay.
 /// @param elements storage for the result
 template <typename Element>
 std::optional<std::vector<Element>> ReadList(std::string_view text, unsigned base,
@@ -61,23 +84,22 @@ std::optional<std::vector<Element>> ReadList(std::string_view text, unsigned bas
     if (!text.starts_with('[')) {
         return std::nullopt;
     }
-    const auto brackets = FindBrackets(text, 0);
-    if (!brackets) {
-        return std::nullopt;
-    }
+    text.remove_prefix(1);
     elements.clear();
-    std::string_view rest = brackets->content;
-    if (rest.empty()) {
+    if (text.starts_with(']')) {
         return elements;
     }
-    for (;;) {
-        const std::size_t comma = rest.find(',');
-        elements.push_back(static_cast<Element>(ReadUnsigned(rest.substr(0, comma), base)));
-        if (comma == std::string_view::npos) {
+    while (!text.empty()) {
+        elements.push_back(static_cast<Element>(TakeUnsigned(text, base)));
+        while (!text.empty() && text.front() != ',' && text.front() != ']') {
+            text.remove_prefix(1);
+        }
+        if (text.starts_with(']')) {
             return elements;
         }
-        rest.remove_prefix(comma + 1);
+        text.remove_prefix(text.empty() ? 0 : 1);
     }
+    return std::nullopt;
 }
 
 }  // namespace
@@ -108,19 +130,7 @@ std::string FormatParameterKey(ParameterAddress address) {
 }
 
 std::uint32_t ReadUnsigned(std::string_view text, unsigned base) {
-    text = SkipBlanks(text);
-    if (base == 16 && (text.starts_with("0x") || text.starts_with("0X"))) {
-        text.remove_prefix(2);
-    }
-    std::uint32_t value = 0;
-    for (const char c : text) {
-        const unsigned digit = DigitValue(c);
-        if (digit >= base) {
-            break;
-        }
-        value = value * base + digit;  // wraps: the low bits stay exact
-    }
-    return value;
+    return TakeUnsigned(text, base);
 }
 
 int ReadSigned(std::string_view text) {

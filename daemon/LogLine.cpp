@@ -81,6 +81,11 @@ LogLine::LogLine() {
     text = TavrikDaemon::CurrentPrefix();
 }
 
+LogLine& LogLine::operator<<(std::string_view part) {
+    text += part;
+    return *this;
+}
+
 LogLine::~LogLine() {
     text += '\n';
     WriteAll(STDOUT_FILENO, text);

@@ -30,17 +30,13 @@ public:
     LogLine(const LogLine&) = delete;
     LogLine& operator=(const LogLine&) = delete;
 
-    LogLine& operator<<(std::string_view part) {
-        text += part;
-        return *this;
-    }
+    LogLine& operator<<(std::string_view part);
 
     /// Appends `number` in decimal.
     LogLine& operator<<(std::integral auto number) {
         std::array<char, 24> digits;
         char* const end = std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr;
-        text.append(digits.data(), end);
-        return *this;
+        return *this << std::string_view(digits.data(), end);
     }
 
 private:

@@ -6,6 +6,8 @@
 #include <chrono>
 #include <cstdint>
 #include <exception>
+#include <filesystem>
+#include <fstream>
 #include <functional>
 #include <memory>
 #include <ostream>
@@ -96,6 +98,18 @@ Messages FiveFailures(const std::string& what, const std::string& result) {
     }
     messages.push_back("Failed (finally) to update " + what + ": " + result);
     return messages;
+}
+
+/// How many threads of this process have this timer slack, in nanoseconds.
+int ThreadsWithTimerSlack(const std::string& slack) {
+    int count = 0;
+    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+        std::ifstream file("/proc/" + task.path().filename().string() + "/timerslack_ns");
+        std::string value;
+        file >> value;
+        count += value == slack ? 1 : 0;
+    }
+    return count;
 }
 
 }  // namespace
@@ -557,6 +571,11 @@ TEST_F(PellixTest, DeviceStringWithoutSerialNumberIsTheProductAlone) {
     InitAndSettle();
     EXPECT_EQ(link->GetDeviceString(), "HVA");
     EXPECT_EQ(log.All(), Messages{"Parameter 21 / 0 not found"});
+}
+
+TEST_F(PellixTest, BothPollsMayWakeUpOneMillisecondLate) {
+    InitAndSettle();
+    EXPECT_EQ(ThreadsWithTimerSlack("1000000"), 2);
 }
 
 TEST_F(PellixTest, MissingSerialNumberIsMissedByEveryLookup) {

@@ -1,0 +1,112 @@
+// bare-server PORT...: the XML-RPC library with the daemon's options and two methods that answer a
+// constant. What a call costs here, the daemon cannot save.
+
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <limits>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include <xmlrpc-c/base.hpp>
+#include <xmlrpc-c/registry.hpp>
+#include <xmlrpc-c/server_abyss.hpp>
+
+namespace {
+
+class GetPos : public xmlrpc_c::method {
+public:
+    GetPos() {
+        _signature = "d:S";
+        _help = "";
+    }
+
+    void execute(const xmlrpc_c::paramList& params, xmlrpc_c::value* result) override {
+        const std::string device = params.getString(0);
+        params.verifyEnd(1);
+        *result = xmlrpc_c::value_double(25.0);
+    }
+};
+
+class Grip : public xmlrpc_c::method {
+public:
+    Grip() {
+        _signature = "i:Si";
+        _help = "";
+    }
+
+    void execute(const xmlrpc_c::paramList& params, xmlrpc_c::value* result) override {
+        const std::string device = params.getString(0);
+        params.getInt(1, std::numeric_limits<int>::min(), std::numeric_limits<int>::max());
+        params.verifyEnd(2);
+        *result = xmlrpc_c::value_int(0);
+    }
+};
+
+/// One port with a registry of its own, as in the daemon.
+class BareServer {
+public:
+    /// Listens already, but serves from run() on.
+    /// @throws std::exception when the port cannot be had
+    explicit BareServer(unsigned port) {
+        registry.addMethod("GetPos", xmlrpc_c::methodPtr(new GetPos));
+        registry.addMethod("Grip", xmlrpc_c::methodPtr(new Grip));
+        xmlrpc_c::serverAbyss::constrOpt options;  // named: the library's copy constructor crashes
+        options.portNumber(port);
+        options.registryP(&registry);
+        options.keepaliveMaxConn(std::numeric_limits<std::uint32_t>::max());
+        options.serverOwnsSignals(false);  // SIGINT is waited for in main()
+        abyss = std::make_unique<xmlrpc_c::serverAbyss>(options);
+    }
+
+    void run() { abyss->run(); }
+    void terminate() { abyss->terminate(); }
+
+private:
+    xmlrpc_c::registry registry;
+    std::unique_ptr<xmlrpc_c::serverAbyss> abyss;
+};
+
+void Serve(const std::vector<std::string>& ports) {
+    std::signal(SIGPIPE, SIG_IGN);  // clients hang up at any time
+    sigset_t interrupt;
+    sigemptyset(&interrupt);
+    sigaddset(&interrupt, SIGINT);
+    pthread_sigmask(SIG_BLOCK, &interrupt, nullptr);
+
+    std::vector<std::unique_ptr<BareServer>> servers;
+    for (const std::string& port : ports) {
+        servers.push_back(std::make_unique<BareServer>(std::stoul(port)));
+    }
+    std::vector<std::jthread> threads;
+    for (const auto& server : servers) {
+        threads.emplace_back(&BareServer::run, server.get());
+    }
+    constexpr std::string_view kStarted = "started\n";
+    [[maybe_unused]] const auto written = write(STDOUT_FILENO, kStarted.data(), kStarted.size());
+
+    int signal = 0;
+    sigwait(&interrupt, &signal);
+    for (const auto& server : servers) {
+        server->terminate();
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        Serve({argv + 1, argv + argc});
+        return EXIT_SUCCESS;
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "bare-server: error: %s\n", error.what());
+        return EXIT_FAILURE;
+    }
+}

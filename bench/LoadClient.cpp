@@ -1,0 +1,60 @@
+#include "bench/LoadClient.h"
+
+#include <exception>
+#include <utility>
+
+namespace bench {
+
+namespace {
+
+constexpr int kWarmUpCalls = 50;
+
+/// Address space only, until it is used: a vector that moves while calls are timed shows in them.
+constexpr std::size_t kRoomForCalls = std::size_t{1} << 20;
+
+}  // namespace
+
+LoadClient::LoadClient(LoadConnection&& openConnection, const ExpectedValue& expectedValue)
+    : connection(std::move(openConnection)), expected(expectedValue) {
+    latencies.reserve(kRoomForCalls);
+}
+
+void LoadClient::Run(std::latch& warmedUp, std::atomic<std::int64_t>& callsLeft,
+                     Clock::duration time) {
+    bool usable = true;
+    for (int calls = 0; usable && calls < kWarmUpCalls; ++calls) {
+        usable = Call();
+    }
+    warmedUp.arrive_and_wait();
+
+    start = Clock::now();
+    end = start;
+    while (usable && end - start < time && callsLeft.fetch_sub(1) > 0) {
+        usable = Call();
+        const auto answered = Clock::now();
+        latencies.push_back(answered - end);
+        end = answered;
+    }
+}
+
+/// @return whether the connection can be used further
+bool LoadClient::Call() {
+    try {
+        const std::string_view body = connection.Call();
+        if (!expected.IsOnlyValueOf(body)) {
+            NoteWrong("wrong answer: " + std::string(body));
+        }
+        return true;
+    } catch (const std::exception& error) {
+        NoteWrong(error.what());
+        return false;
+    }
+}
+
+void LoadClient::NoteWrong(const std::string& reason) {
+    if (wrong++ == 0) {
+        firstWrong = reason;
+    }
+}
+
+}  // namespace bench

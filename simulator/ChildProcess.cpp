@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <string_view>
 #include <system_error>
 
 namespace simulator {
@@ -45,7 +46,8 @@ std::vector<char*> Pointers(std::vector<std::string>& texts) {
 
 /// Runs in the child between fork and exec: nothing here may allocate or lock.
 [[noreturn]] void Execute(const std::vector<char*>& arguments,
-                          const std::vector<char*>& environment, pid_t parent) {
+                          const std::vector<char*>& environment, pid_t parent,
+                          std::string_view complaint) {
     setpgid(0, 0);
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (getppid() != parent) {
@@ -63,29 +65,31 @@ std::vector<char*> Pointers(std::vector<std::string>& texts) {
     dup2(null, STDIN_FILENO);
     close(null);
     execvpe(arguments.front(), arguments.data(), environment.data());
-    constexpr std::string_view kMessage = "pellix-sim: error: cannot run COMMAND\n";
-    [[maybe_unused]] const auto written = write(STDERR_FILENO, kMessage.data(), kMessage.size());
+    [[maybe_unused]] const auto written = write(STDERR_FILENO, complaint.data(), complaint.size());
     _exit(kCannotRun);
 }
 
 }  // namespace
 
-void ChildProcess::Start(const std::vector<std::string>& command, const Environment& additions) {
+pid_t ChildProcess::Start(const std::vector<std::string>& command, const Environment& additions) {
     std::vector<std::string> arguments = command;
     std::vector<std::string> environment = BuildEnvironment(additions);
     const std::vector<char*> argumentPointers = Pointers(arguments);
     const std::vector<char*> environmentPointers = Pointers(environment);
+    const std::string complaint =
+        std::string(program_invocation_short_name) + ": error: cannot run COMMAND\n";
     const pid_t parent = getpid();
 
     const std::lock_guard lock(mutex);
     const pid_t child = fork();
     if (child == 0) {
-        Execute(argumentPointers, environmentPointers, parent);
+        Execute(argumentPointers, environmentPointers, parent, complaint);
     }
     if (child == -1) {
         throw std::system_error(errno, std::generic_category(), "fork");
     }
     pid = child;
+    return child;
 }
 
 bool ChildProcess::Signal(int number) {

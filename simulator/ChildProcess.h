@@ -18,8 +18,9 @@ public:
     /// Starts `command` with its own process group, the default action for every signal, and
     /// /dev/null as standard input. It is killed when this process dies before it.
     /// @param additions set in the environment, over what this process has
+    /// @return its process id
     /// @throws std::system_error
-    void Start(const std::vector<std::string>& command, const Environment& additions);
+    pid_t Start(const std::vector<std::string>& command, const Environment& additions);
 
     /// Any thread. @return false when the process does not run.
     bool Signal(int number);

@@ -1,13 +1,10 @@
-#include <dlfcn.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <exception>
 #include <filesystem>
 #include <fstream>
-#include <initializer_list>
 #include <iterator>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -18,6 +15,8 @@
 #include "simulator/CommandInterpreter.h"
 #include "simulator/CommandReader.h"
 #include "simulator/Options.h"
+#include "simulator/PreloadList.h"
+#include "simulator/SignalSet.h"
 #include "simulator/Testbed.h"
 #include "simulator/UsageError.h"
 
@@ -60,46 +59,6 @@ std::string ReadScript(const Options& options) {
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-/// The loader only warns of a library that it cannot preload, and COMMAND would then run on the
-/// machine's own devices.
-void CheckLibrary(const std::string& library) {
-    void* const handle = dlopen(library.c_str(), RTLD_LAZY);
-    if (handle == nullptr) {
-        throw std::runtime_error("cannot load " + library + "; is umockdev installed?");
-    }
-    dlclose(handle);
-}
-
-/// What the user preloads comes first (a sanitizer's runtime has to), then our own library, which
-/// has to stand in front of umockdev's. Ours is named by a link in `folder`: a blank or a colon in
-/// the path of our own would end the name too early.
-std::string PreloadList(const std::filesystem::path& folder) {
-    const std::filesystem::path ownLibrary = folder / PELLIX_SIM_PRELOAD_NAME;
-    std::filesystem::create_symlink(
-        std::filesystem::read_symlink("/proc/self/exe").parent_path() / PELLIX_SIM_PRELOAD_NAME,
-        ownLibrary);
-    CheckLibrary(ownLibrary);
-    CheckLibrary(UMOCKDEV_PRELOAD_NAME);
-    const char* const usersList = std::getenv("LD_PRELOAD");  // NOLINT(concurrency-mt-unsafe)
-    const std::string first = usersList == nullptr ? "" : std::string(usersList) + ":";
-    return first + ownLibrary.string() + ":" + UMOCKDEV_PRELOAD_NAME;
-}
-
-/// The signals that the main thread waits for; all others stay as they are.
-sigset_t BlockSignals() {
-    sigset_t set;
-    sigemptyset(&set);
-    for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGCHLD}) {
-        // A signal that was ignored when we started would never arrive.
-        std::signal(number, SIG_DFL);
-        sigaddset(&set, number);
-    }
-    pthread_sigmask(SIG_BLOCK, &set, nullptr);
-    std::signal(SIGPIPE, SIG_IGN);
-    std::signal(SIGTTIN, SIG_IGN);
-    return set;
-}
-
 /// Passes signals on to COMMAND until that has ended.
 /// @return its exit status
 int AwaitEnd(ChildProcess& child, const sigset_t& signals) {
@@ -119,7 +78,8 @@ int Run(const Options& options) {
     const std::string script = ReadScript(options);
     ChildProcess child;
     Testbed testbed;
-    const std::string preloadList = PreloadList(testbed.Folder());
+    const std::string preloadList = PreloadList(
+        testbed.Folder(), std::filesystem::read_symlink("/proc/self/exe").parent_path());
     Cell cell(BuildStations(options));
     CommandInterpreter interpreter(cell, testbed, options.ttyStart, Print,
                                    [&child] { return child.Signal(SIGINT); });

@@ -1,0 +1,73 @@
+#include "bench/FastMaster.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <string_view>
+
+namespace bench {
+
+namespace {
+
+constexpr std::string_view kStreamLine = "@PDIN=[9,c4,0,3]\n";
+constexpr std::size_t kUnsentLimit = 4096;
+
+static_assert(FastMaster::kLinesPerWrite == kUnsentLimit / kStreamLine.size());
+
+const std::string& StreamText() {
+    static const std::string text = [] {
+        std::string lines;
+        for (std::size_t count = 0; count < FastMaster::kLinesPerWrite; ++count) {
+            lines += kStreamLine;
+        }
+        return lines;
+    }();
+    return text;
+}
+
+}  // namespace
+
+FastMaster::FastMaster(unsigned masterNumber, std::uint64_t& lineCounter)
+    : knownAnswers(masterNumber), lineCount(lineCounter), port(simulator::PtyPort::Start::Raw) {
+    answers.reserve(2 * kUnsentLimit);
+}
+
+void FastMaster::Receive() {
+    const ssize_t count = read(port.Descriptor(), requests.Room(), LineBuffer::kReadSize);
+    if (count <= 0) {
+        return;
+    }
+    requests.Take(static_cast<std::size_t>(count), [this](std::string_view request) {
+        if (answers.size() < kUnsentLimit) {
+            knownAnswers.Append(request, answers);
+        }
+    });
+    Flush();
+}
+
+void FastMaster::Stream(std::size_t count) {
+    if (WaitsForRoom()) {
+        return;
+    }
+    const std::size_t lines = std::min(count, kLinesPerWrite);
+    begun += Write(StreamText().data() + begun, lines * kStreamLine.size() - begun);
+    lineCount += begun / kStreamLine.size();
+    begun %= kStreamLine.size();
+}
+
+void FastMaster::Flush() {
+    if (begun != 0 && !answers.empty()) {
+        answers.insert(0, kStreamLine.substr(begun));
+        begun = 0;
+        ++lineCount;
+    }
+    answers.erase(0, Write(answers.data(), answers.size()));
+}
+
+/// @return how much of it the tty took
+std::size_t FastMaster::Write(const char* text, std::size_t length) {
+    const ssize_t count = write(port.Descriptor(), text, length);
+    return count > 0 ? static_cast<std::size_t>(count) : 0U;
+}
+
+}  // namespace bench

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <thread>
+
+#include "bench/LineBuffer.h"
+#include "simulator/FileDescriptor.h"
+
+namespace bench {
+
+/// One request and its answer at the least cost that two threads allow: the caller writes and
+/// sleeps, another thread reads the answer and wakes it.
+class Handover {
+public:
+    /// Opens the tty of a master.
+    /// @throws std::system_error
+    explicit Handover(const std::string& path);
+
+    /// Ends within 1 s, when no more comes from the master.
+    ~Handover() = default;
+
+    /// Has the master take process output.
+    /// @return how long it took until the answer was here
+    /// @throws std::runtime_error when there is none within 1 s
+    std::chrono::nanoseconds Round();
+
+private:
+    void Read(const std::stop_token& stop);
+    void TakeLine(std::string_view line);
+
+    simulator::FileDescriptor tty;
+    std::mutex mutex;  // guards answered
+    std::condition_variable condition;
+    bool answered = false;
+    std::jthread reader;
+};
+
+}  // namespace bench

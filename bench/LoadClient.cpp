@@ -30,10 +30,12 @@ void LoadClient::Run(std::latch& warmedUp, std::atomic<std::int64_t>& callsLeft,
     start = Clock::now();
     end = start;
     while (usable && end - start < time && callsLeft.fetch_sub(1) > 0) {
+        const auto called = end;
         usable = Call();
-        const auto answered = Clock::now();
-        latencies.push_back(answered - end);
-        end = answered;
+        end = Clock::now();
+        if (usable) {
+            latencies.push_back(end - called);
+        }
     }
 }
 

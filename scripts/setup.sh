@@ -1,7 +1,8 @@
 # Sourced by the programs beside it: progress lines, the packages of a build, the build itself.
 
 PACKAGES=(cmake g++ make git pkg-config libxmlrpc-c++8-dev libxmlrpc-core-c3-dev libudev-dev
-          umockdev libumockdev-dev libgtest-dev python3 systemd nftables faketime)
+          umockdev libumockdev-dev libgtest-dev libbenchmark-dev python3
+          systemd nftables faketime)
 
 # What the checks beyond scripts/test need: lint, memcheck, coverage, fuzz.
 CHECK_PACKAGES=(clang-format clang-tidy cppcheck valgrind libc6-dbg gcovr

@@ -1,6 +1,7 @@
 // bench-load: keeps servers busy with one call, checks every answer, and tells how long they took.
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <deque>
@@ -46,7 +47,7 @@ void RunAll(std::deque<LoadClient>& clients, const LoadOptions& options) {
             std::chrono::duration<double>(*options.seconds));
     }
     std::latch warmedUp(static_cast<std::ptrdiff_t>(clients.size()));
-    std::vector<std::jthread> threads;
+    std::deque<std::jthread> threads;
     for (LoadClient& client : clients) {
         threads.emplace_back([&, time] { client.Run(warmedUp, callsLeft, time); });
     }
@@ -66,16 +67,17 @@ std::uint64_t Report(const std::deque<LoadClient>& clients) {
     }
     std::sort(latencies.begin(), latencies.end());
     const double seconds = std::chrono::duration<double>(end - start).count();
+    const auto calls = static_cast<double>(latencies.size());
     const auto percentile = [&](double percent) {
         return latencies.empty() ? 0 : PercentileUs(latencies, percent);
     };
     std::printf(
-        "{\"calls\": %zu, \"seconds\": %.6f, \"callsPerSecond\": %.1f, \"p50Us\": %.2f, "
-        "\"p90Us\": %.2f, \"p99Us\": %.2f, \"p999Us\": %.2f, \"maxUs\": %.2f, "
+        "{\"warmUpCalls\": %zu, \"calls\": %zu, \"seconds\": %.6f, \"callsPerSecond\": %.1f, "
+        "\"p50Us\": %.2f, \"p90Us\": %.2f, \"p99Us\": %.2f, \"p999Us\": %.2f, \"maxUs\": %.2f, "
         "\"wrong\": %llu}\n",
-        latencies.size(), seconds, static_cast<double>(latencies.size()) / seconds, percentile(50),
-        percentile(90), percentile(99), percentile(99.9), percentile(100),
-        static_cast<unsigned long long>(wrong));
+        clients.size() * LoadClient::kWarmUpCalls, latencies.size(), seconds,
+        latencies.empty() ? 0 : calls / seconds, percentile(50), percentile(90), percentile(99),
+        percentile(99.9), percentile(100), static_cast<unsigned long long>(wrong));
     return wrong;
 }
 

@@ -41,16 +41,16 @@ std::string_view WithoutType(std::string_view value) {
 
 }  // namespace
 
-ExpectedValue::ExpectedValue(const std::string& expected)
-    : text(expected), number(ParseNumber(expected)) {}
+ExpectedValue::ExpectedValue(const std::string& content)
+    : text(content), number(ParseNumber(content)) {}
 
 bool ExpectedValue::IsOnlyValueOf(std::string_view body) const {
     const std::optional<std::string_view> value = OnlyValue(body);
     if (!value) {
         return false;
     }
-    const std::string_view content = WithoutType(*value);
-    return content == text || (number && ParseNumber(content) == number);
+    const std::string_view given = WithoutType(*value);
+    return given == text || (number && ParseNumber(given) == number);
 }
 
 }  // namespace bench

@@ -9,8 +9,8 @@ namespace bench {
 /// The value that every answer has to hold.
 class ExpectedValue {
 public:
-    /// @param text as between the tags of the value's type; a number equals every spelling of it
-    explicit ExpectedValue(const std::string& text);
+    /// @param content as between the tags of the value's type; a number equals every spelling of it
+    explicit ExpectedValue(const std::string& content);
 
     /// @param body XML of a whole answer
     /// @return whether it holds one value and no other, and that is the expected one

@@ -7,8 +7,6 @@ namespace bench {
 
 namespace {
 
-constexpr int kWarmUpCalls = 50;
-
 /// Address space only, until it is used: a vector that moves while calls are timed shows in them.
 constexpr std::size_t kRoomForCalls = std::size_t{1} << 20;
 
@@ -22,7 +20,7 @@ LoadClient::LoadClient(LoadConnection&& openConnection, const ExpectedValue& exp
 void LoadClient::Run(std::latch& warmedUp, std::atomic<std::int64_t>& callsLeft,
                      Clock::duration time) {
     bool usable = true;
-    for (int calls = 0; usable && calls < kWarmUpCalls; ++calls) {
+    for (unsigned calls = 0; usable && calls < kWarmUpCalls; ++calls) {
         usable = Call();
     }
     warmedUp.arrive_and_wait();

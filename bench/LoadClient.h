@@ -18,10 +18,12 @@ class LoadClient {
 public:
     using Clock = std::chrono::steady_clock;
 
+    static constexpr unsigned kWarmUpCalls = 50;
+
     LoadClient(LoadConnection&& openConnection, const ExpectedValue& expectedValue);
 
-    /// Makes some calls that do not count, waits for the other clients, and makes calls for so
-    /// long, or until none are left, or until the connection is of no more use.
+    /// Makes kWarmUpCalls calls that do not count, waits for the other clients, and makes calls for
+    /// so long, or until none are left, or until the connection is of no more use.
     /// @param callsLeft of all clients together
     void Run(std::latch& warmedUp, std::atomic<std::int64_t>& callsLeft, Clock::duration time);
 

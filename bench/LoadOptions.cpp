@@ -1,7 +1,7 @@
 #include "bench/LoadOptions.h"
 
 #include <limits>
-#include <map>
+#include <set>
 
 #include "simulator/TextTools.h"
 #include "simulator/UsageError.h"
@@ -49,11 +49,14 @@ void ReadOption(LoadOptions& options, const std::string& option, const std::stri
 }
 
 void Check(const LoadOptions& options) {
-    if (options.ports.empty() || options.connections == 0 || options.method.empty()) {
-        throw UsageError("--ports, --connections and --method are needed");
+    if (options.ports.empty() || options.connections == 0) {
+        throw UsageError("one port and one connection are the least");
     }
     if (options.seconds.has_value() == options.calls.has_value()) {
         throw UsageError("either --seconds or --calls is needed");
+    }
+    if (options.seconds && *options.seconds <= 0) {
+        throw UsageError("--seconds must be larger than 0");
     }
     if ((options.method + options.device).find_first_of("<&") != std::string::npos) {
         throw UsageError("--method and --device take no < and no &");
@@ -64,11 +67,16 @@ void Check(const LoadOptions& options) {
 
 LoadOptions ParseLoadOptions(std::span<const std::string> arguments) {
     LoadOptions options;
+    std::set<std::string> missing{"--ports", "--connections", "--method", "--device", "--expect"};
     for (; !arguments.empty(); arguments = arguments.subspan(2)) {
         if (arguments.size() == 1) {
             throw UsageError(arguments[0] + " needs a value");
         }
         ReadOption(options, arguments[0], arguments[1]);
+        missing.erase(arguments[0]);
+    }
+    if (!missing.empty()) {
+        throw UsageError(*missing.begin() + " is needed");
     }
     Check(options);
     return options;

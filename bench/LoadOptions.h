@@ -11,7 +11,7 @@ namespace bench {
 /// The command line of bench-load.
 struct LoadOptions {
     std::vector<unsigned> ports;
-    unsigned connections = 1;
+    unsigned connections = 0;
     std::optional<double> seconds;       ///< either these
     std::optional<std::uint64_t> calls;  ///< or these, of all connections together
     std::string method;

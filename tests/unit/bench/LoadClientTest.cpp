@@ -7,7 +7,7 @@
 namespace bench {
 namespace {
 
-constexpr std::size_t kWarmUpCalls = 50;
+constexpr std::size_t kWarmUpCalls = LoadClient::kWarmUpCalls;
 constexpr std::size_t kManyCalls = 1000;
 
 std::string Answer(const std::string& content) {
@@ -16,7 +16,7 @@ std::string Answer(const std::string& content) {
 }
 
 LoadClient Connect(const AnsweringServer& server) {
-    return LoadClient(LoadConnection(server.Port(), "POST"), ExpectedValue("0"));
+    return {LoadConnection(server.Port(), "POST"), ExpectedValue("0")};
 }
 
 void MakeCalls(LoadClient& client, std::int64_t calls) {

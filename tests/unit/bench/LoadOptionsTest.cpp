@@ -35,8 +35,19 @@ TEST(LoadOptionsTest, RefusesWhatItDoesNotUnderstand) {
     EXPECT_THROW(Parse({"--calls", "1", "--ports", ""}), simulator::UsageError);
     EXPECT_THROW(Parse({"--calls", "1", "--connections", "0"}), simulator::UsageError);
     EXPECT_THROW(Parse({"--calls", "1", "--device", "a<b"}), simulator::UsageError);
+    EXPECT_THROW(Parse({"--seconds", "0"}), simulator::UsageError);
     EXPECT_THROW(Parse({"--calls"}), simulator::UsageError);
     EXPECT_THROW(Parse({"--cals", "1"}), simulator::UsageError);
+}
+
+TEST(LoadOptionsTest, NamesWhatIsMissing) {
+    try {
+        ParseLoadOptions(std::vector<std::string>{"--ports", "1", "--connections", "1", "--method",
+                                                  "GetPos", "--device", "HVA"});
+        FAIL();
+    } catch (const simulator::UsageError& error) {
+        EXPECT_STREQ(error.what(), "--expect is needed");
+    }
 }
 
 TEST(LoadOptionsTest, RequestSaysItsOwnLength) {

@@ -3,13 +3,16 @@
 
 #include <unistd.h>
 
+#include <charconv>
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <deque>
 #include <exception>
 #include <limits>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -29,7 +32,7 @@ public:
     }
 
     void execute(const xmlrpc_c::paramList& params, xmlrpc_c::value* result) override {
-        const std::string device = params.getString(0);
+        params.getString(0);
         params.verifyEnd(1);
         *result = xmlrpc_c::value_double(25.0);
     }
@@ -43,7 +46,7 @@ public:
     }
 
     void execute(const xmlrpc_c::paramList& params, xmlrpc_c::value* result) override {
-        const std::string device = params.getString(0);
+        params.getString(0);
         params.getInt(1, std::numeric_limits<int>::min(), std::numeric_limits<int>::max());
         params.verifyEnd(2);
         *result = xmlrpc_c::value_int(0);
@@ -74,6 +77,16 @@ private:
     std::unique_ptr<xmlrpc_c::serverAbyss> abyss;
 };
 
+unsigned ParsePort(const std::string& text) {
+    std::uint16_t port = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), port);
+    if (error != std::errc() || end != text.data() + text.size()) {
+        throw std::invalid_argument("not a port: " + text);
+    }
+    return port;
+}
+
+/// Serves on all ports until SIGINT.
 void Serve(const std::vector<std::string>& ports) {
     std::signal(SIGPIPE, SIG_IGN);  // clients hang up at any time
     sigset_t interrupt;
@@ -81,21 +94,21 @@ void Serve(const std::vector<std::string>& ports) {
     sigaddset(&interrupt, SIGINT);
     pthread_sigmask(SIG_BLOCK, &interrupt, nullptr);
 
-    std::vector<std::unique_ptr<BareServer>> servers;
+    std::deque<BareServer> servers;
     for (const std::string& port : ports) {
-        servers.push_back(std::make_unique<BareServer>(std::stoul(port)));
+        servers.emplace_back(ParsePort(port));
     }
-    std::vector<std::jthread> threads;
-    for (const auto& server : servers) {
-        threads.emplace_back(&BareServer::run, server.get());
+    std::deque<std::jthread> threads;
+    for (BareServer& server : servers) {
+        threads.emplace_back(&BareServer::run, &server);
     }
     constexpr std::string_view kStarted = "started\n";
     [[maybe_unused]] const auto written = write(STDOUT_FILENO, kStarted.data(), kStarted.size());
 
     int signal = 0;
     sigwait(&interrupt, &signal);
-    for (const auto& server : servers) {
-        server->terminate();
+    for (BareServer& server : servers) {
+        server.terminate();
     }
 }
 
@@ -103,6 +116,9 @@ void Serve(const std::vector<std::string>& ports) {
 
 int main(int argc, char** argv) {
     try {
+        if (argc == 1) {
+            throw std::invalid_argument("no PORT given");
+        }
         Serve({argv + 1, argv + argc});
         return EXIT_SUCCESS;
     } catch (const std::exception& error) {

@@ -163,8 +163,10 @@ class ClientTest(ClientTestCase):
 class ShortageTest(ClientTestCase):
     def test_a_port_that_ran_out_of_descriptors_answers_again(self):
         pid = self.cell.daemon_pid()
+        before = descriptors(pid)
         for port in PORTS:
             with self.subTest(port=port), contextlib.ExitStack() as connections:
+                wait_until(lambda: descriptors(pid) == before)  # no gaps that are free as well
                 limit_descriptors(pid, spare=1)
                 with contextlib.suppress(ConnectionError):
                     for _ in range(3):
@@ -174,9 +176,13 @@ class ShortageTest(ClientTestCase):
             wait_until(lambda: answers(port))
 
 
+def descriptors(pid):
+    return set(map(int, os.listdir(f"/proc/{pid}/fd")))
+
+
 def limit_descriptors(pid, spare):
     """Lets process `pid` have `spare` descriptors more than it has."""
-    highest = max(map(int, os.listdir(f"/proc/{pid}/fd")))
+    highest = max(descriptors(pid))
     _, most = resource.prlimit(pid, resource.RLIMIT_NOFILE)
     resource.prlimit(pid, resource.RLIMIT_NOFILE, (highest + 1 + spare, most))
 

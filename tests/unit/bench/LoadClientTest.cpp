@@ -10,7 +10,7 @@ namespace {
 constexpr std::size_t kWarmUpCalls = LoadClient::kWarmUpCalls;
 constexpr std::size_t kManyCalls = 1000;
 
-std::string Answer(const std::string& content) {
+std::string HttpAnswerOf(const std::string& content) {
     const std::string body = "<value><int>" + content + "</int></value>";
     return "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
 }
@@ -26,7 +26,7 @@ void MakeCalls(LoadClient& client, std::int64_t calls) {
 }
 
 TEST(LoadClientTest, CountsCallsAfterTheWarmUp) {
-    const AnsweringServer server(std::vector(kManyCalls, Answer("0")));
+    const AnsweringServer server(std::vector(kManyCalls, HttpAnswerOf("0")));
     LoadClient client = Connect(server);
     MakeCalls(client, 7);
     EXPECT_EQ(client.Latencies().size(), 7U);
@@ -42,7 +42,7 @@ TEST(LoadClientTest, CountsCallsAfterTheWarmUp) {
 
 TEST(LoadClientTest, EndsWithItsTime) {
     constexpr std::chrono::milliseconds kTime{20};
-    const AnsweringServer server(std::vector(20 * kManyCalls, Answer("0")));
+    const AnsweringServer server(std::vector(20 * kManyCalls, HttpAnswerOf("0")));
     LoadClient client = Connect(server);
     std::latch warmedUp(1);
     std::atomic<std::int64_t> callsLeft = std::numeric_limits<std::int64_t>::max();
@@ -53,9 +53,9 @@ TEST(LoadClientTest, EndsWithItsTime) {
 }
 
 TEST(LoadClientTest, WrongAnswerIsCountedAndKept) {
-    std::vector<std::string> answers(kManyCalls, Answer("0"));
-    answers[kWarmUpCalls + 1] = Answer("12");
-    answers[kWarmUpCalls + 3] = Answer("5");
+    std::vector<std::string> answers(kManyCalls, HttpAnswerOf("0"));
+    answers[kWarmUpCalls + 1] = HttpAnswerOf("12");
+    answers[kWarmUpCalls + 3] = HttpAnswerOf("5");
     const AnsweringServer server(answers);
     LoadClient client = Connect(server);
     MakeCalls(client, 10);
@@ -65,8 +65,8 @@ TEST(LoadClientTest, WrongAnswerIsCountedAndKept) {
 }
 
 TEST(LoadClientTest, WrongAnswerIsWrongDuringTheWarmUpToo) {
-    std::vector<std::string> answers(kManyCalls, Answer("0"));
-    answers[kWarmUpCalls - 1] = Answer("12");
+    std::vector<std::string> answers(kManyCalls, HttpAnswerOf("0"));
+    answers[kWarmUpCalls - 1] = HttpAnswerOf("12");
     const AnsweringServer server(answers);
     LoadClient client = Connect(server);
     MakeCalls(client, 10);
@@ -74,7 +74,7 @@ TEST(LoadClientTest, WrongAnswerIsWrongDuringTheWarmUpToo) {
 }
 
 TEST(LoadClientTest, StopsWhenTheServerHangsUp) {
-    const AnsweringServer server(std::vector(kWarmUpCalls + 3, Answer("0")));
+    const AnsweringServer server(std::vector(kWarmUpCalls + 3, HttpAnswerOf("0")));
     LoadClient client = Connect(server);
     MakeCalls(client, 10);
     EXPECT_EQ(client.Wrong(), 1U);

@@ -89,12 +89,10 @@ void retireServers() {
 }
 
 void keepStandardDescriptors() {
-    int fd = STDIN_FILENO;
-    while (fd >= 0 && fd <= STDERR_FILENO) {
-        fd = ::open("/dev/null", O_RDWR);
-    }
-    if (fd >= 0) {
-        ::close(fd);
+    for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (::fcntl(fd, F_GETFD) == -1) {
+            ::open("/dev/null", O_RDWR);  // becomes the lowest that is free, which is this one
+        }
     }
 }
 

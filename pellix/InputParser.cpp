@@ -104,8 +104,8 @@ bool InputParser::Append(const std::string& data) {
     return true;
 }
 
-/// Whole lines are cut out of the stream's text by hand, which takes a quarter of the time. The
-/// stream itself reads what is behind the last of them, and its end.
+/// Whole lines are cut out of the stream's text by hand, which takes a quarter of the time; the
+/// stream itself only reads what is behind the last of them.
 void InputParser::HandleLines() {
     linesLeft = true;
     const std::string_view input = inputStream.view();
@@ -119,11 +119,13 @@ void InputParser::HandleLines() {
         }
         HandleLine(text);
     }
-    inputStream.seekg(static_cast<std::streamoff>(nextLine));
-    std::getline(inputStream, line);
-    nextLine = 0;
     linesLeft = false;
-    SettleStream();
+    if (nextLine < input.size()) {
+        inputStream.seekg(static_cast<std::streamoff>(nextLine));
+        std::getline(inputStream, line);
+        SettleStream();
+    }
+    nextLine = 0;
 }
 
 /// On purpose: a last line without its line feed has been read and is lost; the stream stays at

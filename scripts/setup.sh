@@ -8,8 +8,8 @@ PACKAGES=(cmake g++ make git pkg-config libxmlrpc-c++8-dev libxmlrpc-core-c3-dev
 CHECK_PACKAGES=(clang-format clang-tidy cppcheck valgrind libc6-dbg gcovr
                 clang-14 libclang-rt-14-dev llvm-14)
 
-# What scripts/bench needs beyond scripts/test: Node, which may have come from elsewhere.
-BENCH_PACKAGES=()
+# What scripts/bench needs beyond scripts/test: plots; Node, which may have come from elsewhere.
+BENCH_PACKAGES=(gnuplot-nox)
 command -v node >/dev/null || BENCH_PACKAGES+=(nodejs)
 command -v npm >/dev/null || BENCH_PACKAGES+=(npm)
 

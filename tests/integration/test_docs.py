@@ -214,8 +214,10 @@ class ShellCommandsTest(CellTestCase):
     STOP = 'kill -INT "$(pidof TavrikDaemon)"'
     RUN_BY_CI = ("scripts/test", "scripts/demo --tour", "scripts/test asan", "scripts/test tsan",
                  "scripts/coverage", "scripts/memcheck", "scripts/lint", "scripts/fuzz",
-                 "scripts/soak 2")
+                 "scripts/bench --quick", "scripts/soak 2")
     RUN_NOWHERE = {
+        "scripts/bench": "ten minutes; its quick form is run by CI",
+        "scripts/bench --publish": "changes the page that has the command",
         "scripts/demo": "serves until Ctrl-C; the tour builds and starts the same cell",
         "cmake --preset release && cmake --build --preset release": "scripts/demo does it",
         "cmake --preset release -D TAVRIK_CORVANE_VENDOR_ID=31249": "only configures",

@@ -6,7 +6,7 @@ from figures import Figure, at_least, at_most
 from processes import pinned_to_one
 from rounds import SETTLING, alternate, column, in_turn
 from servers import BARE, DAEMON, Server
-from streams import MASTERS, RATE
+from streams import MASTERS, RATE, Readers
 from world import PROGRAMS, Cell
 
 BARE_CALL = "bare server of the same library"
@@ -37,15 +37,22 @@ def cpu_of_get_pos(plan):
 
 
 def latency_under_stream(plan):
+    """The second limit is what reading the lines, by whatever program, takes from the callers."""
     def latency(masters, rate):
         with Server(DAEMON, masters=masters) as daemon:  # there can be one only at a time
             daemon.stream(rate)
             time.sleep(SETTLING)
-            return daemon.load("GetPos", CONNECTIONS, plan.seconds)
-    ours, limit = alternate(plan.rounds, lambda: latency(MASTERS, RATE), lambda: latency(1, 0))
-    yield Figure(f"GetPos p99, {CONNECTIONS} connections, {MASTERS} masters with {RATE} lines/s",
-                 "µs", column(ours, "p99Us"), column(limit, "p99Us"), "the same, one quiet master",
-                 at_most(1.5))
+            return daemon.load("GetPos", CONNECTIONS, plan.seconds)["p99Us"]
+
+    def latency_beside_readers():
+        with Readers(MASTERS) as readers:
+            readers.stream(RATE)
+            return latency(1, 0)
+    ours, quiet, beside = alternate(plan.rounds, lambda: latency(MASTERS, RATE),
+                                    lambda: latency(1, 0), latency_beside_readers)
+    name = f"GetPos p99, {CONNECTIONS} connections, {MASTERS} masters with {RATE} lines/s"
+    yield Figure(name, "µs", ours, quiet, "the same, one quiet master", at_most(1.5))
+    yield Figure(name, "µs", ours, beside, "one quiet master, plain readers beside")
 
 
 def grips(plan):

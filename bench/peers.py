@@ -3,7 +3,7 @@
 from calls import CONNECTIONS, get_pos
 from figures import Figure, at_least
 from rounds import column, in_turn
-from servers import DAEMON, NODE_PEER, Server, python_peer
+from servers import BARE, DAEMON, NODE_PEER, Server, python_peer
 from world import PROGRAMS
 
 PYTHON_IS = "threading Python daemon"
@@ -11,8 +11,10 @@ NODE_PACKAGES = PROGRAMS / "peers" / "node_modules"  # not there where nothing c
 
 
 def peers(plan):
-    yield compare(plan, python_peer(1), 1, "GetPos, 8 connections", PYTHON_IS, at_least(4),
-                  get_pos(CONNECTIONS, plan.seconds))
+    load = get_pos(CONNECTIONS, plan.seconds)
+    yield compare(plan, python_peer(1), 1, "GetPos, 8 connections", PYTHON_IS, at_least(4), load)
+    yield compare(plan, python_peer(1), 1, "The same, of the bare server", PYTHON_IS, None, load,
+                  ours=BARE)
     yield compare(plan, python_peer(CONNECTIONS), CONNECTIONS,
                   "Grip, 8 connections, a gripper each", PYTHON_IS, at_least(1.3),
                   lambda server: server.load_grippers("Grip", plan.seconds))
@@ -20,11 +22,11 @@ def peers(plan):
                   lambda server: server.load("Grip", 1, plan.seconds))
     if NODE_PACKAGES.is_dir():
         yield compare(plan, NODE_PEER, 1, "GetPos, 8 connections", "Node server of constants", None,
-                      get_pos(CONNECTIONS, plan.seconds))
+                      load)
 
 
-def compare(plan, peer, masters, name, peer_is, goal, load):
-    with Server(peer, masters=masters) as theirs, Server(DAEMON, masters=masters) as daemon:
-        ours, limit = in_turn(plan.rounds, load, daemon, theirs)
-    return Figure(name, "/s", column(ours, "callsPerSecond"), column(limit, "callsPerSecond"),
+def compare(plan, peer, masters, name, peer_is, goal, load, ours=DAEMON):
+    with Server(peer, masters=masters) as theirs, Server(ours, masters=masters) as server:
+        values, limits = in_turn(plan.rounds, load, server, theirs)
+    return Figure(name, "/s", column(values, "callsPerSecond"), column(limits, "callsPerSecond"),
                   peer_is, goal)

@@ -52,6 +52,12 @@ TEST_F(ChildProcessTest, GetsTheAdditionsToTheEnvironment) {
     EXPECT_EQ(Status(), 0);
 }
 
+TEST_F(ChildProcessTest, TellsItsProcessId) {
+    const pid_t pid = child.Start({"sleep", "60"}, {});
+    EXPECT_EQ(kill(pid, SIGKILL), 0);
+    EXPECT_EQ(Status(), 128 + SIGKILL);
+}
+
 TEST_F(ChildProcessTest, ReadsNothingFromOurInput) {
     Shell("read line; test $? -eq 1");
     EXPECT_EQ(Status(), 0);

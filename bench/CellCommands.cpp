@@ -30,7 +30,7 @@ std::optional<std::uint64_t> CellCommands::Answer(std::string_view line) {
     simulator::CommandWords words(line);
     const std::string name = words.Take();
     const auto takeLast = [&words] {
-        const std::string word = words.Take();
+        std::string word = words.Take();
         words.End();
         return word;
     };

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <string_view>
 
 namespace bench {
@@ -12,18 +13,15 @@ namespace {
 constexpr std::string_view kStreamLine = "@PDIN=[9,c4,0,3]\n";
 constexpr std::size_t kUnsentLimit = 4096;
 
-static_assert(FastMaster::kLinesPerWrite == kUnsentLimit / kStreamLine.size());
-
-const std::string& StreamText() {
-    static const std::string text = [] {
-        std::string lines;
-        for (std::size_t count = 0; count < FastMaster::kLinesPerWrite; ++count) {
-            lines += kStreamLine;
-        }
-        return lines;
-    }();
+constexpr auto RepeatStreamLine() {
+    std::array<char, FastMaster::kLinesPerWrite * kStreamLine.size()> text{};
+    for (std::size_t index = 0; index < text.size(); ++index) {
+        text[index] = kStreamLine[index % kStreamLine.size()];
+    }
     return text;
 }
+
+constexpr auto kStreamText = RepeatStreamLine();
 
 }  // namespace
 
@@ -50,7 +48,7 @@ void FastMaster::Stream(std::size_t count) {
         return;
     }
     const std::size_t lines = std::min(count, kLinesPerWrite);
-    begun += Write(StreamText().data() + begun, lines * kStreamLine.size() - begun);
+    begun += Write(kStreamText.data() + begun, lines * kStreamLine.size() - begun);
     lineCount += begun / kStreamLine.size();
     begun %= kStreamLine.size();
 }

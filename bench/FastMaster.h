@@ -22,6 +22,8 @@ public:
     /// @param lineCounter counts up with every line of process data; outlives the master
     /// @throws std::system_error when there is no pty to be had
     FastMaster(unsigned masterNumber, std::uint64_t& lineCounter);
+    FastMaster(const FastMaster&) = delete;
+    FastMaster& operator=(const FastMaster&) = delete;
 
     /// Node of the tty ("/dev/pts/3").
     const std::string& NodePath() const { return port.NodePath(); }

@@ -26,6 +26,8 @@ public:
     /// @param count how many there are, none of them plugged in; at most 100
     /// @throws std::system_error
     explicit FastMasters(std::size_t count);
+    FastMasters(const FastMasters&) = delete;
+    FastMasters& operator=(const FastMasters&) = delete;
 
     /// @return the node of the new tty
     /// @throws std::runtime_error when there is no such master, or it is plugged in

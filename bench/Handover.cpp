@@ -22,10 +22,18 @@ constexpr std::string_view kLastLine = "FIN PDOUT";
 Handover::Handover(const std::string& path)
     : tty(OpenTty(path)), reader([this](const std::stop_token& stop) { Read(stop); }) {}
 
+Handover::~Handover() {
+    reader.request_stop();
+    Send();
+}
+
 std::chrono::nanoseconds Handover::Round() {
     const auto start = Clock::now();
-    answered = false;  // nobody else looks at it before the request is out
-    if (write(tty.Get(), kRequest.data(), kRequest.size()) != std::ssize(kRequest)) {
+    {
+        const std::lock_guard lock(mutex);
+        answered = false;
+    }
+    if (!Send()) {
         throw std::runtime_error("the tty takes no request");
     }
     std::unique_lock lock(mutex);
@@ -33,6 +41,10 @@ std::chrono::nanoseconds Handover::Round() {
         throw std::runtime_error("the master does not answer");
     }
     return Clock::now() - start;
+}
+
+bool Handover::Send() const {
+    return write(tty.Get(), kRequest.data(), kRequest.size()) == std::ssize(kRequest);
 }
 
 void Handover::Read(const std::stop_token& stop) {

@@ -20,8 +20,10 @@ public:
     /// @throws std::system_error
     explicit Handover(const std::string& path);
 
-    /// Ends within 1 s, when no more comes from the master.
-    ~Handover() = default;
+    /// Takes one round more, which ends the other thread's read; 1 s when the master is silent.
+    ~Handover();
+    Handover(const Handover&) = delete;
+    Handover& operator=(const Handover&) = delete;
 
     /// Has the master take process output.
     /// @return how long it took until the answer was here
@@ -29,6 +31,7 @@ public:
     std::chrono::nanoseconds Round();
 
 private:
+    bool Send() const;
     void Read(const std::stop_token& stop);
     void TakeLine(std::string_view line);
 

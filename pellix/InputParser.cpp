@@ -3,6 +3,7 @@
 #include <chrono>
 #include <string_view>
 #include <thread>
+#include <utility>
 
 #include "daemon/LogLine.h"
 #include "pellix/CatchAll.h"
@@ -120,12 +121,12 @@ void InputParser::HandleLines() {
         HandleLine(text);
     }
     linesLeft = false;
-    if (nextLine < input.size()) {
-        inputStream.seekg(static_cast<std::streamoff>(nextLine));
+    const std::size_t rest = std::exchange(nextLine, 0);  // before anything can throw
+    if (rest < input.size()) {
+        inputStream.seekg(static_cast<std::streamoff>(rest));
         std::getline(inputStream, line);
         SettleStream();
     }
-    nextLine = 0;
 }
 
 /// On purpose: a last line without its line feed has been read and is lost; the stream stays at

@@ -504,3 +504,14 @@ TEST_F(InputParserTest, PartialLineThatCannotBeReadEmptiesTheStream) {
     EXPECT_EQ(deviceHandler.GetID(), "2");
     EXPECT_EQ(log.All(), Messages{"Clearing previous input stream error: 5"});  // bad and failed
 }
+
+TEST_F(InputParserTest, InputAfterALineThatCouldNotEvenBeLoggedIsWhole) {
+    Parse("@EV=" + std::string(3000, 'x') + "\n");  // the stream has its storage now
+    connection->input.push_back("@ID=1\n" + std::string(300, 'x'));
+    {
+        const support::FailingAllocations failure({.smallest = 100, .count = 2});
+        EXPECT_THROW(handler.Parse(), std::bad_alloc);
+    }
+    Parse("@ID=2\n@EV=1\n");
+    EXPECT_EQ(deviceHandler.GetID(), "2");
+}

@@ -56,8 +56,10 @@ def main():
     run["growth"] = dict(attempt(growth.growth, plan, problems))
     run["loads"] = servers.journal
     print("\n" + table.as_text(run["figures"], judged=not options.quick), "", sep="\n", flush=True)
-    run["micro"] = micro.run(options.out, options.quick)
-    (options.out / "run.json").write_text(json.dumps(run, indent=1) + "\n")
+    try:
+        run["micro"] = micro.run(options.out, options.quick)
+    finally:
+        (options.out / "run.json").write_text(json.dumps(run, indent=1) + "\n")
     if run["growth"]:
         plots.draw(run["growth"], options.out)
     print(f"\nEverything measured is in {options.out}/run.json", *problems, sep="\n")

@@ -26,8 +26,8 @@ std::string TimeOfDay(std::time_t time) {
 /// What the lines of a thread begin with within one second. Needs no destructor: a thread may log
 /// until its very end.
 struct Prefix {
-    std::time_t second = -1;
-    std::size_t length = 0;
+    std::time_t second = 0;
+    std::size_t length = 0;  // 0 before the first line
     std::array<char, 64> text{};
 };
 
@@ -36,7 +36,7 @@ struct Prefix {
 std::string_view CurrentPrefix() {
     constinit thread_local Prefix prefix;
     const std::time_t now = CurrentSecond();
-    if (prefix.second != now) {
+    if (prefix.second != now || prefix.length == 0) {
         const std::string text = TimeOfDay(now) + " " + threadIdText(pthread_self()) + " ";
         prefix.length = text.copy(prefix.text.data(), prefix.text.size());
         prefix.second = now;

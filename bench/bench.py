@@ -3,8 +3,8 @@
 
 Usage: bench.py [--quick] [--out FOLDER]. scripts/bench builds what it needs and runs it.
 
-Prints a table, and writes all that was measured to run.json in FOLDER (build/bench by default) and
-plots of it beside. The exit status tells whether everything worked and every answer was right; it
+Prints a table, and writes all that was measured to run.json in FOLDER (build/bench by default,
+build/bench-quick of a quick run) and plots of it beside. The exit status tells whether everything worked and every answer was right; it
 does not judge the figures.
 """
 
@@ -43,34 +43,35 @@ SUBJECTS = (calls.pinned_throughput, calls.cpu_of_get_pos, calls.latency_under_s
 def main():
     options = parse_options()
     own_network.enter()
-    signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))  # no process may outlive this program
+    for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+        signal.signal(number, lambda *_: sys.exit(1))  # no process may outlive this program
     require_free_ports()
-    options.out.mkdir(parents=True, exist_ok=True)
+    folder = options.out or ROOT / "build" / ("bench-quick" if options.quick else "bench")
+    folder.mkdir(parents=True, exist_ok=True)
     plan = QUICK if options.quick else FULL
     run = {"quick": options.quick, "date": time.strftime("%Y-%m-%d"),
            "machine": machine.description(), "plan": plan._asdict()}
     print(machine.sentence(run["machine"]), flush=True)
-    problems = []
+    problems = run["problems"] = []
     run["figures"] = [figure.record() for subject in SUBJECTS
                       for figure in attempt(subject, plan, problems)]
     run["growth"] = dict(attempt(growth.growth, plan, problems))
     run["loads"] = servers.journal
     print("\n" + table.as_text(run["figures"], judged=not options.quick), "", sep="\n", flush=True)
     try:
-        run["micro"] = micro.run(options.out, options.quick)
+        run["micro"] = micro.run(folder, options.quick)
     finally:
-        (options.out / "run.json").write_text(json.dumps(run, indent=1) + "\n")
+        (folder / "run.json").write_text(json.dumps(run, indent=1) + "\n")
     if run["growth"]:
-        plots.draw(run["growth"], options.out)
-    print(f"\nEverything measured is in {options.out}/run.json", *problems, sep="\n")
+        plots.draw(run["growth"], folder)
+    print(f"\nEverything measured is in {folder}/run.json", *problems, sep="\n")
     return 1 if problems else 0
 
 
 def parse_options():
     parser = argparse.ArgumentParser(prog="scripts/bench")
     parser.add_argument("--quick", action="store_true", help="less than two minutes, no verdicts")
-    parser.add_argument("--out", type=pathlib.Path, default=ROOT / "build" / "bench",
-                        metavar="FOLDER")
+    parser.add_argument("--out", type=pathlib.Path, metavar="FOLDER")
     return parser.parse_args()
 
 

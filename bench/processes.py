@@ -27,8 +27,10 @@ def rss_kib(pid):
 
 def wakeups(pid):
     """How often the threads of `pid` have gone to sleep of their own accord."""
-    return sum(number_in(status, "voluntary_ctxt_switches")
-               for status in pathlib.Path(f"/proc/{pid}/task").glob("*/status"))
+    threads = list(pathlib.Path(f"/proc/{pid}/task").glob("*/status"))
+    if not threads:
+        raise AssertionError(f"process {pid} has ended")
+    return sum(number_in(status, "voluntary_ctxt_switches") for status in threads)
 
 
 def number_in(status, name):

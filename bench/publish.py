@@ -48,6 +48,8 @@ def main():
     run = json.loads((folder / "run.json").read_text())
     if run["quick"]:
         sys.exit("A quick run's figures mean nothing: run scripts/bench")
+    if run["problems"]:
+        sys.exit("\n".join(["The run is not complete:", *run["problems"]]))
     page = page_with(PAGE.read_text(), "figures", figures_of(run))
     page = page_with(page, "sizing", sizing.sizing(run))
     PAGE.write_text(page_with(page, "micro-benchmarks", micro_of(run)))

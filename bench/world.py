@@ -145,12 +145,14 @@ class Cell:
 
     @contextlib.contextmanager
     def running(self):
-        """The only time in which a paused cell runs."""
+        """The only time in which a paused cell runs; it is still there at the end."""
         self.resume()
         try:
             yield
         finally:
             self.pause()
+        if self.has_ended():
+            raise AssertionError(f"the command has ended: {self.errors.since(0)}")
 
     def cpu_seconds(self):
         """Processor time that the command has taken."""

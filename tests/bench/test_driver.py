@@ -134,6 +134,12 @@ class ProcessesTest(unittest.TestCase):
         before = processes.wakeups(threads.pid)
         wait_until(lambda: processes.wakeups(threads.pid) >= before + 10)
 
+    def test_a_process_that_has_ended_has_no_wakeups(self):
+        ended = self.start("true")
+        ended.wait()
+        with self.assertRaises(AssertionError):
+            processes.wakeups(ended.pid)
+
     def test_memory(self):
         large = self.start(sys.executable, "-c", "block = bytes(range(256)) * 200_000\n"
                            "print(1, flush=True)\nimport time; time.sleep(100)")

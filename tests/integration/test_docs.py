@@ -5,6 +5,7 @@ import os
 import pathlib
 import re
 import subprocess
+import tempfile
 import textwrap
 import unittest
 
@@ -259,6 +260,30 @@ class ShellCommandsTest(CellTestCase):
         command = command.replace("build/release", str(build))
         return subprocess.run(["sh", "-c", command], check=True, stdout=subprocess.PIPE,
                               timeout=20).stdout
+
+
+class ManualPageTest(unittest.TestCase):
+    PAGE = (ROOT / "docs" / "man" / "pellix-sim.1").read_text()
+
+    def usage(self, *options):
+        """What the simulator tells about itself."""
+        run = subprocess.run([os.environ["TAVRIK_SIMULATOR"], *options], check=True,
+                             stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+        return run.stdout
+
+    def test_every_option_of_the_simulator_is_explained(self):
+        explained = re.findall(r"^\.It Fl (-[a-z-]+)", self.PAGE, re.MULTILINE)
+        self.assertEqual({f"-{option}" for option in explained},
+                         set(re.findall(r"--[a-z-]+", self.usage("--help"))))
+
+    def test_every_command_of_the_simulator_is_explained(self):
+        items = "".join(re.findall(r"^\.It Cm .*\n", self.PAGE, re.MULTILINE))
+        with tempfile.NamedTemporaryFile("w") as script:
+            script.write("help\n")
+            script.flush()
+            usage = self.usage("--script", script.name, "--", "true")
+        self.assertEqual(set(re.findall(r"(?:^\.It|,) Cm ([a-z-]+)", items, re.MULTILINE)),
+                         set(re.findall(r"^pellix-sim: usage: ([a-z-]+)", usage, re.MULTILINE)))
 
 
 class LinksTest(unittest.TestCase):

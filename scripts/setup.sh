@@ -4,6 +4,9 @@ PACKAGES=(cmake g++ make git pkg-config libxmlrpc-c++8-dev libxmlrpc-core-c3-dev
           umockdev libumockdev-dev libgtest-dev libbenchmark-dev python3
           systemd nftables faketime)
 
+# What scripts/package and scripts/test-package need.
+PACKAGING_PACKAGES=(debhelper lintian mmdebstrap systemd-container)
+
 # What the checks beyond scripts/test need: lint, memcheck, coverage, fuzz.
 CHECK_PACKAGES=(clang-format clang-tidy cppcheck valgrind libc6-dbg gcovr
                 clang-14 libclang-rt-14-dev llvm-14)

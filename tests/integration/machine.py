@@ -1,0 +1,83 @@
+"""A bare Debian that runs as a container, booted by systemd; what changes in it is gone with it."""
+
+import os
+import pathlib
+import re
+import signal
+import subprocess
+
+from cell import PATIENCE, wait_until
+
+# What a container needs so that the restrictions of a service are in force as on a host.
+POWERS = ("--capability=CAP_BPF,CAP_NET_ADMIN", "--system-call-filter=bpf")
+SETTINGS = {"SYSTEMD_NSPAWN_UNIFIED_HIERARCHY": "1", "SYSTEMD_NSPAWN_API_VFS_WRITABLE": "network"}
+
+PATH = "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"
+
+
+class Machine:
+    """Boots the Debian in the folder `tree`; the folder `packages` is at /packages.
+
+    It shares the network of the caller, who has to be in one of his own.
+    """
+
+    def __init__(self, tree, packages):
+        self.init = None
+        self.process = subprocess.Popen(
+            ["systemd-nspawn", "--quiet", f"--directory={tree}", "--volatile=overlay", "--boot",
+             "--register=no", "--keep-unit", "--console=pipe", "--kill-signal=SIGRTMIN+3", *POWERS,
+             f"--bind-ro={packages}:/packages"],
+            env={**os.environ, **SETTINGS}, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+            stderr=subprocess.STDOUT, text=True)
+
+    def wait_until_booted(self):
+        self.init = wait_until(self._find_init)
+        wait_until(lambda: self.output("systemctl is-system-running") == "running", pause=0.1)
+
+    def _find_init(self):
+        """The process id of its systemd, the child that is the first process of its namespace."""
+        if self.process.poll() is not None:
+            raise AssertionError(f"the machine has ended: {self.process.stdout.read()}")
+        own = self.process.pid
+        for pid in pathlib.Path(f"/proc/{own}/task/{own}/children").read_text().split():
+            if re.search(r"^NSpid:.*\s1$", pathlib.Path(f"/proc/{pid}/status").read_text(), re.M):
+                return int(pid)
+        return None
+
+    def command(self, text):
+        """The command line that runs a shell command in it, as root in /packages."""
+        return ["nsenter", f"--target={self.init}", "--all", "env", "-i", f"PATH={PATH}",
+                "sh", "-c", f"cd /packages && {text}"]
+
+    def attempt(self, text):
+        """Runs a shell command in it; standard error goes to the output."""
+        return subprocess.run(self.command(text), stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                              stderr=subprocess.STDOUT, text=True, timeout=4 * PATIENCE)
+
+    def output(self, text):
+        """What a shell command writes, whatever its exit status."""
+        return self.attempt(text).stdout.strip()
+
+    def run(self, text):
+        """What a shell command writes that has to succeed."""
+        result = self.attempt(text)
+        if result.returncode != 0:
+            raise AssertionError(f"{text}: status {result.returncode}\n{result.stdout}")
+        return result.stdout.strip()
+
+    def path(self, path):
+        """A path of the machine, as the caller reaches it."""
+        return pathlib.Path(f"/proc/{self.init}/root{path}")
+
+    def write(self, path, text):
+        self.path(path).parent.mkdir(parents=True, exist_ok=True)
+        self.path(path).write_text(text)
+
+    def end(self):
+        """Takes its power away."""
+        if self.init:
+            os.kill(self.init, signal.SIGKILL)
+        else:
+            self.process.terminate()
+        self.process.wait(PATIENCE)
+        self.process.stdout.close()

@@ -9,6 +9,7 @@ import tempfile
 import textwrap
 import unittest
 
+import test_package
 from cell import wait_until
 from cell_test_case import CellTestCase, main
 from methods import METHODS
@@ -200,7 +201,7 @@ class LogLinesTest(unittest.TestCase):
 
 
 class ShellCommandsTest(CellTestCase):
-    """Every command of the pages is run here, by CI, or is on the list with its reason."""
+    """Every command of the pages is run here, by CI, by test_package, or has its reason not to be."""
 
     options = ("--gripper", "HVA")
 
@@ -215,7 +216,8 @@ class ShellCommandsTest(CellTestCase):
     STOP = 'kill -INT "$(pidof TavrikDaemon)"'
     RUN_BY_CI = ("scripts/test", "scripts/demo --tour", "scripts/test asan", "scripts/test tsan",
                  "scripts/coverage", "scripts/memcheck", "scripts/lint", "scripts/fuzz",
-                 "scripts/bench --quick", "scripts/soak 2")
+                 "scripts/bench --quick", "scripts/soak 2", "scripts/package",
+                 "scripts/test-package")
     RUN_NOWHERE = {
         "scripts/bench": "twelve minutes; its quick form is run by CI",
         "scripts/bench --publish": "changes the page that has the command",
@@ -225,14 +227,10 @@ class ShellCommandsTest(CellTestCase):
         "build/release/daemon/TavrikDaemon": "the tour runs it in its cell",
         "build/release/simulator/pellix-sim --gripper MZD-L --gripper TLM -- "
         "build/release/daemon/TavrikDaemon": "serves until Ctrl-C; every test of this folder",
-        "usermod -aG dialout tavrik": "changes the host's users",
         "ls -l /dev/ttyACM0": "needs a master at the host",
         "fuser -v /dev/ttyACM0": "needs a master at the host",
         "udevadm trigger --action=add --subsystem-match=tty": "needs udevd",
         "ss -tanp '( sport = :44221 or sport = :44222 )'": "a tool that need not be installed",
-        "echo 'net.ipv4.ip_local_reserved_ports = 44221,44222' > /etc/sysctl.d/tavrik.conf":
-            "changes the host's kernel settings",
-        "sysctl -p /etc/sysctl.d/tavrik.conf": "changes the host's kernel settings",
     }
 
     @classmethod
@@ -240,7 +238,8 @@ class ShellCommandsTest(CellTestCase):
         cell.end_by_force()  # it has been stopped by a command of the pages
 
     def test_commands(self):
-        listed = {*self.RUN_HERE, self.STOP, *self.RUN_BY_CI, *self.RUN_NOWHERE}
+        listed = {*self.RUN_HERE, self.STOP, *self.RUN_BY_CI, *test_package.PAGE,
+                  *self.RUN_NOWHERE}
         self.assertEqual({line for page in PAGES for _, text, _ in blocks(page, "sh")
                           for line in text.splitlines()}, listed)
         ci = [re.sub(r"^aside \w+ ", "", line)

@@ -1,5 +1,6 @@
-# tavrik::xmlrpc-server and tavrik::xmlrpc-client: the XML-RPC library, as the linker flags of
-# its own configuration program name it (the library brings no pkg-config or CMake package).
+# tavrik::xmlrpc (values and XML alone), tavrik::xmlrpc-server and tavrik::xmlrpc-client: the XML-RPC
+# library, as the linker flags of its own configuration program name it (the library brings no
+# pkg-config or CMake package).
 find_program(XMLRPC_C_CONFIG xmlrpc-c-config REQUIRED)
 
 function(tavrik_add_xmlrpc name)
@@ -14,5 +15,6 @@ function(tavrik_add_xmlrpc name)
     target_link_libraries(${name} INTERFACE ${flags})
 endfunction()
 
+tavrik_add_xmlrpc(xmlrpc)
 tavrik_add_xmlrpc(xmlrpc-server abyss-server)
 tavrik_add_xmlrpc(xmlrpc-client client)

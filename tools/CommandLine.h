@@ -1,0 +1,33 @@
+#pragma once
+
+#include <CLI/App.hpp>
+#include <memory>
+#include <ostream>
+#include <vector>
+
+#include "tools/Daemon.h"
+#include "tools/ExitStatus.h"
+#include "tools/commands/Command.h"
+
+namespace tavrikctl {
+
+/// The command line of tavrikctl: the options that all commands share, and the list of commands.
+class CommandLine {
+public:
+    CommandLine();
+
+    /// Reads the command line and runs the command that it names; errors go to standard error.
+    /// @return the exit status of the program
+    ExitStatus Run(int argc, const char* const* argv);
+
+private:
+    void AddOptions();
+    void AddCommands();
+    ExitStatus RunCommand();
+
+    CLI::App app;
+    Endpoint endpoint;
+    std::vector<std::unique_ptr<Command>> commands;
+};
+
+}  // namespace tavrikctl

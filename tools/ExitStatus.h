@@ -1,0 +1,20 @@
+#pragma once
+
+namespace tavrikctl {
+
+/// Exit statuses of tavrikctl. 3, 5, 12 and 21 are the daemon's status codes.
+enum class ExitStatus {
+    Done = 0,
+    Refused = 1,         ///< any other status: an error code of the gripper's master
+    Usage = 2,           ///< the command line is not understood
+    NotPossible = 3,     ///< no such gripper, or its model cannot do it
+    NoDaemon = 4,        ///< the daemon cannot be reached, or has not answered in time
+    NoAnswer = 5,        ///< the gripper's master has not answered
+    BadAnswer = 6,       ///< the daemon answered with a fault, or not as it should
+    NoGripper = 7,       ///< no gripper, or more than one, has the name given
+    NotAtRest = 8,       ///< --wait: the gripper still moves
+    NotSent = 12,        ///< nothing could be sent to the gripper's master
+    NoProcessData = 21,  ///< the data link to the gripper is not in operate
+};
+
+}  // namespace tavrikctl

@@ -1,0 +1,13 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace tavrikctl {
+
+/// The one of `grippers` that is `name`, or else the only one in which `name` is found, in either
+/// case of ASCII letters.
+/// @throws Failure (NoGripper)
+std::string MatchGripper(const std::vector<std::string>& grippers, const std::string& name);
+
+}  // namespace tavrikctl

@@ -1,0 +1,87 @@
+#include "tools/HttpClient.h"
+
+#include <curl/curl.h>
+
+#include <sstream>
+#include <stdexcept>
+
+#include "tools/Failure.h"
+
+namespace tavrikctl {
+
+namespace {
+
+constexpr std::size_t kLargestAnswer = 1U << 20U;  // bytes
+constexpr long kHttpOk = 200;
+
+/// Taking less than was offered makes libcurl give up.
+std::size_t Append(const char* data, std::size_t size, std::size_t count, void* target) {
+    auto& answer = *static_cast<std::string*>(target);
+    const std::size_t length = size * count;
+    if (answer.size() + length > kLargestAnswer) {
+        return 0;
+    }
+    answer.append(data, length);
+    return length;
+}
+
+struct HeaderList {
+    curl_slist* first = curl_slist_append(nullptr, "Content-Type: text/xml");
+    HeaderList() = default;
+    HeaderList(const HeaderList&) = delete;
+    HeaderList& operator=(const HeaderList&) = delete;
+    ~HeaderList() { curl_slist_free_all(first); }
+};
+
+std::string Seconds(std::chrono::milliseconds time) {
+    std::ostringstream text;
+    text << std::chrono::duration<double>(time).count() << " s";
+    return text.str();
+}
+
+}  // namespace
+
+void HttpClient::Closer::operator()(void* handle) const {
+    curl_easy_cleanup(handle);
+}
+
+HttpClient::HttpClient(const std::string& url, std::chrono::milliseconds timeout)
+    : handle(curl_easy_init()), address(url), timeLimit(timeout) {
+    if (handle == nullptr) {
+        throw std::runtime_error("libcurl cannot be used");
+    }
+    curl_easy_setopt(handle.get(), CURLOPT_URL, url.c_str());
+    curl_easy_setopt(handle.get(), CURLOPT_PROTOCOLS_STR, "http");
+    curl_easy_setopt(handle.get(), CURLOPT_NOPROXY, "*");
+    curl_easy_setopt(handle.get(), CURLOPT_NOSIGNAL, 1L);
+    curl_easy_setopt(handle.get(), CURLOPT_TIMEOUT_MS, static_cast<long>(timeout.count()));
+    curl_easy_setopt(handle.get(), CURLOPT_WRITEFUNCTION, Append);
+}
+
+std::string HttpClient::Post(const std::string& body) {
+    const HeaderList headers;
+    std::string answer;
+    curl_easy_setopt(handle.get(), CURLOPT_HTTPHEADER, headers.first);
+    curl_easy_setopt(handle.get(), CURLOPT_POSTFIELDSIZE, static_cast<long>(body.size()));
+    curl_easy_setopt(handle.get(), CURLOPT_POSTFIELDS, body.c_str());
+    curl_easy_setopt(handle.get(), CURLOPT_WRITEDATA, &answer);
+    const CURLcode result = curl_easy_perform(handle.get());
+    curl_easy_setopt(handle.get(), CURLOPT_HTTPHEADER, nullptr);
+    if (result == CURLE_OPERATION_TIMEDOUT) {
+        throw Failure(ExitStatus::NoDaemon,
+                      address + " has not answered within " + Seconds(timeLimit));
+    }
+    if (result != CURLE_OK) {
+        throw Failure(ExitStatus::NoDaemon,
+                      address + " cannot be reached: " + curl_easy_strerror(result));
+    }
+    long status = 0;
+    curl_easy_getinfo(handle.get(), CURLINFO_RESPONSE_CODE, &status);
+    if (status != kHttpOk) {
+        throw Failure(ExitStatus::BadAnswer,
+                      address + " is no TavrikDaemon: HTTP status " + std::to_string(status));
+    }
+    return answer;
+}
+
+}  // namespace tavrikctl

@@ -1,0 +1,86 @@
+#include "tools/JsonValue.h"
+
+#include <cmath>
+#include <nlohmann/json.hpp>
+
+namespace tavrikctl {
+
+using Json = nlohmann::ordered_json;
+
+namespace {
+
+double RoundToHundredths(double number) {
+    constexpr double kStepsPerUnit = 100;
+    return std::round(number * kStepsPerUnit) / kStepsPerUnit;
+}
+
+Json ArrayToJson(const xmlrpc_c::value& value) {
+    Json json = Json::array();
+    for (const auto& element : xmlrpc_c::value_array(value).cvalue()) {
+        json.push_back(ToJson(element));
+    }
+    return json;
+}
+
+Json StructToJson(const xmlrpc_c::value& value) {
+    Json json = Json::object();
+    for (const auto& [name, member] : xmlrpc_c::value_struct(value).cvalue()) {
+        json[name] = ToJson(member);
+    }
+    return json;
+}
+
+}  // namespace
+
+Json ToJson(const xmlrpc_c::value& value) {
+    switch (value.type()) {
+        case xmlrpc_c::value::TYPE_INT:
+            return xmlrpc_c::value_int(value).cvalue();
+        case xmlrpc_c::value::TYPE_I8:
+            return xmlrpc_c::value_i8(value).cvalue();
+        case xmlrpc_c::value::TYPE_BOOLEAN:
+            return xmlrpc_c::value_boolean(value).cvalue();
+        case xmlrpc_c::value::TYPE_DOUBLE:
+            return RoundToHundredths(xmlrpc_c::value_double(value).cvalue());
+        case xmlrpc_c::value::TYPE_STRING:
+            return xmlrpc_c::value_string(value).cvalue();
+        case xmlrpc_c::value::TYPE_ARRAY:
+            return ArrayToJson(value);
+        case xmlrpc_c::value::TYPE_STRUCT:
+            return StructToJson(value);
+        default:
+            return nullptr;
+    }
+}
+
+xmlrpc_c::value ToValue(const Json& json) {
+    if (json.is_boolean()) {
+        return xmlrpc_c::value_boolean(json.get<bool>());
+    }
+    if (json.is_number_integer()) {
+        return xmlrpc_c::value_int(json.get<int>());
+    }
+    if (json.is_number()) {
+        return xmlrpc_c::value_double(json.get<double>());
+    }
+    if (json.is_string()) {
+        return xmlrpc_c::value_string(json.get<std::string>());
+    }
+    if (json.is_array()) {
+        xmlrpc_c::carray array;
+        for (const Json& element : json) {
+            array.push_back(ToValue(element));
+        }
+        return xmlrpc_c::value_array(array);
+    }
+    if (json.is_object()) {
+        xmlrpc_c::cstruct members;
+        for (const auto& [name, member] : json.items()) {
+            members.emplace(name, ToValue(member));
+        }
+        return xmlrpc_c::value_struct(members);
+    }
+    return xmlrpc_c::value_nil();
+}
+
+}  // namespace tavrikctl

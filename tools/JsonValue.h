@@ -1,0 +1,14 @@
+#pragma once
+
+#include <nlohmann/json_fwd.hpp>
+#include <xmlrpc-c/base.hpp>
+
+namespace tavrikctl {
+
+/// An answer as JSON; floating point numbers are rounded to the hundredths that the daemon means.
+nlohmann::ordered_json ToJson(const xmlrpc_c::value& value);
+
+/// JSON as a parameter.
+xmlrpc_c::value ToValue(const nlohmann::ordered_json& json);
+
+}  // namespace tavrikctl

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <nlohmann/json_fwd.hpp>
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace tavrikctl {
+
+enum class Align { Left, Right };
+
+/// A piece of output, coloured where colours are wanted.
+struct Cell {
+    std::string text;
+    bool alarming = false;  ///< red
+};
+
+struct Column {
+    std::string title;
+    Align align = Align::Left;
+};
+
+/// What a command writes to standard output.
+class Printer {
+public:
+    Printer(std::ostream& stream, bool withColours) : out(stream), colours(withColours) {}
+
+    void Line(const std::string& text);
+
+    /// A line of titles, then the rows, every column as wide as its widest cell.
+    void Table(const std::vector<Column>& columns, const std::vector<std::vector<Cell>>& rows);
+
+    /// One JSON text, indented.
+    void Json(const nlohmann::ordered_json& json);
+
+private:
+    std::ostream& out;
+    bool colours;
+};
+
+/// Whether standard output is a terminal that shows colours, and NO_COLOR does not forbid them.
+bool WantsColours();
+
+}  // namespace tavrikctl

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <CLI/App.hpp>
+#include <string>
+
+#include "tools/Daemon.h"
+#include "tools/ExitStatus.h"
+#include "tools/Printer.h"
+
+namespace tavrikctl {
+
+/// A subcommand. Its constructor declares it and its options; Run() does the work, once the
+/// command line has been read.
+class Command {
+public:
+    Command(CLI::App& program, const std::string& name, const std::string& description)
+        : app(*program.add_subcommand(name, description)) {}
+    virtual ~Command() = default;
+    Command(const Command&) = delete;
+    Command& operator=(const Command&) = delete;
+
+    bool IsChosen() const { return app.parsed(); }
+
+    /// @throws Failure
+    virtual ExitStatus Run(Daemon& daemon, Printer& printer) = 0;
+
+protected:
+    CLI::App& app;  // the program's
+};
+
+}  // namespace tavrikctl

@@ -4,6 +4,7 @@
 #include <array>
 #include <charconv>
 #include <nlohmann/json.hpp>
+#include <stdexcept>
 #include <string_view>
 
 #include "tools/Failure.h"
@@ -34,7 +35,12 @@ xmlrpc_c::value ParseJson(const std::string& text) {
     if (!json.is_array()) {
         throw NotA("array in JSON", text);
     }
-    return ToValue(json);
+    try {
+        return ToValue(json);
+    } catch (const std::out_of_range&) {
+        throw Failure(ExitStatus::Usage,
+                      "'" + Printable(text) + "' has an integer of more than 32 bits");
+    }
 }
 
 }  // namespace
@@ -52,7 +58,7 @@ bool ParseBoolean(const std::string& text) {
     constexpr std::array<std::string_view, 4> kFalse{"false", "off", "no", "0"};
     const bool isTrue = std::find(kTrue.begin(), kTrue.end(), text) != kTrue.end();
     if (!isTrue && std::find(kFalse.begin(), kFalse.end(), text) == kFalse.end()) {
-        throw NotA("'on' or 'off'", text);
+        throw Failure(ExitStatus::Usage, "'" + Printable(text) + "' is neither on nor off");
     }
     return isTrue;
 }

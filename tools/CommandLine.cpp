@@ -6,14 +6,32 @@
 #include <cmath>
 #include <iostream>
 
+#include "daemon/Version.h"
 #include "tools/Failure.h"
 #include "tools/commands/CallCommand.h"
+#include "tools/commands/GetCommand.h"
 #include "tools/commands/ListCommand.h"
-#include "tools/commands/MotionCommands.h"
+#include "tools/commands/MotionCommand.h"
+#include "tools/commands/SetCommand.h"
 
 namespace tavrikctl {
 
 namespace {
+
+constexpr const char* kExitStatuses =
+    R"(Exit status:
+  0    done
+  1    the gripper's master has refused with an error code of its own
+  2    the command line is not understood
+  3    no such gripper any more, or its model cannot do it
+  4    the daemon cannot be reached, or has not answered in time
+  5    the gripper's master has not answered
+  6    the daemon has answered with a fault, or is no TavrikDaemon
+  7    no gripper, or more than one, has the name given
+  8    --wait: the gripper still moves
+  9    the output cannot be written, or tavrikctl has failed
+  12   nothing could be sent to the gripper's master
+  21   there are no process data: the gripper may be starting)";
 
 void PrintError(std::string text) {
     std::replace(text.begin(), text.end(), '\n', ' ');
@@ -25,18 +43,21 @@ void PrintError(std::string text) {
 CommandLine::CommandLine() : app("Operates grippers through a running TavrikDaemon.", "tavrikctl") {
     app.require_subcommand(1);
     app.fallthrough();
+    app.set_version_flag("--version", "tavrikctl " TAVRIK_VERSION);
     AddOptions();
     AddCommands();
+    app.footer(kExitStatuses);  // now: commands take over what is set before
 }
 
 void CommandLine::AddOptions() {
     constexpr unsigned kLargestPort = 65535;
     constexpr double kShortest = 0.001;  // s
     constexpr double kLongest = 3600;    // s
-    app.add_option("--host", endpoint.host, "where the daemon runs")->capture_default_str();
-    app.add_option("--port", endpoint.port, "44221 or 44222")
+    app.add_option("--host", endpoint.host, "where the daemon runs (127.0.0.1 if not given)")
+        ->option_text("HOST");
+    app.add_option("--port", endpoint.port, "44221 (if not given) or 44222")
         ->check(CLI::Range(1U, kLargestPort))
-        ->capture_default_str();
+        ->option_text("PORT");
     app.add_option_function<double>(
            "--timeout",
            [this](double seconds) {
@@ -44,17 +65,29 @@ void CommandLine::AddOptions() {
                    std::chrono::milliseconds(std::llround(seconds * std::milli::den));
            },
            "seconds that one call may take (10 if not given)")
-        ->check(CLI::Range(kShortest, kLongest));
+        ->check(CLI::Range(kShortest, kLongest))
+        ->option_text("SECONDS");
 }
 
 void CommandLine::AddCommands() {
-    commands.push_back(std::make_unique<ListCommand>(app));
-    commands.push_back(std::make_unique<SetMotionCommand>(app, "grip", "Grip", "Grip"));
-    commands.push_back(std::make_unique<SetMotionCommand>(app, "release", "Release", "Release"));
-    commands.push_back(std::make_unique<MotionCommand>(app, "home", "Reference run", "Reference"));
-    commands.push_back(
-        std::make_unique<MotionCommand>(app, "disable", "Switch the drive off", "Disable"));
-    commands.push_back(std::make_unique<CallCommand>(app));
+    using Argument = Motion::Argument;
+    Add<ListCommand>();
+    Add<MotionCommand>(Motion{"grip", "Grip", "Grip", Argument::Set});
+    Add<MotionCommand>(Motion{"release", "Release", "Release", Argument::Set});
+    Add<MotionCommand>(Motion{"home", "Make a reference run", "Reference"});
+    Add<MotionCommand>(Motion{"disable", "Switch the drive off", "Disable"});
+    Add<MotionCommand>(Motion{"holdfast", "Hold the part with the drive off, or no longer",
+                              "Holdfast", Argument::OnOff, false});
+    Add<MotionCommand>(Motion{"store", "Have the gripper keep its settings over a power failure",
+                              "StoreRemanent", Argument::None, false});
+    Add<GetCommand>();
+    Add<SetCommand>();
+    Add<CallCommand>();
+}
+
+template <typename Kind, typename... Arguments>
+void CommandLine::Add(const Arguments&... arguments) {
+    commands.push_back(std::make_unique<Kind>(app, arguments...));
 }
 
 ExitStatus CommandLine::Run(int argc, const char* const* argv) {
@@ -69,6 +102,9 @@ ExitStatus CommandLine::Run(int argc, const char* const* argv) {
     } catch (const Failure& failure) {
         PrintError(failure.what());
         return failure.Status();
+    } catch (const std::exception& error) {
+        PrintError(error.what());
+        return ExitStatus::Failed;
     }
 }
 
@@ -77,7 +113,11 @@ ExitStatus CommandLine::RunCommand() {
     Printer printer(std::cout, WantsColours());
     const auto command = std::find_if(commands.begin(), commands.end(),
                                       [](const auto& each) { return each->IsChosen(); });
-    return (*command)->Run(daemon, printer);
+    const ExitStatus status = (*command)->Run(daemon, printer);
+    if (!std::cout.flush()) {
+        throw Failure(ExitStatus::Failed, "standard output cannot be written");
+    }
+    return status;
 }
 
 }  // namespace tavrikctl

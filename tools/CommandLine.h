@@ -23,6 +23,8 @@ public:
 private:
     void AddOptions();
     void AddCommands();
+    template <typename Kind, typename... Arguments>
+    void Add(const Arguments&... arguments);
     ExitStatus RunCommand();
 
     CLI::App app;

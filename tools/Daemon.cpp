@@ -1,30 +1,10 @@
 #include "tools/Daemon.h"
 
-#include <exception>
 #include <xmlrpc-c/xml.hpp>
 
-#include "tools/Failure.h"
 #include "tools/GripperName.h"
 
 namespace tavrikctl {
-
-namespace {
-
-Failure BadAnswer(const std::string& method, const std::string& text) {
-    return {ExitStatus::BadAnswer, method + ": " + text};
-}
-
-xmlrpc_c::rpcOutcome Parse(const std::string& method, const std::string& xml) {
-    try {
-        xmlrpc_c::rpcOutcome outcome;
-        xmlrpc_c::xml::parseResponse(xml, &outcome);
-        return outcome;
-    } catch (const std::exception&) {
-        throw BadAnswer(method, "the answer is no XML-RPC");
-    }
-}
-
-}  // namespace
 
 Daemon::Daemon(const Endpoint& endpoint)
     : http("http://" + endpoint.host + ":" + std::to_string(endpoint.port) + "/RPC2",
@@ -42,22 +22,19 @@ xmlrpc_c::value Daemon::Call(const std::string& method, const xmlrpc_c::paramLis
     return outcome.getResult();
 }
 
-template <typename Result>
-Result Daemon::Convert(const std::string& method, const xmlrpc_c::value& answer) {
-    try {
-        Result result{};
-        xmlrpc_c::fromValue(result, answer);
-        return result;
-    } catch (const std::exception&) {
-        throw BadAnswer(method, "the answer has an unexpected type");
-    }
+Failure Daemon::BadAnswer(const std::string& method, const std::string& text) {
+    return {ExitStatus::BadAnswer, method + ": " + text};
 }
 
-template int Daemon::Convert(const std::string&, const xmlrpc_c::value&);
-template bool Daemon::Convert(const std::string&, const xmlrpc_c::value&);
-template double Daemon::Convert(const std::string&, const xmlrpc_c::value&);
-template std::string Daemon::Convert(const std::string&, const xmlrpc_c::value&);
-template std::vector<std::string> Daemon::Convert(const std::string&, const xmlrpc_c::value&);
+xmlrpc_c::rpcOutcome Daemon::Parse(const std::string& method, const std::string& xml) {
+    try {
+        xmlrpc_c::rpcOutcome outcome;
+        xmlrpc_c::xml::parseResponse(xml, &outcome);
+        return outcome;
+    } catch (const std::exception&) {
+        throw BadAnswer(method, "the answer is no XML-RPC");
+    }
+}
 
 std::vector<std::string> Daemon::Grippers() {
     return Get<std::vector<std::string>>("GetGrippers");

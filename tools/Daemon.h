@@ -1,11 +1,12 @@
 #pragma once
 
 #include <chrono>
+#include <exception>
 #include <string>
-#include <string_view>
 #include <vector>
 #include <xmlrpc-c/base.hpp>
 
+#include "tools/Failure.h"
 #include "tools/HttpClient.h"
 
 namespace tavrikctl {
@@ -31,8 +32,20 @@ public:
     Result Get(const std::string& method, const Arguments&... arguments) {
         xmlrpc_c::paramList parameters;
         (parameters.addc(arguments), ...);
-        const xmlrpc_c::value answer = Call(method, parameters);
-        return Convert<Result>(method, answer);
+        return As<Result>(method, Call(method, parameters));
+    }
+
+    /// What `method` answered, as a value of C++.
+    /// @throws Failure (BadAnswer)
+    template <typename Result>
+    static Result As(const std::string& method, const xmlrpc_c::value& answer) {
+        try {
+            Result result{};
+            xmlrpc_c::fromValue(result, answer);
+            return result;
+        } catch (const std::exception&) {
+            throw BadAnswer(method, "the answer has an unexpected type");
+        }
     }
 
     /// The device strings of all grippers.
@@ -44,8 +57,8 @@ public:
     std::string FindGripper(const std::string& name);
 
 private:
-    template <typename Result>
-    static Result Convert(const std::string& method, const xmlrpc_c::value& answer);
+    static Failure BadAnswer(const std::string& method, const std::string& text);
+    static xmlrpc_c::rpcOutcome Parse(const std::string& method, const std::string& xml);
 
     HttpClient http;
 };

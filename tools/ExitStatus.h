@@ -13,6 +13,7 @@ enum class ExitStatus {
     BadAnswer = 6,       ///< the daemon answered with a fault, or not as it should
     NoGripper = 7,       ///< no gripper, or more than one, has the name given
     NotAtRest = 8,       ///< --wait: the gripper still moves
+    Failed = 9,          ///< tavrikctl itself has failed
     NotSent = 12,        ///< nothing could be sent to the gripper's master
     NoProcessData = 21,  ///< the data link to the gripper is not in operate
 };

@@ -25,14 +25,6 @@ std::size_t Append(const char* data, std::size_t size, std::size_t count, void* 
     return length;
 }
 
-struct HeaderList {
-    curl_slist* first = curl_slist_append(nullptr, "Content-Type: text/xml");
-    HeaderList() = default;
-    HeaderList(const HeaderList&) = delete;
-    HeaderList& operator=(const HeaderList&) = delete;
-    ~HeaderList() { curl_slist_free_all(first); }
-};
-
 std::string Seconds(std::chrono::milliseconds time) {
     std::ostringstream text;
     text << std::chrono::duration<double>(time).count() << " s";
@@ -41,13 +33,20 @@ std::string Seconds(std::chrono::milliseconds time) {
 
 }  // namespace
 
-void HttpClient::Closer::operator()(void* handle) const {
+void HttpClient::Deleter::operator()(void* handle) const {
     curl_easy_cleanup(handle);
 }
 
+void HttpClient::Deleter::operator()(curl_slist* list) const {
+    curl_slist_free_all(list);
+}
+
 HttpClient::HttpClient(const std::string& url, std::chrono::milliseconds timeout)
-    : handle(curl_easy_init()), address(url), timeLimit(timeout) {
-    if (handle == nullptr) {
+    : address(url),
+      timeLimit(timeout),
+      headers(curl_slist_append(nullptr, "Content-Type: text/xml")),
+      handle(curl_easy_init()) {
+    if (handle == nullptr || headers == nullptr) {
         throw std::runtime_error("libcurl cannot be used");
     }
     curl_easy_setopt(handle.get(), CURLOPT_URL, url.c_str());
@@ -55,21 +54,22 @@ HttpClient::HttpClient(const std::string& url, std::chrono::milliseconds timeout
     curl_easy_setopt(handle.get(), CURLOPT_NOPROXY, "*");
     curl_easy_setopt(handle.get(), CURLOPT_NOSIGNAL, 1L);
     curl_easy_setopt(handle.get(), CURLOPT_TIMEOUT_MS, static_cast<long>(timeout.count()));
+    curl_easy_setopt(handle.get(), CURLOPT_HTTPHEADER, headers.get());
     curl_easy_setopt(handle.get(), CURLOPT_WRITEFUNCTION, Append);
 }
 
 std::string HttpClient::Post(const std::string& body) {
-    const HeaderList headers;
     std::string answer;
-    curl_easy_setopt(handle.get(), CURLOPT_HTTPHEADER, headers.first);
     curl_easy_setopt(handle.get(), CURLOPT_POSTFIELDSIZE, static_cast<long>(body.size()));
     curl_easy_setopt(handle.get(), CURLOPT_POSTFIELDS, body.c_str());
     curl_easy_setopt(handle.get(), CURLOPT_WRITEDATA, &answer);
     const CURLcode result = curl_easy_perform(handle.get());
-    curl_easy_setopt(handle.get(), CURLOPT_HTTPHEADER, nullptr);
     if (result == CURLE_OPERATION_TIMEDOUT) {
         throw Failure(ExitStatus::NoDaemon,
                       address + " has not answered within " + Seconds(timeLimit));
+    }
+    if (result == CURLE_WRITE_ERROR) {
+        throw Failure(ExitStatus::BadAnswer, address + " is no TavrikDaemon: too long an answer");
     }
     if (result != CURLE_OK) {
         throw Failure(ExitStatus::NoDaemon,

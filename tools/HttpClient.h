@@ -4,6 +4,8 @@
 #include <memory>
 #include <string>
 
+struct curl_slist;
+
 namespace tavrikctl {
 
 /// Posts XML to one server, over one connection that is kept. The XML-RPC library's own transport
@@ -18,12 +20,15 @@ public:
     std::string Post(const std::string& body);
 
 private:
-    struct Closer {
+    struct Deleter {
         void operator()(void* handle) const;
+        void operator()(curl_slist* list) const;
     };
-    std::unique_ptr<void, Closer> handle;  // libcurl's
+
     std::string address;
     std::chrono::milliseconds timeLimit;
+    std::unique_ptr<curl_slist, Deleter> headers;
+    std::unique_ptr<void, Deleter> handle;  // libcurl's; uses the headers
 };
 
 }  // namespace tavrikctl

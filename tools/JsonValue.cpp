@@ -1,7 +1,9 @@
 #include "tools/JsonValue.h"
 
 #include <cmath>
+#include <limits>
 #include <nlohmann/json.hpp>
+#include <stdexcept>
 
 namespace tavrikctl {
 
@@ -28,6 +30,15 @@ Json StructToJson(const xmlrpc_c::value& value) {
         json[name] = ToJson(member);
     }
     return json;
+}
+
+int CheckedInteger(const Json& json) {
+    using Limits = std::numeric_limits<int>;
+    const auto number = json.get<double>();  // takes any integer, and those of 32 bits exactly
+    if (number < Limits::min() || number > Limits::max()) {
+        throw std::out_of_range("integer of more than 32 bits");
+    }
+    return static_cast<int>(number);
 }
 
 }  // namespace
@@ -58,7 +69,7 @@ xmlrpc_c::value ToValue(const Json& json) {
         return xmlrpc_c::value_boolean(json.get<bool>());
     }
     if (json.is_number_integer()) {
-        return xmlrpc_c::value_int(json.get<int>());
+        return xmlrpc_c::value_int(CheckedInteger(json));
     }
     if (json.is_number()) {
         return xmlrpc_c::value_double(json.get<double>());

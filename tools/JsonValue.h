@@ -9,6 +9,7 @@ namespace tavrikctl {
 nlohmann::ordered_json ToJson(const xmlrpc_c::value& value);
 
 /// JSON as a parameter.
+/// @throws std::out_of_range for an integer of more than 32 bits
 xmlrpc_c::value ToValue(const nlohmann::ordered_json& json);
 
 }  // namespace tavrikctl

@@ -8,60 +8,85 @@ namespace tavrikctl {
 namespace {
 
 constexpr std::array kMethods{
-    Method{"Grip", "gi", Answer::Status},
-    Method{"Release", "gi", Answer::Status},
-    Method{"Disable", "g", Answer::Status},
-    Method{"Home", "g", Answer::Status},
-    Method{"Reference", "g", Answer::Status},
-    Method{"Holdfast", "gb", Answer::Status},
-    Method{"UpdatePDIN", "g", Answer::Number},
-    Method{"GetPDINExcerpt", "g", Answer::Number},
-    Method{"GetState", "g", Answer::Number},
-    Method{"GetTempWarn", "g", Answer::Flag},
-    Method{"GetTempFault", "g", Answer::Flag},
-    Method{"GetFault", "g", Answer::Flag},
-    Method{"GetMaintenance", "g", Answer::Flag},
-    Method{"GetPos", "g", Answer::Real},
-    Method{"GetGrippers", "", Answer::List},
-    Method{"GetGripperInterface", "g", Answer::Number},
-    Method{"GetParameterChecksum", "g", Answer::Number},
-    Method{"StoreRemanent", "g", Answer::Status},
-    Method{"GetReleaseLimit", "gi", Answer::Real},
-    Method{"GetNoPartLimit", "gi", Answer::Real},
-    Method{"GetForce", "gi", Answer::Number},
-    Method{"GetOverrideRelease", "g", Answer::Number},
-    Method{"GetOverrideGrip", "g", Answer::Number},
-    Method{"GetHomingDirection", "g", Answer::Flag},
-    Method{"GetReferenceDirection", "g", Answer::Flag},
-    Method{"SetReleaseLimit", "gid", Answer::Status},
-    Method{"SetNoPartLimit", "gid", Answer::Status},
-    Method{"SetForce", "gii", Answer::Status},
-    Method{"SetOverrideRelease", "gi", Answer::Status},
-    Method{"SetOverrideGrip", "gi", Answer::Status},
-    Method{"SetHomingDirection", "gb", Answer::Status},
-    Method{"SetReferenceDirection", "gb", Answer::Status},
-    Method{"GetLEDAnimation", "gi", Answer::Number},
-    Method{"GetLEDColor", "gi", Answer::Number},
-    Method{"GetLEDSpeed", "gi", Answer::Number},
-    Method{"SetLEDPreset", "gi", Answer::Status},
-    Method{"SetLEDAnimation", "gii", Answer::Status},
-    Method{"SetLEDColor", "gii", Answer::Status},
-    Method{"SetLEDSpeed", "gii", Answer::Status},
-    Method{"GetVersion", "", Answer::Text},
-    Method{"system.listMethods", "", Answer::List},
-    Method{"system.methodExist", "s", Answer::Flag},
-    Method{"system.methodHelp", "s", Answer::Text},
-    Method{"system.methodSignature", "s", Answer::Any},
-    Method{"system.multicall", "a", Answer::Any},
-    Method{"system.shutdown", "s", Answer::Number},
-    Method{"system.capabilities", "", Answer::Any},
-    Method{"system.getCapabilities", "", Answer::Any},
+    Method{"Grip", "gi", true},
+    Method{"Release", "gi", true},
+    Method{"Disable", "g", true},
+    Method{"Home", "g", true},
+    Method{"Reference", "g", true},
+    Method{"Holdfast", "gb", true},
+    Method{"UpdatePDIN", "g"},
+    Method{"GetPDINExcerpt", "g"},
+    Method{"GetState", "g"},
+    Method{"GetTempWarn", "g"},
+    Method{"GetTempFault", "g"},
+    Method{"GetFault", "g"},
+    Method{"GetMaintenance", "g"},
+    Method{"GetPos", "g"},
+    Method{"GetGrippers", ""},
+    Method{"GetGripperInterface", "g"},
+    Method{"GetParameterChecksum", "g"},
+    Method{"StoreRemanent", "g", true},
+    Method{"GetReleaseLimit", "gi"},
+    Method{"GetNoPartLimit", "gi"},
+    Method{"GetForce", "gi"},
+    Method{"GetOverrideRelease", "g"},
+    Method{"GetOverrideGrip", "g"},
+    Method{"GetHomingDirection", "g"},
+    Method{"GetReferenceDirection", "g"},
+    Method{"SetReleaseLimit", "gid", true},
+    Method{"SetNoPartLimit", "gid", true},
+    Method{"SetForce", "gii", true},
+    Method{"SetOverrideRelease", "gi", true},
+    Method{"SetOverrideGrip", "gi", true},
+    Method{"SetHomingDirection", "gb", true},
+    Method{"SetReferenceDirection", "gb", true},
+    Method{"GetLEDAnimation", "gi"},
+    Method{"GetLEDColor", "gi"},
+    Method{"GetLEDSpeed", "gi"},
+    Method{"SetLEDPreset", "gi", true},
+    Method{"SetLEDAnimation", "gii", true},
+    Method{"SetLEDColor", "gii", true},
+    Method{"SetLEDSpeed", "gii", true},
+    Method{"GetVersion", ""},
+    Method{"system.listMethods", ""},
+    Method{"system.methodExist", "s"},
+    Method{"system.methodHelp", "s"},
+    Method{"system.methodSignature", "s"},
+    Method{"system.multicall", "a"},
+    Method{"system.shutdown", "s"},
+    Method{"system.capabilities", ""},
+    Method{"system.getCapabilities", ""},
 };
+
+const char* Word(char letter) {
+    switch (letter) {
+        case 'g':
+            return "GRIPPER";
+        case 'i':
+            return "INTEGER";
+        case 'd':
+            return "NUMBER";
+        case 'b':
+            return "on|off";
+        case 'a':
+            return "JSON-ARRAY";
+        default:
+            return "TEXT";
+    }
+}
 
 }  // namespace
 
 std::span<const Method> Methods() {
     return kMethods;
+}
+
+std::string Usage(const Method& method) {
+    std::string text(method.name);
+    for (const char letter : method.parameters) {
+        text += std::string(" ") + Word(letter);
+    }
+    return text;
 }
 
 const Method* FindMethod(std::string_view name) {

@@ -3,6 +3,7 @@
 #include <array>
 #include <cstdint>
 #include <cstdio>
+#include <nlohmann/json.hpp>
 #include <utility>
 
 namespace tavrikctl {
@@ -33,6 +34,7 @@ ProcessData::ProcessData(int excerpt) {
     tempFault = (bits & kTempFault) != 0;
     tempWarn = (bits & kTempWarn) != 0;
     maintenance = (bits & kMaintenance) != 0;
+    certain = excerpt != 0;
 }
 
 std::string ProcessData::FlagText() const {
@@ -46,6 +48,16 @@ std::string ProcessData::FlagText() const {
         }
     }
     return text;
+}
+
+void ProcessData::AddTo(nlohmann::ordered_json& object) const {
+    object["state"] = state;
+    object["position"] = position;
+    object["fault"] = fault;
+    object["temperatureFault"] = tempFault;
+    object["temperatureWarning"] = tempWarn;
+    object["maintenance"] = maintenance;
+    object["certain"] = certain;
 }
 
 std::string HundredthsText(double value) {

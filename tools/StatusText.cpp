@@ -15,7 +15,8 @@ std::string StatusText(int status) {
         case kDone:
             return "done";
         case kNotPossible:
-            return "status 3: nothing was sent; no such gripper, or its model cannot do it";
+            return "status 3: nothing was sent; no such gripper, a model that cannot do it, or a "
+                   "daemon that was busy for a moment";
         case kNoAnswer:
             return "status 5: the gripper's master has not answered within 1 s; whether it did "
                    "what was asked is not known";

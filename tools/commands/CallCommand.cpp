@@ -1,5 +1,6 @@
 #include "tools/commands/CallCommand.h"
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 
 #include "tools/Arguments.h"
@@ -11,43 +12,89 @@
 
 namespace tavrikctl {
 
+namespace {
+
+constexpr char kGripperLetter = 'g';
+constexpr const char* kNoGripper = "---";  // what the daemon takes for no gripper at all
+
+/// The methods that there are, for the help text: two columns.
+std::string MethodList() {
+    constexpr std::size_t kColumnWidth = 40;
+    std::string text = "Methods:";
+    bool left = true;
+    for (const Method& method : Methods()) {
+        std::string usage = Usage(method);
+        usage.resize(std::max(usage.size(), left ? kColumnWidth : 0), ' ');
+        text += (left ? "\n  " : "") + usage;
+        left = !left;
+    }
+    return text;
+}
+
+}  // namespace
+
 CallCommand::CallCommand(CLI::App& program)
     : Command(program, "call", "Call any method of the daemon") {
-    app.add_option("METHOD", methodName, "its name")->required();
-    app.add_option("ARG", arguments, "its arguments");
+    app.add_option("METHOD", methodName, "see below")->required();
+    // One by one: "[a,b]" would be taken for two elements of a list.
+    for (std::string& text : texts) {
+        const std::string name = "ARG" + std::to_string(&text - texts.data() + 1);
+        options.push_back(app.add_option(name, text, "an argument of it")->option_text(" "));
+    }
     app.add_flag("--exact", exact, "send the device string as it is typed");
-    app.add_flag("--json", json, "for programs");
+    AddJson(json);
+    app.footer(MethodList);
 }
 
 ExitStatus CallCommand::Run(Daemon& daemon, Printer& printer) {
+    const Method& method = ChosenMethod();
+    const xmlrpc_c::value answer = daemon.Call(methodName, Parameters(method, daemon));
+    const auto value = ToJson(answer);
+    const int status = method.answersStatus ? Daemon::As<int>(methodName, answer) : 0;
+    if (json) {
+        printer.Json(value);
+    } else if (value.is_string()) {
+        printer.Line(Printable(value.get<std::string>()));
+    } else if (method.answersStatus && status == 0) {
+        printer.Line("0: " + StatusText(status));
+    } else if (!method.answersStatus) {
+        printer.Json(value);
+    }
+    if (status != 0) {
+        throw Failure(ExitStatusOf(status), methodName + ": " + StatusText(status));
+    }
+    return ExitStatus::Done;
+}
+
+std::vector<std::string> CallCommand::Arguments() const {
+    std::vector<std::string> arguments;
+    for (std::size_t i = 0; i < texts.size() && options[i]->count() > 0; ++i) {
+        arguments.push_back(texts[i]);
+    }
+    return arguments;
+}
+
+const Method& CallCommand::ChosenMethod() const {
     const Method* const method = FindMethod(methodName);
     if (method == nullptr) {
-        throw Failure(ExitStatus::Usage, "there is no method " + Printable(methodName));
+        throw Failure(ExitStatus::Usage, "there is no method '" + Printable(methodName) + "'");
     }
-    if (arguments.size() != method->parameters.size()) {
-        throw Failure(
-            ExitStatus::Usage,
-            methodName + " takes " + std::to_string(method->parameters.size()) + " arguments");
+    if (Arguments().size() != method->parameters.size()) {
+        throw Failure(ExitStatus::Usage, "the call is: " + Usage(*method));
     }
+    return *method;
+}
+
+xmlrpc_c::paramList CallCommand::Parameters(const Method& method, Daemon& daemon) const {
+    const std::vector<std::string> arguments = Arguments();
     xmlrpc_c::paramList parameters;
     for (std::size_t i = 0; i < arguments.size(); ++i) {
-        const char letter = method->parameters[i];
-        const bool isName = letter == 'g' && !exact;
+        const char letter = method.parameters[i];
+        const bool isName = letter == kGripperLetter && !exact && arguments[i] != kNoGripper;
         parameters.add(
             ParseArgument(letter, isName ? daemon.FindGripper(arguments[i]) : arguments[i]));
     }
-    const xmlrpc_c::value answer = daemon.Call(methodName, parameters);
-    const auto text = ToJson(answer);
-    if (json || !text.is_string()) {
-        printer.Json(text);
-    } else {
-        printer.Line(Printable(text.get<std::string>()));
-    }
-    if (method->answer == Answer::Status && text != 0) {
-        const int status = text.get<int>();
-        throw Failure(ExitStatusOf(status), StatusText(status));
-    }
-    return ExitStatus::Done;
+    return parameters;
 }
 
 }  // namespace tavrikctl

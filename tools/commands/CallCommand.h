@@ -1,8 +1,11 @@
 #pragma once
 
+#include <array>
 #include <string>
 #include <vector>
+#include <xmlrpc-c/base.hpp>
 
+#include "tools/MethodTable.h"
 #include "tools/commands/Command.h"
 
 namespace tavrikctl {
@@ -14,8 +17,14 @@ public:
     ExitStatus Run(Daemon& daemon, Printer& printer) override;
 
 private:
+    /// @throws Failure (Usage), also when the number of arguments is not the method's
+    const Method& ChosenMethod() const;
+    std::vector<std::string> Arguments() const;
+    xmlrpc_c::paramList Parameters(const Method& method, Daemon& daemon) const;
+
     std::string methodName;
-    std::vector<std::string> arguments;
+    std::array<std::string, 3> texts;   // as many as any method takes
+    std::vector<CLI::Option*> options;  // of the texts; the app's
     bool json = false;
     bool exact = false;
 };

@@ -25,6 +25,11 @@ public:
     virtual ExitStatus Run(Daemon& daemon, Printer& printer) = 0;
 
 protected:
+    // Options and arguments that several commands have.
+    void AddGripper(std::string& name);
+    CLI::Option* AddSetNumber(int& number);
+    void AddJson(bool& json);
+
     CLI::App& app;  // the program's
 };
 

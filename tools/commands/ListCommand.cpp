@@ -1,41 +1,83 @@
 #include "tools/commands/ListCommand.h"
 
 #include <nlohmann/json.hpp>
+#include <set>
 
 #include "tools/Printable.h"
-#include "tools/ProcessData.h"
 
 namespace tavrikctl {
 
-ListCommand::ListCommand(CLI::App& program) : Command(program, "list", "One row for each gripper") {
-    app.add_flag("--json", json, "for programs");
+namespace {
+constexpr const char* kUnknownModel = "?";
+}
+
+ListCommand::ListCommand(CLI::App& program)
+    : Command(program, "list", "Show all grippers, a row each") {
+    app.add_flag("--passive", passive, "send nothing to the grippers: their models stay unknown");
+    AddJson(json);
 }
 
 ExitStatus ListCommand::Run(Daemon& daemon, Printer& printer) {
-    std::vector<std::vector<Cell>> rows;
-    auto list = nlohmann::ordered_json::array();
-    for (const std::string& gripper : daemon.Grippers()) {
-        const ProcessData data(daemon.Get<int>("GetPDINExcerpt", gripper));
-        const std::string flags = data.FlagText();
-        rows.push_back({{Printable(gripper)},
-                        {std::to_string(data.state)},
-                        {HundredthsText(data.position)},
-                        {flags.empty() ? "none" : flags, data.fault || data.tempFault}});
-        list.push_back({{"gripper", gripper},
-                        {"state", data.state},
-                        {"position", data.position},
-                        {"fault", data.fault},
-                        {"temperatureFault", data.tempFault},
-                        {"temperatureWarning", data.tempWarn},
-                        {"maintenance", data.maintenance}});
+    std::vector<Entry> entries;
+    std::set<std::string> seen;
+    for (const std::string& device : daemon.Grippers()) {
+        entries.push_back(Look(Gripper(daemon, device)));
+        if (!seen.insert(device).second) {
+            entries.back().note = "same name as another: calls reach the first";
+        }
     }
-    if (json) {
-        printer.Json(list);
-    } else {
-        printer.Table({{"GRIPPER"}, {"STATE", Align::Right}, {"POSITION", Align::Right}, {"FLAGS"}},
-                      rows);
-    }
+    json ? PrintJson(entries, printer) : PrintTable(entries, printer);
     return ExitStatus::Done;
+}
+
+ListCommand::Entry ListCommand::Look(const Gripper& gripper) const {
+    Entry entry{gripper.DeviceString(), gripper.ReadProcessData(), kUnknownModel, "", true};
+    if (!passive) {
+        entry.answers = gripper.MasterAnswers();
+    }
+    if (!entry.answers) {
+        entry.note = "its master does not answer: old values";
+    } else if (!entry.data.certain) {
+        entry.note = "zero, or no process data";
+    } else if (!passive) {
+        entry.model = gripper.Model();
+    }
+    return entry;
+}
+
+void ListCommand::PrintTable(const std::vector<Entry>& entries, Printer& printer) {
+    if (entries.empty()) {
+        printer.Line("The daemon knows no gripper.");
+        return;
+    }
+    std::vector<std::vector<Cell>> rows;
+    for (const Entry& entry : entries) {
+        const std::string flags = entry.data.FlagText();
+        rows.push_back({{Printable(entry.gripper)},
+                        {entry.model},
+                        {std::to_string(entry.data.state)},
+                        {HundredthsText(entry.data.position)},
+                        {flags.empty() ? "none" : flags, !flags.empty()},
+                        {entry.note, !entry.answers}});
+    }
+    printer.Table({{"GRIPPER"},
+                   {"MODEL"},
+                   {"STATE", Align::Right},
+                   {"POSITION", Align::Right},
+                   {"FLAGS"},
+                   {""}},
+                  rows);
+}
+
+void ListCommand::PrintJson(const std::vector<Entry>& entries, Printer& printer) {
+    auto list = nlohmann::ordered_json::array();
+    for (const Entry& entry : entries) {
+        nlohmann::ordered_json object{{"gripper", entry.gripper}, {"model", entry.model}};
+        entry.data.AddTo(object);
+        object["answers"] = entry.answers;
+        list.push_back(object);
+    }
+    printer.Json(list);
 }
 
 }  // namespace tavrikctl

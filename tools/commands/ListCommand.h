@@ -1,5 +1,10 @@
 #pragma once
 
+#include <nlohmann/json_fwd.hpp>
+#include <string>
+#include <vector>
+
+#include "tools/Gripper.h"
 #include "tools/commands/Command.h"
 
 namespace tavrikctl {
@@ -11,6 +16,19 @@ public:
     ExitStatus Run(Daemon& daemon, Printer& printer) override;
 
 private:
+    struct Entry {
+        std::string gripper;  // device string
+        ProcessData data;
+        std::string model;
+        std::string note;
+        bool answers;  // true also if not asked
+    };
+
+    Entry Look(const Gripper& gripper) const;
+    static void PrintTable(const std::vector<Entry>& entries, Printer& printer);
+    static void PrintJson(const std::vector<Entry>& entries, Printer& printer);
+
+    bool passive = false;
     bool json = false;
 };
 

@@ -1,0 +1,51 @@
+#include "tools/GripperName.h"
+
+#include <gtest/gtest.h>
+
+#include "tests/unit/tools/ExpectFailure.h"
+
+namespace tavrikctl {
+namespace {
+
+const std::vector<std::string> kThree{"HVA SN:1", "HVA SN:12", "MZD-S SN:2"};
+
+TEST(GripperNameTest, TheWholeNameWinsOverParts) {
+    EXPECT_EQ(MatchGripper(kThree, "HVA SN:1"), "HVA SN:1");
+}
+
+TEST(GripperNameTest, APartInEitherCaseIsEnough) {
+    EXPECT_EQ(MatchGripper(kThree, "mzd"), "MZD-S SN:2");
+    EXPECT_EQ(MatchGripper(kThree, ":12"), "HVA SN:12");
+}
+
+TEST(GripperNameTest, OnlyAsciiHasTwoCases) {
+    EXPECT_EQ(MatchGripper({"\xc3\x84", "\xc3\xa4"}, "\xc3\x84"), "\xc3\x84");
+}
+
+TEST(GripperNameTest, AnOnlyGripperNeedsNoName) {
+    EXPECT_EQ(MatchGripper({"HVA SN:1"}, ""), "HVA SN:1");
+}
+
+TEST(GripperNameTest, TwoOfOneNameAreOne) {
+    EXPECT_EQ(MatchGripper({"HVA", "HVA"}, "hva"), "HVA");
+}
+
+TEST(GripperNameTest, AnAmbiguousPartIsRefusedWithTheNames) {
+    EXPECT_FAILURE(MatchGripper(kThree, "HVA"), NoGripper,
+                   "several grippers fit: 'HVA SN:1', 'HVA SN:12'");
+    EXPECT_FAILURE(MatchGripper(kThree, ""), NoGripper,
+                   "name one of the grippers 'HVA SN:1', 'HVA SN:12', 'MZD-S SN:2'");
+}
+
+TEST(GripperNameTest, AnUnknownNameIsRefusedWithTheNamesThatThereAre) {
+    EXPECT_FAILURE(MatchGripper({"A\nB"}, "TLM\n"), NoGripper,
+                   "no gripper is called 'TLM?'; there are 'A?B'");
+}
+
+TEST(GripperNameTest, WithoutGrippersAnyNameIsRefused) {
+    EXPECT_FAILURE(MatchGripper({}, "HVA"), NoGripper, "the daemon knows no gripper");
+    EXPECT_FAILURE(MatchGripper({}, ""), NoGripper, "the daemon knows no gripper");
+}
+
+}  // namespace
+}  // namespace tavrikctl

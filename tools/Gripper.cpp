@@ -1,0 +1,111 @@
+#include "tools/Gripper.h"
+
+#include <algorithm>
+#include <array>
+#include <thread>
+
+#include "tools/Failure.h"
+#include "tools/Printable.h"
+#include "tools/RestDetector.h"
+#include "tools/StatusText.h"
+
+namespace tavrikctl {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+/// The daemon waits 1 s for a master. An answer that took so long is not the gripper's.
+constexpr std::chrono::milliseconds kMasterTimeout(950);
+
+constexpr std::chrono::milliseconds kPollPause(20);
+
+/// Whether `call` was over before the daemon can have stopped waiting for the master.
+template <typename Call>
+bool IsInTime(Call call) {
+    const auto start = Clock::now();
+    call();
+    return Clock::now() - start < kMasterTimeout;
+}
+
+}  // namespace
+
+std::string Gripper::Name() const {
+    return Printable(device);
+}
+
+ProcessData Gripper::ReadProcessData() const {
+    const ProcessData data(Get<int>("GetPDINExcerpt"));
+    if (!data.certain && Get<int>("GetState") < 0) {
+        throw Failure(ExitStatus::NoGripper, Name() + ": the daemon does not know it any more");
+    }
+    return data;
+}
+
+bool Gripper::MasterAnswers() const {
+    return IsInTime([this] { Get<int>("GetOverrideGrip"); });
+}
+
+xmlrpc_c::value Gripper::Call(const std::string& method, const xmlrpc_c::carray& rest) const {
+    xmlrpc_c::paramList parameters;
+    parameters.addc(device);
+    for (const auto& parameter : rest) {
+        parameters.add(parameter);
+    }
+    return server->Call(method, parameters);
+}
+
+int Gripper::Command(const std::string& method, const xmlrpc_c::carray& rest) const {
+    return Daemon::As<int>(method, Call(method, rest));
+}
+
+xmlrpc_c::value Gripper::ReadSetting(const std::string& method,
+                                     const xmlrpc_c::carray& rest) const {
+    xmlrpc_c::value answer;
+    if (!IsInTime([&] { answer = Call(method, rest); })) {
+        throw Failure(ExitStatus::NoAnswer, Name() + ": its master has not answered within 1 s");
+    }
+    return answer;
+}
+
+std::string Gripper::Model() const {
+    static constexpr int kFirst = 0;  // parameter set, LED
+    constexpr std::array kMethodsOfMzd{"GetLEDAnimation", "GetLEDColor", "GetLEDSpeed"};
+    if (std::any_of(kMethodsOfMzd.begin(), kMethodsOfMzd.end(),
+                    [this](const char* method) { return Get<int>(method, kFirst) != 0; })) {
+        return "MZD";
+    }
+    const bool isOther = Get<int>("GetForce", kFirst) != 0 || Get<bool>("GetReferenceDirection");
+    return isOther ? "HVA or MZD" : "TLM?";
+}
+
+std::string Gripper::StatusText(int status) const {
+    if (ExitStatusOf(status) != ExitStatus::NotPossible) {
+        return Name() + ": " + tavrikctl::StatusText(status);
+    }
+    const bool isKnown = Get<int>("GetGripperInterface") == 0;
+    return Name() + ": status 3: nothing was sent; " +
+           (isKnown ? "its model cannot do this, or the daemon was busy for a moment"
+                    : "the daemon does not know it any more");
+}
+
+ProcessData Gripper::AwaitRest(std::chrono::milliseconds limit) const {
+    const auto deadline = Clock::now() + limit;
+    ProcessData data = ReadProcessData();
+    RestDetector detector;
+    while (!detector.IsAtRest(data.position, data.state, Clock::now())) {
+        if (Clock::now() > deadline) {
+            throw Failure(ExitStatus::NotAtRest,
+                          Name() + ": still moving, at " + HundredthsText(data.position));
+        }
+        std::this_thread::sleep_for(kPollPause);
+        data = ReadProcessData();
+    }
+    if (!MasterAnswers()) {
+        throw Failure(ExitStatus::NoAnswer, Name() + ": its master has fallen silent; its last " +
+                                                "position was " + HundredthsText(data.position));
+    }
+    return data;
+}
+
+}  // namespace tavrikctl

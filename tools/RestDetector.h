@@ -1,0 +1,26 @@
+#pragma once
+
+#include <chrono>
+#include <optional>
+
+namespace tavrikctl {
+
+/// Tells from its values whether a gripper has come to rest: neither position nor state has changed
+/// for half a second. As long as that may pass between a call and the begin of its motion.
+class RestDetector {
+public:
+    using TimePoint = std::chrono::steady_clock::time_point;
+
+    /// Takes the values read at `now`.
+    bool IsAtRest(double position, int state, TimePoint now);
+
+private:
+    struct Values {
+        double position;
+        int state;
+        TimePoint since;
+    };
+    std::optional<Values> resting;
+};
+
+}  // namespace tavrikctl

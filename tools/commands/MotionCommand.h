@@ -1,0 +1,43 @@
+#pragma once
+
+#include <string>
+#include <xmlrpc-c/base.hpp>
+
+#include "tools/Gripper.h"
+#include "tools/commands/Command.h"
+
+namespace tavrikctl {
+
+/// What one MotionCommand does.
+struct Motion {
+    enum class Argument { None, Set, OnOff };
+
+    std::string name;
+    std::string description;
+    std::string method;  ///< answers a status
+    Argument argument = Argument::None;
+    bool moves = true;  ///< whether its end can be waited for
+};
+
+/// A command to the gripper: one call that answers a status.
+class MotionCommand : public Command {
+public:
+    MotionCommand(CLI::App& program, const Motion& motion);
+    ExitStatus Run(Daemon& daemon, Printer& printer) override;
+
+private:
+    void AddWaiting();
+
+    /// The parameters behind the device string.
+    xmlrpc_c::carray Arguments() const;
+
+    const Motion motion;
+    std::string onOff;
+    std::string gripperName;
+    int set = 0;
+    bool wait = false;
+    double seconds;
+    bool json = false;
+};
+
+}  // namespace tavrikctl

@@ -1,0 +1,72 @@
+#include "tools/commands/SettingCommand.h"
+
+#include "tools/Failure.h"
+
+namespace tavrikctl {
+
+using Place = Setting::Place;
+
+namespace {
+
+/// The settings that there are, for the help text.
+std::string SettingList() {
+    constexpr std::size_t kNameWidth = 22;
+    std::string text = "Settings, and the models that have them:";
+    for (const Setting& setting : Settings()) {
+        std::string name(setting.name);
+        name.resize(kNameWidth, ' ');
+        text += "\n  " + name + std::string(setting.models);
+    }
+    return text;
+}
+
+}  // namespace
+
+SettingCommand::SettingCommand(CLI::App& program, const std::string& name,
+                               const std::string& description)
+    : Command(program, name, description) {
+    app.add_option("SETTING", settingName, "see below")->required();
+    app.footer(SettingList);
+}
+
+void SettingCommand::AddNumbers() {
+    constexpr int kLargestLed = 127;
+    setOption = AddSetNumber(set);
+    ledOption = app.add_option("-l,--led", led, "number of the LED (0 if not given)")
+                    ->check(CLI::Range(0, kLargestLed))
+                    ->option_text("N");
+}
+
+const Setting& SettingCommand::ChosenSetting() const {
+    const Setting& setting = FindSetting(settingName);
+    if (setting.place != Place::Set && setOption->count() > 0) {
+        throw Failure(ExitStatus::Usage, settingName + " is not in parameter sets");
+    }
+    if (setting.place != Place::Led && ledOption->count() > 0) {
+        throw Failure(ExitStatus::Usage, settingName + " is not of an LED");
+    }
+    return setting;
+}
+
+xmlrpc_c::carray SettingCommand::Numbers(const Setting& setting) const {
+    switch (setting.place) {
+        case Place::Set:
+            return {xmlrpc_c::value_int(set)};
+        case Place::Led:
+            return {xmlrpc_c::value_int(led)};
+        default:
+            return {};
+    }
+}
+
+std::string SettingCommand::Title(const Setting& setting, const Gripper& gripper) const {
+    std::string title = gripper.Name() + ": " + std::string(setting.name);
+    if (setting.place == Place::Set) {
+        title += " of set " + std::to_string(set);
+    } else if (setting.place == Place::Led) {
+        title += " of LED " + std::to_string(led);
+    }
+    return title;
+}
+
+}  // namespace tavrikctl

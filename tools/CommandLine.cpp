@@ -41,7 +41,7 @@ void PrintError(std::string text) {
 }  // namespace
 
 CommandLine::CommandLine() : app("Operates grippers through a running TavrikDaemon.", "tavrikctl") {
-    app.require_subcommand(1);
+    app.require_subcommand(0, 1);
     app.fallthrough();
     app.set_version_flag("--version", "tavrikctl " TAVRIK_VERSION);
     AddOptions();
@@ -113,6 +113,9 @@ ExitStatus CommandLine::RunCommand() {
     Printer printer(std::cout, WantsColours());
     const auto command = std::find_if(commands.begin(), commands.end(),
                                       [](const auto& each) { return each->IsChosen(); });
+    if (command == commands.end()) {
+        throw Failure(ExitStatus::Usage, "a command is missing; see tavrikctl --help");
+    }
     const ExitStatus status = (*command)->Run(daemon, printer);
     if (!std::cout.flush()) {
         throw Failure(ExitStatus::Failed, "standard output cannot be written");

@@ -3,6 +3,7 @@
 #include <xmlrpc-c/xml.hpp>
 
 #include "tools/GripperName.h"
+#include "tools/Printable.h"
 
 namespace tavrikctl {
 
@@ -16,8 +17,8 @@ xmlrpc_c::value Daemon::Call(const std::string& method, const xmlrpc_c::paramLis
     const xmlrpc_c::rpcOutcome outcome = Parse(method, http.Post(xml));
     if (!outcome.succeeded()) {
         const xmlrpc_c::fault fault = outcome.getFault();
-        throw BadAnswer(method,
-                        "fault " + std::to_string(fault.getCode()) + ", " + fault.getDescription());
+        throw BadAnswer(method, "fault " + std::to_string(fault.getCode()) + ", " +
+                                    Printable(fault.getDescription()));
     }
     return outcome.getResult();
 }

@@ -16,22 +16,6 @@ double RoundToHundredths(double number) {
     return std::round(number * kStepsPerUnit) / kStepsPerUnit;
 }
 
-Json ArrayToJson(const xmlrpc_c::value& value) {
-    Json json = Json::array();
-    for (const auto& element : xmlrpc_c::value_array(value).cvalue()) {
-        json.push_back(ToJson(element));
-    }
-    return json;
-}
-
-Json StructToJson(const xmlrpc_c::value& value) {
-    Json json = Json::object();
-    for (const auto& [name, member] : xmlrpc_c::value_struct(value).cvalue()) {
-        json[name] = ToJson(member);
-    }
-    return json;
-}
-
 int CheckedInteger(const Json& json) {
     using Limits = std::numeric_limits<int>;
     const auto number = json.get<double>();  // takes any integer, and those of 32 bits exactly
@@ -43,7 +27,11 @@ int CheckedInteger(const Json& json) {
 
 }  // namespace
 
+// Recursion ends: the XML-RPC library takes no more than 64 levels, and the rest is typed.
+// NOLINTBEGIN(misc-no-recursion)
+
 Json ToJson(const xmlrpc_c::value& value) {
+    Json json = Json::array();
     switch (value.type()) {
         case xmlrpc_c::value::TYPE_INT:
             return xmlrpc_c::value_int(value).cvalue();
@@ -56,9 +44,16 @@ Json ToJson(const xmlrpc_c::value& value) {
         case xmlrpc_c::value::TYPE_STRING:
             return xmlrpc_c::value_string(value).cvalue();
         case xmlrpc_c::value::TYPE_ARRAY:
-            return ArrayToJson(value);
+            for (const auto& element : xmlrpc_c::value_array(value).cvalue()) {
+                json.push_back(ToJson(element));
+            }
+            return json;
         case xmlrpc_c::value::TYPE_STRUCT:
-            return StructToJson(value);
+            json = Json::object();
+            for (const auto& [name, member] : xmlrpc_c::value_struct(value).cvalue()) {
+                json[name] = ToJson(member);
+            }
+            return json;
         default:
             return nullptr;
     }
@@ -93,5 +88,7 @@ xmlrpc_c::value ToValue(const Json& json) {
     }
     return xmlrpc_c::value_nil();
 }
+
+// NOLINTEND(misc-no-recursion)
 
 }  // namespace tavrikctl

@@ -51,14 +51,11 @@ ExitStatus CallCommand::Run(Daemon& daemon, Printer& printer) {
     const xmlrpc_c::value answer = daemon.Call(methodName, Parameters(method, daemon));
     const auto value = ToJson(answer);
     const int status = method.answersStatus ? Daemon::As<int>(methodName, answer) : 0;
-    if (json) {
+    if (json || !(value.is_string() || method.answersStatus)) {
         printer.Json(value);
-    } else if (value.is_string()) {
-        printer.Line(Printable(value.get<std::string>()));
-    } else if (method.answersStatus && status == 0) {
-        printer.Line("0: " + StatusText(status));
-    } else if (!method.answersStatus) {
-        printer.Json(value);
+    } else if (status == 0) {
+        printer.Line(value.is_string() ? Printable(value.get<std::string>())
+                                       : "0: " + StatusText(status));
     }
     if (status != 0) {
         throw Failure(ExitStatusOf(status), methodName + ": " + StatusText(status));

@@ -48,7 +48,7 @@ TEST(SettingTableTest, ValuesOutOfRangeAreRefused) {
 
 /// As the daemon does it.
 int EncodedLimit(double limit) {
-    return static_cast<int>(limit * 100 + 0.5);
+    return static_cast<int>(limit * 100 + 0.5);  // NOLINT(bugprone-incorrect-roundings)
 }
 
 TEST(SettingTableTest, EveryLimitArrivesAsItIsTyped) {

@@ -1,0 +1,627 @@
+"""tavrikctl against the real daemon in a simulated cell: every command, every status in words."""
+
+import contextlib
+import http.server
+import json
+import os
+import pty
+import socket
+import subprocess
+import threading
+import time
+import unittest
+
+import ctl
+from cell import PORTS, SLOWNESS, wait_until
+from cell_test_case import CellTestCase, main
+from methods import METHODS
+
+HVA = "HVA SN:100001"
+MZD = "MZD-S SN:100002"
+TLM = "TLM SN:100003"
+GRIPPERS = (HVA, MZD, TLM)
+
+# Exit statuses
+REFUSED, USAGE, NOT_POSSIBLE, NO_DAEMON, NO_ANSWER, BAD_ANSWER = 1, 2, 3, 4, 5, 6
+NO_GRIPPER, NOT_AT_REST, FAILED, NOT_SENT, NO_PROCESS_DATA = 7, 8, 9, 12, 21
+
+
+class CtlTestCase(CellTestCase):
+    options = ("--gripper", "HVA", "--gripper", "MZD-S", "--gripper", "TLM")
+
+    @classmethod
+    def prepare(cls):
+        super().prepare()
+        count = cls.options.count("--gripper")
+        if count:
+            cls.cell.wait_until_operating(count)
+        for device in cls.call_apart("GetGrippers"):
+            wait_until(lambda device=device: cls.call_apart("GetPDINExcerpt", device))
+
+    @classmethod
+    def call_apart(cls, method, *arguments):
+        return cls.cell.call_apart(method, *arguments)
+
+    def ctl(self, *arguments, **options):
+        """Runs a command that succeeds; returns its output."""
+        result = ctl.run(*arguments, **options)
+        self.assertEqual((result.returncode, result.stderr), (0, ""), arguments)
+        return result.stdout
+
+    def json(self, *arguments):
+        return json.loads(self.ctl(*arguments, "--json"))
+
+    def expect_failure(self, status, text, *arguments, **options):
+        """Runs a command that fails with one line on standard error, in which `text` is."""
+        result = ctl.run(*arguments, **options)
+        self.assertEqual(result.returncode, status, result)
+        self.assertRegex(result.stderr, r"\Atavrikctl: [^\n]+\n\Z")
+        self.assertIn(text, result.stderr)
+        self.assertEqual(result.stdout, "")
+
+    @contextlib.contextmanager
+    def condition(self, command, end):
+        """Has the simulator carry out `command`, and `end` afterwards."""
+        self.cell.command(command)
+        try:
+            yield
+        finally:
+            self.cell.command(end)
+
+    def requests_during(self, number, *arguments):
+        """The lines that master `number` gets while a command runs."""
+        before = self.cell.show(number)["requestCount"]
+        self.ctl(*arguments)
+        shown = self.cell.show(number)
+        count = shown["requestCount"] - before
+        return shown["requests"][-count:] if count else []
+
+    def wait_for_process_data(self, number, device):
+        """Waits until the daemon has what the master of `device` streams now."""
+        def is_there():
+            pdin = self.cell.show(number)["pdin"]
+            return (self.call("GetPDINExcerpt", device) ==
+                    pdin[0] + 256 * pdin[1] + 65536 * pdin[3])
+        wait_until(is_there)
+
+
+class ListTest(CtlTestCase):
+    def test_every_gripper_has_a_row_and_columns_are_aligned(self):
+        self.assertEqual(self.ctl("list"),
+                         "GRIPPER          MODEL       STATE  POSITION  FLAGS\n"
+                         "HVA SN:100001    HVA or MZD      1     10.00  none\n"
+                         "MZD-S SN:100002  HVA or MZD      1     10.00  none\n"
+                         "TLM SN:100003    TLM?            0     10.00  none\n")
+
+    def test_an_led_that_is_set_tells_an_mzd(self):
+        self.call("SetLEDSpeed", MZD, 0, 40)
+        self.assertEqual([row["model"] for row in self.json("list")],
+                         ["HVA or MZD", "MZD", "TLM?"])
+        self.call("SetLEDSpeed", MZD, 0, 0)
+
+    def test_a_reference_direction_tells_a_gripper_whose_force_is_zero(self):
+        self.call("SetForce", HVA, 0, 0)
+        self.assertEqual(self.json("list")[0]["model"], "TLM?")
+        self.call("SetReferenceDirection", HVA, True)
+        self.assertEqual(self.json("list")[0]["model"], "HVA or MZD")
+        self.call("SetReferenceDirection", HVA, False)
+        self.call("SetForce", HVA, 0, 50)
+
+    def test_json_has_the_same_for_programs(self):
+        self.assertEqual(self.json("list")[0],
+                         {"gripper": HVA, "model": "HVA or MZD", "state": 1, "position": 10.0,
+                          "fault": False, "temperatureFault": False, "temperatureWarning": False,
+                          "maintenance": False, "certain": True, "answers": True})
+
+    def test_flags_are_in_words(self):
+        for flag, word, name in (("fault", "fault", "fault"),
+                                 ("temp-fault", "temperature fault", "temperatureFault"),
+                                 ("temp-warn", "temperature warning", "temperatureWarning"),
+                                 ("maintenance", "maintenance", "maintenance")):
+            with self.subTest(flag=flag):
+                with self.condition(f"fault 2 {flag} on", f"fault 2 {flag} off"):
+                    self.wait_for_process_data(2, TLM)
+                    self.assertTrue(self.json("list")[2][name])
+                    self.assertTrue(self.ctl("list").splitlines()[3].endswith("  " + word))
+                self.wait_for_process_data(2, TLM)
+
+    def test_passive_sends_nothing_to_the_grippers(self):
+        self.assertEqual(self.requests_during(0, "list", "--passive"), [])
+        self.assertNotEqual(self.requests_during(0, "list"), [])
+        self.assertEqual(self.json("list", "--passive")[0]["model"], "?")
+
+    def test_nothing_of_the_gripper_is_changed(self):
+        before = [self.cell.show(number) for number in range(3)]
+        self.ctl("list")
+        for number, state in enumerate(before):
+            after = self.cell.show(number)
+            for what in ("pdout", "parameters", "state", "position"):
+                self.assertEqual(after[what], state[what])
+            self.assertFalse([line for line in after["requests"] if "PARAM" in line and
+                              not line.endswith("?")])
+
+    def test_the_values_of_a_silent_master_are_marked_as_old(self):
+        with self.condition("silent 0 on", "silent 0 off"):
+            row = self.ctl("list").splitlines()[1]
+            self.assertIn("its master does not answer: old values", row)
+            self.assertIn("10.00", row)
+            row = self.json("list")[0]
+            self.assertEqual((row["answers"], row["model"], row["position"]), (False, "?", 10.0))
+        wait_until(lambda: self.json("list")[0]["answers"])
+
+    def test_without_process_data_no_model_is_asked_for(self):
+        mark = self.cell.log.mark()
+        self.cell.command("mode 0 2")
+        self.cell.log.wait_for("STARTUP$", since=mark)
+        wait_until(lambda: not self.call("GetPDINExcerpt", HVA))
+        self.assertNotIn("DEVINFO?", self.requests_during(0, "list")[1:])
+        row = self.json("list")[0]
+        self.assertEqual((row["certain"], row["model"]), (False, "?"))
+        self.assertIn("zero, or no process data", self.ctl("list"))
+        self.expect_failure(NO_PROCESS_DATA, "status 21: nothing was sent", "grip", HVA)
+        self.cell.command("mode 0 4")
+        self.cell.log.wait_for("Pending command PDOUT deleted", since=mark)
+        wait_until(lambda: self.json("list")[0]["certain"])
+
+
+class OddGrippersTest(CtlTestCase):
+    options = ("--gripper", r"HVA,product=A\tB\x1b[31m\xc3\xa4,serial=1",
+               "--gripper", "TLM,serial=7", "--gripper", "TLM,serial=7")
+
+    def test_names_cannot_steer_the_terminal(self):
+        rows = self.ctl("list").splitlines()
+        self.assertTrue(rows[1].startswith("A?B?[31m\u00e4 SN:1  HVA or MZD"))
+        self.assertEqual(rows[0].index("MODEL"), rows[1].index("HVA or MZD"))
+        self.assertEqual(self.json("list")[0]["gripper"], "A\tB?[31m\u00e4 SN:1")
+        self.assertIn("A?B?[31m\u00e4 SN:1: done", self.ctl("store", "A\tB"))
+
+    def test_a_gripper_behind_another_of_its_name_is_marked(self):
+        rows = self.ctl("list").splitlines()
+        self.assertNotIn("same name", rows[2])
+        self.assertTrue(rows[3].endswith("same name as another: calls reach the first"))
+        self.assertEqual(self.ctl("store", "tlm"), "TLM SN:7: done\n")
+
+
+class MotionTest(CtlTestCase):
+    """The commands that are one call with a status."""
+
+    def referenced(self, name):
+        self.ctl("home", name, "--wait")
+
+    def test_a_grip_is_waited_for_with_its_position(self):
+        self.referenced("HVA")
+        with self.condition("part 0 12.5", "part 0 none"):
+            self.assertEqual(self.ctl("grip", "HVA", "--wait"),
+                             f"{HVA}: done, at rest at 12.50 in state 6\n")
+        self.assertEqual(self.ctl("release", "HVA", "--wait"),
+                         f"{HVA}: done, at rest at 28.00 in state 4\n")
+
+    def test_waiting_tells_flags_and_speaks_json(self):
+        self.referenced("mzd")
+        with self.condition("fault 1 temp-warn on", "fault 1 temp-warn off"):
+            self.wait_for_process_data(1, MZD)
+            self.assertRegex(self.ctl("release", "mzd", "--wait"),
+                             r"^MZD-S SN:100002: done, at rest at 22.00 in state 4, "
+                             r"temperature warning\n$")
+            answer = self.json("grip", "mzd", "--wait")
+        self.assertEqual((answer["gripper"], answer["status"], answer["state"], answer["position"],
+                          answer["temperatureWarning"]), (MZD, 0, 7, 2.0, True))
+
+    def test_without_waiting_the_answer_comes_at_once(self):
+        self.assertEqual(self.ctl("disable", "TLM"), f"{TLM}: done\n")
+        self.assertEqual(self.json("disable", "TLM"), {"gripper": TLM, "status": 0})
+
+    def test_the_parameter_set_is_sent(self):
+        self.ctl("grip", "TLM", "--set", 3)
+        self.assertEqual(self.cell.show(2)["pdout"], [3, 3])
+        self.ctl("release", "TLM", "-s", 31)
+        self.assertEqual(self.cell.show(2)["pdout"], [2, 31])
+        self.ctl("grip", "TLM")
+        self.assertEqual(self.cell.show(2)["pdout"], [3, 0])
+        self.expect_failure(USAGE, "--set", "grip", "TLM", "--set", 32)
+
+    def test_holdfast_goes_on_and_off(self):
+        self.ctl("holdfast", "on", "MZD")
+        self.assertEqual(self.cell.show(1)["pdout"][0] & 0x10, 0x10)
+        self.ctl("holdfast", "off", "MZD")
+        self.assertEqual(self.cell.show(1)["pdout"][0] & 0x10, 0)
+        self.expect_failure(USAGE, "'maybe' is neither on nor off", "holdfast", "maybe", "MZD")
+
+    def test_store_has_the_gripper_keep_its_settings(self):
+        self.assertEqual(self.requests_during(2, "store", "TLM")[-1], "PARAM[2][0]=[e0]")
+
+    def test_a_model_that_cannot_is_named_as_the_reason(self):
+        for command in (("home", "TLM"), ("holdfast", "on", "HVA")):
+            self.expect_failure(NOT_POSSIBLE, "status 3: nothing was sent; its model cannot do this",
+                                *command)
+
+    def test_a_master_that_does_not_answer(self):
+        with self.condition("mute 0 on", "mute 0 off"):
+            self.expect_failure(
+                NO_ANSWER, f"{HVA}: status 5: the gripper's master has not answered within 1 s",
+                "grip", "HVA")
+
+    def test_a_master_that_takes_nothing(self):
+        with self.condition("stall 0 on", "stall 0 off"):
+            self.expect_failure(NOT_SENT, "status 12: nothing could be sent", "grip", "HVA")
+        wait_until(lambda: self.call("Disable", HVA) == 0)
+
+    def test_a_masters_own_error_code(self):
+        with self.condition("error 2 44 PDOUT", "error 2 off"):
+            self.expect_failure(REFUSED, "status 44: error code of the gripper's master",
+                                "release", "TLM")
+
+    def test_a_gripper_has_to_be_named(self):
+        self.expect_failure(NO_GRIPPER, f"name one of the grippers '{HVA}', '{MZD}', '{TLM}'",
+                            "grip")
+        self.expect_failure(NO_GRIPPER, "no gripper is called 'XYZ'; there are", "grip", "XYZ")
+        self.expect_failure(NO_GRIPPER, "several grippers fit", "grip", "sn:")
+
+
+class SlowMotionTest(CtlTestCase):
+    options = ("--gripper", "TLM", "--speed", "2")
+
+    def moving(self, *arguments):
+        """Starts a command; returns it when its call is over and the gripper moves."""
+        mark = self.cell.log.mark()
+        process = ctl.start(*arguments)
+        self.cell.log.wait_for(r"Pending command PDOUT deleted \(Status: 0\)", since=mark)
+        return process
+
+    def expect_end(self, process, status, text):
+        output, errors = process.communicate(timeout=60 * SLOWNESS)
+        self.assertEqual((process.returncode, output), (status, ""), errors)
+        self.assertIn(text, errors)
+
+    def setUp(self):
+        self.assertEqual(self.call("Grip", "TLM SN:100001", 0), 0)
+        wait_until(lambda: self.cell.show(0)["stateName"] in ("no part", "gripping"))
+
+    def test_the_only_gripper_needs_no_name_and_waiting_has_an_end(self):
+        self.expect_failure(NOT_AT_REST, "TLM SN:100001: still moving, at ",
+                            "release", "--wait", "--within", 0.3)
+        self.expect_failure(USAGE, "--within requires --wait", "release", "--within", 0.3)
+
+    def test_a_master_that_falls_silent_is_no_rest(self):
+        process = self.moving("release", "--wait")
+        with self.condition("silent 0 on", "silent 0 off"):
+            self.expect_end(process, NO_ANSWER, "its master has fallen silent; its last position")
+        wait_until(lambda: self.call("Disable", "TLM SN:100001") == 0)
+
+    def test_a_master_that_is_unplugged_is_no_rest(self):
+        process = self.moving("release", "--wait")
+        with self.condition("unplug 0", "plug 0"):
+            self.expect_end(process, NO_GRIPPER, "the daemon does not know it any more")
+            self.assertEqual(self.ctl("list"), "The daemon knows no gripper.\n")
+            self.assertEqual(self.json("list"), [])
+            self.expect_failure(NO_GRIPPER, "the daemon knows no gripper", "grip")
+        wait_until(lambda: self.call("Disable", "TLM SN:100001") == 0)
+
+
+class SettingTest(CtlTestCase):
+    def parameter(self, number, index, subindex):
+        return self.cell.show(number)["parameters"][f"{index}/{subindex}"]
+
+    def test_every_setting_reaches_the_gripper_and_comes_back(self):
+        for setting, value, options, index, subindex, stored in (
+                ("force", "60", ("--set", 1), 0x61, 3, [60]),
+                ("no-part-limit", "-2.0", ("--set", 2), 0x62, 1, [0xff, 0x38]),
+                ("release-limit", "21.25", (), 0x60, 2, [0x08, 0x4d]),
+                ("override-grip", "80", (), 0x40, 1, [80]),
+                ("override-release", "90", (), 0x40, 2, [90]),
+                ("reference-direction", "true", (), 0x40, 3, [255]),
+                ("led-animation", "2", ("--led", 1), 0x81, 1, [2]),
+                ("led-color", "3", (), 0x80, 2, [3]),
+                ("led-speed", "40", ("--led", 3), 0x83, 3, [40])):
+            with self.subTest(setting=setting):
+                self.assertIn(f"{MZD}: {setting}",
+                              self.ctl("set", setting, value, "MZD", *options))
+                self.assertEqual(self.parameter(1, index, subindex), stored)
+                answer = self.json("get", setting, "MZD", *options)
+                self.assertEqual((answer["gripper"], answer["setting"], answer["certain"]),
+                                 (MZD, setting, True))
+                self.assertEqual(answer["value"], json.loads(value))
+                self.assertEqual([answer[key] for key in ("set", "led") if key in answer],
+                                 list(options[1:]) or [0] * (index >= 0x60))
+
+    def test_values_are_told_with_what_they_belong_to(self):
+        self.assertEqual(self.ctl("set", "force", 70, "HVA", "--set", 4),
+                         f"{HVA}: force of set 4 set to 70\n")
+        self.assertEqual(self.ctl("get", "force", "HVA", "--set", 4),
+                         f"{HVA}: force of set 4 is 70\n")
+        self.assertEqual(self.ctl("get", "no-part-limit", "HVA"),
+                         f"{HVA}: no-part-limit of set 0 is 2.00\n")
+        self.assertEqual(self.ctl("get", "override-grip", "HVA"), f"{HVA}: override-grip is 100\n")
+
+    def test_the_led_preset_is_set_and_the_checksum_read(self):
+        self.ctl("set", "led-preset", 5, "MZD")
+        self.assertEqual(self.cell.show(1)["leds"]["preset"], 5)
+        self.expect_failure(USAGE, "led-preset cannot be read", "get", "led-preset", "MZD")
+        checksum = int.from_bytes(bytes(self.parameter(2, 3, 4)), "little", signed=True)
+        self.assertEqual(self.json("get", "checksum", "TLM")["value"], checksum)
+        self.expect_failure(USAGE, "checksum cannot be set", "set", "checksum", 5, "TLM")
+
+    def test_a_value_that_may_be_a_failure_is_told_so(self):
+        self.assertEqual(self.ctl("get", "force", "TLM"),
+                         f"{TLM}: force of set 0 is 0, or the gripper has no such setting\n")
+        self.assertFalse(self.json("get", "led-color", "HVA")["certain"])
+        self.assertFalse(self.json("get", "reference-direction", "HVA")["certain"])
+
+    def test_a_value_that_came_late_is_no_value(self):
+        with self.condition("mute 0 on", "mute 0 off"):
+            self.expect_failure(NO_ANSWER, f"{HVA}: its master has not answered within 1 s",
+                                "get", "force", "HVA")
+
+    def test_what_the_gripper_refuses(self):
+        self.expect_failure(NOT_POSSIBLE, "its model cannot do this", "set", "force", 60, "TLM")
+        with self.condition("error 0 9", "error 0 off"):
+            self.expect_failure(REFUSED, "status 9: error code of the gripper's master",
+                                "set", "no-part-limit", 1, "HVA")
+
+    def test_numbers_that_a_setting_does_not_have(self):
+        for text, arguments in (
+                ("there is no setting 'power'", ("get", "power")),
+                ("checksum is not in parameter sets", ("get", "checksum", "--set", 1)),
+                ("force is not of an LED", ("set", "force", 60, "--led", 1)),
+                ("--led", ("get", "led-color", "--led", 128)),
+                ("force takes 0 to 255, not '256'", ("set", "force", 256)),
+                ("'much' is no integer", ("set", "force", "much")),
+                ("no-part-limit takes -327.68 to 327.67", ("set", "no-part-limit", 400))):
+            with self.subTest(arguments=arguments):
+                self.expect_failure(USAGE, text, *arguments)
+
+
+class CallTest(CtlTestCase):
+    options = ("--gripper", "MZD-S")
+    DEVICE = "MZD-S SN:100001"
+
+    def test_every_method_is_called_with_its_types(self):
+        words = {bool: "on", int: "3", float: "1.5"}
+        values = {bool: True, int: 3, float: 1.5}
+        for method in METHODS:
+            with self.subTest(method=method.name):
+                rest = method.parameters[1:]
+                device = [self.DEVICE] if method.takes_device() else []
+                if method.name == "UpdatePDIN":
+                    self.assertEqual(self.json("call", "UpdatePDIN", self.DEVICE), 3)
+                    continue
+                answer = self.json("call", method.name, *device, *(words[kind] for kind in rest))
+                expected = self.call(method.name, *device, *(values[kind] for kind in rest))
+                if method.name not in ("GetState", "GetPDINExcerpt", "GetPos"):  # it may move
+                    self.assertEqual((type(answer), answer), (type(expected), expected))
+
+    def test_the_methods_of_the_library(self):
+        self.assertEqual(self.json("call", "system.listMethods"),
+                         self.cell.client().system.listMethods())
+        self.assertEqual(self.json("call", "system.methodExist", "Grip"), True)
+        self.assertEqual(self.json("call", "system.methodHelp", "Grip"), "")
+        self.assertEqual(self.json("call", "system.methodSignature", "Grip"),
+                         [["int", "struct", "int"]])
+        self.assertEqual(self.json("call", "system.capabilities")["facility"], "xmlrpc-c")
+        self.assertEqual(self.json("call", "system.getCapabilities"),
+                         self.cell.client().system.getCapabilities())
+        calls = [{"methodName": "GetState", "params": ["nobody"]}]
+        self.assertEqual(self.json("call", "system.multicall", json.dumps(calls)), [[-1]])
+        self.expect_failure(BAD_ANSWER, "system.shutdown: fault 0, This server program is not "
+                            "capable of shutting down", "call", "system.shutdown", "now")
+
+    def test_every_method_of_the_daemon_is_in_the_help(self):
+        text = self.ctl("call", "--help")
+        for name in self.cell.client().system.listMethods():
+            self.assertRegex(text, rf"\b{name}\b")
+
+    def test_a_status_is_in_words(self):
+        self.assertEqual(self.ctl("call", "Grip", "mzd", 1), "0: done\n")
+        with self.condition("error 0 44 PDOUT", "error 0 off"):
+            self.expect_failure(REFUSED, "Grip: status 44: error code of the gripper's master",
+                                "call", "Grip", "mzd", 1)
+            result = ctl.run("call", "Grip", "mzd", 1, "--json")
+            self.assertEqual((result.returncode, result.stdout), (REFUSED, "44\n"))
+
+    def test_text_is_printed_as_it_is_and_in_json_with_quotes(self):
+        version = self.call("GetVersion")
+        self.assertEqual(self.ctl("call", "GetVersion"), version + "\n")
+        self.assertEqual(self.json("call", "GetVersion"), version)
+
+    def test_the_gripper_is_found_by_a_part_unless_it_is_to_be_exact(self):
+        self.assertEqual(self.json("call", "GetGripperInterface", "mzd"), 0)
+        self.assertEqual(self.json("call", "GetGripperInterface", "mzd", "--exact"), -1)
+        self.assertEqual(self.json("call", "GetGripperInterface", "---"), -2)
+        self.expect_failure(NO_GRIPPER, "no gripper is called 'nobody'",
+                            "call", "GetPos", "nobody")
+        self.expect_failure(NOT_POSSIBLE, "status 3: nothing was sent; no such gripper",
+                            "call", "Grip", "nobody", 0, "--exact")
+
+    def test_what_cannot_be_called(self):
+        for text, arguments in (
+                ("there is no method 'grip'", ("call", "grip")),
+                ("the call is: Grip GRIPPER INTEGER", ("call", "Grip", "mzd")),
+                ("the call is: GetVersion", ("call", "GetVersion", 1)),
+                ("not expected: 4", ("call", "Grip", 1, 2, 3, 4)),
+                ("'on' is no integer", ("call", "Grip", "mzd", "on")),
+                ("'1,5' is no number", ("call", "SetNoPartLimit", "mzd", 0, "1,5")),
+                ("'x' is no array in JSON", ("call", "system.multicall", "x"))):
+            with self.subTest(arguments=arguments):
+                self.expect_failure(USAGE, text, *arguments)
+
+
+class HttpServer(http.server.BaseHTTPRequestHandler):
+    """Answers every call with what the server object says."""
+
+    def do_POST(self):
+        self.rfile.read(int(self.headers["Content-Length"]))
+        self.send_response(self.server.status)
+        self.send_header("Content-Length", str(len(self.server.body)))
+        self.end_headers()
+        self.wfile.write(self.server.body)
+
+    def log_message(self, *_):
+        pass
+
+
+@contextlib.contextmanager
+def http_server(status, body):
+    with http.server.ThreadingHTTPServer(("127.0.0.1", 0), HttpServer) as server:
+        server.status, server.body = status, body
+        thread = threading.Thread(target=server.serve_forever)
+        thread.start()
+        try:
+            yield server.server_address[1]
+        finally:
+            server.shutdown()
+            thread.join()
+
+
+def xml_answer(value):
+    return (f"<methodResponse><params><param><value>{value}</value></param></params>"
+            "</methodResponse>").encode()
+
+
+class ServerTest(CtlTestCase):
+    options = ("--gripper", "HVA")
+
+    def test_both_ports_serve(self):
+        for port in PORTS:
+            self.assertIn(HVA, self.ctl("--port", port, "list"))
+            self.assertIn(HVA, self.ctl("list", "--host", "localhost", "--port", port))
+
+    def test_nobody_listens(self):
+        with socket.create_server(("127.0.0.1", 0)) as server:
+            port = server.getsockname()[1]
+        self.expect_failure(NO_DAEMON, f"http://127.0.0.1:{port}/RPC2 cannot be reached: ",
+                            "list", "--port", port)
+
+    def test_a_server_that_never_answers_is_given_up_in_time(self):
+        with socket.create_server(("127.0.0.1", 0)) as server:
+            port = server.getsockname()[1]
+            for command in (["list"], ["grip"], ["get", "force"], ["call", "GetVersion"]):
+                with self.subTest(command=command):
+                    start = time.monotonic()
+                    self.expect_failure(NO_DAEMON, "has not answered within 0.4 s",
+                                        *command, "--port", port, "--timeout", 0.4)
+                    took = time.monotonic() - start
+                    self.assertGreaterEqual(took, 0.4)
+                    self.assertLess(took, 2 * SLOWNESS)
+
+    def test_a_server_that_answers_too_slowly_is_given_up_in_time(self):
+        """The time-out counts for the whole answer, not from byte to byte."""
+        with socket.create_server(("127.0.0.1", 0)) as server:
+            dripping = threading.Thread(target=drip, args=(server,))
+            dripping.start()
+            self.expect_failure(NO_DAEMON, "has not answered within 0.5 s",
+                                "list", "--port", server.getsockname()[1], "--timeout", 0.5)
+            dripping.join()
+
+    def test_a_server_that_is_no_daemon(self):
+        for status, body, text in (
+                (404, b"", "is no TavrikDaemon: HTTP status 404"),
+                (200, b"hello", "GetGrippers: the answer is no XML-RPC"),
+                (200, xml_answer("<int>1</int>"), "GetGrippers: the answer has an unexpected type"),
+                (200, b" " * 2000000, "is no TavrikDaemon: too long an answer")):
+            with self.subTest(text=text), http_server(status, body) as port:
+                self.expect_failure(BAD_ANSWER, text, "list", "--port", port)
+
+    def test_a_fault_is_one_line(self):
+        fault = (b"<methodResponse><fault><value><struct><member><name>faultCode</name><value>"
+                 b"<int>-501</int></value></member><member><name>faultString</name><value><string>"
+                 b"two\nlines\x7f</string></value></member></struct></value></fault>"
+                 b"</methodResponse>")
+        with http_server(200, fault) as port:
+            self.expect_failure(BAD_ANSWER, "GetVersion: fault -501, two?lines?",
+                                "call", "GetVersion", "--port", port)
+
+    def test_no_proxy_of_the_environment_is_asked(self):
+        dead = "http://127.0.0.1:9/"
+        self.assertIn(HVA, self.ctl("list", environment={"http_proxy": dead, "ALL_PROXY": dead}))
+
+    def test_a_daemon_without_grippers_is_no_failure(self):
+        with http_server(200, xml_answer("<array><data></data></array>")) as port:
+            self.assertEqual(self.ctl("list", "--port", port), "The daemon knows no gripper.\n")
+
+
+def drip(server):
+    """Sends a byte of an answer from time to time until the client has gone."""
+    connection, _ = server.accept()
+    with connection:
+        try:
+            for byte in b"HTTP/1.1 200 OK\r\n" + b"x" * 1000:
+                connection.sendall(bytes([byte]))
+                time.sleep(0.05)
+        except OSError:
+            pass
+
+
+class TerminalTest(CtlTestCase):
+    """What depends on where the output goes."""
+
+    options = ("--gripper", "HVA")
+
+    def on_terminal(self, *arguments, environment):
+        """The output of a command whose standard output is a terminal."""
+        master, slave = pty.openpty()
+        with open(master, "rb", buffering=0) as terminal:
+            with open(slave, "wb") as end:
+                subprocess.run(ctl.arguments_of(*arguments), stdout=end, check=True,
+                               env={**ctl.CLEAN, **environment}, timeout=60 * SLOWNESS)
+                os.write(slave, b"END")
+                output = b""
+                while not output.endswith(b"END"):
+                    output += terminal.read(4096)
+        return output
+
+    def test_colours_are_for_terminals_and_can_be_refused(self):
+        with self.condition("fault 0 temp-warn on", "fault 0 temp-warn off"):
+            self.wait_for_process_data(0, HVA)
+            coloured = self.on_terminal("list", environment={"TERM": "xterm"})
+            self.assertIn(b"\x1b[1mGRIPPER\x1b[0m", coloured)
+            self.assertIn(b"\x1b[31mtemperature warning\x1b[0m", coloured)
+            for environment in ({"TERM": "xterm", "NO_COLOR": "1"}, {"TERM": "dumb"},
+                                {"TERM": ""}):
+                self.assertNotIn(b"\x1b",
+                                 self.on_terminal("list", environment=environment))
+            self.assertNotIn("\x1b", self.ctl("list", environment={"TERM": "xterm"}))
+
+    def test_output_that_cannot_be_written_is_a_failure(self):
+        with open("/dev/full", "w", encoding="utf-8") as full:
+            result = subprocess.run(ctl.arguments_of("list"), stdout=full, stderr=subprocess.PIPE,
+                                    text=True, env=ctl.CLEAN, timeout=60 * SLOWNESS)
+        self.assertEqual((result.returncode, result.stderr),
+                         (FAILED, "tavrikctl: standard output cannot be written\n"))
+
+
+class CommandLineTest(CtlTestCase):
+    options = ()
+
+    def test_what_is_not_understood_is_told_in_one_line(self):
+        for text, arguments in (("a command is missing", ()),
+                                ("dance", ("dance",)),
+                                ("--loud", ("list", "--loud")),
+                                ("extra", ("list", "extra")),
+                                ("--port", ("list", "--port", 0)),
+                                ("--port", ("list", "--port", 65536)),
+                                ("--timeout", ("list", "--timeout", 0)),
+                                ("--timeout", ("list", "--timeout", "soon")),
+                                ("SETTING", ("get",)),
+                                ("VALUE", ("set", "force")),
+                                ("SWITCH", ("holdfast",)),
+                                ("METHOD", ("call",))):
+            with self.subTest(arguments=arguments):
+                self.expect_failure(USAGE, text, *arguments)
+
+    def test_help_fits_a_screen_and_tells_every_exit_status(self):
+        text = self.ctl("--help")
+        for status in (0, REFUSED, USAGE, NOT_POSSIBLE, NO_DAEMON, NO_ANSWER, BAD_ANSWER,
+                       NO_GRIPPER, NOT_AT_REST, FAILED, NOT_SENT, NO_PROCESS_DATA):
+            self.assertRegex(text, rf"(?m)^  {status} +[a-z-]")
+        for command in ("list", "grip", "release", "home", "disable", "holdfast", "store", "get",
+                        "set", "call"):
+            self.assertRegex(text, rf"(?m)^  {command} +[A-Z]")
+            self.assertIn("Usage: tavrikctl " + command, self.ctl(command, "--help"))
+
+    def test_the_version_is_the_daemons(self):
+        self.assertEqual(self.ctl("--version"),
+                         "tavrikctl " + self.call("GetVersion").split()[0] + "\n")
+
+
+if __name__ == "__main__":
+    main()

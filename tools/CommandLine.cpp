@@ -13,6 +13,7 @@
 #include "tools/commands/ListCommand.h"
 #include "tools/commands/MotionCommand.h"
 #include "tools/commands/SetCommand.h"
+#include "tools/commands/WatchCommand.h"
 
 namespace tavrikctl {
 
@@ -82,6 +83,7 @@ void CommandLine::AddCommands() {
                               "StoreRemanent", Argument::None, false});
     Add<GetCommand>();
     Add<SetCommand>();
+    Add<WatchCommand>();
     Add<CallCommand>();
 }
 
@@ -116,11 +118,7 @@ ExitStatus CommandLine::RunCommand() {
     if (command == commands.end()) {
         throw Failure(ExitStatus::Usage, "a command is missing; see tavrikctl --help");
     }
-    const ExitStatus status = (*command)->Run(daemon, printer);
-    if (!std::cout.flush()) {
-        throw Failure(ExitStatus::Failed, "standard output cannot be written");
-    }
-    return status;
+    return (*command)->Run(daemon, printer);
 }
 
 }  // namespace tavrikctl

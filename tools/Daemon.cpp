@@ -1,5 +1,6 @@
 #include "tools/Daemon.h"
 
+#include <utility>
 #include <xmlrpc-c/xml.hpp>
 
 #include "tools/GripperName.h"
@@ -7,14 +8,16 @@
 
 namespace tavrikctl {
 
-Daemon::Daemon(const Endpoint& endpoint)
-    : http("http://" + endpoint.host + ":" + std::to_string(endpoint.port) + "/RPC2",
-           endpoint.timeout) {}
+Daemon::Daemon(const Endpoint& endpoint, std::stop_token stop)
+    : server(endpoint),
+      http("http://" + endpoint.host + ":" + std::to_string(endpoint.port) + "/RPC2",
+           endpoint.timeout, std::move(stop)) {}
 
 xmlrpc_c::value Daemon::Call(const std::string& method, const xmlrpc_c::paramList& parameters) {
     std::string xml;
     xmlrpc_c::xml::generateCall(method, parameters, &xml);
     const xmlrpc_c::rpcOutcome outcome = Parse(method, http.Post(xml));
+    ++answeredCalls;
     if (!outcome.succeeded()) {
         const xmlrpc_c::fault fault = outcome.getFault();
         throw BadAnswer(method, "fault " + std::to_string(fault.getCode()) + ", " +

@@ -1,7 +1,9 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <exception>
+#include <stop_token>
 #include <string>
 #include <vector>
 #include <xmlrpc-c/base.hpp>
@@ -21,7 +23,8 @@ struct Endpoint {
 /// call.
 class Daemon {
 public:
-    explicit Daemon(const Endpoint& endpoint);
+    /// @param stop ends a running call early, with a Failure (NoDaemon)
+    explicit Daemon(const Endpoint& endpoint, std::stop_token stop = {});
 
     /// @throws Failure (NoDaemon, BadAnswer): faults too
     xmlrpc_c::value Call(const std::string& method, const xmlrpc_c::paramList& parameters);
@@ -48,6 +51,11 @@ public:
         }
     }
 
+    const Endpoint& Server() const { return server; }
+
+    /// How many calls have been answered, faults too.
+    std::uint64_t AnsweredCalls() const { return answeredCalls; }
+
     /// The device strings of all grippers.
     std::vector<std::string> Grippers();
 
@@ -60,7 +68,9 @@ private:
     static Failure BadAnswer(const std::string& method, const std::string& text);
     static xmlrpc_c::rpcOutcome Parse(const std::string& method, const std::string& xml);
 
+    Endpoint server;
     HttpClient http;
+    std::uint64_t answeredCalls = 0;
 };
 
 }  // namespace tavrikctl

@@ -6,6 +6,7 @@
 
 #include "tools/Failure.h"
 #include "tools/Printable.h"
+#include "tools/ProcessDataReader.h"
 #include "tools/RestDetector.h"
 #include "tools/StatusText.h"
 
@@ -91,7 +92,8 @@ std::string Gripper::StatusText(int status) const {
 
 ProcessData Gripper::AwaitRest(std::chrono::milliseconds limit) const {
     const auto deadline = Clock::now() + limit;
-    ProcessData data = ReadProcessData();
+    ProcessDataReader reader(*this);
+    ProcessData data = reader.Read();
     RestDetector detector;
     while (!detector.IsAtRest(data.position, data.state, Clock::now())) {
         if (Clock::now() > deadline) {
@@ -99,7 +101,7 @@ ProcessData Gripper::AwaitRest(std::chrono::milliseconds limit) const {
                           Name() + ": still moving, at " + HundredthsText(data.position));
         }
         std::this_thread::sleep_for(kPollPause);
-        data = ReadProcessData();
+        data = reader.Read();
     }
     if (!MasterAnswers()) {
         throw Failure(ExitStatus::NoAnswer, Name() + ": its master has fallen silent; its last " +

@@ -4,6 +4,7 @@
 
 #include <sstream>
 #include <stdexcept>
+#include <utility>
 
 #include "tools/Failure.h"
 
@@ -25,6 +26,13 @@ std::size_t Append(const char* data, std::size_t size, std::size_t count, void* 
     return length;
 }
 
+/// libcurl asks this while it works and waits, at least once a second; anything but 0 makes it
+/// stop.
+int IsStopped(const void* token, curl_off_t /*total*/, curl_off_t /*received*/,
+              curl_off_t /*toSend*/, curl_off_t /*sent*/) {
+    return static_cast<const std::stop_token*>(token)->stop_requested() ? 1 : 0;
+}
+
 std::string Seconds(std::chrono::milliseconds time) {
     std::ostringstream text;
     text << std::chrono::duration<double>(time).count() << " s";
@@ -41,8 +49,10 @@ void HttpClient::Deleter::operator()(curl_slist* list) const {
     curl_slist_free_all(list);
 }
 
-HttpClient::HttpClient(const std::string& url, std::chrono::milliseconds timeout)
+HttpClient::HttpClient(const std::string& url, std::chrono::milliseconds timeout,
+                       std::stop_token stop)
     : address(url),
+      stopToken(std::move(stop)),
       timeLimit(timeout),
       headers(curl_slist_append(nullptr, "Content-Type: text/xml")),
       handle(curl_easy_init()) {
@@ -56,6 +66,9 @@ HttpClient::HttpClient(const std::string& url, std::chrono::milliseconds timeout
     curl_easy_setopt(handle.get(), CURLOPT_TIMEOUT_MS, static_cast<long>(timeout.count()));
     curl_easy_setopt(handle.get(), CURLOPT_HTTPHEADER, headers.get());
     curl_easy_setopt(handle.get(), CURLOPT_WRITEFUNCTION, Append);
+    curl_easy_setopt(handle.get(), CURLOPT_NOPROGRESS, 0L);
+    curl_easy_setopt(handle.get(), CURLOPT_XFERINFOFUNCTION, IsStopped);
+    curl_easy_setopt(handle.get(), CURLOPT_XFERINFODATA, &stopToken);
 }
 
 std::string HttpClient::Post(const std::string& body) {

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <memory>
+#include <stop_token>
 #include <string>
 
 struct curl_slist;
@@ -13,11 +14,15 @@ namespace tavrikctl {
 class HttpClient {
 public:
     /// @param timeout for connecting, sending and the answer together
-    HttpClient(const std::string& url, std::chrono::milliseconds timeout);
+    /// @param stop ends a running call within about a second, with a Failure (NoDaemon)
+    HttpClient(const std::string& url, std::chrono::milliseconds timeout, std::stop_token stop);
 
     /// @return the body of the answer
     /// @throws Failure (NoDaemon, BadAnswer)
     std::string Post(const std::string& body);
+
+    HttpClient(const HttpClient&) = delete;
+    HttpClient& operator=(const HttpClient&) = delete;
 
 private:
     struct Deleter {
@@ -26,6 +31,7 @@ private:
     };
 
     std::string address;
+    std::stop_token stopToken;  // libcurl has its address
     std::chrono::milliseconds timeLimit;
     std::unique_ptr<curl_slist, Deleter> headers;
     std::unique_ptr<void, Deleter> handle;  // libcurl's; uses the headers

@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 #include <string_view>
 
+#include "tools/Failure.h"
 #include "tools/Printable.h"
 
 namespace tavrikctl {
@@ -39,6 +40,7 @@ std::string_view EnvironmentText(const char* name) {
 
 void Printer::Line(const std::string& text) {
     out << text << '\n';
+    Flush();
 }
 
 void Printer::Table(const std::vector<Column>& columns, const std::vector<Row>& rows) {
@@ -66,12 +68,20 @@ void Printer::Table(const std::vector<Column>& columns, const std::vector<Row>& 
         }
         out << '\n';
     }
+    Flush();
 }
 
 void Printer::Json(const nlohmann::ordered_json& json) {
     constexpr int kIndent = 2;
     using Handler = nlohmann::ordered_json::error_handler_t;
     out << json.dump(kIndent, ' ', false, Handler::replace) << '\n';
+    Flush();
+}
+
+void Printer::Flush() {
+    if (!out.flush()) {
+        throw Failure(ExitStatus::Failed, "standard output cannot be written");
+    }
 }
 
 bool WantsColours() {

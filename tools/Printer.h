@@ -25,6 +25,8 @@ class Printer {
 public:
     Printer(std::ostream& stream, bool withColours) : out(stream), colours(withColours) {}
 
+    // Each of these has written all when it returns, or throws a Failure (Failed).
+
     void Line(const std::string& text);
 
     /// A line of titles, then the rows, every column as wide as its widest cell.
@@ -34,6 +36,8 @@ public:
     void Json(const nlohmann::ordered_json& json);
 
 private:
+    void Flush();
+
     std::ostream& out;
     bool colours;
 };

@@ -16,6 +16,8 @@ struct ProcessData {
     /// Adds every value to a JSON object.
     void AddTo(nlohmann::ordered_json& object) const;
 
+    bool operator==(const ProcessData&) const = default;
+
     double position;  ///< in the gripper's unit, in steps of 0.01
     int state;        ///< 0 to 15; the gripper's manual tells the meaning
     bool fault;

@@ -3,7 +3,7 @@
 import os
 import subprocess
 
-from cell import SLOWNESS
+from cell import SLOWNESS, Output
 
 # A user's settings must not decide tests.
 CLEAN = {name: value for name, value in os.environ.items()
@@ -21,6 +21,26 @@ def run(*arguments, environment=None, **options):
                           timeout=60 * SLOWNESS, **options)
 
 
-def start(*arguments):
-    return subprocess.Popen(arguments_of(*arguments), env=CLEAN, stdin=subprocess.DEVNULL,
-                            stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+class Running:
+    """tavrikctl while it runs; its output is read all the time."""
+
+    def __init__(self, *arguments):
+        self.process = subprocess.Popen(arguments_of(*arguments), env=CLEAN,
+                                        stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                                        stderr=subprocess.PIPE)
+        self.output = Output("output", self.process.stdout)
+        self.errors = Output("errors", self.process.stderr)
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.process.kill()
+        self.wait_for_end()
+
+    def wait_for_end(self):
+        """Waits until it has ended by itself; returns its exit status."""
+        status = self.process.wait(60 * SLOWNESS)
+        for output in (self.output, self.errors):
+            output.reader.join()
+        return status

@@ -1,88 +1,22 @@
 """tavrikctl against the real daemon in a simulated cell: every command, every status in words."""
 
-import contextlib
-import http.server
 import json
 import os
+import pathlib
 import pty
+import re
 import socket
 import subprocess
 import threading
 import time
-import unittest
 
 import ctl
 from cell import PORTS, SLOWNESS, wait_until
-from cell_test_case import CellTestCase, main
+from cell_test_case import main
+from ctl_test_case import (BAD_ANSWER, FAILED, HVA, MZD, NO_ANSWER, NO_DAEMON, NO_GRIPPER,
+                           NO_PROCESS_DATA, NOT_AT_REST, NOT_POSSIBLE, NOT_SENT, REFUSED, TLM,
+                           USAGE, CtlTestCase, http_server, xml_answer)
 from methods import METHODS
-
-HVA = "HVA SN:100001"
-MZD = "MZD-S SN:100002"
-TLM = "TLM SN:100003"
-GRIPPERS = (HVA, MZD, TLM)
-
-# Exit statuses
-REFUSED, USAGE, NOT_POSSIBLE, NO_DAEMON, NO_ANSWER, BAD_ANSWER = 1, 2, 3, 4, 5, 6
-NO_GRIPPER, NOT_AT_REST, FAILED, NOT_SENT, NO_PROCESS_DATA = 7, 8, 9, 12, 21
-
-
-class CtlTestCase(CellTestCase):
-    options = ("--gripper", "HVA", "--gripper", "MZD-S", "--gripper", "TLM")
-
-    @classmethod
-    def prepare(cls):
-        super().prepare()
-        count = cls.options.count("--gripper")
-        if count:
-            cls.cell.wait_until_operating(count)
-        for device in cls.call_apart("GetGrippers"):
-            wait_until(lambda device=device: cls.call_apart("GetPDINExcerpt", device))
-
-    @classmethod
-    def call_apart(cls, method, *arguments):
-        return cls.cell.call_apart(method, *arguments)
-
-    def ctl(self, *arguments, **options):
-        """Runs a command that succeeds; returns its output."""
-        result = ctl.run(*arguments, **options)
-        self.assertEqual((result.returncode, result.stderr), (0, ""), arguments)
-        return result.stdout
-
-    def json(self, *arguments):
-        return json.loads(self.ctl(*arguments, "--json"))
-
-    def expect_failure(self, status, text, *arguments, **options):
-        """Runs a command that fails with one line on standard error, in which `text` is."""
-        result = ctl.run(*arguments, **options)
-        self.assertEqual(result.returncode, status, result)
-        self.assertRegex(result.stderr, r"\Atavrikctl: [^\n]+\n\Z")
-        self.assertIn(text, result.stderr)
-        self.assertEqual(result.stdout, "")
-
-    @contextlib.contextmanager
-    def condition(self, command, end):
-        """Has the simulator carry out `command`, and `end` afterwards."""
-        self.cell.command(command)
-        try:
-            yield
-        finally:
-            self.cell.command(end)
-
-    def requests_during(self, number, *arguments):
-        """The lines that master `number` gets while a command runs."""
-        before = self.cell.show(number)["requestCount"]
-        self.ctl(*arguments)
-        shown = self.cell.show(number)
-        count = shown["requestCount"] - before
-        return shown["requests"][-count:] if count else []
-
-    def wait_for_process_data(self, number, device):
-        """Waits until the daemon has what the master of `device` streams now."""
-        def is_there():
-            pdin = self.cell.show(number)["pdin"]
-            return (self.call("GetPDINExcerpt", device) ==
-                    pdin[0] + 256 * pdin[1] + 65536 * pdin[3])
-        wait_until(is_there)
 
 
 class ListTest(CtlTestCase):
@@ -264,14 +198,15 @@ class SlowMotionTest(CtlTestCase):
     def moving(self, *arguments):
         """Starts a command; returns it when its call is over and the gripper moves."""
         mark = self.cell.log.mark()
-        process = ctl.start(*arguments)
+        process = ctl.Running(*arguments)
+        self.addCleanup(process.__exit__)
         self.cell.log.wait_for(r"Pending command PDOUT deleted \(Status: 0\)", since=mark)
         return process
 
     def expect_end(self, process, status, text):
-        output, errors = process.communicate(timeout=60 * SLOWNESS)
-        self.assertEqual((process.returncode, output), (status, ""), errors)
-        self.assertIn(text, errors)
+        self.assertEqual(process.wait_for_end(), status, process.errors.lines)
+        self.assertEqual(process.output.lines, [])
+        process.errors.wait_for(text)
 
     def setUp(self):
         self.assertEqual(self.call("Grip", "TLM SN:100001", 0), 0)
@@ -445,38 +380,6 @@ class CallTest(CtlTestCase):
                 self.expect_failure(USAGE, text, *arguments)
 
 
-class HttpServer(http.server.BaseHTTPRequestHandler):
-    """Answers every call with what the server object says."""
-
-    def do_POST(self):
-        self.rfile.read(int(self.headers["Content-Length"]))
-        self.send_response(self.server.status)
-        self.send_header("Content-Length", str(len(self.server.body)))
-        self.end_headers()
-        self.wfile.write(self.server.body)
-
-    def log_message(self, *_):
-        pass
-
-
-@contextlib.contextmanager
-def http_server(status, body):
-    with http.server.ThreadingHTTPServer(("127.0.0.1", 0), HttpServer) as server:
-        server.status, server.body = status, body
-        thread = threading.Thread(target=server.serve_forever)
-        thread.start()
-        try:
-            yield server.server_address[1]
-        finally:
-            server.shutdown()
-            thread.join()
-
-
-def xml_answer(value):
-    return (f"<methodResponse><params><param><value>{value}</value></param></params>"
-            "</methodResponse>").encode()
-
-
 class ServerTest(CtlTestCase):
     options = ("--gripper", "HVA")
 
@@ -608,7 +511,7 @@ class CommandLineTest(CtlTestCase):
             with self.subTest(arguments=arguments):
                 self.expect_failure(USAGE, text, *arguments)
 
-    def test_help_fits_a_screen_and_tells_every_exit_status(self):
+    def test_help_tells_every_command_and_every_exit_status(self):
         text = self.ctl("--help")
         for status in (0, REFUSED, USAGE, NOT_POSSIBLE, NO_DAEMON, NO_ANSWER, BAD_ANSWER,
                        NO_GRIPPER, NOT_AT_REST, FAILED, NOT_SENT, NO_PROCESS_DATA):
@@ -621,6 +524,44 @@ class CommandLineTest(CtlTestCase):
     def test_the_version_is_the_daemons(self):
         self.assertEqual(self.ctl("--version"),
                          "tavrikctl " + self.call("GetVersion").split()[0] + "\n")
+
+
+class PageTest(CtlTestCase):
+    """docs/tavrikctl.md: its sessions, and its tables."""
+
+    options = ("--gripper", "HVA", "--gripper", "MZD-S")
+    TEXT = (pathlib.Path(__file__).resolve().parents[2] / "docs" / "tavrikctl.md").read_text()
+    BLOCK = re.compile(r"^```(console|pellix-sim)\n(.*?)^```$", re.MULTILINE | re.DOTALL)
+    STEP = re.compile(r"^\$ (.*)\n((?:(?!\$ ).*\n)*)", re.MULTILINE)
+
+    def test_the_sessions_are_true(self):
+        steps = 0
+        for language, text in self.BLOCK.findall(self.TEXT):
+            if language == "pellix-sim":
+                self.cell.command(text.strip())
+            for command, expected in self.STEP.findall(text):
+                steps += 1
+                with self.subTest(command=command):
+                    self.assertEqual(self.output_of(command), expected)
+        self.assertGreater(steps, 10)
+
+    @staticmethod
+    def output_of(command):
+        """What a shell shows, errors too."""
+        return subprocess.run(
+            ["bash", "-c", f'tavrikctl() {{ "$TAVRIK_CTL" "$@"; }}; {command}'], text=True,
+            env=ctl.CLEAN, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+            stderr=subprocess.STDOUT, timeout=60 * SLOWNESS, check=False).stdout
+
+    def test_every_command_and_every_exit_status_is_there_and_no_other(self):
+        text = self.ctl("--help")
+        commands = text[text.index("Subcommands:"):text.index("Exit status:")]
+        listed = self.TEXT[self.TEXT.index("## Commands"):self.TEXT.index("## The list")]
+        table = listed[:listed.index("| option |")]
+        self.assertEqual(set(re.findall(r"^  ([a-z]+)", commands, re.MULTILINE)),
+                         set(re.findall(r"`([a-z]+)(?: .*?)?`(?:,| \|)", table)))
+        statuses = re.findall(r"^  (\d+) ", text[text.index("Exit status:"):], re.MULTILINE)
+        self.assertEqual(statuses, re.findall(r"^\| (\d+) \|", self.TEXT, re.MULTILINE))
 
 
 if __name__ == "__main__":

@@ -1,0 +1,116 @@
+"""Base of the tests of tavrikctl, and servers that are no daemon."""
+
+import contextlib
+import http.server
+import json
+import threading
+
+import ctl
+from cell import wait_until
+from cell_test_case import CellTestCase
+
+HVA = "HVA SN:100001"
+MZD = "MZD-S SN:100002"
+TLM = "TLM SN:100003"
+
+# Exit statuses
+REFUSED, USAGE, NOT_POSSIBLE, NO_DAEMON, NO_ANSWER, BAD_ANSWER = 1, 2, 3, 4, 5, 6
+NO_GRIPPER, NOT_AT_REST, FAILED, NOT_SENT, NO_PROCESS_DATA = 7, 8, 9, 12, 21
+
+
+class CtlTestCase(CellTestCase):
+    options = ("--gripper", "HVA", "--gripper", "MZD-S", "--gripper", "TLM")
+
+    @classmethod
+    def prepare(cls):
+        super().prepare()
+        count = cls.options.count("--gripper")
+        if count:
+            cls.cell.wait_until_operating(count)
+        for device in cls.call_apart("GetGrippers"):
+            wait_until(lambda device=device: cls.call_apart("GetPDINExcerpt", device))
+
+    @classmethod
+    def call_apart(cls, method, *arguments):
+        return cls.cell.call_apart(method, *arguments)
+
+    def ctl(self, *arguments, **options):
+        """Runs a command that succeeds; returns its output."""
+        result = ctl.run(*arguments, **options)
+        self.assertEqual((result.returncode, result.stderr), (0, ""), arguments)
+        return result.stdout
+
+    def json(self, *arguments):
+        return json.loads(self.ctl(*arguments, "--json"))
+
+    def expect_failure(self, status, text, *arguments, **options):
+        """Runs a command that fails with one line on standard error, in which `text` is."""
+        result = ctl.run(*arguments, **options)
+        self.assertEqual(result.returncode, status, result)
+        self.assertRegex(result.stderr, r"\Atavrikctl: [^\n]+\n\Z")
+        self.assertIn(text, result.stderr)
+        self.assertEqual(result.stdout, "")
+
+    @contextlib.contextmanager
+    def condition(self, command, end):
+        """Has the simulator carry out `command`, and `end` afterwards."""
+        self.cell.command(command)
+        try:
+            yield
+        finally:
+            self.cell.command(end)
+
+    def requests_during(self, number, *arguments):
+        """The lines that master `number` gets while a command runs."""
+        before = self.cell.show(number)["requestCount"]
+        self.ctl(*arguments)
+        shown = self.cell.show(number)
+        count = shown["requestCount"] - before
+        return shown["requests"][-count:] if count else []
+
+    def wait_for_process_data(self, number, device):
+        """Waits until the daemon has what the master of `device` streams now."""
+        def is_there():
+            pdin = self.cell.show(number)["pdin"]
+            return (self.call("GetPDINExcerpt", device) ==
+                    pdin[0] + 256 * pdin[1] + 65536 * pdin[3])
+        wait_until(is_there)
+
+
+class HttpServer(http.server.BaseHTTPRequestHandler):
+    """Answers calls with what the server object says, and no more of them than it says."""
+
+    def do_POST(self):
+        self.rfile.read(int(self.headers["Content-Length"]))
+        if self.server.answers == 0:
+            self.server.stopping.wait()
+            return
+        self.server.answers -= 1
+        self.send_response(self.server.status)
+        self.send_header("Content-Length", str(len(self.server.body)))
+        self.end_headers()
+        self.wfile.write(self.server.body)
+
+    def log_message(self, *_):
+        pass
+
+
+@contextlib.contextmanager
+def http_server(status, body, answers=-1):
+    """A server that gives this answer, always or so many times, and none afterwards."""
+    with http.server.ThreadingHTTPServer(("127.0.0.1", 0), HttpServer) as server:
+        server.status, server.body, server.answers = status, body, answers
+        server.stopping = threading.Event()
+        thread = threading.Thread(target=server.serve_forever)
+        thread.start()
+        try:
+            yield server.server_address[1]
+        finally:
+            server.stopping.set()
+            server.shutdown()
+            thread.join()
+
+
+def xml_answer(value):
+    return (f"<methodResponse><params><param><value>{value}</value></param></params>"
+            "</methodResponse>").encode()

@@ -1,0 +1,326 @@
+"""tavrikctl watch, on a terminal that an emulator reads, and without one."""
+
+import csv
+import fcntl
+import os
+import pty
+import re
+import select
+import signal
+import struct
+import subprocess
+import termios
+import time
+
+import pyte
+
+import ctl
+from cell import SLOWNESS, wait_until
+from cell_test_case import main
+from ctl_test_case import FAILED, NO_DAEMON, NO_GRIPPER, CtlTestCase, http_server, xml_answer
+
+DEVICE = "HVA SN:100001"
+PERIOD = 0.05  # seconds between two observations
+
+
+class Watch:
+    """tavrikctl watch with a terminal of its own."""
+
+    def __init__(self, *arguments, rows=24, columns=80, environment=None):
+        self.screen = pyte.Screen(columns, rows)
+        self.stream = pyte.ByteStream(self.screen)
+        self.output = b""
+        self.master, self.slave = pty.openpty()
+        self.set_size(rows, columns)
+        self.settings = termios.tcgetattr(self.slave)
+        self.process = subprocess.Popen(
+            ctl.arguments_of("watch", *arguments), stdin=self.slave, stdout=self.slave,
+            stderr=subprocess.PIPE, text=True, start_new_session=True,
+            preexec_fn=self.control,  # only then is it told of a new size
+            env={**ctl.CLEAN, "TERM": "xterm-256color", **(environment or {})})
+
+    def control(self):
+        """Makes the terminal that of the calling process."""
+        fcntl.ioctl(self.slave, termios.TIOCSCTTY, 0)
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.process.kill()
+        self.process.wait()
+        self.process.stderr.close()
+        os.close(self.master)
+        os.close(self.slave)
+
+    def set_size(self, rows, columns):
+        fcntl.ioctl(self.master, termios.TIOCSWINSZ, struct.pack("HHHH", rows, columns, 0, 0))
+        self.screen.resize(rows, columns)
+
+    def lines(self):
+        """What the screen shows now, without blanks at the right."""
+        while select.select([self.master], [], [], 0)[0]:
+            data = os.read(self.master, 65536)
+            self.output += data
+            self.stream.feed(data)
+        return [line.rstrip() for line in self.screen.display]
+
+    def wait_for(self, pattern):
+        """Waits until a line of the screen matches; returns the screen."""
+        shown = []
+
+        def is_shown():
+            shown[:] = self.lines()
+            return any(re.search(pattern, line) for line in shown)
+        try:
+            wait_until(is_shown)
+        except AssertionError:
+            raise AssertionError(f"no line with {pattern!r}", *shown) from None
+        return shown
+
+    def colour_of(self, text):
+        """The colour in which `text` is shown."""
+        for number, line in enumerate(self.lines()):
+            if text in line:
+                return self.screen.buffer[number][line.index(text)].fg
+        raise AssertionError(f"{text!r} is not shown")
+
+    def press(self, keys):
+        os.write(self.master, keys)
+
+    def wait_for_end(self):
+        """Waits until it has left; returns its exit status and standard error."""
+        wait_until(lambda: self.lines() and self.process.poll() is not None)
+        self.lines()
+        return self.process.returncode, self.process.stderr.read()
+
+
+class ScreenTest(CtlTestCase):
+    options = ("--gripper", "HVA")
+
+    @classmethod
+    def prepare(cls):
+        super().prepare()
+        assert ctl.run("home", "--wait").returncode == 0
+
+    def setUp(self):
+        self.assertEqual(ctl.run("release", "--wait").returncode, 0)
+
+    def watch(self, *arguments, **options):
+        watch = Watch(*arguments, **options)
+        self.addCleanup(watch.__exit__)
+        return watch
+
+    def test_the_whole_screen(self):
+        watch = self.watch(rows=17, columns=60)
+        watch.wait_for(r"28\.00 .* [12]\d calls/s")
+        lines = watch.wait_for(r"\*")
+        lines[2] = re.sub(r"[12]\d calls", "NN calls", lines[2])
+        plot = [re.sub(r"[* ]+$", "", line) for line in lines[8:14]]
+        self.assertEqual(lines[:8] + plot + lines[14:], [
+            "HVA SN:100001                                127.0.0.1:44221",
+            "",
+            "position    28.00   state   4    NN calls/s",
+            "flags     none",
+            "values    fresh",
+            "",
+            "0.00 [###############################################] 28.00",
+            "",
+            "  28.00 |",
+            "        |",
+            "        |",
+            "        |",
+            "        |",
+            "   0.00 |",
+            "         -30 s                                           now",
+            "",
+            "q leaves"])
+        self.assertTrue(lines[8].endswith("*"))
+
+    def test_it_looks_twenty_times_a_second(self):
+        watch = self.watch("--passive")
+        rate = re.compile(r"(\d+) calls/s")
+        watch.wait_for(rate)
+        start = time.monotonic()
+        wait_until(lambda: time.monotonic() - start > 2)  # the rate is that of the last second
+        calls = int(rate.search(watch.lines()[2])[1])
+        self.assertLessEqual(calls, 21)
+        self.assertGreaterEqual(calls, 19 / SLOWNESS)
+
+    def test_a_motion_moves_bar_and_plot(self):
+        watch = self.watch()
+        watch.wait_for(r"^0\.00 \[#+\] 28\.00$")
+        with self.condition("part 0 14", "part 0 none"):
+            self.ctl("grip")
+            lines = watch.wait_for(r"position +14\.00   state +6")
+            self.assertRegex(lines[6], r"^0\.00 \[#+ +\] 28\.00$")
+            filled, empty = lines[6].count("#"), lines[6].count(" ", 6, -7)
+            self.assertAlmostEqual(filled, empty, delta=1)
+            plotted = watch.wait_for(r"^ {8}\|.*\*$")
+            self.assertTrue(plotted[8].rstrip("* ").endswith("28.00 |"))
+            self.assertIn("*", plotted[8])
+
+    def test_flags_are_red_unless_colours_are_refused(self):
+        with self.condition("fault 0 temp-warn on", "fault 0 temp-warn off"):
+            for environment, colour in (({}, "red"), ({"NO_COLOR": "1"}, "default")):
+                watch = self.watch(environment=environment)
+                watch.wait_for("^flags     temperature warning$")
+                self.assertEqual(watch.colour_of("temperature warning"), colour)
+
+    def test_frozen_values_are_told_as_long_as_they_are(self):
+        watch = self.watch()
+        watch.wait_for("^values    fresh$")
+        with self.condition("silent 0 on", "silent 0 off"):
+            lines = watch.wait_for(r"^values    frozen: the master has not answered for \d+ s$")
+            self.assertIn("28.00", lines[2])
+            self.assertEqual(watch.colour_of("frozen"), "red")
+            watch.wait_for(r"for 3 s$")
+        watch.wait_for("^values    fresh$")
+
+    def test_a_master_that_still_streams_is_not_called_frozen(self):
+        watch = self.watch()
+        watch.wait_for("^values    fresh$")
+        with self.condition("mute 0 on", "mute 0 off"):
+            watch.wait_for("^values    frozen: ")
+            self.cell.command("fault 0 maintenance on")
+            watch.wait_for("^values    changing, but the master has not answered for ")
+            self.cell.command("fault 0 maintenance off")
+        watch.wait_for("^values    fresh$")
+
+    def test_a_gripper_that_is_unplugged_may_come_back(self):
+        watch = self.watch()
+        watch.wait_for("^values    fresh$")
+        with self.condition("unplug 0", "plug 0"):
+            lines = watch.wait_for("^values    .*the daemon does not know it any more$")
+            self.assertRegex(lines[2], "position +-   state +-")
+            self.assertEqual(lines[3], "flags     -")
+        watch.wait_for("^values    fresh$")
+        wait_until(lambda: ctl.run("home", "--wait").returncode == 0)
+
+    def test_without_process_data_the_log_is_not_flooded(self):
+        watch = self.watch("--passive")
+        watch.wait_for("^values    fresh$")
+        mark = self.cell.log.mark()
+        with self.condition("mode 0 2", "mode 0 4"):
+            watch.wait_for("^values    all zero: perhaps no process data$")
+            start = time.monotonic()
+            self.cell.log.wait_for("PDIN length mismatch: 0", since=mark, count=3)
+            self.assertGreater(time.monotonic() - start, 0.9)
+            self.cell.log.wait_for("PDIN length mismatch: 0", since=mark, count=4)
+            self.assertGreater(time.monotonic() - start, 1.9)
+        watch.wait_for("^values    fresh$")
+
+    def test_q_escape_and_control_c_leave_the_terminal_as_it_was(self):
+        for key in (b"q", b"Q", b"\x1b", b"\x03"):
+            with self.subTest(key=key):
+                watch = self.watch()
+                watch.wait_for("^q leaves$")
+                self.assertNotEqual(termios.tcgetattr(watch.slave), watch.settings)
+                watch.press(b"x")
+                watch.press(key)
+                self.assertEqual(watch.wait_for_end(), (0, ""))
+                self.assertEqual(termios.tcgetattr(watch.slave), watch.settings)
+                self.assertIn(b"\x1b[?1049h", watch.output)  # the other screen, and back
+                self.assertIn(b"\x1b[?1049l", watch.output)
+
+    def test_the_screen_follows_the_size_of_the_terminal(self):
+        watch = self.watch()
+        wait_until(lambda: watch.lines()[22] == "q leaves")
+        watch.set_size(16, 50)
+        wait_until(lambda: watch.lines()[15] == "q leaves")
+        self.assertEqual(watch.lines()[0], "HVA SN:100001                      127.0.0.1:44221")
+        watch.set_size(5, 20)
+        wait_until(lambda: watch.lines()[4] == "values    fresh")
+
+    def test_passive_sends_nothing(self):
+        watch = self.watch("--passive")
+        before = self.cell.show(0)["requestCount"]
+        watch.wait_for(r"2\d calls/s")
+        self.assertEqual(self.cell.show(0)["requestCount"], before)
+
+    def test_an_unknown_terminal_is_told_in_one_line(self):
+        watch = self.watch(environment={"TERM": "no-such-terminal"})
+        self.assertEqual(watch.wait_for_end(),
+                         (FAILED, "tavrikctl: this type of terminal is not known (TERM)\n"))
+
+    def test_a_gripper_has_to_be_there_at_the_start(self):
+        self.expect_failure(NO_GRIPPER, "no gripper is called 'nobody'", "watch", "nobody")
+
+
+class TroubleTest(CtlTestCase):
+    """Servers that are no daemon; the one of the cell goes on."""
+
+    options = ()
+    GRIPPER = xml_answer("<array><data><value>HVA</value></data></array>")
+
+    def test_a_daemon_that_goes_may_be_waited_for(self):
+        with http_server(200, self.GRIPPER) as port:
+            watch = Watch("--port", port)
+            with watch:
+                watch.wait_for("^values    GetPDINExcerpt: the answer has an unexpected type$")
+
+    def test_q_leaves_while_the_daemon_does_not_answer(self):
+        with http_server(200, self.GRIPPER, answers=1) as port:
+            with Watch("--port", port, "--timeout", 600) as watch:
+                watch.wait_for("^waiting for the daemon$")
+                watch.press(b"q")
+                start = time.monotonic()
+                self.assertEqual(watch.wait_for_end(), (0, ""))
+                self.assertLess(time.monotonic() - start, 3 * SLOWNESS)
+
+    def test_a_daemon_has_to_be_there_at_the_start(self):
+        self.expect_failure(NO_DAEMON, "cannot be reached", "watch", "--port", 1)
+
+
+class RowsTest(CtlTestCase):
+    options = ("--gripper", "HVA")
+
+    def rows(self, *arguments):
+        """The output of a watch without terminal, which goes on."""
+        process = ctl.Running("watch", *arguments)
+        self.addCleanup(process.__exit__)
+        return process.output
+
+    def test_rows_are_aligned(self):
+        rows = self.rows()
+        rows.wait_for(r"^\d\d:\d\d:\d\d\.\d{3}      1     10\.00  fresh   none$", count=3)
+        self.assertEqual(rows.lines[0], "TIME          STATE  POSITION  VALUES  FLAGS")
+
+    def test_csv_comes_twenty_times_a_second(self):
+        with self.condition("fault 0 maintenance on", "fault 0 maintenance off"):
+            self.wait_for_process_data(0, DEVICE)
+            start = time.monotonic()
+            rows = self.rows("--csv")
+            rows.wait_for("fresh$", count=41)
+            took = time.monotonic() - start
+        self.assertGreater(took, 39 * PERIOD)
+        self.assertLess(took, (41 * PERIOD + 2) * SLOWNESS)
+        for row in csv.DictReader(rows.lines):
+            self.assertRegex(row.pop("time"), r"^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}$")
+            self.assertEqual(row, {"state": "1", "position": "10.00", "fault": "0",
+                                   "temperature_fault": "0", "temperature_warning": "0",
+                                   "maintenance": "1", "values": "fresh"})
+
+    def test_csv_can_be_had_on_a_terminal_too(self):
+        with Watch("--csv") as watch:
+            watch.wait_for("^time,state,position,")
+            watch.wait_for(r",1,10\.00,0,0,0,0,fresh$")
+
+    def test_frozen_values_are_marked(self):
+        rows = self.rows("--csv")
+        with self.condition("silent 0 on", "silent 0 off"):
+            rows.wait_for(r",1,10\.00,0,0,0,0,frozen$")
+            mark = rows.mark()
+        rows.wait_for(r",1,10\.00,0,0,0,0,fresh$", since=mark)
+
+    def test_a_reader_that_goes_ends_it(self):
+        watch = " ".join(ctl.arguments_of("watch"))
+        result = subprocess.run(["bash", "-c", f"{watch} | head -n 2; exit ${{PIPESTATUS[0]}}"],
+                                env=ctl.CLEAN, capture_output=True, text=True,
+                                timeout=60 * SLOWNESS)
+        self.assertEqual((result.returncode, result.stderr), (128 + signal.SIGPIPE, ""))
+        self.assertEqual(len(result.stdout.splitlines()), 2)
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,93 @@
+#include "tools/GripperMonitor.h"
+
+#include <algorithm>
+
+#include "tools/Failure.h"
+#include "tools/ProcessDataReader.h"
+
+namespace tavrikctl {
+
+namespace {
+constexpr std::chrono::milliseconds kSamplePeriod(50);
+constexpr std::chrono::seconds kTroublePeriod(1);  // each call may be a line in the daemon's log
+constexpr std::chrono::seconds kProbePause(1);
+}  // namespace
+
+GripperMonitor::GripperMonitor(const Endpoint& endpoint, const std::string& device, bool passive)
+    : sampleDaemon(endpoint, stop.get_token()),
+      probeDaemon(endpoint, stop.get_token()),
+      gripperName(device),
+      sampler(&GripperMonitor::Sample, this) {
+    if (!passive) {
+        prober = std::thread(&GripperMonitor::Probe, this);
+    }
+}
+
+GripperMonitor::~GripperMonitor() {
+    stop.request_stop();
+    sampler.join();
+    if (prober.joinable()) {
+        prober.join();
+    }
+}
+
+std::vector<Observation> GripperMonitor::Take(std::chrono::milliseconds patience) {
+    std::unique_lock lock(mutex);
+    changed.wait_for(lock, patience, [this] { return !observations.empty(); });
+    return std::exchange(observations, {});
+}
+
+void GripperMonitor::Sample() {
+    const Gripper gripper(sampleDaemon, gripperName);
+    ProcessDataReader reader(gripper);
+    auto next = Clock::now();
+    do {
+        Observation observation;
+        observation.time = Clock::now();
+        try {
+            observation.data = reader.Read();
+        } catch (const Failure& failure) {
+            observation.trouble = failure.what();
+        }
+        next = std::max<Clock::time_point>(
+            next + (observation.data ? kSamplePeriod : kTroublePeriod), Clock::now());
+        Publish(observation);
+    } while (PauseUntil(next));
+}
+
+void GripperMonitor::Publish(Observation& observation) {
+    const std::lock_guard lock(mutex);
+    silence.AddData(observation.data, observation.time);
+    observation.silentSince = silence.SilentSince();
+    observation.frozen = silence.IsFrozen();
+    observation.calls = sampleDaemon.AnsweredCalls() + probeCalls;
+    observations.push_back(observation);
+    changed.notify_all();
+}
+
+void GripperMonitor::Probe() {
+    const Gripper gripper(probeDaemon, gripperName);
+    do {
+        ProbeOnce(gripper);
+    } while (PauseUntil(Clock::now() + kProbePause));
+}
+
+void GripperMonitor::ProbeOnce(const Gripper& gripper) {
+    const auto start = Clock::now();
+    bool answers = true;
+    try {
+        answers = gripper.MasterAnswers();
+    } catch (const Failure&) {  // the sampler has it too, and reports it
+    }
+    const std::lock_guard lock(mutex);
+    silence.AddProbe(answers, start);
+    probeCalls = probeDaemon.AnsweredCalls();
+}
+
+bool GripperMonitor::PauseUntil(Clock::time_point time) {
+    std::unique_lock lock(mutex);
+    changed.wait_until(lock, stop.get_token(), time, [] { return false; });
+    return !stop.stop_requested();
+}
+
+}  // namespace tavrikctl

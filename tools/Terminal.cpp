@@ -1,0 +1,63 @@
+#include "tools/Terminal.h"
+
+#include <curses.h>
+
+#include <algorithm>
+#include <clocale>
+#include <cstdio>
+
+#include "tools/Failure.h"
+
+namespace tavrikctl {
+
+namespace {
+constexpr short kAlarm = 1;  // pair of colours
+constexpr int kEscape = 0x1b;
+constexpr int kControlC = 0x03;
+}  // namespace
+
+void Terminal::Restorer::operator()(screen* terminal) const {
+    endwin();
+    delscreen(terminal);
+}
+
+Terminal::Terminal(bool withColours) : colours(withColours) {
+    std::setlocale(LC_CTYPE, "");  // NOLINT(concurrency-mt-unsafe)
+    terminal.reset(newterm(nullptr, stdout, stdin));
+    if (!terminal) {
+        throw Failure(ExitStatus::Failed, "this type of terminal is not known (TERM)");
+    }
+    raw();  // Ctrl-C is a key too, so that the terminal is always restored
+    noecho();
+    curs_set(0);
+    set_escdelay(0);
+    keypad(stdscr, TRUE);
+    colours = colours && has_colors() && start_color() == OK && use_default_colors() == OK &&
+              init_pair(kAlarm, COLOR_RED, -1) == OK;
+}
+
+std::size_t Terminal::Width() const {
+    return static_cast<std::size_t>(getmaxx(stdscr));
+}
+
+std::size_t Terminal::Height() const {
+    return static_cast<std::size_t>(getmaxy(stdscr));
+}
+
+void Terminal::Show(const std::vector<Cell>& lines) {
+    erase();
+    for (std::size_t row = 0; row < lines.size(); ++row) {
+        const bool isRed = colours && lines[row].alarming;
+        attrset(isRed ? COLOR_PAIR(kAlarm) : A_NORMAL);
+        mvaddnstr(static_cast<int>(row), 0, lines[row].text.c_str(), -1);
+    }
+    refresh();
+}
+
+bool Terminal::IsLeaving(std::chrono::milliseconds patience) {
+    timeout(static_cast<int>(patience.count()));
+    const int key = getch();
+    return key == 'q' || key == 'Q' || key == kEscape || key == kControlC;
+}
+
+}  // namespace tavrikctl

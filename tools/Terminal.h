@@ -1,0 +1,37 @@
+#pragma once
+
+#include <chrono>
+#include <memory>
+#include <vector>
+
+#include "tools/Printer.h"
+
+struct screen;
+
+namespace tavrikctl {
+
+/// The whole terminal, for as long as this object lives; one at a time. Afterwards the terminal is
+/// as it was.
+class Terminal {
+public:
+    /// @throws Failure (Failed) when the terminal is of no known type
+    explicit Terminal(bool withColours);
+
+    std::size_t Width() const;
+    std::size_t Height() const;
+
+    void Show(const std::vector<Cell>& lines);
+
+    /// Waits for a key until `patience` has passed.
+    /// @return whether the user wants to leave: q, Escape or Ctrl-C, or the terminal has gone
+    bool IsLeaving(std::chrono::milliseconds patience);
+
+private:
+    struct Restorer {
+        void operator()(screen* terminal) const;
+    };
+    std::unique_ptr<screen, Restorer> terminal;  // of ncurses
+    bool colours;
+};
+
+}  // namespace tavrikctl

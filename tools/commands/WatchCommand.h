@@ -1,0 +1,26 @@
+#pragma once
+
+#include <string>
+
+#include "tools/GripperMonitor.h"
+#include "tools/commands/Command.h"
+
+namespace tavrikctl {
+
+/// Shows a gripper live: as a screen on a terminal, elsewhere as a row for each observation.
+class WatchCommand : public Command {
+public:
+    explicit WatchCommand(CLI::App& program);
+    ExitStatus Run(Daemon& daemon, Printer& printer) override;
+
+private:
+    static void ShowScreen(GripperMonitor& monitor, const std::string& title,
+                           const std::string& server);
+    [[noreturn]] void PrintRows(GripperMonitor& monitor, Printer& printer) const;
+
+    std::string gripperName;
+    bool csv = false;
+    bool passive = false;
+};
+
+}  // namespace tavrikctl

@@ -16,7 +16,8 @@ Daemon::Daemon(const Endpoint& endpoint, std::stop_token stop)
 xmlrpc_c::value Daemon::Call(const std::string& method, const xmlrpc_c::paramList& parameters) {
     std::string xml;
     xmlrpc_c::xml::generateCall(method, parameters, &xml);
-    const xmlrpc_c::rpcOutcome outcome = Parse(method, http.Post(xml));
+    xmlrpc_c::rpcOutcome outcome;
+    Parse(method, http.Post(xml), outcome);
     ++answeredCalls;
     if (!outcome.succeeded()) {
         const xmlrpc_c::fault fault = outcome.getFault();
@@ -30,11 +31,11 @@ Failure Daemon::BadAnswer(const std::string& method, const std::string& text) {
     return {ExitStatus::BadAnswer, method + ": " + text};
 }
 
-xmlrpc_c::rpcOutcome Daemon::Parse(const std::string& method, const std::string& xml) {
+// A reference, because copying an outcome without a fault reads what was never set.
+void Daemon::Parse(const std::string& method, const std::string& xml,
+                   xmlrpc_c::rpcOutcome& outcome) {
     try {
-        xmlrpc_c::rpcOutcome outcome;
         xmlrpc_c::xml::parseResponse(xml, &outcome);
-        return outcome;
     } catch (const std::exception&) {
         throw BadAnswer(method, "the answer is no XML-RPC");
     }

@@ -66,7 +66,8 @@ public:
 
 private:
     static Failure BadAnswer(const std::string& method, const std::string& text);
-    static xmlrpc_c::rpcOutcome Parse(const std::string& method, const std::string& xml);
+    static void Parse(const std::string& method, const std::string& xml,
+                      xmlrpc_c::rpcOutcome& outcome);
 
     Endpoint server;
     HttpClient http;

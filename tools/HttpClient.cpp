@@ -33,7 +33,7 @@ int IsStopped(const void* token, curl_off_t /*total*/, curl_off_t /*received*/,
     return static_cast<const std::stop_token*>(token)->stop_requested() ? 1 : 0;
 }
 
-std::string Seconds(std::chrono::milliseconds time) {
+std::string SecondsText(std::chrono::milliseconds time) {
     std::ostringstream text;
     text << std::chrono::duration<double>(time).count() << " s";
     return text.str();
@@ -79,7 +79,7 @@ std::string HttpClient::Post(const std::string& body) {
     const CURLcode result = curl_easy_perform(handle.get());
     if (result == CURLE_OPERATION_TIMEDOUT) {
         throw Failure(ExitStatus::NoDaemon,
-                      address + " has not answered within " + Seconds(timeLimit));
+                      address + " has not answered within " + SecondsText(timeLimit));
     }
     if (result == CURLE_WRITE_ERROR) {
         throw Failure(ExitStatus::BadAnswer, address + " is no TavrikDaemon: too long an answer");

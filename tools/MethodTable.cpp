@@ -1,6 +1,5 @@
 #include "tools/MethodTable.h"
 
-#include <algorithm>
 #include <array>
 
 namespace tavrikctl {
@@ -90,10 +89,12 @@ std::string Usage(const Method& method) {
 }
 
 const Method* FindMethod(std::string_view name) {
-    const auto* const place =
-        std::find_if(kMethods.begin(), kMethods.end(),
-                     [name](const auto& method) { return method.name == name; });
-    return place == kMethods.end() ? nullptr : &*place;
+    for (const Method& method : kMethods) {
+        if (method.name == name) {
+            return &method;
+        }
+    }
+    return nullptr;
 }
 
 }  // namespace tavrikctl

@@ -1,5 +1,7 @@
 #include "tools/Terminal.h"
 
+// Its macros have names such as "erase" and "timeout".
+#define NCURSES_NOMACROS
 #include <curses.h>
 
 #include <algorithm>
@@ -44,7 +46,7 @@ std::size_t Terminal::Height() const {
     return static_cast<std::size_t>(getmaxy(stdscr));
 }
 
-void Terminal::Show(const std::vector<Cell>& lines) {
+void Terminal::Show(const std::vector<Cell>& lines) const {
     erase();
     for (std::size_t row = 0; row < lines.size(); ++row) {
         const bool isRed = colours && lines[row].alarming;

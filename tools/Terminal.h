@@ -20,7 +20,7 @@ public:
     std::size_t Width() const;
     std::size_t Height() const;
 
-    void Show(const std::vector<Cell>& lines);
+    void Show(const std::vector<Cell>& lines) const;
 
     /// Waits for a key until `patience` has passed.
     /// @return whether the user wants to leave: q, Escape or Ctrl-C, or the terminal has gone

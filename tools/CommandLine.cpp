@@ -9,6 +9,7 @@
 #include "daemon/Version.h"
 #include "tools/Failure.h"
 #include "tools/commands/CallCommand.h"
+#include "tools/commands/DoctorCommand.h"
 #include "tools/commands/GetCommand.h"
 #include "tools/commands/ListCommand.h"
 #include "tools/commands/MotionCommand.h"
@@ -85,6 +86,7 @@ void CommandLine::AddCommands() {
     Add<SetCommand>();
     Add<WatchCommand>();
     Add<CallCommand>();
+    Add<DoctorCommand>(endpoint);
 }
 
 template <typename Kind, typename... Arguments>

@@ -1,0 +1,32 @@
+#include "tools/commands/DoctorCommand.h"
+
+#include <nlohmann/json.hpp>
+
+#include "tools/doctor/Bundle.h"
+#include "tools/doctor/Doctor.h"
+
+namespace tavrikctl {
+
+DoctorCommand::DoctorCommand(CLI::App& program, const Endpoint& endpoint)
+    : Command(program, "doctor", "Tell what is right and what is wrong between robot and gripper"),
+      server(endpoint) {
+    app.add_option("--bundle", bundle, "also write it to FILE, a tar.gz with versions and log")
+        ->option_text("FILE");
+    AddJson(json);
+}
+
+ExitStatus DoctorCommand::Run(Daemon& /*daemon*/, Printer& printer) {
+    Doctor doctor(server);
+    doctor.Examine();
+    json ? printer.Json(doctor.Json()) : doctor.Print(printer);
+    if (!bundle.empty()) {
+        WriteBundle(bundle, doctor);
+        if (!json) {
+            printer.Line(bundle +
+                         " has this, versions, the service's state and the end of its log.");
+        }
+    }
+    return doctor.Status();
+}
+
+}  // namespace tavrikctl

@@ -1,0 +1,105 @@
+#include "tools/doctor/Bundle.h"
+
+#include <archive.h>
+#include <archive_entry.h>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <cerrno>
+#include <cstdlib>
+#include <ctime>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <utility>
+#include <vector>
+
+#include "daemon/Version.h"
+#include "tools/Failure.h"
+#include "tools/doctor/ServiceState.h"
+#include "tools/doctor/ToolOutput.h"
+
+namespace tavrikctl {
+
+namespace {
+
+constexpr const char* kFolder = "tavrik-doctor/";
+
+struct Deleter {
+    void operator()(archive* object) const { archive_write_free(object); }
+    void operator()(archive_entry* object) const { archive_entry_free(object); }
+};
+using Archive = std::unique_ptr<archive, Deleter>;
+using Entry = std::unique_ptr<archive_entry, Deleter>;
+
+void Check(int result, const Archive& file, const std::string& path) {
+    if (result != ARCHIVE_OK) {
+        throw Failure(ExitStatus::Failed,
+                      path + " cannot be written: " + archive_error_string(file.get()));
+    }
+}
+
+std::string Report(const Doctor& doctor) {
+    std::ostringstream text;
+    Printer printer(text, false);
+    doctor.Print(printer);
+    return text.str();
+}
+
+std::string Json(const Doctor& doctor) {
+    std::ostringstream text;
+    Printer(text, false).Json(doctor.Json());
+    return text.str();
+}
+
+std::string Versions(const Doctor& doctor) {
+    return "tavrikctl " TAVRIK_VERSION "\nTavrikDaemon " + doctor.DaemonVersion() + "\n" +
+           RunTool({"uname", "-srvm"}).text + RunTool({"cat", "/etc/os-release"}).text +
+           RunTool({"dpkg-query", "--show", "tavrikdaemon", "pellix-sim", "modemmanager",
+                    "libudev1", "libxmlrpc-c++8v5", "systemd", "udev"})
+               .text;
+}
+
+std::string Service() {
+    return RunTool({"systemctl", "status", "--no-pager", "--lines=0", kServiceName}).text +
+           RunTool({"systemctl", "cat", "--no-pager", kServiceName}).text;
+}
+
+std::string Log() {
+    return RunTool({"journalctl", "--unit", kServiceName, "--lines=2000", "--no-pager",
+                    "--no-hostname", "--output=short-iso"})
+        .text;
+}
+
+}  // namespace
+
+void WriteBundle(const std::string& path, const Doctor& doctor) {
+    const std::vector<std::pair<std::string, std::string>> files{{"report.txt", Report(doctor)},
+                                                                 {"report.json", Json(doctor)},
+                                                                 {"versions.txt", Versions(doctor)},
+                                                                 {"service.txt", Service()},
+                                                                 {"log.txt", Log()}};
+    const Archive file(archive_write_new());
+    archive_write_add_filter_gzip(file.get());
+    archive_write_set_format_pax_restricted(file.get());
+    const mode_t oldMask = umask(S_IRWXG | S_IRWXO);
+    const int opened = archive_write_open_filename(file.get(), path.c_str());
+    umask(oldMask);
+    Check(opened, file, path);
+    for (const auto& [name, text] : files) {
+        const Entry entry(archive_entry_new());
+        archive_entry_set_pathname(entry.get(), (kFolder + name).c_str());
+        archive_entry_set_size(entry.get(), static_cast<la_int64_t>(text.size()));
+        archive_entry_set_filetype(entry.get(), AE_IFREG);
+        archive_entry_set_perm(entry.get(), S_IRUSR | S_IWUSR);
+        archive_entry_set_mtime(entry.get(), std::time(nullptr), 0);
+        Check(archive_write_header(file.get(), entry.get()), file, path);
+        if (archive_write_data(file.get(), text.data(), text.size()) < 0) {
+            Check(ARCHIVE_FATAL, file, path);
+        }
+    }
+    Check(archive_write_close(file.get()), file, path);
+}
+
+}  // namespace tavrikctl

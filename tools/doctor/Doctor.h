@@ -1,0 +1,43 @@
+#pragma once
+
+#include <nlohmann/json_fwd.hpp>
+#include <string>
+
+#include "tools/Daemon.h"
+#include "tools/ExitStatus.h"
+#include "tools/Printer.h"
+#include "tools/doctor/Finding.h"
+#include "tools/doctor/Host.h"
+
+namespace tavrikctl {
+
+/// Walks the road from the robot to the gripper and collects what is right and what is wrong.
+class Doctor {
+public:
+    /// @param server host and time-out of the daemon; both ports are looked at
+    explicit Doctor(const Endpoint& server) : endpoint(server) {}
+
+    void Examine();
+
+    // After Examine().
+
+    /// Done only if a gripper answers.
+    ExitStatus Status() const { return status; }
+    /// What GetVersion answered; empty without an answer.
+    const std::string& DaemonVersion() const { return version; }
+    void Print(Printer& printer) const;
+    nlohmann::ordered_json Json() const;
+
+private:
+    void ExaminePorts(const Host* host);
+    void ExamineGrippers(const Host* host);
+    void ExamineDevices(const Host& host);
+    void Add(Findings more);
+
+    Endpoint endpoint;  // its port answers, once one has
+    std::string version;
+    Findings findings;
+    ExitStatus status = ExitStatus::NoDaemon;
+};
+
+}  // namespace tavrikctl

@@ -1,0 +1,45 @@
+#include "tools/doctor/GripperCheck.h"
+
+#include "tools/Failure.h"
+
+namespace tavrikctl {
+
+Findings GripperCheck::Run() {
+    try {
+        return {Look()};
+    } catch (const Failure& failure) {
+        status = failure.Status();
+        return {{Mark::Wrong, gripper.Name(), failure.what(), "run the doctor once more"}};
+    }
+}
+
+Finding GripperCheck::Look() {
+    const ProcessData data = gripper.ReadProcessData();
+    if (!gripper.MasterAnswers()) {
+        return {Mark::Wrong, gripper.Name(), "its master does not answer",
+                "look at the master's power and cable; plug it in again"};
+    }
+    if (!data.certain) {
+        status = ExitStatus::NoProcessData;
+        return {Mark::Wrong, gripper.Name(), "its master answers, but has no process data",
+                "look at the gripper's cable and power; it may be starting"};
+    }
+    status = ExitStatus::Done;
+    return Describe(data, gripper.Model());
+}
+
+Finding GripperCheck::Describe(const ProcessData& data, const std::string& model) const {
+    const std::string text = "answers: state " + std::to_string(data.state) + ", position " +
+                             HundredthsText(data.position);
+    const std::string flags = data.FlagText();
+    if (!flags.empty()) {
+        return {Mark::Wrong, gripper.Name(), text + ", " + flags, "see the gripper's manual"};
+    }
+    if (model == "TLM?") {
+        return {Mark::Unknown, gripper.Name(), text + ", no force: a TLM, or an unknown model",
+                "if it is no TLM: set its force; TavrikDaemon may not know its vendor or device"};
+    }
+    return {Mark::Ok, gripper.Name(), text + ", model " + model, ""};
+}
+
+}  // namespace tavrikctl

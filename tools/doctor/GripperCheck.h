@@ -1,0 +1,26 @@
+#pragma once
+
+#include "tools/ExitStatus.h"
+#include "tools/Gripper.h"
+#include "tools/doctor/Check.h"
+
+namespace tavrikctl {
+
+/// Whether a gripper that the daemon lists answers.
+class GripperCheck : public Check {
+public:
+    explicit GripperCheck(Gripper listed) : gripper(std::move(listed)) {}
+    Findings Run() override;
+
+    /// After Run(): Done if the gripper answers.
+    ExitStatus Status() const { return status; }
+
+private:
+    Finding Look();
+    Finding Describe(const ProcessData& data, const std::string& model) const;
+
+    Gripper gripper;
+    ExitStatus status = ExitStatus::NoAnswer;
+};
+
+}  // namespace tavrikctl

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <optional>
+#include <vector>
+
+#include "tools/doctor/Account.h"
+#include "tools/doctor/ProcessTable.h"
+#include "tools/doctor/ServiceState.h"
+#include "tools/doctor/UsbTty.h"
+
+namespace tavrikctl {
+
+/// What the machine that the daemon runs on tells, at the time of construction.
+struct Host {
+    ProcessTable processes;
+    std::optional<ServiceState> service = ServiceState::Read();
+    std::optional<Process> daemon = processes.Find(kDaemonName);
+    std::optional<Account> account = FindAccount();  ///< as which the daemon runs, or would
+    std::vector<UsbTty> ttys = ListUsbTtys();
+
+    /// Whether the running daemon has the tty at `node` open.
+    bool DaemonHasOpen(const UsbTty& tty) const;
+
+    /// How to start the daemon, or to start it again.
+    std::string StartCommand() const;
+
+private:
+    std::optional<Account> FindAccount() const;
+};
+
+/// The file behind `node` without opening the device; nothing if it cannot be reached.
+std::optional<struct stat> StatusOfNode(const std::string& node);
+
+}  // namespace tavrikctl

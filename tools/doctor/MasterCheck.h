@@ -1,0 +1,26 @@
+#pragma once
+
+#include <cstddef>
+#include <optional>
+
+#include "tools/doctor/Check.h"
+#include "tools/doctor/Host.h"
+
+namespace tavrikctl {
+
+/// Whether there is a master, and a gripper is listed for each that the daemon has opened.
+class MasterCheck : public Check {
+public:
+    /// @param listedCount how many grippers the daemon lists; nothing if it does not answer
+    MasterCheck(const Host& machine, std::optional<std::size_t> listedCount)
+        : host(machine), listed(listedCount) {}
+    Findings Run() override;
+
+private:
+    std::size_t OpenedCount() const;
+
+    const Host& host;
+    std::optional<std::size_t> listed;
+};
+
+}  // namespace tavrikctl

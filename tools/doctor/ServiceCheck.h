@@ -1,0 +1,20 @@
+#pragma once
+
+#include "tools/doctor/Check.h"
+#include "tools/doctor/Host.h"
+
+namespace tavrikctl {
+
+/// Whether the daemon runs, as a service or otherwise.
+class ServiceCheck : public Check {
+public:
+    explicit ServiceCheck(const Host& machine) : host(machine) {}
+    Findings Run() override;
+
+private:
+    Finding Stopped() const;
+
+    const Host& host;
+};
+
+}  // namespace tavrikctl

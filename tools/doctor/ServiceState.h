@@ -1,0 +1,25 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+namespace tavrikctl {
+
+inline constexpr const char* kServiceName = "tavrikdaemon.service";
+inline constexpr const char* kDaemonName = "TavrikDaemon";  ///< of its process
+
+/// What systemd says of the daemon's service.
+struct ServiceState {
+    std::string load;    ///< "loaded", "not-found", ...
+    std::string active;  ///< "active", "failed", ...
+    std::string sub;     ///< "running", "auto-restart", ...
+    std::string result;  ///< "success", "exit-code", "start-limit-hit", ...
+    std::string user;
+
+    bool IsInstalled() const { return load == "loaded"; }
+
+    /// Nothing where there is no systemd.
+    static std::optional<ServiceState> Read();
+};
+
+}  // namespace tavrikctl

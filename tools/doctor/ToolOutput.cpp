@@ -1,0 +1,56 @@
+#include "tools/doctor/ToolOutput.h"
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+
+namespace tavrikctl {
+
+namespace {
+
+std::string ReadToEnd(int descriptor) {
+    std::string text;
+    std::array<char, 4096> buffer{};
+    ssize_t count = 0;
+    while ((count = read(descriptor, buffer.data(), buffer.size())) > 0) {
+        text.append(buffer.data(), static_cast<std::size_t>(count));
+    }
+    return text;
+}
+
+}  // namespace
+
+ToolOutput RunTool(std::vector<std::string> command) {
+    command.insert(command.begin(), {"timeout", "10"});
+    std::vector<char*> arguments;
+    arguments.reserve(command.size() + 1);
+    for (std::string& word : command) {
+        arguments.push_back(word.data());
+    }
+    arguments.push_back(nullptr);
+
+    std::array<int, 2> ends{};
+    if (pipe2(ends.data(), O_CLOEXEC) != 0) {
+        return {false, "no pipe"};
+    }
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, ends[1], STDERR_FILENO);
+    pid_t pid = 0;
+    const int error =
+        posix_spawnp(&pid, arguments[0], &actions, nullptr, arguments.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    close(ends[1]);
+    const std::string text = ReadToEnd(ends[0]);
+    close(ends[0]);
+    int status = 0;
+    const bool ended = error == 0 && waitpid(pid, &status, 0) == pid;
+    return {ended && WIFEXITED(status) && WEXITSTATUS(status) == 0, text};
+}
+
+}  // namespace tavrikctl

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <sys/stat.h>
+
+#include "tools/doctor/Check.h"
+#include "tools/doctor/Host.h"
+
+namespace tavrikctl {
+
+/// Whether a tty is a master's, and nothing keeps the daemon from it.
+class TtyCheck : public Check {
+public:
+    TtyCheck(const Host& machine, const UsbTty& device) : host(machine), tty(device) {}
+    Findings Run() override;
+
+private:
+    void CheckPermission(const struct stat& node, Findings& findings) const;
+    void CheckHolders(const struct stat& node, Findings& findings) const;
+
+    const Host& host;
+    const UsbTty& tty;
+};
+
+}  // namespace tavrikctl

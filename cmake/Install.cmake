@@ -9,6 +9,10 @@ install(FILES docs/man/TavrikDaemon.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
 install(DIRECTORY docs/ DESTINATION ${doc_folder}/tavrikdaemon
         PATTERN man EXCLUDE PATTERN simulator.md EXCLUDE)
 
+install(TARGETS tavrikctl DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(FILES docs/man/tavrikctl.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+install(FILES packaging/completion/tavrikctl DESTINATION ${completion_folder})
+
 # pellix-sim finds the library that it preloads beside itself, also when a link has called it.
 set(simulator_folder ${CMAKE_INSTALL_LIBDIR}/pellix-sim)
 install(TARGETS pellix-sim pellix-sim-preload DESTINATION ${simulator_folder})
@@ -20,9 +24,3 @@ install(FILES ${PROJECT_BINARY_DIR}/installed/pellix-sim DESTINATION ${CMAKE_INS
 install(FILES docs/man/pellix-sim.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 install(FILES docs/simulator.md DESTINATION ${doc_folder}/pellix-sim)
 install(FILES packaging/completion/pellix-sim DESTINATION ${completion_folder})
-
-if(TARGET tavrikctl)
-    install(TARGETS tavrikctl DESTINATION ${CMAKE_INSTALL_BINDIR})
-    install(FILES docs/man/tavrikctl.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
-    install(FILES packaging/completion/tavrikctl DESTINATION ${completion_folder})
-endif()

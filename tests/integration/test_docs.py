@@ -262,27 +262,45 @@ class ShellCommandsTest(CellTestCase):
 
 
 class ManualPageTest(unittest.TestCase):
-    PAGE = (ROOT / "docs" / "man" / "pellix-sim.1").read_text()
+    """The manuals explain the options and commands that the programs name themselves."""
 
-    def usage(self, *options):
-        """What the simulator tells about itself."""
-        run = subprocess.run([os.environ["TAVRIK_SIMULATOR"], *options], check=True,
+    @staticmethod
+    def items(page):
+        """The options and the words that have an explanation of their own."""
+        text = (ROOT / "docs" / "man" / page).read_text()
+        items = "".join(re.findall(r"^\.It .*\n", text, re.MULTILINE))
+        options = {f"-{option}" for option in re.findall(r"Fl (-[a-z-]+)", text)}
+        return options, set(re.findall(r"(?:^\.It|,) Cm ([a-z-]+)", items, re.MULTILINE))
+
+    @staticmethod
+    def output(program, *arguments):
+        run = subprocess.run([os.environ[program], *arguments], check=True,
                              stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
         return run.stdout
 
-    def test_every_option_of_the_simulator_is_explained(self):
-        explained = re.findall(r"^\.It Fl (-[a-z-]+)", self.PAGE, re.MULTILINE)
-        self.assertEqual({f"-{option}" for option in explained},
-                         set(re.findall(r"--[a-z-]+", self.usage("--help"))))
-
-    def test_every_command_of_the_simulator_is_explained(self):
-        items = "".join(re.findall(r"^\.It Cm .*\n", self.PAGE, re.MULTILINE))
+    def test_the_simulator_is_explained(self):
         with tempfile.NamedTemporaryFile("w") as script:
             script.write("help\n")
             script.flush()
-            usage = self.usage("--script", script.name, "--", "true")
-        self.assertEqual(set(re.findall(r"(?:^\.It|,) Cm ([a-z-]+)", items, re.MULTILINE)),
-                         set(re.findall(r"^pellix-sim: usage: ([a-z-]+)", usage, re.MULTILINE)))
+            commands = self.output("TAVRIK_SIMULATOR", "--script", script.name, "--", "true")
+        options, words = self.items("pellix-sim.1")
+        self.assertEqual(set(re.findall(r"--[a-z-]+", self.output("TAVRIK_SIMULATOR", "--help"))),
+                         options)
+        self.assertEqual(set(re.findall(r"^pellix-sim: usage: ([a-z-]+)", commands, re.MULTILINE)),
+                         words)
+
+    def test_the_client_is_explained(self):
+        help_text = self.output("TAVRIK_CTL", "--help")
+        commands = set(re.findall(r"^  ([a-z]+) ", help_text.partition("Subcommands:")[2],
+                                  re.MULTILINE))
+        details = {command: self.output("TAVRIK_CTL", command, "--help") for command in commands}
+        settings = set(re.findall(r"^  ([a-z-]+) ", details["get"].partition("Settings")[2],
+                                  re.MULTILINE))
+        self.assertTrue(settings)
+        options = set(re.findall(r"--[a-z]+", help_text + "".join(details.values())))
+        explained_options, explained_words = self.items("tavrikctl.1")
+        self.assertEqual(options - explained_options, set())
+        self.assertEqual((commands | settings) - explained_words, set())
 
 
 class LinksTest(unittest.TestCase):

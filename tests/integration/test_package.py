@@ -28,6 +28,7 @@ RESET = "systemctl reset-failed tavrikdaemon"
 TRY = "pellix-sim --gripper HVA -- TavrikDaemon"
 LOOK = ("systemctl status tavrikdaemon", "journalctl -b -u tavrikdaemon",
         "cat /proc/sys/net/ipv4/ip_local_reserved_ports")
+LIST = "tavrikctl list"
 REMOVE = "apt remove tavrikdaemon"
 PURGE = "apt purge tavrikdaemon"
 
@@ -60,6 +61,18 @@ def simulated_device(attributes):
              f"P: {TTY_PATH}", "N: ttyACM0", "E: SUBSYSTEM=tty", "E: DEVNAME=/dev/ttyACM0",
              "E: MAJOR=166", "E: MINOR=0", "A: dev=166:0"]
     return "\n".join(lines) + "\n"
+
+
+def completions(machine, words):
+    """What bash makes of the words of a command line, of which the last is unfinished."""
+    quoted = " ".join(f"'{word}'" for word in words)
+    return set(machine.run(f"""bash -c '
+        source /usr/share/bash-completion/bash_completion
+        _completion_loader {words[0]}
+        COMP_WORDS=({quoted}) COMP_CWORD={len(words) - 1}
+        COMP_LINE="{" ".join(words)}" COMP_POINT=${{#COMP_LINE}}
+        "_{words[0].replace("-", "_")}" {words[0]} 2>/dev/null  # it is called by no shell
+        printf "%s\\n" "${{COMPREPLY[@]}}"'""").split())
 
 
 class MachineTestCase(unittest.TestCase):
@@ -177,23 +190,19 @@ class InstalledTest(MachineTestCase):
         self.assertEqual(self.machine.path(RESERVED_PORTS).read_text(), "44221-44222,50000\n")
 
     def test_options_are_completed(self):
-        for words, completions in (
-                (("--gri",), {"--gripper"}),
-                (("--gripper", "MZD"), {"MZD-S", "MZD-L"}),
-                (("--report-pdout", ""), {"on", "off"}),
-                (("--gripper", "HVA", "--", "udeva"), {"udevadm"})):
+        for words, expected in (
+                (("pellix-sim", "--gri"), {"--gripper"}),
+                (("pellix-sim", "--gripper", "MZD"), {"MZD-S", "MZD-L"}),
+                (("pellix-sim", "--report-pdout", ""), {"on", "off"}),
+                (("pellix-sim", "--gripper", "HVA", "--", "udeva"), {"udevadm"}),
+                (("tavrikctl", "--tim"), {"--timeout"}),
+                (("tavrikctl", "rel"), {"release"}),
+                (("tavrikctl", "--port", "44222", "grip", "--with"), {"--within"}),
+                (("tavrikctl", "set", "led-s"), {"led-speed"}),
+                (("tavrikctl", "call", "GetF"), {"GetForce", "GetFault"}),
+                (("tavrikctl", "holdfast", ""), {"on", "off"})):
             with self.subTest(words=words):
-                self.assertEqual(self.completions("pellix-sim", *words), completions)
-
-    def completions(self, *words):
-        quoted = " ".join(f"'{word}'" for word in words)
-        return set(self.machine.run(f"""bash -c '
-            source /usr/share/bash-completion/bash_completion
-            _completion_loader {words[0]}
-            COMP_WORDS=({quoted}) COMP_CWORD={len(words) - 1}
-            COMP_LINE="{" ".join(words)}" COMP_POINT=${{#COMP_LINE}}
-            "_{words[0].replace("-", "_")}" {words[0]} 2>/dev/null  # it is called by no shell
-            printf "%s\\n" "${{COMPREPLY[@]}}"'""").split())
+                self.assertEqual(completions(self.machine, words), expected)
 
 
 class MasterRuleTest(MachineTestCase):
@@ -267,6 +276,10 @@ class CellTest(MachineTestCase):
         wait_until(lambda: self.call("Reference", GRIPPER) == 0)
         wait_until(lambda: self.call("GetState", GRIPPER) == 8)
         self.assertEqual(self.call("GetPos", GRIPPER), 30.0)
+
+    def test_the_client_shows_and_completes_the_gripper(self):
+        wait_until(lambda: GRIPPER in self.machine.output(LIST))
+        self.assertEqual(completions(self.machine, ("tavrikctl", "grip", "10")), {"100001"})
 
     def test_a_cell_can_be_tried_by_hand(self):
         self.machine.run(STOP)

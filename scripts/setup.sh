@@ -1,8 +1,7 @@
 # Sourced by the programs beside it: progress lines, the packages of a build, the build itself.
 
 PACKAGES=(cmake g++ make git pkg-config libxmlrpc-c++8-dev libxmlrpc-core-c3-dev libudev-dev
-          libcli11-dev nlohmann-json3-dev libarchive-dev libcurl4-openssl-dev
-          libncurses-dev
+          libcli11-dev nlohmann-json3-dev libarchive-dev libcurl4-openssl-dev libncurses-dev
           umockdev libumockdev-dev libgtest-dev libbenchmark-dev python3 python3-pyte
           systemd nftables faketime)
 

@@ -76,7 +76,7 @@ void Cell::Wait() {
         if (!station.port) {
             continue;
         }
-        const auto stationDue = station.master.NextDue();
+        const auto stationDue = station.master->NextDue();
         if (stationDue) {
             due = due ? std::min(*due, *stationDue) : *stationDue;
         }
@@ -114,10 +114,10 @@ void Cell::Serve(Station& station, TimePoint now) {
         return;
     }
     if (!station.port->IsStalled()) {
-        station.master.Receive(station.port->Read(), now);
+        station.master->Receive(station.port->Read(), now);
     }
-    for (std::string text = station.master.NextText(now); !text.empty();
-         text = station.master.NextText(now)) {
+    for (std::string text = station.master->NextText(now); !text.empty();
+         text = station.master->NextText(now)) {
         station.port->Send(text);
     }
     if (station.port->WaitsForRoom()) {

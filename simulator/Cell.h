@@ -7,17 +7,24 @@
 #include <memory>
 #include <mutex>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "simulator/FileDescriptor.h"
+#include "simulator/Master.h"
 #include "simulator/PtyPort.h"
 #include "simulator/SimulatedMaster.h"
 
 namespace simulator {
 
-/// One place of the simulated cell: a master with its gripper, and its tty while that exists.
+/// One place of the simulated cell: a master, and its tty while that exists.
 struct Station {
-    SimulatedMaster master;
+    explicit Station(std::unique_ptr<Master> initialMaster)
+        : master(std::move(initialMaster)),
+          simulated(dynamic_cast<SimulatedMaster*>(master.get())) {}
+
+    std::unique_ptr<Master> master;
+    SimulatedMaster* simulated;     ///< the master, when it is one with a gripper; or null
     std::unique_ptr<PtyPort> port;  ///< null while unplugged
 };
 

@@ -5,7 +5,6 @@
 #include <exception>
 #include <memory>
 #include <stdexcept>
-#include <thread>
 #include <utility>
 
 #include "simulator/StateReport.h"
@@ -19,14 +18,24 @@ namespace {
 constexpr unsigned kLargestNumber = 1000000;
 constexpr unsigned kLargestParameterIndex = 65535;
 
-/// The kernel hangs a tty up at once; udevd's event follows so much later.
-constexpr std::chrono::milliseconds kRemoveEventLag{20};
-
-SimulatedMaster& PluggedMaster(Station& station) {
+PtyPort& Port(Station& station) {
     if (!station.port) {
         throw std::runtime_error("the master is not plugged in");
     }
-    return station.master;
+    return *station.port;
+}
+
+SimulatedMaster& Simulated(Station& station) {
+    if (station.simulated == nullptr) {
+        throw std::runtime_error("the master is a recording");
+    }
+    return *station.simulated;
+}
+
+SimulatedMaster& PluggedMaster(Station& station) {
+    SimulatedMaster& master = Simulated(station);
+    Port(station);
+    return master;
 }
 
 std::chrono::milliseconds ParseMilliseconds(std::string_view text) {
@@ -151,15 +160,14 @@ void CommandInterpreter::Plug(std::size_t number) {
             throw std::runtime_error("the master is plugged in already");
         }
         station.port = std::make_unique<PtyPort>(ttyStart);
-        station.master.PowerUp(Clock::now());
-        if (ttyStart == PtyPort::Start::Cooked) {
-            station.master.FillBuffer(Clock::now());
+        station.master->PowerUp(Clock::now());
+        if (ttyStart == PtyPort::Start::Cooked && station.simulated != nullptr) {
+            station.simulated->FillBuffer(Clock::now());
         }
         ttyPath = station.port->NodePath();
     });
-    testbed.Add(number, ttyPath);
+    testbed.Plug(number, ttyPath);
     devicesPresent[number] = true;
-    testbed.SendEvent(number, "add");
 }
 
 void CommandInterpreter::Unplug(CommandWords& words) {
@@ -168,22 +176,25 @@ void CommandInterpreter::Unplug(CommandWords& words) {
     if (!devicesPresent[number]) {
         throw std::runtime_error("the master is not plugged in");
     }
-    HangUp(number);
-    std::this_thread::sleep_for(kRemoveEventLag);
-    testbed.RemoveDevices(number);
+    HangUp(number, true);
+    testbed.Unplug(number);
     devicesPresent[number] = false;
-    testbed.SendEvent(number, "remove");
 }
 
 void CommandInterpreter::HangUp(CommandWords& words) {
     const std::size_t number = TakeNumber(words);
     words.End();
-    HangUp(number);
+    HangUp(number, false);
 }
 
-void CommandInterpreter::HangUp(std::size_t number) {
+void CommandInterpreter::HangUp(std::size_t number, bool reported) {
     testbed.RemoveNode(number);
-    cell.Call(number, [](Station& station) { station.port.reset(); });
+    cell.Call(number, [reported](Station& station) {
+        if (station.port || reported) {
+            station.master->HangUp(reported, Clock::now());
+        }
+        station.port.reset();
+    });
 }
 
 void CommandInterpreter::Event(CommandWords& words) {
@@ -199,7 +210,7 @@ void CommandInterpreter::Part(CommandWords& words) {
     words.End();
     const auto part = width == "none" ? std::nullopt : std::optional(ParseDecimal(width));
     cell.Call(number,
-              [part](Station& station) { station.master.Gripper(Clock::now()).SetPart(part); });
+              [part](Station& station) { Simulated(station).Gripper(Clock::now()).SetPart(part); });
 }
 
 void CommandInterpreter::Fault(CommandWords& words) {
@@ -208,7 +219,7 @@ void CommandInterpreter::Fault(CommandWords& words) {
     const bool on = ParseOnOff(words.Take());
     words.End();
     cell.Call(number, [flag, on](Station& station) {
-        station.master.Gripper(Clock::now()).SetFlag(flag, on);
+        Simulated(station).Gripper(Clock::now()).SetFlag(flag, on);
     });
 }
 
@@ -226,7 +237,7 @@ void CommandInterpreter::Set(CommandWords& words, Value (*parse)(std::string_vie
     const std::size_t number = TakeNumber(words);
     const Value value = parse(words.Take());
     words.End();
-    cell.Call(number, [value, set](Station& station) { (station.master.*set)(value); });
+    cell.Call(number, [value, set](Station& station) { (Simulated(station).*set)(value); });
 }
 
 void CommandInterpreter::Silent(CommandWords& words) {
@@ -240,9 +251,9 @@ void CommandInterpreter::Mute(CommandWords& words) {
     words.End();
     cell.Call(number, [on, &key](Station& station) {
         if (key) {
-            station.master.SetMuteFor(*key, on);
+            Simulated(station).SetMuteFor(*key, on);
         } else {
-            station.master.SetMute(on);
+            Simulated(station).SetMute(on);
         }
     });
 }
@@ -258,9 +269,9 @@ void CommandInterpreter::Error(CommandWords& words) {
     words.End();
     cell.Call(number, [&code, &key](Station& station) {
         if (code == "off") {
-            station.master.ClearError(key);
+            Simulated(station).ClearError(key);
         } else {
-            station.master.SetError(code, key);
+            Simulated(station).SetError(code, key);
         }
     });
 }
@@ -276,10 +287,7 @@ void CommandInterpreter::Stall(CommandWords& words) {
     const std::size_t number = TakeNumber(words);
     const bool on = ParseOnOff(words.Take());
     words.End();
-    cell.Call(number, [on](Station& station) {
-        PluggedMaster(station);
-        station.port->SetStalled(on);
-    });
+    cell.Call(number, [on](Station& station) { Port(station).SetStalled(on); });
 }
 
 void CommandInterpreter::SplitAnswers(CommandWords& words) {
@@ -291,7 +299,7 @@ void CommandInterpreter::StreamRate(CommandWords& words) {
     const unsigned rate = ParseUnsigned(words.Take(), kLargestStreamRate);
     words.End();
     cell.Call(number,
-              [rate](Station& station) { station.master.SetStreamRate(rate, Clock::now()); });
+              [rate](Station& station) { Simulated(station).SetStreamRate(rate, Clock::now()); });
 }
 
 void CommandInterpreter::QueryEndings(CommandWords& words) {
@@ -309,7 +317,7 @@ void CommandInterpreter::Parameter(CommandWords& words) {
     const Bytes bytes = ParseHexadecimalBytes(words.TakeIfAny().value_or(""));
     words.End();
     cell.Call(number, [index, subindex, &bytes](Station& station) {
-        station.master.Gripper(Clock::now()).DefineParameter({index, subindex}, bytes);
+        Simulated(station).Gripper(Clock::now()).DefineParameter({index, subindex}, bytes);
     });
 }
 
@@ -320,13 +328,13 @@ void CommandInterpreter::DeviceInfo(CommandWords& words) {
     if (numbers.find_first_not_of("0123456789,") != std::string::npos) {
         throw UsageError("not decimal numbers");
     }
-    cell.Call(number, [&numbers](Station& station) { station.master.SetDeviceInfo(numbers); });
+    cell.Call(number, [&numbers](Station& station) { Simulated(station).SetDeviceInfo(numbers); });
 }
 
 void CommandInterpreter::Id(CommandWords& words) {
     const std::size_t number = TakeNumber(words);
     const std::string id = Unescape(words.TakeRest());
-    cell.Call(number, [&id](Station& station) { station.master.SetId(id); });
+    cell.Call(number, [&id](Station& station) { Simulated(station).SetId(id); });
 }
 
 void CommandInterpreter::Show(CommandWords& words) {
@@ -334,8 +342,8 @@ void CommandInterpreter::Show(CommandWords& words) {
     words.End();
     std::string report;
     cell.Call(number, [number, &report](Station& station) {
-        station.master.Gripper(Clock::now());
-        report = StateReport(number, station.master, station.port.get());
+        Simulated(station).Gripper(Clock::now());
+        report = StateReport(number, Simulated(station), station.port.get());
     });
     reply("state " + report);
     replied = true;

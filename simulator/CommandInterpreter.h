@@ -76,7 +76,7 @@ private:
     template <typename Value>
     void Set(CommandWords& words, Value (*parse)(std::string_view),
              void (SimulatedMaster::*set)(Value));
-    void HangUp(std::size_t number);
+    void HangUp(std::size_t number, bool reported);
 
     Cell& cell;
     Testbed& testbed;

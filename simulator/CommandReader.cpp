@@ -10,15 +10,17 @@
 
 namespace simulator {
 
-CommandReader::CommandReader(const std::string& scriptText, int openInput, Execute executeLine)
-    : execute(std::move(executeLine)),
-      inputDescriptor(openInput),
-      stopDescriptor(eventfd(0, EFD_CLOEXEC)) {
-    script.text = scriptText + "\n";
+CommandReader::CommandReader(std::vector<CommandSource> initialSources, Execute executeLine)
+    : execute(std::move(executeLine)), stopDescriptor(eventfd(0, EFD_CLOEXEC)) {
+    for (CommandSource& source : initialSources) {
+        sources.push_back({std::move(source), {}});
+    }
 }
 
 void CommandReader::Prepare() {
-    ExecuteDueLines(script);
+    for (Source& source : sources) {
+        ExecuteDueLines(source);
+    }
 }
 
 void CommandReader::Stop() {
@@ -28,14 +30,17 @@ void CommandReader::Stop() {
 
 void CommandReader::Run() {
     while (!stopping) {
-        std::array<pollfd, 2> pollSet{
-            {{stopDescriptor.Get(), POLLIN, 0}, {inputDescriptor, POLLIN, 0}}};
-        poll(pollSet.data(), pollSet.size(), MillisecondsToNextLine());
-        if (pollSet[1].revents != 0) {
-            ReadInput();
+        std::vector<pollfd> pollSet{{stopDescriptor.Get(), POLLIN, 0}};
+        for (const Source& source : sources) {
+            pollSet.push_back({source.descriptor, POLLIN, 0});
         }
-        ExecuteDueLines(script);
-        ExecuteDueLines(input);
+        poll(pollSet.data(), pollSet.size(), MillisecondsToNextLine());
+        for (std::size_t number = 0; number < sources.size(); ++number) {
+            if (pollSet[number + 1].revents != 0) {
+                ReadStream(sources[number]);
+            }
+            ExecuteDueLines(sources[number]);
+        }
     }
 }
 
@@ -52,27 +57,27 @@ void CommandReader::ExecuteDueLines(Source& source) {
 /// -1 when only input can bring the next line.
 int CommandReader::MillisecondsToNextLine() const {
     std::chrono::milliseconds shortest{-1};
-    for (const Source* const source : {&script, &input}) {
-        if (source->text.find('\n') == std::string::npos) {
+    for (const Source& source : sources) {
+        if (source.text.find('\n') == std::string::npos) {
             continue;
         }
         const auto rest =
-            std::chrono::ceil<std::chrono::milliseconds>(source->resumeAt - Clock::now());
+            std::chrono::ceil<std::chrono::milliseconds>(source.resumeAt - Clock::now());
         const auto bounded = std::max(rest, std::chrono::milliseconds::zero());
         shortest = shortest.count() < 0 ? bounded : std::min(shortest, bounded);
     }
     return static_cast<int>(shortest.count());
 }
 
-void CommandReader::ReadInput() {
+void CommandReader::ReadStream(Source& source) {
     std::array<char, 4096> buffer{};
-    const ssize_t count = read(inputDescriptor, buffer.data(), buffer.size());
+    const ssize_t count = read(source.descriptor, buffer.data(), buffer.size());
     if (count <= 0) {
-        inputDescriptor = -1;
-        input.text += '\n';  // a last line without its end
+        source.descriptor = -1;
+        source.text += '\n';  // a last line without its end
         return;
     }
-    input.text.append(buffer.data(), static_cast<std::size_t>(count));
+    source.text.append(buffer.data(), static_cast<std::size_t>(count));
 }
 
 }  // namespace simulator

@@ -5,24 +5,29 @@
 #include <deque>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "simulator/AnswerQueue.h"
 #include "simulator/FileDescriptor.h"
 
 namespace simulator {
 
-/// Reads command lines from a script and from an input stream, and has them executed one by one.
-/// A pause in one of the two does not hold up the other.
+/// Where command lines come from.
+struct CommandSource {
+    std::string text;     ///< the first lines, each with its end
+    int descriptor = -1;  ///< of a stream with more of them, not owned; -1 for none
+};
+
+/// Reads command lines from several sources and has them executed one by one. A pause in one of the
+/// sources does not hold up the others, and the end of a stream ends nothing.
 class CommandReader {
 public:
     /// Executes a line. @return how long its source pauses after it.
     using Execute = std::function<std::chrono::milliseconds(const std::string& line)>;
 
-    /// @param scriptText all the lines of the script
-    /// @param openInput descriptor of the input stream, not owned; its end ends nothing
-    CommandReader(const std::string& scriptText, int openInput, Execute executeLine);
+    CommandReader(std::vector<CommandSource> initialSources, Execute executeLine);
 
-    /// Executes the script up to its first pause.
+    /// Executes the first lines of every source, up to its first pause.
     void Prepare();
 
     /// Executes what comes until Stop(); blocks till then.
@@ -32,21 +37,18 @@ public:
     void Stop();
 
 private:
-    struct Source {
-        std::string text;
+    struct Source : CommandSource {
         TimePoint resumeAt;
     };
 
     void ExecuteDueLines(Source& source);
     int MillisecondsToNextLine() const;
-    void ReadInput();
+    static void ReadStream(Source& source);
 
+    std::vector<Source> sources;
     Execute execute;
-    int inputDescriptor;  // -1 after its end
     std::atomic<bool> stopping = false;
     FileDescriptor stopDescriptor;  // readable when `stopping` was set
-    Source script;
-    Source input;
 };
 
 }  // namespace simulator

@@ -1,6 +1,8 @@
 #include "simulator/Options.h"
 
+#include <algorithm>
 #include <map>
+#include <utility>
 
 #include "simulator/TextTools.h"
 #include "simulator/UsageError.h"
@@ -9,6 +11,7 @@ namespace simulator {
 
 const std::string_view kHelpText =
     R"(Usage: pellix-sim [OPTIONS] -- COMMAND ARG...
+       pellix-sim tap TTY... FILE [-- COMMAND ARG...]
 
 Runs COMMAND in a world with simulated PELLIX masters, each with a gripper.
 Master N, counted from 0 in the order of --gripper, is /dev/ttyACM<N>.
@@ -26,9 +29,16 @@ Master N, counted from 0 in the order of --gripper, is /dev/ttyACM<N>.
   --split N                answers leave in pieces of at most N bytes
   --speed MM_PER_S         speed of all grippers (default: the model's)
   --script FILE            commands, one a line
+  --record FILE            writes what COMMAND and the masters say into a new file
+  --replay FILE            the masters of a recording, numbered behind the others
+  --at-once                they answer at once, not as late as recorded
   --help                   this text
 
 Commands are read from FILE and from standard input; "help" lists them.
+
+With "tap" the masters are real ones, each on its TTY, and what COMMAND and they
+say is written into a new file. Without COMMAND, clients find the masters where
+standard error says.
 )";
 
 namespace {
@@ -112,6 +122,12 @@ private:
             options.speed = ParseDecimal(TakeValue(option));
         } else if (option == "--script") {
             options.scriptPath = TakeValue(option);
+        } else if (option == "--record") {
+            options.recordPath = TakeValue(option);
+        } else if (option == "--replay") {
+            options.replayPaths.push_back(TakeValue(option));
+        } else if (option == "--at-once") {
+            options.replayAnswers = ReplayingMaster::Answers::AtOnce;
         } else {
             throw UsageError("unknown option " + option);
         }
@@ -140,6 +156,33 @@ private:
 
 Options ParseOptions(Arguments arguments) {
     return OptionReader(arguments).Read();
+}
+
+TapOptions ParseTapOptions(Arguments arguments) {
+    const auto dashes = std::ranges::find(arguments, "--");
+    TapOptions options;
+    options.ttyPaths.assign(arguments.begin(), dashes);
+    options.help = std::ranges::count(options.ttyPaths, "--help") != 0;
+    if (options.help) {
+        return options;
+    }
+    for (const std::string& path : options.ttyPaths) {
+        if (path.starts_with('-')) {
+            throw UsageError("unknown option " + path);
+        }
+    }
+    if (options.ttyPaths.size() < 2) {
+        throw UsageError("tap needs a TTY and a FILE");
+    }
+    options.recordPath = std::move(options.ttyPaths.back());
+    options.ttyPaths.pop_back();
+    if (dashes != arguments.end()) {
+        options.command.assign(dashes + 1, arguments.end());
+        if (options.command.empty()) {
+            throw UsageError("no COMMAND given");
+        }
+    }
+    return options;
 }
 
 }  // namespace simulator

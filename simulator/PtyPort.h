@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "simulator/FileDescriptor.h"
+#include "simulator/Pty.h"
 
 namespace simulator {
 
@@ -18,15 +19,12 @@ public:
     /// they are on, text leaves in whole USB packets of 64 bytes, so that a line is cut anywhere.
     /// @throws std::system_error when there is no pty to be had.
     explicit PtyPort(Start start);
-    ~PtyPort();
-    PtyPort(const PtyPort&) = delete;
-    PtyPort& operator=(const PtyPort&) = delete;
 
     /// Node of the tty ("/dev/pts/3").
-    const std::string& NodePath() const { return nodePath; }
+    const std::string& NodePath() const { return pty.NodePath(); }
 
     /// For poll: readable when the other side wrote; writable when there is room for more text.
-    int Descriptor() const { return master.Get(); }
+    int Descriptor() const { return pty.Descriptor(); }
 
     /// @return what the other side wrote, at most 4096 bytes; empty when there is nothing.
     std::string Read();
@@ -45,9 +43,8 @@ public:
     bool IsRaw() const;
 
 private:
-    std::string nodePath;
-    FileDescriptor master;
-    FileDescriptor slave;  // kept open: a tty's settings outlive its users
+    Pty pty;
+    FileDescriptor tty;
     std::string unsent;
     bool waitsForRoom = false;
     bool packetsOnly;

@@ -13,8 +13,9 @@ sigset_t BlockSignals() {
         sigaddset(&set, number);
     }
     pthread_sigmask(SIG_BLOCK, &set, nullptr);
-    std::signal(SIGPIPE, SIG_IGN);
-    std::signal(SIGTTIN, SIG_IGN);
+    for (const int number : {SIGPIPE, SIGTTIN, SIGXFSZ}) {
+        std::signal(number, SIG_IGN);
+    }
     return set;
 }
 

@@ -1,7 +1,6 @@
 #include "simulator/SimulatedMaster.h"
 
 #include <algorithm>
-#include <utility>
 
 namespace simulator {
 
@@ -9,7 +8,6 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr std::size_t kLongestLine = 1024;
 constexpr std::size_t kRememberedLines = 50;
 constexpr milliseconds kModeChangeTime{5};
 constexpr milliseconds kRestartStepTime{50};
@@ -33,8 +31,7 @@ SimulatedMaster::SimulatedMaster(const MasterSettings& initialSettings, const Gr
 }
 
 void SimulatedMaster::PowerUp(TimePoint now) {
-    partialLine.clear();
-    overlong = false;
+    requestAssembler.Clear();
     answers.Clear();
     modeSteps.clear();
     Reset(now);
@@ -55,18 +52,8 @@ void SimulatedMaster::Reset(TimePoint now) {
 }
 
 void SimulatedMaster::Receive(std::string_view bytes, TimePoint now) {
-    for (const char byte : bytes) {
-        if (byte == '\n') {
-            const std::string line = std::exchange(partialLine, {});
-            if (!std::exchange(overlong, false)) {
-                HandleLine(line, now);
-            }
-        } else if (partialLine.size() < kLongestLine) {
-            partialLine += byte;
-        } else {
-            overlong = true;
-            partialLine.clear();
-        }
+    for (const std::string& line : requestAssembler.Add(bytes)) {
+        HandleLine(line, now);
     }
 }
 

@@ -10,7 +10,9 @@
 #include <vector>
 
 #include "simulator/AnswerQueue.h"
+#include "simulator/LineAssembler.h"
 #include "simulator/LineProtocol.h"
+#include "simulator/Master.h"
 #include "simulator/SimulatedGripper.h"
 
 namespace simulator {
@@ -42,29 +44,24 @@ struct MasterSettings {
 };
 
 /// A PELLIX master with a gripper on its port: reads request lines, answers them, streams process
-/// data. It knows no tty: bytes come in through Receive(), and leave through NextText().
-///
-/// Not thread-safe; one thread works with it.
-class SimulatedMaster {
+/// data.
+class SimulatedMaster final : public Master {
 public:
     SimulatedMaster(const MasterSettings& initialSettings, const GripperModel& model,
                     const Bytes& product, const Bytes& serial, TimePoint now);
 
     /// Plugged in: start mode, volatile settings and gripper as after a power failure.
-    void PowerUp(TimePoint now);
+    void PowerUp(TimePoint now) override;
+
+    void HangUp(bool /*reported*/, TimePoint /*now*/) override {}
 
     /// Queues the stream lines that wait in a device which nobody has read from yet: somewhat more
     /// than a USB packet of 64 bytes.
     void FillBuffer(TimePoint now);
 
-    void Receive(std::string_view bytes, TimePoint now);
-
-    /// Lets time pass up to `now`.
-    /// @return the text of the next write, empty when there is nothing to send yet.
-    std::string NextText(TimePoint now);
-
-    /// When NextText() has something to do again; nothing when only a request can bring that about.
-    std::optional<TimePoint> NextDue() const;
+    void Receive(std::string_view bytes, TimePoint now) override;
+    std::string NextText(TimePoint now) override;
+    std::optional<TimePoint> NextDue() const override;
 
     /// Changes the mode and reports it, as "@MODE=" of the master's own accord.
     void SetMode(unsigned code, TimePoint now);
@@ -145,8 +142,7 @@ private:
     AnswerQueue answers;
     std::chrono::milliseconds answerDelay{0};
     TimePoint nextStreamLine;
-    std::string partialLine;
-    bool overlong = false;
+    LineAssembler requestAssembler;
     std::deque<std::string> requestLines;
     std::size_t requestCount = 0;
     bool silent = false;

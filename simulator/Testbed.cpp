@@ -1,9 +1,11 @@
 #include "simulator/Testbed.h"
 
+#include <chrono>
 #include <cstdlib>
 #include <fstream>
 #include <string_view>
 #include <system_error>
+#include <thread>
 
 namespace simulator {
 
@@ -12,6 +14,7 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr unsigned kTtyMajor = 166;
+constexpr std::chrono::milliseconds kRemoveEventLag{20};
 
 fs::path MakeFolder() {
     std::string name = (fs::temp_directory_path() / "pellix-sim.XXXXXX").string();
@@ -117,11 +120,21 @@ void Testbed::RemoveDevices(std::size_t number) const {
     fs::remove_all(sys / devices.usb);
 }
 
+void Testbed::Plug(std::size_t number, const std::string& ttyPath) {
+    Add(number, ttyPath);
+    SendEvent(number, "add");
+}
+
+void Testbed::Unplug(std::size_t number) {
+    std::this_thread::sleep_for(kRemoveEventLag);
+    RemoveDevices(number);
+    SendEvent(number, "remove");
+}
+
 void Testbed::SendEvent(std::size_t number, const std::string& action) {
     const Devices devices(number);
-    ++eventCount;
     sender.Send({"ACTION=" + action, "DEVPATH=/" + devices.tty.string(), "SUBSYSTEM=tty",
-                 "SEQNUM=" + std::to_string(eventCount), "DEVNAME=/dev/" + devices.ttyName,
+                 "SEQNUM=" + std::to_string(++eventCount), "DEVNAME=/dev/" + devices.ttyName,
                  "MAJOR=" + std::to_string(kTtyMajor), "MINOR=" + std::to_string(number)});
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <filesystem>
 #include <string>
@@ -12,7 +13,7 @@ namespace simulator {
 /// and a dev folder, which umockdev's preload library puts before the real ones.
 ///
 /// Master number 2 is the tty "ttyACM2" below a USB device of its own. The folder lasts as long
-/// as the object.
+/// as the object. Any thread may work on a master, but no two on the same.
 class Testbed {
 public:
     Testbed();
@@ -32,6 +33,12 @@ public:
     /// Takes the devices out of sysfs. Sends nothing.
     void RemoveDevices(std::size_t number) const;
 
+    /// Add() with its "add" event.
+    void Plug(std::size_t number, const std::string& ttyPath);
+
+    /// RemoveDevices() with its "remove" event, 20 ms late: udevd's events lag behind a hang-up.
+    void Unplug(std::size_t number);
+
     /// Sends a udev event for the tty; it need not exist.
     void SendEvent(std::size_t number, const std::string& action);
 
@@ -41,7 +48,7 @@ private:
 
     std::filesystem::path folder;
     UeventSender sender;
-    unsigned eventCount = 0;
+    std::atomic<unsigned> eventCount = 0;
 };
 
 }  // namespace simulator

@@ -22,14 +22,15 @@ Number ParseAll(std::string_view text, Format... format) {
     return number;
 }
 
+constexpr std::string_view kEscapeNames = "nrt\\0";
+constexpr std::string_view kEscapedBytes{"\n\r\t\\\0", 5};
+
 /// Takes the escape off the front of `rest`, which stands behind the backslash.
 char TakeEscape(std::string_view& rest) {
-    constexpr std::string_view kNames = "nrt\\0";
-    constexpr std::string_view kValues{"\n\r\t\\\0", 5};
-    const auto name = rest.empty() ? std::string_view::npos : kNames.find(rest.front());
+    const auto name = rest.empty() ? std::string_view::npos : kEscapeNames.find(rest.front());
     if (name != std::string_view::npos) {
         rest.remove_prefix(1);
-        return kValues[name];
+        return kEscapedBytes[name];
     }
     if (!rest.starts_with('x') || rest.size() < 3) {
         throw UsageError("unknown escape");
@@ -49,6 +50,24 @@ std::string Unescape(std::string_view text) {
         plain += first == '\\' ? TakeEscape(text) : first;
     }
     return plain;
+}
+
+std::string Escape(std::string_view bytes) {
+    constexpr std::string_view kDigits = "0123456789abcdef";
+    std::string text;
+    for (std::size_t place = 0; place < bytes.size(); ++place) {
+        const auto byte = static_cast<unsigned char>(bytes[place]);
+        const bool outerBlank = byte == ' ' && (place == 0 || place == bytes.size() - 1);
+        const auto name = kEscapedBytes.find(bytes[place]);
+        if (name != std::string_view::npos) {
+            text += {'\\', kEscapeNames[name]};
+        } else if (byte < ' ' || byte > '~' || outerBlank) {
+            text += {'\\', 'x', kDigits[byte >> 4U], kDigits[byte & 0xfU]};
+        } else {
+            text += bytes[place];
+        }
+    }
+    return text;
 }
 
 unsigned ParseUnsigned(std::string_view text, unsigned largest) {

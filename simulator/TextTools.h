@@ -13,6 +13,9 @@ namespace simulator {
 /// @throws UsageError for any other escape.
 std::string Unescape(std::string_view text);
 
+/// Writes bytes as plain text that Unescape() reads; blanks are escaped where they begin or end it.
+std::string Escape(std::string_view bytes);
+
 /// @throws UsageError when `text` is not a whole number from 0 to `largest`.
 unsigned ParseUnsigned(std::string_view text, unsigned largest);
 

@@ -20,9 +20,9 @@ namespace {
 std::vector<Station> TwoStations() {
     std::vector<Station> stations;
     for (const char* const model : {"HVA", "TLM"}) {
-        stations.push_back({SimulatedMaster(MasterSettings(), *FindGripperModel(model), {'P'},
-                                            {'S'}, Clock::now()),
-                            nullptr});
+        auto master = std::make_unique<SimulatedMaster>(MasterSettings(), *FindGripperModel(model),
+                                                        Bytes{'P'}, Bytes{'S'}, Clock::now());
+        stations.emplace_back(std::move(master));
     }
     return stations;
 }
@@ -34,7 +34,7 @@ protected:
         std::string path;
         cell.Call(number, [&path, streamRate](Station& station) {
             station.port = std::make_unique<PtyPort>(PtyPort::Start::Raw);
-            station.master.SetStreamRate(streamRate, Clock::now());
+            station.simulated->SetStreamRate(streamRate, Clock::now());
             path = station.port->NodePath();
         });
         return FileDescriptor(open(path.c_str(), O_RDWR | O_NOCTTY));
@@ -74,7 +74,8 @@ TEST_F(CellTest, StreamsWithoutBeingAsked) {
 
 TEST_F(CellTest, WhatACallBringsAboutIsSentWhenItReturns) {
     const FileDescriptor tty = Plug(0, 0);
-    cell.Call(0, [](Station& station) { station.master.SetMode(mode::kStartup, Clock::now()); });
+    cell.Call(0,
+              [](Station& station) { station.simulated->SetMode(mode::kStartup, Clock::now()); });
     EXPECT_EQ(ReadUntil(tty, "\n"), "@MODE=2\n");
 }
 

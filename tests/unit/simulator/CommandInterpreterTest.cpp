@@ -9,7 +9,9 @@
 #include <chrono>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -25,9 +27,9 @@ std::vector<Station> Stations() {
     settings.streamRate = 0;
     std::vector<Station> stations;
     for (const char* const model : {"TLM", "MZD-S"}) {
-        stations.push_back(
-            {SimulatedMaster(settings, *FindGripperModel(model), {'P'}, {'S'}, Clock::now()),
-             nullptr});
+        auto master = std::make_unique<SimulatedMaster>(settings, *FindGripperModel(model),
+                                                        Bytes{'P'}, Bytes{'S'}, Clock::now());
+        stations.emplace_back(std::move(master));
     }
     return stations;
 }
@@ -313,6 +315,65 @@ TEST_F(CommandInterpreterTest, IntInterruptsTheCommand) {
     EXPECT_EQ(interrupts, 1);
     commandRuns = false;
     EXPECT_EQ(Execute("int"), "error: COMMAND does not run");
+}
+
+/// A master without a gripper, which writes down what happens to it.
+class PlainMaster final : public Master {
+public:
+    explicit PlainMaster(std::vector<std::string>& calls) : log(calls) {}
+
+    void PowerUp(TimePoint /*now*/) override { log.emplace_back("power up"); }
+    void HangUp(bool reported, TimePoint /*now*/) override {
+        log.emplace_back(reported ? "reported hang-up" : "hang-up");
+    }
+    void Receive(std::string_view /*bytes*/, TimePoint /*now*/) override {}
+    std::string NextText(TimePoint /*now*/) override { return {}; }
+    std::optional<TimePoint> NextDue() const override { return std::nullopt; }
+
+private:
+    std::vector<std::string>& log;
+};
+
+class PlainMasterTest : public testing::Test {
+protected:
+    static std::vector<Station> Stations(std::vector<std::string>& calls) {
+        std::vector<Station> stations;
+        stations.emplace_back(std::make_unique<PlainMaster>(calls));
+        return stations;
+    }
+
+    std::string Execute(const std::string& line) {
+        replies.clear();
+        interpreter.Execute(line);
+        return replies.back();
+    }
+
+    std::vector<std::string> calls;
+    std::vector<std::string> replies;
+    Testbed testbed;
+    Cell cell{Stations(calls)};
+    CommandInterpreter interpreter{cell, testbed, PtyPort::Start::Raw,
+                                   [this](const std::string& text) { replies.push_back(text); },
+                                   [] { return false; }};
+};
+
+TEST_F(PlainMasterTest, IsToldOfItsPlug) {
+    for (const char* const line : {"plug 0", "hangup 0", "hangup 0", "unplug 0", "plug 0"}) {
+        EXPECT_EQ(Execute(line), "ok " + std::string(line));
+    }
+    Execute("unplug 0");
+    EXPECT_EQ(calls, (std::vector<std::string>{"power up", "hang-up", "reported hang-up",
+                                               "power up", "reported hang-up"}));
+}
+
+TEST_F(PlainMasterTest, TakesNoCommandForAGripper) {
+    Execute("plug 0");
+    for (const char* const line : {"part 0 12", "fault 0 fault on", "mode 0 3", "silent 0 on",
+                                   "mute 0 on", "delay 0 1", "error 0 1", "send 0 a", "split 0 1",
+                                   "pdin 0 1", "param 0 1 1", "devinfo 0 1", "id 0 a", "show 0"}) {
+        EXPECT_EQ(Execute(line), "error: the master is a recording") << line;
+    }
+    EXPECT_EQ(Execute("stall 0 on"), "ok stall 0 on");
 }
 
 }  // namespace

@@ -26,6 +26,9 @@ TEST(OptionsTest, WithoutOptionsThereIsNoMaster) {
     EXPECT_EQ(options.master.pieceLength, 0U);
     EXPECT_EQ(options.ttyStart, PtyPort::Start::Raw);
     EXPECT_EQ(options.scriptPath, std::nullopt);
+    EXPECT_EQ(options.recordPath, std::nullopt);
+    EXPECT_TRUE(options.replayPaths.empty());
+    EXPECT_EQ(options.replayAnswers, ReplayingMaster::Answers::AsRecorded);
 }
 
 TEST(OptionsTest, GrippersAreNumberedInTheirOrder) {
@@ -47,10 +50,15 @@ TEST(OptionsTest, AGripperTakesTextsOfItsOwn) {
 }
 
 TEST(OptionsTest, EveryOptionHasItsEffect) {
-    const Options options =
-        Parse({"--gripper", "HVA", "--unplugged", "0", "--pdin-hz", "0", "--query-end", "data",
-               "--report-pdout", "off", "--start-mode", "2", "--cooked", "--split", "128",
-               "--speed", "12.5", "--script", "file"});
+    const Options options = Parse({"--gripper",   "HVA",          "--unplugged",
+                                   "0",           "--pdin-hz",    "0",
+                                   "--query-end", "data",         "--report-pdout",
+                                   "off",         "--start-mode", "2",
+                                   "--cooked",    "--split",      "128",
+                                   "--speed",     "12.5",         "--script",
+                                   "file",        "--record",     "new",
+                                   "--replay",    "old",          "--replay",
+                                   "older",       "--at-once"});
     EXPECT_TRUE(options.unplugged.contains(0));
     EXPECT_EQ(options.master.streamRate, 0U);
     EXPECT_EQ(options.master.queryEnd, QueryEnd::DataLine);
@@ -60,6 +68,9 @@ TEST(OptionsTest, EveryOptionHasItsEffect) {
     EXPECT_EQ(options.master.pieceLength, 128U);
     EXPECT_EQ(options.speed, 12.5);
     EXPECT_EQ(options.scriptPath, "file");
+    EXPECT_EQ(options.recordPath, "new");
+    EXPECT_EQ(options.replayPaths, (std::vector<std::string>{"old", "older"}));
+    EXPECT_EQ(options.replayAnswers, ReplayingMaster::Answers::AtOnce);
 }
 
 TEST(OptionsTest, WhatStandsBehindTheDashesBelongsToTheCommand) {
@@ -99,6 +110,39 @@ TEST(OptionsTest, WhatIsNotUnderstoodIsRefused) {
     };
     for (const auto& wrong : wrongs) {
         EXPECT_THROW(Parse(wrong), UsageError) << testing::PrintToString(wrong);
+    }
+}
+
+TEST(TapOptionsTest, TtysComeBeforeTheFile) {
+    const std::vector<std::string> arguments{"/dev/ttyACM0", "/dev/ttyACM1", "field.rec"};
+    const TapOptions options = ParseTapOptions(arguments);
+    EXPECT_EQ(options.ttyPaths, (std::vector<std::string>{"/dev/ttyACM0", "/dev/ttyACM1"}));
+    EXPECT_EQ(options.recordPath, "field.rec");
+    EXPECT_TRUE(options.command.empty());
+    EXPECT_FALSE(options.help);
+}
+
+TEST(TapOptionsTest, TheCommandStandsBehindTheDashes) {
+    const std::vector<std::string> arguments{"/dev/ttyACM0", "field.rec", "--", "sh", "--help"};
+    const TapOptions options = ParseTapOptions(arguments);
+    EXPECT_EQ(options.recordPath, "field.rec");
+    EXPECT_EQ(options.command, (std::vector<std::string>{"sh", "--help"}));
+    EXPECT_FALSE(options.help);
+}
+
+TEST(TapOptionsTest, HelpNeedsNothingElse) {
+    const std::vector<std::string> arguments{"--help"};
+    EXPECT_TRUE(ParseTapOptions(arguments).help);
+}
+
+TEST(TapOptionsTest, WhatIsNotUnderstoodIsRefused) {
+    const std::vector<std::vector<std::string>> wrongs{{},
+                                                       {"/dev/ttyACM0"},
+                                                       {"/dev/ttyACM0", "--", "sh"},
+                                                       {"/dev/ttyACM0", "field.rec", "--"},
+                                                       {"/dev/ttyACM0", "--what", "field.rec"}};
+    for (const auto& wrong : wrongs) {
+        EXPECT_THROW(ParseTapOptions(wrong), UsageError) << testing::PrintToString(wrong);
     }
 }
 

@@ -21,6 +21,13 @@ TEST(TextToolsTest, UnknownOrUnfinishedEscapesAreRefused) {
     }
 }
 
+TEST(TextToolsTest, BytesAreEscapedToPlainText) {
+    EXPECT_EQ(Escape(std::string("a b\n\r\t\\\0\x01\x7f\xff", 11)), R"(a b\n\r\t\\\0\x01\x7f\xff)");
+    EXPECT_EQ(Escape("  a "), R"(\x20 a\x20)");
+    EXPECT_EQ(Escape(" "), R"(\x20)");
+    EXPECT_EQ(Unescape(Escape(std::string("\0001", 2))), std::string("\0001", 2));
+}
+
 TEST(TextToolsTest, NumbersAreReadWholeOrNotAtAll) {
     EXPECT_EQ(ParseUnsigned("12", 12), 12U);
     for (const char* const text : {"", "13", "1x", " 1", "-1", "4294967296"}) {

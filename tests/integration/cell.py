@@ -160,7 +160,9 @@ class Cell:
             mark = self.errors.mark()
             self.process.stdin.write(text.encode() + b"\n")
             self.process.stdin.flush()
-            return self.errors.wait_for("^pellix-sim: ", since=mark)
+            # A recording that is played gives commands of its own.
+            return self.errors.wait_for(
+                rf"^pellix-sim: (ok {re.escape(text)}$|state |usage: |error: )", since=mark)
 
     # The daemon
 

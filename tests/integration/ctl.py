@@ -1,6 +1,7 @@
 """tavrikctl, run as a user does."""
 
 import os
+import re
 import subprocess
 
 from cell import SLOWNESS, Output
@@ -19,6 +20,27 @@ def run(*arguments, environment=None, **options):
     return subprocess.run(arguments_of(*arguments), env={**CLEAN, **(environment or {})},
                           stdin=subprocess.DEVNULL, capture_output=True, text=True,
                           timeout=60 * SLOWNESS, **options)
+
+
+def shell(command, environment=None, **options):
+    """What a shell shows when a command with tavrikctl is typed, errors too."""
+    return subprocess.run(["bash", "-c", f'tavrikctl() {{ "$TAVRIK_CTL" "$@"; }}; {command}'],
+                          env={**CLEAN, **(environment or {})}, stdin=subprocess.DEVNULL,
+                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
+                          timeout=60 * SLOWNESS, **options).stdout
+
+
+BLOCK = re.compile(r"^```(console|pellix-sim)\n(.*?)^```$", re.MULTILINE | re.DOTALL)
+STEP = re.compile(r"^\$ (.*)\n((?:(?!\$ ).*\n)*)", re.MULTILINE)
+
+
+def session(text):
+    """What a page does, in its order: commands with what they show, and with None the simulator's."""
+    for language, block in BLOCK.findall(text):
+        if language == "pellix-sim":
+            yield from ((command, None) for command in block.splitlines())
+        else:
+            yield from STEP.findall(block)
 
 
 class Running:

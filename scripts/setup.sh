@@ -4,6 +4,8 @@ PACKAGES=(cmake g++ make git pkg-config libxmlrpc-c++8-dev libxmlrpc-core-c3-dev
           libcli11-dev nlohmann-json3-dev libarchive-dev libcurl4-openssl-dev libncurses-dev
           umockdev libumockdev-dev libgtest-dev libbenchmark-dev python3 python3-pyte
           systemd nftables faketime)
+# Node may have come from elsewhere.
+command -v node >/dev/null || PACKAGES+=(nodejs)
 
 # What scripts/package and scripts/test-package need.
 PACKAGING_PACKAGES=(debhelper lintian mmdebstrap systemd-container)
@@ -12,9 +14,8 @@ PACKAGING_PACKAGES=(debhelper lintian mmdebstrap systemd-container)
 CHECK_PACKAGES=(clang-format clang-tidy cppcheck valgrind libc6-dbg gcovr
                 clang-14 libclang-rt-14-dev llvm-14)
 
-# What scripts/bench needs beyond scripts/test: plots; Node, which may have come from elsewhere.
+# What scripts/bench needs beyond scripts/test: plots; Node's packages.
 BENCH_PACKAGES=(gnuplot-nox)
-command -v node >/dev/null || BENCH_PACKAGES+=(nodejs)
 command -v npm >/dev/null || BENCH_PACKAGES+=(npm)
 
 say() { printf '\n== %s\n' "$*"; }

@@ -9,6 +9,7 @@ import tempfile
 import textwrap
 import unittest
 
+import test_examples
 import test_package
 from cell import wait_until
 from cell_test_case import CellTestCase, main
@@ -201,7 +202,7 @@ class LogLinesTest(unittest.TestCase):
 
 
 class ShellCommandsTest(CellTestCase):
-    """Every command of the pages is run here, by CI, by test_package, or has its reason not to be."""
+    """Every command of the pages is run here, by CI or another test, or has its reason not to be."""
 
     options = ("--gripper", "HVA")
 
@@ -239,7 +240,7 @@ class ShellCommandsTest(CellTestCase):
 
     def test_commands(self):
         listed = {*self.RUN_HERE, self.STOP, *self.RUN_BY_CI, *test_package.PAGE,
-                  *self.RUN_NOWHERE}
+                  *test_examples.PAGE, *self.RUN_NOWHERE}
         self.assertEqual({line for page in PAGES for _, text, _ in blocks(page, "sh")
                           for line in text.splitlines()}, listed)
         ci = [re.sub(r"^aside \w+ ", "", line)

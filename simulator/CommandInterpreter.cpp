@@ -15,7 +15,7 @@ namespace simulator {
 
 namespace {
 
-constexpr unsigned kLargestNumber = 1000000;
+constexpr unsigned kLargestNumber = 1000000000;
 constexpr unsigned kLargestParameterIndex = 65535;
 
 PtyPort& Port(Station& station) {

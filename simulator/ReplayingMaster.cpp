@@ -15,7 +15,7 @@ using std::chrono::milliseconds;
 
 constexpr unsigned kDeviationCode = 99;  // of no master's own
 constexpr std::size_t kToldDeviations = 100;
-constexpr milliseconds kLongestWait{1000000};  // that the command takes
+constexpr milliseconds kLongestWait{1000000000};  // that the command takes
 
 std::string WaitCommands(milliseconds time) {
     std::string commands;

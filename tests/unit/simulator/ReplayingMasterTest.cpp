@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -208,8 +209,13 @@ TEST_F(ReplayingMasterTest, HasItselfPluggedInAsRecorded) {
     EXPECT_EQ(master->FirstCommands(), "plug 4\n");
     Play("2.5 0 plug\n");
     EXPECT_EQ(master->FirstCommands(), "wait 2500\nplug 4\n");
-    Play("1234.5 0 plug\n");
-    EXPECT_EQ(master->FirstCommands(), "wait 1000000\nwait 234500\nplug 4\n");
+    Play("1000234.5 0 plug\n");
+    EXPECT_EQ(master->FirstCommands(), "wait 1000000000\nwait 234500\nplug 4\n");
+}
+
+TEST_F(ReplayingMasterTest, TheCommandsOfAYearHaveRoomInAPipe) {
+    Play("31000000 0 plug\n");
+    EXPECT_LT(master->FirstCommands().size(), PIPE_BUF);
 }
 
 TEST_F(ReplayingMasterTest, HasItselfUnpluggedAndPluggedInAgain) {

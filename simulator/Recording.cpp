@@ -1,5 +1,6 @@
 #include "simulator/Recording.h"
 
+#include <algorithm>
 #include <fstream>
 #include <stdexcept>
 #include <utility>
@@ -12,11 +13,15 @@ const std::string kRecordingHeader = "pellix-recording 1";
 
 namespace {
 
-void CheckHeader(std::string header) {
-    if (header.ends_with('\r')) {
-        header.pop_back();
+/// Takes no more than the header: what is no recording may have a line without end.
+void ReadHeader(std::istream& file) {
+    std::string header(kRecordingHeader.size(), '\0');
+    file.read(header.data(), static_cast<std::streamsize>(header.size()));
+    std::string rest = "missing";
+    if (header == kRecordingHeader) {
+        std::getline(file, rest);
     }
-    if (header != kRecordingHeader) {
+    if (!rest.empty() && rest != "\r") {
         throw UsageError("a recording of this version begins with '" + kRecordingHeader + "'");
     }
 }
@@ -37,6 +42,22 @@ void CheckOrder(const RecordedEvent& event, const RecordedEvent* last) {
     }
 }
 
+bool IsPlainText(const std::string& line) {
+    return std::ranges::all_of(line, [](unsigned char byte) {
+        return (byte >= ' ' && byte != 0x7f) || byte == '\t' || byte == '\r';
+    });
+}
+
+RecordedEvent ReadEvent(const std::string& line, bool fileEnds) {
+    if (fileEnds) {
+        throw UsageError("the file ends without a line feed; it may have been cut off");
+    }
+    if (!IsPlainText(line)) {
+        throw UsageError("a byte that is no plain text");
+    }
+    return ParseRecordedEvent(line);
+}
+
 bool IsSkipped(const std::string& line) {
     const auto first = line.find_first_not_of(" \t\r");
     return first == std::string::npos || line[first] == '#';
@@ -47,30 +68,29 @@ bool IsSkipped(const std::string& line) {
 Recording ReadRecording(const std::string& path) {
     std::ifstream file(path);
     Recording recording;
-    std::size_t number = 0;
+    std::size_t number = 1;
     try {
+        ReadHeader(file);
         for (std::string line; ++number, std::getline(file, line);) {
-            if (number == 1) {
-                CheckHeader(line);
-                continue;
-            }
             if (IsSkipped(line)) {
                 continue;
             }
-            RecordedEvent event = ParseRecordedEvent(line);
+            RecordedEvent event = ReadEvent(line, file.eof());
             event.line = number;
             auto& events = recording.masters[event.master];
             CheckOrder(event, events.empty() ? nullptr : &events.back());
             events.push_back(std::move(event));
         }
-        if (!file.eof()) {
-            throw std::runtime_error("cannot read " + path);
-        }
         if (recording.masters.empty()) {
             throw UsageError("nothing is recorded");
         }
     } catch (const UsageError& error) {
-        throw std::runtime_error(path + ":" + std::to_string(number) + ": " + error.what());
+        if (file.is_open() && !file.bad()) {
+            throw std::runtime_error(path + ":" + std::to_string(number) + ": " + error.what());
+        }
+    }
+    if (!file.eof()) {
+        throw std::runtime_error("cannot read " + path);
     }
     return recording;
 }

@@ -236,7 +236,7 @@ class BrokenFileTest(RecordingTestCase):
 
     def test_file_line_and_reason_are_told(self):
         broken = {
-            "": "1: nothing is recorded",
+            "": "1: a recording of this version begins with 'pellix-recording 1'",
             "# a note\n": "1: a recording of this version begins with 'pellix-recording 1'",
             "pellix-recording 2\n":
                 "1: a recording of this version begins with 'pellix-recording 1'",

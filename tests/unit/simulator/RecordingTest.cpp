@@ -49,7 +49,8 @@ TEST_F(RecordingTest, HasTheEventsOfEachMasterWithTheirLines) {
         "  # and a reason\n"
         "0.1 0 hangup\n"
         "0.2 0 unplug\n"
-        "0.2 0 plug");
+        "0.2 0 plug\n"
+        "# the end");
     ASSERT_EQ(recording.masters.size(), 2U);
     const auto& first = recording.masters.at(0);
     ASSERT_EQ(first.size(), 4U);
@@ -74,8 +75,14 @@ TEST_F(RecordingTest, TimesOfDifferentMastersAreApart) {
 TEST_F(RecordingTest, WhatCannotBeIsRefusedWithLineAndReason) {
     const std::string header = "pellix-recording 1\n";
     const std::vector<std::pair<std::string, std::string>> wrongs{
-        {"", "1: nothing is recorded"},
+        {"", "1: a recording of this version begins with 'pellix-recording 1'"},
+        {"pellix-recording 10\n0 0 plug\n",
+         "1: a recording of this version begins with 'pellix-recording 1'"},
         {header + "# nothing\n", "3: nothing is recorded"},
+        {header + "0 0 plug\n1 0 < A",
+         "3: the file ends without a line feed; it may have been cut off"},
+        {header + "0 0 plug\n1 0 < \033[2J\n", "3: a byte that is no plain text"},
+        {header + std::string("0 0 plug\n1 0 < \0\n", 17), "3: a byte that is no plain text"},
         {"0 0 plug\n", "1: a recording of this version begins with 'pellix-recording 1'"},
         {"pellix-recording 2\n", "1: a recording of this version begins with 'pellix-recording 1'"},
         {header + "0 0 plug\n\nnow 0 unplug\n", "4: not a number: 'now'"},
@@ -103,6 +110,10 @@ TEST_F(RecordingTest, AFileThatCannotBeReadIsNamed) {
             EXPECT_EQ(error.what(), "cannot read " + name);
         }
     }
+}
+
+TEST_F(RecordingTest, AFileWithoutEndIsNotReadToItsEnd) {
+    EXPECT_THROW(ReadRecording("/dev/zero"), std::runtime_error);
 }
 
 }  // namespace

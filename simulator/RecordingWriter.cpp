@@ -59,7 +59,7 @@ void RecordingWriter::Write(unsigned master, RecordedKind kind, std::string_view
                             TimePoint now) {
     using std::chrono::microseconds;
     const std::lock_guard lock(mutex);
-    empty = false;
+    empty = empty && now < start;
     const auto time = std::max(std::chrono::floor<microseconds>(now - start), microseconds::zero());
     WriteLine(FormatRecordedEvent({time, master, kind, std::string(bytes)}));
 }

@@ -13,15 +13,17 @@
 namespace simulator {
 
 /// Writes a recording, each event with one write, so that the file can be read while it grows and
-/// is whole when the process is killed. A file without events is removed in the end. Any thread.
+/// is whole when the process is killed. Any thread.
 class RecordingWriter {
 public:
     using Tell = std::function<void(const std::string& text)>;
 
     /// Begins the file.
     /// @param tellFailure called once if the file cannot be written any more; it ends there
-    /// @throws std::system_error when there is no room for it, or a file of this name already
+    /// @throws std::system_error when it cannot be made, or is there already
     RecordingWriter(const std::string& newPath, Tell tellFailure);
+
+    /// Removes the file if nothing has happened since the clock was started.
     ~RecordingWriter();
     RecordingWriter(const RecordingWriter&) = delete;
     RecordingWriter& operator=(const RecordingWriter&) = delete;

@@ -87,10 +87,18 @@ TEST_F(RecordingWriterTest, AnotherRecordingIsNotOverwritten) {
     EXPECT_EQ(Text(), "evidence");
 }
 
-TEST_F(RecordingWriterTest, AFileWithoutEventsIsRemoved) {
-    { const RecordingWriter writer(path, TellTest()); }
+TEST_F(RecordingWriterTest, AFileInWhichNothingHappenedIsRemoved) {
+    {
+        RecordingWriter writer(path, TellTest());
+        writer.Write(0, RecordedKind::Plug, {}, Clock::now());
+        writer.StartClock();
+    }
     EXPECT_FALSE(std::filesystem::exists(path));
-    RecordingWriter(path, TellTest()).Write(0, RecordedKind::Plug, {}, Clock::now());
+    {
+        RecordingWriter writer(path, TellTest());
+        writer.StartClock();
+        writer.Write(0, RecordedKind::Plug, {}, Clock::now());
+    }
     EXPECT_TRUE(std::filesystem::exists(path));
 }
 

@@ -13,6 +13,10 @@ MasterTty::MasterTty(const std::string& path)
     if (tty.Get() == -1 || tcgetattr(tty.Get(), &settingsBefore) == -1) {
         throw std::system_error(errno, std::generic_category(), "cannot tap " + path);
     }
+    // The kernel tells everybody but root, who gets half of what the master says.
+    if (int exclusive = 0; ioctl(tty.Get(), TIOCGEXCL, &exclusive) == 0 && exclusive != 0) {
+        throw std::system_error(EBUSY, std::generic_category(), "cannot tap " + path);
+    }
     ioctl(tty.Get(), TIOCEXCL);
     termios settings = settingsBefore;
     cfmakeraw(&settings);

@@ -11,7 +11,7 @@ namespace simulator {
 /// The tty of a real master, open: raw, 115200 baud, and closed to other programs but root's.
 class MasterTty {
 public:
-    /// @throws std::system_error when it cannot be opened or is no tty
+    /// @throws std::system_error when it cannot be opened, is no tty, or is tapped already
     explicit MasterTty(const std::string& path);
 
     /// Leaves the settings as they were.

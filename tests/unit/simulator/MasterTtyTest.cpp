@@ -68,5 +68,15 @@ TEST_F(MasterTtyTest, SaysWhatItCannotTap) {
     EXPECT_EQ(ReasonAgainst("/dev/null"), "cannot tap /dev/null: Inappropriate ioctl for device");
 }
 
+TEST_F(MasterTtyTest, IsTappedOnceAtATime) {
+    {
+        const MasterTty tty(device.NodePath());
+        EXPECT_EQ(ReasonAgainst(device.NodePath()),
+                  "cannot tap " + device.NodePath() + ": Device or resource busy");
+        EXPECT_TRUE(IsExclusive());
+    }
+    EXPECT_EQ(ReasonAgainst(device.NodePath()), "none");
+}
+
 }  // namespace
 }  // namespace simulator

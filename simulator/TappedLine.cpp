@@ -93,11 +93,11 @@ void TappedLine::SetStalled(bool on) {
 
 void TappedLine::Finish() {
     const TimePoint end = Clock::now() + kFinishTime;
-    while ((toMaster.IsWaiting() || (ClientState() & POLLIN) != 0) && Clock::now() < end) {
-        if (!PassOn(-1, kClientSearchPeriod)) {
-            return;
-        }
-    }
+    bool present = true;
+    do {
+        present = PassOn(-1, kClientSearchPeriod);
+    } while (present && (toMaster.IsWaiting() || (ClientState() & POLLIN) != 0) &&
+             Clock::now() < end);
 }
 
 }  // namespace simulator

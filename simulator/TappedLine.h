@@ -34,7 +34,8 @@ public:
     /// @return false when the master's tty has hung up
     bool PassOn(int wakeDescriptor, std::chrono::milliseconds longestWait);
 
-    /// Passes on what the client has written so far. Takes at most 1 s, if the master takes it.
+    /// Passes on what both have written so far. Gives up after 1 s when the master does not take
+    /// it.
     void Finish();
 
 private:

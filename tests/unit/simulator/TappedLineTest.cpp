@@ -231,6 +231,16 @@ TEST_F(TappedLineTest, FinishesWithWhatTheClientHasWritten) {
     EXPECT_EQ(received, text);
 }
 
+TEST_F(TappedLineTest, FinishesWithWhatTheMasterHasSaid) {
+    const FileDescriptor client = OpenClient();
+    ASSERT_EQ(write(master->Descriptor(), "@MODE=5\n", 8), 8);
+    pollfd arrival{masterTty.Get(), POLLIN, 0};
+    ASSERT_EQ(poll(&arrival, 1, milliseconds(support::kPatience).count()), 1);
+    line->Finish();
+    EXPECT_EQ(recordedFromMaster, "@MODE=5\n");
+    EXPECT_EQ(ReadWhatIsThere(client.Get()), "@MODE=5\n");
+}
+
 TEST_F(TappedLineTest, DoesNotWaitForeverForAStalledMasterToFinish) {
     FileDescriptor client = OpenClient();
     StallMaster(true);

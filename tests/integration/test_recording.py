@@ -14,15 +14,17 @@ import unittest
 
 from cell import PATIENCE, SANITIZER_REPORT, Cell, Output, wait_until
 from cell_test_case import main, output_on_failure, started
+from test_docs import ROOT, blocks
 
 SIMULATOR = os.environ["TAVRIK_SIMULATOR"]
 DAEMON = os.environ["TAVRIK_DAEMON"]
-DATA = pathlib.Path(__file__).resolve().parents[1] / "data"
+DATA = ROOT / "tests" / "data"
+PAGE = ROOT / "docs" / "recording.md"
 
 HVA, MZD = "HVA SN:100001", "MZD-S SN:100002"
 
 OPERATING = r"Pending command PDOUT deleted \(Status: 0\)"
-READY, RELEASED, HOLDING = 8, 4, 6
+READY, RELEASED, HOLDING, NO_PART = 8, 4, 6, 7
 
 
 @contextlib.contextmanager
@@ -224,6 +226,110 @@ class ReportTest(RecordingTestCase):
             count = len(requests(report))
             cell.errors.wait_for(f"^pellix-sim: replay 0: {count} of {count} requests played, "
                                  "deviations: 0$")
+
+
+class PageTest(RecordingTestCase):
+    """The sessions of the page, typed in a cell with one gripper."""
+
+    PROGRAMS = os.pathsep.join(str(pathlib.Path(path).parent) for path in (SIMULATOR, DAEMON))
+
+    @classmethod
+    def setUpClass(cls):
+        text = "".join(text for _, text, _ in blocks(PAGE, "console"))
+        parts = re.split(r"(?m)^[#$] (.*)\n", text.replace("^C", ""))
+        cls.sessions = dict(zip(parts[1::2], parts[2::2], strict=True))
+        examples = [text for _, text, _ in blocks(PAGE, "")]
+        cls.deviations = next(text for text in examples if "deviation" in text)
+        cls.recording = next(text for text in examples if text.startswith("pellix-recording"))
+
+    def play(self, start, work=None):
+        """Types the command of the page that begins so; checks what it says.
+
+        @return its status
+        """
+        command, = (command for command in self.sessions if command.startswith(start))
+        shell = f"cd {self.folder}; PATH={self.PROGRAMS}:$PATH; exec {command}"
+        with running("--gripper", "HVA", command=["sh", "-c", shell]) as cell:
+            if work:
+                work(cell)
+                cell.close_clients()
+                cell.process.send_signal(signal.SIGINT)
+            status = cell.wait_for_end()
+            said = "\n".join(cell.errors.since(0)) + "\n"
+        return status, said, self.sessions[command]
+
+    @staticmethod
+    def without_numbers(text):
+        """What is another one each time: the ptys, and how often the master has streamed."""
+        return re.sub(r"(/dev/pts/|field.rec:)\d+", r"\1N", text)
+
+    def expect_session(self, start, work=None):
+        status, said, expected = self.play(start, work)
+        self.assertEqual(self.without_numbers(said), self.without_numbers(expected))
+        return status
+
+    def wait_until_operating(self, name):
+        log = self.folder / name
+        wait_until(log.exists)
+        for pattern in (OPERATING, r"(?m)FIN:PDOUT$"):
+            wait_until(lambda: re.search(pattern, log.read_text()))
+
+    def grip(self, cell):
+        self.assertEqual(cell.call("Reference", HVA), 0)
+        wait_until(lambda: cell.call("GetState", HVA) == READY)
+        self.assertEqual(cell.call("Grip", HVA, 1), 0)
+        wait_until(lambda: cell.call("GetState", HVA) == NO_PART)
+
+    def in_the_cell(self, cell):
+        self.wait_until_operating("field.log")
+        self.grip(cell)
+
+    def at_the_desk(self, cell):
+        self.wait_until_operating("log")
+        self.grip(cell)
+        cell.errors.wait_for("field.rec has ended$")
+
+    def with_other_calls(self, cell):
+        self.wait_until_operating("log")
+        self.assertEqual(cell.call("Release", HVA, 1), 99)
+        self.grip(cell)
+        self.assertEqual(cell.call("Release", HVA, 1), 99)
+
+    def test_from_a_cell_to_a_test(self):
+        self.assertEqual(self.expect_session("pellix-sim tap /dev/ttyACM0 field.rec",
+                                             self.in_the_cell), 0)
+        self.assertEqual(self.expect_session("pellix-sim --replay field.rec", self.at_the_desk), 0)
+        (self.folder / "log").unlink()
+        status, said, _ = self.play("pellix-sim --replay field.rec", self.with_other_calls)
+        self.assertEqual(status, 3)
+        told = "".join(line + "\n" for line in said.splitlines() if "deviation" in line)
+        self.assertEqual(self.without_numbers(told), self.without_numbers(self.deviations))
+
+    def test_a_tap_for_other_clients(self):
+        def read(cell):
+            node = cell.errors.wait_for("for clients /dev/").rpartition(" ")[2]
+            with open(node, "rb") as client:
+                self.assertEqual(client.readline(), b"@PDIN=[]\n")
+
+        self.assertEqual(self.expect_session("pellix-sim tap /dev/ttyACM0 terminal.rec", read), 0)
+
+    def test_the_example_is_a_recording(self):
+        path = self.folder / "page.rec"
+        path.write_text(self.recording)
+        run = subprocess.run([SIMULATOR, "--replay", str(path), "--", "sh", "-c",
+                              "exec 3<>/dev/ttyACM0; for key in ID MODE; do echo $key? >&3; "
+                              "head -n 3 <&3; done; cat <&3"],
+                             stdin=subprocess.DEVNULL, capture_output=True, text=True,
+                             timeout=PATIENCE)
+        self.assertEqual(run.stdout, "ACK ID\nID=PELLIX\nFIN ID\n"
+                                     "ACK MODE\nMODE=3\nFIN MODE\n@PDIN=[]\n")
+        self.assertIn("2 of 2 requests played, deviations: 0\n", run.stderr)
+
+    def test_a_broken_file(self):
+        lines = self.recording.splitlines(keepends=True)
+        lines[5:7] = reversed(lines[5:7])
+        (self.folder / "broken.rec").write_text("".join(lines))
+        self.assertEqual(self.expect_session("pellix-sim --replay broken.rec"), 1)
 
 
 class BrokenFileTest(RecordingTestCase):

@@ -191,6 +191,8 @@ class InstalledTest(MachineTestCase):
 
     def test_options_are_completed(self):
         for words, expected in (
+                (("pellix-sim", "ta"), {"tap"}),
+                (("pellix-sim", "tap", "/usr/sbin/Tav"), {"/usr/sbin/TavrikDaemon"}),
                 (("pellix-sim", "--gri"), {"--gripper"}),
                 (("pellix-sim", "--gripper", "MZD"), {"MZD-S", "MZD-L"}),
                 (("pellix-sim", "--report-pdout", ""), {"on", "off"}),

@@ -22,6 +22,7 @@ DATA = ROOT / "tests" / "data"
 PAGE = ROOT / "docs" / "recording.md"
 
 HVA, MZD = "HVA SN:100001", "MZD-S SN:100002"
+FAST = ("--speed", "1000")  # the way is not what is tried
 
 OPERATING = r"Pending command PDOUT deleted \(Status: 0\)"
 READY, RELEASED, HOLDING, NO_PART = 8, 4, 6, 7
@@ -132,7 +133,8 @@ class ReplayTest(RecordingTestCase):
     @classmethod
     def setUpClass(cls):
         cls.recording = pathlib.Path(cls.enterClassContext(tempfile.TemporaryDirectory())) / "a.rec"
-        options = ("--gripper", "HVA", "--gripper", "MZD-S", "--record", str(cls.recording))
+        options = (*FAST, "--gripper", "HVA", "--gripper", "MZD-S",
+                   "--record", str(cls.recording))
         with running(*options) as cell:
             cls.answers = Shift(cell, simulated=True).work()
             cell.stop()
@@ -249,7 +251,7 @@ class PageTest(RecordingTestCase):
         """
         command, = (command for command in self.sessions if command.startswith(start))
         shell = f"cd {self.folder}; PATH={self.PROGRAMS}:$PATH; exec {command}"
-        with running("--gripper", "HVA", command=["sh", "-c", shell]) as cell:
+        with running(*FAST, "--gripper", "HVA", command=["sh", "-c", shell]) as cell:
             if work:
                 work(cell)
                 cell.close_clients()
@@ -633,7 +635,7 @@ class FieldTest(RecordingTestCase):
     def test_what_was_tapped_can_be_played(self):
         path = self.folder / "field.rec"
         tap = [SIMULATOR, "tap", "/dev/ttyACM0", "/dev/ttyACM1", str(path), "--", DAEMON]
-        with running("--gripper", "HVA", "--gripper", "MZD-S", command=tap) as cell:
+        with running(*FAST, "--gripper", "HVA", "--gripper", "MZD-S", command=tap) as cell:
             tapped = Shift(cell, simulated=True).work()
             cell.stop()
         with running("--replay", str(path)) as cell:

@@ -60,7 +60,8 @@ std::string FormatRecordedEvent(const RecordedEvent& event) {
     std::string line(place.data(), static_cast<std::size_t>(length));
     line += RecordedWord(event.kind);
     if (IsTransfer(event)) {
-        line += " " + Escape(event.bytes);
+        line += ' ';
+        line += Escape(event.bytes);
     }
     return line;
 }

@@ -38,8 +38,8 @@ std::string ReplayingMaster::PlugCommands(std::size_t step, microseconds since) 
     std::string commands;
     for (; step < steps.size() && !IsTransfer(steps[step]); ++step) {
         commands += WaitCommands(std::chrono::round<milliseconds>(steps[step].time - since));
-        commands += RecordedWord(steps[step].kind);
-        commands += " " + std::to_string(surroundings.number) + "\n";
+        commands += std::string(RecordedWord(steps[step].kind)) + " " +
+                    std::to_string(surroundings.number) + "\n";
         since = steps[step].time;
         if (steps[step].kind == RecordedKind::Plug) {
             break;

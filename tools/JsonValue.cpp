@@ -7,8 +7,6 @@
 
 namespace tavrikctl {
 
-using Json = nlohmann::ordered_json;
-
 namespace {
 
 double RoundToHundredths(double number) {
@@ -16,7 +14,7 @@ double RoundToHundredths(double number) {
     return std::round(number * kStepsPerUnit) / kStepsPerUnit;
 }
 
-int CheckedInteger(const Json& json) {
+int CheckedInteger(const nlohmann::ordered_json& json) {
     using Limits = std::numeric_limits<int>;
     const auto number = json.get<double>();  // takes any integer, and those of 32 bits exactly
     if (number < Limits::min() || number > Limits::max()) {
@@ -30,8 +28,8 @@ int CheckedInteger(const Json& json) {
 // Recursion ends: the XML-RPC library takes no more than 64 levels, and the rest is typed.
 // NOLINTBEGIN(misc-no-recursion)
 
-Json ToJson(const xmlrpc_c::value& value) {
-    Json json = Json::array();
+nlohmann::ordered_json ToJson(const xmlrpc_c::value& value) {
+    nlohmann::ordered_json json = nlohmann::ordered_json::array();
     switch (value.type()) {
         case xmlrpc_c::value::TYPE_INT:
             return xmlrpc_c::value_int(value).cvalue();
@@ -49,7 +47,7 @@ Json ToJson(const xmlrpc_c::value& value) {
             }
             return json;
         case xmlrpc_c::value::TYPE_STRUCT:
-            json = Json::object();
+            json = nlohmann::ordered_json::object();
             for (const auto& [name, member] : xmlrpc_c::value_struct(value).cvalue()) {
                 json[name] = ToJson(member);
             }
@@ -59,7 +57,7 @@ Json ToJson(const xmlrpc_c::value& value) {
     }
 }
 
-xmlrpc_c::value ToValue(const Json& json) {
+xmlrpc_c::value ToValue(const nlohmann::ordered_json& json) {
     if (json.is_boolean()) {
         return xmlrpc_c::value_boolean(json.get<bool>());
     }
@@ -74,7 +72,7 @@ xmlrpc_c::value ToValue(const Json& json) {
     }
     if (json.is_array()) {
         xmlrpc_c::carray array;
-        for (const Json& element : json) {
+        for (const nlohmann::ordered_json& element : json) {
             array.push_back(ToValue(element));
         }
         return xmlrpc_c::value_array(array);

@@ -134,7 +134,7 @@ void WatchView::AddPlot(std::vector<Cell>& lines, std::size_t width, std::size_t
                                                     : "";
         lines.push_back({Right(label, kAxisWidth - 2) + " |" + plot[row]});
     }
-    const std::string start = "-" + std::to_string(kPlotTime.count()) + " s";
+    const std::string start = std::to_string(-kPlotTime.count()) + " s";
     lines.push_back({std::string(kAxisWidth, ' ') + start +
                      Right("now", columns - std::min(columns, start.size()))});
 }

@@ -28,8 +28,10 @@ def enter():
 
 
 def can_unshare(options):
+    """Whether there is such a namespace, and its loopback can be raised."""
     try:
-        attempt = subprocess.run(["unshare", *options, "true"], stderr=subprocess.DEVNULL)
+        attempt = subprocess.run(["unshare", *options, sys.executable, __file__, "true"],
+                                 env={**os.environ, ENTERED: "1"}, stderr=subprocess.DEVNULL)
     except FileNotFoundError:
         return False
     return attempt.returncode == 0

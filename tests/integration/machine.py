@@ -15,18 +15,24 @@ SETTINGS = {"SYSTEMD_NSPAWN_UNIFIED_HIERARCHY": "1", "SYSTEMD_NSPAWN_API_VFS_WRI
 PATH = "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"
 
 
-class Machine:
-    """Boots the Debian in the folder `tree`; the folder `packages` is at /packages.
+def container(tree, packages, *arguments):
+    """The command line that starts a container, but for `arguments`: more options, or a command.
 
-    It shares the network of the caller, who has to be in one of his own.
+    What it changes in the Debian in the folder `tree` is gone with it; the folder `packages` is at
+    /packages. It shares the network of the caller, who has to be in one of his own.
     """
+    return ["systemd-nspawn", "--quiet", f"--directory={tree}", "--volatile=overlay",
+            "--register=no", "--keep-unit", "--console=pipe", f"--bind-ro={packages}:/packages",
+            *arguments]
+
+
+class Machine:
+    """A container in which systemd runs."""
 
     def __init__(self, tree, packages):
         self.init = None
         self.process = subprocess.Popen(
-            ["systemd-nspawn", "--quiet", f"--directory={tree}", "--volatile=overlay", "--boot",
-             "--register=no", "--keep-unit", "--console=pipe", "--kill-signal=SIGRTMIN+3", *POWERS,
-             f"--bind-ro={packages}:/packages"],
+            container(tree, packages, "--boot", "--kill-signal=SIGRTMIN+3", *POWERS),
             env={**os.environ, **SETTINGS}, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
             stderr=subprocess.STDOUT, text=True)
 

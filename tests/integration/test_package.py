@@ -1,11 +1,12 @@
 """The Debian packages: on a bare Debian the service runs, and nothing is left of it in the end.
 
 scripts/test-package runs this: TAVRIK_PACKAGES is the folder of the packages, TAVRIK_DEBIAN that of
-the bare Debian, which has their dependencies.
+the bare Debian. There apt finds what they depend on without a network.
 """
 
 import contextlib
 import hashlib
+import json
 import os
 import pathlib
 import re
@@ -14,14 +15,19 @@ import stat
 import subprocess
 import sys
 import tempfile
+import threading
+import time
 import unittest
+import xmlrpc.client
 
 import own_network
 from cell import PATIENCE, PORTS, Cell, answers, wait_until
 from cell_test_case import problem_count
-from machine import Machine
+from machine import Machine, container
 
-INSTALL = "apt install ./tavrikdaemon_*.deb ./pellix-sim_*.deb"
+INSTALL = "apt install ./tavrikdaemon_*.deb"
+INSTALL_SIMULATOR = "apt install ./pellix-sim_*.deb"
+INSTALL_BOTH = "apt install ./tavrikdaemon_*.deb ./pellix-sim_*.deb"
 STOP = "systemctl stop tavrikdaemon"
 RESTART = "systemctl restart tavrikdaemon"
 RESET = "systemctl reset-failed tavrikdaemon"
@@ -29,11 +35,14 @@ TRY = "pellix-sim --gripper HVA -- TavrikDaemon"
 LOOK = ("systemctl status tavrikdaemon", "journalctl -b -u tavrikdaemon",
         "cat /proc/sys/net/ipv4/ip_local_reserved_ports")
 LIST = "tavrikctl list"
+DOCTOR = "tavrikctl doctor"
 REMOVE = "apt remove tavrikdaemon"
 PURGE = "apt purge tavrikdaemon"
 
-# Every command of docs/install.md that is for the machine.
-PAGE = (INSTALL, STOP, TRY, RESTART, RESET, *LOOK, REMOVE, PURGE)
+# Every command of the pages that is for the machine.
+PAGE = (INSTALL, INSTALL_SIMULATOR, INSTALL_BOTH, LIST, DOCTOR, STOP, TRY, RESTART, RESET, *LOOK,
+        REMOVE, PURGE)
+REINSTALL = "apt reinstall ./tavrikdaemon_*.deb"
 
 UNIT = "tavrikdaemon.service"
 NETWORK = "/etc/systemd/system/tavrikdaemon.service.d/network.conf"
@@ -48,18 +57,29 @@ RestrictAddressFamilies=AF_UNIX
 """
 GRIPPER = "HVA SN:100001"
 
+# One that does not stop in order, as if the tty of a master hung.
+HANGING = """[Service]
+ExecStart=
+ExecStart=/bin/sh -c 'trap "" INT; exec /usr/sbin/TavrikDaemon'
+TimeoutStopSec=1
+"""
+
+# Exit statuses of the doctor.
+A_GRIPPER_ANSWERS, NO_DAEMON, NO_GRIPPER = 0, 4, 7
+
 MASTER = {"idVendor": "0483", "idProduct": "5740", "manufacturer": "Zentrova", "product": "PELLIX"}
 USB_PATH = "/devices/pci0000:00/0000:00:14.0/usb1/1-1"
 TTY_PATH = f"{USB_PATH}/1-1:1.0/tty/ttyACM0"
 
 
-def simulated_device(attributes):
-    """A USB device with a tty, as umockdev reads it."""
-    lines = [f"P: {USB_PATH}", "E: SUBSYSTEM=usb", "E: DEVTYPE=usb_device",
+def simulated_device(attributes, properties=()):
+    """A USB device with a tty, as umockdev reads it; udevd has given both these properties."""
+    known = [f"E: {each}" for each in properties]
+    lines = [f"P: {USB_PATH}", "E: SUBSYSTEM=usb", "E: DEVTYPE=usb_device", *known,
              *(f"A: {name}={value}" for name, value in attributes.items()), "",
              f"P: {USB_PATH}/1-1:1.0", "E: SUBSYSTEM=usb", "E: DEVTYPE=usb_interface", "",
              f"P: {TTY_PATH}", "N: ttyACM0", "E: SUBSYSTEM=tty", "E: DEVNAME=/dev/ttyACM0",
-             "E: MAJOR=166", "E: MINOR=0", "A: dev=166:0"]
+             "E: MAJOR=166", "E: MINOR=0", *known, "A: dev=166:0"]
     return "\n".join(lines) + "\n"
 
 
@@ -78,6 +98,7 @@ def completions(machine, words):
 class MachineTestCase(unittest.TestCase):
     """Tests on one machine with the packages installed and `settings` added to the unit."""
 
+    install = INSTALL_BOTH
     settings = None
 
     @classmethod
@@ -112,7 +133,7 @@ class MachineTestCase(unittest.TestCase):
     def prepare(cls):
         if cls.settings:
             cls.machine.write(TEST_SETTINGS, cls.settings)
-        cls.machine.run(INSTALL)
+        cls.machine.run(cls.install)
         cls.wait_until_serving()
 
     @staticmethod
@@ -128,9 +149,50 @@ class MachineTestCase(unittest.TestCase):
         """A property of the unit."""
         return self.machine.run(f"systemctl show --value --property={name} {UNIT}")
 
-    def call(self, method, *arguments):
+    @staticmethod
+    def call(method, *arguments):
         with Cell.new_client() as client:
             return getattr(client, method)(*arguments)
+
+    def expect_doctor(self, status, *expected):
+        """What the doctor finds, each with its mark, and the status that it ends with."""
+        self.assertEqual(self.machine.attempt(DOCTOR).returncode, status)
+        report = json.loads(self.machine.output(f"{DOCTOR} --json"))
+        found = {(finding["mark"], finding["what"]) for finding in report["findings"]}
+        self.assertLessEqual(set(expected), found)
+
+
+class FirstInstallTest(MachineTestCase):
+    """scripts/test-package runs this first, when the Debian has none of the dependencies yet."""
+
+    install = INSTALL
+
+    def test_one_command_leads_to_a_running_service(self):
+        self.assertEqual(self.machine.run(f"systemctl is-active {UNIT}"), "active")
+        self.assertEqual(self.machine.run(LIST), "The daemon knows no gripper.")
+        self.expect_doctor(NO_GRIPPER, ("ok", "service"), ("ok", f"port {PORTS[0]}"),
+                           ("ok", f"port {PORTS[1]}"), ("wrong", "masters"), ("wrong", "grippers"))
+
+    def test_the_simulator_can_be_installed_later(self):
+        self.machine.run(INSTALL_SIMULATOR)
+        self.assertTrue(self.machine.run("pellix-sim --help"))
+
+
+class WithoutSystemdTest(unittest.TestCase):
+    """In a tree that is not booted, as when a disk image is made."""
+
+    def test_the_packages_come_and_go(self):
+        script = (f"cd /packages; {INSTALL_BOTH}; systemctl is-enabled {UNIT}; "
+                  f"getent passwd tavrik; {PURGE} pellix-sim; "
+                  f"find /etc /lib /usr /var/lib -name '*tavrik*'")
+        result = subprocess.run(
+            container(os.environ["TAVRIK_DEBIAN"], os.environ["TAVRIK_PACKAGES"], "--pipe",
+                      "sh", "-ec", script.replace("apt ", "apt-get -qq ")),
+            stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+        self.assertEqual(result.returncode, 0, result.stdout)
+        self.assertRegex(result.stdout, r"(?m)^enabled$")
+        self.assertRegex(result.stdout, r"(?m)^tavrik:")
+        self.assertNotRegex(result.stdout, r"(?m)^/")
 
 
 class InstalledTest(MachineTestCase):
@@ -149,6 +211,9 @@ class InstalledTest(MachineTestCase):
         for command in LOOK:
             with self.subTest(command=command):
                 self.assertTrue(self.machine.run(command))
+
+    def test_the_files_are_those_of_the_packages(self):
+        self.assertEqual(self.machine.run("dpkg --verify tavrikdaemon pellix-sim"), "")
 
     def test_links_between_the_pages_lead_somewhere(self):
         pages = [page for package in ("tavrikdaemon", "pellix-sim")
@@ -197,11 +262,15 @@ class InstalledTest(MachineTestCase):
                 (("pellix-sim", "--gripper", "MZD"), {"MZD-S", "MZD-L"}),
                 (("pellix-sim", "--report-pdout", ""), {"on", "off"}),
                 (("pellix-sim", "--gripper", "HVA", "--", "udeva"), {"udevadm"}),
+                (("pellix-sim", "--replay", "/etc/hostn"), {"/etc/hostname"}),
                 (("tavrikctl", "--tim"), {"--timeout"}),
                 (("tavrikctl", "rel"), {"release"}),
                 (("tavrikctl", "--port", "44222", "grip", "--with"), {"--within"}),
                 (("tavrikctl", "set", "led-s"), {"led-speed"}),
                 (("tavrikctl", "call", "GetF"), {"GetForce", "GetFault"}),
+                (("tavrikctl", "d"), {"disable", "doctor"}),
+                (("tavrikctl", "doctor", "--b"), {"--bundle"}),
+                (("tavrikctl", "watch", "--c"), {"--csv"}),
                 (("tavrikctl", "holdfast", ""), {"on", "off"})):
             with self.subTest(words=words):
                 self.assertEqual(completions(self.machine, words), expected)
@@ -243,6 +312,33 @@ class MasterRuleTest(MachineTestCase):
                     self.assertNotIn(f" GROUP {self.group}\n", verdict)
 
 
+class PluggedInTest(MachineTestCase):
+    """Installation where masters are plugged in; no udevd is behind its socket."""
+
+    @classmethod
+    def prepare(cls):
+        super().prepare()
+        cls.machine.path("/run/udev").mkdir()
+        control = socket.socket(socket.AF_UNIX, socket.SOCK_SEQPACKET)
+        cls.addClassCleanup(control.close)
+        control.bind(str(cls.machine.path("/run/udev/control")))
+
+    def test_masters_are_judged_anew(self):
+        self.machine.write("/run/device", simulated_device(MASTER, ["ID_VENDOR_ID=0483"]))
+        path = "/usr/local/sbin/udevadm"  # found before the real one
+        self.machine.write(path, "#!/bin/sh\n[ $1 != trigger ] || "
+                           "exec /usr/bin/udevadm $@ --dry-run --verbose\n")
+        self.machine.path(path).chmod(0o755)
+        self.addCleanup(self.machine.path(path).unlink)
+        output = self.machine.run("umockdev-run --device=/run/device -- "
+                                  "sh /var/lib/dpkg/info/tavrikdaemon.postinst configure 2.2.4-1")
+        self.assertIn(f"/sys{USB_PATH}\n/sys{TTY_PATH}\n", output)
+
+    def test_a_udevd_that_is_away_is_no_reason_to_fail(self):
+        self.assertIn("\nPlug the masters in again.", self.machine.run(REINSTALL))
+        self.wait_until_serving()
+
+
 class RestrictionsTest(MachineTestCase):
     """The unit's device list and the drop-in for the network; no driver has a device for a node."""
 
@@ -281,6 +377,8 @@ class CellTest(MachineTestCase):
 
     def test_the_client_shows_and_completes_the_gripper(self):
         wait_until(lambda: GRIPPER in self.machine.output(LIST))
+        self.expect_doctor(A_GRIPPER_ANSWERS, ("ok", "service"), ("ok", f"port {PORTS[0]}"),
+                           ("ok", f"port {PORTS[1]}"), ("ok", GRIPPER))
         self.assertEqual(completions(self.machine, ("tavrikctl", "grip", "10")), {"100001"})
 
     def test_a_cell_can_be_tried_by_hand(self):
@@ -300,6 +398,8 @@ class CellTest(MachineTestCase):
         for line in ("TavrikDaemon stopped$", "GripperManager stopped$",
                      "^TavrikDaemon::shutdown$"):
             self.assertRegex(log, f"(?m){line}")
+        self.expect_doctor(NO_DAEMON, ("wrong", "service"), ("wrong", f"port {PORTS[0]}"),
+                           ("wrong", f"port {PORTS[1]}"))
         self.restart()
 
 
@@ -324,14 +424,63 @@ class SupervisionTest(MachineTestCase):
         self.machine.run(RESTART)
         self.wait_until_serving()
 
+    def test_an_upgrade_gets_over_one_that_hangs(self):
+        self.machine.write(TEST_SETTINGS, HANGING)
+        self.addCleanup(self.restart)
+        self.addCleanup(self.machine.write, TEST_SETTINGS, self.settings)
+        self.restart()
+        hanging = self.unit("MainPID")
+        self.machine.run(REINSTALL)
+        self.assertNotIn(self.unit("MainPID"), ("0", hanging))
+        self.wait_until_serving()
+        self.machine.run(STOP)  # within the time-out that still holds
+
+
+# What becomes of calls at the end of a daemon; ProtocolError is "408 Request Timeout".
+FAILURES = (ConnectionError, xmlrpc.client.ProtocolError)
+
+
+class Robot:
+    """Calls a gripper without pause; notes begin, end and answer of each call."""
+
+    def __init__(self):
+        self.calls = []
+        self.stopped = threading.Event()
+        self.thread = threading.Thread(target=self._run)
+        self.thread.start()
+
+    def _run(self):
+        client = Cell.new_client()
+        while not self.stopped.is_set():
+            begin = time.monotonic()
+            try:
+                answer = client.GetPos(GRIPPER)
+            except FAILURES as error:
+                answer = error
+                client("close")()
+                time.sleep(0.01)
+            self.calls.append((begin, time.monotonic(), answer))
+        client("close")()
+
+    def stop(self):
+        self.stopped.set()
+        self.thread.join()
+
 
 class LifeCycleTest(MachineTestCase):
+    settings = CELL
+
     # What changes by itself, and where dpkg and apt keep what they did; the latter is asked instead.
     OTHERS = {"/dev", "/packages", "/proc", "/run", "/sys", "/tmp", "/var/cache", "/var/lib/apt",
               "/var/lib/dpkg", "/var/log", "/var/tmp"}
     # Debian keeps the users of a package, because files of theirs may be left somewhere.
     USERS = {"/etc/group", "/etc/group-", "/etc/gshadow", "/etc/gshadow-", "/etc/passwd",
              "/etc/passwd-", "/etc/shadow", "/etc/shadow-"}
+
+    # The administrator's own files stay; his changes of the packages' files go.
+    OWN_FILE = "/etc/systemd/system/tavrikdaemon.service.d/own.conf"
+    OWN_FILES = {OWN_FILE, str(pathlib.Path(OWN_FILE).parent)}
+    OWN_TEXT = "[Service]\nIPAddressDeny=192.168.99.99\n"
 
     @classmethod
     def prepare(cls):
@@ -364,28 +513,47 @@ class LifeCycleTest(MachineTestCase):
         """One story: each chapter begins where the one before has ended."""
         self.upgrade()
         self.remove()
+        self.come_back()
         self.purge()
 
     def upgrade(self):
-        own_text = "[Service]\nIPAddressDeny=192.168.99.99\n"
-        self.machine.write(NETWORK, own_text)
-        before = self.unit("MainPID")
+        self.machine.write(NETWORK, self.OWN_TEXT)
+        self.machine.write(self.OWN_FILE, "[Service]\nNice=5\n")
+        wait_until(lambda: self.call("GetGrippers") == [GRIPPER])
+        robot = Robot()
+        self.addCleanup(robot.stop)
+        wait_until(lambda: robot.calls)
         show_version = "dpkg-query --show --showformat='${Version}' tavrikdaemon"
         version = self.machine.run(show_version)
         self.machine.run(f"apt install {self.package_after(version)}")
         self.assertEqual(self.machine.run(show_version), f"{version}+next")
-        self.assertEqual(self.machine.path(NETWORK).read_text(), own_text)
-        self.assertNotEqual(self.unit("MainPID"), before)
-        self.wait_until_serving()
+        self.assertEqual(self.machine.path(NETWORK).read_text(), self.OWN_TEXT)
+        self.assertEqual(self.unit("RestartUSec"), "6s")
+        wait_until(lambda: robot.calls[-1][-1] == 10.0)
+        robot.stop()
+        self.expect_one_restart(robot.calls)
+
+    def expect_one_restart(self, calls):
+        """One gap in the answers, of calls that fail at once, or soon."""
+        log = self.machine.run(f"journalctl --output=cat --unit={UNIT}")
+        self.assertEqual(log.count(" TavrikDaemon started\n"), 2)
+        failed = [number for number, (_, _, answer) in enumerate(calls) if answer != 10.0]
+        self.assertTrue(failed)
+        gap = calls[failed[0]:failed[-1] + 1]
+        for _, _, answer in gap:
+            self.assertTrue(isinstance(answer, FAILURES) or answer in (0.0, 10.0), answer)
+        self.assertLess(gap[-1][1] - gap[0][0], PATIENCE)
 
     def package_after(self, version):
-        """The path of a package with a higher version, and nothing else changed."""
+        """The path of a package with a higher version and another unit."""
         path = "/var/tmp/tavrikdaemon.deb"
         [package] = pathlib.Path(os.environ["TAVRIK_PACKAGES"]).glob("tavrikdaemon_*.deb")
         with tempfile.TemporaryDirectory() as folder:
             subprocess.run(["dpkg-deb", "--raw-extract", package, folder], check=True)
             control = pathlib.Path(folder, "DEBIAN", "control")
             control.write_text(control.read_text().replace(version, f"{version}+next"))
+            unit = pathlib.Path(folder, "lib", "systemd", "system", UNIT)
+            unit.write_text(unit.read_text().replace("RestartSec=5\n", "RestartSec=6\n"))
             subprocess.run(["dpkg-deb", "--build", folder, self.machine.path(path)], check=True,
                            stdout=subprocess.DEVNULL)
         return path
@@ -398,13 +566,19 @@ class LifeCycleTest(MachineTestCase):
         self.assertTrue(self.machine.path(NETWORK).exists())
         self.assertEqual(self.machine.run("systemctl is-system-running"), "running")
 
+    def come_back(self):
+        self.machine.run(INSTALL)
+        self.wait_until_serving()
+        self.assertEqual(self.machine.path(NETWORK).read_text(), self.OWN_TEXT)
+        self.assertEqual(self.machine.run(f"systemctl is-enabled {UNIT}"), "enabled")
+
     def purge(self):
         self.machine.run(f"{PURGE} pellix-sim")
         left = self.machine.run("ls /var/lib/dpkg/info && dpkg-query --show")
         self.assertNotRegex(left, "tavrik|pellix")
         now = self.contents()
         self.assertEqual({path for path in {*self.bare, *now}
-                          if self.bare.get(path) != now.get(path)}, self.USERS)
+                          if self.bare.get(path) != now.get(path)}, self.USERS | self.OWN_FILES)
 
 
 if __name__ == "__main__":

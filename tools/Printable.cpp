@@ -1,30 +1,86 @@
 #include "tools/Printable.h"
 
-#include <algorithm>
+#include <clocale>
+#include <cwchar>
+#include <string_view>
+#include <vector>
 
 namespace tavrikctl {
 
+namespace {
+
+/// Makes the C library read UTF-8 in this thread, whatever the user's language is.
+class Utf8 {
+public:
+    Utf8() : previous(uselocale(Locale())) {}
+    ~Utf8() { uselocale(previous); }
+    Utf8(const Utf8&) = delete;
+    Utf8& operator=(const Utf8&) = delete;
+
+private:
+    static locale_t Locale() {
+        static const locale_t locale = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
+        return locale;
+    }
+
+    locale_t previous;
+};
+
+struct Character {
+    std::string_view bytes;
+    std::size_t width;  // in columns; 0 if it is not printable
+};
+
+Character First(std::string_view text) {
+    std::mbstate_t state{};
+    wchar_t letter = 0;
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): its state is here
+    const std::size_t size = std::mbrtowc(&letter, text.data(), text.size(), &state);
+    if (size == 0 || size > text.size()) {  // a zero byte, or no UTF-8
+        return {text.substr(0, 1), 0};
+    }
+    const int width = wcwidth(letter);
+    return {text.substr(0, size), width < 0 ? 0U : static_cast<std::size_t>(width)};
+}
+
+std::vector<Character> Characters(std::string_view text) {
+    const Utf8 encoding;
+    std::vector<Character> characters;
+    while (!text.empty()) {
+        characters.push_back(First(text));
+        text.remove_prefix(characters.back().bytes.size());
+    }
+    return characters;
+}
+
+}  // namespace
+
 std::string Printable(const std::string& text) {
-    constexpr unsigned char kDelete = 0x7f;
-    constexpr unsigned char kLeadOfC1 = 0xc2;  // U+0080 to U+009F are c2 80 to c2 9f
-    constexpr unsigned char kLastOfC1 = 0x9f;
     std::string printable;
-    for (std::size_t place = 0; place < text.size(); ++place) {
-        const auto byte = static_cast<unsigned char>(text[place]);
-        const bool hasNext = place + 1 < text.size();
-        const bool isControl = byte < ' ' || byte == kDelete;
-        const bool isC1 = byte == kLeadOfC1 && hasNext &&
-                          static_cast<unsigned char>(text[place + 1]) <= kLastOfC1;
-        printable += isControl || isC1 ? '?' : text[place];
-        place += isC1 ? 1 : 0;
+    for (const auto& [bytes, width] : Characters(text)) {
+        printable += width == 0 ? "?" : bytes;
     }
     return printable;
 }
 
 std::size_t Width(const std::string& text) {
-    return static_cast<std::size_t>(std::count_if(text.begin(), text.end(), [](char letter) {
-        return (static_cast<unsigned char>(letter) & 0xc0U) != 0x80U;
-    }));
+    std::size_t sum = 0;
+    for (const Character& character : Characters(text)) {
+        sum += character.width;
+    }
+    return sum;
+}
+
+std::string Cut(const std::string& text, std::size_t width) {
+    std::string beginning;
+    for (const Character& character : Characters(text)) {
+        if (character.width > width) {
+            break;
+        }
+        width -= character.width;
+        beginning += character.bytes;
+    }
+    return beginning;
 }
 
 }  // namespace tavrikctl

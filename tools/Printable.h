@@ -4,11 +4,14 @@
 
 namespace tavrikctl {
 
-/// `text`, UTF-8, with a question mark for each control character: a device string must not steer
-/// the terminal.
+/// `text`, UTF-8, with a question mark for each character that takes no place of its own, such as
+/// control characters, and for what is no UTF-8: a device string must not steer the terminal.
 std::string Printable(const std::string& text);
 
-/// How many characters of UTF-8 `text` has.
+/// How many columns of a terminal printable `text` takes.
 std::size_t Width(const std::string& text);
+
+/// The beginning of printable `text` that fits into `width` columns.
+std::string Cut(const std::string& text, std::size_t width);
 
 }  // namespace tavrikctl

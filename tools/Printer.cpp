@@ -74,7 +74,7 @@ void Printer::Table(const std::vector<Column>& columns, const std::vector<Row>& 
 void Printer::Json(const nlohmann::ordered_json& json) {
     constexpr int kIndent = 2;
     using Handler = nlohmann::ordered_json::error_handler_t;
-    out << json.dump(kIndent, ' ', false, Handler::replace) << '\n';
+    out << json.dump(kIndent, ' ', true, Handler::replace) << '\n';
     Flush();
 }
 

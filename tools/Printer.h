@@ -32,7 +32,7 @@ public:
     /// A line of titles, then the rows, every column as wide as its widest cell.
     void Table(const std::vector<Column>& columns, const std::vector<std::vector<Cell>>& rows);
 
-    /// One JSON text, indented.
+    /// One JSON text, indented; all of it ASCII, so that no string can steer the terminal.
     void Json(const nlohmann::ordered_json& json);
 
 private:

@@ -73,6 +73,9 @@ std::vector<Cell> WatchView::Render(std::size_t width, std::size_t height) const
     lines.push_back({""});
     lines.push_back({"q leaves"});
     lines.resize(std::min(lines.size(), height));
+    for (Cell& line : lines) {
+        line.text = Cut(line.text, width);
+    }
     return lines;
 }
 

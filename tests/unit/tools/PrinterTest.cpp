@@ -30,10 +30,10 @@ TEST(PrinterTest, ColoursDoNotMoveColumns) {
               "longer  -12  \x1b[31mhot\x1b[0m\n");
 }
 
-TEST(PrinterTest, JsonIsIndentedAndAlwaysValid) {
+TEST(PrinterTest, JsonIsIndentedAlwaysValidAndAscii) {
     std::ostringstream out;
-    Printer(out, true).Json({{"name", "a\x80"}});
-    EXPECT_EQ(out.str(), "{\n  \"name\": \"a\xef\xbf\xbd\"\n}\n");
+    Printer(out, true).Json({{"name", "a\x80\x7f"}});
+    EXPECT_EQ(out.str(), "{\n  \"name\": \"a\\ufffd\\u007f\"\n}\n");
 }
 
 }  // namespace

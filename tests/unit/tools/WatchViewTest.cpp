@@ -45,20 +45,20 @@ TEST_F(WatchViewTest, TheScreenHasValuesBarAndPlot) {
     view.Add(At(seconds(30), Excerpt(0)));
     view.Add(At(seconds(45), Excerpt(1000)));
     view.Add(At(seconds(60), Excerpt(500)));
-    EXPECT_EQ(Lines(40, 15), (std::vector<std::string>{
-                                 "HVA SN:1                 localhost:44221",
+    EXPECT_EQ(Lines(45, 15), (std::vector<std::string>{
+                                 "HVA SN:1                      localhost:44221",
                                  "",
                                  "position     5.00   state   6     - calls/s",
                                  "flags     none",
                                  "values    fresh",
                                  "",
-                                 "0.00 [##############             ] 10.00",
+                                 "0.00 [################                ] 10.00",
                                  "",
-                                 "  10.00 |              *                ",
-                                 "        |                              *",
-                                 "        |                               ",
-                                 "   0.00 |                               ",
-                                 "         -30 s                       now",
+                                 "  10.00 |                 *                  ",
+                                 "        |                                   *",
+                                 "        |                                    ",
+                                 "   0.00 |                                    ",
+                                 "         -30 s                            now",
                                  "",
                                  "q leaves",
                              }));
@@ -76,16 +76,18 @@ TEST_F(WatchViewTest, ThePlotTakesTheHeightThatThereIs) {
     EXPECT_TRUE(Lines(80, 0).empty());
 }
 
-TEST_F(WatchViewTest, NoLineIsWiderThanTheScreenAsLongAsThereIsRoomForTheTexts) {
+TEST_F(WatchViewTest, NoLineIsWiderThanTheScreen) {
     view.Add(At(seconds(0), Excerpt(-32768)));
-    for (const std::size_t width : {50U, 51U, 80U, 200U}) {
+    for (const std::size_t width : {0U, 1U, 10U, 20U, 50U, 51U, 80U, 200U}) {
         for (const std::string& line : Lines(width, 24)) {
             EXPECT_LE(line.size(), width) << line;
         }
     }
-    for (const std::size_t width : {0U, 1U, 10U, 20U}) {
-        EXPECT_FALSE(Lines(width, 24).empty());
-    }
+}
+
+TEST_F(WatchViewTest, ALongNameTakesThePlaceOfTheServer) {
+    const WatchView longNamed(std::string(40, 'n'), "localhost:44221");
+    EXPECT_EQ(longNamed.Render(30, 24)[0].text, std::string(30, 'n'));
 }
 
 TEST_F(WatchViewTest, TheScaleHoldsAllPositionsSeenAlsoThoseOfLongAgo) {
@@ -130,12 +132,12 @@ TEST_F(WatchViewTest, WithoutProcessDataTheReasonIsTold) {
     observation.time = Observation::Clock::time_point(seconds(1));
     observation.trouble = "unplugged";
     view.Add(observation);
-    EXPECT_EQ(Lines(40, 14)[2], "position        -   state   -     0 calls/s");
-    EXPECT_EQ(Lines(40, 14)[3], "flags     -");
-    EXPECT_EQ(Lines(40, 14)[4], "values    unplugged");
-    EXPECT_EQ(Lines(40, 14)[6], "0.00 [                           ] 10.00");
+    EXPECT_EQ(Lines(45, 14)[2], "position        -   state   -     0 calls/s");
+    EXPECT_EQ(Lines(45, 14)[3], "flags     -");
+    EXPECT_EQ(Lines(45, 14)[4], "values    unplugged");
+    EXPECT_EQ(Lines(45, 14)[6], "0.00 [                                ] 10.00");
     view.Add(At(seconds(2), 0));
-    EXPECT_EQ(Lines(40, 14)[4], "values    all zero: perhaps no process data");
+    EXPECT_EQ(Lines(45, 14)[4], "values    all zero: perhaps no process data");
 }
 
 }  // namespace

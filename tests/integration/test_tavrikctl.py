@@ -22,30 +22,23 @@ from methods import METHODS
 class ListTest(CtlTestCase):
     def test_every_gripper_has_a_row_and_columns_are_aligned(self):
         self.assertEqual(self.ctl("list"),
-                         "GRIPPER          MODEL       STATE  POSITION  FLAGS\n"
-                         "HVA SN:100001    HVA or MZD      1     10.00  none\n"
-                         "MZD-S SN:100002  HVA or MZD      1     10.00  none\n"
-                         "TLM SN:100003    TLM?            0     10.00  none\n")
+                         "GRIPPER          MODEL        STATE  POSITION  FLAGS\n"
+                         "HVA SN:100001    HVA by name      1     10.00  none\n"
+                         "MZD-S SN:100002  MZD by name      1     10.00  none\n"
+                         "TLM SN:100003    TLM by name      0     10.00  none\n")
 
     def test_an_led_that_is_set_tells_an_mzd(self):
         self.call("SetLEDSpeed", MZD, 0, 40)
-        self.assertEqual([row["model"] for row in self.json("list")],
-                         ["HVA or MZD", "MZD", "TLM?"])
+        self.assertEqual([(row["model"], row["modelFrom"]) for row in self.json("list")],
+                         [("HVA", "name"), ("MZD", "answers"), ("TLM", "name")])
         self.call("SetLEDSpeed", MZD, 0, 0)
-
-    def test_a_reference_direction_tells_a_gripper_whose_force_is_zero(self):
-        self.call("SetForce", HVA, 0, 0)
-        self.assertEqual(self.json("list")[0]["model"], "TLM?")
-        self.call("SetReferenceDirection", HVA, True)
-        self.assertEqual(self.json("list")[0]["model"], "HVA or MZD")
-        self.call("SetReferenceDirection", HVA, False)
-        self.call("SetForce", HVA, 0, 50)
 
     def test_json_has_the_same_for_programs(self):
         self.assertEqual(self.json("list")[0],
-                         {"gripper": HVA, "model": "HVA or MZD", "state": 1, "position": 10.0,
-                          "fault": False, "temperatureFault": False, "temperatureWarning": False,
-                          "maintenance": False, "certain": True, "answers": True})
+                         {"gripper": HVA, "model": "HVA", "modelFrom": "name", "state": 1,
+                          "position": 10.0, "fault": False, "temperatureFault": False,
+                          "temperatureWarning": False, "maintenance": False,
+                          "certain": True, "answers": True})
 
     def test_flags_are_in_words(self):
         for flag, word, name in (("fault", "fault", "fault"),
@@ -62,7 +55,6 @@ class ListTest(CtlTestCase):
     def test_passive_sends_nothing_to_the_grippers(self):
         self.assertEqual(self.requests_during(0, "list", "--passive"), [])
         self.assertNotEqual(self.requests_during(0, "list"), [])
-        self.assertEqual(self.json("list", "--passive")[0]["model"], "?")
 
     def test_nothing_of_the_gripper_is_changed(self):
         before = [self.cell.show(number) for number in range(3)]
@@ -77,10 +69,10 @@ class ListTest(CtlTestCase):
     def test_the_values_of_a_silent_master_are_marked_as_old(self):
         with self.condition("silent 0 on", "silent 0 off"):
             row = self.ctl("list").splitlines()[1]
-            self.assertIn("its master does not answer: old values", row)
+            self.assertIn("old values: master silent", row)
             self.assertIn("10.00", row)
             row = self.json("list")[0]
-            self.assertEqual((row["answers"], row["model"], row["position"]), (False, "?", 10.0))
+            self.assertEqual((row["answers"], row["position"]), (False, 10.0))
         wait_until(lambda: self.json("list")[0]["answers"])
 
     def test_without_process_data_no_model_is_asked_for(self):
@@ -89,8 +81,7 @@ class ListTest(CtlTestCase):
         self.cell.log.wait_for("STARTUP$", since=mark)
         wait_until(lambda: not self.call("GetPDINExcerpt", HVA))
         self.assertNotIn("DEVINFO?", self.requests_during(0, "list")[1:])
-        row = self.json("list")[0]
-        self.assertEqual((row["certain"], row["model"]), (False, "?"))
+        self.assertFalse(self.json("list")[0]["certain"])
         self.assertIn("zero, or no process data", self.ctl("list"))
         self.expect_failure(NO_PROCESS_DATA, "status 21: nothing was sent", "grip", HVA)
         self.cell.command("mode 0 4")
@@ -100,20 +91,46 @@ class ListTest(CtlTestCase):
 
 class OddGrippersTest(CtlTestCase):
     options = ("--gripper", r"HVA,product=A\tB\x1b[31m\xc3\xa4,serial=1",
-               "--gripper", "TLM,serial=7", "--gripper", "TLM,serial=7")
+               "--gripper", "TLM,serial=7", "--gripper", "TLM,serial=7",
+               "--gripper", r"HVA,product=TLM\xe4\xb8\xad,serial=8")
+    HVA = "A\tB?[31m\u00e4 SN:1"
 
     def test_names_cannot_steer_the_terminal(self):
         rows = self.ctl("list").splitlines()
         self.assertTrue(rows[1].startswith("A?B?[31m\u00e4 SN:1  HVA or MZD"))
         self.assertEqual(rows[0].index("MODEL"), rows[1].index("HVA or MZD"))
-        self.assertEqual(self.json("list")[0]["gripper"], "A\tB?[31m\u00e4 SN:1")
+        self.assertEqual(self.json("list")[0]["gripper"], self.HVA)
         self.assertIn("A?B?[31m\u00e4 SN:1: done", self.ctl("store", "A\tB"))
 
     def test_a_gripper_behind_another_of_its_name_is_marked(self):
         rows = self.ctl("list").splitlines()
         self.assertNotIn("same name", rows[2])
-        self.assertTrue(rows[3].endswith("same name as another: calls reach the first"))
-        self.assertEqual(self.ctl("store", "tlm"), "TLM SN:7: done\n")
+        self.assertTrue(rows[3].endswith("same name: calls reach the first"))
+        self.assertEqual(self.ctl("store", "sn:7"), "TLM SN:7: done\n")
+
+    def test_characters_of_two_columns_do_not_move_the_next_column(self):
+        rows = self.ctl("list").splitlines()
+        self.assertTrue(rows[4].startswith("TLM\u4e2d SN:8"))
+        self.assertEqual(rows[0].index("MODEL"), rows[4].index("HVA or MZD") + 1)
+
+    def model(self, *arguments):
+        row = self.json("list", *arguments)[0]
+        return row["model"], row["modelFrom"]
+
+    def test_answers_tell_the_model_where_the_name_does_not(self):
+        self.assertEqual(self.model(), ("HVA or MZD", "answers"))
+        self.call("SetForce", self.HVA, 0, 0)
+        self.assertEqual(self.model(), ("TLM?", "answers"))
+        self.call("SetReferenceDirection", self.HVA, True)
+        self.assertEqual(self.model(), ("HVA or MZD", "answers"))
+        self.call("SetReferenceDirection", self.HVA, False)
+        self.call("SetForce", self.HVA, 0, 50)
+        self.assertEqual(self.model("--passive"), ("?", "nothing"))
+
+    def test_a_name_that_answers_deny_is_not_believed(self):
+        row = self.json("list")[3]
+        self.assertEqual((row["model"], row["modelFrom"]), ("HVA or MZD", "answers"))
+        self.assertEqual(self.json("list", "--passive")[3]["model"], "TLM")
 
 
 class MotionTest(CtlTestCase):

@@ -7,13 +7,9 @@
 
 namespace tavrikctl {
 
-namespace {
-constexpr const char* kUnknownModel = "?";
-}
-
 ListCommand::ListCommand(CLI::App& program)
     : Command(program, "list", "Show all grippers, a row each") {
-    app.add_flag("--passive", passive, "send nothing to the grippers: their models stay unknown");
+    app.add_flag("--passive", passive, "send nothing to grippers, and so notice no silent one");
     AddJson(json);
 }
 
@@ -21,9 +17,16 @@ ExitStatus ListCommand::Run(Daemon& daemon, Printer& printer) {
     std::vector<Entry> entries;
     std::set<std::string> seen;
     for (const std::string& device : daemon.Grippers()) {
-        entries.push_back(Look(Gripper(daemon, device)));
+        try {
+            entries.push_back(Look(Gripper(daemon, device)));
+        } catch (const Failure& failure) {
+            if (failure.Status() != ExitStatus::NoGripper) {
+                throw;
+            }
+            continue;  // it has just been unplugged
+        }
         if (!seen.insert(device).second) {
-            entries.back().note = "same name as another: calls reach the first";
+            entries.back().note = "same name: calls reach the first";
         }
     }
     json ? PrintJson(entries, printer) : PrintTable(entries, printer);
@@ -31,17 +34,19 @@ ExitStatus ListCommand::Run(Daemon& daemon, Printer& printer) {
 }
 
 ListCommand::Entry ListCommand::Look(const Gripper& gripper) const {
-    Entry entry{gripper.DeviceString(), gripper.ReadProcessData(), kUnknownModel, "", true};
+    Entry entry{gripper.DeviceString(), gripper.ReadProcessData(), {}, "", true};
+    std::string model = kModelNotAsked;
     if (!passive) {
         entry.answers = gripper.MasterAnswers();
     }
     if (!entry.answers) {
-        entry.note = "its master does not answer: old values";
+        entry.note = "old values: master silent";
     } else if (!entry.data.certain) {
         entry.note = "zero, or no process data";
     } else if (!passive) {
-        entry.model = gripper.Model();
+        model = gripper.Model();
     }
+    entry.model = NarrowModel(model, entry.gripper);
     return entry;
 }
 
@@ -54,7 +59,7 @@ void ListCommand::PrintTable(const std::vector<Entry>& entries, Printer& printer
     for (const Entry& entry : entries) {
         const std::string flags = entry.data.FlagText();
         rows.push_back({{Printable(entry.gripper)},
-                        {entry.model},
+                        {entry.model.Text()},
                         {std::to_string(entry.data.state)},
                         {HundredthsText(entry.data.position)},
                         {flags.empty() ? "none" : flags, !flags.empty()},
@@ -72,7 +77,9 @@ void ListCommand::PrintTable(const std::vector<Entry>& entries, Printer& printer
 void ListCommand::PrintJson(const std::vector<Entry>& entries, Printer& printer) {
     auto list = nlohmann::ordered_json::array();
     for (const Entry& entry : entries) {
-        nlohmann::ordered_json object{{"gripper", entry.gripper}, {"model", entry.model}};
+        nlohmann::ordered_json object{{"gripper", entry.gripper},
+                                      {"model", entry.model.name},
+                                      {"modelFrom", entry.model.from}};
         entry.data.AddTo(object);
         object["answers"] = entry.answers;
         list.push_back(object);

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "tools/Gripper.h"
+#include "tools/Model.h"
 #include "tools/commands/Command.h"
 
 namespace tavrikctl {
@@ -19,7 +20,7 @@ private:
     struct Entry {
         std::string gripper;  // device string
         ProcessData data;
-        std::string model;
+        Model model;
         std::string note;
         bool answers;  // true also if not asked
     };

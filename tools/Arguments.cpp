@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <cmath>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <string_view>
@@ -30,6 +31,14 @@ Number ParseNumber(const std::string& text, const std::string& what) {
     return number;
 }
 
+xmlrpc_c::value ParseText(const std::string& text) {
+    try {
+        return xmlrpc_c::value_string(text);
+    } catch (const std::exception&) {
+        throw NotA("UTF-8", text);
+    }
+}
+
 xmlrpc_c::value ParseJson(const std::string& text) {
     const auto json = nlohmann::ordered_json::parse(text, nullptr, false);
     if (!json.is_array()) {
@@ -50,7 +59,11 @@ int ParseInteger(const std::string& text) {
 }
 
 double ParseReal(const std::string& text) {
-    return ParseNumber<double>(text, "number");
+    const auto number = ParseNumber<double>(text, "number");
+    if (!std::isfinite(number)) {  // XML-RPC has none of these
+        throw NotA("number", text);
+    }
+    return number;
 }
 
 bool ParseBoolean(const std::string& text) {
@@ -74,7 +87,7 @@ xmlrpc_c::value ParseArgument(char letter, const std::string& text) {
         case 'a':
             return ParseJson(text);
         default:
-            return xmlrpc_c::value_string(text);
+            return ParseText(text);
     }
 }
 

@@ -3,11 +3,12 @@
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
 #include <algorithm>
-#include <cmath>
 #include <iostream>
 
 #include "daemon/Version.h"
 #include "tools/Failure.h"
+#include "tools/Printable.h"
+#include "tools/TimeOption.h"
 #include "tools/commands/CallCommand.h"
 #include "tools/commands/DoctorCommand.h"
 #include "tools/commands/GetCommand.h"
@@ -37,13 +38,21 @@ constexpr const char* kExitStatuses =
 
 void PrintError(std::string text) {
     std::replace(text.begin(), text.end(), '\n', ' ');
-    std::cerr << "tavrikctl: " << text << '\n';
+    std::cerr << "tavrikctl: " << Printable(text) << '\n';
+}
+
+/// What a URL would not take for one.
+std::string NameOfHost(const std::string& text) {
+    const bool isHost = !text.empty() && text.find_first_of("/?#@\\ ") == std::string::npos;
+    return isHost ? "" : "'" + text + "' is no name of a host";
 }
 
 }  // namespace
 
 CommandLine::CommandLine() : app("Operates grippers through a running TavrikDaemon.", "tavrikctl") {
+    constexpr std::size_t kOptionWidth = 24;  // leaves 56 columns of 80 for what they do
     app.require_subcommand(0, 1);
+    app.get_formatter()->column_width(kOptionWidth);
     app.fallthrough();
     app.set_version_flag("--version", "tavrikctl " TAVRIK_VERSION);
     AddOptions();
@@ -53,22 +62,14 @@ CommandLine::CommandLine() : app("Operates grippers through a running TavrikDaem
 
 void CommandLine::AddOptions() {
     constexpr unsigned kLargestPort = 65535;
-    constexpr double kShortest = 0.001;  // s
-    constexpr double kLongest = 3600;    // s
     app.add_option("--host", endpoint.host, "where the daemon runs (127.0.0.1 if not given)")
+        ->check(NameOfHost)
         ->option_text("HOST");
     app.add_option("--port", endpoint.port, "44221 (if not given) or 44222")
         ->check(CLI::Range(1U, kLargestPort))
         ->option_text("PORT");
-    app.add_option_function<double>(
-           "--timeout",
-           [this](double seconds) {
-               endpoint.timeout =
-                   std::chrono::milliseconds(std::llround(seconds * std::milli::den));
-           },
-           "seconds that one call may take (10 if not given)")
-        ->check(CLI::Range(kShortest, kLongest))
-        ->option_text("SECONDS");
+    AddTimeOption(app, "--timeout", endpoint.timeout,
+                  "seconds that one call may take (10 if not given)");
 }
 
 void CommandLine::AddCommands() {
@@ -96,10 +97,7 @@ void CommandLine::Add(const Arguments&... arguments) {
 
 ExitStatus CommandLine::Run(int argc, const char* const* argv) {
     try {
-        app.parse(argc, argv);
-        return RunCommand();
-    } catch (const CLI::Success& help) {
-        return static_cast<ExitStatus>(app.exit(help));
+        return ReadAndRun(argc, argv);
     } catch (const CLI::ParseError& error) {
         PrintError(std::string(error.what()) + "; see tavrikctl --help");
         return ExitStatus::Usage;
@@ -112,14 +110,21 @@ ExitStatus CommandLine::Run(int argc, const char* const* argv) {
     }
 }
 
-ExitStatus CommandLine::RunCommand() {
-    Daemon daemon(endpoint);
+ExitStatus CommandLine::ReadAndRun(int argc, const char* const* argv) {
     Printer printer(std::cout, WantsColours());
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::Success& help) {
+        app.exit(help);
+        printer.Flush();
+        return ExitStatus::Done;
+    }
     const auto command = std::find_if(commands.begin(), commands.end(),
                                       [](const auto& each) { return each->IsChosen(); });
     if (command == commands.end()) {
         throw Failure(ExitStatus::Usage, "a command is missing; see tavrikctl --help");
     }
+    Daemon daemon(endpoint);
     return (*command)->Run(daemon, printer);
 }
 

@@ -25,7 +25,7 @@ private:
     void AddCommands();
     template <typename Kind, typename... Arguments>
     void Add(const Arguments&... arguments);
-    ExitStatus RunCommand();
+    ExitStatus ReadAndRun(int argc, const char* const* argv);
 
     CLI::App app;
     Endpoint endpoint;

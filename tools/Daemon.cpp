@@ -9,9 +9,7 @@
 namespace tavrikctl {
 
 Daemon::Daemon(const Endpoint& endpoint, std::stop_token stop)
-    : server(endpoint),
-      http("http://" + endpoint.host + ":" + std::to_string(endpoint.port) + "/RPC2",
-           endpoint.timeout, std::move(stop)) {}
+    : server(endpoint), http(endpoint, "/RPC2", std::move(stop)) {}
 
 xmlrpc_c::value Daemon::Call(const std::string& method, const xmlrpc_c::paramList& parameters) {
     std::string xml;

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <chrono>
 #include <cstdint>
 #include <exception>
 #include <stop_token>
@@ -8,16 +7,11 @@
 #include <vector>
 #include <xmlrpc-c/base.hpp>
 
+#include "tools/Endpoint.h"
 #include "tools/Failure.h"
 #include "tools/HttpClient.h"
 
 namespace tavrikctl {
-
-struct Endpoint {
-    std::string host = "127.0.0.1";
-    unsigned port = 44221;
-    std::chrono::milliseconds timeout = std::chrono::seconds(10);  ///< of one call
-};
 
 /// A running TavrikDaemon, as its clients see it. One thread at a time; connects with the first
 /// call.

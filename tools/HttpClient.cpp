@@ -4,9 +4,8 @@
 
 #include <sstream>
 #include <stdexcept>
+#include <system_error>
 #include <utility>
-
-#include "tools/Failure.h"
 
 namespace tavrikctl {
 
@@ -33,6 +32,10 @@ int IsStopped(const void* token, curl_off_t /*total*/, curl_off_t /*received*/,
     return static_cast<const std::stop_token*>(token)->stop_requested() ? 1 : 0;
 }
 
+Failure NotADaemon(const Endpoint& endpoint, const std::string& reason) {
+    return {ExitStatus::BadAnswer, endpoint.Address() + " is no TavrikDaemon: " + reason};
+}
+
 std::string SecondsText(std::chrono::milliseconds time) {
     std::ostringstream text;
     text << std::chrono::duration<double>(time).count() << " s";
@@ -49,21 +52,20 @@ void HttpClient::Deleter::operator()(curl_slist* list) const {
     curl_slist_free_all(list);
 }
 
-HttpClient::HttpClient(const std::string& url, std::chrono::milliseconds timeout,
-                       std::stop_token stop)
-    : address(url),
+HttpClient::HttpClient(const Endpoint& endpoint, const std::string& path, std::stop_token stop)
+    : server(endpoint),
       stopToken(std::move(stop)),
-      timeLimit(timeout),
       headers(curl_slist_append(nullptr, "Content-Type: text/xml")),
       handle(curl_easy_init()) {
     if (handle == nullptr || headers == nullptr) {
         throw std::runtime_error("libcurl cannot be used");
     }
+    const std::string url = "http://" + server.Address() + path;
     curl_easy_setopt(handle.get(), CURLOPT_URL, url.c_str());
     curl_easy_setopt(handle.get(), CURLOPT_PROTOCOLS_STR, "http");
     curl_easy_setopt(handle.get(), CURLOPT_NOPROXY, "*");
     curl_easy_setopt(handle.get(), CURLOPT_NOSIGNAL, 1L);
-    curl_easy_setopt(handle.get(), CURLOPT_TIMEOUT_MS, static_cast<long>(timeout.count()));
+    curl_easy_setopt(handle.get(), CURLOPT_TIMEOUT_MS, static_cast<long>(server.timeout.count()));
     curl_easy_setopt(handle.get(), CURLOPT_HTTPHEADER, headers.get());
     curl_easy_setopt(handle.get(), CURLOPT_WRITEFUNCTION, Append);
     curl_easy_setopt(handle.get(), CURLOPT_NOPROGRESS, 0L);
@@ -77,24 +79,45 @@ std::string HttpClient::Post(const std::string& body) {
     curl_easy_setopt(handle.get(), CURLOPT_POSTFIELDS, body.c_str());
     curl_easy_setopt(handle.get(), CURLOPT_WRITEDATA, &answer);
     const CURLcode result = curl_easy_perform(handle.get());
-    if (result == CURLE_OPERATION_TIMEDOUT) {
-        throw Failure(ExitStatus::NoDaemon,
-                      address + " has not answered within " + SecondsText(timeLimit));
-    }
-    if (result == CURLE_WRITE_ERROR) {
-        throw Failure(ExitStatus::BadAnswer, address + " is no TavrikDaemon: too long an answer");
-    }
     if (result != CURLE_OK) {
-        throw Failure(ExitStatus::NoDaemon,
-                      address + " cannot be reached: " + curl_easy_strerror(result));
+        throw Trouble(result);
     }
     long status = 0;
     curl_easy_getinfo(handle.get(), CURLINFO_RESPONSE_CODE, &status);
     if (status != kHttpOk) {
-        throw Failure(ExitStatus::BadAnswer,
-                      address + " is no TavrikDaemon: HTTP status " + std::to_string(status));
+        throw NotADaemon(server, "HTTP status " + std::to_string(status));
     }
     return answer;
+}
+
+std::string HttpClient::Reason() const {
+    long error = 0;
+    curl_easy_getinfo(handle.get(), CURLINFO_OS_ERRNO, &error);
+    return error == 0 ? "" : ": " + std::generic_category().message(static_cast<int>(error));
+}
+
+Failure HttpClient::Trouble(int result) const {
+    const auto code = static_cast<CURLcode>(result);
+    switch (code) {
+        case CURLE_OPERATION_TIMEDOUT:
+            return {ExitStatus::NoDaemon,
+                    server.Address() + " has not answered within " + SecondsText(server.timeout)};
+        case CURLE_COULDNT_CONNECT:
+            return {ExitStatus::NoDaemon, server.Address() + " cannot be reached" + Reason()};
+        case CURLE_COULDNT_RESOLVE_HOST:
+        case CURLE_URL_MALFORMAT:
+            return {ExitStatus::NoDaemon,
+                    server.Address() + " cannot be reached: " + curl_easy_strerror(code)};
+        case CURLE_UNSUPPORTED_PROTOCOL:
+        case CURLE_WEIRD_SERVER_REPLY:
+            return NotADaemon(server, "the answer is no HTTP");
+        case CURLE_WRITE_ERROR:    // by Append()
+        case CURLE_OUT_OF_MEMORY:  // so libcurl calls a head that never ends
+            return NotADaemon(server, "too long an answer");
+        default:
+            return {ExitStatus::NoDaemon,
+                    server.Address() + " has not answered: " + curl_easy_strerror(code)};
+    }
 }
 
 }  // namespace tavrikctl

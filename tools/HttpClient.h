@@ -1,9 +1,11 @@
 #pragma once
 
-#include <chrono>
 #include <memory>
 #include <stop_token>
 #include <string>
+
+#include "tools/Endpoint.h"
+#include "tools/Failure.h"
 
 struct curl_slist;
 
@@ -13,9 +15,9 @@ namespace tavrikctl {
 /// is no choice: it rounds time-outs up to multiples of 3 s and takes the proxy of the environment.
 class HttpClient {
 public:
-    /// @param timeout for connecting, sending and the answer together
+    /// @param endpoint its time-out is for connecting, sending and the answer together
     /// @param stop ends a running call within about a second, with a Failure (NoDaemon)
-    HttpClient(const std::string& url, std::chrono::milliseconds timeout, std::stop_token stop);
+    HttpClient(const Endpoint& endpoint, const std::string& path, std::stop_token stop);
 
     /// @return the body of the answer
     /// @throws Failure (NoDaemon, BadAnswer)
@@ -30,9 +32,11 @@ private:
         void operator()(curl_slist* list) const;
     };
 
-    std::string address;
+    Failure Trouble(int result) const;
+    std::string Reason() const;  // why no connection could be made
+
+    const Endpoint server;
     std::stop_token stopToken;  // libcurl has its address
-    std::chrono::milliseconds timeLimit;
     std::unique_ptr<curl_slist, Deleter> headers;
     std::unique_ptr<void, Deleter> handle;  // libcurl's; uses the headers
 };

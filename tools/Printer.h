@@ -35,9 +35,10 @@ public:
     /// One JSON text, indented; all of it ASCII, so that no string can steer the terminal.
     void Json(const nlohmann::ordered_json& json);
 
-private:
+    /// For what was written past it.
     void Flush();
 
+private:
     std::ostream& out;
     bool colours;
 };

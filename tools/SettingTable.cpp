@@ -74,7 +74,7 @@ xmlrpc_c::value ParseSetting(const Setting& setting, const std::string& text) {
             return xmlrpc_c::value_boolean(ParseBoolean(text));
         case Kind::Limit: {
             const double limit = ParseReal(text);
-            if (!(limit >= kSmallestLimit && limit <= kLargestLimit)) {
+            if (limit < kSmallestLimit || limit > kLargestLimit) {
                 throw OutOfRange(setting, text, "-327.68 to 327.67");
             }
             return xmlrpc_c::value_double(LimitToSend(limit));

@@ -3,6 +3,8 @@
 import contextlib
 import http.server
 import json
+import re
+import socket
 import threading
 
 import ctl
@@ -81,15 +83,18 @@ class HttpServer(http.server.BaseHTTPRequestHandler):
     """Answers calls with what the server object says, and no more of them than it says."""
 
     def do_POST(self):
-        self.rfile.read(int(self.headers["Content-Length"]))
+        call = self.rfile.read(int(self.headers["Content-Length"]))
         if self.server.answers == 0:
             self.server.stopping.wait()
             return
         self.server.answers -= 1
+        body = self.server.body
+        if isinstance(body, dict):
+            body = xml_answer(body[re.search(rb"<methodName>(.*?)<", call)[1].decode()])
         self.send_response(self.server.status)
-        self.send_header("Content-Length", str(len(self.server.body)))
+        self.send_header("Content-Length", str(len(body)))
         self.end_headers()
-        self.wfile.write(self.server.body)
+        self.wfile.write(body)
 
     def log_message(self, *_):
         pass
@@ -97,11 +102,14 @@ class HttpServer(http.server.BaseHTTPRequestHandler):
 
 @contextlib.contextmanager
 def http_server(status, body, answers=-1):
-    """A server that gives this answer, always or so many times, and none afterwards."""
+    """A server that gives this answer, always or so many times, and none afterwards.
+
+    `body` may also be a dictionary: the value that each method answers.
+    """
     with http.server.ThreadingHTTPServer(("127.0.0.1", 0), HttpServer) as server:
         server.status, server.body, server.answers = status, body, answers
         server.stopping = threading.Event()
-        thread = threading.Thread(target=server.serve_forever)
+        thread = threading.Thread(target=server.serve_forever, args=(0.01,))
         thread.start()
         try:
             yield server.server_address[1]
@@ -109,6 +117,23 @@ def http_server(status, body, answers=-1):
             server.stopping.set()
             server.shutdown()
             thread.join()
+
+
+@contextlib.contextmanager
+def raw_server(answer):
+    """A server that sends these bytes to its only client and closes the connection."""
+    def serve():
+        connection, _ = server.accept()
+        with connection:
+            connection.recv(65536)
+            connection.sendall(answer)
+            connection.shutdown(socket.SHUT_WR)
+            connection.recv(1)  # until the client has gone: closed earlier, bytes may get lost
+    with socket.create_server(("127.0.0.1", 0)) as server:
+        thread = threading.Thread(target=serve)
+        thread.start()
+        yield server.getsockname()[1]
+        thread.join()
 
 
 def xml_answer(value):

@@ -3,8 +3,7 @@
 namespace tavrikctl {
 
 void Command::AddGripper(std::string& name) {
-    app.add_option("GRIPPER", name,
-                   "device string or any part of it that no other has; not needed for an only one")
+    app.add_option("GRIPPER", name, "part of its device string; not needed for an only one")
         ->option_text(" ");
 }
 

@@ -9,6 +9,19 @@ namespace tavrikctl {
 
 namespace {
 
+xmlrpc_c::value::type_t AnswerType(Setting::Kind kind) {
+    switch (kind) {
+        case Setting::Kind::Limit:
+            return xmlrpc_c::value::TYPE_DOUBLE;
+        case Setting::Kind::Flag:
+            return xmlrpc_c::value::TYPE_BOOLEAN;
+        case Setting::Kind::Checksum:
+            return xmlrpc_c::value::TYPE_I8;
+        default:
+            return xmlrpc_c::value::TYPE_INT;
+    }
+}
+
 std::string Text(const Setting& setting, const nlohmann::ordered_json& value) {
     return setting.kind == Setting::Kind::Limit ? HundredthsText(value.get<double>())
                                                 : value.dump();
@@ -29,7 +42,12 @@ ExitStatus GetCommand::Run(Daemon& daemon, Printer& printer) {
         throw Failure(ExitStatus::Usage, settingName + " cannot be read");
     }
     const Gripper gripper(daemon, daemon.FindGripper(gripperName));
-    const auto value = ToJson(gripper.ReadSetting(std::string(setting.getter), Numbers(setting)));
+    const std::string getter(setting.getter);
+    const auto answer = gripper.ReadSetting(getter, Numbers(setting));
+    if (answer.type() != AnswerType(setting.kind)) {
+        throw Failure(ExitStatus::BadAnswer, getter + ": the answer has an unexpected type");
+    }
+    const auto value = ToJson(answer);
     const bool certain = value != 0 && value != false;
     if (json) {
         nlohmann::ordered_json object{{"gripper", gripper.DeviceString()},

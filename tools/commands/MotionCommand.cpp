@@ -1,21 +1,16 @@
 #include "tools/commands/MotionCommand.h"
 
-#include <cmath>
 #include <nlohmann/json.hpp>
 
 #include "tools/Arguments.h"
 #include "tools/Failure.h"
 #include "tools/StatusText.h"
+#include "tools/TimeOption.h"
 
 namespace tavrikctl {
 
-namespace {
-constexpr double kUsualWait = 30;      // s
-constexpr double kLongestWait = 3600;  // s
-}  // namespace
-
 MotionCommand::MotionCommand(CLI::App& program, const Motion& aMotion)
-    : Command(program, aMotion.name, aMotion.description), motion(aMotion), seconds(kUsualWait) {
+    : Command(program, aMotion.name, aMotion.description), motion(aMotion) {
     if (motion.argument == Motion::Argument::OnOff) {
         app.add_option("SWITCH", onOff, "on or off")->required();
     }
@@ -31,10 +26,8 @@ MotionCommand::MotionCommand(CLI::App& program, const Motion& aMotion)
 
 void MotionCommand::AddWaiting() {
     auto* const flag = app.add_flag("--wait", wait, "return when the gripper has come to rest");
-    app.add_option("--within", seconds, "seconds that this may take (30 if not given)")
-        ->check(CLI::Range(0.0, kLongestWait))
-        ->needs(flag)
-        ->option_text("SECONDS");
+    AddTimeOption(app, "--within", limit, "seconds that this may take (30 if not given)")
+        ->needs(flag);
 }
 
 ExitStatus MotionCommand::Run(Daemon& daemon, Printer& printer) {
@@ -47,13 +40,12 @@ ExitStatus MotionCommand::Run(Daemon& daemon, Printer& printer) {
     std::string text = gripper.StatusText(status);
     nlohmann::ordered_json object{{"gripper", gripper.DeviceString()}, {"status", status}};
     if (wait) {
-        constexpr double kMillisecondsPerSecond = 1000;
-        const ProcessData data = gripper.AwaitRest(
-            std::chrono::milliseconds(std::llround(seconds * kMillisecondsPerSecond)));
+        const ProcessData data = gripper.AwaitRest(limit);
         data.AddTo(object);
         const std::string flags = data.FlagText();
         text += ", at rest at " + HundredthsText(data.position) + " in state " +
-                std::to_string(data.state) + (flags.empty() ? "" : ", " + flags);
+                std::to_string(data.state) + (flags.empty() ? "" : ", " + flags) +
+                (data.certain ? "" : ", or there are no process data");
     }
     json ? printer.Json(object) : printer.Line(text);
     return ExitStatus::Done;

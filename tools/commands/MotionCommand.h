@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <string>
 #include <xmlrpc-c/base.hpp>
 
@@ -36,7 +37,7 @@ private:
     std::string gripperName;
     int set = 0;
     bool wait = false;
-    double seconds;
+    std::chrono::milliseconds limit = std::chrono::seconds(30);  // of waiting
     bool json = false;
 };
 

@@ -20,7 +20,10 @@ TEST(ArgumentsTest, RealNumbersHaveAPointNotAComma) {
     EXPECT_EQ(ParseReal("-12.5"), -12.5);
     EXPECT_EQ(ParseReal("5"), 5.0);
     EXPECT_FAILURE(ParseReal("12,5"), Usage, "'12,5' is no number");
-    EXPECT_FAILURE(ParseReal(""), Usage, "'' is no number");
+    for (const char* const wrong : {"", "nan", "inf", "-inf", "1e999"}) {
+        EXPECT_FAILURE(ParseReal(wrong), Usage,
+                       ("'" + std::string(wrong) + "' is no number").c_str());
+    }
 }
 
 TEST(ArgumentsTest, ABooleanHasSeveralNames) {
@@ -40,6 +43,10 @@ TEST(ArgumentsTest, TheLetterOfAParameterDecidesItsType) {
     EXPECT_EQ(xmlrpc_c::value_string(ParseArgument('g', "7")).cvalue(), "7");
     EXPECT_EQ(xmlrpc_c::value_string(ParseArgument('s', "on")).cvalue(), "on");
     EXPECT_EQ(xmlrpc_c::value_array(ParseArgument('a', "[7, \"x\"]")).size(), 2U);
+}
+
+TEST(ArgumentsTest, TextIsUtf8) {
+    EXPECT_FAILURE(ParseArgument('g', "a\xff"), Usage, "'a?' is no UTF-8");
 }
 
 TEST(ArgumentsTest, AnArrayIsJson) {

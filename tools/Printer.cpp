@@ -84,10 +84,13 @@ void Printer::Flush() {
     }
 }
 
+bool IsOnTerminal() {
+    const std::string_view type = EnvironmentText("TERM");
+    return isatty(STDOUT_FILENO) == 1 && !type.empty() && type != "dumb";
+}
+
 bool WantsColours() {
-    const std::string_view terminal = EnvironmentText("TERM");
-    return isatty(STDOUT_FILENO) == 1 && EnvironmentText("NO_COLOR").empty() && !terminal.empty() &&
-           terminal != "dumb";
+    return IsOnTerminal() && EnvironmentText("NO_COLOR").empty();
 }
 
 }  // namespace tavrikctl

@@ -43,7 +43,10 @@ private:
     bool colours;
 };
 
-/// Whether standard output is a terminal that shows colours, and NO_COLOR does not forbid them.
+/// Whether standard output is a terminal that can do more than print.
+bool IsOnTerminal();
+
+/// Whether it may show colours: NO_COLOR forbids them.
 bool WantsColours();
 
 }  // namespace tavrikctl

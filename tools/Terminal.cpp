@@ -3,9 +3,12 @@
 // Its macros have names such as "erase" and "timeout".
 #define NCURSES_NOMACROS
 #include <curses.h>
+#include <poll.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <clocale>
+#include <csignal>
 #include <cstdio>
 
 #include "tools/Failure.h"
@@ -16,6 +19,12 @@ namespace {
 constexpr short kAlarm = 1;  // pair of colours
 constexpr int kEscape = 0x1b;
 constexpr int kControlC = 0x03;
+constexpr int kControlZ = 0x1a;
+
+bool HasHungUp() {
+    pollfd input{STDIN_FILENO, 0, 0};
+    return poll(&input, 1, 0) == 1;
+}
 }  // namespace
 
 void Terminal::Restorer::operator()(screen* terminal) const {
@@ -50,7 +59,7 @@ void Terminal::Show(const std::vector<Cell>& lines) const {
     erase();
     for (std::size_t row = 0; row < lines.size(); ++row) {
         const bool isRed = colours && lines[row].alarming;
-        attrset(isRed ? COLOR_PAIR(kAlarm) : A_NORMAL);
+        attrset(static_cast<int>(isRed ? COLOR_PAIR(kAlarm) : A_NORMAL));
         mvaddnstr(static_cast<int>(row), 0, lines[row].text.c_str(), -1);
     }
     refresh();
@@ -59,6 +68,12 @@ void Terminal::Show(const std::vector<Cell>& lines) const {
 bool Terminal::IsLeaving(std::chrono::milliseconds patience) {
     timeout(static_cast<int>(patience.count()));
     const int key = getch();
+    if (key == ERR) {
+        return HasHungUp();
+    }
+    if (key == kControlZ) {
+        std::raise(SIGTSTP);  // ncurses catches it: the terminal is the shell's meanwhile
+    }
     return key == 'q' || key == 'Q' || key == kEscape || key == kControlC;
 }
 

@@ -22,7 +22,7 @@ public:
 
     void Show(const std::vector<Cell>& lines) const;
 
-    /// Waits for a key until `patience` has passed.
+    /// Waits for a key until `patience` has passed. Ctrl-Z suspends the program.
     /// @return whether the user wants to leave: q, Escape or Ctrl-C, or the terminal has gone
     bool IsLeaving(std::chrono::milliseconds patience);
 

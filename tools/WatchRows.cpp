@@ -3,10 +3,13 @@
 #include <array>
 #include <cstdio>
 #include <ctime>
+#include <nlohmann/json.hpp>
 
 namespace tavrikctl {
 
 namespace {
+
+constexpr const char* kDateAndTime = "%FT%T";
 
 /// Local time to milliseconds, in front of which `format` stands.
 std::string LocalTime(std::chrono::system_clock::time_point time, const char* format) {
@@ -30,15 +33,27 @@ const char* Digit(bool flag) {
 }  // namespace
 
 std::string WatchRows::Header() const {
-    return csv ? "time,state,position,fault,temperature_fault,temperature_warning,maintenance,"
-                 "values"
-               : "TIME          STATE  POSITION  VALUES  FLAGS";
+    switch (form) {
+        case Form::Csv:
+            return "time,state,position,fault,temperature_fault,temperature_warning,maintenance,"
+                   "values";
+        case Form::Json:
+            return "";
+        default:
+            return "TIME          STATE  POSITION  VALUES  FLAGS";
+    }
 }
 
 std::string WatchRows::Row(const Observation& observation,
                            std::chrono::system_clock::time_point now) const {
-    return csv ? CsvRow(observation, LocalTime(now, "%FT%T"))
-               : AlignedRow(observation, LocalTime(now, "%T"));
+    switch (form) {
+        case Form::Csv:
+            return CsvRow(observation, LocalTime(now, kDateAndTime));
+        case Form::Json:
+            return JsonRow(observation, LocalTime(now, kDateAndTime));
+        default:
+            return AlignedRow(observation, LocalTime(now, "%T"));
+    }
 }
 
 std::string WatchRows::ValuesWord(const Observation& observation) {
@@ -59,6 +74,15 @@ std::string WatchRows::CsvRow(const Observation& observation, const std::string&
                                           Digit(data->maintenance)
                                     : ",,,,,";
     return time + "," + values + "," + ValuesWord(observation);
+}
+
+std::string WatchRows::JsonRow(const Observation& observation, const std::string& time) {
+    nlohmann::ordered_json object{{"time", time}};
+    if (observation.data) {
+        observation.data->AddTo(object);
+    }
+    object["values"] = ValuesWord(observation);
+    return object.dump();
 }
 
 std::string WatchRows::AlignedRow(const Observation& observation, const std::string& time) {

@@ -7,14 +7,16 @@
 
 namespace tavrikctl {
 
-/// The rows of "watch" where there is no screen: aligned for people, or CSV for programs.
+/// The rows of "watch" where there is no screen: aligned for people, CSV or JSON for programs.
 class WatchRows {
 public:
-    explicit WatchRows(bool asCsv) : csv(asCsv) {}
+    enum class Form { Aligned, Csv, Json };
+    explicit WatchRows(Form aForm) : form(aForm) {}
 
+    /// The line above the rows; empty if there is none.
     std::string Header() const;
 
-    /// @param now the time of the observation: of the day in aligned rows, with the date in CSV
+    /// @param now the time of the observation: of the day in aligned rows, else with the date
     std::string Row(const Observation& observation,
                     std::chrono::system_clock::time_point now) const;
 
@@ -24,9 +26,10 @@ public:
 
 private:
     static std::string CsvRow(const Observation& observation, const std::string& time);
+    static std::string JsonRow(const Observation& observation, const std::string& time);
     static std::string AlignedRow(const Observation& observation, const std::string& time);
 
-    bool csv;
+    Form form;
 };
 
 }  // namespace tavrikctl

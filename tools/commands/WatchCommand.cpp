@@ -4,7 +4,6 @@
 
 #include "tools/Printable.h"
 #include "tools/Terminal.h"
-#include "tools/WatchRows.h"
 #include "tools/WatchView.h"
 
 namespace tavrikctl {
@@ -16,20 +15,21 @@ constexpr std::chrono::milliseconds kFramePause(50);
 
 WatchCommand::WatchCommand(CLI::App& program) : Command(program, "watch", "Show a gripper live") {
     AddGripper(gripperName);
-    app.add_flag("--csv", csv, "rows of comma-separated values instead of the live screen");
-    app.add_flag("--passive", passive,
-                 "send nothing to the gripper: frozen values are not noticed then");
+    auto* const csvFlag =
+        app.add_flag("--csv", csv, "rows of comma-separated values, no live screen");
+    app.add_flag("--json", json, "a JSON object a line, for programs")->excludes(csvFlag);
+    app.add_flag("--passive", passive, "send nothing to the gripper: no notice of frozen values");
 }
 
 ExitStatus WatchCommand::Run(Daemon& daemon, Printer& printer) {
     const std::string device = daemon.FindGripper(gripperName);
     const Endpoint& server = daemon.Server();
-    const bool hasScreen = isatty(STDIN_FILENO) == 1 && isatty(STDOUT_FILENO) == 1;
+    const bool hasScreen = isatty(STDIN_FILENO) == 1 && IsOnTerminal();
     GripperMonitor monitor(server, device, passive);
-    if (csv || !hasScreen) {
+    if (csv || json || !hasScreen) {
         PrintRows(monitor, printer);
     }
-    ShowScreen(monitor, Printable(device), server.host + ":" + std::to_string(server.port));
+    ShowScreen(monitor, Printable(device), server.Address());
     return ExitStatus::Done;
 }
 
@@ -45,9 +45,16 @@ void WatchCommand::ShowScreen(GripperMonitor& monitor, const std::string& title,
     } while (!terminal.IsLeaving(kFramePause));
 }
 
+WatchRows::Form WatchCommand::RowForm() const {
+    using Form = WatchRows::Form;
+    return csv ? Form::Csv : json ? Form::Json : Form::Aligned;
+}
+
 void WatchCommand::PrintRows(GripperMonitor& monitor, Printer& printer) const {
-    const WatchRows rows(csv);
-    printer.Line(rows.Header());
+    const WatchRows rows(RowForm());
+    if (!rows.Header().empty()) {
+        printer.Line(rows.Header());
+    }
     while (true) {
         for (const Observation& observation : monitor.Take(kPatience)) {
             printer.Line(rows.Row(observation, std::chrono::system_clock::now()));

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "tools/GripperMonitor.h"
+#include "tools/WatchRows.h"
 #include "tools/commands/Command.h"
 
 namespace tavrikctl {
@@ -16,10 +17,12 @@ public:
 private:
     static void ShowScreen(GripperMonitor& monitor, const std::string& title,
                            const std::string& server);
+    WatchRows::Form RowForm() const;
     [[noreturn]] void PrintRows(GripperMonitor& monitor, Printer& printer) const;
 
     std::string gripperName;
     bool csv = false;
+    bool json = false;
     bool passive = false;
 };
 

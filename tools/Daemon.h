@@ -6,10 +6,11 @@
 #include <string>
 #include <vector>
 #include <xmlrpc-c/base.hpp>
+#include <xmlrpc-c/client.hpp>
 
 #include "tools/Endpoint.h"
 #include "tools/Failure.h"
-#include "tools/HttpClient.h"
+#include "tools/HttpTransport.h"
 
 namespace tavrikctl {
 
@@ -60,11 +61,10 @@ public:
 
 private:
     static Failure BadAnswer(const std::string& method, const std::string& text);
-    static void Parse(const std::string& method, const std::string& xml,
-                      xmlrpc_c::rpcOutcome& outcome);
 
     Endpoint server;
-    HttpClient http;
+    HttpTransport transport;
+    xmlrpc_c::client_xml client;  // uses the transport
     std::uint64_t answeredCalls = 0;
 };
 

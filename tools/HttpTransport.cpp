@@ -1,4 +1,4 @@
-#include "tools/HttpClient.h"
+#include "tools/HttpTransport.h"
 
 #include <curl/curl.h>
 
@@ -44,15 +44,15 @@ std::string SecondsText(std::chrono::milliseconds time) {
 
 }  // namespace
 
-void HttpClient::Deleter::operator()(void* handle) const {
+void HttpTransport::Deleter::operator()(void* handle) const {
     curl_easy_cleanup(handle);
 }
 
-void HttpClient::Deleter::operator()(curl_slist* list) const {
+void HttpTransport::Deleter::operator()(curl_slist* list) const {
     curl_slist_free_all(list);
 }
 
-HttpClient::HttpClient(const Endpoint& endpoint, const std::string& path, std::stop_token stop)
+HttpTransport::HttpTransport(const Endpoint& endpoint, std::stop_token stop)
     : server(endpoint),
       stopToken(std::move(stop)),
       headers(curl_slist_append(nullptr, "Content-Type: text/xml")),
@@ -60,7 +60,7 @@ HttpClient::HttpClient(const Endpoint& endpoint, const std::string& path, std::s
     if (handle == nullptr || headers == nullptr) {
         throw std::runtime_error("libcurl cannot be used");
     }
-    const std::string url = "http://" + server.Address() + path;
+    const std::string url = "http://" + server.Address() + "/RPC2";
     curl_easy_setopt(handle.get(), CURLOPT_URL, url.c_str());
     curl_easy_setopt(handle.get(), CURLOPT_PROTOCOLS_STR, "http");
     curl_easy_setopt(handle.get(), CURLOPT_NOPROXY, "*");
@@ -73,8 +73,25 @@ HttpClient::HttpClient(const Endpoint& endpoint, const std::string& path, std::s
     curl_easy_setopt(handle.get(), CURLOPT_XFERINFODATA, &stopToken);
 }
 
-std::string HttpClient::Post(const std::string& body) {
-    std::string answer;
+void HttpTransport::call(xmlrpc_c::carriageParm* /*carriageParm*/, const std::string& callXml,
+                         std::string* responseXml) {
+    failure = nullptr;
+    try {
+        Post(callXml, *responseXml);
+    } catch (...) {
+        failure = std::current_exception();
+        throw;
+    }
+}
+
+void HttpTransport::RethrowFailure() const {
+    if (failure) {
+        std::rethrow_exception(failure);
+    }
+}
+
+void HttpTransport::Post(const std::string& body, std::string& answer) {
+    answer.clear();
     curl_easy_setopt(handle.get(), CURLOPT_POSTFIELDSIZE, static_cast<long>(body.size()));
     curl_easy_setopt(handle.get(), CURLOPT_POSTFIELDS, body.c_str());
     curl_easy_setopt(handle.get(), CURLOPT_WRITEDATA, &answer);
@@ -87,16 +104,15 @@ std::string HttpClient::Post(const std::string& body) {
     if (status != kHttpOk) {
         throw NotADaemon(server, "HTTP status " + std::to_string(status));
     }
-    return answer;
 }
 
-std::string HttpClient::Reason() const {
+std::string HttpTransport::Reason() const {
     long error = 0;
     curl_easy_getinfo(handle.get(), CURLINFO_OS_ERRNO, &error);
     return error == 0 ? "" : ": " + std::generic_category().message(static_cast<int>(error));
 }
 
-Failure HttpClient::Trouble(int result) const {
+Failure HttpTransport::Trouble(int result) const {
     const auto code = static_cast<CURLcode>(result);
     switch (code) {
         case CURLE_OPERATION_TIMEDOUT:

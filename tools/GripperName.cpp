@@ -1,6 +1,7 @@
 #include "tools/GripperName.h"
 
 #include <algorithm>
+#include <iterator>
 #include <set>
 
 #include "tools/Failure.h"
@@ -20,8 +21,7 @@ bool Contains(const std::string& text, const std::string& part) {
     return place != text.end() || part.empty();
 }
 
-template <typename Texts>
-std::string Join(const Texts& texts) {
+std::string Join(const std::vector<std::string>& texts) {
     std::string line;
     for (const std::string& text : texts) {
         line += (line.empty() ? "'" : ", '") + Printable(text) + "'";
@@ -29,31 +29,35 @@ std::string Join(const Texts& texts) {
     return line;
 }
 
+/// Why `found` is not one of the `grippers`.
+std::string Doubt(const std::vector<std::string>& grippers, const std::vector<std::string>& found,
+                  const std::string& name) {
+    if (grippers.empty()) {
+        return "the daemon knows no gripper";
+    }
+    if (found.empty()) {
+        return "no gripper is called '" + Printable(name) + "'; there are " + Join(grippers);
+    }
+    if (std::set<std::string>(found.begin(), found.end()).size() == 1) {
+        return std::to_string(found.size()) + " grippers are called " + Join({found.front()}) +
+               ", and calls reach the first: unplug all but one";
+    }
+    return (name.empty() ? "name one of the grippers " : "several grippers fit: ") + Join(found);
+}
+
 }  // namespace
 
 std::string MatchGripper(const std::vector<std::string>& grippers, const std::string& name) {
-    std::set<std::string> found;
-    for (const std::string& gripper : grippers) {
-        if (gripper == name) {
-            return name;
-        }
-        if (Contains(gripper, name)) {
-            found.insert(gripper);
-        }
-    }
+    const bool isWhole = std::find(grippers.begin(), grippers.end(), name) != grippers.end();
+    std::vector<std::string> found;
+    std::copy_if(grippers.begin(), grippers.end(), std::back_inserter(found),
+                 [&](const std::string& gripper) {
+                     return isWhole ? gripper == name : Contains(gripper, name);
+                 });
     if (found.size() == 1) {
-        return *found.begin();
+        return found.front();
     }
-    if (grippers.empty()) {
-        throw Failure(ExitStatus::NoGripper, "the daemon knows no gripper");
-    }
-    if (found.empty()) {
-        throw Failure(ExitStatus::NoGripper, "no gripper is called '" + Printable(name) +
-                                                 "'; there are " + Join(grippers));
-    }
-    throw Failure(
-        ExitStatus::NoGripper,
-        (name.empty() ? "name one of the grippers " : "several grippers fit: ") + Join(found));
+    throw Failure(ExitStatus::NoGripper, Doubt(grippers, found, name));
 }
 
 }  // namespace tavrikctl

@@ -26,8 +26,12 @@ TEST(GripperNameTest, AnOnlyGripperNeedsNoName) {
     EXPECT_EQ(MatchGripper({"HVA SN:1"}, ""), "HVA SN:1");
 }
 
-TEST(GripperNameTest, TwoOfOneNameAreOne) {
-    EXPECT_EQ(MatchGripper({"HVA", "HVA"}, "hva"), "HVA");
+TEST(GripperNameTest, TwoOfOneNameAreRefused) {
+    const char* const text =
+        "2 grippers are called 'HVA', and calls reach the first: unplug all but one";
+    EXPECT_FAILURE(MatchGripper({"HVA", "TLM", "HVA"}, "HVA"), NoGripper, text);
+    EXPECT_FAILURE(MatchGripper({"HVA", "TLM", "HVA"}, "h"), NoGripper, text);
+    EXPECT_FAILURE(MatchGripper({"HVA", "HVA"}, ""), NoGripper, text);
 }
 
 TEST(GripperNameTest, AnAmbiguousPartIsRefusedWithTheNames) {

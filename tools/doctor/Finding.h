@@ -8,6 +8,7 @@ namespace tavrikctl {
 enum class Mark {
     Ok,
     Wrong,
+    Warning,  ///< does no harm yet, or need not
     Unknown,  ///< cannot be told from here, or may be right or wrong
 };
 
@@ -21,13 +22,15 @@ struct Finding {
 
 using Findings = std::vector<Finding>;
 
-/// "ok", "wrong" or "?".
+/// "ok", "wrong", "warn" or "?".
 inline const char* MarkText(Mark mark) {
     switch (mark) {
         case Mark::Ok:
             return "ok";
         case Mark::Wrong:
             return "wrong";
+        case Mark::Warning:
+            return "warn";
         case Mark::Unknown:
             break;
     }

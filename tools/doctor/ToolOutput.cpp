@@ -23,8 +23,8 @@ std::string ReadToEnd(int descriptor) {
 
 }  // namespace
 
-ToolOutput RunTool(std::vector<std::string> command) {
-    command.insert(command.begin(), {"timeout", "10"});
+ToolOutput RunTool(std::vector<std::string> command, std::chrono::seconds limit) {
+    command.insert(command.begin(), {"timeout", std::to_string(limit.count())});
     std::vector<char*> arguments;
     arguments.reserve(command.size() + 1);
     for (std::string& word : command) {

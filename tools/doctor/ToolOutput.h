@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <string>
 #include <vector>
 
@@ -10,7 +11,9 @@ struct ToolOutput {
     std::string text;  ///< standard output and standard error
 };
 
-/// Runs a program of the system to its end, at most 10 s, without a shell.
-ToolOutput RunTool(std::vector<std::string> command);
+/// Runs a program of the system to its end, without a shell; what takes longer than `limit` is
+/// ended.
+ToolOutput RunTool(std::vector<std::string> command,
+                   std::chrono::seconds limit = std::chrono::seconds(10));
 
 }  // namespace tavrikctl

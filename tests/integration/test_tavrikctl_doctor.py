@@ -6,29 +6,43 @@ import os
 import pathlib
 import pty
 import shutil
+import signal
 import socket
 import subprocess
 import sys
 import tarfile
 import tempfile
+import threading
+import unittest
+import xmlrpc.server
 
 import ctl
-from cell import PORTS, wait_until
+import own_network
+from cell import PORTS, SLOWNESS, wait_until
 from cell_test_case import CellTestCase, main
 
 HVA = "HVA SN:100001"
 TTY = "/dev/ttyACM0"
 SCREEN = 24  # lines
+WIDTH = 80  # columns
 NOBODY = "65534"
+AS_NOBODY = ("setpriv", f"--reuid={NOBODY}", f"--regid={NOBODY}", "--clear-groups")
+RESERVED_PORTS = pathlib.Path("/proc/sys/net/ipv4/ip_local_reserved_ports")
 
 # Exit statuses
-DONE, NO_DAEMON, NO_ANSWER, NO_GRIPPER, FAILED, NO_PROCESS_DATA = 0, 4, 5, 7, 9, 21
+DONE, NO_DAEMON, NO_ANSWER, BAD_ANSWER, NO_GRIPPER, FAILED, NO_PROCESS_DATA = 0, 4, 5, 6, 7, 9, 21
 
 
 class DoctorTestCase(CellTestCase):
     """A cell, and the doctor in its world: with the devices that pellix-sim shows its command."""
 
     options = ("--gripper", "HVA")
+
+    @classmethod
+    def setUpClass(cls):
+        if own_network.ENTERED in os.environ:
+            RESERVED_PORTS.write_text("44221,44222\n")  # as the package does it
+        super().setUpClass()
 
     @classmethod
     def world(cls):
@@ -57,6 +71,63 @@ class DoctorTestCase(CellTestCase):
     def run_doctor(self, *arguments, environment=None):
         return ctl.run("doctor", *arguments, environment={**self.world(), **(environment or {})})
 
+    def output_as_nobody(self, *before):
+        """What the doctor tells an ordinary user; the command `before` starts it."""
+        self.folder().chmod(0o755)
+        program = shutil.copy(os.environ["TAVRIK_CTL"], self.folder())
+        return subprocess.run([*before, *AS_NOBODY, program, "doctor", "--timeout", "1"],
+                              env={**ctl.CLEAN, **self.world()}, capture_output=True,
+                              text=True).stdout
+
+    def fake_tool(self, name, text, command="cat"):
+        """An environment in which the tool `name` of the system says what `command` makes of `text`."""
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        path = pathlib.Path(folder.name, name)
+        path.write_text(f"#!/bin/sh\n{command} <<'END'\n{text}END\n")
+        path.chmod(0o755)
+        return {"PATH": f"{folder.name}:{os.environ['PATH']}"}
+
+    def fake_systemctl(self, **properties):
+        """An environment in which systemd says this of the service."""
+        properties = {"LoadState": "loaded", "Result": "success", "MainPID": "0", **properties}
+        return self.fake_tool("systemctl", "".join(f"{name}={value}\n"
+                                                   for name, value in properties.items()))
+
+    def fake_journal(self):
+        """An environment in which the journal has the daemon's log so far, the newest line first."""
+        grep = ('for word; do case $word in --grep=*) pattern=${word#--grep=} ;; esac; done\n'
+                'grep -P -e "$pattern"')
+        return self.fake_tool("journalctl", "".join(
+            line + "\n" for line in reversed(self.cell.log.since(0))), grep)
+
+    @contextlib.contextmanager
+    def reserved_ports(self, text):
+        old = RESERVED_PORTS.read_text()
+        RESERVED_PORTS.write_text(text + "\n")
+        try:
+            yield
+        finally:
+            RESERVED_PORTS.write_text(old)
+
+    @contextlib.contextmanager
+    def holder_of_tty(self, *command):
+        """A program that has the tty open; its process id."""
+        with open(self.pty_of_tty(), "rb", buffering=0) as tty:
+            process = subprocess.Popen([*command, "sleep", "infinity"], stdin=tty)
+        with process:
+            try:
+                wait_until(lambda: pathlib.Path(f"/proc/{process.pid}/comm").read_text()
+                           == "sleep\n")
+                yield process.pid
+            finally:
+                process.kill()
+
+    def expect_a_screen(self, text):
+        lines = text.splitlines()
+        self.assertLessEqual(len(lines), SCREEN, text)
+        self.assertLessEqual(max(map(len, lines)), WIDTH, text)
+
     def findings(self, status, *arguments, **options):
         """Examines; `status` is the exit status that has to come."""
         result = self.run_doctor("--json", *arguments, **options)
@@ -81,6 +152,18 @@ class DoctorTestCase(CellTestCase):
             self.cell.command(end)
 
 
+def leave_nothing(connection):
+    """The connection is reset at its end, so that nothing of it stays on the port."""
+    connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, b"\1\0\0\0\0\0\0\0")
+
+
+class ForeignServer(xmlrpc.server.SimpleXMLRPCServer):
+    def get_request(self):
+        connection, address = super().get_request()
+        leave_nothing(connection)
+        return connection, address
+
+
 class NoDaemonTest(DoctorTestCase):
     """The world of a cell in which something else than the daemon runs."""
 
@@ -97,60 +180,98 @@ class NoDaemonTest(DoctorTestCase):
         cell.process.terminate()
         cell.wait_for_end()
 
-    def fake_systemctl(self, **properties):
-        """An environment in which systemd says this of the service."""
-        folder = tempfile.TemporaryDirectory()
-        self.addCleanup(folder.cleanup)
-        path = pathlib.Path(folder.name, "systemctl")
-        lines = "".join(f"{name}={value}\n" for name, value in properties.items())
-        path.write_text(f"#!/bin/sh\ncat <<END\n{lines}END\n")
-        path.chmod(0o755)
-        return {"PATH": f"{folder.name}:{os.environ['PATH']}"}
-
     def test_nothing_runs(self):
         self.expect(NO_DAEMON, "wrong", "service", "no TavrikDaemon runs")
         for port in PORTS:
             self.expect(NO_DAEMON, "wrong", f"port {port}", "nobody listens")
 
     def test_a_service_that_was_not_started(self):
-        environment = self.fake_systemctl(LoadState="loaded", ActiveState="inactive",
-                                          SubState="dead", Result="success", User="root")
-        self.expect(NO_DAEMON, "wrong", "service", "systemd: inactive (dead)",
+        environment = self.fake_systemctl(ActiveState="inactive", SubState="dead", User="root")
+        self.expect(NO_DAEMON, "wrong", "service", "systemd: inactive (dead), success",
                     environment=environment)
         self.expect(NO_DAEMON, "ok", TTY, "master", environment=environment)
 
     def test_a_service_that_was_given_up(self):
-        environment = self.fake_systemctl(LoadState="loaded", ActiveState="failed",
-                                          SubState="failed", Result="start-limit-hit", User="root")
-        self.expect(NO_DAEMON, "wrong", "service", "result start-limit-hit",
+        environment = self.fake_systemctl(ActiveState="failed", SubState="failed",
+                                          Result="start-limit-hit", User="root")
+        self.expect(NO_DAEMON, "wrong", "service", "start-limit-hit",
                     environment=environment)
 
+    def test_a_service_that_is_masked(self):
+        self.expect(NO_DAEMON, "wrong", "service", "its service is masked",
+                    environment=self.fake_systemctl(LoadState="masked", ActiveState="inactive"))
+
+    def test_no_systemd(self):
+        with tempfile.TemporaryDirectory() as folder:
+            self.expect(NO_DAEMON, "wrong", "service", "systemd cannot be asked",
+                        environment={"PATH": folder})
+
+    def test_a_service_that_is_not_installed(self):
+        self.expect(NO_DAEMON, "wrong", "service", "systemd has no service for it",
+                    environment=self.fake_systemctl(LoadState="not-found", ActiveState="inactive"))
+
+    @unittest.skipIf(SLOWNESS > 1, "sanitizers need /proc")
+    def test_no_proc(self):
+        result = subprocess.run(["unshare", "-m", "sh", "-c", 'mount -t tmpfs proc /proc && exec "$@"',
+                                 "sh", *ctl.arguments_of("doctor")], env=ctl.CLEAN,
+                                capture_output=True, text=True)
+        self.assertEqual((result.returncode, result.stderr), (NO_DAEMON, ""))
+        self.assertRegex(result.stdout, r"(?m)^\? +service +whether TavrikDaemon runs,")
+        self.assertIn("cannot be reached: Connection refused", result.stdout)
+
     def test_a_user_that_is_not_there(self):
-        environment = self.fake_systemctl(LoadState="loaded", ActiveState="inactive",
-                                          User="no-such-user")
+        environment = self.fake_systemctl(ActiveState="inactive", User="no-such-user")
         self.expect(NO_DAEMON, "?", TTY, "the user for the service is not there yet",
                     environment=environment)
 
     def test_a_user_without_permission(self):
-        environment = self.fake_systemctl(LoadState="loaded", ActiveState="inactive",
-                                          User="nobody")
+        environment = self.fake_systemctl(ActiveState="inactive", User="nobody")
         self.expect(NO_DAEMON, "wrong", TTY, "user nobody may not open it: root:",
                     environment=environment)
 
     def test_a_foreign_server_on_a_port(self):
         with socket.create_server(("127.0.0.1", PORTS[0])):
             self.expect(NO_DAEMON, "wrong", f"port {PORTS[0]}",
-                        f"(process {os.getpid()}) has it: ", "--timeout", "0.2")
+                        f"(process {os.getpid()}) has it: has not answered within 0.2 s",
+                        "--timeout", "0.2")
+            self.assertRegex(self.output_as_nobody(), rf"port {PORTS[0]} +a program of user root "
+                                                      "has it: ")
+
+    def test_a_foreign_server_that_answers(self):
+        with self.foreign_server(GetVersion=lambda: "1.0 (other)"):
+            self.expect(BAD_ANSWER, "warn", f"port {PORTS[0]}",
+                        f"(process {os.getpid()}) listens, version 1.0, not ")
+            self.expect(BAD_ANSWER, "wrong", "grippers", "GetGrippers: fault 1, ")
+        with self.foreign_server(GetVersion=lambda: 5):
+            self.expect(NO_DAEMON, "wrong", f"port {PORTS[0]}", "GetVersion: the answer has an")
+
+    @contextlib.contextmanager
+    def foreign_server(self, **methods):
+        server = ForeignServer(("127.0.0.1", PORTS[0]), logRequests=False)
+        for name, method in methods.items():
+            server.register_function(method, name)
+        thread = threading.Thread(target=server.serve_forever)
+        thread.start()
+        try:
+            yield
+        finally:
+            server.shutdown()
+            thread.join()
+            server.server_close()
 
     def test_a_foreign_connection_on_a_port(self):
-        with socket.create_server(("127.0.0.1", 0)) as server, socket.socket() as client:
-            client.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
-            # Reset at its end, so that nothing of it stays on the port.
-            client.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, b"\1\0\0\0\0\0\0\0")
-            client.bind(("127.0.0.1", PORTS[1]))
-            client.connect(server.getsockname())
+        with self.foreign_connection():
             self.expect(NO_DAEMON, "wrong", f"port {PORTS[1]}",
                         f"(process {os.getpid()}) has it for a connection of its own")
+
+    @contextlib.contextmanager
+    def foreign_connection(self):
+        with socket.create_server(("127.0.0.1", 0)) as server, socket.socket() as client:
+            client.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+            leave_nothing(client)
+            client.bind(("127.0.0.1", PORTS[1]))
+            client.connect(server.getsockname())
+            yield
 
     def test_a_connection_that_has_ended_on_a_port(self):
         code = ("import os, socket, subprocess, sys, own_network\n"
@@ -213,8 +334,17 @@ class NoDaemonTest(DoctorTestCase):
             node.symlink_to(target)
 
     def test_texts_of_a_device_do_not_steer_the_terminal(self):
-        with self.attribute("product", "\x1b[2J"):
-            self.assertNotIn("\x1b", self.run_doctor().stdout)
+        environment = self.fake_systemctl(ActiveState="inactive", User="root")
+        for name in ("manufacturer", "product", "serial"):
+            with self.subTest(name=name), self.attribute(name, "a\x1b[2J"):
+                result = self.run_doctor(environment=environment)
+                self.assertIn("a?[2J", result.stdout)
+                self.assertNotIn("\x1b", result.stdout)
+
+    def test_texts_of_a_device_do_not_fill_the_screen(self):
+        long = "p" * 126  # USB has no longer ones
+        with self.attribute("manufacturer", long), self.attribute("product", long):
+            self.expect_a_screen(self.run_doctor().stdout)
 
     @contextlib.contextmanager
     def modem_manager(self):
@@ -229,7 +359,11 @@ class NoDaemonTest(DoctorTestCase):
     def test_a_modem_manager_that_is_not_kept_off(self):
         with self.modem_manager() as pid:
             self.expect(NO_DAEMON, "wrong", "modems",
-                        f"ModemManager (process {pid}) may talk to the master at {TTY}")
+                        f"ModemManager (process {pid}) may talk to {TTY}")
+
+    def test_a_modem_manager_and_no_master(self):
+        with self.attribute("product", "PELLIX 2"), self.modem_manager():
+            self.expect(NO_DAEMON, "?", "modems", " runs; with a master, ")
 
     def test_a_modem_manager_that_is_kept_off(self):
         uevent = next(self.usb_device().glob("**/ttyACM0/uevent"))
@@ -240,6 +374,39 @@ class NoDaemonTest(DoctorTestCase):
                 self.expect(NO_DAEMON, "ok", "modems", "keeps off the masters")
         finally:
             uevent.write_text(text)
+
+    def test_processes_that_are_hidden(self):
+        hide = ("unshare", "-m", "sh", "-c",
+                'mount -t proc -o hidepid=2 proc /proc && exec "$@"', "sh")
+        output = self.output_as_nobody(*hide)
+        for what in ("service +whether TavrikDaemon runs, only root can see",
+                     "modems +whether a ModemManager runs, only root can see",
+                     f"{TTY} +master, root:root 0600; only root can see who has it open"):
+            self.assertRegex(output, rf"(?m)^\? +{what}")
+
+    @unittest.skipUnless(own_network.ENTERED in os.environ, "would change this host")
+    def test_ports_that_are_not_reserved(self):
+        with self.reserved_ports("44222-44230,50000"):
+            findings = self.findings(NO_DAEMON)
+        finding = next(finding for finding in findings if finding["what"] == "port range")
+        self.assertEqual(finding["mark"], "warn")
+        self.assertIn("ip_local_reserved_ports=44222-44230,50000,44221,44222 ", finding["remedy"])
+
+    @unittest.skipUnless(own_network.ENTERED in os.environ, "would change this host")
+    def test_ports_that_are_reserved(self):
+        with self.reserved_ports("44221,44222"):
+            self.expect(NO_DAEMON, "ok", "port range", "no outgoing connection")
+
+    @unittest.skipUnless(own_network.ENTERED in os.environ, "would change this host")
+    def test_all_at_once_fits_a_screen(self):
+        environment = self.fake_systemctl(ActiveState="failed", SubState="failed",
+                                          Result="start-limit-hit", User="nobody")
+        with self.modem_manager(), self.foreign_connection(), self.holder_of_tty(), \
+                self.foreign_server(GetVersion=lambda: 5), self.reserved_ports("40000,50000"):
+            result = self.run_doctor(environment=environment)
+        self.assertEqual(result.stdout.count("wrong"), 6, result.stdout)
+        self.assertEqual(result.stdout.count("warn"), 1, result.stdout)
+        self.expect_a_screen(result.stdout)
 
 
 class OneGripperTest(DoctorTestCase):
@@ -267,18 +434,20 @@ class OneGripperTest(DoctorTestCase):
         self.cell.log.wait_for(r"Pending command PDOUT deleted \(Status: 0\)", since=mark)
         self.await_process_data()
 
+    @unittest.skipUnless(own_network.ENTERED in os.environ, "this host may reserve no ports")
     def test_all_is_well(self):
         findings = self.findings(DONE)
         self.assertEqual({finding["mark"] for finding in findings}, {"ok"}, findings)
         self.assertEqual([finding["what"] for finding in findings],
-                         ["service", "port 44221", "port 44222", TTY, "modems", "masters", HVA])
+                         ["service", "port 44221", "port 44222", "port range", TTY, "modems",
+                          "masters", HVA])
         self.assertEqual({finding["remedy"] for finding in findings}, {""})
 
     def test_the_report_fits_a_screen_and_is_plain_without_a_terminal(self):
         result = self.run_doctor()
         self.assertEqual((result.returncode, result.stderr), (DONE, ""))
+        self.expect_a_screen(result.stdout)
         lines = result.stdout.splitlines()
-        self.assertLessEqual(len(lines), SCREEN)
         self.assertEqual(lines[-1], "A gripper answers.")
         self.assertRegex(lines[0], r"^ +WHAT +FINDING$")
         self.assertEqual({line[:lines[0].index("WHAT")].strip() for line in lines[1:-1]}, {"ok"})
@@ -305,6 +474,11 @@ class OneGripperTest(DoctorTestCase):
             process.wait()
         return output.decode()
 
+    def test_what_an_ordinary_user_sees_of_it(self):
+        output = self.output_as_nobody()
+        self.assertRegex(output, r"(?m)^ok +masters +1 attached, 1 gripper listed$")
+        self.assertIn("A gripper answers.", output)
+
     def test_a_silent_master(self):
         with self.condition("mute 0 on", "mute 0 off"):
             self.expect(NO_ANSWER, "wrong", HVA, "its master does not answer")
@@ -319,8 +493,10 @@ class OneGripperTest(DoctorTestCase):
     def test_a_gripper_without_a_name(self):
         self.cell.command("mode 0 7")
         wait_until(lambda: self.cell.call_apart("GetGrippers") == [])
-        self.expect(NO_GRIPPER, "wrong", "masters", "0 grippers listed: a gripper has no name")
+        self.expect(NO_GRIPPER, "wrong", "masters", "0 grippers listed: a device string is empty")
         self.expect(NO_GRIPPER, "wrong", "grippers", "TavrikDaemon lists none")
+        self.assertRegex(self.output_as_nobody(),
+                         r"(?m)^\? +masters +1 attached, 0 grippers listed; which are open")
         self.replug()
 
     def test_a_master_that_did_not_answer_when_it_was_found(self):
@@ -331,6 +507,8 @@ class OneGripperTest(DoctorTestCase):
             self.cell.command("plug 0")
             self.cell.log.wait_for("Failed to add device", since=mark)
             self.expect(NO_GRIPPER, "wrong", TTY, "TavrikDaemon has not opened it")
+            self.expect(NO_GRIPPER, "wrong", TTY, "by the log: Failed to initialize new device: 5",
+                        environment=self.fake_journal())
         self.replug()
 
     def test_no_master(self):
@@ -357,16 +535,79 @@ class OneGripperTest(DoctorTestCase):
             self.expect(DONE, "?", HVA, "no force: a TLM, or an unknown model")
 
     def test_another_program_has_the_tty_open(self):
-        with open(self.pty_of_tty(), "rb", buffering=0) as tty, \
-                subprocess.Popen(["sleep", "infinity"], stdin=tty) as process:
-            try:
-                self.expect(DONE, "wrong", TTY, f"sleep (process {process.pid}) has it open too")
-            finally:
-                process.kill()
+        with self.holder_of_tty() as pid:
+            self.expect(DONE, "wrong", TTY, f"sleep (process {pid}) has it open too")
+
+    def test_a_program_in_a_container_has_the_tty_open(self):
+        with self.holder_of_tty("unshare", "-n") as pid:
+            self.expect(DONE, "wrong", TTY, f"sleep (process {pid}) has it open too")
+
+    def test_a_daemon_that_is_stopped_by_a_signal(self):
+        pid = self.cell.daemon_pid()
+        os.kill(pid, signal.SIGSTOP)
+        try:
+            findings = self.findings(NO_DAEMON, "--timeout", "0.2")
+        finally:
+            os.kill(pid, signal.SIGCONT)
+        self.assertEqual([finding["what"] for finding in findings if finding["mark"] == "wrong"],
+                         ["service", "port 44221", "port 44222"])
+        self.assertEqual(findings[0]["remedy"], f"kill -CONT {pid}")
+
+    def test_a_port_with_too_many_clients(self):
+        with contextlib.ExitStack() as clients:
+            for _ in range(16):
+                clients.enter_context(socket.create_connection(("127.0.0.1", PORTS[0])))
+            findings = self.findings(DONE, "--timeout", str(0.5 * SLOWNESS))
+        self.assertEqual([finding["mark"] for finding in findings[1:3]], ["wrong", "ok"], findings)
+        self.assertRegex(findings[1]["finding"], "^TavrikDaemon .* has it: has not answered within")
+        self.assertIn("close idle clients", findings[1]["remedy"])
+
+    def test_what_systemd_says_of_a_daemon_that_runs(self):
+        pid = str(self.cell.daemon_pid())
+        for state, main, mark, text in (("active", pid, "ok", "by systemd"),
+                                        ("inactive", "0", "warn", "not by the service"),
+                                        ("deactivating", pid, "wrong", "is being stopped")):
+            with self.subTest(state=state):
+                self.expect(DONE, mark, "service", text,
+                            environment=self.fake_systemctl(ActiveState=state, MainPID=main))
+
+    def test_id_and_mode_of_a_master_by_the_log(self):
+        self.expect(DONE, "ok", TTY, 'by the log: ID "PELLIX", mode 4, operate',
+                    environment=self.fake_journal())
+        for mode, word in ((2, "startup"), (5, "fallback"), (7, "power fault")):
+            with self.subTest(mode=mode):
+                mark = self.cell.log.mark()
+                self.cell.command(f"mode 0 {mode}")
+                self.cell.log.wait_for(f"Setting device mode to {mode}$", since=mark)
+                findings = self.findings_by_log()
+                self.assertIn({"mark": "wrong", "what": TTY,
+                               "finding": f'by the log: ID "PELLIX", mode {mode}, {word}'}, findings)
+        self.replug()
+
+    def findings_by_log(self):
+        findings = json.loads(self.run_doctor("--json", environment=self.fake_journal()).stdout)
+        return [{name: value for name, value in finding.items() if name != "remedy"}
+                for finding in findings["findings"]]
+
+    def test_a_log_that_cannot_be_read(self):
+        with self.condition("mute 0 on", "mute 0 off"):
+            self.expect(NO_ANSWER, "?", "log", "the journal shows nothing")
+
+    def test_no_machine(self):
+        for host in ("192.0.2.1", "no-such-machine.invalid"):  # one for documentation, and none
+            with self.subTest(host=host):
+                findings = self.findings(NO_DAEMON, "--host", host, "--timeout", "1")
+                self.assertEqual([(finding["mark"], finding["what"]) for finding in findings],
+                                 [("?", "service"), ("wrong", "port 44221"), ("wrong", "port 44222")])
+
+    def test_this_machine_by_other_names(self):
+        for host in ("localhost", "127.0.0.2", "2130706433"):
+            with self.subTest(host=host):
+                self.expect(DONE, "ok", "masters", "1 attached, 1 opened", "--host", host)
 
     def test_another_machine(self):
-        # 127.0.0.1 in a form that does not look like this machine.
-        findings = self.findings(DONE, "--host", "2130706433")
+        # 127.0.0.1 in a form that only the client of HTTP understands.
+        findings = self.findings(DONE, "--host", "[::ffff:127.0.0.1]")
         self.assertEqual([(finding["mark"], finding["what"]) for finding in findings],
                          [("?", "service"), ("ok", "port 44221"), ("ok", "port 44222"),
                           ("ok", HVA)])
@@ -392,13 +633,23 @@ class OneGripperTest(DoctorTestCase):
     def test_a_person_is_told_what_the_bundle_has(self):
         with tempfile.TemporaryDirectory() as folder:
             path = os.path.join(folder, "bundle.tar.gz")
-            self.assertIn(f"{path} has this, versions,", self.run_doctor("--bundle", path).stdout)
+            self.assertIn(f"{path} has this and more", self.run_doctor("--bundle", path).stdout)
+
+    def test_the_bundle_of_another_machine_has_nothing_of_this_one(self):
+        with tempfile.TemporaryDirectory() as folder:
+            path = os.path.join(folder, "bundle.tar.gz")
+            self.findings(DONE, "--bundle", path, "--host", "[::ffff:127.0.0.1]")
+            with tarfile.open(path, "r:gz") as bundle:
+                names = {os.path.basename(name) for name in bundle.getnames()}
+        self.assertEqual(names, {"report.txt", "report.json", "versions.txt"})
 
     def test_a_bundle_that_cannot_be_written(self):
-        result = self.run_doctor("--bundle", "/no/such/folder/bundle.tar.gz")
-        self.assertEqual(result.returncode, FAILED)
-        self.assertRegex(result.stderr, r"\Atavrikctl: /no/such/folder/bundle.tar.gz cannot be "
-                                        r"written: [^\n]+\n\Z")
+        for path in ("/no/such/folder/bundle.tar.gz", "/dev/full", "/tmp"):
+            with self.subTest(path=path):
+                result = self.run_doctor("--bundle", path)
+                self.assertEqual(result.returncode, FAILED)
+                self.assertRegex(result.stderr,
+                                 rf"\Atavrikctl: {path} cannot be written: [^\n]+\n\Z")
 
 
 class OtherUserTest(DoctorTestCase):
@@ -408,8 +659,7 @@ class OtherUserTest(DoctorTestCase):
     def start_cell(cls, *options, **settings):
         # From a copy, because the user may not get at the daemon's folder.
         script = ('chmod 755 "$UMOCKDEV_DIR"; install -m 755 "$0" "$UMOCKDEV_DIR/TavrikDaemon"; '
-                  f"exec setpriv --reuid={NOBODY} --regid={NOBODY} --clear-groups "
-                  '"$UMOCKDEV_DIR/TavrikDaemon"')
+                  f'exec {" ".join(AS_NOBODY)} "$UMOCKDEV_DIR/TavrikDaemon"')
         return super().start_cell(
             *options, command=["sh", "-c", script, os.environ["TAVRIK_DAEMON"]], **settings)
 
@@ -417,16 +667,34 @@ class OtherUserTest(DoctorTestCase):
         self.expect(NO_GRIPPER, "wrong", TTY, "user nobody may not open it: root:")
 
     def test_what_only_root_can_see(self):
-        program = shutil.copy(os.environ["TAVRIK_CTL"], self.folder())
-        result = subprocess.run(["setpriv", f"--reuid={NOBODY}", f"--regid={NOBODY}",
-                                 "--clear-groups", program, "doctor"],
-                                env={**ctl.CLEAN, **self.world()}, capture_output=True, text=True)
-        self.assertEqual(result.returncode, NO_GRIPPER, result)
-        self.assertRegex(result.stdout,
-                         rf"(?m)^\? +{TTY} +master; who has it open, only root can see$")
+        output = self.output_as_nobody()
+        self.assertRegex(output, rf"(?m)^\? +{TTY} +master, root:root 0600; only root can see who has it open$")
+        self.expect_a_screen(output)
 
     def test_the_user_is_told(self):
         self.expect(NO_GRIPPER, "ok", "service", ", user nobody")
+
+
+class OddMastersTest(DoctorTestCase):
+    """Masters whose ID or names are not as they should be."""
+
+    options = ("--gripper", "HVA,id=PELLOX", "--gripper", "HVA,serial=1\\x1b[2J",
+               "--gripper", "HVA,serial=1\\x1b[2J")
+
+    @classmethod
+    def prepare(cls):
+        super().prepare()
+        cls.cell.wait_until_operating(3)
+        wait_until(lambda: len(cls.cell.call_apart("GetGrippers")) == 2)
+
+    def test_odd_masters(self):
+        journal = self.fake_journal()
+        self.expect(DONE, "wrong", "masters", "3 attached, 3 opened, 2 grippers listed: ")
+        self.expect(DONE, "wrong", TTY, 'by the log: ID "PELLOX", not "PELLIX" or "MARROK-7"',
+                    environment=journal)
+        self.expect(DONE, "ok", "/dev/ttyACM2", 'by the log: ID "PELLIX", mode 4, operate',
+                    environment=journal)
+        self.expect(DONE, "wrong", "HVA SN:1?[2J", "two have this name: calls reach the first")
 
 
 if __name__ == "__main__":

@@ -22,8 +22,7 @@ ExitStatus DoctorCommand::Run(Daemon& /*daemon*/, Printer& printer) {
     if (!bundle.empty()) {
         WriteBundle(bundle, doctor);
         if (!json) {
-            printer.Line(bundle +
-                         " has this, versions, the service's state and the end of its log.");
+            printer.Line(bundle + " has this and more: look through it before you pass it on.");
         }
     }
     return doctor.Status();

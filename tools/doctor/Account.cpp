@@ -16,17 +16,17 @@ namespace {
 // The program has one thread.
 // NOLINTBEGIN(concurrency-mt-unsafe)
 
-std::string UserName(uid_t user) {
-    const passwd* const entry = getpwuid(user);
-    return entry == nullptr ? std::to_string(user) : entry->pw_name;
-}
-
 std::string GroupName(gid_t group) {
     const ::group* const entry = getgrgid(group);
     return entry == nullptr ? std::to_string(group) : entry->gr_name;
 }
 
 }  // namespace
+
+std::string UserName(uid_t user) {
+    const passwd* const entry = getpwuid(user);
+    return entry == nullptr ? std::to_string(user) : entry->pw_name;
+}
 
 Account::Account(uid_t userId, std::vector<gid_t> groupIds)
     : user(userId), groups(std::move(groupIds)), name(UserName(userId)) {}

@@ -20,7 +20,7 @@ public:
 
     const std::string& Name() const { return name; }
 
-    /// By owner, group and mode; access control lists are not looked at.
+    /// By owner, group and mode; an access control list may let in more.
     bool MayReadAndWrite(const struct stat& file) const;
 
 private:
@@ -30,6 +30,9 @@ private:
     std::vector<gid_t> groups;
     std::string name;
 };
+
+/// The name of a user, or the number of one without a name.
+std::string UserName(uid_t user);
 
 /// Owner, group and mode of a file: "root:dialout 0660".
 std::string PermissionText(const struct stat& file);

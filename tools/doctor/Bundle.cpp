@@ -35,38 +35,41 @@ using Entry = std::unique_ptr<archive_entry, Deleter>;
 
 void Check(int result, const Archive& file, const std::string& path) {
     if (result != ARCHIVE_OK) {
+        const char* const reason = archive_error_string(file.get());
         throw Failure(ExitStatus::Failed,
-                      path + " cannot be written: " + archive_error_string(file.get()));
+                      path + " cannot be written: " + (reason == nullptr ? "" : reason));
     }
 }
 
-std::string Report(const Doctor& doctor) {
+std::string ReportText(const Doctor& doctor) {
     std::ostringstream text;
     Printer printer(text, false);
     doctor.Print(printer);
     return text.str();
 }
 
-std::string Json(const Doctor& doctor) {
+std::string JsonText(const Doctor& doctor) {
     std::ostringstream text;
     Printer(text, false).Json(doctor.Json());
     return text.str();
 }
 
-std::string Versions(const Doctor& doctor) {
-    return "tavrikctl " TAVRIK_VERSION "\nTavrikDaemon " + doctor.DaemonVersion() + "\n" +
-           RunTool({"uname", "-srvm"}).text + RunTool({"cat", "/etc/os-release"}).text +
+std::string VersionsText(const Doctor& doctor) {
+    const std::string& daemon = doctor.DaemonVersion();
+    return "tavrikctl " TAVRIK_VERSION "\nTavrikDaemon " +
+           (daemon.empty() ? "does not answer" : daemon) + "\n" + RunTool({"uname", "-srvm"}).text +
+           RunTool({"cat", "/etc/os-release"}).text +
            RunTool({"dpkg-query", "--show", "tavrikdaemon", "pellix-sim", "modemmanager",
                     "libudev1", "libxmlrpc-c++8v5", "systemd", "udev"})
                .text;
 }
 
-std::string Service() {
+std::string ServiceText() {
     return RunTool({"systemctl", "status", "--no-pager", "--lines=0", kServiceName}).text +
            RunTool({"systemctl", "cat", "--no-pager", kServiceName}).text;
 }
 
-std::string Log() {
+std::string LogText() {
     return RunTool({"journalctl", "--unit", kServiceName, "--lines=2000", "--no-pager",
                     "--no-hostname", "--output=short-iso"})
         .text;
@@ -75,11 +78,13 @@ std::string Log() {
 }  // namespace
 
 void WriteBundle(const std::string& path, const Doctor& doctor) {
-    const std::vector<std::pair<std::string, std::string>> files{{"report.txt", Report(doctor)},
-                                                                 {"report.json", Json(doctor)},
-                                                                 {"versions.txt", Versions(doctor)},
-                                                                 {"service.txt", Service()},
-                                                                 {"log.txt", Log()}};
+    std::vector<std::pair<std::string, std::string>> files{{"report.txt", ReportText(doctor)},
+                                                           {"report.json", JsonText(doctor)},
+                                                           {"versions.txt", VersionsText(doctor)}};
+    if (doctor.SawMachine()) {
+        files.emplace_back("service.txt", ServiceText());
+        files.emplace_back("log.txt", LogText());
+    }
     const Archive file(archive_write_new());
     archive_write_add_filter_gzip(file.get());
     archive_write_set_format_pax_restricted(file.get());

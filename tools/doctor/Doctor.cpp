@@ -1,32 +1,39 @@
 #include "tools/doctor/Doctor.h"
 
-#include <array>
-#include <iterator>
+#include <algorithm>
 #include <nlohmann/json.hpp>
-#include <optional>
+#include <set>
 
 #include "daemon/Version.h"
 #include "tools/Failure.h"
+#include "tools/Printable.h"
 #include "tools/doctor/GripperCheck.h"
+#include "tools/doctor/LinkCheck.h"
 #include "tools/doctor/MasterCheck.h"
 #include "tools/doctor/ModemManagerCheck.h"
 #include "tools/doctor/PortCheck.h"
+#include "tools/doctor/Ports.h"
+#include "tools/doctor/Report.h"
+#include "tools/doctor/ReservationCheck.h"
 #include "tools/doctor/ServiceCheck.h"
+#include "tools/doctor/ThisMachine.h"
 #include "tools/doctor/TtyCheck.h"
 
 namespace tavrikctl {
 
 namespace {
 
-bool IsThisMachine(const std::string& host) {
-    return host == "localhost" || host.starts_with("127.");
+bool AreWell(const Findings& findings) {
+    return std::all_of(findings.begin(), findings.end(),
+                       [](const Finding& each) { return each.mark == Mark::Ok; });
 }
 
 }  // namespace
 
 void Doctor::Examine() {
-    if (!IsThisMachine(endpoint.host)) {
-        Add({{Mark::Unknown, "service", "is on another machine, " + endpoint.host,
+    sawMachine = IsThisMachine(endpoint.host);
+    if (!sawMachine) {
+        Add({{Mark::Unknown, "service", endpoint.host + " is not this machine",
               "run tavrikctl doctor there to see its service, ttys and masters"}});
         ExaminePorts(nullptr);
         ExamineGrippers(nullptr);
@@ -35,19 +42,20 @@ void Doctor::Examine() {
     const Host host;
     Add(ServiceCheck(host).Run());
     ExaminePorts(&host);
+    Add(ReservationCheck().Run());
     ExamineDevices(host);
     ExamineGrippers(&host);
 }
 
 void Doctor::ExaminePorts(const Host* host) {
-    constexpr std::array kPorts{44221U, 44222U};
     for (const unsigned port : kPorts) {
         Endpoint server = endpoint;
         server.port = port;
         PortCheck check(server, host);
         Add(check.Run());
-        if (check.Answers() && version.empty()) {
-            version = check.Version();
+        if (check.Version() && !answers) {
+            answers = true;
+            version = Printable(*check.Version());
             endpoint.port = port;
         }
     }
@@ -62,45 +70,66 @@ void Doctor::ExamineDevices(const Host& host) {
 
 void Doctor::ExamineGrippers(const Host* host) {
     Daemon daemon(endpoint);
-    std::vector<std::string> grippers;
-    std::optional<std::size_t> listed;
-    if (!version.empty()) {
-        try {
-            grippers = daemon.Grippers();
-            listed = grippers.size();
-            status = ExitStatus::NoGripper;
-        } catch (const Failure& failure) {
-            status = failure.Status();
-            Add({{Mark::Wrong, "grippers", failure.what(), ""}});
+    const auto grippers = ListGrippers(daemon);
+    const Findings answered = AskGrippers(daemon, grippers.value_or(std::vector<std::string>()));
+    if (host != nullptr) {
+        const auto count = grippers ? std::optional(grippers->size()) : std::nullopt;
+        const Findings masters = MasterCheck(*host, count).Run();
+        Add(masters);
+        const bool isWell = status == ExitStatus::Done && AreWell(masters) && AreWell(answered);
+        if (host->daemon) {
+            const DaemonLog log = DaemonLog::OfProcess(host->daemon->pid);
+            Add(LinkCheck(*host, log, !isWell).Run());
         }
     }
-    if (host != nullptr) {
-        Add(MasterCheck(*host, listed).Run());
-    }
-    for (const std::string& device : grippers) {
-        GripperCheck check(Gripper(daemon, device));
-        Add(check.Run());
-        status = status == ExitStatus::Done ? status : check.Status();
-    }
+    Add(answered);
     if (status == ExitStatus::NoGripper) {
         Add({{Mark::Wrong, "grippers", "TavrikDaemon lists none", "cure what is wrong above"}});
     }
 }
 
-void Doctor::Add(Findings more) {
-    std::move(more.begin(), more.end(), std::back_inserter(findings));
+std::optional<std::vector<std::string>> Doctor::ListGrippers(Daemon& daemon) {
+    if (!answers) {
+        return std::nullopt;
+    }
+    try {
+        auto grippers = daemon.Grippers();
+        status = ExitStatus::NoGripper;
+        return grippers;
+    } catch (const Failure& failure) {
+        status = failure.Status();
+        Add({{Mark::Wrong, "grippers", failure.what(),
+              "a silent master without a name holds this up: unplug it; or restart TavrikDaemon"}});
+        return std::nullopt;
+    }
+}
+
+Findings Doctor::AskGrippers(Daemon& daemon, const std::vector<std::string>& grippers) {
+    Findings answered;
+    std::set<std::string> names;
+    for (const std::string& device : grippers) {
+        GripperCheck check(Gripper(daemon, device));
+        const Findings more = check.Run();
+        answered.insert(answered.end(), more.begin(), more.end());
+        status = status == ExitStatus::Done ? status : check.Status();
+        if (!names.insert(device).second) {
+            answered.push_back({Mark::Wrong, device, "two have this name: calls reach the first",
+                                "give one another serial number, or take it away"});
+        }
+    }
+    return answered;
+}
+
+/// All texts may come from devices, processes and servers: they must not steer the terminal.
+void Doctor::Add(const Findings& more) {
+    for (const Finding& each : more) {
+        findings.push_back(
+            {each.mark, Printable(each.subject), Printable(each.text), Printable(each.remedy)});
+    }
 }
 
 void Doctor::Print(Printer& printer) const {
-    std::vector<std::vector<Cell>> rows;
-    for (const Finding& finding : findings) {
-        const bool wrong = finding.mark == Mark::Wrong;
-        rows.push_back({{MarkText(finding.mark), wrong}, {finding.subject}, {finding.text, wrong}});
-        if (!finding.remedy.empty()) {
-            rows.push_back({{}, {}, {"do: " + finding.remedy}});
-        }
-    }
-    printer.Table({{""}, {"WHAT"}, {"FINDING"}}, rows);
+    PrintReport(findings, printer);
     printer.Line(status == ExitStatus::Done ? "A gripper answers." : "No gripper answers.");
 }
 

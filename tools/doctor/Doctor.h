@@ -1,7 +1,9 @@
 #pragma once
 
 #include <nlohmann/json_fwd.hpp>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "tools/Daemon.h"
 #include "tools/ExitStatus.h"
@@ -25,16 +27,22 @@ public:
     ExitStatus Status() const { return status; }
     /// What GetVersion answered; empty without an answer.
     const std::string& DaemonVersion() const { return version; }
+    /// Whether the daemon's machine was looked at too: it is this one.
+    bool SawMachine() const { return sawMachine; }
     void Print(Printer& printer) const;
     nlohmann::ordered_json Json() const;
 
 private:
     void ExaminePorts(const Host* host);
-    void ExamineGrippers(const Host* host);
     void ExamineDevices(const Host& host);
-    void Add(Findings more);
+    void ExamineGrippers(const Host* host);
+    std::optional<std::vector<std::string>> ListGrippers(Daemon& daemon);
+    Findings AskGrippers(Daemon& daemon, const std::vector<std::string>& grippers);
+    void Add(const Findings& more);
 
     Endpoint endpoint;  // its port answers, once one has
+    bool answers = false;
+    bool sawMachine = false;
     std::string version;
     Findings findings;
     ExitStatus status = ExitStatus::NoDaemon;

@@ -21,7 +21,7 @@ bool Host::DaemonHasOpen(const UsbTty& tty) const {
     if (!daemon || !status) {
         return false;
     }
-    const auto holders = processes.HoldersOfDevice(status->st_rdev);
+    const auto holders = processes.HoldersOfDevice(*status);
     return std::any_of(holders.begin(), holders.end(),
                        [this](const Process& each) { return each.pid == daemon->pid; });
 }

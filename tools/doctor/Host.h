@@ -24,7 +24,7 @@ struct Host {
     /// How to start the daemon, or to start it again.
     std::string StartCommand() const;
 
-private:
+    /// By its process, or else by the service, or else by what the package gives it.
     std::optional<Account> FindAccount() const;
 };
 

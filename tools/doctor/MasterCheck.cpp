@@ -4,31 +4,45 @@
 
 namespace tavrikctl {
 
+namespace {
+constexpr const char* kMasters = "masters";
+}
+
 Findings MasterCheck::Run() {
-    constexpr const char* kSubject = "masters";
     const auto attached = std::count_if(host.ttys.begin(), host.ttys.end(),
                                         [](const UsbTty& tty) { return tty.IsMaster(); });
     if (attached == 0) {
-        return {{Mark::Wrong, kSubject, "no master is attached, as far as udev knows",
-                 "look at the USB cable and the master's power; dmesg tells what was plugged in"}};
+        return {{Mark::Wrong, kMasters, "no master is attached, as far as udev knows",
+                 "look at the USB cable and the master's power; see dmesg"}};
     }
-    std::string text = std::to_string(attached) + " attached";
-    if (host.daemon && host.processes.Sees(host.daemon->pid)) {
-        text += ", " + std::to_string(OpenedCount()) + " opened by TavrikDaemon";
-    }
-    if (listed) {
-        text +=
-            ", " + std::to_string(*listed) + (*listed == 1 ? " gripper" : " grippers") + " listed";
-    }
-    if (listed && OpenedCount() > *listed) {
-        return {{Mark::Wrong, kSubject, text + ": a gripper has no name",
-                 "look at the gripper's cable and power; if both are well, plug its master in "
-                 "again"}};
-    }
-    return {{Mark::Ok, kSubject, text, ""}};
+    return {Compare(static_cast<std::size_t>(attached))};
 }
 
-std::size_t MasterCheck::OpenedCount() const {
+Finding MasterCheck::Compare(std::size_t attached) const {
+    const auto opened = OpenedCount();
+    std::string text = std::to_string(attached) + " attached";
+    if (opened) {
+        text += ", " + std::to_string(*opened) + " opened";
+    }
+    if (!listed) {
+        return {Mark::Ok, kMasters, text, ""};
+    }
+    text += ", " + std::to_string(*listed) + (*listed == 1 ? " gripper" : " grippers") + " listed";
+    if (opened && *opened > *listed) {
+        return {Mark::Wrong, kMasters, text + ": a device string is empty, or an ID wrong",
+                "look at the gripper's cable and power; then plug its master in again"};
+    }
+    if (!opened && attached > *listed) {
+        return {Mark::Unknown, kMasters, text + "; which are open, only root can see",
+                "run the doctor as root"};
+    }
+    return {Mark::Ok, kMasters, text, ""};
+}
+
+std::optional<std::size_t> MasterCheck::OpenedCount() const {
+    if (!host.daemon || !host.processes.Sees(host.daemon->pid)) {
+        return std::nullopt;
+    }
     return static_cast<std::size_t>(std::count_if(
         host.ttys.begin(), host.ttys.end(),
         [this](const UsbTty& tty) { return tty.IsMaster() && host.DaemonHasOpen(tty); }));

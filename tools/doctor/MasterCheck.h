@@ -17,7 +17,10 @@ public:
     Findings Run() override;
 
 private:
-    std::size_t OpenedCount() const;
+    Finding Compare(std::size_t attached) const;
+
+    /// How many masters the daemon has opened; nothing if that cannot be seen.
+    std::optional<std::size_t> OpenedCount() const;
 
     const Host& host;
     std::optional<std::size_t> listed;

@@ -1,74 +1,99 @@
 #include "tools/doctor/PortCheck.h"
 
-#include "tools/Failure.h"
-#include "tools/Printable.h"
-#include "tools/doctor/TcpSocket.h"
+#include <algorithm>
+
+#include "daemon/Version.h"
 
 namespace tavrikctl {
 
 namespace {
 
-constexpr const char* kUnknownHolder = "a program that only root can see";
+/// GetVersion waits for nothing in the daemon.
+constexpr std::chrono::milliseconds kPatienceWithPort = std::chrono::seconds(3);
 
-std::string HolderText(const Host& host, const TcpSocket& socket) {
-    const auto holder = host.processes.HolderOfSocket(socket.inode);
-    return holder ? holder->Text() : kUnknownHolder;
+/// The failure without the address, which the subject tells.
+std::string Reason(const Endpoint& endpoint, const Failure& failure) {
+    const std::string text = failure.what();
+    const std::string address = endpoint.Address() + " ";
+    return text.starts_with(address) ? text.substr(address.size()) : text;
 }
 
 }  // namespace
 
-Findings PortCheck::Run() {
-    if (host == nullptr) {
-        return {Ask("")};
-    }
-    const auto sockets = ListTcpSockets(endpoint.port);
-    const bool isServed = !sockets.empty() && sockets.front().IsListening();
-    return {isServed ? Ask(HolderText(*host, sockets.front())) : WithoutListener()};
+PortCheck::PortCheck(const Endpoint& server, const Host* machine)
+    : endpoint(server), host(machine), subject("port " + std::to_string(server.port)) {
+    endpoint.timeout = std::min(endpoint.timeout, kPatienceWithPort);
 }
 
-Finding PortCheck::Ask(const std::string& holder) {
-    const std::string subject = "port " + std::to_string(endpoint.port);
+Findings PortCheck::Run() {
+    const auto sockets = host == nullptr ? std::nullopt : ListTcpSockets(endpoint.port);
+    if (!sockets) {
+        return {Ask(nullptr)};
+    }
+    const TcpSocket* const first = sockets->empty() ? nullptr : &sockets->front();
+    return {first != nullptr && first->IsListening() ? Ask(first) : WithoutListener(first)};
+}
+
+Finding PortCheck::Ask(const TcpSocket* listener) {
     try {
         version = Daemon(endpoint).Get<std::string>("GetVersion");
-        return {Mark::Ok, subject,
-                (holder.empty() ? "" : holder + " listens, ") + "version " +
-                    Printable(version.substr(0, version.find(' '))),
-                ""};
+        return Judge(listener == nullptr ? "" : HolderText(*listener) + " listens, ");
     } catch (const Failure& failure) {
-        return {Mark::Wrong, subject, (holder.empty() ? "" : holder + " has it: ") + failure.what(),
-                RemedyForListener(holder)};
+        return Unanswered(listener, failure);
     }
 }
 
-std::string PortCheck::RemedyForListener(const std::string& holder) const {
-    if (host == nullptr) {
-        return "is it the right host? Run tavrikctl doctor there; mind the firewall";
+Finding PortCheck::Judge(const std::string& listens) const {
+    const std::string number = version->substr(0, version->find(' '));
+    const std::string text = listens + "version " + number;
+    if (number != TAVRIK_VERSION) {
+        return {Mark::Warning, subject, text + ", not " TAVRIK_VERSION " as tavrikctl",
+                "after an upgrade: systemctl restart tavrikdaemon"};
     }
-    if (host->daemon && holder == host->daemon->Text()) {
-        return "close idle clients (it serves 15); the reader of its log must read; else restart "
-               "it";
-    }
-    return "end this program, then: " + host->StartCommand();
+    return {Mark::Ok, subject, text, ""};
 }
 
-Finding PortCheck::WithoutListener() const {
-    const std::string subject = "port " + std::to_string(endpoint.port);
-    const auto sockets = ListTcpSockets(endpoint.port);
-    if (!sockets.empty() && sockets.front().inode == 0) {
-        return {Mark::Wrong, subject, "held by a connection that has ended",
-                "wait a minute, then: " + host->StartCommand()};
+Finding PortCheck::Unanswered(const TcpSocket* listener, const Failure& failure) const {
+    if (listener == nullptr) {
+        return {Mark::Wrong, subject, Reason(endpoint, failure),
+                "is it the right host? Run tavrikctl doctor there; mind firewall and network.conf"};
     }
-    if (!sockets.empty()) {
-        return {Mark::Wrong, subject,
-                HolderText(*host, sockets.front()) + " has it for a connection of its own",
-                "end it, then: " + host->StartCommand() +
-                    "; reserve the port: sysctl -w net.ipv4.ip_local_reserved_ports=44221,44222"};
+    const std::string text = HolderText(*listener) + " has it: " + Reason(endpoint, failure);
+    const auto holder = host->processes.HolderOfSocket(listener->inode);
+    if (holder && host->daemon && holder->pid == host->daemon->pid) {
+        return {Mark::Wrong, subject, text,
+                "close idle clients, it serves 15; have its log read; else restart it"};
     }
-    if (host->daemon) {
+    return {Mark::Wrong, subject, text, RemedyForHolder(*listener)};
+}
+
+Finding PortCheck::WithoutListener(const TcpSocket* socket) const {
+    if (socket == nullptr && host->daemon && !host->daemon->isStopped) {
         return {Mark::Wrong, subject, "nobody listens; TavrikDaemon is starting or stopping",
                 "wait: at its start it tries each silent master for 5.5 s"};
     }
-    return {Mark::Wrong, subject, "nobody listens", ""};
+    if (socket == nullptr) {
+        return {Mark::Wrong, subject, "nobody listens", ""};
+    }
+    if (socket->inode == 0) {
+        return {Mark::Wrong, subject, "held by a connection that has ended",
+                "wait a minute, then: " + host->StartCommand()};
+    }
+    return {Mark::Wrong, subject, HolderText(*socket) + " has it for a connection of its own",
+            RemedyForHolder(*socket)};
+}
+
+std::string PortCheck::HolderText(const TcpSocket& socket) const {
+    const auto holder = host->processes.HolderOfSocket(socket.inode);
+    return holder ? holder->Text() : "a program of user " + UserName(socket.user);
+}
+
+std::string PortCheck::RemedyForHolder(const TcpSocket& socket) const {
+    const bool isNamed = host->processes.HolderOfSocket(socket.inode).has_value();
+    return (isNamed || host->processes.SeesAll()
+                ? ""
+                : "run the doctor as root, it names the program; ") +
+           ("end it, then: " + host->StartCommand());
 }
 
 }  // namespace tavrikctl

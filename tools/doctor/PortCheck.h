@@ -1,10 +1,13 @@
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "tools/Daemon.h"
+#include "tools/Failure.h"
 #include "tools/doctor/Check.h"
 #include "tools/doctor/Host.h"
+#include "tools/doctor/TcpSocket.h"
 
 namespace tavrikctl {
 
@@ -12,22 +15,24 @@ namespace tavrikctl {
 class PortCheck : public Check {
 public:
     /// @param machine null for a daemon on another machine
-    PortCheck(const Endpoint& server, const Host* machine) : endpoint(server), host(machine) {}
+    PortCheck(const Endpoint& server, const Host* machine);
     Findings Run() override;
 
-    /// After Run().
-    bool Answers() const { return !version.empty(); }
-    /// What GetVersion answered.
-    const std::string& Version() const { return version; }
+    /// After Run(): what GetVersion answered, if it did.
+    const std::optional<std::string>& Version() const { return version; }
 
 private:
-    Finding Ask(const std::string& holder);
-    Finding WithoutListener() const;
-    std::string RemedyForListener(const std::string& holder) const;
+    Finding Ask(const TcpSocket* listener);
+    Finding Judge(const std::string& listens) const;
+    Finding Unanswered(const TcpSocket* listener, const Failure& failure) const;
+    Finding WithoutListener(const TcpSocket* socket) const;
+    std::string HolderText(const TcpSocket& socket) const;
+    std::string RemedyForHolder(const TcpSocket& socket) const;
 
     Endpoint endpoint;
     const Host* host;
-    std::string version;
+    std::string subject;
+    std::optional<std::string> version;
 };
 
 }  // namespace tavrikctl

@@ -1,13 +1,12 @@
 #include "tools/doctor/ProcessTable.h"
 
-#include <sys/stat.h>
+#include <sys/sysmacros.h>
 
 #include <algorithm>
 #include <charconv>
 #include <filesystem>
 #include <fstream>
-
-#include "tools/Printable.h"
+#include <iterator>
 
 namespace tavrikctl {
 
@@ -15,36 +14,67 @@ namespace fs = std::filesystem;
 
 namespace {
 
-/// Processes of another network, as those in a container, serve others. Who may not be asked
-/// counts as one of ours.
-bool IsInOurNetwork(const std::string& folder) {
+/// Empty if it may not be asked.
+std::string NetworkOf(const std::string& folder) {
     std::error_code error;
-    const fs::path theirs = fs::read_symlink(folder + "/ns/net", error);
-    return error || theirs == fs::read_symlink("/proc/self/ns/net", error);
+    return fs::read_symlink(folder + "/ns/net", error);
+}
+
+/// From a line such as "5 (NAME) S 1 ..."; the name may have blanks and parentheses.
+/// @return nothing for one that has ended
+std::optional<Process> ReadProcess(pid_t pid, const std::string& path) {
+    std::ifstream file(path);
+    const std::string text{std::istreambuf_iterator<char>(file), {}};
+    const std::size_t first = text.find('(');
+    const std::size_t last = text.rfind(") ");
+    if (first == std::string::npos || last == std::string::npos || last + 2 >= text.size()) {
+        return std::nullopt;
+    }
+    const char state = text[last + 2];
+    if (state == 'Z' || state == 'X') {
+        return std::nullopt;
+    }
+    return Process{pid, text.substr(first + 1, last - first - 1), state == 'T'};
 }
 
 }  // namespace
 
 std::string Process::Text() const {
-    return Printable(name) + " (process " + std::to_string(pid) + ")";
+    return name + " (process " + std::to_string(pid) + ")";
 }
 
-ProcessTable::ProcessTable() {
-    for (const auto& folder : fs::directory_iterator("/proc")) {
-        const std::string number = folder.path().filename();
-        const std::string path = folder.path();
+bool IsPseudoTerminal(dev_t device) {
+    constexpr unsigned kFirst = 136;  // majors, as the kernel assigns them
+    constexpr unsigned kLast = 143;
+    return major(device) >= kFirst && major(device) <= kLast;
+}
+
+ProcessTable::ProcessTable(const std::string& processes)
+    : ourNetwork(NetworkOf(processes + "/self")) {
+    std::error_code error;
+    for (fs::directory_iterator folder(processes, error);
+         !error && folder != fs::directory_iterator(); folder.increment(error)) {
+        const std::string number = folder->path().filename();
         pid_t pid = 0;
         std::from_chars(number.data(), number.data() + number.size(), pid);
-        if (pid == 0 || !IsInOurNetwork(path)) {
-            continue;
-        }
-        Entry entry;
-        std::ifstream file(path + "/comm");
-        if (std::getline(file, entry.name)) {
-            ReadOpenFiles(path + "/fd", entry);
-            entries.emplace(pid, std::move(entry));
+        if (pid > 0) {
+            Add(pid, folder->path());
         }
     }
+}
+
+void ProcessTable::Add(pid_t pid, const std::string& folder) {
+    const auto process = ReadProcess(pid, folder + "/stat");
+    if (!process) {
+        return;
+    }
+    Entry entry{*process, NetworkOf(folder)};
+    ReadOpenFiles(folder + "/fd", entry);
+    entries.emplace(pid, std::move(entry));
+}
+
+ProcessTable::Device ProcessTable::DeviceOf(const struct stat& node) {
+    return {node.st_rdev, IsPseudoTerminal(node.st_rdev) ? node.st_dev : 0};
 }
 
 /// Every step may fail, because processes end and close files meanwhile.
@@ -58,7 +88,7 @@ void ProcessTable::ReadOpenFiles(const std::string& folder, Entry& entry) {
             continue;
         }
         if (S_ISCHR(status.st_mode)) {
-            entry.devices.insert(status.st_rdev);
+            entry.devices.insert(DeviceOf(status));
         } else if (S_ISSOCK(status.st_mode)) {
             entry.sockets.insert(status.st_ino);
         }
@@ -66,16 +96,22 @@ void ProcessTable::ReadOpenFiles(const std::string& folder, Entry& entry) {
 }
 
 std::optional<Process> ProcessTable::Find(const std::string& name) const {
-    const auto found = std::find_if(entries.begin(), entries.end(),
-                                    [&](const auto& each) { return each.second.name == name; });
-    return found == entries.end() ? std::nullopt : std::optional(Process{found->first, name});
+    for (const std::string& network : {ourNetwork, std::string()}) {
+        const auto found = std::find_if(entries.begin(), entries.end(), [&](const auto& each) {
+            return each.second.process.name == name && each.second.network == network;
+        });
+        if (found != entries.end()) {
+            return found->second.process;
+        }
+    }
+    return std::nullopt;
 }
 
-std::vector<Process> ProcessTable::HoldersOfDevice(dev_t device) const {
+std::vector<Process> ProcessTable::HoldersOfDevice(const struct stat& node) const {
     std::vector<Process> holders;
     for (const auto& [pid, entry] : entries) {
-        if (entry.devices.contains(device)) {
-            holders.push_back({pid, entry.name});
+        if (entry.devices.contains(DeviceOf(node))) {
+            holders.push_back(entry.process);
         }
     }
     return holders;
@@ -85,8 +121,7 @@ std::optional<Process> ProcessTable::HolderOfSocket(std::uint64_t inode) const {
     const auto found = std::find_if(entries.begin(), entries.end(), [=](const auto& each) {
         return each.second.sockets.contains(inode);
     });
-    return found == entries.end() ? std::nullopt
-                                  : std::optional(Process{found->first, found->second.name});
+    return found == entries.end() ? std::nullopt : std::optional(found->second.process);
 }
 
 bool ProcessTable::Sees(pid_t pid) const {
@@ -95,8 +130,12 @@ bool ProcessTable::Sees(pid_t pid) const {
 }
 
 bool ProcessTable::SeesAll() const {
-    return std::all_of(entries.begin(), entries.end(),
-                       [](const auto& each) { return each.second.readable; });
+    return SeesAllNames() && std::all_of(entries.begin(), entries.end(),
+                                         [](const auto& each) { return each.second.readable; });
+}
+
+bool ProcessTable::SeesAllNames() const {
+    return entries.contains(1);  // it never ends, and is root's
 }
 
 }  // namespace tavrikctl

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <sys/stat.h>
 #include <sys/types.h>
 
 #include <cstdint>
@@ -7,28 +8,36 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace tavrikctl {
 
 struct Process {
     pid_t pid;
-    std::string name;  ///< the kernel's: 15 bytes at most
+    std::string name;        ///< the kernel's: 15 bytes at most
+    bool isStopped = false;  ///< by a signal
 
-    /// "NAME (process PID)", as it may be shown.
+    /// "NAME (process PID)".
     std::string Text() const;
 };
 
-/// The processes of this host's network, and what they have open, at the time of construction.
+/// Whether a device is a pseudo-terminal. Each container has its own, with the same numbers.
+bool IsPseudoTerminal(dev_t device);
+
+/// The processes, and what they have open, at the time of construction. Those that have ended and
+/// wait for their parent do not count.
 class ProcessTable {
 public:
-    ProcessTable();
+    /// @param processes where the kernel shows them
+    explicit ProcessTable(const std::string& processes = "/proc");
 
-    /// The first process of this name.
+    /// The first process of this name in this host's network: those of another, as in a container,
+    /// serve others. Without root, one whose network may not be asked if there is no better.
     std::optional<Process> Find(const std::string& name) const;
 
-    /// Who has the character device open. Incomplete without root.
-    std::vector<Process> HoldersOfDevice(dev_t device) const;
+    /// Who has the character device `node` open. Incomplete without root.
+    std::vector<Process> HoldersOfDevice(const struct stat& node) const;
 
     /// Who has the socket open; unknown without root if it is another user's.
     std::optional<Process> HolderOfSocket(std::uint64_t inode) const;
@@ -39,16 +48,25 @@ public:
     /// Whether what all processes have open could be read.
     bool SeesAll() const;
 
+    /// Whether no process is hidden, as the system may do it for all but root.
+    bool SeesAllNames() const;
+
 private:
+    using Device = std::pair<dev_t, dev_t>;  // its number and, if that is not enough, its place
+
     struct Entry {
-        std::string name;
+        Process process;
+        std::string network;  // empty if it may not be asked
         bool readable = false;
-        std::set<dev_t> devices;
-        std::set<std::uint64_t> sockets;  // inodes
+        std::set<Device> devices = {};
+        std::set<std::uint64_t> sockets = {};  // inodes
     };
 
+    void Add(pid_t pid, const std::string& folder);
+    static Device DeviceOf(const struct stat& node);
     static void ReadOpenFiles(const std::string& folder, Entry& entry);
 
+    std::string ourNetwork;
     std::map<pid_t, Entry> entries;
 };
 

@@ -12,6 +12,8 @@ public:
     Findings Run() override;
 
 private:
+    Finding Running() const;
+    Finding Hidden() const;
     Finding Stopped() const;
 
     const Host& host;

@@ -9,8 +9,8 @@ namespace tavrikctl {
 
 std::optional<ServiceState> ServiceState::Read() {
     const ToolOutput output =
-        RunTool({"systemctl", "show", "--property=LoadState,ActiveState,SubState,Result,User",
-                 kServiceName});
+        RunTool({"systemctl", "show",
+                 "--property=LoadState,ActiveState,SubState,Result,User,MainPID", kServiceName});
     if (!output.succeeded) {
         return std::nullopt;
     }
@@ -23,7 +23,7 @@ std::optional<ServiceState> ServiceState::Read() {
         }
     }
     return ServiceState{values["LoadState"], values["ActiveState"], values["SubState"],
-                        values["Result"], values["User"]};
+                        values["Result"],    values["User"],        values["MainPID"]};
 }
 
 }  // namespace tavrikctl

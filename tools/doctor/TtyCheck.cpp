@@ -1,8 +1,6 @@
 #include "tools/doctor/TtyCheck.h"
 
-#include <sys/sysmacros.h>
-
-#include "tools/Printable.h"
+#include <sys/xattr.h>
 
 namespace tavrikctl {
 
@@ -10,11 +8,11 @@ namespace {
 
 /// pellix-sim keeps both ends of the pseudo-terminals that stand for ttys: it is the master.
 bool IsSimulator(const Process& process, const struct stat& node) {
-    constexpr unsigned kFirstPseudoTerminal = 136;  // majors, as the kernel assigns them
-    constexpr unsigned kLastPseudoTerminal = 143;
-    const unsigned number = major(node.st_rdev);
-    return process.name == "pellix-sim" && number >= kFirstPseudoTerminal &&
-           number <= kLastPseudoTerminal;
+    return process.name == "pellix-sim" && IsPseudoTerminal(node.st_rdev);
+}
+
+bool HasAccessList(const std::string& path) {
+    return getxattr(path.c_str(), "system.posix_acl_access", nullptr, 0) > 0;
 }
 
 }  // namespace
@@ -34,45 +32,59 @@ Findings TtyCheck::Run() {
     CheckHolders(*node, findings);
     if (findings.empty()) {
         findings.push_back({Mark::Ok, tty.node,
-                            "master, serial number " + Printable(tty.serial) + ", " +
-                                PermissionText(*node) +
-                                (host.DaemonHasOpen(tty) ? ", open by TavrikDaemon" : ""),
+                            "master, serial " + tty.serial + ", " + PermissionText(*node) +
+                                (host.DaemonHasOpen(tty) ? ", open" : ""),
                             ""});
     }
     return findings;
 }
 
 void TtyCheck::CheckPermission(const struct stat& node, Findings& findings) const {
+    if (host.DaemonHasOpen(tty)) {
+        return;
+    }
     if (!host.account) {
         findings.push_back(
             {Mark::Unknown, tty.node,
              "master, " + PermissionText(node) + "; the user for the service is not there yet",
              "install the package tavrikdaemon, or start TavrikDaemon"});
     } else if (!host.account->MayReadAndWrite(node)) {
-        findings.push_back({Mark::Wrong, tty.node,
-                            "master, but user " + host.account->Name() +
-                                " may not open it: " + PermissionText(node),
-                            "install the udev rule of the package tavrikdaemon, then plug the "
-                            "master in again"});
+        findings.push_back(ForbiddenTo(host.account->Name(), node));
     }
 }
 
+Finding TtyCheck::ForbiddenTo(const std::string& user, const struct stat& node) const {
+    if (HasAccessList(tty.node)) {
+        return {Mark::Unknown, tty.node,
+                "master, " + PermissionText(node) + "; its access list must let user " + user +
+                    " open it",
+                "see getfacl " + tty.node};
+    }
+    return {Mark::Wrong, tty.node,
+            "master, but user " + user + " may not open it: " + PermissionText(node),
+            "install the package's udev rule, then plug the master in again"};
+}
+
 void TtyCheck::CheckHolders(const struct stat& node, Findings& findings) const {
-    for (const Process& holder : host.processes.HoldersOfDevice(node.st_rdev)) {
+    for (const Process& holder : host.processes.HoldersOfDevice(node)) {
         if (holder.name != kDaemonName && !IsSimulator(holder, node)) {
             findings.push_back({Mark::Wrong, tty.node,
                                 "master, but " + holder.Text() + " has it open too",
                                 "end it: it takes the master's answers away"});
         }
     }
-    if (!host.processes.SeesAll()) {
-        findings.push_back({Mark::Unknown, tty.node, "master; who has it open, only root can see",
-                            "run the doctor as root"});
-    } else if (findings.empty() && host.daemon && !host.DaemonHasOpen(tty)) {
+    const bool isDaemonSeen = host.daemon && host.processes.Sees(host.daemon->pid);
+    if (findings.empty() && isDaemonSeen && !host.DaemonHasOpen(tty)) {
         findings.push_back(
             {Mark::Wrong, tty.node,
              "master, but TavrikDaemon has not opened it, or has given it up",
              "look at the master's power, then plug it in again; or: " + host.StartCommand()});
+    }
+    if (!host.processes.SeesAll()) {
+        findings.push_back(
+            {Mark::Unknown, tty.node,
+             "master, " + PermissionText(node) + "; only root can see who has it open",
+             "run the doctor as root"});
     }
 }
 

@@ -16,6 +16,7 @@ public:
 private:
     void CheckPermission(const struct stat& node, Findings& findings) const;
     void CheckHolders(const struct stat& node, Findings& findings) const;
+    Finding ForbiddenTo(const std::string& user, const struct stat& node) const;
 
     const Host& host;
     const UsbTty& tty;

@@ -1,11 +1,8 @@
 #include "tools/doctor/UsbTty.h"
 
 #include <algorithm>
-#include <array>
-#include <string_view>
 
 #include "pellix/Udev.h"
-#include "tools/Printable.h"
 
 namespace tavrikctl {
 
@@ -32,28 +29,25 @@ UsbTty Describe(udev_device* tty, udev_device* usb) {
             HasIgnoreRule(tty) || HasIgnoreRule(usb)};
 }
 
+/// Adds to `text` in what way `value` is none of the one or two that are wanted.
+void Compare(const std::string& name, const std::string& value,
+             const std::vector<std::string>& wanted, std::string& text) {
+    if (std::find(wanted.begin(), wanted.end(), value) != wanted.end()) {
+        return;
+    }
+    text += (text.empty() ? "" : "; ") + name +
+            (value.empty() ? " is missing" : " is \"" + value + "\"") + ", not \"" +
+            wanted.front() + "\"" + (wanted.size() > 1 ? " or \"" + wanted.back() + "\"" : "");
+}
+
 }  // namespace
 
 std::string UsbTty::Mismatch() const {
-    struct Value {
-        const char* name;
-        const std::string& text;
-        std::vector<std::string_view> wanted;
-    };
-    const std::array<Value, 4> values{Value{"vendor", vendor, {"0483"}},
-                                      Value{"product id", productId, {"5740"}},
-                                      Value{"manufacturer", manufacturer, {"Zentrova"}},
-                                      Value{"product", product, {"PELLIX", "MARROK-7"}}};
     std::string text;
-    for (const auto& [name, value, wanted] : values) {
-        if (std::find(wanted.begin(), wanted.end(), value) != wanted.end()) {
-            continue;
-        }
-        text += (text.empty() ? "" : "; ") + std::string(name) +
-                (value.empty() ? " is missing" : " is \"" + Printable(value) + "\"") + ", not \"" +
-                std::string(wanted.front()) + "\"" +
-                (wanted.size() > 1 ? " or \"" + std::string(wanted.back()) + "\"" : "");
-    }
+    Compare("vendor", vendor, {"0483"}, text);
+    Compare("product id", productId, {"5740"}, text);
+    Compare("manufacturer", manufacturer, {"Zentrova"}, text);
+    Compare("product", product, {"PELLIX", "MARROK-7"}, text);
     return text;
 }
 

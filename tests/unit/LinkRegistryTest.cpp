@@ -260,6 +260,8 @@ TEST_F(LinkRegistryTest, NodeThatHasALinkGetsNoSecondOne) {
 TEST_F(LinkRegistryTest, RemovalStopsAndDestroysTheLink) {
     const FakeMaster& master = Plug("1");
     const FakeMaster& other = Plug("2");
+    // The request of a state thread that is cut off is logged, too.
+    ASSERT_TRUE(WaitFor([&] { return log.BeginningWith("Pending command PDOUT").size() == 2; }));
     log.Clear();
     registry.RemoveDevice(master.Path());
     EXPECT_EQ(log.OfThisThread(),

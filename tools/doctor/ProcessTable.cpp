@@ -6,7 +6,7 @@
 #include <charconv>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
+#include <string>
 
 namespace tavrikctl {
 
@@ -24,7 +24,8 @@ std::string NetworkOf(const std::string& folder) {
 /// @return nothing for one that has ended
 std::optional<Process> ReadProcess(pid_t pid, const std::string& path) {
     std::ifstream file(path);
-    const std::string text{std::istreambuf_iterator<char>(file), {}};
+    std::string text;
+    std::getline(file, text, '\0');  // whole; iterators would throw if the process ends meanwhile
     const std::size_t first = text.find('(');
     const std::size_t last = text.rfind(") ");
     if (first == std::string::npos || last == std::string::npos || last + 2 >= text.size()) {

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <filesystem>
 
 #include "tests/unit/tools/doctor/FakeFolder.h"
 
@@ -50,6 +51,13 @@ TEST(ProcessTableTest, AnyOtherDeviceIsTheSameInAContainer) {
     struct stat node = StatusOf("/dev/null");
     ++node.st_dev;
     EXPECT_EQ(ProcessTable(proc.Path()).HoldersOfDevice(node).size(), 1U);
+}
+
+TEST(ProcessTableTest, AProcessThatCannotBeReadIsLeftOut) {
+    const FakeFolder proc;
+    proc.AddProcess(7, "init");
+    std::filesystem::create_directories(proc.Path() + "/8/stat");  // reading it fails
+    EXPECT_TRUE(ProcessTable(proc.Path()).Find("init"));
 }
 
 TEST(ProcessTableTest, NamesMayHaveBlanksAndParentheses) {

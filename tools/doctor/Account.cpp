@@ -13,7 +13,7 @@ namespace tavrikctl {
 
 namespace {
 
-// The program has one thread.
+// Only the doctor asks, which has no other thread.
 // NOLINTBEGIN(concurrency-mt-unsafe)
 
 std::string GroupName(gid_t group) {

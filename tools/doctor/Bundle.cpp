@@ -2,12 +2,8 @@
 
 #include <archive.h>
 #include <archive_entry.h>
-
-#include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
-#include <cerrno>
-#include <cstdlib>
+
 #include <ctime>
 #include <memory>
 #include <nlohmann/json.hpp>

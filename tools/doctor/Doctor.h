@@ -14,6 +14,7 @@
 namespace tavrikctl {
 
 /// Walks the road from the robot to the gripper and collects what is right and what is wrong.
+/// Looks, and changes nothing.
 class Doctor {
 public:
     /// @param server host and time-out of the daemon; both ports are looked at

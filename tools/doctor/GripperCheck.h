@@ -2,15 +2,15 @@
 
 #include "tools/ExitStatus.h"
 #include "tools/Gripper.h"
-#include "tools/doctor/Check.h"
+#include "tools/doctor/Finding.h"
 
 namespace tavrikctl {
 
 /// Whether a gripper that the daemon lists answers.
-class GripperCheck : public Check {
+class GripperCheck {
 public:
     explicit GripperCheck(Gripper listed) : gripper(std::move(listed)) {}
-    Findings Run() override;
+    Findings Run();
 
     /// After Run(): Done if the gripper answers.
     ExitStatus Status() const { return status; }

@@ -18,7 +18,7 @@ struct Host {
     std::optional<Account> account = FindAccount();  ///< as which the daemon runs, or would
     std::vector<UsbTty> ttys = ListUsbTtys();
 
-    /// Whether the running daemon has the tty at `node` open.
+    /// Whether the daemon runs and is seen to have the tty open.
     bool DaemonHasOpen(const UsbTty& tty) const;
 
     /// How to start the daemon, or to start it again.

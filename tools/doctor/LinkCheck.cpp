@@ -47,7 +47,7 @@ Finding Judge(const std::string& node, const LoggedMaster& master) {
 
 }  // namespace
 
-Findings LinkCheck::Run() {
+Findings LinkCheck::Run() const {
     Findings findings;
     for (const UsbTty& tty : host.ttys) {
         if (const LoggedMaster* const master = log.Find(tty.node)) {

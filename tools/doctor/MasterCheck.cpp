@@ -8,7 +8,7 @@ namespace {
 constexpr const char* kMasters = "masters";
 }
 
-Findings MasterCheck::Run() {
+Findings MasterCheck::Run() const {
     const auto attached = std::count_if(host.ttys.begin(), host.ttys.end(),
                                         [](const UsbTty& tty) { return tty.IsMaster(); });
     if (attached == 0) {

@@ -3,18 +3,18 @@
 #include <cstddef>
 #include <optional>
 
-#include "tools/doctor/Check.h"
+#include "tools/doctor/Finding.h"
 #include "tools/doctor/Host.h"
 
 namespace tavrikctl {
 
 /// Whether there is a master, and a gripper is listed for each that the daemon has opened.
-class MasterCheck : public Check {
+class MasterCheck {
 public:
     /// @param listedCount how many grippers the daemon lists; nothing if it does not answer
     MasterCheck(const Host& machine, std::optional<std::size_t> listedCount)
         : host(machine), listed(listedCount) {}
-    Findings Run() override;
+    Findings Run() const;
 
 private:
     Finding Compare(std::size_t attached) const;

@@ -4,7 +4,7 @@
 
 namespace tavrikctl {
 
-Findings ModemManagerCheck::Run() {
+Findings ModemManagerCheck::Run() const {
     constexpr const char* kSubject = "modems";
     const auto manager = host.processes.Find("ModemManager");
     if (!manager && !host.processes.SeesAllNames()) {

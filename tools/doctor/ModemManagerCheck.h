@@ -1,15 +1,15 @@
 #pragma once
 
-#include "tools/doctor/Check.h"
+#include "tools/doctor/Finding.h"
 #include "tools/doctor/Host.h"
 
 namespace tavrikctl {
 
 /// Whether a modem manager talks to the masters.
-class ModemManagerCheck : public Check {
+class ModemManagerCheck {
 public:
     explicit ModemManagerCheck(const Host& machine) : host(machine) {}
-    Findings Run() override;
+    Findings Run() const;
 
 private:
     const Host& host;

@@ -5,18 +5,18 @@
 
 #include "tools/Daemon.h"
 #include "tools/Failure.h"
-#include "tools/doctor/Check.h"
+#include "tools/doctor/Finding.h"
 #include "tools/doctor/Host.h"
 #include "tools/doctor/TcpSocket.h"
 
 namespace tavrikctl {
 
 /// Whether the daemon serves one of its ports, and who has the port if it does not.
-class PortCheck : public Check {
+class PortCheck {
 public:
     /// @param machine null for a daemon on another machine
     PortCheck(const Endpoint& server, const Host* machine);
-    Findings Run() override;
+    Findings Run();
 
     /// After Run(): what GetVersion answered, if it did.
     const std::optional<std::string>& Version() const { return version; }

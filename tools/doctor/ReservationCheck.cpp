@@ -9,7 +9,7 @@
 
 namespace tavrikctl {
 
-Findings ReservationCheck::Run() {
+Findings ReservationCheck::Run() const {
     constexpr const char* kSubject = "port range";
     std::istringstream range(Setting("ip_local_port_range"));
     unsigned first = 0;

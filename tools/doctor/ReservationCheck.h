@@ -2,17 +2,17 @@
 
 #include <string>
 
-#include "tools/doctor/Check.h"
+#include "tools/doctor/Finding.h"
 
 namespace tavrikctl {
 
 /// Whether outgoing connections of other programs are kept from taking the daemon's ports.
-class ReservationCheck : public Check {
+class ReservationCheck {
 public:
     /// @param settings where the kernel shows the settings of the network
     explicit ReservationCheck(std::string settings = "/proc/sys/net/ipv4/")
         : folder(std::move(settings)) {}
-    Findings Run() override;
+    Findings Run() const;
 
 private:
     std::string Setting(const std::string& name) const;

@@ -6,7 +6,7 @@ namespace {
 constexpr const char* kService = "service";
 }
 
-Findings ServiceCheck::Run() {
+Findings ServiceCheck::Run() const {
     if (host.daemon) {
         return {Running()};
     }

@@ -1,15 +1,15 @@
 #pragma once
 
-#include "tools/doctor/Check.h"
+#include "tools/doctor/Finding.h"
 #include "tools/doctor/Host.h"
 
 namespace tavrikctl {
 
 /// Whether the daemon runs, as a service or otherwise.
-class ServiceCheck : public Check {
+class ServiceCheck {
 public:
     explicit ServiceCheck(const Host& machine) : host(machine) {}
-    Findings Run() override;
+    Findings Run() const;
 
 private:
     Finding Running() const;

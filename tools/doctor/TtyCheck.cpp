@@ -17,7 +17,7 @@ bool HasAccessList(const std::string& path) {
 
 }  // namespace
 
-Findings TtyCheck::Run() {
+Findings TtyCheck::Run() const {
     const std::string mismatch = tty.Mismatch();
     if (!mismatch.empty()) {
         return {{Mark::Unknown, tty.node, "no master: " + mismatch, ""}};

@@ -2,16 +2,16 @@
 
 #include <sys/stat.h>
 
-#include "tools/doctor/Check.h"
+#include "tools/doctor/Finding.h"
 #include "tools/doctor/Host.h"
 
 namespace tavrikctl {
 
 /// Whether a tty is a master's, and nothing keeps the daemon from it.
-class TtyCheck : public Check {
+class TtyCheck {
 public:
     TtyCheck(const Host& machine, const UsbTty& device) : host(machine), tty(device) {}
-    Findings Run() override;
+    Findings Run() const;
 
 private:
     void CheckPermission(const struct stat& node, Findings& findings) const;

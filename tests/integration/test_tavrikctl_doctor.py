@@ -563,13 +563,17 @@ class OneGripperTest(DoctorTestCase):
         self.assertIn("close idle clients", findings[1]["remedy"])
 
     def test_what_systemd_says_of_a_daemon_that_runs(self):
-        pid = str(self.cell.daemon_pid())
-        for state, main, mark, text in (("active", pid, "ok", "by systemd"),
-                                        ("inactive", "0", "warn", "not by the service"),
-                                        ("deactivating", pid, "wrong", "is being stopped")):
-            with self.subTest(state=state):
+        groups = pathlib.Path(f"/proc/{self.cell.daemon_pid()}/cgroup").read_text()
+        ours = groups.splitlines()[0].split(":", 2)[2]
+        for state, group, mark, text in (
+                ("active", ours, "ok", ", by systemd"),
+                ("active", f"{ours}/other", "warn", "not by the service, which is active"),
+                ("inactive", "", "warn", "not by the service, which is inactive"),
+                ("deactivating", ours, "wrong", "is being stopped"),
+                ("failed", ours, "wrong", "is being stopped")):
+            with self.subTest(state=state, group=group):
                 self.expect(DONE, mark, "service", text,
-                            environment=self.fake_systemctl(ActiveState=state, MainPID=main))
+                            environment=self.fake_systemctl(ActiveState=state, ControlGroup=group))
 
     def test_id_and_mode_of_a_master_by_the_log(self):
         self.expect(DONE, "ok", TTY, 'by the log: ID "PELLIX", mode 4, operate',

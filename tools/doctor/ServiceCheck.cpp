@@ -23,12 +23,12 @@ Finding ServiceCheck::Running() const {
     if (!host.service || !host.service->IsInstalled()) {
         return {Mark::Ok, kService, process + ", not by systemd", ""};
     }
-    if (host.service->mainPid != pid) {
+    if (!host.service->Has(host.daemon->pid)) {
         return {Mark::Warning, kService,
                 process + ", not by the service, which is " + host.service->active,
                 "if that is not on purpose: kill -INT " + pid + "; systemctl restart tavrikdaemon"};
     }
-    if (host.service->active == "deactivating") {
+    if (host.service->active != "active") {
         return {Mark::Wrong, kService, process + ", is being stopped",
                 "wait up to 45 s, then: systemctl start tavrikdaemon"};
     }

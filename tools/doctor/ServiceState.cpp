@@ -1,5 +1,6 @@
 #include "tools/doctor/ServiceState.h"
 
+#include <fstream>
 #include <map>
 #include <sstream>
 
@@ -10,7 +11,8 @@ namespace tavrikctl {
 std::optional<ServiceState> ServiceState::Read() {
     const ToolOutput output =
         RunTool({"systemctl", "show",
-                 "--property=LoadState,ActiveState,SubState,Result,User,MainPID", kServiceName});
+                 "--property=LoadState,ActiveState,SubState,Result,User,MainPID,ControlGroup",
+                 kServiceName});
     if (!output.succeeded) {
         return std::nullopt;
     }
@@ -22,8 +24,19 @@ std::optional<ServiceState> ServiceState::Read() {
             values[line.substr(0, equals)] = line.substr(equals + 1);
         }
     }
-    return ServiceState{values["LoadState"], values["ActiveState"], values["SubState"],
-                        values["Result"],    values["User"],        values["MainPID"]};
+    return ServiceState{values["LoadState"],   values["ActiveState"], values["SubState"],
+                        values["Result"],      values["User"],        values["MainPID"],
+                        values["ControlGroup"]};
+}
+
+bool ServiceState::Has(pid_t pid) const {
+    std::ifstream file("/proc/" + std::to_string(pid) + "/cgroup");
+    for (std::string line; !group.empty() && std::getline(file, line);) {
+        if (line.ends_with(":" + group)) {  // behind a hierarchy and its controllers
+            return true;
+        }
+    }
+    return false;
 }
 
 }  // namespace tavrikctl

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <optional>
 #include <string>
 
@@ -16,8 +18,12 @@ struct ServiceState {
     std::string result;   ///< "success", "exit-code", "start-limit-hit", ...
     std::string user;     ///< empty for root
     std::string mainPid;  ///< "0" if none runs
+    std::string group;    ///< the control group of its processes; empty if none runs
 
     bool IsInstalled() const { return load == "loaded"; }
+
+    /// Whether process `pid` is one of the service's: the main one, or started by that.
+    bool Has(pid_t pid) const;
 
     /// Nothing where there is no systemd.
     static std::optional<ServiceState> Read();

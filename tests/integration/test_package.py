@@ -49,11 +49,13 @@ NETWORK = "/etc/systemd/system/tavrikdaemon.service.d/network.conf"
 TEST_SETTINGS = "/run/systemd/system/tavrikdaemon.service.d/test.conf"
 RESERVED_PORTS = "/proc/sys/net/ipv4/ip_local_reserved_ports"
 
-# The simulator's events come through sockets of the family AF_UNIX.
+# The simulator's events come through sockets of the family AF_UNIX, its devices are in /tmp.
 CELL = """[Service]
 ExecStart=
 ExecStart=/usr/bin/pellix-sim --gripper HVA -- /usr/sbin/TavrikDaemon
 RestrictAddressFamilies=AF_UNIX
+PrivateTmp=no
+ReadWritePaths=/tmp
 """
 GRIPPER = "HVA SN:100001"
 
@@ -380,6 +382,19 @@ class CellTest(MachineTestCase):
         self.expect_doctor(A_GRIPPER_ANSWERS, ("ok", "service"), ("ok", f"port {PORTS[0]}"),
                            ("ok", f"port {PORTS[1]}"), ("ok", GRIPPER))
         self.assertEqual(completions(self.machine, ("tavrikctl", "grip", "10")), {"100001"})
+
+    def test_the_doctor_reads_the_journal(self):
+        """With the simulated devices, which are the daemon's world."""
+        environ = "/proc/$(pidof TavrikDaemon)/environ"
+        world = f"env $(tr '\\0' '\\n' <{environ} | grep -E '^(LD_PRELOAD|UMOCKDEV_DIR)=')"
+
+        def findings():
+            report = json.loads(self.machine.output(f"{world} {DOCTOR} --json"))
+            return {(finding["mark"], finding["what"], finding["finding"])
+                    for finding in report["findings"]}
+
+        by_the_log = ("ok", "/dev/ttyACM0", 'by the log: ID "PELLIX", mode 4, operate')
+        wait_until(lambda: by_the_log in findings())
 
     def test_a_cell_can_be_tried_by_hand(self):
         self.machine.run(STOP)

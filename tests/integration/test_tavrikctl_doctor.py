@@ -185,6 +185,13 @@ class NoDaemonTest(DoctorTestCase):
         for port in PORTS:
             self.expect(NO_DAEMON, "wrong", f"port {port}", "nobody listens")
 
+    def test_a_daemon_that_does_not_listen_yet(self):
+        with self.program("TavrikDaemon") as pid:
+            self.expect(NO_DAEMON, "ok", "service", f"TavrikDaemon (process {pid}), user root")
+            for port in PORTS:
+                self.expect(NO_DAEMON, "wrong", f"port {port}",
+                            "nobody listens; TavrikDaemon is starting or stopping")
+
     def test_a_service_that_was_not_started(self):
         environment = self.fake_systemctl(ActiveState="inactive", SubState="dead", User="root")
         self.expect(NO_DAEMON, "wrong", "service", "systemd: inactive (dead), success",
@@ -347,9 +354,10 @@ class NoDaemonTest(DoctorTestCase):
             self.expect_a_screen(self.run_doctor().stdout)
 
     @contextlib.contextmanager
-    def modem_manager(self):
+    def program(self, name):
+        """A process of this name that does nothing; its process id."""
         with tempfile.TemporaryDirectory() as folder:
-            program = shutil.copy("/bin/sleep", os.path.join(folder, "ModemManager"))
+            program = shutil.copy("/bin/sleep", os.path.join(folder, name))
             with subprocess.Popen([program, "infinity"]) as process:
                 try:
                     yield process.pid
@@ -357,12 +365,12 @@ class NoDaemonTest(DoctorTestCase):
                     process.kill()
 
     def test_a_modem_manager_that_is_not_kept_off(self):
-        with self.modem_manager() as pid:
+        with self.program("ModemManager") as pid:
             self.expect(NO_DAEMON, "wrong", "modems",
                         f"ModemManager (process {pid}) may talk to {TTY}")
 
     def test_a_modem_manager_and_no_master(self):
-        with self.attribute("product", "PELLIX 2"), self.modem_manager():
+        with self.attribute("product", "PELLIX 2"), self.program("ModemManager"):
             self.expect(NO_DAEMON, "?", "modems", " runs; with a master, ")
 
     def test_a_modem_manager_that_is_kept_off(self):
@@ -370,7 +378,7 @@ class NoDaemonTest(DoctorTestCase):
         text = uevent.read_text()
         uevent.write_text(text + "ID_MM_DEVICE_IGNORE=1\n")
         try:
-            with self.modem_manager():
+            with self.program("ModemManager"):
                 self.expect(NO_DAEMON, "ok", "modems", "keeps off the masters")
         finally:
             uevent.write_text(text)
@@ -401,7 +409,7 @@ class NoDaemonTest(DoctorTestCase):
     def test_all_at_once_fits_a_screen(self):
         environment = self.fake_systemctl(ActiveState="failed", SubState="failed",
                                           Result="start-limit-hit", User="nobody")
-        with self.modem_manager(), self.foreign_connection(), self.holder_of_tty(), \
+        with self.program("ModemManager"), self.foreign_connection(), self.holder_of_tty(), \
                 self.foreign_server(GetVersion=lambda: 5), self.reserved_ports("40000,50000"):
             result = self.run_doctor(environment=environment)
         self.assertEqual(result.stdout.count("wrong"), 6, result.stdout)

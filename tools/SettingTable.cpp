@@ -32,8 +32,9 @@ constexpr std::array kSettings{
     Setting{"led-animation", "GetLEDAnimation", "SetLEDAnimation", Kind::Byte, Place::Led, kMzd},
     Setting{"led-color", "GetLEDColor", "SetLEDColor", Kind::Byte, Place::Led, kMzd},
     Setting{"led-speed", "GetLEDSpeed", "SetLEDSpeed", Kind::Byte, Place::Led, kMzd},
-    Setting{"led-preset", "", "SetLEDPreset", Kind::Preset, Place::Gripper, kMzd},
-    Setting{"checksum", "GetParameterChecksum", "", Kind::Checksum, Place::Gripper, kAll},
+    Setting{"led-preset", "", "SetLEDPreset", Kind::Preset, Place::Gripper, "MZD; cannot be read"},
+    Setting{"checksum", "GetParameterChecksum", "", Kind::Checksum, Place::Gripper,
+            "all models; cannot be set"},
 };
 
 Failure OutOfRange(const Setting& setting, const std::string& text, const std::string& range) {

@@ -17,7 +17,7 @@ struct Setting {
     std::string_view setter;  ///< empty if it cannot be set
     Kind kind;
     Place place;
-    std::string_view models;
+    std::string_view models;  ///< that have it, and what else the help says
 };
 
 std::span<const Setting> Settings();

@@ -594,6 +594,7 @@ class CommandLineTest(CtlTestCase):
 
     def test_help_tells_every_command_and_every_exit_status(self):
         text = self.ctl("--help")
+        self.assertLessEqual(max(map(len, text.splitlines())), 80, text)
         for status in (0, REFUSED, USAGE, NOT_POSSIBLE, NO_DAEMON, NO_ANSWER, BAD_ANSWER,
                        NO_GRIPPER, NOT_AT_REST, FAILED, NOT_SENT, NO_PROCESS_DATA):
             self.assertRegex(text, rf"(?m)^  {status} +[a-z-]")

@@ -8,7 +8,7 @@
 namespace tavrikctl {
 
 DoctorCommand::DoctorCommand(CLI::App& program, const Endpoint& endpoint)
-    : Command(program, "doctor", "Tell what is right and what is wrong between robot and gripper"),
+    : Command(program, "doctor", "Tell what is right and wrong between robot and gripper"),
       server(endpoint) {
     app.add_option("--bundle", bundle, "also write it to FILE, a tar.gz with versions and log")
         ->option_text("FILE");

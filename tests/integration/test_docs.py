@@ -1,5 +1,6 @@
 """The documentation: its examples, its lists and its links are as the system is."""
 
+import contextlib
 import doctest
 import os
 import pathlib
@@ -12,7 +13,7 @@ import unittest
 import ctl
 import test_examples
 import test_package
-from cell import wait_until
+from cell import PATIENCE, wait_until
 from cell_test_case import CellTestCase, main
 from methods import METHODS
 from test_tavrikctl_doctor import DoctorTestCase
@@ -290,6 +291,44 @@ class CommissioningPageTest(DoctorTestCase):
         """"..." stands for what is different each time."""
         if not doctest.OutputChecker().check_output(expected, output, doctest.ELLIPSIS):
             self.assertEqual(output, expected)
+
+
+class SimulatorPageTest(unittest.TestCase):
+    """docs/simulator.md: its two sessions."""
+
+    PROGRAMS = os.pathsep.join(str(pathlib.Path(os.environ[name]).parent)
+                               for name in ("TAVRIK_SIMULATOR", "TAVRIK_DAEMON"))
+
+    def setUp(self):
+        self.folder = pathlib.Path(self.enterContext(tempfile.TemporaryDirectory()))
+        self.by_hand, self.in_a_cell = (text.removeprefix("$ ") for _, text, _ in
+                                        blocks(ROOT / "docs" / "simulator.md", "console"))
+
+    @contextlib.contextmanager
+    def running(self, command):
+        with subprocess.Popen(["sh", "-c", f"PATH={self.PROGRAMS}:$PATH; exec {command}"],
+                              cwd=self.folder, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                              stderr=subprocess.STDOUT, text=True) as process:
+            try:
+                yield process
+            finally:
+                process.kill()
+
+    def test_a_master_is_spoken_to_by_hand(self):
+        command, quote, expected = self.by_hand.rpartition("'\n")
+        with self.running(command + quote) as process:
+            self.assertEqual(process.communicate(timeout=PATIENCE)[0], expected)
+
+    def test_the_daemon_is_in_a_cell(self):
+        command, *lines = self.in_a_cell.splitlines()
+        expected = [line for line in lines if re.match("pellix-sim: |TavrikDaemon::", line)]
+        typed = [line for line in lines if line not in expected]
+        self.assertEqual((len(expected), typed[-1]), (8, "int"))
+        log = self.folder / "log"
+        with self.running(command) as process:
+            wait_until(lambda: log.exists() and "TavrikDaemon started\n" in log.read_text())
+            output, _ = process.communicate("\n".join(typed) + "\n", timeout=PATIENCE)
+        self.assertCountEqual(output.splitlines(), expected)  # two programs write at the end
 
 
 class ManualPageTest(unittest.TestCase):

@@ -50,6 +50,15 @@ class CellTestCase(unittest.TestCase):
     def call(self, method, *arguments, **options):
         return self.cell.call(method, *arguments, **options)
 
+    @contextlib.contextmanager
+    def condition(self, command, end):
+        """Has the simulator carry out `command`, and `end` afterwards."""
+        self.cell.command(command)
+        try:
+            yield
+        finally:
+            self.cell.command(end)
+
 
 started = []
 

@@ -53,15 +53,6 @@ class CtlTestCase(CellTestCase):
         self.assertIn(text, result.stderr)
         self.assertEqual(result.stdout, "")
 
-    @contextlib.contextmanager
-    def condition(self, command, end):
-        """Has the simulator carry out `command`, and `end` afterwards."""
-        self.cell.command(command)
-        try:
-            yield
-        finally:
-            self.cell.command(end)
-
     def requests_during(self, number, *arguments):
         """The lines that master `number` gets while a command runs."""
         before = self.cell.show(number)["requestCount"]

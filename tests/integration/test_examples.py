@@ -93,7 +93,7 @@ class GripTest(ExamplesTestCase):
         for number in range(COUNT):
             self.cell.command(f"{command} {number} {arguments}".rstrip())
 
-    def condition(self, command, on, off):
+    def change_all(self, command, on, off):
         self.addCleanup(self.tell_all, command, off)
         self.tell_all(command, on)
 
@@ -101,7 +101,7 @@ class GripTest(ExamplesTestCase):
         self.expect(status, text, self.start(self.devices))
 
     def test_a_part_is_gripped_and_released(self):
-        self.condition("part", "12.5", "none")
+        self.change_all("part", "12.5", "none")
         self.run_all(0, rf"{self.DEVICE}: part held at 12.50?\n{self.DEVICE}: released\n")
         for number in range(COUNT):
             shown = self.cell.show(number)
@@ -112,7 +112,7 @@ class GripTest(ExamplesTestCase):
         self.run_all(0, rf"{self.DEVICE}: no part, closed to 0(.00)?\n{self.DEVICE}: released\n")
 
     def test_a_gripper_that_holds_a_part_keeps_it(self):
-        self.condition("part", "12.5", "none")
+        self.change_all("part", "12.5", "none")
         for device in self.devices:
             self.assertEqual(self.call("Home", device), 0)
             wait_until(lambda device=device: self.call("GetState", device) == 8)
@@ -129,11 +129,11 @@ class GripTest(ExamplesTestCase):
                              (44, "error code of its master"),
                              (-7, "error code of its master")):
             with self.subTest(status=status):
-                self.condition("error", f"{status} PDOUT", "off")
+                self.change_all("error", f"{status} PDOUT", "off")
                 self.run_all(1, f"{self.DEVICE}: (Home: )?status {status}: {text}\n")
 
     def test_a_failure_that_passes(self):
-        self.condition("error", "3 PDOUT", "off")
+        self.change_all("error", "3 PDOUT", "off")
         runs = self.start(self.devices)
         refused = set()
 
@@ -157,7 +157,7 @@ class GripTest(ExamplesTestCase):
     def test_a_fault(self):
         for flag in ("fault", "temp-fault"):
             with self.subTest(flag=flag):
-                self.condition("fault", f"{flag} on", f"{flag} off")
+                self.change_all("fault", f"{flag} on", f"{flag} off")
                 self.run_all(1, f"{self.DEVICE}: reports a fault, in state 15\n")
                 self.tell_all("fault", f"{flag} off")
 

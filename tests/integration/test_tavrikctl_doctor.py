@@ -143,14 +143,6 @@ class DoctorTestCase(CellTestCase):
                             and text in finding["finding"] for finding in findings),
                         json.dumps(findings, indent=1))
 
-    @contextlib.contextmanager
-    def condition(self, command, end):
-        self.cell.command(command)
-        try:
-            yield
-        finally:
-            self.cell.command(end)
-
 
 def leave_nothing(connection):
     """The connection is reset at its end, so that nothing of it stays on the port."""

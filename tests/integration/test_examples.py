@@ -72,6 +72,9 @@ class GripTest(ExamplesTestCase):
         """Starts what takes the examples' patience; the tests run beside it."""
         super().prepare()
         cls.cell.wait_until_operating(3 * COUNT)
+        for device in cls.silent:
+            wait_until(lambda device=device:
+                       cls.cell.call_apart("GetState", device) == REFERENCE_NEEDED)
         for number in range(COUNT):
             cls.cell.command(f"param {COUNT + number} 64 2 0")  # an override of 0: it never opens
             cls.cell.command(f"silent {2 * COUNT + number} on")

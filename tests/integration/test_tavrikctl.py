@@ -485,6 +485,17 @@ class ServerTest(CtlTestCase):
             self.assertEqual(self.ctl("grip", "--wait", "--port", port),
                              "X: done, at rest at 0.00 in state 0, or there are no process data\n")
 
+    def test_an_answer_cannot_end_it_or_keep_it_busy(self):
+        entities = (b'<!DOCTYPE x [<!ENTITY a "aaaaaaaaaa">' +
+                    b"".join(b'<!ENTITY %c "%s">' % (98 + level, b"&%c;" % (97 + level) * 50)
+                             for level in range(8)) +
+                    b"]>" + xml_answer("&i;"))
+        for body, text in ((xml_answer("<i8>x</i8>"), "the answer is no XML-RPC"),
+                           (entities, "the answer may declare entities"),
+                           (entities.decode().encode("utf-16"), "the answer may declare entities")):
+            with self.subTest(text=text), http_server(200, body) as port:
+                self.expect_failure(BAD_ANSWER, text, "call", "GetVersion", "--port", port)
+
     def test_hosts_have_names_and_addresses(self):
         self.expect_failure(NO_DAEMON, "[::1]:1 cannot be reached", "list", "--host", "::1",
                             "--port", 1)

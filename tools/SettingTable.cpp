@@ -7,6 +7,7 @@
 #include "tools/Arguments.h"
 #include "tools/Failure.h"
 #include "tools/Printable.h"
+#include "tools/ProcessData.h"
 
 namespace tavrikctl {
 
@@ -36,6 +37,8 @@ constexpr std::array kSettings{
     Setting{"checksum", "GetParameterChecksum", "", Kind::Checksum, Place::Gripper,
             "all models; cannot be set"},
 };
+
+constexpr double kStepsPerUnit = 100;  // of a limit
 
 Failure OutOfRange(const Setting& setting, const std::string& text, const std::string& range) {
     return {ExitStatus::Usage,
@@ -87,8 +90,19 @@ xmlrpc_c::value ParseSetting(const Setting& setting, const std::string& text) {
     }
 }
 
+std::string SettingText(const Setting& setting, const std::string& text) {
+    switch (setting.kind) {
+        case Kind::Flag:
+            return ParseBoolean(text) ? "true" : "false";
+        case Kind::Limit:  // through an integer, because there is no -0.00
+            return HundredthsText(
+                static_cast<double>(std::lround(ParseReal(text) * kStepsPerUnit)) / kStepsPerUnit);
+        default:
+            return std::to_string(ParseInteger(text));
+    }
+}
+
 double LimitToSend(double limit) {
-    constexpr double kStepsPerUnit = 100;
     constexpr double kInsideStep = 0.2;  // steps; keeps clear of the edge where rounding decides
     const double steps = std::round(limit * kStepsPerUnit);
     return (steps < 0 ? steps - 1 + kInsideStep : steps) / kStepsPerUnit;

@@ -29,6 +29,10 @@ const Setting& FindSetting(const std::string& name);
 /// @throws Failure (Usage)
 xmlrpc_c::value ParseSetting(const Setting& setting, const std::string& text);
 
+/// `text` as the gripper gets it, and as "get" shows it: limits have no more than two decimals.
+/// @throws Failure (Usage)
+std::string SettingText(const Setting& setting, const std::string& text);
+
 /// What to send for a limit, so that the gripper gets exactly the nearest hundredth: the daemon
 /// cuts limit x 100 + 0.5 off after the point, which by itself would raise a negative limit.
 double LimitToSend(double limit);

@@ -291,6 +291,14 @@ class SettingTest(CtlTestCase):
                          f"{HVA}: no-part-limit of set 0 is 2.00\n")
         self.assertEqual(self.ctl("get", "override-grip", "HVA"), f"{HVA}: override-grip is 100\n")
 
+    def test_what_is_told_to_be_set_is_what_the_gripper_has(self):
+        for typed, told in (("12.346", "12.35"), ("-1.996", "-2.00"), ("1e2", "100.00")):
+            with self.subTest(typed=typed):
+                self.assertEqual(self.ctl("set", "release-limit", typed, "TLM"),
+                                 f"{TLM}: release-limit of set 0 set to {told}\n")
+                self.assertEqual(self.ctl("get", "release-limit", "TLM"),
+                                 f"{TLM}: release-limit of set 0 is {told}\n")
+
     def test_the_led_preset_is_set_and_the_checksum_read(self):
         self.ctl("set", "led-preset", 5, "MZD")
         self.assertEqual(self.cell.show(1)["leds"]["preset"], 5)

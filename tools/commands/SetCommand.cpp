@@ -1,7 +1,6 @@
 #include "tools/commands/SetCommand.h"
 
 #include "tools/Failure.h"
-#include "tools/Printable.h"
 #include "tools/StatusText.h"
 
 namespace tavrikctl {
@@ -25,7 +24,7 @@ ExitStatus SetCommand::Run(Daemon& daemon, Printer& printer) {
     if (status != 0) {
         throw Failure(ExitStatusOf(status), gripper.StatusText(status));
     }
-    printer.Line(Title(setting, gripper) + " set to " + Printable(value));
+    printer.Line(Title(setting, gripper) + " set to " + SettingText(setting, value));
     return ExitStatus::Done;
 }
 

@@ -46,6 +46,16 @@ TEST(SettingTableTest, ValuesOutOfRangeAreRefused) {
         xmlrpc_c::value_boolean(ParseSetting(FindSetting("reference-direction"), "on")).cvalue());
 }
 
+TEST(SettingTableTest, TheTextIsWhatTheGripperGetsAndNotWhatWasTyped) {
+    const Setting& limit = FindSetting("release-limit");
+    EXPECT_EQ(SettingText(limit, "12.346"), "12.35");
+    EXPECT_EQ(SettingText(limit, "-12.346"), "-12.35");
+    EXPECT_EQ(SettingText(limit, "1e2"), "100.00");
+    EXPECT_EQ(SettingText(limit, "-0.004"), "0.00");
+    EXPECT_EQ(SettingText(FindSetting("force"), "060"), "60");
+    EXPECT_EQ(SettingText(FindSetting("reference-direction"), "yes"), "true");
+}
+
 /// As the daemon does it.
 int EncodedLimit(double limit) {
     return static_cast<int>(limit * 100 + 0.5);  // NOLINT(bugprone-incorrect-roundings)

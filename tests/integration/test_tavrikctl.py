@@ -175,7 +175,8 @@ class MotionTest(CtlTestCase):
         self.assertEqual(self.cell.show(2)["pdout"], [2, 31])
         self.ctl("grip", "TLM")
         self.assertEqual(self.cell.show(2)["pdout"], [3, 0])
-        self.expect_failure(USAGE, "--set", "grip", "TLM", "--set", 32)
+        for number in (32, -1, "010", "0x1", "1.0"):
+            self.expect_failure(USAGE, "--set", "grip", "TLM", "--set", number)
 
     def test_holdfast_goes_on_and_off(self):
         self.ctl("holdfast", "on", "MZD")

@@ -2,6 +2,18 @@
 
 namespace tavrikctl {
 
+namespace {
+
+/// CLI11 takes 010 for 8.
+std::string IsDecimal(const std::string& text) {
+    const bool isDecimal =
+        text == "0" ||
+        (text.find_first_not_of("0123456789") == std::string::npos && !text.starts_with('0'));
+    return isDecimal ? "" : "'" + text + "' is no decimal number";
+}
+
+}  // namespace
+
 void Command::AddGripper(std::string& name) {
     app.add_option("GRIPPER", name, "part of its device string; not needed for an only one")
         ->option_text(" ");
@@ -9,8 +21,15 @@ void Command::AddGripper(std::string& name) {
 
 CLI::Option* Command::AddSetNumber(int& number) {
     constexpr int kLargestSet = 31;  // higher indices are no parameter sets
-    return app.add_option("-s,--set", number, "number of the parameter set (0 if not given)")
-        ->check(CLI::Range(0, kLargestSet))
+    return AddNumber("-s,--set", number, kLargestSet,
+                     "number of the parameter set (0 if not given)");
+}
+
+CLI::Option* Command::AddNumber(const std::string& name, int& number, int largest,
+                                const std::string& description) {
+    return app.add_option(name, number, description)
+        ->check(IsDecimal)
+        ->check(CLI::Range(0, largest))
         ->option_text("N");
 }
 

@@ -28,6 +28,8 @@ protected:
     // Options and arguments that several commands have.
     void AddGripper(std::string& name);
     CLI::Option* AddSetNumber(int& number);
+    CLI::Option* AddNumber(const std::string& name, int& number, int largest,
+                           const std::string& description);
     void AddJson(bool& json);
 
     CLI::App& app;  // the program's

@@ -32,9 +32,7 @@ SettingCommand::SettingCommand(CLI::App& program, const std::string& name,
 void SettingCommand::AddNumbers() {
     constexpr int kLargestLed = 127;
     setOption = AddSetNumber(set);
-    ledOption = app.add_option("-l,--led", led, "number of the LED (0 if not given)")
-                    ->check(CLI::Range(0, kLargestLed))
-                    ->option_text("N");
+    ledOption = AddNumber("-l,--led", led, kLargestLed, "number of the LED (0 if not given)");
 }
 
 const Setting& SettingCommand::ChosenSetting() const {

@@ -11,6 +11,9 @@ class RestDetector {
 public:
     using TimePoint = std::chrono::steady_clock::time_point;
 
+    /// Whether the fingers have moved from one position to the other.
+    static bool IsMotion(double from, double to);
+
     /// Takes the values read at `now`.
     bool IsAtRest(double position, int state, TimePoint now);
 

@@ -164,6 +164,15 @@ class MotionTest(CtlTestCase):
         self.assertEqual((answer["gripper"], answer["status"], answer["state"], answer["position"],
                           answer["temperatureWarning"]), (MZD, 0, 7, 2.0, True))
 
+    def test_a_rest_that_no_motion_came_before_is_told_so(self):
+        self.referenced("HVA")
+        self.assertTrue(self.json("release", "HVA", "--wait")["changed"])
+        self.assertFalse(self.json("release", "HVA", "--wait")["changed"])
+        with self.condition("pdin 0 0", "pdin 0 100"):
+            self.assertEqual(self.ctl("grip", "HVA", "--wait"),
+                             f"{HVA}: done, but nothing has changed, at rest at 28.00 in state 4\n")
+        self.wait_for_process_data(0, HVA)
+
     def test_without_waiting_the_answer_comes_at_once(self):
         self.assertEqual(self.ctl("disable", "TLM"), f"{TLM}: done\n")
         self.assertEqual(self.json("disable", "TLM"), {"gripper": TLM, "status": 0})
@@ -492,7 +501,8 @@ class ServerTest(CtlTestCase):
                   "GetOverrideGrip": "<int>0</int>"}
         with http_server(200, values) as port:
             self.assertEqual(self.ctl("grip", "--wait", "--port", port),
-                             "X: done, at rest at 0.00 in state 0, or there are no process data\n")
+                             "X: done, but nothing has changed, at rest at 0.00 in state 0, "
+                             "or there are no process data\n")
 
     def test_an_answer_cannot_end_it_or_keep_it_busy(self):
         entities = (b'<!DOCTYPE x [<!ENTITY a "aaaaaaaaaa">' +

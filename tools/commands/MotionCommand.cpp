@@ -4,6 +4,7 @@
 
 #include "tools/Arguments.h"
 #include "tools/Failure.h"
+#include "tools/RestDetector.h"
 #include "tools/StatusText.h"
 #include "tools/TimeOption.h"
 
@@ -33,6 +34,7 @@ void MotionCommand::AddWaiting() {
 ExitStatus MotionCommand::Run(Daemon& daemon, Printer& printer) {
     const xmlrpc_c::carray arguments = Arguments();
     const Gripper gripper(daemon, daemon.FindGripper(gripperName));
+    const ProcessData before = wait ? gripper.ReadProcessData() : ProcessData(0);
     const int status = gripper.Command(motion.method, arguments);
     if (status != 0) {
         throw Failure(ExitStatusOf(status), gripper.StatusText(status));
@@ -41,10 +43,14 @@ ExitStatus MotionCommand::Run(Daemon& daemon, Printer& printer) {
     nlohmann::ordered_json object{{"gripper", gripper.DeviceString()}, {"status", status}};
     if (wait) {
         const ProcessData data = gripper.AwaitRest(limit);
+        const bool changed =
+            data.state != before.state || RestDetector::IsMotion(before.position, data.position);
         data.AddTo(object);
+        object["changed"] = changed;
         const std::string flags = data.FlagText();
-        text += ", at rest at " + HundredthsText(data.position) + " in state " +
-                std::to_string(data.state) + (flags.empty() ? "" : ", " + flags) +
+        text += std::string(changed ? "" : ", but nothing has changed") + ", at rest at " +
+                HundredthsText(data.position) + " in state " + std::to_string(data.state) +
+                (flags.empty() ? "" : ", " + flags) +
                 (data.certain ? "" : ", or there are no process data");
     }
     json ? printer.Json(object) : printer.Line(text);

@@ -11,12 +11,14 @@ namespace {
 constexpr std::chrono::milliseconds kSamplePeriod(50);
 constexpr std::chrono::seconds kTroublePeriod(1);  // each call may be a line in the daemon's log
 constexpr std::chrono::seconds kProbePause(1);
+constexpr std::chrono::milliseconds kPatienceWithProbe(1500);  // one that is not answered takes 1 s
 }  // namespace
 
 GripperMonitor::GripperMonitor(const Endpoint& endpoint, const std::string& device, bool passive)
     : sampleDaemon(endpoint, stop.get_token()),
       probeDaemon(endpoint, stop.get_token()),
       gripperName(device),
+      patienceWithProbe(passive ? 0 : kPatienceWithProbe.count()),
       sampler(&GripperMonitor::Sample, this) {
     if (!passive) {
         prober = std::thread(&GripperMonitor::Probe, this);
@@ -40,6 +42,7 @@ std::vector<Observation> GripperMonitor::Take(std::chrono::milliseconds patience
 void GripperMonitor::Sample() {
     const Gripper gripper(sampleDaemon, gripperName);
     ProcessDataReader reader(gripper);
+    AwaitProbe();
     auto next = Clock::now();
     do {
         Observation observation;
@@ -55,10 +58,18 @@ void GripperMonitor::Sample() {
     } while (PauseUntil(next));
 }
 
+/// So that already the first data are known to be fresh, or not.
+void GripperMonitor::AwaitProbe() {
+    std::unique_lock lock(mutex);
+    changed.wait_for(lock, stop.get_token(), patienceWithProbe,
+                     [this] { return silence.IsProbed(); });
+}
+
 void GripperMonitor::Publish(Observation& observation) {
     const std::lock_guard lock(mutex);
     silence.AddData(observation.data, observation.time);
     observation.silentSince = silence.SilentSince();
+    observation.probed = silence.IsProbed();
     observation.frozen = silence.IsFrozen();
     observation.calls = sampleDaemon.AnsweredCalls() + probeCalls;
     observations.push_back(observation);
@@ -74,14 +85,15 @@ void GripperMonitor::Probe() {
 
 void GripperMonitor::ProbeOnce(const Gripper& gripper) {
     const auto start = Clock::now();
-    bool answers = true;
+    bool answers = false;
     try {
         answers = gripper.MasterAnswers();
-    } catch (const Failure&) {  // the sampler has it too, and reports it
+    } catch (const Failure&) {  // also when the call was given up before the daemon gave up
     }
     const std::lock_guard lock(mutex);
     silence.AddProbe(answers, start);
     probeCalls = probeDaemon.AnsweredCalls();
+    changed.notify_all();
 }
 
 bool GripperMonitor::PauseUntil(Clock::time_point time) {

@@ -25,6 +25,7 @@ struct Observation {
     std::optional<ProcessData> data;               ///< nothing if there is no gripper or no daemon
     std::string trouble;                           ///< why there are no data
     std::optional<Clock::time_point> silentSince;  ///< set while the master does not answer
+    bool probed = true;                            ///< whether it is known if the master answers
     bool frozen = false;      ///< the data have not changed since the master fell silent
     std::uint64_t calls = 0;  ///< that the daemon has answered since the begin
 };
@@ -50,6 +51,7 @@ private:
     using Clock = Observation::Clock;
 
     void Sample();
+    void AwaitProbe();
     void Probe();
     void ProbeOnce(const Gripper& gripper);
     void Publish(Observation& observation);
@@ -61,6 +63,7 @@ private:
     Daemon sampleDaemon;  // the sampler's
     Daemon probeDaemon;   // the prober's
     const std::string gripperName;
+    const std::chrono::milliseconds patienceWithProbe;
     std::mutex mutex;  // guards what follows, but the threads
     std::condition_variable_any changed;
     std::vector<Observation> observations;

@@ -10,6 +10,7 @@ void SilenceDetector::AddData(const std::optional<ProcessData>& data, TimePoint 
 }
 
 void SilenceDetector::AddProbe(bool answered, TimePoint start) {
+    probed = true;
     silentSince = answered ? std::nullopt : std::optional(silentSince.value_or(start));
 }
 

@@ -19,6 +19,9 @@ public:
     /// Takes whether the master has answered a probe that began at `start`.
     void AddProbe(bool answered, TimePoint start);
 
+    /// Whether there was a probe at all.
+    bool IsProbed() const { return probed; }
+
     /// Begin of the first probe since which none has been answered.
     std::optional<TimePoint> SilentSince() const { return silentSince; }
 
@@ -29,6 +32,7 @@ private:
     std::optional<ProcessData> lastData;
     std::optional<TimePoint> lastChange;
     std::optional<TimePoint> silentSince;
+    bool probed = false;
 };
 
 }  // namespace tavrikctl

@@ -63,7 +63,10 @@ std::string WatchRows::ValuesWord(const Observation& observation) {
     if (observation.silentSince) {
         return observation.frozen ? "frozen" : "silent";
     }
-    return observation.data->certain ? "fresh" : "zero";
+    if (!observation.data->certain) {
+        return "zero";
+    }
+    return observation.probed ? "fresh" : "unasked";
 }
 
 std::string WatchRows::CsvRow(const Observation& observation, const std::string& time) {

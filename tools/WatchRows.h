@@ -20,8 +20,9 @@ public:
     std::string Row(const Observation& observation,
                     std::chrono::system_clock::time_point now) const;
 
-    /// How far the values can be trusted, in one word: "fresh"; "zero", if there are perhaps no
-    /// process data; "silent" or "frozen", if the master does not answer; "none".
+    /// How far the values can be trusted, in one word: "fresh"; "unasked", if the master was not
+    /// asked whether it answers; "zero", if there are perhaps no process data; "silent" or
+    /// "frozen", if the master does not answer; "none".
     static std::string ValuesWord(const Observation& observation);
 
 private:

@@ -53,7 +53,10 @@ std::string WatchView::ValuesText(const Observation& observation) {
         return std::string(observation.frozen ? "frozen: " : "changing, but ") +
                "the master has not answered for " + std::to_string(silence.count()) + " s";
     }
-    return observation.data->certain ? "fresh" : "all zero: perhaps no process data";
+    if (!observation.data->certain) {
+        return "all zero: perhaps no process data";
+    }
+    return observation.probed ? "fresh" : "perhaps old: the master was not asked";
 }
 
 std::vector<Cell> WatchView::Render(std::size_t width, std::size_t height) const {

@@ -210,14 +210,14 @@ class ScreenTest(CtlTestCase):
 
     def test_without_process_data_the_log_is_not_flooded(self):
         watch = self.watch("--passive")
-        watch.wait_for("^values    fresh$")
+        watch.wait_for("^values    perhaps old: the master was not asked$")
         mark = self.cell.log.mark()
         with self.condition("mode 0 2", "mode 0 4"):
             watch.wait_for("^values    all zero: perhaps no process data$")
             start = time.monotonic()
             self.cell.log.wait_for("PDIN length mismatch: 0", since=mark, count=3)
             self.assertGreater(time.monotonic() - start, 0.9)
-        watch.wait_for("^values    fresh$")
+        watch.wait_for("^values    perhaps old: the master was not asked$")
 
     def test_q_escape_and_control_c_leave_the_terminal_as_it_was(self):
         for key in (b"q", b"Q", b"\x1b", b"\x03"):
@@ -377,6 +377,18 @@ class RowsTest(CtlTestCase):
             rows.wait_for(r",1,10\.00,0,0,0,0,frozen$")
             mark = rows.mark()
         rows.wait_for(r",1,10\.00,0,0,0,0,fresh$", since=mark)
+
+    def test_already_the_first_row_of_a_silent_master_is_not_fresh(self):
+        with self.condition("silent 0 on", "silent 0 off"):
+            for options in ((), ("--timeout", "0.5")):
+                with self.subTest(options=options):
+                    rows = self.rows("--csv", *options)
+                    rows.wait_for(r",1,10\.00,0,0,0,0,", count=3)
+                    self.assertTrue(rows.lines[1].endswith(",frozen"), rows.lines)
+        wait_until(lambda: self.json("list")[0]["answers"])
+
+    def test_without_asking_values_are_not_called_fresh(self):
+        self.rows("--csv", "--passive").wait_for(r",1,10\.00,0,0,0,0,unasked$")
 
     def test_a_reader_that_goes_ends_it(self):
         watch = " ".join(ctl.arguments_of("watch"))

@@ -65,6 +65,8 @@ TEST_F(WatchRowsTest, AWordTellsHowFarTheValuesCanBeTrusted) {
     EXPECT_EQ(WatchRows::ValuesWord(observation), "frozen");
     observation.silentSince.reset();
     observation.frozen = false;
+    observation.probed = false;
+    EXPECT_EQ(WatchRows::ValuesWord(observation), "unasked");
     observation.data = ProcessData(0);
     EXPECT_EQ(WatchRows::ValuesWord(observation), "zero");
 }

@@ -1,6 +1,7 @@
 """tavrikctl watch, on a terminal that an emulator reads, and without one."""
 
 import csv
+import datetime
 import fcntl
 import json
 import os
@@ -389,6 +390,25 @@ class RowsTest(CtlTestCase):
 
     def test_without_asking_values_are_not_called_fresh(self):
         self.rows("--csv", "--passive").wait_for(r",1,10\.00,0,0,0,0,unasked$")
+
+    def test_rows_that_are_held_up_have_the_time_at_which_they_were_seen(self):
+        reader, writer = os.pipe()
+        with open(reader, "rb", buffering=0) as rows, open(writer, "wb", buffering=0) as full:
+            os.set_blocking(writer, False)
+            while full.write(bytes(4096)):
+                pass
+            os.set_blocking(writer, True)
+            with subprocess.Popen(ctl.arguments_of("watch", "--json"), stdout=full,
+                                  env=ctl.CLEAN) as watch:
+                start = time.monotonic()
+                wait_until(lambda: time.monotonic() - start > 1)
+                now = datetime.datetime.now().isoformat()
+                text = b""
+                while text.count(b"\n") < 3:
+                    text += rows.read(65536).replace(b"\0", b"")
+                watch.kill()
+        for row in text.splitlines()[:2]:
+            self.assertLess(json.loads(row)["time"], now)
 
     def test_a_reader_that_goes_ends_it(self):
         watch = " ".join(ctl.arguments_of("watch"))

@@ -11,6 +11,14 @@ namespace tavrikctl {
 namespace {
 constexpr std::chrono::milliseconds kPatience(1000);
 constexpr std::chrono::milliseconds kFramePause(50);
+
+/// Not the present time: a reader that takes no rows holds them up.
+std::chrono::system_clock::time_point WallTimeOf(const Observation& observation) {
+    using std::chrono::system_clock;
+    const auto age = Observation::Clock::now() - observation.time;
+    return system_clock::now() - std::chrono::duration_cast<system_clock::duration>(age);
+}
+
 }  // namespace
 
 WatchCommand::WatchCommand(CLI::App& program) : Command(program, "watch", "Show a gripper live") {
@@ -57,7 +65,7 @@ void WatchCommand::PrintRows(GripperMonitor& monitor, Printer& printer) const {
     }
     while (true) {
         for (const Observation& observation : monitor.Take(kPatience)) {
-            printer.Line(rows.Row(observation, std::chrono::system_clock::now()));
+            printer.Line(rows.Row(observation, WallTimeOf(observation)));
         }
     }
 }

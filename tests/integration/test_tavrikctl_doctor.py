@@ -623,6 +623,8 @@ class OneGripperTest(DoctorTestCase):
     def test_the_bundle(self):
         with tempfile.TemporaryDirectory() as folder:
             path = os.path.join(folder, "bundle.tar.gz")
+            with open(path, "w", encoding="utf-8") as older:
+                os.fchmod(older.fileno(), 0o644)
             self.findings(DONE, "--bundle", path)
             self.assertEqual(os.stat(path).st_mode & 0o777, 0o600)
             with tarfile.open(path, "r:gz") as bundle:

@@ -4,10 +4,12 @@
 #include <archive_entry.h>
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <ctime>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <sstream>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -34,6 +36,16 @@ void Check(int result, const Archive& file, const std::string& path) {
         const char* const reason = archive_error_string(file.get());
         throw Failure(ExitStatus::Failed,
                       path + " cannot be written: " + (reason == nullptr ? "" : reason));
+    }
+}
+
+/// A file that is there already would keep its mode.
+void TakeFromOthers(const std::string& path) {
+    struct stat status = {};
+    if (stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
+        chmod(path.c_str(), S_IRUSR | S_IWUSR) != 0) {
+        throw Failure(ExitStatus::Failed,
+                      path + " cannot be written: " + std::generic_category().message(errno));
     }
 }
 
@@ -84,6 +96,7 @@ void WriteBundle(const std::string& path, const Doctor& doctor) {
     const Archive file(archive_write_new());
     archive_write_add_filter_gzip(file.get());
     archive_write_set_format_pax_restricted(file.get());
+    TakeFromOthers(path);
     const mode_t oldMask = umask(S_IRWXG | S_IRWXO);
     const int opened = archive_write_open_filename(file.get(), path.c_str());
     umask(oldMask);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <iterator>
 #include <set>
+#include <string_view>
 
 #include "tools/Failure.h"
 #include "tools/Printable.h"
@@ -15,10 +16,20 @@ char Lower(char letter) {
     return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
 }
 
-bool Contains(const std::string& text, const std::string& part) {
-    const auto place = std::search(text.begin(), text.end(), part.begin(), part.end(),
-                                   [](char a, char b) { return Lower(a) == Lower(b); });
-    return place != text.end() || part.empty();
+/// Whether `part` is in `device`. In the serial number it ends only where that ends: 12 would else
+/// be taken for 123 while the gripper 12 is unplugged.
+bool Contains(const std::string& device, const std::string& part) {
+    constexpr std::string_view kSerial = " SN:";
+    const std::size_t serial = std::min(device.rfind(kSerial), device.size());
+    for (std::size_t end = part.size(); end <= device.size(); ++end) {
+        const bool isCut = end > serial + kSerial.size() && end < device.size();
+        const std::string_view piece =
+            std::string_view(device).substr(end - part.size(), part.size());
+        if (!isCut && std::ranges::equal(piece, part, {}, Lower, Lower)) {
+            return true;
+        }
+    }
+    return false;
 }
 
 std::string Join(const std::vector<std::string>& texts) {

@@ -18,6 +18,14 @@ TEST(GripperNameTest, APartInEitherCaseIsEnough) {
     EXPECT_EQ(MatchGripper(kThree, ":12"), "HVA SN:12");
 }
 
+TEST(GripperNameTest, NoOtherGripperIsTakenForOneThatIsUnplugged) {
+    const char* const text = "no gripper is called 'HVA SN:12'; there are 'HVA SN:123'";
+    EXPECT_FAILURE(MatchGripper({"HVA SN:123"}, "HVA SN:12"), NoGripper, text);
+    EXPECT_EQ(MatchGripper({"HVA SN:123"}, "23"), "HVA SN:123");
+    EXPECT_EQ(MatchGripper({"HVA SN:123"}, "a sn:"), "HVA SN:123");
+    EXPECT_EQ(MatchGripper({"HVA SN:1212"}, "12"), "HVA SN:1212");
+}
+
 TEST(GripperNameTest, OnlyAsciiHasTwoCases) {
     EXPECT_EQ(MatchGripper({"\xc3\x84", "\xc3\xa4"}, "\xc3\x84"), "\xc3\x84");
 }

@@ -95,7 +95,8 @@ class ListTest(CtlTestCase):
 class OddGrippersTest(CtlTestCase):
     options = ("--gripper", r"HVA,product=A\tB\x1b[31m\xc3\xa4,serial=1",
                "--gripper", "TLM,serial=7", "--gripper", "TLM,serial=7",
-               "--gripper", r"HVA,product=TLM\xe4\xb8\xad,serial=8")
+               "--gripper", r"HVA,product=TLM\xe4\xb8\xad,serial=8",
+               "--gripper", "HVA,serial=9 ")
     HVA = "A\tB?[31m\u00e4 SN:1"
 
     def test_names_cannot_steer_the_terminal(self):
@@ -116,6 +117,12 @@ class OddGrippersTest(CtlTestCase):
         rows = self.ctl("list").splitlines()
         self.assertTrue(rows[4].startswith("TLM\u4e2d SN:8"))
         self.assertEqual(rows[0].index("MODEL"), rows[4].index("HVA or MZD") + 1)
+
+    def test_a_name_that_the_table_cannot_show_is_marked(self):
+        rows = self.ctl("list").splitlines()
+        self.assertEqual([row.endswith("  name not as shown: see --json") for row in rows[1:]],
+                         [True, False, False, False, True])
+        self.assertEqual(self.json("list")[4]["gripper"], "HVA SN:9 ")
 
     def model(self, *arguments):
         row = self.json("list", *arguments)[0]

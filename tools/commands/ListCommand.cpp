@@ -7,6 +7,15 @@
 
 namespace tavrikctl {
 
+namespace {
+
+/// Whether the table shows a device string letter by letter, as calls have to name it.
+bool IsShownExactly(const std::string& device) {
+    return Printable(device) == device && !device.starts_with(' ') && !device.ends_with(' ');
+}
+
+}  // namespace
+
 ListCommand::ListCommand(CLI::App& program)
     : Command(program, "list", "Show all grippers, a row each") {
     app.add_flag("--passive", passive, "send nothing to grippers, and so notice no silent one");
@@ -45,6 +54,9 @@ ListCommand::Entry ListCommand::Look(const Gripper& gripper) const {
         entry.note = "zero, or no process data";
     } else if (!passive) {
         model = gripper.Model();
+    }
+    if (entry.note.empty() && !IsShownExactly(entry.gripper)) {
+        entry.note = "name not as shown: see --json";
     }
     entry.model = NarrowModel(model, entry.gripper);
     return entry;

@@ -487,6 +487,16 @@ class OneGripperTest(DoctorTestCase):
         with self.condition("mute 0 on", "mute 0 off"):
             self.expect(NO_ANSWER, "wrong", HVA, "its master does not answer")
 
+    def test_a_tty_that_has_hung_up(self):
+        """What it cannot ask a master, the daemon answers at once, with what it has."""
+        self.addCleanup(self.replug)
+        self.addCleanup(self.cell.command, "plug 0")
+        mark = self.cell.log.mark()
+        self.cell.command("hangup 0")
+        self.cell.log.wait_for("SerialConnection: Closed device", since=mark)
+        self.expect(NO_ANSWER, "wrong", HVA, "is old: no tty is open")
+        self.expect(NO_ANSWER, "wrong", "masters", "what is known of a gripper is old")
+
     def test_a_gripper_without_process_data(self):
         self.cell.command("mode 0 2")
         wait_until(lambda: self.cell.call_apart("GetPDINExcerpt", HVA) == 0)

@@ -28,6 +28,16 @@ bool AreWell(const Findings& findings) {
                        [](const Finding& each) { return each.mark == Mark::Ok; });
 }
 
+/// Where nothing is sent, the daemon answers at once with what it has.
+Findings CutOff(const std::vector<std::string>& grippers) {
+    Findings findings;
+    for (const std::string& device : grippers) {
+        findings.push_back({Mark::Wrong, device, "what TavrikDaemon answers is old: no tty is open",
+                            "plug its master in again"});
+    }
+    return findings;
+}
+
 }  // namespace
 
 void Doctor::Examine() {
@@ -71,11 +81,16 @@ void Doctor::ExamineDevices(const Host& host) {
 void Doctor::ExamineGrippers(const Host* host) {
     Daemon daemon(endpoint);
     const auto grippers = ListGrippers(daemon);
-    const Findings answered = AskGrippers(daemon, grippers.value_or(std::vector<std::string>()));
+    Findings answered = AskGrippers(daemon, grippers.value_or(std::vector<std::string>()));
     if (host != nullptr) {
         const auto count = grippers ? std::optional(grippers->size()) : std::nullopt;
-        const Findings masters = MasterCheck(*host, count).Run();
+        const MasterCheck check(*host, count);
+        const Findings masters = check.Run();
         Add(masters);
+        if (check.IsCutOff() && status == ExitStatus::Done) {
+            status = ExitStatus::NoAnswer;
+            answered = CutOff(*grippers);
+        }
         const bool isWell = status == ExitStatus::Done && AreWell(masters) && AreWell(answered);
         if (host->daemon) {
             const DaemonLog log = DaemonLog::OfProcess(host->daemon->pid);

@@ -9,13 +9,16 @@ constexpr const char* kMasters = "masters";
 }
 
 Findings MasterCheck::Run() const {
-    const auto attached = std::count_if(host.ttys.begin(), host.ttys.end(),
-                                        [](const UsbTty& tty) { return tty.IsMaster(); });
+    const std::size_t attached = AttachedCount();
     if (attached == 0) {
         return {{Mark::Wrong, kMasters, "no master is attached, as far as udev knows",
                  "look at the USB cable and the master's power; see dmesg"}};
     }
-    return {Compare(static_cast<std::size_t>(attached))};
+    return {Compare(attached)};
+}
+
+bool MasterCheck::IsCutOff() const {
+    return AttachedCount() > 0 && OpenedCount() == 0;
 }
 
 Finding MasterCheck::Compare(std::size_t attached) const {
@@ -32,11 +35,20 @@ Finding MasterCheck::Compare(std::size_t attached) const {
         return {Mark::Wrong, kMasters, text + ": a device string is empty, or an ID wrong",
                 "look at the gripper's cable and power; then plug its master in again"};
     }
+    if (opened && *opened < *listed) {
+        return {Mark::Wrong, kMasters, text + ": what is known of a gripper is old",
+                "plug its master in again"};
+    }
     if (!opened && attached > *listed) {
         return {Mark::Unknown, kMasters, text + "; which are open, only root can see",
                 "run the doctor as root"};
     }
     return {Mark::Ok, kMasters, text, ""};
+}
+
+std::size_t MasterCheck::AttachedCount() const {
+    return static_cast<std::size_t>(std::count_if(
+        host.ttys.begin(), host.ttys.end(), [](const UsbTty& tty) { return tty.IsMaster(); }));
 }
 
 std::optional<std::size_t> MasterCheck::OpenedCount() const {

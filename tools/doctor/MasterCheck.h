@@ -16,8 +16,13 @@ public:
         : host(machine), listed(listedCount) {}
     Findings Run() const;
 
+    /// Whether masters are attached and the daemon has none of them open, so that all that it knows
+    /// of its grippers is old. False if that cannot be seen.
+    bool IsCutOff() const;
+
 private:
     Finding Compare(std::size_t attached) const;
+    std::size_t AttachedCount() const;
 
     /// How many masters the daemon has opened; nothing if that cannot be seen.
     std::optional<std::size_t> OpenedCount() const;

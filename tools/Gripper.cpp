@@ -107,6 +107,10 @@ ProcessData Gripper::AwaitRest(std::chrono::milliseconds limit) const {
         throw Failure(ExitStatus::NoAnswer, Name() + ": its master has fallen silent; its last " +
                                                 "position was " + HundredthsText(data.position));
     }
+    if (!data.certain) {
+        throw Failure(ExitStatus::NoProcessData,
+                      Name() + ": no process data, or at rest at 0.00 in state 0");
+    }
     return data;
 }
 

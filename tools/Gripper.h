@@ -53,7 +53,7 @@ public:
     /// Waits until position and state have not changed for a while.
     /// @return the process data then
     /// @throws Failure (NotAtRest) when it takes longer than `limit`; (NoAnswer) when the values
-    /// stand still because the master has fallen silent
+    /// stand still because the master has fallen silent; (NoProcessData) when they may be missing
     ProcessData AwaitRest(std::chrono::milliseconds limit) const;
 
 private:

@@ -502,14 +502,14 @@ class ServerTest(CtlTestCase):
         with http_server(200, values) as port:
             self.assertEqual(self.json("list", "--port", port), [])
 
-    def test_a_rest_that_may_be_missing_process_data_is_told_so(self):
+    def test_a_rest_that_may_be_missing_process_data_is_a_failure(self):
         values = {"GetGrippers": GRIPPER, "Grip": "<int>0</int>", "GetPDINExcerpt": "<int>0</int>",
                   "GetState": "<int>0</int>", "GetPos": "<double>0</double>",
                   "GetOverrideGrip": "<int>0</int>"}
         with http_server(200, values) as port:
-            self.assertEqual(self.ctl("grip", "--wait", "--port", port),
-                             "X: done, but nothing has changed, at rest at 0.00 in state 0, "
-                             "or there are no process data\n")
+            self.expect_failure(NO_PROCESS_DATA,
+                                "X: no process data, or at rest at 0.00 in state 0",
+                                "grip", "--wait", "--port", port)
 
     def test_an_answer_cannot_end_it_or_keep_it_busy(self):
         entities = (b'<!DOCTYPE x [<!ENTITY a "aaaaaaaaaa">' +

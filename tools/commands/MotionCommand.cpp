@@ -50,8 +50,7 @@ ExitStatus MotionCommand::Run(Daemon& daemon, Printer& printer) {
         const std::string flags = data.FlagText();
         text += std::string(changed ? "" : ", but nothing has changed") + ", at rest at " +
                 HundredthsText(data.position) + " in state " + std::to_string(data.state) +
-                (flags.empty() ? "" : ", " + flags) +
-                (data.certain ? "" : ", or there are no process data");
+                (flags.empty() ? "" : ", " + flags);
     }
     json ? printer.Json(object) : printer.Line(text);
     return ExitStatus::Done;

@@ -427,6 +427,8 @@ TEST_F(GripperManagerTest, EndDestroysItsLinks) {
     Connect(0);
     testbed.AddMaster(0, {});
     Start();
+    // The request of a state thread that is cut off is logged, too.
+    ASSERT_TRUE(WaitForLine("Pending command PDOUT deleted (Status: 0)."));
     log.Clear();
     manager.reset();
     EXPECT_EQ(log.OfThisThread(),

@@ -242,8 +242,9 @@ TEST_F(CommandInterpreterTest, ASilentMasterAndAMuteOneDoNotAnswer) {
     Do("silent 0 off");
     Do("mute 0 on");
     Do("pdin 0 100");
-    EXPECT_EQ(Ask("ID?", "@PDIN=[]\n@PDIN=[]\n"), "@PDIN=[]\n@PDIN=[]\n");
+    EXPECT_EQ(Ask("ID?", "@PDIN=[]\n@PDIN=[]\n").find("ID"), std::string::npos);
     Do("pdin 0 0");
+    Listen("", milliseconds(100));  // what was said until then
     Do("mute 0 off");
     Do("mute 0 on MODE");
     EXPECT_EQ(Ask("MODE?", milliseconds(100)), "");

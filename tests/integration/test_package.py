@@ -21,9 +21,9 @@ import unittest
 import xmlrpc.client
 
 import own_network
+from booted_debian import Machine, container
 from cell import PATIENCE, PORTS, Cell, answers, wait_until
 from cell_test_case import problem_count
-from machine import Machine, container
 
 INSTALL = "apt install ./tavrikdaemon_*.deb"
 INSTALL_SIMULATOR = "apt install ./pellix-sim_*.deb"

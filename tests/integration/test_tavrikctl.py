@@ -57,6 +57,8 @@ class ListTest(CtlTestCase):
 
     def test_passive_sends_nothing_to_the_grippers(self):
         self.assertEqual(self.requests_during(0, "list", "--passive"), [])
+        self.assertIsNone(self.json("list", "--passive")[0]["answers"])
+        self.assertIs(self.json("list")[0]["answers"], True)
         self.assertNotEqual(self.requests_during(0, "list"), [])
 
     def test_nothing_of_the_gripper_is_changed(self):

@@ -43,12 +43,12 @@ ExitStatus ListCommand::Run(Daemon& daemon, Printer& printer) {
 }
 
 ListCommand::Entry ListCommand::Look(const Gripper& gripper) const {
-    Entry entry{gripper.DeviceString(), gripper.ReadProcessData(), {}, "", true};
+    Entry entry{gripper.DeviceString(), gripper.ReadProcessData(), {}, "", std::nullopt};
     std::string model = kModelNotAsked;
     if (!passive) {
         entry.answers = gripper.MasterAnswers();
     }
-    if (!entry.answers) {
+    if (entry.answers == false) {
         entry.note = "old values: master silent";
     } else if (!entry.data.certain) {
         entry.note = "zero, or no process data";
@@ -75,7 +75,7 @@ void ListCommand::PrintTable(const std::vector<Entry>& entries, Printer& printer
                         {std::to_string(entry.data.state)},
                         {HundredthsText(entry.data.position)},
                         {flags.empty() ? "none" : flags, !flags.empty()},
-                        {entry.note, !entry.answers}});
+                        {entry.note, entry.answers == false}});
     }
     printer.Table({{"GRIPPER"},
                    {"MODEL"},
@@ -93,7 +93,10 @@ void ListCommand::PrintJson(const std::vector<Entry>& entries, Printer& printer)
                                       {"model", entry.model.name},
                                       {"modelFrom", entry.model.from}};
         entry.data.AddTo(object);
-        object["answers"] = entry.answers;
+        object["answers"] = nullptr;
+        if (entry.answers) {
+            object["answers"] = *entry.answers;
+        }
         list.push_back(object);
     }
     printer.Json(list);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <nlohmann/json_fwd.hpp>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -22,7 +23,7 @@ private:
         ProcessData data;
         Model model;
         std::string note;
-        bool answers;  // true also if not asked
+        std::optional<bool> answers;  // whether its master does; nothing if not asked
     };
 
     Entry Look(const Gripper& gripper) const;

@@ -50,8 +50,10 @@ protected:
     /// Waits until a link on a master in mode 4 has done all that it does by itself.
     void Settle() {
         constexpr std::size_t kOwnRequests = 6;
-        ASSERT_TRUE(WaitFor(
-            [this] { return log.BeginningWith("Active commands: ").size() == kOwnRequests; }));
+        ASSERT_TRUE(WaitFor([this] {
+            return log.BeginningWith("Active commands: ").size() == kOwnRequests &&
+                   log.Contains("Timeout monitor thread active");  // a thread may begin late
+        }));
     }
 
     void InitAndSettle() {

@@ -69,7 +69,7 @@ TEST_F(CellTest, EveryMasterAnswersOnItsOwnTty) {
 
 TEST_F(CellTest, StreamsWithoutBeingAsked) {
     const FileDescriptor tty = Plug(0, 100);
-    EXPECT_EQ(ReadUntil(tty, "@PDIN=[]\n@PDIN=[]\n"), "@PDIN=[]\n@PDIN=[]\n");
+    EXPECT_TRUE(ReadUntil(tty, "@PDIN=[]\n@PDIN=[]\n").starts_with("@PDIN=[]\n@PDIN=[]\n"));
 }
 
 TEST_F(CellTest, WhatACallBringsAboutIsSentWhenItReturns) {

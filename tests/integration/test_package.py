@@ -163,6 +163,7 @@ class MachineTestCase(unittest.TestCase):
         found = {(finding["mark"], finding["what"]) for finding in report["findings"]}
         self.assertLessEqual(set(expected), found)
 
+        return {finding["what"]: finding["finding"] for finding in report["findings"]}
 
 class FirstInstallTest(MachineTestCase):
     """scripts/test-package runs this first, when the Debian has none of the dependencies yet."""
@@ -365,6 +366,9 @@ class RestrictionsTest(MachineTestCase):
             with self.assertRaises(TimeoutError):
                 socket.create_connection(("127.0.0.1", port), 0.5, ("127.0.0.2", 0))
 
+        findings = self.expect_doctor(NO_GRIPPER, ("ok", "network"))
+        self.assertRegex(findings["network"],
+                         r"^systemd denies .*\b0\.0\.0\.0/0\b.*, but allows 127\.0\.0\.1/32$")
 
 class CellTest(MachineTestCase):
     """The service in a simulated cell."""

@@ -7,6 +7,10 @@ constexpr const char* kService = "service";
 }
 
 Findings ServiceCheck::Run() const {
+    if (host.daemon && host.service && host.service->Has(host.daemon->pid) &&
+        !host.service->denied.empty()) {
+        return {Running(), Restricted()};
+    }
     if (host.daemon) {
         return {Running()};
     }
@@ -33,6 +37,16 @@ Finding ServiceCheck::Running() const {
                 "wait up to 45 s, then: systemctl start tavrikdaemon"};
     }
     return {Mark::Ok, kService, process + ", by systemd", ""};
+}
+
+Finding ServiceCheck::Restricted() const {
+    constexpr const char* kNetwork = "network";
+    const std::string text = "systemd denies " + host.service->denied;
+    if (host.service->allowed.empty()) {
+        return {Mark::Warning, kNetwork, text,
+                "if the robot is meant: name it in the service's network.conf, IPAddressAllow="};
+    }
+    return {Mark::Ok, kNetwork, text + ", but allows " + host.service->allowed, ""};
 }
 
 Finding ServiceCheck::Hidden() const {

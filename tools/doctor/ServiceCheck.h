@@ -5,7 +5,7 @@
 
 namespace tavrikctl {
 
-/// Whether the daemon runs, as a service or otherwise.
+/// Whether the daemon runs, as a service or otherwise, and whom the service hears.
 class ServiceCheck {
 public:
     explicit ServiceCheck(const Host& machine) : host(machine) {}
@@ -13,6 +13,7 @@ public:
 
 private:
     Finding Running() const;
+    Finding Restricted() const;
     Finding Hidden() const;
     Finding Stopped() const;
 

@@ -11,7 +11,8 @@ namespace tavrikctl {
 std::optional<ServiceState> ServiceState::Read() {
     const ToolOutput output =
         RunTool({"systemctl", "show",
-                 "--property=LoadState,ActiveState,SubState,Result,User,MainPID,ControlGroup",
+                 "--property=LoadState,ActiveState,SubState,Result,User,MainPID,ControlGroup,"
+                 "IPAddressDeny,IPAddressAllow",
                  kServiceName});
     if (!output.succeeded) {
         return std::nullopt;
@@ -24,9 +25,9 @@ std::optional<ServiceState> ServiceState::Read() {
             values[line.substr(0, equals)] = line.substr(equals + 1);
         }
     }
-    return ServiceState{values["LoadState"],   values["ActiveState"], values["SubState"],
-                        values["Result"],      values["User"],        values["MainPID"],
-                        values["ControlGroup"]};
+    return ServiceState{values["LoadState"],    values["ActiveState"],   values["SubState"],
+                        values["Result"],       values["User"],          values["MainPID"],
+                        values["ControlGroup"], values["IPAddressDeny"], values["IPAddressAllow"]};
 }
 
 bool ServiceState::Has(pid_t pid) const {

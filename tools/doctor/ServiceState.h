@@ -19,6 +19,8 @@ struct ServiceState {
     std::string user;     ///< empty for root
     std::string mainPid;  ///< "0" if none runs
     std::string group;    ///< the control group of its processes; empty if none runs
+    std::string denied;   ///< addresses that it does not hear, but for those allowed; empty if none
+    std::string allowed;  ///< see `denied`
 
     bool IsInstalled() const { return load == "loaded"; }
 

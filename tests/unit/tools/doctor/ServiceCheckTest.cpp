@@ -11,7 +11,7 @@ namespace {
 Finding CheckWhereProcessesAreHidden(const std::string& active) {
     const FakeFolder proc;
     const Host host{ProcessTable(proc.Path()),
-                    ServiceState{"loaded", active, "running", "success", "tavrik", "5", ""},
+                    ServiceState{"loaded", active, "running", "success", "tavrik", "5", "", "", ""},
                     std::nullopt,
                     std::nullopt,
                     {}};

@@ -45,6 +45,7 @@ PAGE = (INSTALL, INSTALL_SIMULATOR, INSTALL_BOTH, LIST, DOCTOR, STOP, TRY, RESTA
 REINSTALL = "apt reinstall ./tavrikdaemon_*.deb"
 
 UNIT = "tavrikdaemon.service"
+TAKEN_PORT = f"port {PORTS[0]}"
 NETWORK = "/etc/systemd/system/tavrikdaemon.service.d/network.conf"
 TEST_SETTINGS = "/run/systemd/system/tavrikdaemon.service.d/test.conf"
 RESERVED_PORTS = "/proc/sys/net/ipv4/ip_local_reserved_ports"
@@ -162,8 +163,8 @@ class MachineTestCase(unittest.TestCase):
         report = json.loads(self.machine.output(f"{DOCTOR} --json"))
         found = {(finding["mark"], finding["what"]) for finding in report["findings"]}
         self.assertLessEqual(set(expected), found)
-
         return {finding["what"]: finding["finding"] for finding in report["findings"]}
+
 
 class FirstInstallTest(MachineTestCase):
     """scripts/test-package runs this first, when the Debian has none of the dependencies yet."""
@@ -365,10 +366,10 @@ class RestrictionsTest(MachineTestCase):
         for port in PORTS:
             with self.assertRaises(TimeoutError):
                 socket.create_connection(("127.0.0.1", port), 0.5, ("127.0.0.2", 0))
-
         findings = self.expect_doctor(NO_GRIPPER, ("ok", "network"))
         self.assertRegex(findings["network"],
                          r"^systemd denies .*\b0\.0\.0\.0/0\b.*, but allows 127\.0\.0\.1/32$")
+
 
 class CellTest(MachineTestCase):
     """The service in a simulated cell."""
@@ -383,8 +384,10 @@ class CellTest(MachineTestCase):
 
     def test_the_client_shows_and_completes_the_gripper(self):
         wait_until(lambda: GRIPPER in self.machine.output(LIST))
-        self.expect_doctor(A_GRIPPER_ANSWERS, ("ok", "service"), ("ok", f"port {PORTS[0]}"),
-                           ("ok", f"port {PORTS[1]}"), ("ok", GRIPPER))
+        findings = self.expect_doctor(A_GRIPPER_ANSWERS, ("warn", "service"), ("ok", GRIPPER),
+                                      *(("ok", f"port {port}") for port in PORTS))
+        self.assertRegex(findings["service"], ", in a simulated cell: it sees no real master$")
+        self.assertNotIn("masters", findings)
         self.assertEqual(completions(self.machine, ("tavrikctl", "grip", "10")), {"100001"})
 
     def test_the_doctor_reads_the_journal(self):
@@ -417,8 +420,10 @@ class CellTest(MachineTestCase):
         for line in ("TavrikDaemon stopped$", "GripperManager stopped$",
                      "^TavrikDaemon::shutdown$"):
             self.assertRegex(log, f"(?m){line}")
-        self.expect_doctor(NO_DAEMON, ("wrong", "service"), ("wrong", f"port {PORTS[0]}"),
-                           ("wrong", f"port {PORTS[1]}"))
+        findings = self.expect_doctor(NO_DAEMON, ("wrong", "service"),
+                                      *(("wrong", f"port {port}") for port in PORTS))
+        self.assertEqual(findings["service"],
+                         "no TavrikDaemon; systemd: inactive (dead), success")
         self.restart()
 
 
@@ -437,10 +442,21 @@ class SupervisionTest(MachineTestCase):
             self.machine.run(RESET)
             self.machine.run(RESTART)
             wait_until(lambda: self.unit("ActiveState") == "failed")
+            findings = self.expect_doctor(NO_DAEMON, ("wrong", "service"), ("wrong", TAKEN_PORT))
+        self.assertEqual(findings["service"],
+                         "no TavrikDaemon; systemd: failed (failed), exit-code")
+        self.assertRegex(findings[TAKEN_PORT], "^a program of user root has it: ")
         self.assertEqual(self.unit("NRestarts"), "20")
         self.assertNotEqual(self.machine.attempt(RESTART).returncode, 0)
         self.machine.run(RESET)
         self.machine.run(RESTART)
+        self.wait_until_serving()
+
+    def test_a_service_that_is_masked_stays_away(self):
+        self.machine.run(f"{STOP} && systemctl mask tavrikdaemon")
+        findings = self.expect_doctor(NO_DAEMON, ("wrong", "service"))
+        self.assertEqual(findings["service"], "no TavrikDaemon runs; its service is masked")
+        self.machine.run("systemctl unmask tavrikdaemon && systemctl enable --now tavrikdaemon")
         self.wait_until_serving()
 
     def test_an_upgrade_gets_over_one_that_hangs(self):
@@ -578,7 +594,10 @@ class LifeCycleTest(MachineTestCase):
         return path
 
     def remove(self):
+        self.machine.run("cp /usr/bin/tavrikctl /var/tmp")
         self.machine.run(REMOVE)
+        report = self.machine.output("/var/tmp/tavrikctl doctor")
+        self.assertIn(" no TavrikDaemon runs, and systemd has no service for it\n", report)
         for port in PORTS:
             self.assertFalse(answers(port))
         self.assertEqual(self.machine.output("pidof TavrikDaemon"), "")

@@ -18,7 +18,7 @@ import xmlrpc.server
 
 import ctl
 import own_network
-from cell import PORTS, SLOWNESS, wait_until
+from cell import PORTS, SLOWNESS, Cell, wait_until
 from cell_test_case import CellTestCase, main
 
 HVA = "HVA SN:100001"
@@ -31,6 +31,18 @@ RESERVED_PORTS = pathlib.Path("/proc/sys/net/ipv4/ip_local_reserved_ports")
 
 # Exit statuses
 DONE, NO_DAEMON, NO_ANSWER, BAD_ANSWER, NO_GRIPPER, FAILED, NO_PROCESS_DATA = 0, 4, 5, 6, 7, 9, 21
+
+
+def world_of(cell):
+    """The environment of pellix-sim's command, once that runs."""
+    def read():
+        with contextlib.suppress(AssertionError, FileNotFoundError):  # it may not run yet
+            environ = pathlib.Path(f"/proc/{cell.daemon_pid()}/environ").read_text()
+            variables = dict(entry.split("=", 1) for entry in environ.split("\0") if entry)
+            return {name: variables[name] for name in ("LD_PRELOAD", "UMOCKDEV_DIR")
+                    if "UMOCKDEV_DIR" in variables}
+        return None
+    return wait_until(read)
 
 
 class DoctorTestCase(CellTestCase):
@@ -46,15 +58,7 @@ class DoctorTestCase(CellTestCase):
 
     @classmethod
     def world(cls):
-        """The environment of pellix-sim's command, once that runs."""
-        def read():
-            with contextlib.suppress(AssertionError, FileNotFoundError):  # it may not run yet
-                environ = pathlib.Path(f"/proc/{cls.cell.daemon_pid()}/environ").read_text()
-                variables = dict(entry.split("=", 1) for entry in environ.split("\0") if entry)
-                return {name: variables[name] for name in ("LD_PRELOAD", "UMOCKDEV_DIR")
-                        if "UMOCKDEV_DIR" in variables}
-            return None
-        return wait_until(read)
+        return world_of(cls.cell)
 
     @classmethod
     def folder(cls):
@@ -247,6 +251,10 @@ class NoDaemonTest(DoctorTestCase):
             self.expect(BAD_ANSWER, "wrong", "grippers", "GetGrippers: fault 1, ")
         with self.foreign_server(GetVersion=lambda: 5):
             self.expect(NO_DAEMON, "wrong", f"port {PORTS[0]}", "GetVersion: the answer has an")
+
+    def test_a_gripper_that_fails_while_it_is_asked(self):
+        with self.foreign_server(GetVersion=lambda: "2.2.4 (other)", GetGrippers=lambda: [HVA]):
+            self.expect(BAD_ANSWER, "wrong", HVA, ": fault 1, ")
 
     @contextlib.contextmanager
     def foreign_server(self, **methods):
@@ -566,6 +574,16 @@ class OneGripperTest(DoctorTestCase):
         self.assertEqual([finding["what"] for finding in findings if finding["mark"] == "wrong"],
                          ["service", "port 44221", "port 44222"])
         self.assertEqual(findings[0]["remedy"], f"kill -CONT {pid}")
+
+    def test_a_daemon_in_another_simulated_cell(self):
+        other = Cell("--gripper", "TLM", command=["sleep", "infinity"])
+        self.addCleanup(other.end_by_force)
+        findings = self.findings(DONE, environment=world_of(other))
+        found = {(each["what"], each["mark"]): each["finding"] for each in findings}
+        self.assertIn("in a simulated cell: it sees no real master", found["service", "warn"])
+        self.assertIn("TavrikDaemon has not opened it", found[TTY, "wrong"])
+        self.assertIn((HVA, "ok"), found)
+        self.assertNotIn("masters", {each["what"] for each in findings})
 
     def test_a_port_with_too_many_clients(self):
         with contextlib.ExitStack() as clients:

@@ -4,8 +4,25 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <fstream>
 
 namespace tavrikctl {
+
+namespace {
+
+/// The folder of the simulated devices that a process sees; empty if it sees the real ones.
+std::string FolderOfSimulation(const std::string& process) {
+    const std::string variable = "UMOCKDEV_DIR=";
+    std::ifstream environment("/proc/" + process + "/environ");
+    for (std::string entry; std::getline(environment, entry, '\0');) {
+        if (entry.starts_with(variable)) {
+            return entry.substr(variable.size());
+        }
+    }
+    return "";
+}
+
+}  // namespace
 
 std::optional<Account> Host::FindAccount() const {
     constexpr const char* kUserOfPackage = "tavrik";
@@ -14,6 +31,11 @@ std::optional<Account> Host::FindAccount() const {
     }
     const bool isNamed = service && !service->user.empty();
     return Account::OfUser(isNamed ? service->user : kUserOfPackage);
+}
+
+bool Host::DaemonIsSimulated() const {
+    const std::string folder = daemon ? FolderOfSimulation(std::to_string(daemon->pid)) : "";
+    return !folder.empty() && folder != FolderOfSimulation("self");
 }
 
 bool Host::DaemonHasOpen(const UsbTty& tty) const {

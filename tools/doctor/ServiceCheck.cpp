@@ -24,6 +24,10 @@ Finding ServiceCheck::Running() const {
     if (host.daemon->isStopped) {
         return {Mark::Wrong, kService, process + ", is stopped by a signal", "kill -CONT " + pid};
     }
+    if (host.DaemonIsSimulated()) {
+        return {Mark::Warning, kService, process + ", in a simulated cell: it sees no real master",
+                "if that is not on purpose: kill -INT " + pid + "; " + host.StartCommand()};
+    }
     if (!host.service || !host.service->IsInstalled()) {
         return {Mark::Ok, kService, process + ", not by systemd", ""};
     }

@@ -33,6 +33,7 @@ constexpr const char* kExitStatuses =
   7    no gripper, or more than one, has the name given
   8    --wait: the gripper still moves
   9    the output cannot be written, or tavrikctl has failed
+  10   --wait: the gripper is at rest, with a fault
   12   nothing could be sent to the gripper's master
   21   there are no process data: the gripper may be starting)";
 

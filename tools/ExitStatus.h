@@ -14,6 +14,7 @@ enum class ExitStatus {
     NoGripper = 7,       ///< no gripper, or more than one, has the name given
     NotAtRest = 8,       ///< --wait: the gripper still moves
     Failed = 9,          ///< tavrikctl itself has failed
+    Faulty = 10,         ///< --wait: the gripper is at rest, with a fault
     NotSent = 12,        ///< nothing could be sent to the gripper's master
     NoProcessData = 21,  ///< the data link to the gripper is not in operate
 };

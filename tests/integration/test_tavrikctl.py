@@ -13,9 +13,9 @@ import time
 import ctl
 from cell import PORTS, SLOWNESS, wait_until
 from cell_test_case import main
-from ctl_test_case import (BAD_ANSWER, FAILED, HVA, MZD, NO_ANSWER, NO_DAEMON, NO_GRIPPER,
-                           NO_PROCESS_DATA, NOT_AT_REST, NOT_POSSIBLE, NOT_SENT, REFUSED, TLM,
-                           USAGE, CtlTestCase, http_server, raw_server, xml_answer)
+from ctl_test_case import (BAD_ANSWER, FAILED, FAULTY, HVA, MZD, NO_ANSWER, NO_DAEMON,
+                           NO_GRIPPER, NO_PROCESS_DATA, NOT_AT_REST, NOT_POSSIBLE, NOT_SENT,
+                           REFUSED, TLM, USAGE, CtlTestCase, http_server, raw_server, xml_answer)
 from methods import METHODS
 
 
@@ -74,7 +74,7 @@ class ListTest(CtlTestCase):
     def test_the_values_of_a_silent_master_are_marked_as_old(self):
         with self.condition("silent 0 on", "silent 0 off"):
             row = self.ctl("list").splitlines()[1]
-            self.assertIn("old values: master silent", row)
+            self.assertIn("master silent, values may be old", row)
             self.assertIn("10.00", row)
             row = self.json("list")[0]
             self.assertEqual((row["answers"], row["position"]), (False, 10.0))
@@ -172,6 +172,18 @@ class MotionTest(CtlTestCase):
             answer = self.json("grip", "mzd", "--wait")
         self.assertEqual((answer["gripper"], answer["status"], answer["state"], answer["position"],
                           answer["temperatureWarning"]), (MZD, 0, 7, 2.0, True))
+
+    def test_a_rest_with_a_fault_is_a_failure(self):
+        for flag, word, name in (("fault", "fault", "fault"),
+                                 ("temp-fault", "temperature fault", "temperatureFault")):
+            self.referenced("mzd")
+            with self.condition(f"fault 1 {flag} on", f"fault 1 {flag} off"):
+                self.wait_for_process_data(1, MZD)
+                self.expect_failure(FAULTY, f", {word}", "release", "mzd", "--wait")
+                result = ctl.run("release", "mzd", "--wait", "--json")
+            self.wait_for_process_data(1, MZD)
+            self.assertEqual(result.returncode, FAULTY, result)
+            self.assertTrue(json.loads(result.stdout)[name])
 
     def test_a_rest_that_no_motion_came_before_is_told_so(self):
         self.referenced("HVA")
@@ -635,7 +647,7 @@ class CommandLineTest(CtlTestCase):
         text = self.ctl("--help")
         self.assertLessEqual(max(map(len, text.splitlines())), 80, text)
         for status in (0, REFUSED, USAGE, NOT_POSSIBLE, NO_DAEMON, NO_ANSWER, BAD_ANSWER,
-                       NO_GRIPPER, NOT_AT_REST, FAILED, NOT_SENT, NO_PROCESS_DATA):
+                       NO_GRIPPER, NOT_AT_REST, FAILED, FAULTY, NOT_SENT, NO_PROCESS_DATA):
             self.assertRegex(text, rf"(?m)^  {status} +[a-z-]")
         for command in ("list", "grip", "release", "home", "disable", "holdfast", "store", "get",
                         "set", "watch", "call", "doctor"):

@@ -49,7 +49,7 @@ ListCommand::Entry ListCommand::Look(const Gripper& gripper) const {
         entry.answers = gripper.MasterAnswers();
     }
     if (entry.answers == false) {
-        entry.note = "old values: master silent";
+        entry.note = "master silent, values may be old";
     } else if (!entry.data.certain) {
         entry.note = "zero, or no process data";
     } else if (!passive) {

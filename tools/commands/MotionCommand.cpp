@@ -39,7 +39,7 @@ ExitStatus MotionCommand::Run(Daemon& daemon, Printer& printer) {
     if (status != 0) {
         throw Failure(ExitStatusOf(status), gripper.StatusText(status));
     }
-    std::string text = gripper.StatusText(status);
+    const std::string text = gripper.StatusText(status);
     nlohmann::ordered_json object{{"gripper", gripper.DeviceString()}, {"status", status}};
     if (wait) {
         const ProcessData data = gripper.AwaitRest(limit);
@@ -47,12 +47,27 @@ ExitStatus MotionCommand::Run(Daemon& daemon, Printer& printer) {
             data.state != before.state || RestDetector::IsMotion(before.position, data.position);
         data.AddTo(object);
         object["changed"] = changed;
-        const std::string flags = data.FlagText();
-        text += std::string(changed ? "" : ", but nothing has changed") + ", at rest at " +
-                HundredthsText(data.position) + " in state " + std::to_string(data.state) +
-                (flags.empty() ? "" : ", " + flags);
+        return Tell(data, text + (changed ? "" : ", but nothing has changed"), object, printer);
     }
     json ? printer.Json(object) : printer.Line(text);
+    return ExitStatus::Done;
+}
+
+ExitStatus MotionCommand::Tell(const ProcessData& rest, const std::string& outcome,
+                               const nlohmann::ordered_json& object, Printer& printer) const {
+    const bool isFaulty = rest.fault || rest.tempFault;
+    const std::string flags = rest.FlagText();
+    const std::string text = outcome + ", at rest at " + HundredthsText(rest.position) +
+                             " in state " + std::to_string(rest.state) +
+                             (flags.empty() ? "" : ", " + flags);
+    if (json) {
+        printer.Json(object);
+    } else if (!isFaulty) {
+        printer.Line(text);
+    }
+    if (isFaulty) {
+        throw Failure(ExitStatus::Faulty, text);
+    }
     return ExitStatus::Done;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <xmlrpc-c/base.hpp>
 
@@ -28,6 +29,11 @@ public:
 
 private:
     void AddWaiting();
+
+    /// Tells the end of a motion, which has come to this.
+    /// @throws Failure (Faulty) when there is a fault
+    ExitStatus Tell(const ProcessData& rest, const std::string& outcome,
+                    const nlohmann::ordered_json& object, Printer& printer) const;
 
     /// The parameters behind the device string.
     xmlrpc_c::carray Arguments() const;

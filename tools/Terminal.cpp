@@ -21,6 +21,20 @@ constexpr int kEscape = 0x1b;
 constexpr int kControlC = 0x03;
 constexpr int kControlZ = 0x1a;
 
+volatile std::sig_atomic_t endingSignal = 0;
+
+/// ncurses would end the program with a status, as if it had failed.
+void EndBySignals() {
+    for (const int number : {SIGINT, SIGTERM}) {
+        struct sigaction action = {};
+        sigaction(number, nullptr, &action);
+        if (action.sa_handler == SIG_DFL) {
+            action.sa_handler = [](int caught) { endingSignal = caught; };
+            sigaction(number, &action, nullptr);
+        }
+    }
+}
+
 bool HasHungUp() {
     pollfd input{STDIN_FILENO, 0, 0};
     return poll(&input, 1, 0) == 1;
@@ -30,10 +44,15 @@ bool HasHungUp() {
 void Terminal::Restorer::operator()(screen* terminal) const {
     endwin();
     delscreen(terminal);
+    if (endingSignal != 0) {
+        std::signal(endingSignal, SIG_DFL);
+        std::raise(endingSignal);
+    }
 }
 
 Terminal::Terminal(bool withColours) : colours(withColours) {
     std::setlocale(LC_CTYPE, "");  // NOLINT(concurrency-mt-unsafe)
+    EndBySignals();
     terminal.reset(newterm(nullptr, stdout, stdin));
     if (!terminal) {
         throw Failure(ExitStatus::Failed, "this type of terminal is not known (TERM)");
@@ -69,7 +88,7 @@ bool Terminal::IsLeaving(std::chrono::milliseconds patience) {
     timeout(static_cast<int>(patience.count()));
     const int key = getch();
     if (key == ERR) {
-        return HasHungUp();
+        return endingSignal != 0 || HasHungUp();
     }
     if (key == kControlZ) {
         std::raise(SIGTSTP);  // ncurses catches it: the terminal is the shell's meanwhile

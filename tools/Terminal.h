@@ -11,7 +11,7 @@ struct screen;
 namespace tavrikctl {
 
 /// The whole terminal, for as long as this object lives; one at a time. Afterwards the terminal is
-/// as it was.
+/// as it was, and the program ends if SIGINT or SIGTERM has come meanwhile.
 class Terminal {
 public:
     /// @throws Failure (Failed) when the terminal is of no known type
@@ -23,7 +23,8 @@ public:
     void Show(const std::vector<Cell>& lines) const;
 
     /// Waits for a key until `patience` has passed. Ctrl-Z suspends the program.
-    /// @return whether the user wants to leave: q, Escape or Ctrl-C, or the terminal has gone
+    /// @return whether the user wants to leave: q, Escape or Ctrl-C, the terminal has gone, or
+    /// a signal wants the program to end
     bool IsLeaving(std::chrono::milliseconds patience);
 
 private:

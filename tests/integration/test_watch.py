@@ -259,7 +259,7 @@ class ScreenTest(CtlTestCase):
                 watch = self.watch()
                 watch.wait_for("^q leaves$")
                 watch.process.send_signal(number)
-                self.assertEqual(watch.wait_for_end(), (1, ""))
+                self.assertEqual(watch.wait_for_end(), (-number, ""))
                 self.assertEqual(termios.tcgetattr(watch.slave), watch.settings)
 
     def test_it_ends_when_the_terminal_has_gone(self):

@@ -369,6 +369,10 @@ class RestrictionsTest(MachineTestCase):
         findings = self.expect_doctor(NO_GRIPPER, ("ok", "network"))
         self.assertRegex(findings["network"],
                          r"^systemd denies .*\b0\.0\.0\.0/0\b.*, but allows 127\.0\.0\.1/32$")
+        self.machine.write(NETWORK, "[Service]\nIPAddressDeny=192.168.99.99\n")
+        self.restart()
+        findings = self.expect_doctor(NO_GRIPPER, ("warn", "network"))
+        self.assertEqual(findings["network"], "systemd denies 192.168.99.99/32")
 
 
 class CellTest(MachineTestCase):
@@ -386,7 +390,7 @@ class CellTest(MachineTestCase):
         wait_until(lambda: GRIPPER in self.machine.output(LIST))
         findings = self.expect_doctor(A_GRIPPER_ANSWERS, ("warn", "service"), ("ok", GRIPPER),
                                       *(("ok", f"port {port}") for port in PORTS))
-        self.assertRegex(findings["service"], ", in a simulated cell: it sees no real master$")
+        self.assertRegex(findings["service"], ", in pellix-sim: its masters are simulated or tapped$")
         self.assertNotIn("masters", findings)
         self.assertEqual(completions(self.machine, ("tavrikctl", "grip", "10")), {"100001"})
 
@@ -451,6 +455,17 @@ class SupervisionTest(MachineTestCase):
         self.machine.run(RESET)
         self.machine.run(RESTART)
         self.wait_until_serving()
+
+    def test_a_daemon_beside_the_service(self):
+        self.machine.run(STOP)
+        with subprocess.Popen(self.machine.command("exec TavrikDaemon"), stdin=subprocess.DEVNULL,
+                              stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL) as daemon:
+            self.wait_until_serving()
+            findings = self.expect_doctor(NO_GRIPPER, ("warn", "service"))
+            self.assertRegex(findings["service"], ", not by the service, which is inactive$")
+            self.machine.run("kill -INT $(pidof TavrikDaemon)")
+            self.assertEqual(daemon.wait(PATIENCE), 0)
+        self.restart()
 
     def test_a_service_that_is_masked_stays_away(self):
         self.machine.run(f"{STOP} && systemctl mask tavrikdaemon")

@@ -18,7 +18,7 @@ import xmlrpc.server
 
 import ctl
 import own_network
-from cell import PORTS, SLOWNESS, Cell, wait_until
+from cell import PATIENCE, PORTS, SLOWNESS, Cell, wait_until
 from cell_test_case import CellTestCase, main
 
 HVA = "HVA SN:100001"
@@ -184,6 +184,20 @@ class NoDaemonTest(DoctorTestCase):
         self.expect(NO_DAEMON, "wrong", "service", "no TavrikDaemon runs")
         for port in PORTS:
             self.expect(NO_DAEMON, "wrong", f"port {port}", "nobody listens")
+
+    def test_a_daemon_behind_a_tap(self):
+        with tempfile.TemporaryDirectory() as folder:
+            tap = subprocess.Popen(
+                [os.environ["TAVRIK_SIMULATOR"], "tap", self.pty_of_tty(), f"{folder}/rec", "--",
+                 os.environ["TAVRIK_DAEMON"]], stdin=subprocess.DEVNULL,
+                stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+            try:
+                wait_until(lambda: self.run_doctor().returncode == DONE, pause=0.2)
+                self.expect(DONE, "warn", "service", "in pellix-sim: its masters are simulated or")
+                self.expect(DONE, "ok", TTY, f"tapped by pellix-sim (process {tap.pid}) for")
+            finally:
+                tap.send_signal(signal.SIGINT)
+                self.assertEqual(tap.wait(PATIENCE), 0)
 
     def test_a_daemon_that_does_not_listen_yet(self):
         with self.program("TavrikDaemon") as pid:
@@ -464,7 +478,7 @@ class OneGripperTest(DoctorTestCase):
         self.assertRegex(lines[0], r"^ +WHAT +FINDING$")
         self.assertEqual({line[:lines[0].index("WHAT")].strip() for line in lines[1:-1]}, {"ok"})
         self.assertNotIn("\x1b", result.stdout)
-        self.assertIn("answers: state 1, position 10.00, model HVA or MZD", result.stdout)
+        self.assertIn("answers: state 1, position 10.00, model HVA by name", result.stdout)
 
     def test_on_a_terminal_what_is_wrong_is_red(self):
         with self.condition("mute 0 on", "mute 0 off"):
@@ -508,7 +522,7 @@ class OneGripperTest(DoctorTestCase):
     def test_a_gripper_without_process_data(self):
         self.cell.command("mode 0 2")
         wait_until(lambda: self.cell.call_apart("GetPDINExcerpt", HVA) == 0)
-        self.expect(NO_PROCESS_DATA, "wrong", HVA, "has no process data")
+        self.expect(NO_PROCESS_DATA, "?", HVA, "or there are no process data")
         self.cell.command("mode 0 4")
         self.await_process_data()
 
@@ -580,7 +594,7 @@ class OneGripperTest(DoctorTestCase):
         self.addCleanup(other.end_by_force)
         findings = self.findings(DONE, environment=world_of(other))
         found = {(each["what"], each["mark"]): each["finding"] for each in findings}
-        self.assertIn("in a simulated cell: it sees no real master", found["service", "warn"])
+        self.assertIn("in pellix-sim: its masters are simulated or tapped", found["service", "warn"])
         self.assertIn("TavrikDaemon has not opened it", found[TTY, "wrong"])
         self.assertIn((HVA, "ok"), found)
         self.assertNotIn("masters", {each["what"] for each in findings})
@@ -711,6 +725,14 @@ class OtherUserTest(DoctorTestCase):
 
     def test_the_user_is_told(self):
         self.expect(NO_GRIPPER, "ok", "service", ", user nobody")
+
+
+class AnotherModelTest(DoctorTestCase):
+    options = ("--gripper", "TLM")
+
+    def test_a_tlm_is_known_by_its_name(self):
+        wait_until(lambda: self.run_doctor().returncode == DONE, pause=0.1)
+        self.expect(DONE, "ok", "TLM SN:100001", "model TLM by name")
 
 
 class OddMastersTest(DoctorTestCase):

@@ -82,7 +82,7 @@ void Doctor::ExamineGrippers(const Host* host) {
     Daemon daemon(endpoint);
     const auto grippers = ListGrippers(daemon);
     Findings answered = AskGrippers(daemon, grippers.value_or(std::vector<std::string>()));
-    if (host != nullptr && !host->DaemonIsSimulated()) {
+    if (host != nullptr && !host->DaemonIsBehindSimulator()) {
         const auto count = grippers ? std::optional(grippers->size()) : std::nullopt;
         const MasterCheck check(*host, count);
         const Findings masters = check.Run();

@@ -1,6 +1,7 @@
 #include "tools/doctor/GripperCheck.h"
 
 #include "tools/Failure.h"
+#include "tools/Model.h"
 
 namespace tavrikctl {
 
@@ -21,25 +22,29 @@ Finding GripperCheck::Look() {
     }
     if (!data.certain) {
         status = ExitStatus::NoProcessData;
-        return {Mark::Wrong, gripper.Name(), "its master answers, but has no process data",
-                "look at the gripper's cable and power; it may be starting"};
+        return {Mark::Unknown, gripper.Name(),
+                "its master answers; it is at 0.00 in state 0, or there are no process data",
+                "if it is not at 0.00 with its drive off: look at its cable and power; it may be "
+                "starting"};
     }
     status = ExitStatus::Done;
-    return Describe(data, gripper.Model());
+    return Describe(data);
 }
 
-Finding GripperCheck::Describe(const ProcessData& data, const std::string& model) const {
+Finding GripperCheck::Describe(const ProcessData& data) const {
     const std::string text = "answers: state " + std::to_string(data.state) + ", position " +
                              HundredthsText(data.position);
     const std::string flags = data.FlagText();
     if (!flags.empty()) {
         return {Mark::Wrong, gripper.Name(), text + ", " + flags, "see the gripper's manual"};
     }
-    if (model == "TLM?") {
+    const std::string told = gripper.Model();
+    const Model model = NarrowModel(told, gripper.DeviceString());
+    if (told == "TLM?" && model.name != "TLM") {
         return {Mark::Unknown, gripper.Name(), text + ", no force: a TLM, or an unknown model",
                 "if it is no TLM: set its force; TavrikDaemon may not know its vendor or device"};
     }
-    return {Mark::Ok, gripper.Name(), text + ", model " + model, ""};
+    return {Mark::Ok, gripper.Name(), text + ", model " + model.Text(), ""};
 }
 
 }  // namespace tavrikctl

@@ -17,7 +17,7 @@ public:
 
 private:
     Finding Look();
-    Finding Describe(const ProcessData& data, const std::string& model) const;
+    Finding Describe(const ProcessData& data) const;
 
     Gripper gripper;
     ExitStatus status = ExitStatus::NoAnswer;

@@ -18,9 +18,9 @@ struct Host {
     std::optional<Account> account = FindAccount();  ///< as which the daemon runs, or would
     std::vector<UsbTty> ttys = ListUsbTtys();
 
-    /// Whether the daemon is seen to be in a simulated cell that is not the doctor's own: udev
-    /// tells the doctor of other masters then.
-    bool DaemonIsSimulated() const;
+    /// Whether the daemon is seen to run in pellix-sim, and the doctor not in the same: udev tells
+    /// the doctor of other masters then.
+    bool DaemonIsBehindSimulator() const;
 
     /// Whether the daemon runs and is seen to have the tty open.
     bool DaemonHasOpen(const UsbTty& tty) const;

@@ -35,7 +35,11 @@ std::optional<Process> ReadProcess(pid_t pid, const std::string& path) {
     if (state == 'Z' || state == 'X') {
         return std::nullopt;
     }
-    return Process{pid, text.substr(first + 1, last - first - 1), state == 'T'};
+    pid_t parent = 0;
+    constexpr std::size_t kParent = 4;  // behind the parenthesis, a blank and the state
+    std::from_chars(text.data() + std::min(last + kParent, text.size()), text.data() + text.size(),
+                    parent);
+    return Process{pid, text.substr(first + 1, last - first - 1), parent, state == 'T'};
 }
 
 }  // namespace

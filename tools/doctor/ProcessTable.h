@@ -15,7 +15,8 @@ namespace tavrikctl {
 
 struct Process {
     pid_t pid;
-    std::string name;        ///< the kernel's: 15 bytes at most
+    std::string name;  ///< the kernel's: 15 bytes at most
+    pid_t parent = 0;
     bool isStopped = false;  ///< by a signal
 
     /// "NAME (process PID)".

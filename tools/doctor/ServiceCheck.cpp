@@ -24,8 +24,9 @@ Finding ServiceCheck::Running() const {
     if (host.daemon->isStopped) {
         return {Mark::Wrong, kService, process + ", is stopped by a signal", "kill -CONT " + pid};
     }
-    if (host.DaemonIsSimulated()) {
-        return {Mark::Warning, kService, process + ", in a simulated cell: it sees no real master",
+    if (host.DaemonIsBehindSimulator()) {
+        return {Mark::Warning, kService,
+                process + ", in pellix-sim: its masters are simulated or tapped",
                 "if that is not on purpose: kill -INT " + pid + "; " + host.StartCommand()};
     }
     if (!host.service || !host.service->IsInstalled()) {

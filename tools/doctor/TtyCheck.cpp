@@ -2,6 +2,8 @@
 
 #include <sys/xattr.h>
 
+#include <algorithm>
+
 namespace tavrikctl {
 
 namespace {
@@ -27,6 +29,9 @@ Findings TtyCheck::Run() const {
         return {{Mark::Wrong, tty.node, "udev knows a master there, but the node cannot be reached",
                  "plug the master in again; in a container, give it the node"}};
     }
+    if (const auto tap = Tap(*node)) {
+        return {{Mark::Ok, tty.node, "master, tapped by " + tap->Text() + " for TavrikDaemon", ""}};
+    }
     Findings findings;
     CheckPermission(*node, findings);
     CheckHolders(*node, findings);
@@ -37,6 +42,17 @@ Findings TtyCheck::Run() const {
                             ""});
     }
     return findings;
+}
+
+std::optional<Process> TtyCheck::Tap(const struct stat& node) const {
+    if (!host.DaemonIsBehindSimulator()) {
+        return std::nullopt;
+    }
+    const auto holders = host.processes.HoldersOfDevice(node);
+    const auto tap = std::find_if(holders.begin(), holders.end(), [this](const Process& holder) {
+        return holder.pid == host.daemon->parent;
+    });
+    return tap == holders.end() ? std::nullopt : std::optional(*tap);
 }
 
 void TtyCheck::CheckPermission(const struct stat& node, Findings& findings) const {

@@ -2,6 +2,8 @@
 
 #include <sys/stat.h>
 
+#include <optional>
+
 #include "tools/doctor/Finding.h"
 #include "tools/doctor/Host.h"
 
@@ -14,6 +16,8 @@ public:
     Findings Run() const;
 
 private:
+    /// The program that has the daemon started and the tty open in its place: pellix-sim, tapping.
+    std::optional<Process> Tap(const struct stat& node) const;
     void CheckPermission(const struct stat& node, Findings& findings) const;
     void CheckHolders(const struct stat& node, Findings& findings) const;
     Finding ForbiddenTo(const std::string& user, const struct stat& node) const;

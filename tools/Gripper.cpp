@@ -85,23 +85,29 @@ std::string Gripper::StatusText(int status) const {
         return Name() + ": " + tavrikctl::StatusText(status);
     }
     const bool isKnown = Get<int>("GetGripperInterface") == 0;
-    return Name() + ": status 3: nothing was sent; " +
-           (isKnown ? "its model cannot do this, or the daemon was busy for a moment"
+    return Name() + ": status 3: " +
+           (isKnown ? "its model or its master cannot do this, or the daemon was busy for a moment"
                     : "the daemon does not know it any more");
 }
 
-ProcessData Gripper::AwaitRest(std::chrono::milliseconds limit) const {
+ProcessData Gripper::AwaitRest(const ProcessData& before, std::chrono::milliseconds limit) const {
     const auto deadline = Clock::now() + limit;
     ProcessDataReader reader(*this);
-    ProcessData data = reader.Read();
     RestDetector detector;
-    while (!detector.IsAtRest(data.position, data.state, Clock::now())) {
+    ProcessData data = before;
+    bool wereMissing = false;
+    const auto look = [&] {
+        const bool wasCertain = data.certain;
+        data = reader.Read();
+        wereMissing = wereMissing || (wasCertain && !data.certain);
+        return detector.IsAtRest(data.position, data.state, Clock::now());
+    };
+    while (!look()) {
         if (Clock::now() > deadline) {
             throw Failure(ExitStatus::NotAtRest,
                           Name() + ": still moving, at " + HundredthsText(data.position));
         }
         std::this_thread::sleep_for(kPollPause);
-        data = reader.Read();
     }
     if (!MasterAnswers()) {
         throw Failure(ExitStatus::NoAnswer, Name() + ": its master has fallen silent; its last " +
@@ -110,6 +116,12 @@ ProcessData Gripper::AwaitRest(std::chrono::milliseconds limit) const {
     if (!data.certain) {
         throw Failure(ExitStatus::NoProcessData,
                       Name() + ": no process data, or at rest at 0.00 in state 0");
+    }
+    if (wereMissing) {
+        throw Failure(ExitStatus::NoProcessData,
+                      Name() + ": process data were missing meanwhile; at rest at " +
+                          HundredthsText(data.position) + " in state " +
+                          std::to_string(data.state));
     }
     return data;
 }

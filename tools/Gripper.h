@@ -51,10 +51,12 @@ public:
     std::string StatusText(int status) const;
 
     /// Waits until position and state have not changed for a while.
+    /// @param before the process data before the command that is waited for
     /// @return the process data then
     /// @throws Failure (NotAtRest) when it takes longer than `limit`; (NoAnswer) when the values
-    /// stand still because the master has fallen silent; (NoProcessData) when they may be missing
-    ProcessData AwaitRest(std::chrono::milliseconds limit) const;
+    /// stand still because the master has fallen silent; (NoProcessData) when they may be missing,
+    /// or were meanwhile: the motion may have been broken off
+    ProcessData AwaitRest(const ProcessData& before, std::chrono::milliseconds limit) const;
 
 private:
     xmlrpc_c::value Call(const std::string& method, const xmlrpc_c::carray& rest) const;

@@ -6,6 +6,7 @@ namespace tavrikctl {
 
 namespace {
 constexpr std::chrono::milliseconds kRest(500);
+constexpr std::chrono::milliseconds kLongestGap(200);
 constexpr double kTremor = 0.025;  // two steps of a position; it is no motion
 }  // namespace
 
@@ -14,7 +15,9 @@ bool RestDetector::IsMotion(double from, double to) {
 }
 
 bool RestDetector::IsAtRest(double position, int state, TimePoint now) {
-    if (!resting || IsMotion(resting->position, position) || state != resting->state) {
+    const bool wasAway = now - lastLook > kLongestGap;
+    lastLook = now;
+    if (!resting || wasAway || IsMotion(resting->position, position) || state != resting->state) {
         resting = {position, state, now};
     }
     return now - resting->since >= kRest;

@@ -6,7 +6,8 @@
 namespace tavrikctl {
 
 /// Tells from its values whether a gripper has come to rest: neither position nor state has changed
-/// for half a second. As long as that may pass between a call and the begin of its motion.
+/// for half a second. As long as that may pass between a call and the begin of its motion. Who
+/// does not look for 0.2 s has seen no rest meanwhile: what is read then may be old.
 class RestDetector {
 public:
     using TimePoint = std::chrono::steady_clock::time_point;
@@ -24,6 +25,7 @@ private:
         TimePoint since;
     };
     std::optional<Values> resting;
+    TimePoint lastLook{};
 };
 
 }  // namespace tavrikctl

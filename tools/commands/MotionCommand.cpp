@@ -42,7 +42,7 @@ ExitStatus MotionCommand::Run(Daemon& daemon, Printer& printer) {
     const std::string text = gripper.StatusText(status);
     nlohmann::ordered_json object{{"gripper", gripper.DeviceString()}, {"status", status}};
     if (wait) {
-        const ProcessData data = gripper.AwaitRest(limit);
+        const ProcessData data = gripper.AwaitRest(before, limit);
         const bool changed =
             data.state != before.state || RestDetector::IsMotion(before.position, data.position);
         data.AddTo(object);

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <clocale>
 #include <csignal>
 #include <cstdio>
@@ -23,9 +24,9 @@ constexpr int kControlZ = 0x1a;
 
 volatile std::sig_atomic_t endingSignal = 0;
 
-/// ncurses would end the program with a status, as if it had failed.
+/// ncurses would end the program with a status, as if it had failed, and knows two of them only.
 void EndBySignals() {
-    for (const int number : {SIGINT, SIGTERM}) {
+    for (const int number : {SIGHUP, SIGINT, SIGQUIT, SIGTERM}) {
         struct sigaction action = {};
         sigaction(number, nullptr, &action);
         if (action.sa_handler == SIG_DFL) {
@@ -36,8 +37,8 @@ void EndBySignals() {
 }
 
 bool HasHungUp() {
-    pollfd input{STDIN_FILENO, 0, 0};
-    return poll(&input, 1, 0) == 1;
+    std::array ends{pollfd{STDIN_FILENO, 0, 0}, pollfd{STDOUT_FILENO, 0, 0}};
+    return poll(ends.data(), ends.size(), 0) > 0;
 }
 }  // namespace
 

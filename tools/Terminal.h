@@ -11,7 +11,7 @@ struct screen;
 namespace tavrikctl {
 
 /// The whole terminal, for as long as this object lives; one at a time. Afterwards the terminal is
-/// as it was, and the program ends if SIGINT or SIGTERM has come meanwhile.
+/// as it was, and the program ends if a signal that ends it has come meanwhile.
 class Terminal {
 public:
     /// @throws Failure (Failed) when the terminal is of no known type

@@ -254,7 +254,7 @@ class ScreenTest(CtlTestCase):
         wait_until(lambda: watch.lines() and all(part in watch.output[mark:] for part in parts))
 
     def test_a_signal_that_ends_it_leaves_the_terminal_as_it_was(self):
-        for number in (signal.SIGINT, signal.SIGTERM):
+        for number in (signal.SIGHUP, signal.SIGINT, signal.SIGQUIT, signal.SIGTERM):
             with self.subTest(number=number):
                 watch = self.watch()
                 watch.wait_for("^q leaves$")
@@ -294,6 +294,14 @@ class ScreenTest(CtlTestCase):
         watch = self.watch(environment={"TERM": "no-such-terminal"})
         self.assertEqual(watch.wait_for_end(),
                          (FAILED, "tavrikctl: this type of terminal is not known (TERM)\n"))
+
+    def test_it_ends_when_the_terminal_of_its_output_has_gone(self):
+        master, slave = pty.openpty()
+        watch = self.watch(before=lambda: os.dup2(slave, 1))
+        self.assertTrue(os.read(master, 1))
+        os.close(slave)
+        os.close(master)
+        self.assertEqual(watch.process.wait(60 * SLOWNESS), 0)
 
     def test_a_gripper_has_to_be_there_at_the_start(self):
         self.expect_failure(NO_GRIPPER, "no gripper is called 'nobody'", "watch", "nobody")

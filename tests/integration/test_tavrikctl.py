@@ -88,7 +88,7 @@ class ListTest(CtlTestCase):
         self.assertNotIn("DEVINFO?", self.requests_during(0, "list")[1:])
         self.assertFalse(self.json("list")[0]["certain"])
         self.assertIn("zero, or no process data", self.ctl("list"))
-        self.expect_failure(NO_PROCESS_DATA, "status 21: nothing was sent", "grip", HVA)
+        self.expect_failure(NO_PROCESS_DATA, "status 21: there are no process data", "grip", HVA)
         self.cell.command("mode 0 4")
         self.cell.log.wait_for("Pending command PDOUT deleted", since=mark)
         wait_until(lambda: self.json("list")[0]["certain"])
@@ -220,7 +220,7 @@ class MotionTest(CtlTestCase):
 
     def test_a_model_that_cannot_is_named_as_the_reason(self):
         for command in (("home", "TLM"), ("holdfast", "on", "HVA")):
-            self.expect_failure(NOT_POSSIBLE, "status 3: nothing was sent; its model cannot do this",
+            self.expect_failure(NOT_POSSIBLE, "status 3: its model or its master cannot do this",
                                 *command)
 
     def test_a_master_that_does_not_answer(self):
@@ -275,6 +275,16 @@ class SlowMotionTest(CtlTestCase):
         process = self.moving("release", "--wait")
         with self.condition("silent 0 on", "silent 0 off"):
             self.expect_end(process, NO_ANSWER, "its master has fallen silent; its last position")
+        wait_until(lambda: self.call("Disable", "TLM SN:100001") == 0)
+
+    def test_process_data_that_were_missing_are_no_rest(self):
+        process = self.moving("release", "--wait")
+        mark = self.cell.log.mark()
+        self.cell.command("mode 0 2")
+        self.cell.log.wait_for("PDIN length mismatch: 0$", since=mark)  # it has looked
+        self.cell.log.wait_for("STARTUP$", since=mark)
+        self.cell.command("mode 0 4")
+        self.expect_end(process, NO_PROCESS_DATA, "process data were missing meanwhile; at rest at")
         wait_until(lambda: self.call("Disable", "TLM SN:100001") == 0)
 
     def test_a_master_that_is_unplugged_is_no_rest(self):
@@ -350,7 +360,7 @@ class SettingTest(CtlTestCase):
                                 "get", "force", "HVA")
 
     def test_what_the_gripper_refuses(self):
-        self.expect_failure(NOT_POSSIBLE, "its model cannot do this", "set", "force", 60, "TLM")
+        self.expect_failure(NOT_POSSIBLE, "its model or its master cannot do this", "set", "force", 60, "TLM")
         with self.condition("error 0 9", "error 0 off"):
             self.expect_failure(REFUSED, "status 9: error code of the gripper's master",
                                 "set", "no-part-limit", 1, "HVA")
@@ -426,7 +436,7 @@ class CallTest(CtlTestCase):
         self.assertEqual(self.json("call", "GetGripperInterface", "---"), -2)
         self.expect_failure(NO_GRIPPER, "no gripper is called 'nobody'",
                             "call", "GetPos", "nobody")
-        self.expect_failure(NOT_POSSIBLE, "status 3: nothing was sent; no such gripper",
+        self.expect_failure(NOT_POSSIBLE, "status 3: no such gripper",
                             "call", "Grip", "nobody", 0, "--exact")
 
     def test_what_cannot_be_called(self):
@@ -439,7 +449,8 @@ class CallTest(CtlTestCase):
                 ("'1,5' is no number", ("call", "SetNoPartLimit", "mzd", 0, "1,5")),
                 ("'inf' is no number", ("call", "SetNoPartLimit", "mzd", 0, "inf")),
                 ("'?' is no UTF-8", ("call", "GetPos", "\udcff", "--exact")),
-                ("'x' is no array in JSON", ("call", "system.multicall", "x"))):
+                ("'x' is no array in JSON", ("call", "system.multicall", "x")),
+                ("has too many levels", ("call", "system.multicall", 20000 * "[" + 20000 * "]"))):
             with self.subTest(arguments=arguments):
                 self.expect_failure(USAGE, text, *arguments)
 
@@ -541,7 +552,7 @@ class ServerTest(CtlTestCase):
                             "--port", 1)
         self.expect_failure(NO_DAEMON, "nobody.invalid:44221 cannot be reached: "
                             "Couldn't resolve host name", "list", "--host", "nobody.invalid")
-        for host in ("", "a b", "a/b", "user@localhost", "localhost?"):
+        for host in ("", "a b", "a/b", "user@localhost", "localhost?", "localhost:44222"):
             self.expect_failure(USAGE, f"'{host}' is no name of a host", "list", "--host", host)
 
     def test_a_fault_is_one_line(self):

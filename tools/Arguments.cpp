@@ -46,9 +46,8 @@ xmlrpc_c::value ParseJson(const std::string& text) {
     }
     try {
         return ToValue(json);
-    } catch (const std::out_of_range&) {
-        throw Failure(ExitStatus::Usage,
-                      "'" + Printable(text) + "' has an integer of more than 32 bits");
+    } catch (const std::out_of_range& excess) {
+        throw Failure(ExitStatus::Usage, "'" + Printable(text) + "' has " + excess.what());
     }
 }
 

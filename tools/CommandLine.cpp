@@ -42,9 +42,10 @@ void PrintError(std::string text) {
     std::cerr << "tavrikctl: " << Printable(text) << '\n';
 }
 
-/// What a URL would not take for one.
+/// What a URL would not take for one, or for another. One colon is that of a port; IPv6 has more.
 std::string NameOfHost(const std::string& text) {
-    const bool isHost = !text.empty() && text.find_first_of("/?#@\\ ") == std::string::npos;
+    const bool isHost = !text.empty() && text.find_first_of("/?#@\\ \t\r\n") == std::string::npos &&
+                        std::count(text.begin(), text.end(), ':') != 1;
     return isHost ? "" : "'" + text + "' is no name of a host";
 }
 

@@ -18,14 +18,14 @@ int CheckedInteger(const nlohmann::ordered_json& json) {
     using Limits = std::numeric_limits<int>;
     const auto number = json.get<double>();  // takes any integer, and those of 32 bits exactly
     if (number < Limits::min() || number > Limits::max()) {
-        throw std::out_of_range("integer of more than 32 bits");
+        throw std::out_of_range("an integer of more than 32 bits");
     }
     return static_cast<int>(number);
 }
 
 }  // namespace
 
-// Recursion ends: the XML-RPC library takes no more than 64 levels, and the rest is typed.
+// Recursion ends: the XML-RPC library takes no more than 64 levels.
 // NOLINTBEGIN(misc-no-recursion)
 
 nlohmann::ordered_json ToJson(const xmlrpc_c::value& value) {
@@ -57,7 +57,10 @@ nlohmann::ordered_json ToJson(const xmlrpc_c::value& value) {
     }
 }
 
-xmlrpc_c::value ToValue(const nlohmann::ordered_json& json) {
+xmlrpc_c::value ToValue(const nlohmann::ordered_json& json, int levels) {
+    if (levels == 0) {
+        throw std::out_of_range("too many levels of arrays");
+    }
     if (json.is_boolean()) {
         return xmlrpc_c::value_boolean(json.get<bool>());
     }
@@ -73,14 +76,14 @@ xmlrpc_c::value ToValue(const nlohmann::ordered_json& json) {
     if (json.is_array()) {
         xmlrpc_c::carray array;
         for (const nlohmann::ordered_json& element : json) {
-            array.push_back(ToValue(element));
+            array.push_back(ToValue(element, levels - 1));
         }
         return xmlrpc_c::value_array(array);
     }
     if (json.is_object()) {
         xmlrpc_c::cstruct members;
         for (const auto& [name, member] : json.items()) {
-            members.emplace(name, ToValue(member));
+            members.emplace(name, ToValue(member, levels - 1));
         }
         return xmlrpc_c::value_struct(members);
     }

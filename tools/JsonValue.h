@@ -9,7 +9,8 @@ namespace tavrikctl {
 nlohmann::ordered_json ToJson(const xmlrpc_c::value& value);
 
 /// JSON as a parameter.
-/// @throws std::out_of_range for an integer of more than 32 bits
-xmlrpc_c::value ToValue(const nlohmann::ordered_json& json);
+/// @param levels how deep arrays and objects may lie in each other; the XML-RPC library takes 64
+/// @throws std::out_of_range for more levels, and for an integer of more than 32 bits
+xmlrpc_c::value ToValue(const nlohmann::ordered_json& json, int levels = 64);
 
 }  // namespace tavrikctl

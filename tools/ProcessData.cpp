@@ -61,7 +61,8 @@ void ProcessData::AddTo(nlohmann::ordered_json& object) const {
 }
 
 std::string HundredthsText(double value) {
-    std::array<char, 32> text{};
+    constexpr std::size_t kLongest = 320;  // of the largest number, with its sign
+    std::array<char, kLongest> text{};
     std::snprintf(text.data(), text.size(), "%.2f", value);
     return text.data();
 }

@@ -135,11 +135,14 @@ Findings Doctor::AskGrippers(Daemon& daemon, const std::vector<std::string>& gri
     return answered;
 }
 
-/// All texts may come from devices, processes and servers: they must not steer the terminal.
+/// All texts may come from devices, processes and servers: they must not steer the terminal, nor
+/// fill it.
 void Doctor::Add(const Findings& more) {
+    constexpr std::size_t kLongest = 1000;
     for (const Finding& each : more) {
-        findings.push_back(
-            {each.mark, Printable(each.subject), Printable(each.text), Printable(each.remedy)});
+        findings.push_back({each.mark, Printable(each.subject.substr(0, kLongest)),
+                            Printable(each.text.substr(0, kLongest)),
+                            Printable(each.remedy.substr(0, kLongest))});
     }
 }
 

@@ -10,6 +10,10 @@ constexpr const char* kMasters = "masters";
 
 Findings MasterCheck::Run() const {
     const std::size_t attached = AttachedCount();
+    if (attached == 0 && listed.value_or(0) > 0) {
+        return {{Mark::Unknown, kMasters, "none is attached as far as udev knows; some are listed",
+                 "run the doctor as root, and where TavrikDaemon runs, if that is a container"}};
+    }
     if (attached == 0) {
         return {{Mark::Wrong, kMasters, "no master is attached, as far as udev knows",
                  "look at the USB cable and the master's power; see dmesg"}};

@@ -39,16 +39,20 @@ constexpr std::array kSettings{
 };
 
 constexpr double kStepsPerUnit = 100;  // of a limit
+constexpr double kSmallestLimit = -327.68;
+constexpr double kLargestLimit = 327.67;
+constexpr int kLargestByte = 255;
+constexpr int kLargestPreset = 7;
 
-Failure OutOfRange(const Setting& setting, const std::string& text, const std::string& range) {
-    return {ExitStatus::Usage,
-            std::string(setting.name) + " takes " + range + ", not '" + Printable(text) + "'"};
+Failure OutOfRange(const Setting& setting, const std::string& text) {
+    return {ExitStatus::Usage, std::string(setting.name) + " takes " + ValueRange(setting) +
+                                   ", not '" + Printable(text) + "'"};
 }
 
 int ParseUpTo(const Setting& setting, const std::string& text, int largest) {
     const int number = ParseInteger(text);
     if (number < 0 || number > largest) {
-        throw OutOfRange(setting, text, "0 to " + std::to_string(largest));
+        throw OutOfRange(setting, text);
     }
     return number;
 }
@@ -68,18 +72,29 @@ const Setting& FindSetting(const std::string& name) {
     return *place;
 }
 
+std::string ValueRange(const Setting& setting) {
+    switch (setting.kind) {
+        case Kind::Flag:
+            return "on|off";
+        case Kind::Limit:
+            return HundredthsText(kSmallestLimit) + " to " + HundredthsText(kLargestLimit);
+        case Kind::Preset:
+            return "0 to " + std::to_string(kLargestPreset);
+        case Kind::Checksum:
+            return "32 bits, signed";
+        default:
+            return "0 to " + std::to_string(kLargestByte);
+    }
+}
+
 xmlrpc_c::value ParseSetting(const Setting& setting, const std::string& text) {
-    constexpr int kLargestByte = 255;
-    constexpr int kLargestPreset = 7;
-    constexpr double kSmallestLimit = -327.68;
-    constexpr double kLargestLimit = 327.67;
     switch (setting.kind) {
         case Kind::Flag:
             return xmlrpc_c::value_boolean(ParseBoolean(text));
         case Kind::Limit: {
             const double limit = ParseReal(text);
             if (limit < kSmallestLimit || limit > kLargestLimit) {
-                throw OutOfRange(setting, text, "-327.68 to 327.67");
+                throw OutOfRange(setting, text);
             }
             return xmlrpc_c::value_double(LimitToSend(limit));
         }
@@ -90,10 +105,14 @@ xmlrpc_c::value ParseSetting(const Setting& setting, const std::string& text) {
     }
 }
 
+std::string OnOffText(bool on) {
+    return on ? "on" : "off";
+}
+
 std::string SettingText(const Setting& setting, const std::string& text) {
     switch (setting.kind) {
         case Kind::Flag:
-            return ParseBoolean(text) ? "true" : "false";
+            return OnOffText(ParseBoolean(text));
         case Kind::Limit:  // through an integer, because there is no -0.00
             return HundredthsText(
                 static_cast<double>(std::lround(ParseReal(text) * kStepsPerUnit)) / kStepsPerUnit);

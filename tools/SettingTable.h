@@ -25,9 +25,15 @@ std::span<const Setting> Settings();
 /// @throws Failure (Usage)
 const Setting& FindSetting(const std::string& name);
 
+/// The values that there are, in words as in "0 to 255".
+std::string ValueRange(const Setting& setting);
+
 /// `text` as the parameter of the setter. The daemon checks no range, so this does.
 /// @throws Failure (Usage)
 xmlrpc_c::value ParseSetting(const Setting& setting, const std::string& text);
+
+/// A flag as a person reads it.
+std::string OnOffText(bool on);
 
 /// `text` as the gripper gets it, and as "get" shows it: limits have no more than two decimals.
 /// @throws Failure (Usage)

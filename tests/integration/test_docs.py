@@ -364,13 +364,16 @@ class ManualPageTest(unittest.TestCase):
         commands = set(re.findall(r"^  ([a-z]+) ", help_text.partition("Subcommands:")[2],
                                   re.MULTILINE))
         details = {command: self.output("TAVRIK_CTL", command, "--help") for command in commands}
-        settings = set(re.findall(r"^  ([a-z-]+) ", details["get"].partition("Settings")[2],
-                                  re.MULTILINE))
-        self.assertTrue(settings)
+        ranges = dict(re.findall(r"^  ([a-z-]+) +(\S.*?)  ", details["get"].partition("Settings")[2],
+                                 re.MULTILINE))
+        self.assertTrue(ranges)
+        page = (ROOT / "docs" / "man" / "tavrikctl.1").read_text().replace(r"\-", "-")
+        for setting, values in ranges.items():
+            self.assertIn(f".It Cm {setting}\n{values};\n", page)
         options = set(re.findall(r"--[a-z]+", help_text + "".join(details.values())))
         explained_options, explained_words = self.items("tavrikctl.1")
         self.assertEqual(options - explained_options, set())
-        self.assertEqual((commands | settings) - explained_words, set())
+        self.assertEqual((commands | ranges.keys()) - explained_words, set())
 
 
 class LinksTest(unittest.TestCase):

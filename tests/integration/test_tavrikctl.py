@@ -331,6 +331,11 @@ class SettingTest(CtlTestCase):
         self.assertEqual(self.ctl("get", "no-part-limit", "HVA"),
                          f"{HVA}: no-part-limit of set 0 is 2.00\n")
         self.assertEqual(self.ctl("get", "override-grip", "HVA"), f"{HVA}: override-grip is 100\n")
+        for word in ("on", "off"):
+            self.assertEqual(self.ctl("set", "reference-direction", word, "MZD"),
+                             f"{MZD}: reference-direction set to {word}\n")
+            self.assertRegex(self.ctl("get", "reference-direction", "MZD"),
+                             f"^{MZD}: reference-direction is {word}\\b")
 
     def test_what_is_told_to_be_set_is_what_the_gripper_has(self):
         for typed, told in (("12.346", "12.35"), ("-1.996", "-2.00"), ("1e2", "100.00")):
@@ -687,6 +692,14 @@ class PageTest(CtlTestCase):
                     self.cell.command(command)
                 else:
                     self.assertEqual(ctl.shell(command), expected)
+
+    def test_every_setting_is_there_with_its_values(self):
+        rows = re.findall(r"^  ([a-z-]+) +(\S.*?)  ", self.ctl("set", "--help").partition(
+            "\nSettings")[2], re.MULTILINE)
+        self.assertIn(("force", "0 to 255"), rows)
+        section = self.TEXT.partition("## Settings\n")[2].partition("\n## ")[0]
+        self.assertEqual(rows, re.findall(r"^\| `([a-z-]+)` \| (.+?) \|",
+                                          section.replace(r"on\|off", "on|off"), re.MULTILINE))
 
     def test_every_command_and_every_exit_status_is_there_and_no_other(self):
         text = self.ctl("--help")

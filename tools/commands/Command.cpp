@@ -21,13 +21,14 @@ void Command::AddGripper(std::string& name) {
 
 CLI::Option* Command::AddSetNumber(int& number) {
     constexpr int kLargestSet = 31;  // higher indices are no parameter sets
-    return AddNumber("-s,--set", number, kLargestSet,
-                     "number of the parameter set (0 if not given)");
+    return AddNumber("-s,--set", number, kLargestSet, "number of the parameter set");
 }
 
 CLI::Option* Command::AddNumber(const std::string& name, int& number, int largest,
                                 const std::string& description) {
-    return app.add_option(name, number, description)
+    return app
+        .add_option(name, number,
+                    description + ", 0 to " + std::to_string(largest) + " (0 if not given)")
         ->check(IsDecimal)
         ->check(CLI::Range(0, largest))
         ->option_text("N");

@@ -23,8 +23,14 @@ xmlrpc_c::value::type_t AnswerType(Setting::Kind kind) {
 }
 
 std::string Text(const Setting& setting, const nlohmann::ordered_json& value) {
-    return setting.kind == Setting::Kind::Limit ? HundredthsText(value.get<double>())
-                                                : value.dump();
+    switch (setting.kind) {
+        case Setting::Kind::Limit:
+            return HundredthsText(value.get<double>());
+        case Setting::Kind::Flag:
+            return OnOffText(value.get<bool>());
+        default:
+            return value.dump();
+    }
 }
 
 }  // namespace

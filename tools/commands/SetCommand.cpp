@@ -7,7 +7,7 @@ namespace tavrikctl {
 
 SetCommand::SetCommand(CLI::App& program)
     : SettingCommand(program, "set", "Change a setting of the gripper") {
-    app.add_option("VALUE", value, "its new value")->required();
+    app.add_option("VALUE", value, "its new value, see below")->required();
     AddGripper(gripperName);
     AddNumbers();
 }

@@ -8,16 +8,35 @@ using Place = Setting::Place;
 
 namespace {
 
+/// The option that tells which of several is meant.
+std::string NumberOption(Place place) {
+    switch (place) {
+        case Place::Set:
+            return "--set";
+        case Place::Led:
+            return "--led";
+        default:
+            return "";
+    }
+}
+
+std::string Padded(std::string text, std::size_t width) {
+    text.resize(width, ' ');
+    return text;
+}
+
 /// The settings that there are, for the help text.
 std::string SettingList() {
     constexpr std::size_t kNameWidth = 22;
-    std::string text = "Settings, and the models that have them:";
+    constexpr std::size_t kRangeWidth = 20;
+    constexpr std::size_t kOptionWidth = 8;
+    std::string text = "Settings, their values, the option for one of several, and the models:";
     for (const Setting& setting : Settings()) {
-        std::string name(setting.name);
-        name.resize(kNameWidth, ' ');
-        text += "\n  " + name + std::string(setting.models);
+        text += "\n  " + Padded(std::string(setting.name), kNameWidth) +
+                Padded(ValueRange(setting), kRangeWidth) +
+                Padded(NumberOption(setting.place), kOptionWidth) + std::string(setting.models);
     }
-    return text;
+    return text + "\n\nLimits are positions, in the gripper's unit and steps of 0.01.";
 }
 
 }  // namespace
@@ -32,7 +51,7 @@ SettingCommand::SettingCommand(CLI::App& program, const std::string& name,
 void SettingCommand::AddNumbers() {
     constexpr int kLargestLed = 127;
     setOption = AddSetNumber(set);
-    ledOption = AddNumber("-l,--led", led, kLargestLed, "number of the LED (0 if not given)");
+    ledOption = AddNumber("-l,--led", led, kLargestLed, "number of the LED");
 }
 
 const Setting& SettingCommand::ChosenSetting() const {

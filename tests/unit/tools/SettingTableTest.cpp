@@ -53,7 +53,7 @@ TEST(SettingTableTest, TheTextIsWhatTheGripperGetsAndNotWhatWasTyped) {
     EXPECT_EQ(SettingText(limit, "1e2"), "100.00");
     EXPECT_EQ(SettingText(limit, "-0.004"), "0.00");
     EXPECT_EQ(SettingText(FindSetting("force"), "060"), "60");
-    EXPECT_EQ(SettingText(FindSetting("reference-direction"), "yes"), "true");
+    EXPECT_EQ(SettingText(FindSetting("reference-direction"), "yes"), "on");
 }
 
 /// As the daemon does it.

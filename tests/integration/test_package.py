@@ -271,7 +271,13 @@ class InstalledTest(MachineTestCase):
                 (("tavrikctl", "rel"), {"release"}),
                 (("tavrikctl", "--port", "44222", "grip", "--with"), {"--within"}),
                 (("tavrikctl", "set", "led-s"), {"led-speed"}),
+                (("tavrikctl", "set", "led-p"), {"led-preset"}),
+                (("tavrikctl", "get", "led-p"), set()),
+                (("tavrikctl", "get", "che"), {"checksum"}),
+                (("tavrikctl", "set", "che"), set()),
+                (("tavrikctl", "set", "reference-direction", ""), {"on", "off"}),
                 (("tavrikctl", "call", "GetF"), {"GetForce", "GetFault"}),
+                (("tavrikctl", "call", "Holdfast", "hva", ""), {"on", "off"}),
                 (("tavrikctl", "d"), {"disable", "doctor"}),
                 (("tavrikctl", "doctor", "--b"), {"--bundle"}),
                 (("tavrikctl", "watch", "--c"), {"--csv"}),
@@ -386,13 +392,36 @@ class CellTest(MachineTestCase):
         wait_until(lambda: self.call("GetState", GRIPPER) == 8)
         self.assertEqual(self.call("GetPos", GRIPPER), 30.0)
 
-    def test_the_client_shows_and_completes_the_gripper(self):
+    def test_the_client_shows_the_gripper(self):
         wait_until(lambda: GRIPPER in self.machine.output(LIST))
         findings = self.expect_doctor(A_GRIPPER_ANSWERS, ("warn", "service"), ("ok", GRIPPER),
                                       *(("ok", f"port {port}") for port in PORTS))
         self.assertRegex(findings["service"], ", in pellix-sim: its masters are simulated or tapped$")
         self.assertNotIn("masters", findings)
-        self.assertEqual(completions(self.machine, ("tavrikctl", "grip", "10")), {"100001"})
+
+    def test_the_gripper_is_completed_where_one_is_named(self):
+        wait_until(lambda: GRIPPER in self.machine.output(LIST))
+        serial = {"100001"}
+        for words, expected in (
+                ("grip 10", serial),
+                ("grip SN:10", serial),
+                ("release --port=44222 --wait --within 3 ", serial),
+                ("release hva ", set()),
+                ("holdfast on ", serial),
+                ("get force ", serial),
+                ("set force ", set()),
+                ("set force 60 --set ", set()),
+                ("set force -s 1 60 ", serial),
+                ("set no-part-limit ", set()),
+                ("set no-part-limit -2.5 ", serial),
+                ("set reference-direction on ", serial),
+                ("call SetForce ", serial),
+                ("call SetForce 100001 ", set()),
+                ("call SetForce 100001 0 ", set()),
+                ("call GetGrippers ", set())):
+            with self.subTest(words=words):
+                self.assertEqual(
+                    completions(self.machine, ("tavrikctl", *words.split(" "))), expected)
 
     def test_the_doctor_reads_the_journal(self):
         """With the simulated devices, which are the daemon's world."""

@@ -29,6 +29,7 @@ INSTALL = "apt install ./tavrikdaemon_*.deb"
 INSTALL_SIMULATOR = "apt install ./pellix-sim_*.deb"
 INSTALL_BOTH = "apt install ./tavrikdaemon_*.deb ./pellix-sim_*.deb"
 STOP = "systemctl stop tavrikdaemon"
+START = "systemctl start tavrikdaemon"
 RESTART = "systemctl restart tavrikdaemon"
 RESET = "systemctl reset-failed tavrikdaemon"
 TRY = "pellix-sim --gripper HVA -- TavrikDaemon"
@@ -40,8 +41,8 @@ REMOVE = "apt remove tavrikdaemon"
 PURGE = "apt purge tavrikdaemon"
 
 # Every command of the pages that is for the machine.
-PAGE = (INSTALL, INSTALL_SIMULATOR, INSTALL_BOTH, LIST, DOCTOR, STOP, TRY, RESTART, RESET, *LOOK,
-        REMOVE, PURGE)
+PAGE = (INSTALL, INSTALL_SIMULATOR, INSTALL_BOTH, LIST, DOCTOR, STOP, TRY, START, RESTART, RESET,
+        *LOOK, REMOVE, PURGE)
 REINSTALL = "apt reinstall ./tavrikdaemon_*.deb"
 
 UNIT = "tavrikdaemon.service"
@@ -444,7 +445,8 @@ class CellTest(MachineTestCase):
         self.assertEqual(self.call("GetGrippers"), [GRIPPER])
         self.machine.run("kill -INT $(pidof pellix-sim)")
         self.assertEqual(command.wait(PATIENCE), 0)
-        self.restart()
+        self.machine.run(START)
+        self.wait_until_serving()
 
     def test_it_stops_in_order(self):
         self.machine.run(STOP)

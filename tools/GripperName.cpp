@@ -47,7 +47,8 @@ std::string Doubt(const std::vector<std::string>& grippers, const std::vector<st
         return "the daemon knows no gripper";
     }
     if (found.empty()) {
-        return "no gripper is called '" + Printable(name) + "'; there are " + Join(grippers);
+        return "no gripper is called '" + Printable(name) + "'; there " +
+               (grippers.size() == 1 ? "is " : "are ") + Join(grippers);
     }
     if (std::set<std::string>(found.begin(), found.end()).size() == 1) {
         return std::to_string(found.size()) + " grippers are called " + Join({found.front()}) +

@@ -19,7 +19,7 @@ TEST(GripperNameTest, APartInEitherCaseIsEnough) {
 }
 
 TEST(GripperNameTest, NoOtherGripperIsTakenForOneThatIsUnplugged) {
-    const char* const text = "no gripper is called 'HVA SN:12'; there are 'HVA SN:123'";
+    const char* const text = "no gripper is called 'HVA SN:12'; there is 'HVA SN:123'";
     EXPECT_FAILURE(MatchGripper({"HVA SN:123"}, "HVA SN:12"), NoGripper, text);
     EXPECT_EQ(MatchGripper({"HVA SN:123"}, "23"), "HVA SN:123");
     EXPECT_EQ(MatchGripper({"HVA SN:123"}, "a sn:"), "HVA SN:123");
@@ -51,7 +51,9 @@ TEST(GripperNameTest, AnAmbiguousPartIsRefusedWithTheNames) {
 
 TEST(GripperNameTest, AnUnknownNameIsRefusedWithTheNamesThatThereAre) {
     EXPECT_FAILURE(MatchGripper({"A\nB"}, "TLM\n"), NoGripper,
-                   "no gripper is called 'TLM?'; there are 'A?B'");
+                   "no gripper is called 'TLM?'; there is 'A?B'");
+    EXPECT_FAILURE(MatchGripper(kThree, "TLM"), NoGripper,
+                   "no gripper is called 'TLM'; there are 'HVA SN:1', 'HVA SN:12', 'MZD-S SN:2'");
 }
 
 TEST(GripperNameTest, WithoutGrippersAnyNameIsRefused) {

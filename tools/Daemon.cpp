@@ -35,8 +35,8 @@ std::vector<std::string> Daemon::Grippers() {
     return Get<std::vector<std::string>>("GetGrippers");
 }
 
-std::string Daemon::FindGripper(const std::string& name) {
-    return MatchGripper(Grippers(), name);
+std::string Daemon::FindGripper(const std::string& name, bool exact) {
+    return MatchGripper(Grippers(), name, exact);
 }
 
 }  // namespace tavrikctl

@@ -54,10 +54,9 @@ public:
     /// The device strings of all grippers.
     std::vector<std::string> Grippers();
 
-    /// The device string that is `name`, or else the only one in which `name` is found, in either
-    /// case. An empty `name` is found in all.
+    /// The gripper that `name` means, see MatchGripper().
     /// @throws Failure (NoGripper)
-    std::string FindGripper(const std::string& name);
+    std::string FindGripper(const std::string& name, bool exact = false);
 
 private:
     static Failure BadAnswer(const std::string& method, const std::string& text);

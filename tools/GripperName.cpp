@@ -59,8 +59,10 @@ std::string Doubt(const std::vector<std::string>& grippers, const std::vector<st
 
 }  // namespace
 
-std::string MatchGripper(const std::vector<std::string>& grippers, const std::string& name) {
-    const bool isWhole = std::find(grippers.begin(), grippers.end(), name) != grippers.end();
+std::string MatchGripper(const std::vector<std::string>& grippers, const std::string& name,
+                         bool exact) {
+    const bool isWhole =
+        exact || std::find(grippers.begin(), grippers.end(), name) != grippers.end();
     std::vector<std::string> found;
     std::copy_if(grippers.begin(), grippers.end(), std::back_inserter(found),
                  [&](const std::string& gripper) {

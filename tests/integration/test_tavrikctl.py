@@ -244,6 +244,15 @@ class MotionTest(CtlTestCase):
                             "grip")
         self.expect_failure(NO_GRIPPER, "no gripper is called 'XYZ'; there are", "grip", "XYZ")
         self.expect_failure(NO_GRIPPER, "several grippers fit", "grip", "sn:")
+        for command in (("grip", ""), ("set", "force", 9, ""), ("call", "Grip", "", 0)):
+            self.expect_failure(USAGE, "GRIPPER: is empty", *command)
+
+    def test_a_part_is_not_exact(self):
+        for command in (("grip", "MZD"), ("get", "force", "MZD"), ("set", "force", 9, "MZD"),
+                        ("watch", "MZD")):
+            self.expect_failure(NO_GRIPPER, "no gripper is called 'MZD'", *command, "--exact")
+        self.assertIn(MZD, self.ctl("get", "force", MZD, "--exact"))
+        self.expect_failure(USAGE, "--exact requires GRIPPER", "grip", "--exact")
 
 
 class SlowMotionTest(CtlTestCase):
@@ -256,6 +265,11 @@ class SlowMotionTest(CtlTestCase):
         self.addCleanup(process.__exit__)
         self.cell.log.wait_for(r"Pending command PDOUT deleted \(Status: 0\)", since=mark)
         return process
+
+    def wait_until_operating(self, mark):
+        """Waits until the daemon has done all that it does by itself; else it might pass for a call."""
+        self.cell.log.wait_for("OPERATE$", since=mark)
+        self.cell.log.wait_for(r"Pending command PDOUT deleted \(Status: 0\)", since=mark)
 
     def expect_end(self, process, status, text):
         self.assertEqual(process.wait_for_end(), status, process.errors.lines)
@@ -284,6 +298,7 @@ class SlowMotionTest(CtlTestCase):
         self.cell.log.wait_for("PDIN length mismatch: 0$", since=mark)  # it has looked
         self.cell.log.wait_for("STARTUP$", since=mark)
         self.cell.command("mode 0 4")
+        self.wait_until_operating(mark)
         self.expect_end(process, NO_PROCESS_DATA, "process data were missing meanwhile; at rest at")
         wait_until(lambda: self.call("Disable", "TLM SN:100001") == 0)
 
@@ -294,6 +309,8 @@ class SlowMotionTest(CtlTestCase):
             self.assertEqual(self.ctl("list"), "The daemon knows no gripper.\n")
             self.assertEqual(self.json("list"), [])
             self.expect_failure(NO_GRIPPER, "the daemon knows no gripper", "grip")
+            mark = self.cell.log.mark()
+        self.wait_until_operating(mark)
         wait_until(lambda: self.call("Disable", "TLM SN:100001") == 0)
 
 

@@ -88,6 +88,9 @@ xmlrpc_c::paramList CallCommand::Parameters(const Method& method, Daemon& daemon
     for (std::size_t i = 0; i < arguments.size(); ++i) {
         const char letter = method.parameters[i];
         const bool isName = letter == kGripperLetter && !exact && arguments[i] != kNoGripper;
+        if (isName && arguments[i].empty()) {
+            throw Failure(ExitStatus::Usage, "GRIPPER: is empty");
+        }
         parameters.add(
             ParseArgument(letter, isName ? daemon.FindGripper(arguments[i]) : arguments[i]));
     }

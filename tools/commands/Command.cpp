@@ -12,11 +12,23 @@ std::string IsDecimal(const std::string& text) {
     return isDecimal ? "" : "'" + text + "' is no decimal number";
 }
 
+/// A variable of a script that is not set must not stand for the only gripper.
+std::string IsThere(const std::string& text) {
+    return text.empty() ? "is empty" : "";
+}
+
 }  // namespace
 
-void Command::AddGripper(std::string& name) {
-    app.add_option("GRIPPER", name, "part of its device string; not needed for an only one")
-        ->option_text(" ");
+void Command::AddGripper() {
+    auto* const name = app.add_option("GRIPPER", gripperName,
+                                      "part of its device string; not needed for an only one")
+                           ->check(IsThere)
+                           ->option_text(" ");
+    app.add_flag("--exact", isWholeName, "GRIPPER is the whole device string")->needs(name);
+}
+
+std::string Command::ChosenGripper(Daemon& daemon) const {
+    return daemon.FindGripper(gripperName, isWholeName);
 }
 
 CLI::Option* Command::AddSetNumber(int& number) {

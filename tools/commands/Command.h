@@ -26,13 +26,21 @@ public:
 
 protected:
     // Options and arguments that several commands have.
-    void AddGripper(std::string& name);
+    void AddGripper();
     CLI::Option* AddSetNumber(int& number);
     CLI::Option* AddNumber(const std::string& name, int& number, int largest,
                            const std::string& description);
     void AddJson(bool& json);
 
+    /// The device string of the gripper that is named, or of the only one.
+    /// @throws Failure (NoGripper)
+    std::string ChosenGripper(Daemon& daemon) const;
+
     CLI::App& app;  // the program's
+
+private:
+    std::string gripperName;
+    bool isWholeName = false;
 };
 
 }  // namespace tavrikctl

@@ -37,7 +37,7 @@ std::string Text(const Setting& setting, const nlohmann::ordered_json& value) {
 
 GetCommand::GetCommand(CLI::App& program)
     : SettingCommand(program, "get", "Read a setting of the gripper") {
-    AddGripper(gripperName);
+    AddGripper();
     AddNumbers();
     AddJson(json);
 }
@@ -47,7 +47,7 @@ ExitStatus GetCommand::Run(Daemon& daemon, Printer& printer) {
     if (setting.getter.empty()) {
         throw Failure(ExitStatus::Usage, settingName + " cannot be read");
     }
-    const Gripper gripper(daemon, daemon.FindGripper(gripperName));
+    const Gripper gripper(daemon, ChosenGripper(daemon));
     const std::string getter(setting.getter);
     const auto answer = gripper.ReadSetting(getter, Numbers(setting));
     if (answer.type() != AnswerType(setting.kind)) {

@@ -15,7 +15,7 @@ MotionCommand::MotionCommand(CLI::App& program, const Motion& aMotion)
     if (motion.argument == Motion::Argument::OnOff) {
         app.add_option("SWITCH", onOff, "on or off")->required();
     }
-    AddGripper(gripperName);
+    AddGripper();
     if (motion.argument == Motion::Argument::Set) {
         AddSetNumber(set);
     }
@@ -33,7 +33,7 @@ void MotionCommand::AddWaiting() {
 
 ExitStatus MotionCommand::Run(Daemon& daemon, Printer& printer) {
     const xmlrpc_c::carray arguments = Arguments();
-    const Gripper gripper(daemon, daemon.FindGripper(gripperName));
+    const Gripper gripper(daemon, ChosenGripper(daemon));
     const ProcessData before = wait ? gripper.ReadProcessData() : ProcessData(0);
     const int status = gripper.Command(motion.method, arguments);
     if (status != 0) {

@@ -40,7 +40,6 @@ private:
 
     const Motion motion;
     std::string onOff;
-    std::string gripperName;
     int set = 0;
     bool wait = false;
     std::chrono::milliseconds limit = std::chrono::seconds(30);  // of waiting

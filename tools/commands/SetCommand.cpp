@@ -8,7 +8,7 @@ namespace tavrikctl {
 SetCommand::SetCommand(CLI::App& program)
     : SettingCommand(program, "set", "Change a setting of the gripper") {
     app.add_option("VALUE", value, "its new value, see below")->required();
-    AddGripper(gripperName);
+    AddGripper();
     AddNumbers();
 }
 
@@ -19,7 +19,7 @@ ExitStatus SetCommand::Run(Daemon& daemon, Printer& printer) {
     }
     xmlrpc_c::carray arguments = Numbers(setting);
     arguments.push_back(ParseSetting(setting, value));
-    const Gripper gripper(daemon, daemon.FindGripper(gripperName));
+    const Gripper gripper(daemon, ChosenGripper(daemon));
     const int status = gripper.Command(std::string(setting.setter), arguments);
     if (status != 0) {
         throw Failure(ExitStatusOf(status), gripper.StatusText(status));

@@ -27,7 +27,6 @@ protected:
     std::string Title(const Setting& setting, const Gripper& gripper) const;
 
     std::string settingName;
-    std::string gripperName;
     int set = 0;
     int led = 0;
 

@@ -22,7 +22,7 @@ std::chrono::system_clock::time_point WallTimeOf(const Observation& observation)
 }  // namespace
 
 WatchCommand::WatchCommand(CLI::App& program) : Command(program, "watch", "Show a gripper live") {
-    AddGripper(gripperName);
+    AddGripper();
     auto* const csvFlag =
         app.add_flag("--csv", csv, "rows of comma-separated values, no live screen");
     app.add_flag("--json", json, "a JSON object a line, for programs")->excludes(csvFlag);
@@ -30,7 +30,7 @@ WatchCommand::WatchCommand(CLI::App& program) : Command(program, "watch", "Show 
 }
 
 ExitStatus WatchCommand::Run(Daemon& daemon, Printer& printer) {
-    const std::string device = daemon.FindGripper(gripperName);
+    const std::string device = ChosenGripper(daemon);
     const Endpoint& server = daemon.Server();
     const bool hasScreen = isatty(STDIN_FILENO) == 1 && IsOnTerminal();
     GripperMonitor monitor(server, device, passive);

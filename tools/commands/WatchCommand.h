@@ -20,7 +20,6 @@ private:
     WatchRows::Form RowForm() const;
     [[noreturn]] void PrintRows(GripperMonitor& monitor, Printer& printer) const;
 
-    std::string gripperName;
     bool csv = false;
     bool json = false;
     bool passive = false;

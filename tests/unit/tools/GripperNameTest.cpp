@@ -26,6 +26,14 @@ TEST(GripperNameTest, NoOtherGripperIsTakenForOneThatIsUnplugged) {
     EXPECT_EQ(MatchGripper({"HVA SN:1212"}, "12"), "HVA SN:1212");
 }
 
+TEST(GripperNameTest, APartIsNotExact) {
+    EXPECT_EQ(MatchGripper({"HVA", "HVA SN:1"}, "HVA", true), "HVA");
+    EXPECT_FAILURE(MatchGripper({"HVA SN:1"}, "HVA", true), NoGripper,
+                   "no gripper is called 'HVA'; there is 'HVA SN:1'");
+    EXPECT_FAILURE(MatchGripper({"HVA SN:1"}, "hva sn:1", true), NoGripper,
+                   "no gripper is called 'hva sn:1'; there is 'HVA SN:1'");
+}
+
 TEST(GripperNameTest, OnlyAsciiHasTwoCases) {
     EXPECT_EQ(MatchGripper({"\xc3\x84", "\xc3\xa4"}, "\xc3\x84"), "\xc3\x84");
 }

@@ -1,6 +1,7 @@
 #include "tools/doctor/ToolOutput.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -11,20 +12,29 @@ namespace tavrikctl {
 
 namespace {
 
-std::string ReadToEnd(int descriptor) {
+using Clock = std::chrono::steady_clock;
+
+/// To its end, which does not come while a program that the tool has left behind has the pipe open.
+std::string Read(int descriptor, Clock::time_point deadline) {
     std::string text;
     std::array<char, 4096> buffer{};
-    ssize_t count = 0;
-    while ((count = read(descriptor, buffer.data(), buffer.size())) > 0) {
+    pollfd input{descriptor, POLLIN, 0};
+    while (true) {
+        const auto left =
+            std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
+        const bool isReady = left > 0 && poll(&input, 1, static_cast<int>(left)) == 1;
+        const ssize_t count = isReady ? read(descriptor, buffer.data(), buffer.size()) : 0;
+        if (count <= 0) {
+            return text;
+        }
         text.append(buffer.data(), static_cast<std::size_t>(count));
     }
-    return text;
 }
 
 }  // namespace
 
 ToolOutput RunTool(std::vector<std::string> command, std::chrono::seconds limit) {
-    command.insert(command.begin(), {"timeout", std::to_string(limit.count())});
+    command.insert(command.begin(), {"timeout", "--kill-after=1", std::to_string(limit.count())});
     std::vector<char*> arguments;
     arguments.reserve(command.size() + 1);
     for (std::string& word : command) {
@@ -46,7 +56,8 @@ ToolOutput RunTool(std::vector<std::string> command, std::chrono::seconds limit)
         posix_spawnp(&pid, arguments[0], &actions, nullptr, arguments.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
     close(ends[1]);
-    const std::string text = ReadToEnd(ends[0]);
+    constexpr std::chrono::seconds kEnding(1);  // of what has been ended
+    const std::string text = Read(ends[0], Clock::now() + limit + kEnding);
     close(ends[0]);
     int status = 0;
     const bool ended = error == 0 && waitpid(pid, &status, 0) == pid;

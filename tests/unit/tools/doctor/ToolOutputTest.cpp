@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <csignal>
+
 namespace tavrikctl {
 namespace {
 
@@ -23,6 +25,12 @@ TEST(ToolOutputTest, WhatTakesTooLongIsEnded) {
     EXPECT_FALSE(ended.succeeded);
     EXPECT_EQ(ended.text, "begun\n");
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(15));
+}
+
+TEST(ToolOutputTest, WhatItLeavesBehindIsNotWaitedFor) {
+    const ToolOutput done = RunTool({"sh", "-c", "sleep 60 & echo $!"}, std::chrono::seconds(1));
+    EXPECT_TRUE(done.succeeded);
+    EXPECT_EQ(kill(std::stoi(done.text), SIGKILL), 0);  // it was still there
 }
 
 }  // namespace

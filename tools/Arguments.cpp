@@ -53,6 +53,17 @@ xmlrpc_c::value ParseJson(const std::string& text) {
 
 }  // namespace
 
+std::string IsDecimal(const std::string& text) {
+    const bool isDecimal =
+        text == "0" ||
+        (text.find_first_not_of("0123456789") == std::string::npos && !text.starts_with('0'));
+    return isDecimal ? "" : "'" + text + "' is no decimal number";
+}
+
+std::string IsThere(const std::string& text) {
+    return text.empty() ? "is empty" : "";
+}
+
 int ParseInteger(const std::string& text) {
     return ParseNumber<int>(text, "integer");
 }

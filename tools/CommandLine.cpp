@@ -6,6 +6,7 @@
 #include <iostream>
 
 #include "daemon/Version.h"
+#include "tools/Arguments.h"
 #include "tools/Failure.h"
 #include "tools/Printable.h"
 #include "tools/TimeOption.h"
@@ -68,6 +69,7 @@ void CommandLine::AddOptions() {
         ->check(NameOfHost)
         ->option_text("HOST");
     app.add_option("--port", endpoint.port, "44221 (if not given) or 44222")
+        ->check(IsDecimal)
         ->check(CLI::Range(1U, kLargestPort))
         ->option_text("PORT");
     AddTimeOption(app, "--timeout", endpoint.timeout,

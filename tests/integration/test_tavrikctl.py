@@ -663,6 +663,8 @@ class CommandLineTest(CtlTestCase):
                                 ("extra", ("list", "extra")),
                                 ("--port", ("list", "--port", 0)),
                                 ("--port", ("list", "--port", 65536)),
+                                ("no decimal number", ("list", "--port", "044221")),
+                                ("--bundle: is empty", ("doctor", "--bundle", "")),
                                 ("--timeout", ("list", "--timeout", 0)),
                                 ("--timeout", ("list", "--timeout", "soon")),
                                 ("--timeout", ("list", "--timeout", "nan")),

@@ -1,29 +1,15 @@
 #include "tools/commands/Command.h"
 
+#include "tools/Arguments.h"
+
 namespace tavrikctl {
 
-namespace {
-
-/// CLI11 takes 010 for 8.
-std::string IsDecimal(const std::string& text) {
-    const bool isDecimal =
-        text == "0" ||
-        (text.find_first_not_of("0123456789") == std::string::npos && !text.starts_with('0'));
-    return isDecimal ? "" : "'" + text + "' is no decimal number";
-}
-
-/// A variable of a script that is not set must not stand for the only gripper.
-std::string IsThere(const std::string& text) {
-    return text.empty() ? "is empty" : "";
-}
-
-}  // namespace
-
 void Command::AddGripper() {
-    auto* const name = app.add_option("GRIPPER", gripperName,
-                                      "part of its device string; not needed for an only one")
-                           ->check(IsThere)
-                           ->option_text(" ");
+    auto* const name =
+        app.add_option("GRIPPER", gripperName,
+                       "part of its device string; not needed for an only one")
+            ->check(IsThere)  // a variable that is not set must not mean the only gripper
+            ->option_text(" ");
     app.add_flag("--exact", isWholeName, "GRIPPER is the whole device string")->needs(name);
 }
 

@@ -2,6 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "tools/Arguments.h"
 #include "tools/doctor/Bundle.h"
 #include "tools/doctor/Doctor.h"
 
@@ -11,6 +12,7 @@ DoctorCommand::DoctorCommand(CLI::App& program, const Endpoint& endpoint)
     : Command(program, "doctor", "Tell what is right and wrong between robot and gripper"),
       server(endpoint) {
     app.add_option("--bundle", bundle, "also write it to FILE, a tar.gz with versions and log")
+        ->check(IsThere)
         ->option_text("FILE");
     AddJson(json);
 }

@@ -75,13 +75,13 @@ class DoctorTestCase(CellTestCase):
     def run_doctor(self, *arguments, environment=None):
         return ctl.run("doctor", *arguments, environment={**self.world(), **(environment or {})})
 
-    def output_as_nobody(self, *before):
+    def output_as_nobody(self, *before, world=None):
         """What the doctor tells an ordinary user; the command `before` starts it."""
         self.folder().chmod(0o755)
         program = shutil.copy(os.environ["TAVRIK_CTL"], self.folder())
+        environment = {**ctl.CLEAN, **(self.world() if world is None else world)}
         return subprocess.run([*before, *AS_NOBODY, program, "doctor", "--timeout", "1"],
-                              env={**ctl.CLEAN, **self.world()}, capture_output=True,
-                              text=True).stdout
+                              env=environment, capture_output=True, text=True).stdout
 
     def fake_tool(self, name, text, command="cat"):
         """An environment in which the tool `name` of the system says what `command` makes of `text`."""
@@ -263,6 +263,9 @@ class NoDaemonTest(DoctorTestCase):
             self.expect(BAD_ANSWER, "warn", f"port {PORTS[0]}",
                         f"(process {os.getpid()}) listens, version 1.0, not ")
             self.expect(BAD_ANSWER, "wrong", "grippers", "GetGrippers: fault 1, ")
+        with self.foreign_server(GetVersion=lambda: 5000 * "1"):
+            longest = max(len(each["finding"]) for each in self.findings(BAD_ANSWER))
+            self.assertEqual(longest, 1000)
         with self.foreign_server(GetVersion=lambda: 5):
             self.expect(NO_DAEMON, "wrong", f"port {PORTS[0]}", "GetVersion: the answer has an")
 
@@ -503,6 +506,11 @@ class OneGripperTest(DoctorTestCase):
     def test_what_an_ordinary_user_sees_of_it(self):
         output = self.output_as_nobody()
         self.assertRegex(output, r"(?m)^ok +masters +1 attached, 1 gripper listed$")
+        self.assertIn("A gripper answers.", output)
+
+    def test_what_an_ordinary_user_sees_of_a_cell_from_outside(self):
+        output = self.output_as_nobody(world={})
+        self.assertRegex(output, r"(?m)^\? +masters +none is attached as far as udev knows; some are")
         self.assertIn("A gripper answers.", output)
 
     def test_a_silent_master(self):

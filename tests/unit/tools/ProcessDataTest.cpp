@@ -48,6 +48,7 @@ TEST(ProcessDataTest, HundredthsHaveTwoDecimals) {
     EXPECT_EQ(HundredthsText(7.139999999999999), "7.14");
     EXPECT_EQ(HundredthsText(0), "0.00");
     EXPECT_EQ(HundredthsText(-327.68), "-327.68");
+    EXPECT_EQ(HundredthsText(-1e300).size(), 305U);  // no digit of a lying server's is cut
 }
 
 }  // namespace

@@ -267,7 +267,7 @@ class SlowMotionTest(CtlTestCase):
         return process
 
     def wait_until_operating(self, mark):
-        """Waits until the daemon has done all that it does by itself; else it might pass for a call."""
+        """Waits until the daemon has done all that it does by itself, as if it were a call."""
         self.cell.log.wait_for("OPERATE$", since=mark)
         self.cell.log.wait_for(r"Pending command PDOUT deleted \(Status: 0\)", since=mark)
 
@@ -382,7 +382,8 @@ class SettingTest(CtlTestCase):
                                 "get", "force", "HVA")
 
     def test_what_the_gripper_refuses(self):
-        self.expect_failure(NOT_POSSIBLE, "its model or its master cannot do this", "set", "force", 60, "TLM")
+        self.expect_failure(NOT_POSSIBLE, "its model or its master cannot do this",
+                            "set", "force", 60, "TLM")
         with self.condition("error 0 9", "error 0 off"):
             self.expect_failure(REFUSED, "status 9: error code of the gripper's master",
                                 "set", "no-part-limit", 1, "HVA")

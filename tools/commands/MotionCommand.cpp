@@ -47,14 +47,15 @@ ExitStatus MotionCommand::Run(Daemon& daemon, Printer& printer) {
             data.state != before.state || RestDetector::IsMotion(before.position, data.position);
         data.AddTo(object);
         object["changed"] = changed;
-        return Tell(data, text + (changed ? "" : ", but nothing has changed"), object, printer);
+        Tell(data, text + (changed ? "" : ", but nothing has changed"), object, printer);
+    } else {
+        json ? printer.Json(object) : printer.Line(text);
     }
-    json ? printer.Json(object) : printer.Line(text);
     return ExitStatus::Done;
 }
 
-ExitStatus MotionCommand::Tell(const ProcessData& rest, const std::string& outcome,
-                               const nlohmann::ordered_json& object, Printer& printer) const {
+void MotionCommand::Tell(const ProcessData& rest, const std::string& outcome,
+                         const nlohmann::ordered_json& object, Printer& printer) const {
     const bool isFaulty = rest.fault || rest.tempFault;
     const std::string flags = rest.FlagText();
     const std::string text = outcome + ", at rest at " + HundredthsText(rest.position) +
@@ -68,7 +69,6 @@ ExitStatus MotionCommand::Tell(const ProcessData& rest, const std::string& outco
     if (isFaulty) {
         throw Failure(ExitStatus::Faulty, text);
     }
-    return ExitStatus::Done;
 }
 
 xmlrpc_c::carray MotionCommand::Arguments() const {

@@ -32,8 +32,8 @@ private:
 
     /// Tells the end of a motion, which has come to this.
     /// @throws Failure (Faulty) when there is a fault
-    ExitStatus Tell(const ProcessData& rest, const std::string& outcome,
-                    const nlohmann::ordered_json& object, Printer& printer) const;
+    void Tell(const ProcessData& rest, const std::string& outcome,
+              const nlohmann::ordered_json& object, Printer& printer) const;
 
     /// The parameters behind the device string.
     xmlrpc_c::carray Arguments() const;

@@ -15,8 +15,8 @@ namespace tavrikctl {
 
 struct Process {
     pid_t pid;
-    std::string name;  ///< the kernel's: 15 bytes at most
-    pid_t parent = 0;
+    std::string name;        ///< the kernel's: 15 bytes at most
+    pid_t parent = 0;        ///< its id; 0 if it has none, or is not known
     bool isStopped = false;  ///< by a signal
 
     /// "NAME (process PID)".

@@ -100,12 +100,14 @@ class MastersTestCase(StormTestCase):
     def wait_until_working(self, number, name=None):
         """Waits until a gripper can be called, and none of the requests before is under way.
 
-        A second call is answered only by its own lines, and only when the state thread's request
-        for PDOUT, which has the same name, is out of the way.
+        It can be called some milliseconds before the state thread asks for PDOUT. A second call is
+        answered only by its own lines, and only when that request, which has the same name, is out
+        of the way.
         """
         self.settle()
         for _ in range(2):
             wait_until(lambda: self.call("Disable", name or self.NAMES[number]) == 0)
+            wait_until(lambda: asked_for_pdout(self.cell.show(number)["requests"]))
             self.wait_until_all_is_handled(number)
 
     def wait_until_all_is_handled(self, number):
@@ -145,6 +147,15 @@ class MastersTestCase(StormTestCase):
         for number in numbers:
             self.assertNotIn(self.NAMES[number], listed)
             self.assertEqual(self.call("Disable", self.NAMES[number]), NO_LINK)
+
+
+def asked_for_pdout(requests):
+    """Whether the state thread has asked for PDOUT since it has last switched to operate.
+
+    A master's last `requests` do not show that any more when both are long ago.
+    """
+    operate = [place for place, request in enumerate(requests) if request == "OPERATE()"]
+    return not operate or "PDOUT?" in requests[operate[-1]:]
 
 
 class Holdings(NamedTuple):

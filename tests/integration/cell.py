@@ -190,6 +190,8 @@ class Cell:
             self.log.wait_for(f"Port number: {port}$")
         for port in PORTS:
             wait_until(lambda port=port: answers(port))
+        # What is plugged before the monitor thread listens is not seen until it is plugged again.
+        wait_until(lambda: has_udev_monitor() or self.log.matching("Can't create udev monitor"))
 
     def wait_until_operating(self, count):
         """Waits until `count` grippers have reached process data exchange since the start."""
@@ -272,6 +274,12 @@ def answers(port):
             return client.GetVersion().startswith("2.2.4 (")
     except OSError:
         return False
+
+
+def has_udev_monitor():
+    """Whether a daemon in this network listens to the events of its cell."""
+    with open("/proc/net/unix", encoding="utf-8") as sockets:
+        return any(re.search(r"/pellix-sim\.\w+/event\d+$", line) for line in sockets)
 
 
 def wait_until(condition, timeout=PATIENCE, pause=0.01):

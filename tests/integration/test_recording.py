@@ -12,7 +12,7 @@ import threading
 import tty
 import unittest
 
-from cell import PATIENCE, SANITIZER_REPORT, Cell, Output, wait_until
+from cell import PATIENCE, PORTS, SANITIZER_REPORT, Cell, Output, answers, wait_until
 from cell_test_case import main, output_on_failure, started
 from test_docs import ROOT, blocks
 
@@ -273,8 +273,9 @@ class PageTest(RecordingTestCase):
     def wait_until_operating(self, name):
         log = self.folder / name
         wait_until(log.exists)
-        for pattern in (OPERATING, r"(?m)FIN:PDOUT$"):
+        for pattern in ("TavrikDaemon started", OPERATING, r"(?m)FIN:PDOUT$"):
             wait_until(lambda: re.search(pattern, log.read_text()))
+        wait_until(lambda: answers(PORTS[0]))
 
     def grip(self, cell):
         self.assertEqual(cell.call("Reference", HVA), 0)

@@ -27,7 +27,6 @@ SCREEN = 24  # lines
 WIDTH = 80  # columns
 NOBODY = "65534"
 AS_NOBODY = ("setpriv", f"--reuid={NOBODY}", f"--regid={NOBODY}", "--clear-groups")
-RESERVED_PORTS = pathlib.Path("/proc/sys/net/ipv4/ip_local_reserved_ports")
 
 # Exit statuses
 DONE, NO_DAEMON, NO_ANSWER, BAD_ANSWER, NO_GRIPPER, FAILED, NO_PROCESS_DATA = 0, 4, 5, 6, 7, 9, 21
@@ -49,12 +48,6 @@ class DoctorTestCase(CellTestCase):
     """A cell, and the doctor in its world: with the devices that pellix-sim shows its command."""
 
     options = ("--gripper", "HVA")
-
-    @classmethod
-    def setUpClass(cls):
-        if own_network.ENTERED in os.environ:
-            RESERVED_PORTS.write_text("44221,44222\n")  # as the package does it
-        super().setUpClass()
 
     @classmethod
     def world(cls):
@@ -107,12 +100,12 @@ class DoctorTestCase(CellTestCase):
 
     @contextlib.contextmanager
     def reserved_ports(self, text):
-        old = RESERVED_PORTS.read_text()
-        RESERVED_PORTS.write_text(text + "\n")
+        old = own_network.RESERVED_PORTS.read_text()
+        own_network.RESERVED_PORTS.write_text(text + "\n")
         try:
             yield
         finally:
-            RESERVED_PORTS.write_text(old)
+            own_network.RESERVED_PORTS.write_text(old)
 
     @contextlib.contextmanager
     def holder_of_tty(self, *command):

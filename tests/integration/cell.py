@@ -193,11 +193,12 @@ class Cell:
         # What is plugged before the monitor thread listens is not seen until it is plugged again.
         wait_until(lambda: has_udev_monitor() or self.log.matching("Can't create udev monitor"))
 
-    def wait_until_operating(self, count):
-        """Waits until `count` grippers have reached process data exchange since the start."""
-        self.log.wait_for(r"Pending command PDOUT deleted \(Status: 0\)", count=count)
+    def wait_until_operating(self, count, since=0):
+        """Waits until `count` grippers have reached process data exchange since the start, or since
+        a mark in the log; nothing that a client asks for may have to do with PDOUT meanwhile."""
+        self.log.wait_for(r"Pending command PDOUT deleted \(Status: 0\)", since, count)
         # Handled late, it would finish the next request for PDOUT.
-        self.log.wait_for("FIN:PDOUT$", count=count)
+        self.log.wait_for("FIN:PDOUT$", since, count)
 
     def daemon_pid(self):
         """The process id of the daemon, the simulator's only child."""

@@ -9,6 +9,8 @@ import struct
 import subprocess
 import sys
 
+from cell import PORTS
+
 ENTERED = "TAVRIK_OWN_NETWORK"
 
 RESERVED_PORTS = pathlib.Path("/proc/sys/net/ipv4/ip_local_reserved_ports")
@@ -50,10 +52,11 @@ def raise_loopback():
 
 
 def reserve_ports():
-    """As the package does it. A client that tries again and again while nobody serves would get the
-    port itself for its own end some day, and be connected with itself."""
-    with contextlib.suppress(PermissionError):
-        RESERVED_PORTS.write_text("44221,44222\n")
+    """As the package does it, where the system allows it. A client that tries again and again while
+    nobody serves would get the port itself for its own end some day, and be connected with itself.
+    """
+    with contextlib.suppress(OSError):
+        RESERVED_PORTS.write_text(",".join(map(str, PORTS)) + "\n")
 
 
 if __name__ == "__main__":  # own_network.py COMMAND...: runs the command there

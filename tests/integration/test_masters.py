@@ -202,8 +202,7 @@ class GarbageTest(TwoMastersTestCase):
         self.cell.master_sends(0, "@MODE=2")
         self.cell.log.wait_for("STARTUP$", since=mark)
         self.cell.master_sends(0, r"@MODE=4\n@PDOUT=[0,0]")
-        self.cell.log.wait_for("OPERATE$", since=mark)
-        self.cell.log.wait_for(r"Pending command PDOUT deleted \(Status: 0\)", since=mark)
+        self.cell.wait_until_operating(1, since=mark)
 
     def peak_memory(self):
         """The most memory that the daemon has ever used, in KiB."""
@@ -237,7 +236,7 @@ class ModeTest(TwoMastersTestCase):
         return mark
 
     def wait_until_operating_again(self, mark):
-        self.cell.log.wait_for(r"Pending command PDOUT deleted \(Status: 0\)", since=mark)
+        self.cell.wait_until_operating(1, since=mark)
         self.assertEqual(self.call("GetGrippers"), [HVA, MZD])
         self.assertEqual(self.call("Grip", HVA, 1), 0)
 

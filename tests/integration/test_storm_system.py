@@ -241,6 +241,8 @@ class ShortageTest(SystemTestCase):
                 self.cell.command("unplug 2")
                 self.cell.command("event 1 change")
                 self.cell.log.wait_for("action change$", since=mark)
+                for line in ("Parser", "Timeout monitor", "State"):
+                    self.assertTrue(self.cell.log.matching(f"{line} thread terminated", since=mark))
                 self.assert_second_served()
         self.assertGreater(failures, 0, "there was no shortage")
 

@@ -266,11 +266,6 @@ class SlowMotionTest(CtlTestCase):
         self.cell.log.wait_for(r"Pending command PDOUT deleted \(Status: 0\)", since=mark)
         return process
 
-    def wait_until_operating(self, mark):
-        """Waits until the daemon has done all that it does by itself, as if it were a call."""
-        self.cell.log.wait_for("OPERATE$", since=mark)
-        self.cell.log.wait_for(r"Pending command PDOUT deleted \(Status: 0\)", since=mark)
-
     def expect_end(self, process, status, text):
         self.assertEqual(process.wait_for_end(), status, process.errors.lines)
         self.assertEqual(process.output.lines, [])
@@ -298,7 +293,7 @@ class SlowMotionTest(CtlTestCase):
         self.cell.log.wait_for("PDIN length mismatch: 0$", since=mark)  # it has looked
         self.cell.log.wait_for("STARTUP$", since=mark)
         self.cell.command("mode 0 4")
-        self.wait_until_operating(mark)
+        self.cell.wait_until_operating(1, since=mark)
         self.expect_end(process, NO_PROCESS_DATA, "process data were missing meanwhile; at rest at")
         wait_until(lambda: self.call("Disable", "TLM SN:100001") == 0)
 
@@ -310,7 +305,7 @@ class SlowMotionTest(CtlTestCase):
             self.assertEqual(self.json("list"), [])
             self.expect_failure(NO_GRIPPER, "the daemon knows no gripper", "grip")
             mark = self.cell.log.mark()
-        self.wait_until_operating(mark)
+        self.cell.wait_until_operating(1, since=mark)
         wait_until(lambda: self.call("Disable", "TLM SN:100001") == 0)
 
 

@@ -453,7 +453,7 @@ class OneGripperTest(DoctorTestCase):
             self.cell.command("unplug 0")
         self.cell.log.wait_for(f"Removing {TTY}$", since=mark)
         self.cell.command("plug 0")
-        self.cell.log.wait_for(r"Pending command PDOUT deleted \(Status: 0\)", since=mark)
+        self.cell.wait_until_operating(1, since=mark)
         self.await_process_data()
 
     @unittest.skipUnless(own_network.ENTERED in os.environ, "this host may reserve no ports")

@@ -17,6 +17,7 @@ std::time_t CurrentSecond() {
 
 std::string TimeOfDay(std::time_t time) {
     std::tm local{};
+    tzset();  // localtime_r() alone keeps the time zone of the first line
     localtime_r(&time, &local);
     std::array<char, 80> buffer;
     const std::size_t length = std::strftime(buffer.data(), buffer.size(), "%T", &local);

@@ -63,6 +63,17 @@ std::string LocalTimeText(std::time_t time) {
     return {text.data(), length};
 }
 
+/// The present time of day `hours` east of Greenwich.
+std::string TimeOfDayEast(int hours) {
+    const std::time_t now = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now() +
+                                                                 std::chrono::hours(hours));
+    std::tm utc{};
+    gmtime_r(&now, &utc);
+    std::array<char, 16> text;
+    const std::size_t length = std::strftime(text.data(), text.size(), "%H:%M:%S", &utc);
+    return {text.data(), length};
+}
+
 /// Whether timestamp() gives the present, whatever other threads do meanwhile.
 bool TellsThePresent() {
     const std::time_t before = std::time(nullptr);
@@ -144,6 +155,21 @@ TEST(LogLineTest, TimestampIsTheLocalTimeOfDay) {
         ::setenv("TZ", zone, 1);  // NOLINT(concurrency-mt-unsafe)
         ::tzset();
         EXPECT_TRUE(TellsThePresent()) << zone;
+    }
+    ::setenv("TZ", before.c_str(), 1);  // NOLINT(concurrency-mt-unsafe)
+    ::tzset();
+}
+
+TEST(LogLineTest, TimestampFollowsAChangeOfTheTimeZone) {
+    const char* const given = std::getenv("TZ");  // NOLINT(concurrency-mt-unsafe)
+    const std::string before = given == nullptr ? "" : given;
+    for (const int hours : {0, 5, -8, 3}) {
+        // On the wall, east of Greenwich is later; in TZ it is less.
+        ::setenv("TZ", ("TEST" + std::to_string(-hours)).c_str(),
+                 1);  // NOLINT(concurrency-mt-unsafe)
+        const std::string first = TimeOfDayEast(hours);
+        const std::string text = TavrikDaemon::timestamp();
+        EXPECT_TRUE(text == first || text == TimeOfDayEast(hours)) << text << " at " << first;
     }
     ::setenv("TZ", before.c_str(), 1);  // NOLINT(concurrency-mt-unsafe)
     ::tzset();

@@ -43,6 +43,8 @@ public:
 
     const std::string& GetName() const { return name; }
 
+    bool IsQuery() const { return type == kQuery; }
+
     /// Time since construction.
     std::chrono::nanoseconds GetAge() const;
 

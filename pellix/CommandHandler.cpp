@@ -138,13 +138,28 @@ void CommandHandler::OnError(const std::string& name, const std::string& errorNu
 }
 
 void CommandHandler::AwaitRemoval(const std::string& name) {
-    const auto isNamed = [&name](const Command* command) { return command->GetName() == name; };
     std::unique_lock<std::mutex> lock(mutex);
-    removed.wait_for(lock, removalPatience, [this, &isNamed] {
-        const auto oldest = std::find_if(activeCommands.begin(), activeCommands.end(), isNamed);
-        return oldest == activeCommands.end() || !(*oldest)->IsDone() ||
-               std::none_of(oldest + 1, activeCommands.end(), isNamed);
+    removed.wait_for(lock, removalPatience,
+                     [this, &name] { return NextAfterDone(name) == nullptr; });
+}
+
+void CommandHandler::AwaitRemovalBeforeQuery(const std::string& name) {
+    std::unique_lock<std::mutex> lock(mutex);
+    removed.wait_for(lock, removalPatience, [this, &name] {
+        const Command* const next = NextAfterDone(name);
+        return next == nullptr || !next->IsQuery();
     });
+}
+
+/// The command that a done one of the same name keeps from its replies, or null. Under the mutex.
+const Command* CommandHandler::NextAfterDone(const std::string& name) const {
+    const auto isNamed = [&name](const Command* command) { return command->GetName() == name; };
+    const auto oldest = std::find_if(activeCommands.begin(), activeCommands.end(), isNamed);
+    if (oldest == activeCommands.end() || !(*oldest)->IsDone()) {
+        return nullptr;
+    }
+    const auto next = std::find_if(oldest + 1, activeCommands.end(), isNamed);
+    return next == activeCommands.end() ? nullptr : *next;
 }
 
 void CommandHandler::Update(const std::string& name, const std::function<void(Command&)>& update) {

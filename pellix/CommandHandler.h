@@ -70,6 +70,11 @@ public:
     /// for each such line. Parser thread only.
     void AwaitRemoval(const std::string& name);
 
+    /// The same after a data line, but only if the younger command is a query. A FIN that is still
+    /// to come ends the younger one as well: a query is answered by then, a setting may yet be
+    /// refused.
+    void AwaitRemovalBeforeQuery(const std::string& name);
+
     /// One pass of the input parser; parser thread only. @throws as OnError()
     void Parse() { parser.Parse(); }
 
@@ -78,6 +83,7 @@ private:
     bool Enqueue(Command* command);
     std::size_t CountActive();
     void Update(const std::string& name, const std::function<void(Command&)>& update);
+    const Command* NextAfterDone(const std::string& name) const;
 
     std::vector<Command*> activeCommands;  // oldest first; destroyed by RemovePending()
     const std::unique_ptr<Connection> connection;

@@ -1,5 +1,6 @@
 #include "pellix/InputParser.h"
 
+#include <algorithm>
 #include <chrono>
 #include <string_view>
 #include <thread>
@@ -37,6 +38,12 @@ std::string Field(std::string_view text, int number) {
         text.remove_prefix(blank + 1);
     }
     return std::string(text.substr(0, text.find(' ')));
+}
+
+/// Whether `text` begins with a line marked with "@" that is not a status line.
+bool IsEventDataLine(std::string_view text) {
+    const std::string_view word = text.substr(0, 4);
+    return word.starts_with('@') && word != "@ACK" && word != "@FIN" && word != "@ERR";
 }
 
 }  // namespace
@@ -199,15 +206,24 @@ void InputParser::HandleData(std::string_view text, bool eventLine) {
     deviceHandler.HandleResponse(key, value);
     if (!eventLine && !FinFollows()) {
         commands.OnFinished(key);
+        commands.AwaitRemovalBeforeQuery(key);
     }
 }
 
 /// Whether the command that this data line ends is ended by the next line anyway. Ended by both, it
 /// could be removed in between, and the FIN would end a younger command of its name: a refused
 /// setting right after a reading of the same parameter would count as done.
+///
+/// Data lines that the master sent of its own accord may stand in between: they end no command.
 bool InputParser::FinFollows() {
-    const std::string_view next = inputStream.view().substr(nextLine);
-    return next.starts_with("FIN ") && next.substr(4).starts_with(key + '\n') &&
+    std::string_view rest = inputStream.view().substr(nextLine);
+    while (IsEventDataLine(rest)) {
+        rest.remove_prefix(std::min(rest.find('\n'), rest.size() - 1) + 1);
+    }
+    if (rest.starts_with('@')) {
+        rest.remove_prefix(1);
+    }
+    return rest.starts_with("FIN ") && rest.substr(4).starts_with(key + '\n') &&
            commands.HasActive(key);
 }
 

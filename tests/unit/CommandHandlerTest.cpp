@@ -36,11 +36,14 @@ constexpr double kTimeout = 0.02;  // seconds
 /// Answers every request at once: a query with its value, a setting to "good" well, others with 4.
 class PromptMaster : public pellix::Connection {
 public:
+    /// @param between lines that come between a value and its FIN
+    explicit PromptMaster(const std::string& between) : linesBetween(between) {}
+
     int Write(const std::string& text) override {
         const std::string name = text.substr(0, text.find_first_of("?="));
         std::string reply = "ACK " + name + "\n";
         if (text.ends_with("?\n")) {
-            reply += name + "=1\nFIN " + name + "\n";
+            reply += name + "=1\n" + linesBetween + "FIN " + name + "\n";
         } else if (text.ends_with("=good\n")) {
             reply += "FIN " + name + "\n";
         } else {
@@ -61,6 +64,7 @@ public:
     void Reopen() override {}
 
 private:
+    const std::string linesBetween;
     std::mutex mutex;
     std::condition_variable written;
     std::string replies;
@@ -69,7 +73,7 @@ private:
 }  // namespace
 
 /// A handler whose parser thread reads what a prompt master says.
-class PromptMasterTest : public testing::Test {
+class PromptMasterTest : public testing::TestWithParam<std::string> {
 protected:
     ~PromptMasterTest() override {
         running = false;
@@ -86,7 +90,7 @@ protected:
 
     LogCapture log;
     pellix::DeviceHandler deviceHandler;
-    CommandHandler handler{new PromptMaster, &deviceHandler, 1.0};
+    CommandHandler handler{new PromptMaster(GetParam()), &deviceHandler, 1.0};
     std::atomic<bool> running = true;
     std::thread parser{[this] {
         while (running) {
@@ -97,12 +101,15 @@ protected:
     }};
 };
 
-TEST_F(PromptMasterTest, EndOfAReadingDoesNotEndTheSettingAfterIt) {
+TEST_P(PromptMasterTest, EndOfAReadingDoesNotEndTheSettingAfterIt) {
     for (int i = 0; i < 3000; ++i) {
         EXPECT_EQ(Complete(handler.SendQuery("PARAM[97][1]")), 0);
         ASSERT_EQ(Complete(handler.SendAssignment("PARAM[97][1]", "bad")), 4);
     }
 }
+
+INSTANTIATE_TEST_SUITE_P(LinesBetween, PromptMasterTest,
+                         testing::Values("", "@PDIN=[1,2,3,4]\n", "@EV=1\n@PDIN=[1,2,3,4]\n"));
 
 class CommandHandlerTest : public testing::Test {
 protected:
@@ -582,6 +589,39 @@ TEST_F(CommandHandlerTest, TwoEqualRepliesInOneReadEndBothCommands) {
         sender.get();
         patient.RemovePending(younger);
     }
+}
+
+TEST_F(CommandHandlerTest, TwoEqualValuesInOneReadEndBothQueries) {
+    auto* const line = new FakeConnection;  // owned by the handler
+    CommandHandler patient(line, &deviceHandler, kTimeout, std::chrono::seconds(20));
+    for (int i = 0; i < 50; ++i) {
+        Command* const older = patient.SendQuery("ID");
+        Command* const younger = patient.SendQuery("ID");
+        auto sender = std::async(std::launch::async, [&] {
+            patient.WaitForFinished(older);
+            patient.RemovePending(older);
+        });
+        line->input.emplace_back("ID=1\nID=1\n");
+        patient.Parse();
+        EXPECT_EQ(younger->GetState(), pellix::kFinished);
+        sender.get();
+        patient.RemovePending(younger);
+    }
+}
+
+TEST_F(CommandHandlerTest, ReadingThatASettingFollowsIsNotWaitedFor) {
+    auto* const line = new FakeConnection;  // owned by the handler
+    CommandHandler patient(line, &deviceHandler, kTimeout, std::chrono::seconds(20));
+    Command* const reading = patient.SendQuery("PARAM[97][1]");
+    Command* const setting = patient.SendAssignment("PARAM[97][1]", "[1]");
+    line->input.emplace_back("PARAM[97][1]=[2]\n");
+    const auto start = std::chrono::steady_clock::now();
+    patient.Parse();
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
+    EXPECT_EQ(reading->GetState(), pellix::kFinished);
+    EXPECT_EQ(setting->GetState(), pellix::kActive);
+    patient.RemovePending(reading);
+    patient.RemovePending(setting);
 }
 
 TEST_F(CommandHandlerTest, SenderThatDoesNotRemoveItsCommandIsNotWaitedForLong) {

@@ -15,6 +15,24 @@ namespace {
 constexpr std::chrono::milliseconds kLookupTimeout{100};
 constexpr int kAddFailed = -1;
 
+// Longest wait for calls at the end of the process: a tty that takes no bytes holds one for 4 s.
+constexpr std::chrono::seconds kLastCalls{5};
+
+/// A client's text for the log, where a line must stay one line whatever the text holds.
+std::string OnOneLine(const std::string& text) {
+    std::string line;
+    for (const char c : text) {
+        if (c == '\n') {
+            line += "\\n";
+        } else if (c == '\r') {
+            line += "\\r";
+        } else {
+            line += c;
+        }
+    }
+    return line;
+}
+
 }  // namespace
 
 LinkInUse LinkRegistry::GetLink(const std::string& deviceString) {
@@ -30,7 +48,7 @@ LinkInUse LinkRegistry::GetLink(const std::string& deviceString) {
             return LinkInUse(link);
         }
     }
-    LogLine() << "Device '" << deviceString << "' not found";
+    LogLine() << "Device '" << OnOneLine(deviceString) << "' not found";
     return nullptr;
 }
 
@@ -131,6 +149,12 @@ void LinkRegistry::Remove(std::size_t position, std::unique_lock<std::timed_mute
 std::unique_lock<std::timed_mutex> LinkRegistry::Close() {
     std::unique_lock<std::timed_mutex> lock(mutex);
     closed = true;
+    const auto deadline = std::chrono::steady_clock::now() + kLastCalls;
+    for (Pellix* const link : links) {
+        if (link != nullptr) {
+            link->WaitUntilUnpinned(deadline);
+        }
+    }
     // On purpose: the list shrinks while i grows, so with several links only every other one is
     // destroyed; the rest is left to the end of the process. Those that go end their threads at
     // the same time: one after the other, silent masters would hold up the stop for seconds.

@@ -47,7 +47,8 @@ public:
     void RemoveDevice(const std::string& node);
 
     /// Destroys every other link, for the end of the process, and takes no new ones from then on.
-    /// No call may be under way: the servers have stopped.
+    /// Calls that still use a link get their answer if they end within 5 s. None should be under
+    /// way: the servers have stopped.
     /// @return the lock, still held
     std::unique_lock<std::timed_mutex> Close();
 

@@ -139,6 +139,11 @@ void Pellix::WaitUntilUnpinned() {
     unpinned.wait(lock, [this] { return pins == 0; });
 }
 
+void Pellix::WaitUntilUnpinned(std::chrono::steady_clock::time_point deadline) {
+    std::unique_lock<std::mutex> lock(pinMutex);
+    unpinned.wait_until(lock, deadline, [this] { return pins == 0; });
+}
+
 unsigned Pellix::Complete(Command* command) {
     if (command == nullptr) {
         return kResultNoCommand;

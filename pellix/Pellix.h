@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <memory>
@@ -56,6 +57,7 @@ public:
     void Unpin();
     bool IsPinned() const;
     void WaitUntilUnpinned();
+    void WaitUntilUnpinned(std::chrono::steady_clock::time_point deadline);
 
     unsigned RequestID();
     unsigned RequestMode();

@@ -389,6 +389,33 @@ TEST_F(LinkRegistryTest, CloseKeepsTheLock) {
     EXPECT_TRUE(log.Contains("Timeout while trying to acquire lock within 100 ms"));
 }
 
+TEST_F(LinkRegistryTest, CloseLetsCallsEndThatStillUseALink) {
+    FakeMaster& master = Plug();
+    master.SetAnswers("OPERATE()", {""});
+    std::atomic<unsigned> result = 0;
+    std::thread caller([&] { result = registry.GetLink("HVA SN:1")->Operate(); });
+    EXPECT_TRUE(master.WaitForRequest("OPERATE()"));
+    const auto waited = Measure([this] { const auto lock = registry.Close(); });
+    caller.join();
+    EXPECT_EQ(result, pellix::kResultTimeout);
+    EXPECT_LT(waited, seconds(5));
+}
+
+TEST_F(LinkRegistryTest, CloseDoesNotWaitForACallForEver) {
+    Plug();
+    LinkInUse link = registry.GetLink("HVA SN:1");
+    const auto waited = Measure([this] { const auto lock = registry.Close(); });
+    EXPECT_GE(waited, seconds(5));
+    EXPECT_TRUE(log.Contains("PELLIX 0 removed"));
+    (void)link.release();  // it is gone
+}
+
+TEST_F(LinkRegistryTest, UnknownDeviceStringIsLoggedOnOneLine) {
+    EXPECT_EQ(registry.GetLink("A\n03:12:00 1 TavrikDaemon stopped\r\t\\n"), nullptr);
+    EXPECT_EQ(log.All(),
+              Messages{"Device 'A\\n03:12:00 1 TavrikDaemon stopped\\r\t\\n' not found"});
+}
+
 TEST_F(LinkRegistryTest, SilentMastersDoNotHoldUpCloseOneAfterTheOther) {
     for (int i = 0; i < 5; ++i) {
         Plug().StreamEvery(milliseconds(0));

@@ -101,7 +101,7 @@ void AbyssServer::run() {
     hasServer = true;
     hasServer.notify_all();
     abyss.run();
-    while (server != nullptr) {  // nobody has terminated it: the library gave up
+    while (server != nullptr) {  // not terminated: the library gave up
         LogLine() << "Server on port " << port << " failed, serving again";
         std::this_thread::sleep_for(kRestartPause);
         abyss.run();

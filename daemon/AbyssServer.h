@@ -23,8 +23,9 @@ public:
     unsigned getPort() const { return port; }
 
     /// Serves until terminate(). The library runs each connection's calls on a thread of its own.
-    /// When it gives up, for want of descriptors or threads, that is logged and it serves again.
-    /// @throws std::exception when the port cannot be had
+    /// If the library gives up, which it does only when out of memory, that is logged and it serves
+    /// again.
+    /// @throws std::exception if the port cannot be bound
     void run();
 
     /// Blocks until run() has its server, so that terminate() reaches it. Any thread.

@@ -6,6 +6,7 @@ import resource
 import socket
 import struct
 import threading
+import unittest
 import xmlrpc.client
 
 from cell import PORTS, SLOWNESS, answers, wait_until
@@ -161,19 +162,83 @@ class ClientTest(ClientTestCase):
 
 
 class ShortageTest(ClientTestCase):
+    """A port out of descriptors, or of address space for the thread of a connection."""
+
+    REFUSAL = "No connection accepted: .*Trying again$"
+
     def test_a_port_that_ran_out_of_descriptors_answers_again(self):
-        pid = self.cell.daemon_pid()
-        before = descriptors(pid)
         for port in PORTS:
-            with self.subTest(port=port), contextlib.ExitStack() as connections:
-                wait_until(lambda: descriptors(pid) == before)  # no gaps that are free as well
-                limit_descriptors(pid, spare=1)
-                with contextlib.suppress(ConnectionError):
-                    for _ in range(3):
-                        connections.enter_context(connect(port))
-                self.cell.log.wait_for(f"Server on port {port} failed, serving again")
-            limit_descriptors(pid, spare=1000)
-            wait_until(lambda: answers(port))
+            for spare in (0, 1, 2):
+                with self.subTest(port=port, spare=spare), self.cell.new_client(port) as served, \
+                        contextlib.ExitStack() as connections:
+                    self.assertEqual(served.GetGripperInterface(HVA), 0)
+                    mark = self.cell.log.mark()
+                    with self.shortage_of_descriptors(spare):
+                        for _ in range(3):
+                            connections.enter_context(connect(port))
+                        self.cell.log.wait_for(self.REFUSAL, since=mark)
+                        # What is connected is served on.
+                        self.assertEqual(served.GetGripperInterface(HVA), 0)
+                    wait_until(lambda port=port: answers(port))
+                    # However long it lasts, a shortage is reported once.
+                    self.assertEqual(len(self.cell.log.matching(self.REFUSAL, since=mark)), 1)
+
+    def test_a_client_that_came_during_a_shortage_is_answered_after_it(self):
+        for port in PORTS:
+            with self.subTest(port=port):
+                mark = self.cell.log.mark()
+                with self.shortage_of_descriptors(0):
+                    client = connect(port)
+                    self.cell.log.wait_for(self.REFUSAL, since=mark)
+                with client:
+                    client.sendall(http_request(REQUEST))
+                    self.assertTrue(client.recv(65536).startswith(b"HTTP/1.1 200 OK\r\n"))
+
+    @unittest.skipIf(SLOWNESS > 1, "a sanitizer ends the process that has no address space left")
+    def test_a_client_waits_until_there_is_room_for_its_thread(self):
+        pid = self.cell.daemon_pid()
+        for port in PORTS:
+            with self.subTest(port=port), contextlib.ExitStack() as clients:
+                mark = self.cell.log.mark()
+                # The stacks of threads that have ended are used again.
+                limit(pid, resource.RLIMIT_AS, address_space(pid))
+                try:
+                    waiting = [clients.enter_context(connect(port)) for _ in range(6)]
+                    for client in waiting:
+                        client.sendall(http_request(REQUEST))
+                    self.cell.log.wait_for(self.REFUSAL, since=mark)
+                finally:
+                    limit(pid, resource.RLIMIT_AS, resource.RLIM_INFINITY)
+                for client in waiting:
+                    self.assertTrue(client.recv(65536).startswith(b"HTTP/1.1 200 OK\r\n"))
+
+    def test_no_more_connections_are_served_after_a_shortage(self):
+        port = PORTS[0]
+        with contextlib.ExitStack() as clients:
+            def served():
+                client = clients.enter_context(connect(port))
+                client.settimeout(0.5 * SLOWNESS)
+                client.sendall(http_request(REQUEST))
+                try:
+                    return client.recv(65536).startswith(b"HTTP/1.1 200 OK\r\n")
+                except TimeoutError:
+                    return False
+            self.assertEqual([served() for _ in range(10)], [True] * 10)
+            mark = self.cell.log.mark()
+            with self.shortage_of_descriptors(0):
+                self.assertFalse(served())  # it takes the eleventh place after the shortage
+                self.cell.log.wait_for(self.REFUSAL, since=mark)
+            self.assertEqual([served() for _ in range(6)], [True] * 4 + [False] * 2)
+
+    @contextlib.contextmanager
+    def shortage_of_descriptors(self, spare):
+        """The daemon can open `spare` descriptors more."""
+        pid = self.cell.daemon_pid()
+        limit_descriptors(pid, spare)
+        try:
+            yield
+        finally:
+            limit_descriptors(pid, 1000)
 
 
 def descriptors(pid):
@@ -182,9 +247,19 @@ def descriptors(pid):
 
 def limit_descriptors(pid, spare):
     """Lets process `pid` have `spare` descriptors more than it has."""
-    highest = max(descriptors(pid))
-    _, most = resource.prlimit(pid, resource.RLIMIT_NOFILE)
-    resource.prlimit(pid, resource.RLIMIT_NOFILE, (highest + 1 + spare, most))
+    free = sorted(set(range(2000)) - descriptors(pid))
+    limit(pid, resource.RLIMIT_NOFILE, free[spare])
+
+
+def address_space(pid):
+    """In bytes."""
+    with open(f"/proc/{pid}/status", encoding="utf-8") as status:
+        return next(int(line.split()[1]) * 1024 for line in status if line.startswith("VmSize:"))
+
+
+def limit(pid, kind, value):
+    _, most = resource.prlimit(pid, kind)
+    resource.prlimit(pid, kind, (value, most))
 
 
 class NestedRequestTest(ClientTestCase):

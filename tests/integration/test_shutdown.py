@@ -2,7 +2,9 @@
 
 import http.client
 import os
+import resource
 import signal
+import socket
 import threading
 import time
 
@@ -81,6 +83,25 @@ class InterruptTest(StopTestCase):
         self.assertLess(time.monotonic() - start, 6 * SLOWNESS)
         caller.join()
         self.assertIn(outcome[0], (5, 12, None))
+
+    def test_while_a_request_waits_after_a_shortage_of_descriptors(self):
+        cell = self.start("--gripper", "HVA", operating=1)
+        cell.command("mute 0 on")
+        outcome = []
+        mark = cell.log.mark()
+        caller = threading.Thread(target=lambda: outcome.append(grip(cell)))
+        caller.start()
+        cell.log.wait_for("New command PDOUT", since=mark)
+        daemon = cell.daemon_pid()
+        _, most = resource.prlimit(daemon, resource.RLIMIT_NOFILE)
+        resource.prlimit(daemon, resource.RLIMIT_NOFILE, (0, most))
+        with socket.create_connection(("127.0.0.1", PORTS[0]), timeout=20 * SLOWNESS):
+            cell.log.wait_for("No connection accepted: ", since=mark)
+        resource.prlimit(daemon, resource.RLIMIT_NOFILE, (1024, most))
+        cell.process.send_signal(signal.SIGINT)
+        cell.expect_normal_end()
+        caller.join()
+        self.assertEqual(outcome, [5])  # the answer, not the end of the connection
 
     def test_while_a_master_is_being_initialised(self):
         cell = self.start("--gripper", "HVA", "--gripper", "TLM", "--unplugged", "1", operating=1)

@@ -20,6 +20,7 @@
 
 #include "tests/support/LogCapture.h"
 #include "tests/support/WaitFor.h"
+#include "tests/unit/daemon/FailingConnection.h"
 #include "tests/unit/daemon/GripperCell.h"
 #include "tests/unit/daemon/HeldTermination.h"
 #include "tests/unit/daemon/RunningServer.h"
@@ -207,6 +208,16 @@ TEST(AbyssServerTest, AClientMayKeepItsConnectionForManyCalls) {
         }
     }
     EXPECT_TRUE(WaitFor([&] { return CountThreads() <= threads; }));
+}
+
+TEST(AbyssServerTest, ServesAgainWhenTheLibraryGaveUp) {
+    LogCapture log;
+    const RunningServer server;
+    FailNextConnection();
+    EXPECT_FALSE(KeptConnection(server.Port()).Call());
+    EXPECT_TRUE(KeptConnection(server.Port()).Call());
+    EXPECT_TRUE(
+        log.Contains("Server on port " + std::to_string(server.Port()) + " failed, serving again"));
 }
 
 TEST(AbyssServerTest, LeavesTheSignalsOfTheProcessAlone) {

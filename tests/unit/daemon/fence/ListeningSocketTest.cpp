@@ -7,7 +7,7 @@
 
 namespace {
 
-constexpr unsigned kLongestSend = 15000;  // ms
+constexpr unsigned kLongestSend = 40000;  // ms
 
 unsigned UserTimeout(int socket) {
     unsigned timeout = 0;
@@ -16,9 +16,16 @@ unsigned UserTimeout(int socket) {
     return timeout;
 }
 
+bool SendsAtOnce(int socket) {
+    int on = 0;
+    socklen_t size = sizeof on;
+    EXPECT_EQ(getsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &on, &size), 0);
+    return on != 0;
+}
+
 }  // namespace
 
-TEST(ServerSocketTest, ConnectionsOfAListeningSocketDoNotSendForEver) {
+TEST(ListeningSocketTest, ConnectionsInheritTheOptionsOfTheirListeningSocket) {
     const int server = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in address{};
     address.sin_family = AF_INET;
@@ -36,6 +43,8 @@ TEST(ServerSocketTest, ConnectionsOfAListeningSocketDoNotSendForEver) {
     const int connection = accept4(server, nullptr, nullptr, SOCK_CLOEXEC);
     ASSERT_NE(connection, -1);
     EXPECT_EQ(UserTimeout(connection), kLongestSend);
+    EXPECT_TRUE(SendsAtOnce(connection));
+    EXPECT_FALSE(SendsAtOnce(client));
     EXPECT_EQ(UserTimeout(client), 0U);
     for (const int descriptor : {connection, client, server}) {
         close(descriptor);

@@ -1,0 +1,85 @@
+// The library: its XML parser expands the entities that a document type declares, also entities
+// made of entities: each level takes ten times as long as the one below.
+// Without this: a request of a few hundred bytes keeps a processor busy for hours.
+// Shown by: DocumentTypeTest, tests/fuzz/ServerFuzzer.cpp.
+// Can go: when the library refuses document types, or bounds what entities expand to.
+
+#include <algorithm>
+#include <cstddef>
+#include <string_view>
+
+#include <xmlrpc-c/base.h>
+#include <xmlrpc-c/util.h>
+
+#include "daemon/fence/NextFunction.h"
+
+namespace {
+
+constexpr std::string_view kDoctype = "<!DOCTYPE";
+constexpr std::string_view kWhiteSpace = " \t\r\n";
+
+/// How the parser tells UTF-16: a byte order mark, or a zero among the first two bytes.
+bool IsUtf16(std::string_view xml) {
+    return xml.starts_with("\xFE\xFF") || xml.starts_with("\xFF\xFE") ||
+           xml.substr(0, 2).find('\0') != std::string_view::npos;
+}
+
+/// `xml` begins with the letters of a document type, with zeros between them.
+bool BeginsWithWideDoctype(std::string_view xml) {
+    for (const char letter : kDoctype) {
+        xml.remove_prefix(std::min(xml.find_first_not_of('\0'), xml.size()));
+        if (!xml.starts_with(letter)) {
+            return false;
+        }
+        xml.remove_prefix(1);
+    }
+    return true;
+}
+
+/// Looks in the whole text: nobody sends calls in UTF-16, so a false alarm costs nothing.
+bool HasWideDoctype(std::string_view xml) {
+    for (std::size_t start = 0; (start = xml.find('<', start)) != std::string_view::npos; ++start) {
+        if (BeginsWithWideDoctype(xml.substr(start))) {
+            return true;
+        }
+    }
+    return false;
+}
+
+/// Removes what `xml` begins with up to the end of `end`; all of it if there is none.
+void RemoveThrough(std::string_view& xml, std::string_view end, std::size_t from) {
+    const std::size_t found = xml.find(end, from);
+    xml.remove_prefix(found == std::string_view::npos ? xml.size() : found + end.size());
+}
+
+/// A document type stands before the first element, among white space, comments and processing
+/// instructions. Anything else there is no XML, and the parser refuses it.
+bool HasDoctype(std::string_view xml) {
+    constexpr std::string_view kComment = "<!--";
+    constexpr std::string_view kInstruction = "<?";
+    if (IsUtf16(xml)) {
+        return HasWideDoctype(xml);
+    }
+    for (;;) {
+        xml.remove_prefix(std::min(xml.find_first_not_of(kWhiteSpace), xml.size()));
+        if (xml.starts_with(kInstruction)) {
+            RemoveThrough(xml, "?>", kInstruction.size());
+        } else if (xml.starts_with(kComment)) {
+            RemoveThrough(xml, "-->", kComment.size());
+        } else {
+            return xml.starts_with(kDoctype);
+        }
+    }
+}
+
+}  // namespace
+
+extern "C" void xmlrpc_parse_call(xmlrpc_env* envP, const char* xmlData, std::size_t xmlDataLen,
+                                  const char** methodNameP, xmlrpc_value** paramArrayPP) {
+    static auto* const next = fence::NextFunction<decltype(xmlrpc_parse_call)>("xmlrpc_parse_call");
+    if (HasDoctype({xmlData, xmlDataLen})) {
+        xmlrpc_env_set_fault(envP, XMLRPC_PARSE_ERROR, "Document types are not supported");
+        return;
+    }
+    next(envP, xmlData, xmlDataLen, methodNameP, paramArrayPP);
+}

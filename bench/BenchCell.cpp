@@ -15,6 +15,7 @@
 #include "bench/CellOptions.h"
 #include "bench/FastMasters.h"
 #include "bench/LineBuffer.h"
+#include "bench/SharedTime.h"
 #include "simulator/ChildProcess.h"
 #include "simulator/FileDescriptor.h"
 #include "simulator/PreloadList.h"
@@ -85,7 +86,11 @@ int Run(const CellOptions& options) {
     const simulator::FileDescriptor signals(signalfd(-1, &blocked, SFD_CLOEXEC | SFD_NONBLOCK));
     simulator::ChildProcess child;
     simulator::Testbed testbed;
-    FastMasters masters(options.masters);
+    std::optional<SharedTime> finTime;
+    if (!options.finFile.empty()) {
+        finTime.emplace(options.finFile);
+    }
+    FastMasters masters(options.masters, finTime ? &*finTime : nullptr);
     CellCommands commands(masters, testbed);
     for (std::size_t number = 0; number < options.masters && !options.unplugged; ++number) {
         commands.Plug(number);

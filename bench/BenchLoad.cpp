@@ -7,6 +7,7 @@
 #include <deque>
 #include <exception>
 #include <limits>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -14,6 +15,7 @@
 #include "bench/LoadClient.h"
 #include "bench/LoadOptions.h"
 #include "bench/Percentile.h"
+#include "bench/SharedTime.h"
 #include "simulator/UsageError.h"
 
 namespace bench {
@@ -23,15 +25,16 @@ constexpr int kUsageStatus = 2;
 
 constexpr const char* kUsage =
     "bench-load --ports P[,P2] --connections C (--seconds S | --calls N)\n"
-    "           --method M --device TEXT [--int N] --expect TEXT\n";
+    "           --method M --device TEXT [--int N] --expect TEXT [--fin-file FILE]\n"
+    "--fin-file: a call lasts from the time in FILE, by bench-cell, to the last byte sent\n";
 
-std::deque<LoadClient> Connect(const LoadOptions& options) {
+std::deque<LoadClient> Connect(const LoadOptions& options, SharedTime* finTime) {
     const std::string request = BuildRequest(options);
     const ExpectedValue expected(options.expected);
     std::deque<LoadClient> clients;
     for (unsigned number = 0; number < options.connections; ++number) {
         const unsigned port = options.ports[number % options.ports.size()];
-        clients.emplace_back(LoadConnection(port, request), expected);
+        clients.emplace_back(LoadConnection(port, request), expected, finTime);
     }
     return clients;
 }
@@ -58,11 +61,13 @@ std::uint64_t Report(const std::deque<LoadClient>& clients) {
     std::vector<std::chrono::nanoseconds> latencies;
     auto start = LoadClient::Clock::time_point::max();
     auto end = LoadClient::Clock::time_point::min();
+    unsigned warmUpCalls = 0;
     std::uint64_t wrong = 0;
     for (const LoadClient& client : clients) {
         latencies.insert(latencies.end(), client.Latencies().begin(), client.Latencies().end());
         start = std::min(start, client.Start());
         end = std::max(end, client.End());
+        warmUpCalls += client.WarmUpCalls();
         wrong += client.Wrong();
     }
     std::sort(latencies.begin(), latencies.end());
@@ -72,18 +77,22 @@ std::uint64_t Report(const std::deque<LoadClient>& clients) {
         return latencies.empty() ? 0 : PercentileUs(latencies, percent);
     };
     std::printf(
-        "{\"warmUpCalls\": %zu, \"calls\": %zu, \"seconds\": %.6f, \"callsPerSecond\": %.1f, "
+        "{\"warmUpCalls\": %u, \"calls\": %zu, \"seconds\": %.6f, \"callsPerSecond\": %.1f, "
         "\"p50Us\": %.2f, \"p90Us\": %.2f, \"p99Us\": %.2f, \"p999Us\": %.2f, \"maxUs\": %.2f, "
         "\"wrong\": %llu}\n",
-        clients.size() * LoadClient::kWarmUpCalls, latencies.size(), seconds,
-        latencies.empty() ? 0 : calls / seconds, percentile(50), percentile(90), percentile(99),
-        percentile(99.9), percentile(100), static_cast<unsigned long long>(wrong));
+        warmUpCalls, latencies.size(), seconds, latencies.empty() ? 0 : calls / seconds,
+        percentile(50), percentile(90), percentile(99), percentile(99.9), percentile(100),
+        static_cast<unsigned long long>(wrong));
     return wrong;
 }
 
 int Run(const std::vector<std::string>& arguments) {
     const LoadOptions options = ParseLoadOptions(arguments);
-    std::deque<LoadClient> clients = Connect(options);
+    std::optional<SharedTime> finTime;
+    if (!options.finFile.empty()) {
+        finTime.emplace(options.finFile);
+    }
+    std::deque<LoadClient> clients = Connect(options, finTime ? &*finTime : nullptr);
     RunAll(clients, options);
     if (Report(clients) == 0) {
         return EXIT_SUCCESS;

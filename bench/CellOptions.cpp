@@ -15,6 +15,7 @@ counted from 0, is /dev/ttyACM<N> with the gripper "HVA SN:B<NN>". Exits with CO
   --rate HZ|full    process data lines a second of each master (default 100, 0 for none);
                     full: as fast as its tty takes them
   --unplugged       no master is plugged in at the start
+  --fin-file FILE   write there CLOCK_REALTIME in ns, 8 bytes, just before the FIN of a PDOUT
   --help            this text
 
 Commands on standard input, each answered by one line on standard error:
@@ -57,6 +58,8 @@ CellOptions ParseCellOptions(std::span<const std::string> arguments) {
             options.rate = ParseStreamRate(takeValue(option));
         } else if (option == "--unplugged") {
             options.unplugged = true;
+        } else if (option == "--fin-file") {
+            options.finFile = takeValue(option);
         } else if (option == "--help") {
             options.help = true;
         } else {

@@ -15,6 +15,7 @@ struct CellOptions {
     std::size_t masters = 1;
     StreamRate rate = 100;
     bool unplugged = false;  ///< no master is plugged in at the start
+    std::string finFile;     ///< where FastMaster leaves the time of FIN; empty for nowhere
     std::vector<std::string> command;
     bool help = false;
 };

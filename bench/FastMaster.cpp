@@ -11,6 +11,7 @@ namespace bench {
 namespace {
 
 constexpr std::string_view kStreamLine = "@PDIN=[9,c4,0,3]\n";
+constexpr std::string_view kCommandStart = "PDOUT=";
 constexpr std::size_t kUnsentLimit = 4096;
 
 constexpr auto RepeatStreamLine() {
@@ -25,8 +26,11 @@ constexpr auto kStreamText = RepeatStreamLine();
 
 }  // namespace
 
-FastMaster::FastMaster(unsigned masterNumber, std::uint64_t& lineCounter)
-    : knownAnswers(masterNumber), lineCount(lineCounter), port(simulator::PtyPort::Start::Raw) {
+FastMaster::FastMaster(unsigned masterNumber, std::uint64_t& lineCounter, SharedTime* ownFinTime)
+    : knownAnswers(masterNumber),
+      lineCount(lineCounter),
+      finTime(ownFinTime),
+      port(simulator::PtyPort::Start::Raw) {
     answers.reserve(2 * kUnsentLimit);
 }
 
@@ -35,11 +39,16 @@ void FastMaster::Receive() {
     if (count <= 0) {
         return;
     }
-    requests.Take(static_cast<std::size_t>(count), [this](std::string_view request) {
+    bool commanded = false;
+    requests.Take(static_cast<std::size_t>(count), [&](std::string_view request) {
         if (answers.size() < kUnsentLimit) {
             knownAnswers.Append(request, answers);
+            commanded = commanded || request.starts_with(kCommandStart);
         }
     });
+    if (commanded && finTime != nullptr) {
+        finTime->SetToNow();
+    }
     Flush();
 }
 

@@ -6,6 +6,7 @@
 
 #include "bench/FastAnswers.h"
 #include "bench/LineBuffer.h"
+#include "bench/SharedTime.h"
 #include "simulator/PtyPort.h"
 
 namespace bench {
@@ -20,8 +21,10 @@ public:
 
     /// @param masterNumber 0 to 99, for the serial number
     /// @param lineCounter counts up with every line of process data; outlives the master
+    /// @param ownFinTime gets the time just before the FIN of each PDOUT is written; outlives the
+    ///     master; null for none
     /// @throws std::system_error when there is no pty to be had
-    FastMaster(unsigned masterNumber, std::uint64_t& lineCounter);
+    FastMaster(unsigned masterNumber, std::uint64_t& lineCounter, SharedTime* ownFinTime = nullptr);
     FastMaster(const FastMaster&) = delete;
     FastMaster& operator=(const FastMaster&) = delete;
 
@@ -49,6 +52,7 @@ private:
 
     const FastAnswers knownAnswers;
     std::uint64_t& lineCount;
+    SharedTime* finTime;
     simulator::PtyPort port;
     LineBuffer requests;
     std::string answers;    // what is not sent yet

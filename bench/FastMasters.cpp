@@ -25,8 +25,9 @@ int Checked(int result, const char* what) {
 
 }  // namespace
 
-FastMasters::FastMasters(std::size_t count)
-    : places(count),
+FastMasters::FastMasters(std::size_t count, SharedTime* ownFinTime)
+    : finTime(ownFinTime),
+      places(count),
       epoll(Checked(epoll_create1(EPOLL_CLOEXEC), "epoll_create1")),
       timer(
           Checked(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK), "timerfd_create")) {
@@ -45,7 +46,7 @@ const std::string& FastMasters::Plug(std::size_t number) {
     if (place.master) {
         throw std::runtime_error("the master is plugged in already");
     }
-    place.master.emplace(static_cast<unsigned>(number), linesSent);
+    place.master.emplace(static_cast<unsigned>(number), linesSent, finTime);
     place.events = 0;
     Control(EPOLL_CTL_ADD, place.master->Descriptor(), place.events, kMasterMark | number);
     UpdateEvents(number);

@@ -24,8 +24,9 @@ using StreamRate = std::optional<unsigned>;
 class FastMasters {
 public:
     /// @param count how many there are, none of them plugged in; at most 100
+    /// @param ownFinTime as for FastMaster, of all masters
     /// @throws std::system_error
-    explicit FastMasters(std::size_t count);
+    explicit FastMasters(std::size_t count, SharedTime* ownFinTime = nullptr);
     FastMasters(const FastMasters&) = delete;
     FastMasters& operator=(const FastMasters&) = delete;
 
@@ -65,6 +66,7 @@ private:
     void Control(int operation, int descriptor, std::uint32_t events, std::uint64_t mark);
 
     std::uint64_t linesSent = 0;
+    SharedTime* finTime;
     std::vector<Place> places;
     simulator::FileDescriptor epoll;
     simulator::FileDescriptor timer;

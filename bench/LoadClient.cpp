@@ -10,18 +10,25 @@ namespace {
 /// Address space only, until it is used: a vector that moves while calls are timed shows in them.
 constexpr std::size_t kRoomForCalls = std::size_t{1} << 20;
 
+constexpr unsigned kMostWarmUpCalls = 100 * LoadClient::kWarmUpCalls;
+
 }  // namespace
 
-LoadClient::LoadClient(LoadConnection&& openConnection, const ExpectedValue& expectedValue)
-    : connection(std::move(openConnection)), expected(expectedValue) {
+LoadClient::LoadClient(LoadConnection&& openConnection, const ExpectedValue& expectedValue,
+                       SharedTime* ownFinTime)
+    : connection(std::move(openConnection)), expected(expectedValue), finTime(ownFinTime) {
+    if (finTime != nullptr) {
+        connection.NoteArrivals();
+    }
     latencies.reserve(kRoomForCalls);
 }
 
 void LoadClient::Run(std::latch& warmedUp, std::atomic<std::int64_t>& callsLeft,
                      Clock::duration time) {
     bool usable = true;
-    for (unsigned calls = 0; usable && calls < kWarmUpCalls; ++calls) {
+    while (usable && !IsWarm()) {
         usable = Call();
+        ++warmUpCalls;
     }
     warmedUp.arrive_and_wait();
 
@@ -32,9 +39,16 @@ void LoadClient::Run(std::latch& warmedUp, std::atomic<std::int64_t>& callsLeft,
         usable = Call();
         end = Clock::now();
         if (usable) {
-            latencies.push_back(end - called);
+            latencies.push_back(finTime == nullptr ? end - called : SinceFin());
         }
     }
+}
+
+/// The kernel begins to note arrivals a moment after it was told to.
+bool LoadClient::IsWarm() const {
+    const bool isReady =
+        finTime == nullptr || connection.Arrival() != SharedTime::Clock::time_point();
+    return warmUpCalls >= (isReady ? kWarmUpCalls : kMostWarmUpCalls);
 }
 
 /// @return whether the connection can be used further
@@ -49,6 +63,15 @@ bool LoadClient::Call() {
         NoteWrong(error.what());
         return false;
     }
+}
+
+std::chrono::nanoseconds LoadClient::SinceFin() {
+    const auto fin = finTime->Take();
+    if (!fin || connection.Arrival() < *fin) {
+        NoteWrong("no FIN before the answer");
+        return {};
+    }
+    return connection.Arrival() - *fin;
 }
 
 void LoadClient::NoteWrong(const std::string& reason) {

@@ -5,8 +5,11 @@
 #include <sys/socket.h>
 #include <sys/time.h>
 
+#include <array>
 #include <cerrno>
 #include <cstdint>
+#include <cstring>
+#include <ctime>
 #include <system_error>
 
 #include "bench/BadAnswer.h"
@@ -42,17 +45,44 @@ std::string_view LoadConnection::Call() {
     answer.Clear();
     bool complete = false;
     while (!complete) {
-        const auto room = answer.Room();
-        const ssize_t count = recv(socket.Get(), room.data(), room.size(), 0);
-        if (count == 0) {
-            throw BadAnswer("the server has closed the connection");
-        }
-        if (count < 0) {
-            ThrowSystemError("recv");
-        }
-        complete = answer.Take(static_cast<std::size_t>(count));
+        complete = answer.Take(Receive(answer.Room()));
     }
     return answer.Body();
+}
+
+void LoadConnection::NoteArrivals() {
+    const int on = 1;
+    if (setsockopt(socket.Get(), SOL_SOCKET, SO_TIMESTAMPNS, &on, sizeof on) != 0) {
+        ThrowSystemError("SO_TIMESTAMPNS");
+    }
+}
+
+/// @return the number of bytes
+std::size_t LoadConnection::Receive(std::span<char> room) {
+    iovec part{room.data(), room.size()};
+    alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(timespec))> control;
+    msghdr message{};
+    message.msg_iov = &part;
+    message.msg_iovlen = 1;
+    message.msg_control = control.data();
+    message.msg_controllen = control.size();
+    ssize_t count = 0;
+    do {
+        count = recvmsg(socket.Get(), &message, 0);
+    } while (count < 0 && errno == EINTR);  // SIGSTOP ends a wait that has a timeout
+    if (count == 0) {
+        throw BadAnswer("the server has closed the connection");
+    }
+    if (count < 0) {
+        ThrowSystemError("recvmsg");
+    }
+    if (const cmsghdr* const noted = CMSG_FIRSTHDR(&message)) {
+        timespec time{};
+        std::memcpy(&time, CMSG_DATA(noted), sizeof time);
+        arrival = std::chrono::system_clock::time_point(std::chrono::seconds(time.tv_sec) +
+                                                        std::chrono::nanoseconds(time.tv_nsec));
+    }
+    return static_cast<std::size_t>(count);
 }
 
 void LoadConnection::Send() {

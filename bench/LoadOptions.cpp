@@ -41,6 +41,8 @@ void ReadOption(LoadOptions& options, const std::string& option, const std::stri
         options.device = value;
     } else if (option == "--int") {
         options.number = ParseUnsigned(value, kLargestNumber);
+    } else if (option == "--fin-file") {
+        options.finFile = value;
     } else if (option == "--expect") {
         options.expected = value;
     } else {

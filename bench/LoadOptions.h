@@ -18,6 +18,7 @@ struct LoadOptions {
     std::string device;              ///< the first parameter
     std::optional<unsigned> number;  ///< the second parameter
     std::string expected;            ///< content of the one value of every answer
+    std::string finFile;             ///< as of bench-cell; empty to measure from the call on
 };
 
 /// @param arguments the command line without the program's name

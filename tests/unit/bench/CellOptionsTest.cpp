@@ -12,11 +12,12 @@ CellOptions ParseCell(const std::vector<std::string>& arguments) {
 }
 
 TEST(CellOptionsTest, ReadsAll) {
-    const CellOptions options =
-        ParseCell({"--masters", "64", "--rate", "full", "--unplugged", "--", "sleep", "--help"});
+    const CellOptions options = ParseCell({"--masters", "64", "--rate", "full", "--unplugged",
+                                           "--fin-file", "f", "--", "sleep", "--help"});
     EXPECT_EQ(options.masters, 64U);
     EXPECT_EQ(options.rate, std::nullopt);
     EXPECT_TRUE(options.unplugged);
+    EXPECT_EQ(options.finFile, "f");
     EXPECT_EQ(options.command, (std::vector<std::string>{"sleep", "--help"}));
     EXPECT_FALSE(options.help);
 }
@@ -26,6 +27,7 @@ TEST(CellOptionsTest, HasOneMasterByDefault) {
     EXPECT_EQ(options.masters, 1U);
     EXPECT_EQ(options.rate, 100U);
     EXPECT_FALSE(options.unplugged);
+    EXPECT_EQ(options.finFile, "");
 }
 
 TEST(CellOptionsTest, HelpNeedsNoCommand) {

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "tests/support/Allocations.h"
+#include "tests/unit/bench/EmptyFile.h"
 #include "tests/unit/bench/MasterTty.h"
 
 namespace bench {
@@ -61,7 +62,9 @@ protected:
     }
 
     std::uint64_t lineCount = 0;
-    FastMaster master{7, lineCount};
+    EmptyFile finFile;
+    SharedTime finTime{finFile.path};
+    FastMaster master{7, lineCount, &finTime};
     MasterTty tty{master.NodePath()};
 };
 
@@ -73,6 +76,17 @@ TEST_F(FastMasterTest, AnswersAllRequestsOfOneRead) {
     Request(",0]\n");
     EXPECT_EQ(tty.Read(kAnswer.size()), kAnswer);
     EXPECT_FALSE(master.WaitsForRoom());
+}
+
+TEST_F(FastMasterTest, LeavesTheTimeOfACommandsFin) {
+    Request("MODE?\nPDOUT?\n");
+    EXPECT_FALSE(finTime.Take()) << "requests of the daemon's own come between";
+    const auto before = SharedTime::Clock::now();
+    Request("PDOUT=[3,1]\nMODE?\n");
+    const auto time = finTime.Take();
+    ASSERT_TRUE(time);
+    EXPECT_GE(*time, before);
+    EXPECT_LE(*time, SharedTime::Clock::now());
 }
 
 TEST_F(FastMasterTest, StreamsAsManyLinesAsItIsTold) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/unit/bench/AnsweringServer.h"
+#include "tests/unit/bench/EmptyFile.h"
 
 namespace bench {
 namespace {
@@ -50,6 +51,20 @@ TEST(LoadClientTest, EndsWithItsTime) {
     EXPECT_GE(client.End() - client.Start(), kTime);
     EXPECT_LT(client.End() - client.Latencies().back() - client.Start(), kTime);
     EXPECT_EQ(client.Wrong(), 0U);
+}
+
+TEST(LoadClientTest, MeasuresFromTheMastersFin) {
+    const AnsweringServer server(std::vector(kManyCalls, HttpAnswerOf("0")));
+    const EmptyFile file;
+    SharedTime finTime(file.path);
+    LoadClient client(LoadConnection(server.Port(), "POST"), ExpectedValue("0"), &finTime);
+    const auto before = SharedTime::Clock::now();
+    finTime.SetToNow();
+    MakeCalls(client, 2);
+    EXPECT_GT(client.Latencies()[0], client.End() - client.Start()) << "the warm-up is later";
+    EXPECT_LT(client.Latencies()[0], SharedTime::Clock::now() - before);
+    EXPECT_EQ(client.Wrong(), 1U) << "the second call";
+    EXPECT_EQ(client.FirstWrong(), "no FIN before the answer");
 }
 
 TEST(LoadClientTest, WrongAnswerIsCountedAndKept) {

@@ -16,7 +16,7 @@ LoadOptions Parse(std::vector<std::string> added) {
 }
 
 TEST(LoadOptionsTest, ReadsAll) {
-    const LoadOptions options = Parse({"--calls", "7", "--int", "3"});
+    const LoadOptions options = Parse({"--calls", "7", "--int", "3", "--fin-file", "f"});
     EXPECT_EQ(options.ports, (std::vector<unsigned>{1, 2}));
     EXPECT_EQ(options.connections, 3U);
     EXPECT_EQ(options.calls, 7U);
@@ -25,6 +25,7 @@ TEST(LoadOptionsTest, ReadsAll) {
     EXPECT_EQ(options.device, "HVA SN:B00");
     EXPECT_EQ(options.number, 3U);
     EXPECT_EQ(options.expected, "25.0");
+    EXPECT_EQ(options.finFile, "f");
     EXPECT_EQ(Parse({"--seconds", "0.5"}).seconds, 0.5);
 }
 

@@ -1,10 +1,13 @@
 """The programs that the benchmarks measure with, each in a cell of fast masters."""
 
+import contextlib
 import json
 import os
 import pathlib
 import re
 import signal
+import socket
+import struct
 import subprocess
 import sys
 import tempfile
@@ -15,9 +18,19 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 PROGRAMS = pathlib.Path(os.environ.get("TAVRIK_BENCH_PROGRAMS", ROOT / "build/dev/bench"))
 
 sys.path.append(str(ROOT / "tests" / "integration"))
-from cell import PATIENCE, Output, wait_until  # noqa: E402
+import own_network  # noqa: E402
+from cell import PATIENCE, PORTS, Output, wait_until  # noqa: E402
 
 USAGE = 2
+DAEMON_PORT, PLAIN_PORT = PORTS[0], 44233
+WARM_UP_CALLS = 50  # of bench-load
+SO_TIMESTAMPNS = 35
+DATA_SEGMENTS = 152  # where they are in the kernel's tcp_info
+BODY = b"<methodCall><methodName>GetPos</methodName><params><param><value><string>HVA SN:B00" \
+       b"</string></value></param></params></methodCall>"
+REQUEST = b"POST /RPC2 HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Type: text/xml\r\n" \
+          b"Content-Length: %d\r\n\r\n%s" % (len(BODY), BODY)
+ANSWER = b"HTTP/1.1 200 OK\r\nContent-Length: 36\r\n\r\n<value><double>25.0</double></value>"
 
 
 class Cell:
@@ -77,6 +90,41 @@ def sleeps_on(pid):
                 return False
         time.sleep(0.01)
     return time.clock_gettime_ns(cpu_clock) == before
+
+
+def answers(port, count):
+    """The last of so many answers on a connection, and the segments with data that they took.
+
+    Nothing while the server does not listen.
+    """
+    try:
+        client = socket.create_connection(("127.0.0.1", port), PATIENCE)
+    except ConnectionRefusedError:
+        return None
+    with client:
+        for _ in range(count):
+            client.sendall(REQUEST)
+            answer = b""
+            while not answer.endswith(b"</methodResponse>\r\n"):
+                answer += client.recv(4096)
+        info = client.getsockopt(socket.IPPROTO_TCP, socket.TCP_INFO, 256)
+        return answer, struct.unpack_from("I", info, DATA_SEGMENTS)[0]
+
+
+@contextlib.contextmanager
+def timestamps():
+    """The kernel notes when segments arrive, which it begins a moment after it was told to."""
+    with socket.create_server(("127.0.0.1", 0)) as listener, \
+            socket.create_connection(listener.getsockname()) as client:
+        server, _ = listener.accept()
+        with server:
+            client.setsockopt(socket.SOL_SOCKET, SO_TIMESTAMPNS, 1)
+            wait_until(lambda: server.send(b" ") and client.recvmsg(1, 100)[1])
+            yield
+
+
+def without_date(answer):
+    return re.sub(rb"\r\nDate: [^\r]*", b"", answer)
 
 
 def ttys(count):
@@ -219,5 +267,91 @@ class PtyHandoverTest(unittest.TestCase):
             self.assertRegex(done.stderr, b"usage: ")
 
 
+class ServersTest(unittest.TestCase):
+    def start(self, *arguments, **options):
+        process = subprocess.Popen(arguments, **options)
+        self.addCleanup(process.wait)
+        self.addCleanup(process.kill)
+        return process
+
+    def daemon(self, *options):
+        cell = Cell(*options, "--", PROGRAMS / "nine-sends-daemon")
+        self.addCleanup(cell.__exit__)
+        cell.output.wait_for("TavrikDaemon started")
+        return cell
+
+    def test_plain_server_answers_like_the_daemon_with_one_send(self):
+        self.daemon()
+        self.start(PROGRAMS / "plain-server", str(PLAIN_PORT))
+        wait_until(lambda: answers(PLAIN_PORT, 1))
+        wait_until(lambda: without_date(answers(DAEMON_PORT, 1)[0])
+                   == without_date(answers(PLAIN_PORT, 1)[0]))
+        self.assertEqual(answers(PLAIN_PORT, 3)[1], 3)
+
+    def test_plain_server_waits_for_a_whole_request(self):
+        self.start(PROGRAMS / "plain-server", str(PLAIN_PORT))
+        wait_until(lambda: answers(PLAIN_PORT, 1))
+        with socket.create_connection(("127.0.0.1", PLAIN_PORT)) as client:
+            client.sendall(REQUEST[:-1])
+            client.settimeout(0.2)
+            self.assertRaises(TimeoutError, client.recv, 1)
+            client.sendall(REQUEST[-1:])
+            client.settimeout(PATIENCE)
+            self.assertEqual(client.recv(4096), answers(PLAIN_PORT, 1)[0])
+
+    def test_plain_server_needs_a_port(self):
+        for ports in (), ("0x",), ("70000",):
+            process = self.start(PROGRAMS / "plain-server", *ports, stderr=subprocess.PIPE)
+            self.assertIn(b"plain-server: error: ", process.communicate(timeout=PATIENCE)[1])
+            self.assertEqual(process.returncode, 1)
+
+    def test_nine_sends_daemon_sends_more_than_once(self):
+        self.daemon()
+        self.assertGreater(answers(DAEMON_PORT, 1)[1], 1)
+
+    def load(self, method, *options):
+        return [PROGRAMS / "bench-load", "--connections", "1", "--method", method,
+                "--device", "HVA SN:B00", *options]
+
+    def test_time_from_fin_is_part_of_a_call(self):
+        with tempfile.NamedTemporaryFile() as fin:
+            self.daemon("--fin-file", fin.name)
+            grip = self.load("Grip", "--ports", str(DAEMON_PORT), "--int", "1", "--expect", "0",
+                             "--calls", "200")
+            wait_until(lambda: subprocess.run(grip, stdout=subprocess.DEVNULL).returncode == 0)
+            call, from_fin = (json.loads(subprocess.run([*grip, *options], check=True,
+                                                        stdout=subprocess.PIPE).stdout)
+                              for options in ((), ("--fin-file", fin.name)))
+        self.assertGreater(from_fin["p50Us"], 0)
+        self.assertLess(from_fin["p50Us"], 2 * call["p50Us"])  # twice: the machine has other work
+
+    def test_time_from_fin_ends_when_the_last_byte_is_sent(self):
+        """Neither when the first byte is sent nor when the client runs again."""
+        pieces, pause, sleep = (ANSWER[:30], ANSWER[30:]), 0.2, 1.0
+        with tempfile.NamedTemporaryFile() as fin, \
+                socket.create_server(("127.0.0.1", 0)) as listener, \
+                timestamps():
+            load = self.start(*self.load("GetPos", "--ports", str(listener.getsockname()[1]),
+                                         "--expect", "25", "--calls", "1", "--fin-file", fin.name),
+                              stdout=subprocess.PIPE)
+            client, _ = listener.accept()
+            with client:
+                for _ in range(WARM_UP_CALLS):
+                    client.recv(4096)
+                    client.sendall(ANSWER)
+                client.recv(4096)
+                load.send_signal(signal.SIGSTOP)
+                os.pwrite(fin.fileno(), struct.pack("q", time.time_ns()), 0)
+                client.sendall(pieces[0])
+                time.sleep(pause)
+                client.sendall(pieces[1])
+                time.sleep(sleep)
+                load.send_signal(signal.SIGCONT)
+                result = json.loads(load.communicate(timeout=PATIENCE)[0])
+        self.assertGreaterEqual(result["p50Us"], pause * 1e6)
+        self.assertLess(result["p50Us"], (pause + sleep) * 1e6)
+
+
 if __name__ == "__main__":
+    own_network.enter()
     unittest.main()

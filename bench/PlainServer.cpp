@@ -1,0 +1,108 @@
+// plain-server PORT...: answers each request with the bytes of the daemon's answer to GetPos, and
+// does nothing else. A server with a thread for each connection cannot be cheaper.
+
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+#include <array>
+#include <cerrno>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <deque>
+#include <exception>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <system_error>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "simulator/FileDescriptor.h"
+#include "simulator/TextTools.h"
+
+namespace {
+
+using simulator::FileDescriptor;
+
+constexpr unsigned kLargestPort = 65535;
+constexpr std::string_view kRequestEnd = "</methodCall>";
+constexpr std::string_view kAnswer =
+    "HTTP/1.1 200 OK\r\n"
+    "Content-type: text/xml; charset=utf-8\r\n"
+    "Content-length: 149\r\n"
+    "Connection: Keep-Alive\r\n"
+    "Keep-Alive: timeout=15, max=4294967295\r\n"
+    "Date: Sun, 22 Nov 2026 06:15:59 UTC\r\n"
+    "Server: Xmlrpc-c_Abyss/1.33.14\r\n"
+    "\r\n"
+    "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n"
+    "<methodResponse>\r\n"
+    "<params>\r\n"
+    "<param><value><double>25</double></value></param>\r\n"
+    "</params>\r\n"
+    "</methodResponse>\r\n";
+
+/// @throws std::system_error when the port cannot be had
+FileDescriptor Listen(unsigned port) {
+    FileDescriptor listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const int on = 1;
+    setsockopt(listener.Get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(port));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    if (bind(listener.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
+        listen(listener.Get(), SOMAXCONN) != 0) {
+        throw std::system_error(errno, std::generic_category(), std::to_string(port));
+    }
+    return listener;
+}
+
+/// Until the client hangs up or its request is too long.
+void ServeClient(const FileDescriptor& client) {
+    std::array<char, 4096> request{};
+    std::size_t used = 0;
+    while (used < request.size()) {
+        const ssize_t count = recv(client.Get(), request.data() + used, request.size() - used, 0);
+        if (count <= 0) {
+            return;
+        }
+        used += static_cast<std::size_t>(count);
+        if (std::string_view(request.data(), used).ends_with(kRequestEnd)) {
+            send(client.Get(), kAnswer.data(), kAnswer.size(), MSG_NOSIGNAL);
+            used = 0;
+        }
+    }
+}
+
+void Serve(const FileDescriptor& listener) {
+    while (true) {
+        FileDescriptor client(accept4(listener.Get(), nullptr, nullptr, SOCK_CLOEXEC));
+        std::thread([client = std::move(client)] { ServeClient(client); }).detach();
+    }
+}
+
+}  // namespace
+
+/// Serves until a signal ends it.
+int main(int argc, char** argv) {
+    try {
+        if (argc == 1) {
+            throw std::invalid_argument("no PORT given");
+        }
+        std::deque<FileDescriptor> listeners;
+        for (const std::string& port : std::vector<std::string>(argv + 1, argv + argc)) {
+            listeners.push_back(Listen(simulator::ParseUnsigned(port, kLargestPort)));
+        }
+        std::deque<std::jthread> threads;
+        for (const FileDescriptor& listener : listeners) {
+            threads.emplace_back([&listener] { Serve(listener); });
+        }
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "plain-server: error: %s\n", error.what());
+    }
+    return EXIT_FAILURE;
+}

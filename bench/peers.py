@@ -12,13 +12,13 @@ NODE_PACKAGES = PROGRAMS / "peers" / "node_modules"  # not there where nothing c
 
 def peers(plan):
     load = get_pos(CONNECTIONS, plan.seconds)
-    yield compare(plan, python_peer(1), 1, "GetPos, 8 connections", PYTHON_IS, at_least(4), load)
+    yield compare(plan, python_peer(1), 1, "GetPos, 8 connections", PYTHON_IS, at_least(6.5), load)
     yield compare(plan, python_peer(1), 1, "The same, of the bare server", PYTHON_IS, None, load,
                   ours=BARE)
     yield compare(plan, python_peer(CONNECTIONS), CONNECTIONS,
                   "Grip, 8 connections, a gripper each", PYTHON_IS, at_least(1.3),
                   lambda server: server.load_grippers("Grip", plan.seconds))
-    yield compare(plan, python_peer(1), 1, "Grip, 1 connection", PYTHON_IS, None,
+    yield compare(plan, python_peer(1), 1, "Grip, 1 connection", PYTHON_IS, at_least(1.3),
                   lambda server: server.load("Grip", 1, plan.seconds))
     if NODE_PACKAGES.is_dir():
         yield compare(plan, NODE_PEER, 1, "GetPos, 8 connections", "Node server of constants", None,

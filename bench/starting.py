@@ -23,7 +23,7 @@ def starts(rounds, servers, masters):
 def starting(plan):
     alone, bare = starts(plan.starts, SERVERS, 0)
     attached, = starts(plan.starts // 3, SERVERS[:1], MASTERS)
-    yield Figure("Start without masters", "ms", alone, bare, "bare server", at_most(1.1))
+    yield Figure("Start without masters", "ms", alone, bare, "bare server", at_most(1.15))
     base = sorted(alone)[len(alone) // 2]
     yield Figure(f"Start, for each of {MASTERS} masters", "ms",
                  [(time - base) / MASTERS for time in attached], goal=at_most(1.5))

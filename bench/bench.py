@@ -35,9 +35,9 @@ import table  # noqa: E402
 from rounds import FULL, QUICK  # noqa: E402
 
 # In the order of the table.
-SUBJECTS = (calls.pinned_throughput, calls.cpu_of_get_pos, calls.latency_under_stream, calls.grips,
-            streams.full_speed, streams.busy_cell, idling.polls, idling.memory,
-            streams.memory_growth, starting.starting, plugging.plugging, peers.peers)
+SUBJECTS = (calls.two_processors, calls.one_processor, calls.latency_under_stream, calls.grips,
+            calls.grips_against_nine_sends, streams.full_speed, streams.busy_cell, idling.polls,
+            idling.memory, streams.memory_growth, starting.starting, plugging.plugging, peers.peers)
 
 
 def main():
@@ -76,7 +76,8 @@ def parse_options():
 
 
 def require_free_ports():
-    programs = servers.DAEMON, servers.BARE, servers.python_peer(0), servers.NODE_PEER
+    programs = (servers.DAEMON, servers.BARE, servers.PLAIN, servers.python_peer(0),
+                servers.NODE_PEER)
     taken = [port for program in programs for port in program.ports if servers.listens(port)]
     if taken:
         sys.exit(f"Ports {taken} are taken: does a daemon run in this network?")

@@ -1,39 +1,55 @@
-"""What a call costs: against the bare library, against a tty, while masters stream."""
+"""What a call costs: against the bare library, a plain server, a tty; while masters stream."""
 
+import tempfile
 import time
+from functools import partial
 
 from figures import Figure, at_least, at_most
 from processes import pinned_to_one
 from rounds import SETTLING, alternate, column, in_turn
-from servers import BARE, DAEMON, Server
+from servers import BARE, DAEMON, NINE_SENDS, PLAIN, Server
 from streams import MASTERS, RATE, Readers
 from world import PROGRAMS, Cell
 
 BARE_CALL = "bare server of the same library"
+PLAIN_CALL = "plain TCP server"
 BARE_AND_TTY = "bare call + pty hand-over"
+WITH_NINE_SENDS = "the same daemon, nine sends"
 CONNECTIONS = 8
-LEAST_RATIO = {1: 0.97, 8: 0.98}  # of pinned throughput, by connections
 
 
 def get_pos(connections, seconds):
     return lambda server: server.load("GetPos", connections, seconds)
 
 
-def pinned_throughput(plan):
+def two_processors(plan):
+    """Server and clients have a processor each, where there are two."""
+    with Server(BARE, masters=1) as bare, Server(PLAIN, masters=1) as plain, \
+            Server(DAEMON, masters=1) as daemon:
+        one, many = (in_turn(plan.rounds, get_pos(connections, plan.seconds), daemon, bare, plain)
+                     for connections in (1, CONNECTIONS))
+    throughput = "GetPos, two processors, connections: "
+    cpu = f"CPU of a GetPos, {CONNECTIONS} connections"
+    for name, unit, key, results, goal in (
+            (f"{throughput}1", "/s", "callsPerSecond", one, at_least(1.6)),
+            (f"{throughput}{CONNECTIONS}", "/s", "callsPerSecond", many, at_least(1.5)),
+            ("GetPos p50, 1 connection", "µs", "p50Us", one, at_most(0.65)),
+            (f"GetPos p99, {CONNECTIONS} connections", "µs", "p99Us", many, at_most(0.7)),
+            (cpu, "µs", "cpuUs", many, at_most(0.7))):
+        ours, limit, least = (column(result, key) for result in results)
+        yield Figure(name, unit, ours, limit, BARE_CALL, goal)
+        if unit == "/s" or name == cpu:
+            yield Figure(name, unit, ours, least, PLAIN_CALL)
+
+
+def one_processor(plan):
     """Servers, masters and clients on one processor, so that nothing but the work counts."""
     with pinned_to_one(), Server(BARE, masters=1) as bare, Server(DAEMON, masters=1) as daemon:
-        for connections, least in LEAST_RATIO.items():
+        for connections, least in ((1, 1.8), (CONNECTIONS, 1.5)):
             ours, limit = in_turn(plan.burst_rounds, get_pos(connections, plan.burst), daemon, bare)
             yield Figure(f"GetPos, one processor, best of the repeats, connections: {connections}",
                          "/s", column(ours, "callsPerSecond"), column(limit, "callsPerSecond"),
                          BARE_CALL, at_least(least), sum_up=max)
-
-
-def cpu_of_get_pos(plan):
-    with Server(BARE, masters=1) as bare, Server(DAEMON, masters=1) as daemon:
-        ours, limit = in_turn(plan.rounds, get_pos(CONNECTIONS, plan.seconds), daemon, bare)
-    yield Figure(f"CPU of a GetPos, {CONNECTIONS} connections", "µs",
-                 column(ours, "cpuUs"), column(limit, "cpuUs"), BARE_CALL, at_most(1.03))
 
 
 def latency_under_stream(plan):
@@ -64,7 +80,34 @@ def grips(plan):
     p50 = [a["p50Us"] + b["p50Us"] for a, b in zip(call, tty)]
     cpu = [a["cpuUs"] + b["cpuNsPerRound"] / 1000 for a, b in zip(call, tty)]
     yield Figure("Grip p50", "µs", column(ours, "p50Us"), p50, BARE_AND_TTY, at_most(1.10))
-    yield Figure("CPU of a Grip", "µs", column(ours, "cpuUs"), cpu, BARE_AND_TTY, at_most(1.25))
+    yield Figure("CPU of a Grip", "µs", column(ours, "cpuUs"), cpu, BARE_AND_TTY, at_most(1.15))
+
+
+def grips_against_nine_sends(plan):
+    """Both daemons have the same ports: each measurement starts its own."""
+    def grip(program):
+        with Server(program, masters=1) as server:
+            return server.load("Grip", 1, plan.seconds)
+
+    def grip_from_fin(program):
+        with tempfile.NamedTemporaryFile(prefix="bench-") as fin, \
+                Server(program, masters=1, fin_file=fin.name) as server:
+            return server.load("Grip", 1, plan.seconds, fin.name)
+
+    def compare(measure):
+        return alternate(plan.rounds, partial(measure, DAEMON), partial(measure, NINE_SENDS))
+
+    with pinned_to_one():
+        one_processor = compare(grip)
+    two_processors = compare(grip)
+    for name, unit, key, results, goal in (
+            ("Grip, one processor", "/s", "callsPerSecond", one_processor, at_least(1.3)),
+            ("Grip, FIN to the last byte sent", "µs", "p50Us", compare(grip_from_fin),
+             at_most(0.6)),
+            ("Grip, two processors", "/s", "callsPerSecond", two_processors, None),
+            ("Grip p50", "µs", "p50Us", two_processors, None)):
+        ours, limit = (column(result, key) for result in results)
+        yield Figure(name, unit, ours, limit, WITH_NINE_SENDS, goal)
 
 
 def handover(rounds):

@@ -13,10 +13,11 @@ PATIENCE = 60.0  # seconds until a load that should have ended hangs
 CALLS = {"GetPos": ("--expect", POSITION), "Grip": ("--int", "1", "--expect", "0")}
 
 
-def command(ports, method, gripper, connections, seconds):
+def command(ports, method, gripper, connections, seconds, fin_file=None):
     return [*MORTAL, PROGRAMS / "bench-load", "--ports", ",".join(map(str, ports)),
             "--connections", str(connections), "--seconds", str(seconds),
-            "--method", method, "--device", device(gripper), *CALLS[method]]
+            "--method", method, "--device", device(gripper), *CALLS[method],
+            *(["--fin-file", fin_file] if fin_file else [])]
 
 
 def results_of(*commands):

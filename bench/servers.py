@@ -21,6 +21,9 @@ class Program(NamedTuple):
 
 DAEMON = Program((BUILD / "daemon" / "TavrikDaemon",), PORTS, True)
 BARE = Program((PROGRAMS / "bare-server", "44231", "44232"), (44231, 44232), False)
+PLAIN = Program((PROGRAMS / "plain-server", "44233", "44234"), (44233, 44234), False)
+# The daemon without its one send for each answer; on the same ports.
+NINE_SENDS = Program((PROGRAMS / "nine-sends-daemon",), PORTS, True)
 NODE_PEER = Program(("node", PROGRAMS / "peers" / "node_server.js", "44251"), (44251,), False)
 
 
@@ -45,19 +48,20 @@ class Server(Cell):
         wait_until(lambda: self.has_ended() or all(map(listens, self.program.ports)), pause=0.005)
         if self.has_ended():
             raise AssertionError(f"{self.program.command} does not start: {self.errors.since(0)}")
-        if self.program is DAEMON:
+        if self.program in (DAEMON, NINE_SENDS):
             self.wait_for(OPERATES, count=self.plugged)
         if self.program.has_masters and self.plugged:
             self.settle()
 
-    def load(self, method, connections, seconds):
+    def load(self, method, connections, seconds, fin_file=None):
         """Calls for gripper 0 on so many connections, spread over the ports.
 
-        Returns what bench-load tells and "cpuUs", the server's processor time for a call.
+        Returns what bench-load tells and "cpuUs", the server's processor time for a call. With the
+        fin_file of its masters, latencies are those from FIN to the last byte of the answer sent.
         """
         before = self.cpu_seconds()
         result, = loads.results_of(
-            loads.command(self.program.ports, method, 0, connections, seconds))
+            loads.command(self.program.ports, method, 0, connections, seconds, fin_file))
         calls = result["warmUpCalls"] + result["calls"]
         result["cpuUs"] = (self.cpu_seconds() - before) / calls * 1e6
         journal.append({"server": str(self.program.command[0]), "masters": self.plugged,

@@ -32,11 +32,12 @@ def ttys(count):
 class Cell:
     """bench-cell with a command in it, whose output goes to a file. Ends with its `with` block."""
 
-    def __init__(self, *command, masters=0, unplugged=False):
+    def __init__(self, *command, masters=0, unplugged=False, fin_file=None):
         self.pid = None  # of the command
         self.plugged = 0 if unplugged else masters
         self.output = tempfile.NamedTemporaryFile(prefix="bench-")
-        options = ["--masters", str(masters), "--rate", "0", *["--unplugged"] * unplugged]
+        options = ["--masters", str(masters), "--rate", "0", *["--unplugged"] * unplugged,
+                   *(["--fin-file", fin_file] if fin_file else [])]
         # A session of its own: Ctrl-C is for the driver, which then ends everything in order.
         self.process = subprocess.Popen(
             [*processes.MORTAL, PROGRAMS / "bench-cell", *options, "--", *command],

@@ -25,7 +25,8 @@ namespace {
 constexpr const char* kExitStatuses =
     R"(Exit status:
   0    done
-  1    the gripper's master has refused with an error code of its own
+  1    the gripper's master has refused with an error code of its own, or
+       a setting has another value than was set
   2    the command line is not understood
   3    no such gripper any more, or its model cannot do it
   4    the daemon cannot be reached, or has not answered in time

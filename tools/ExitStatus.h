@@ -5,7 +5,8 @@ namespace tavrikctl {
 /// Exit statuses of tavrikctl. 3, 5, 12 and 21 are the daemon's status codes.
 enum class ExitStatus {
     Done = 0,
-    Refused = 1,         ///< any other status: an error code of the gripper's master
+    Refused = 1,         ///< any other status: an error code of the gripper's master; or a setting
+                         ///< has another value than was set
     Usage = 2,           ///< the command line is not understood
     NotPossible = 3,     ///< no such gripper, or its model cannot do it
     NoDaemon = 4,        ///< the daemon cannot be reached, or has not answered in time

@@ -357,8 +357,61 @@ class SettingTest(CtlTestCase):
                 self.assertEqual(self.ctl("get", "release-limit", "TLM"),
                                  f"{TLM}: release-limit of set 0 is {told}\n")
 
+    def test_a_value_that_the_gripper_does_not_have_afterwards_is_a_failure(self):
+        for getter, setter, answer, arguments, text in (
+                ("GetForce", "SetForce", "<int>50</int>", ("force", 60, "--set", 1),
+                 "force of set 1 to 60: the gripper reports 50"),
+                ("GetNoPartLimit", "SetNoPartLimit", "<double>-1.99</double>",
+                 ("no-part-limit", "-2"),
+                 "no-part-limit of set 0 to -2.00: the gripper reports -1.99"),
+                ("GetReferenceDirection", "SetReferenceDirection", "<boolean>1</boolean>",
+                 ("reference-direction", "off"),
+                 "reference-direction to off: the gripper reports on"),
+                ("GetLEDColor", "SetLEDColor", "<int>0</int>", ("led-color", 3, "--led", 2),
+                 "led-color of LED 2 to 3: the gripper reports 0, or cannot be read")):
+            answers = {"GetGrippers": GRIPPER, setter: "<int>0</int>", getter: answer}
+            with self.subTest(setter=setter), http_server(200, answers) as port:
+                self.expect_failure(REFUSED, f"X: failed to set {text}\n", "set", *arguments,
+                                    "--port", port)
+        answers[getter] = "<string>3</string>"
+        with http_server(200, answers) as port:
+            self.expect_failure(BAD_ANSWER, "failed to confirm led-color of LED 2: GetLEDColor: "
+                                "the answer has an unexpected type", "set", *arguments,
+                                "--port", port)
+
+    def set_limit(self, *replies):
+        """Sets a limit to 7.25, while each request for it gets one of the replies from the master."""
+        mark = self.cell.log.mark()
+        with self.condition("mute 0 on PARAM[96][1]", "mute 0 off PARAM[96][1]"):
+            with ctl.Running("set", "no-part-limit", 7.25, "HVA") as process:
+                for count, reply in enumerate(replies, 1):
+                    self.cell.log.wait_for(r"New command PARAM\[96\]\[1\]", mark, count)
+                    self.cell.command(rf"send 0 {reply}\n")
+                status = process.wait_for_end()
+        return status, process.output.lines + process.errors.lines
+
+    def test_a_refused_value_is_noticed_although_its_status_is_0(self):
+        self.assertEqual(
+            self.set_limit("FIN PARAM[96][1]",  # late, of a reading before
+                           "ERR PARAM[96][1] 44", "PARAM[96][1]=[0,c8]"),
+            (REFUSED, [f"tavrikctl: {HVA}: failed to set no-part-limit of set 0 to 7.25: "
+                       "the gripper reports 2.00"]))
+
+    def test_late_replies_do_not_deny_a_value(self):
+        self.assertEqual(
+            self.set_limit("FIN PARAM[96][1]",  # late, of a reading before
+                           "FIN PARAM[96][1]", "PARAM[96][1]=[2,d5]"),
+            (0, [f"{HVA}: no-part-limit of set 0 set to 7.25"]))
+
+    def test_a_value_that_cannot_be_read_back_is_not_confirmed(self):
+        status, lines = self.set_limit("FIN PARAM[96][1]")
+        self.assertEqual((status, lines), (NO_ANSWER, [
+            f"tavrikctl: failed to confirm no-part-limit of set 0: {HVA}: "
+            "its master has not answered within 1 s"]))
+
     def test_the_led_preset_is_set_and_the_checksum_read(self):
-        self.ctl("set", "led-preset", 5, "MZD")
+        self.assertEqual(self.ctl("set", "led-preset", 5, "MZD"),
+                         f"{MZD}: led-preset set to 5, not confirmed: it cannot be read\n")
         self.assertEqual(self.cell.show(1)["leds"]["preset"], 5)
         self.expect_failure(USAGE, "led-preset cannot be read", "get", "led-preset", "MZD")
         checksum = int.from_bytes(bytes(self.parameter(2, 3, 4)), "little", signed=True)

@@ -1,9 +1,20 @@
 #include "tools/commands/SetCommand.h"
 
+#include <chrono>
+#include <nlohmann/json.hpp>
+#include <thread>
+
 #include "tools/Failure.h"
 #include "tools/StatusText.h"
 
 namespace tavrikctl {
+
+namespace {
+
+/// Within this time, replies to requests of the past have come.
+constexpr std::chrono::milliseconds kLateReplies(100);
+
+}  // namespace
 
 SetCommand::SetCommand(CLI::App& program)
     : SettingCommand(program, "set", "Change a setting of the gripper") {
@@ -24,8 +35,38 @@ ExitStatus SetCommand::Run(Daemon& daemon, Printer& printer) {
     if (status != 0) {
         throw Failure(ExitStatusOf(status), gripper.StatusText(status));
     }
-    printer.Line(Title(setting, gripper) + " set to " + SettingText(setting, value));
+    const std::string text = SettingText(setting, value);
+    const bool isReadable = !setting.getter.empty();
+    if (isReadable) {
+        Confirm(setting, gripper, text);
+    }
+    printer.Line(Title(setting, gripper) + " set to " + text +
+                 (isReadable ? "" : ", not confirmed: it cannot be read"));
     return ExitStatus::Done;
+}
+
+void SetCommand::Confirm(const Setting& setting, const Gripper& gripper,
+                         const std::string& text) const {
+    const auto read = [&] {
+        try {
+            return Read(setting, gripper);
+        } catch (const Failure& failure) {
+            throw Failure(failure.Status(),
+                          "failed to confirm " + NameOf(setting) + ": " + failure.what());
+        }
+    };
+    auto reported = read();
+    if (ValueText(setting, reported) != text) {
+        // A late reply to the setter ends a reading as well, which then answers the value before.
+        std::this_thread::sleep_for(kLateReplies);
+        reported = read();
+    }
+    if (ValueText(setting, reported) != text) {
+        throw Failure(ExitStatus::Refused, gripper.Name() + ": failed to set " + NameOf(setting) +
+                                               " to " + text + ": the gripper reports " +
+                                               ValueText(setting, reported) +
+                                               (IsCertain(reported) ? "" : ", or cannot be read"));
+    }
 }
 
 }  // namespace tavrikctl

@@ -1,6 +1,10 @@
 #include "tools/commands/SettingCommand.h"
 
+#include <nlohmann/json.hpp>
+
 #include "tools/Failure.h"
+#include "tools/JsonValue.h"
+#include "tools/ProcessData.h"
 
 namespace tavrikctl {
 
@@ -17,6 +21,19 @@ std::string NumberOption(Place place) {
             return "--led";
         default:
             return "";
+    }
+}
+
+xmlrpc_c::value::type_t AnswerType(Setting::Kind kind) {
+    switch (kind) {
+        case Setting::Kind::Limit:
+            return xmlrpc_c::value::TYPE_DOUBLE;
+        case Setting::Kind::Flag:
+            return xmlrpc_c::value::TYPE_BOOLEAN;
+        case Setting::Kind::Checksum:
+            return xmlrpc_c::value::TYPE_I8;
+        default:
+            return xmlrpc_c::value::TYPE_INT;
     }
 }
 
@@ -76,14 +93,42 @@ xmlrpc_c::carray SettingCommand::Numbers(const Setting& setting) const {
     }
 }
 
-std::string SettingCommand::Title(const Setting& setting, const Gripper& gripper) const {
-    std::string title = gripper.Name() + ": " + std::string(setting.name);
+std::string SettingCommand::NameOf(const Setting& setting) const {
+    std::string name(setting.name);
     if (setting.place == Place::Set) {
-        title += " of set " + std::to_string(set);
+        name += " of set " + std::to_string(set);
     } else if (setting.place == Place::Led) {
-        title += " of LED " + std::to_string(led);
+        name += " of LED " + std::to_string(led);
     }
-    return title;
+    return name;
+}
+
+std::string SettingCommand::Title(const Setting& setting, const Gripper& gripper) const {
+    return gripper.Name() + ": " + NameOf(setting);
+}
+
+nlohmann::ordered_json SettingCommand::Read(const Setting& setting, const Gripper& gripper) const {
+    const std::string getter(setting.getter);
+    const auto answer = gripper.ReadSetting(getter, Numbers(setting));
+    if (answer.type() != AnswerType(setting.kind)) {
+        throw Failure(ExitStatus::BadAnswer, getter + ": the answer has an unexpected type");
+    }
+    return ToJson(answer);
+}
+
+std::string SettingCommand::ValueText(const Setting& setting, const nlohmann::ordered_json& value) {
+    switch (setting.kind) {
+        case Setting::Kind::Limit:
+            return HundredthsText(value.get<double>());
+        case Setting::Kind::Flag:
+            return OnOffText(value.get<bool>());
+        default:
+            return value.dump();
+    }
+}
+
+bool SettingCommand::IsCertain(const nlohmann::ordered_json& value) {
+    return value != 0 && value != false;
 }
 
 }  // namespace tavrikctl

@@ -244,8 +244,18 @@ class MotionTest(CtlTestCase):
                             "grip")
         self.expect_failure(NO_GRIPPER, "no gripper is called 'XYZ'; there are", "grip", "XYZ")
         self.expect_failure(NO_GRIPPER, "several grippers fit", "grip", "sn:")
-        for command in (("grip", ""), ("set", "force", 9, ""), ("call", "Grip", "", 0)):
-            self.expect_failure(USAGE, "GRIPPER: is empty", *command)
+
+    def test_an_empty_name_never_reaches_the_daemon(self):
+        """The daemon would take it for a gripper whose name it does not know yet."""
+        mark = self.cell.log.mark()
+        calls = json.dumps([{"methodName": "GetVersion", "params": []},
+                            {"methodName": "Grip", "params": ["", 0]}])
+        for command in (("grip", ""), ("home", ""), ("get", "force", ""), ("set", "force", 9, ""),
+                        ("watch", ""), ("grip", "", "--exact"), ("call", "Grip", "", 0),
+                        ("call", "Grip", "", 0, "--exact"), ("call", "system.multicall", calls)):
+            with self.subTest(command=command):
+                self.expect_failure(USAGE, "GRIPPER: is empty", *command)
+        self.assertEqual(self.cell.log.matching("Device '' not found", since=mark), [])
 
     def test_a_part_is_not_exact(self):
         for command in (("grip", "MZD"), ("get", "force", "MZD"), ("set", "force", 9, "MZD"),

@@ -15,6 +15,7 @@ namespace tavrikctl {
 namespace {
 
 constexpr char kGripperLetter = 'g';
+constexpr char kArrayLetter = 'a';
 constexpr const char* kNoGripper = "---";  // what the daemon takes for no gripper at all
 
 /// The methods that there are, for the help text: two columns.
@@ -29,6 +30,27 @@ std::string MethodList() {
         left = !left;
     }
     return text;
+}
+
+/// Refuses an empty device string: the daemon takes it for a gripper whose name it does not know
+/// yet, so that a variable that is not set would move one.
+void RefuseEmptyGripper(bool isEmpty) {
+    if (isEmpty) {
+        throw Failure(ExitStatus::Usage, "GRIPPER: is empty");
+    }
+}
+
+/// The same for the calls in the array of system.multicall.
+void RefuseEmptyGrippers(const std::string& calls) {
+    for (const auto& call : nlohmann::json::parse(calls, nullptr, false)) {
+        if (!call.is_object() || !call.contains("methodName") || !call["methodName"].is_string()) {
+            continue;
+        }
+        const Method* const method = FindMethod(call["methodName"].get<std::string>());
+        const auto parameters = call.value("params", nlohmann::json());
+        RefuseEmptyGripper(method != nullptr && method->parameters.starts_with(kGripperLetter) &&
+                           parameters.is_array() && !parameters.empty() && parameters[0] == "");
+    }
 }
 
 }  // namespace
@@ -87,12 +109,13 @@ xmlrpc_c::paramList CallCommand::Parameters(const Method& method, Daemon& daemon
     xmlrpc_c::paramList parameters;
     for (std::size_t i = 0; i < arguments.size(); ++i) {
         const char letter = method.parameters[i];
+        RefuseEmptyGripper(letter == kGripperLetter && arguments[i].empty());
         const bool isName = letter == kGripperLetter && !exact && arguments[i] != kNoGripper;
-        if (isName && arguments[i].empty()) {
-            throw Failure(ExitStatus::Usage, "GRIPPER: is empty");
-        }
         parameters.add(
             ParseArgument(letter, isName ? daemon.FindGripper(arguments[i]) : arguments[i]));
+        if (letter == kArrayLetter) {
+            RefuseEmptyGrippers(arguments[i]);
+        }
     }
     return parameters;
 }

@@ -98,7 +98,11 @@ private:
 
 class Gripper {
 public:
-    Gripper(Daemon& itsDaemon, const std::string& itsName) : daemon(itsDaemon), name(itsName) {}
+    Gripper(Daemon& itsDaemon, const std::string& itsName) : daemon(itsDaemon), name(itsName) {
+        if (name.empty()) {  // the daemon may take it for a gripper whose name it does not know yet
+            throw std::runtime_error("the name of the gripper is empty");
+        }
+    }
 
     void Home() { Command("Home", Parameters()); }
     void Grip() { Command("Grip", Parameters().add(xmlrpc_c::value_int(kSet))); }

@@ -57,6 +57,9 @@ async function call(method, ...parameters) {
 
 class Gripper {
     constructor(device) {
+        if (!device) {  // the daemon may take it for a gripper whose name it does not know yet
+            throw new Error("the name of the gripper is empty");
+        }
         this.device = device;
     }
 

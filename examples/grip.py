@@ -45,6 +45,8 @@ class Transport(xmlrpc.client.Transport):
 
 class Gripper:
     def __init__(self, daemon, name):
+        if not name:  # the daemon may take it for a gripper whose name it does not know yet
+            raise Failure("the name of the gripper is empty")
         self.daemon = daemon
         self.name = name
 

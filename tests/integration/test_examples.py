@@ -170,7 +170,14 @@ class GripTest(ExamplesTestCase):
     def test_more_than_one_gripper(self):
         *runs, script = self.start([""] * COUNT)
         self.expect(1, rf'{URL}: name one of these grippers:.*H&A <\\?"> SN:100001.*\n', runs)
-        self.expect(1, ": status 3: no such gripper, .*\n", [script])
+        self.expect(1, ": the name of the gripper is empty\n", [script])
+
+    def test_an_empty_name_does_not_reach_the_daemon(self):
+        """Not even if a server calls its only gripper so: it answers nothing but its list."""
+        grippers = "<array><data><value><string></string></value></data></array>"
+        with http_server(200, {"GetGrippers": grippers}) as port:
+            self.expect(1, ".*: the name of the gripper is empty\n",
+                        self.start([""] * COUNT, f"http://127.0.0.1:{port}/RPC2"))
 
     # These come last in the alphabet, when the examples that prepare() has started are through.
 

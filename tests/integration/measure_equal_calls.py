@@ -42,13 +42,16 @@ class RawClient:
     def send(self):
         self.socket.sendall(self.request)
 
-    def status(self):
-        """The int that the call sent last has answered."""
+    def answer(self):
+        """What the call sent last has answered, a number, as text."""
         length = 0
         while line := self.answers.readline().strip():
             if line.lower().startswith(b"content-length:"):
                 length = int(line.split(b":")[1])
-        return int(re.search(rb"<(?:i4|int)>(-?\d+)<", self.answers.read(length))[1])
+        return re.search(rb"<(?:i4|int|double)>([^<]+)<", self.answers.read(length))[1].decode()
+
+    def status(self):
+        return int(self.answer())
 
     def close(self):
         self.answers.close()

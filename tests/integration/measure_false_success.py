@@ -1,0 +1,165 @@
+#!/usr/bin/env python3
+"""How often a refused request answers 0 because the FIN of the request before it, which has the
+same key, comes late: a reply ends the oldest request with its key.
+
+Usage: measure_false_success.py [TRIES]: so many for each row (default 300).
+
+One client, one gripper. Each try reads a setting and sets another value, which the master refuses
+with 4; or it grips and then releases, which the master refuses with 44. "FIN" is how many ms the
+FIN of the first call comes after its data line, "pause" how many ms the client waits between both
+calls. "Found" are the settings whose false 0 was found by reading them back.
+"""
+
+import collections
+import re
+import sys
+import time
+
+import own_network
+from cell import PORTS, Cell
+from measure_equal_calls import RawClient
+
+GRIPPER = "HVA SN:100001"
+WHOLE = 0  # bytes of a piece: answers are not cut
+
+
+class Measurement:
+    """The tries of one row, in a cell of their own."""
+
+    def __init__(self, late, pause, tries):
+        self.late = late  # ms, like the pause
+        self.pause = pause
+        self.tries = tries
+        self.statuses = collections.Counter()
+        self.found = "-"
+        self.cell = Cell("--gripper", "HVA", "--pdin-hz", "0")
+        try:
+            self.cell.wait_until_serving()
+            self.cell.wait_until_operating(1)
+            self.prepare()
+            for _ in range(tries):
+                self.try_once()
+            self.cell.close_clients()
+        finally:
+            self.cell.end_by_force()
+
+    @staticmethod
+    def client(method, *numbers):
+        types = {int: "i4", float: "double"}
+        return RawClient(PORTS[0], method, f"<string>{GRIPPER}</string>",
+                         *(f"<{types[type(number)]}>{number}</{types[type(number)]}>"
+                           for number in numbers))
+
+    def sleep(self):
+        """The client's pause; without one, it does not even ask for the time."""
+        if self.pause:
+            time.sleep(self.pause / 1000)
+
+    def row(self):
+        others = self.tries - self.statuses[0] - self.statuses[self.CODE]
+        return (f"{self.NAME:30} {self.late:3} {self.pause:5} {self.tries:6} {self.statuses[0]:9} "
+                f"{self.statuses[self.CODE]:8} {others:7} {self.found:>6}")
+
+
+class Limit(Measurement):
+    """The parameter has one byte too many for what is set; the simulator cuts its answer behind the
+    data line."""
+
+    NAME = "GetNoPartLimit, SetNoPartLimit"
+    CODE = 4
+    PARAMETER = "96 1 0,c8,0"
+    ANSWER = "ACK PARAM[96][1]\nPARAM[96][1]=[0,c8,0]\n"
+    METHODS = ("GetNoPartLimit", "SetNoPartLimit")
+    VALUE = 7.25
+
+    def prepare(self):
+        self.found = 0
+        self.cell.command(f"param 0 {self.PARAMETER}")
+        self.cell.command(f"split 0 {len(self.ANSWER) if self.late else WHOLE}")
+        self.getter, self.setter = (self.client(method, *numbers) for method, numbers in
+                                    zip(self.METHODS, ((0,), (0, self.VALUE))))
+
+    def try_once(self):
+        self.getter.send()
+        self.getter.answer()
+        self.sleep()
+        self.setter.send()
+        status = self.setter.status()
+        self.statuses[status] += 1
+        self.settle()
+        self.getter.send()
+        value = float(self.getter.answer())
+        self.found += status == 0 and value != self.VALUE
+        self.settle()
+
+    def settle(self):
+        """Returns when no late reply is under way: the master answers requests in turn."""
+        self.cell.call("GetOverrideGrip", GRIPPER)
+
+
+class Force(Limit):
+    """The same with methods that ask for the model, which is a request with another key."""
+
+    NAME = "GetForce, SetForce"
+    PARAMETER = "96 3 0,32"
+    ANSWER = "ACK PARAM[96][3]\nPARAM[96][3]=[0,32]\n"
+    METHODS = ("GetForce", "SetForce")
+    VALUE = 60
+
+
+class Motion(Measurement):
+    """The master's part is sent by hand, so that its FIN comes as late as wanted."""
+
+    NAME = "Grip, Release"
+    CODE = 44
+    KEY, VALUE = "PDOUT", "[3,0]"
+    CALLS = (("Grip", 0), ("Release", 0))
+
+    def prepare(self):
+        self.cell.command(f"mute 0 on {self.KEY}")
+        self.first, self.second = (self.client(*call) for call in self.CALLS)
+
+    def try_once(self):
+        mark = self.cell.log.mark()
+        data, end = rf"ACK {self.KEY}\n{self.KEY}={self.VALUE}\n", rf"FIN {self.KEY}\n"
+        request = f"New command {re.escape(self.KEY)}"
+        self.first.send()
+        self.cell.log.wait_for(request, since=mark)
+        if self.late:
+            self.type(f"send 0 {data}", f"wait {self.late}", f"send 0 {end}")
+        else:
+            self.type(f"send 0 {data}{end}")
+        self.first.answer()
+        self.sleep()
+        self.second.send()
+        self.cell.log.wait_for(request, since=mark, count=2)
+        # Behind the FIN, because a master does one thing after the other.
+        self.type(f"wait {self.late + 2}", rf"send 0 ERR {self.KEY} {self.CODE}\n")
+        self.statuses[self.second.status()] += 1
+        self.cell.log.wait_for("ERR:", since=mark)
+
+    def type(self, *lines):
+        self.cell.process.stdin.write("".join(line + "\n" for line in lines).encode())
+        self.cell.process.stdin.flush()
+
+
+class LimitByHand(Motion):
+    NAME = Limit.NAME
+    CODE = Limit.CODE
+    KEY, VALUE = "PARAM[96][1]", "[0,c8]"
+    CALLS = (("GetNoPartLimit", 0), ("SetNoPartLimit", 0, Limit.VALUE))
+
+
+ROWS = ((Limit, 0, 0), (Limit, 1, 0), (Limit, 1, 2), (LimitByHand, 4, 0), (Force, 1, 0),
+        (Motion, 0, 0), (Motion, 4, 0), (Motion, 4, 8))
+
+
+def main(tries=300):
+    own_network.enter()
+    print("calls                          FIN pause  tries  answer 0  refused  others  found")
+    for kind, late, pause in ROWS:
+        print(kind(late, pause, tries).row(), flush=True)
+
+
+if __name__ == "__main__":
+    main(*map(int, sys.argv[1:]))

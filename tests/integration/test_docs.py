@@ -5,15 +5,17 @@ import doctest
 import os
 import pathlib
 import re
+import socket
 import subprocess
 import tempfile
 import textwrap
 import unittest
+import xmlrpc.client
 
 import ctl
 import test_examples
 import test_package
-from cell import PATIENCE, wait_until
+from cell import PATIENCE, PORTS, SLOWNESS, wait_until
 from cell_test_case import CellTestCase, main
 from methods import METHODS
 from test_tavrikctl_doctor import DoctorTestCase
@@ -129,6 +131,93 @@ class MethodsPageTest(PageTestCase):
                 if method.parameters:
                     self.assertRegex(facts["Failure"], f"^{str(method.fallback).lower()}\\b")
                     self.assertEqual(facts["Models"], models[method.check])
+
+
+class RefusedRequestsTest(CellTestCase):
+    """docs/methods.md: each row of the table of refused requests is sent and gets its answer."""
+
+    BODY = xmlrpc.client.dumps((), "GetVersion").encode()
+    LENGTH = f"Content-Length: {len(BODY)}"
+    HOST = "Host: 127.0.0.1"
+    POST = "POST /RPC2 HTTP/1.1"
+
+    @staticmethod
+    def request(line, *headers, body=BODY):
+        return "\r\n".join((line, *headers, "", "")).encode() + body
+
+    @classmethod
+    def requests(cls):
+        """What the first column says, as bytes."""
+        post = cls.POST
+        good = cls.request(post, cls.HOST, cls.LENGTH)
+        return {
+            "A header line without a blank after the colon":
+                [cls.request(post, cls.HOST, cls.LENGTH.replace(" ", "")),
+                 cls.request(post, cls.HOST.replace(" ", ""), cls.LENGTH)],
+            "A header line with a blank before the colon":
+                [cls.request(post, cls.LENGTH.replace(":", " :"))],
+            "A blank after the number of `Content-Length`": [cls.request(post, cls.LENGTH + " ")],
+            "No `Content-Length`": [cls.request(post, cls.HOST)],
+            "A chunked body":
+                [cls.request(post, cls.HOST, "Transfer-Encoding: chunked",
+                             body=b"%x\r\n%s\r\n0\r\n\r\n" % (len(cls.BODY), cls.BODY))],
+            "A `Content-Length` that is too large":
+                [cls.request(post, f"Content-Length: {len(cls.BODY) + 1}")],
+            "A `Content-Length` that is too small":
+                [cls.request(post, f"Content-Length: {len(cls.BODY) - 5}")],
+            "A header line of more than 4 KiB":
+                [cls.request(post, "X: " + 5000 * "y", cls.LENGTH)],
+            "A body of more than 512 KiB":
+                [cls.request(post, f"Content-Length: {512 * 1024 + 1}", body=cls.BODY)],
+            "A path other than `/RPC2`, such as `/`, `/rpc2` or `/RPC2/`":
+                [good.replace(b"/RPC2", path) for path in (b"/", b"/rpc2", b"/RPC2/")],
+            "`GET`, as a browser does, or another method than `POST`":
+                [good.replace(b"POST", method) for method in (b"GET", b"PUT")],
+            "HTTP/2, or no version in the request line":
+                [good.replace(b"HTTP/1.1", b"HTTP/2.0"), good.replace(b" HTTP/1.1", b"")],
+            "A second request together with the first one": [good + good],
+        }
+
+    @staticmethod
+    def answer(connection, is_all=lambda answer: False):
+        """What the daemon says until it hangs up or `is_all`; a reset may follow a refusal."""
+        answer = b""
+        with contextlib.suppress(ConnectionError):
+            while not is_all(answer) and (part := connection.recv(65536)):
+                answer += part
+        return answer
+
+    def test_every_row_is_true(self):
+        rows = re.findall(r"^\| (.+?) \| (.+?) \| .+ \|$",
+                          section(METHODS_PAGE, "### Refused requests"), re.MULTILINE)
+        table = dict(rows[1:])  # without the header
+        requests = self.requests()
+        self.assertEqual(list(table), list(requests))
+        # All at once, because one of them takes 15 s; more than 15 would wait for each other.
+        with contextlib.ExitStack() as connections:
+            asked = []
+            for row, datas in requests.items():
+                for data in datas:
+                    port = PORTS[len(asked) % len(PORTS)]
+                    connection = connections.enter_context(socket.create_connection(
+                        ("127.0.0.1", port), timeout=30 * SLOWNESS))
+                    connection.sendall(data)
+                    asked.append((row, connection))
+            for row, connection in asked:
+                with self.subTest(row=row):
+                    self.expect(table[row], connection)
+
+    def expect(self, text, connection):
+        if status := re.match(r"\d+", text):
+            self.assertEqual(self.answer(connection).split()[:2],
+                             [b"HTTP/1.1", status[0].encode()])
+        elif fault := re.fullmatch(r"a fault, (-\d+)", text):
+            self.assertIn(f"<i4>{fault[1]}</i4>".encode(),
+                          self.answer(connection, lambda answer: b"</methodResponse>" in answer))
+        else:
+            self.assertEqual(text, "one answer; the second request is lost")
+            connection.shutdown(socket.SHUT_WR)
+            self.assertEqual(self.answer(connection).count(b"HTTP/1.1 200 OK"), 1)
 
 
 class ReadmeTest(PageTestCase):

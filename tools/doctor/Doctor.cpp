@@ -99,7 +99,7 @@ void Doctor::ExamineGrippers(const Host* host) {
     }
     Add(answered);
     if (status == ExitStatus::NoGripper) {
-        Add({{Mark::Wrong, "grippers", "TavrikDaemon lists none", "cure what is wrong above"}});
+        Add({{Mark::Wrong, "grippers", "TavrikDaemon lists none", "fix what is wrong above"}});
     }
 }
 

@@ -220,6 +220,66 @@ class RefusedRequestsTest(CellTestCase):
             self.assertEqual(self.answer(connection).count(b"HTTP/1.1 200 OK"), 1)
 
 
+class SymptomsTest(CellTestCase):
+    """docs/operation.md: two ways in which a gripper stays unusable, with what the log says."""
+
+    options = ("--gripper", "HVA", "--unplugged", "0")
+    HVA = "HVA SN:100001"
+
+    def setUp(self):
+        self.mark = self.cell.log.mark()
+        self.addCleanup(self.wait_until_unplugged)
+
+    def wait_until_unplugged(self):
+        mark = self.cell.log.mark()
+        self.cell.command("unplug 0")
+        self.cell.log.wait_for("PELLIX removed", since=mark)
+
+    def expect_signature(self, symptom):
+        """The log has what the row about `symptom` quotes, in its order."""
+        row, = re.findall(rf"^\| [^|]*{re.escape(symptom)}[^|]* \| (.+?) \|",
+                          section(OPERATION, "## Trouble by symptom"), re.MULTILINE)
+        quoted = [text for text in CODE_SPAN.findall(row.partition(", and no ")[0])
+                  if not text.isdigit()]
+        self.assertGreater(len(quoted), 1)
+        position = self.mark
+        for text in quoted:
+            self.cell.log.wait_for(re.escape(text), since=position)
+            position += next(index for index, line in enumerate(self.cell.log.since(position))
+                             if text in line) + 1
+
+    def expect_recovery(self):
+        """After the next plug, the gripper operates."""
+        self.wait_until_unplugged()
+        mark = self.cell.log.mark()
+        self.cell.command("plug 0")
+        self.cell.wait_until_operating(1, since=mark)
+        self.assertEqual(self.call("Grip", self.HVA, 0), 0)
+
+    def test_the_data_link_restarts_before_operate_is_answered(self):
+        with self.condition("mute 0 on OPERATE", "mute 0 off"):
+            self.cell.command("plug 0")
+            self.cell.log.wait_for("New command OPERATE", since=self.mark)
+            for mode in (1, 2, 3):
+                self.cell.command(f"mode 0 {mode}")
+            self.expect_signature("`Device string is empty (but device connected)`")
+        self.assertEqual(self.call("GetGrippers"), [])
+        self.cell.log.wait_for(re.escape("Device string is empty (but device connected)"),
+                               since=self.mark)
+        self.assertEqual(len(self.cell.log.matching(r"\d PREOPERATE$", since=self.mark)), 1)
+        self.expect_recovery()
+
+    def test_operate_is_refused_once(self):
+        with self.condition("error 0 6 OPERATE", "error 0 off"):
+            self.cell.command("plug 0")
+            self.expect_signature("Motions answer 21 or a code such as 6")
+        self.assertEqual(self.call("GetGrippers"), [self.HVA])
+        self.assertIn(self.call("Grip", self.HVA, 0), (6, 21))
+        self.assertEqual(self.call("SetForce", self.HVA, 0, 40), 0)
+        self.assertEqual(self.cell.log.matching("Setting device mode to 4", since=self.mark), [])
+        self.expect_recovery()
+
+
 class ReadmeTest(PageTestCase):
     STAMPED = re.compile(r"((Daemon|Library) (revision|build date): ).*")
 

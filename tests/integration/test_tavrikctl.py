@@ -390,7 +390,7 @@ class SettingTest(CtlTestCase):
                                 "--port", port)
 
     def set_limit(self, *replies):
-        """Sets a limit to 7.25, while each request for it gets one of the replies from the master."""
+        """Sets a limit to 7.25; each request for it gets one of the replies from the master."""
         mark = self.cell.log.mark()
         with self.condition("mute 0 on PARAM[96][1]", "mute 0 off PARAM[96][1]"):
             with ctl.Running("set", "no-part-limit", 7.25, "HVA") as process:

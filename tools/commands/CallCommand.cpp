@@ -49,7 +49,9 @@ void RefuseEmptyGrippers(const std::string& calls) {
         const Method* const method = FindMethod(call["methodName"].get<std::string>());
         const auto parameters = call.value("params", nlohmann::json());
         RefuseEmptyGripper(method != nullptr && method->parameters.starts_with(kGripperLetter) &&
-                           parameters.is_array() && !parameters.empty() && parameters[0] == "");
+                           parameters.is_array() && !parameters.empty() &&
+                           parameters[0].is_string() &&
+                           parameters[0].get_ref<const std::string&>().empty());
     }
 }
 

@@ -41,10 +41,10 @@ abyss_bool Send(TConn* connectionP, const void* buffer, std::size_t size) {
     return next(connectionP, buffer, static_cast<std::uint32_t>(size));
 }
 
-/// Sends what was collected.
+/// Sends what was collected, if anything was.
 abyss_bool SendCollected() {
     answer.isCollected = false;
-    return Send(answer.connection, answer.bytes.get(), answer.size);
+    return answer.size == 0 ? 1 : Send(answer.connection, answer.bytes.get(), answer.size);
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <array>
 #include <cstring>
 #include <ctime>
+#include <string_view>
 
 #include "daemon/fence/NextFunction.h"
 
@@ -29,9 +30,9 @@ extern "C" void DateToString(std::time_t datetime, const char** dateStringP) {
         return;
     }
     next(datetime, dateStringP);
-    last.text.front() = '\0';
-    if (*dateStringP != nullptr && std::strlen(*dateStringP) < last.text.size()) {
-        std::strcpy(last.text.data(), *dateStringP);
+    const std::string_view text = *dateStringP == nullptr ? "" : *dateStringP;
+    if (text.size() < last.text.size()) {
+        last.text[text.copy(last.text.data(), text.size())] = '\0';
         last.second = datetime;
     }
 }

@@ -6,6 +6,7 @@
 // Can go: when the library collects an answer before it sends it.
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -28,7 +29,7 @@ constexpr std::size_t kMostCollected = 4096;  // bytes
 
 /// The answer that is being written by this thread, which serves one connection.
 struct Answer {
-    std::unique_ptr<char[]> bytes;  // allocated for the first answer; null before
+    std::unique_ptr<std::array<char, kMostCollected>> bytes;  // allocated for the first answer
     std::size_t size = 0;
     TConn* connection = nullptr;
     bool isCollected = false;  // from the answer's first line until it is sent
@@ -44,7 +45,7 @@ abyss_bool Send(TConn* connectionP, const void* buffer, std::size_t size) {
 /// Sends what was collected, if anything was.
 abyss_bool SendCollected() {
     answer.isCollected = false;
-    return answer.size == 0 ? 1 : Send(answer.connection, answer.bytes.get(), answer.size);
+    return answer.size == 0 ? 1 : Send(answer.connection, answer.bytes->data(), answer.size);
 }
 
 }  // namespace
@@ -56,7 +57,7 @@ void ResponseWriteStart(TSession* sessionP) {
     static auto* const next =
         fence::NextFunction<decltype(ResponseWriteStart)>("ResponseWriteStart");
     if (answer.bytes == nullptr) {
-        answer.bytes.reset(new (std::nothrow) char[kMostCollected]);
+        answer.bytes.reset(new (std::nothrow) std::array<char, kMostCollected>);
     }
     answer.size = 0;
     answer.isCollected = answer.bytes != nullptr;
@@ -70,7 +71,7 @@ abyss_bool ConnWrite(TConn* connectionP, const void* buffer, std::uint32_t size)
     }
     const auto* const bytes = static_cast<const char*>(buffer);
     const std::size_t taken = std::min<std::size_t>(size, kMostCollected - answer.size);
-    std::memcpy(answer.bytes.get() + answer.size, bytes, taken);
+    std::memcpy(answer.bytes->data() + answer.size, bytes, taken);
     answer.size += taken;
     answer.connection = connectionP;
     if (taken == size) {

@@ -10,7 +10,7 @@ import threading
 import time
 import xmlrpc.client
 
-from cell import PORTS, SLOWNESS
+from cell import PORTS, SLOWNESS, wait_until
 from cell_test_case import CellTestCase, main
 from methods import METHODS
 
@@ -154,6 +154,7 @@ class AnswerTest(CellTestCase):
     def prepare(cls):
         super().prepare()
         cls.cell.wait_until_operating(1)
+        wait_until(lambda: cls.cell.call("GetPos", HVA) == 10.0)  # the first line of process data
 
     def test_every_answer_has_its_bytes(self):
         for port in PORTS:

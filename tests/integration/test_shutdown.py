@@ -7,6 +7,7 @@ import signal
 import socket
 import threading
 import time
+import xmlrpc.client
 
 from cell import PORTS, SLOWNESS, answers, wait_until
 from cell_test_case import CellTestCase, main
@@ -102,6 +103,29 @@ class InterruptTest(StopTestCase):
         cell.expect_normal_end()
         caller.join()
         self.assertEqual(outcome, [5])  # the answer, not the end of the connection
+
+    def test_while_a_client_takes_a_large_answer_slowly(self):
+        cell = self.start()
+        calls = [{"methodName": "system.listMethods", "params": []}] * 1000
+        body = xmlrpc.client.dumps((calls,), "system.multicall").encode()
+        with socket.socket() as client:
+            client.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 65536)
+            client.settimeout(20 * SLOWNESS)
+            client.connect(("127.0.0.1", PORTS[0]))
+            client.sendall(b"POST /RPC2 HTTP/1.1\r\nConnection: close\r\n"
+                           b"Content-Length: %d\r\n\r\n" % len(body) + body)
+            answer = client.recv(1000)
+            cell.process.send_signal(signal.SIGINT)
+            cell.errors.wait_for("caught CTRL-C")
+            self.assertIsNone(cell.process.poll())
+            while part := client.recv(65536):
+                time.sleep(0.01)
+                answer += part
+        self.assertTrue(answer.endswith(b"</methodResponse>\r\n"))
+        header, _, content = answer.partition(b"\r\n\r\n")
+        self.assertIn(b"Content-length: %d\r\n" % len(content), header)
+        self.assertGreater(len(content), 2_000_000)
+        cell.expect_normal_end()
 
     def test_while_a_master_is_being_initialised(self):
         cell = self.start("--gripper", "HVA", "--gripper", "TLM", "--unplugged", "1", operating=1)

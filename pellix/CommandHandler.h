@@ -70,9 +70,9 @@ public:
     /// for each such line. Parser thread only.
     void AwaitRemoval(const std::string& name);
 
-    /// The same after a data line, but only if the younger command is a query. A FIN that is still
-    /// to come ends the younger one as well: a query is answered by then, a setting may yet be
-    /// refused.
+    /// The same after a data line, but not if the younger command is a setting: a late FIN of the
+    /// older one would end it with success although it may be refused. A query that such a FIN
+    /// ends has the value of the one before.
     void AwaitRemovalBeforeQuery(const std::string& name);
 
     /// One pass of the input parser; parser thread only. @throws as OnError()

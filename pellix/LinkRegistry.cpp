@@ -15,9 +15,6 @@ namespace {
 constexpr std::chrono::milliseconds kLookupTimeout{100};
 constexpr int kAddFailed = -1;
 
-// Longest wait for calls at the end of the process: a tty that takes no bytes holds one for 4 s.
-constexpr std::chrono::seconds kLastCalls{5};
-
 /// A client's text for the log, where a line must stay one line whatever the text holds.
 std::string OnOneLine(const std::string& text) {
     std::string line;
@@ -149,7 +146,7 @@ void LinkRegistry::Remove(std::size_t position, std::unique_lock<std::timed_mute
 std::unique_lock<std::timed_mutex> LinkRegistry::Close() {
     std::unique_lock<std::timed_mutex> lock(mutex);
     closed = true;
-    const auto deadline = std::chrono::steady_clock::now() + kLastCalls;
+    const auto deadline = std::chrono::steady_clock::now() + patience;
     for (Pellix* const link : links) {
         if (link != nullptr) {
             link->WaitUntilUnpinned(deadline);

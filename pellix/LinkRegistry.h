@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -24,7 +25,10 @@ using LinkInUse = std::unique_ptr<pellix::Pellix, UnpinLink>;
 /// Any thread may call. Only GetLink() waits for the lock with a limit.
 class LinkRegistry {
 public:
-    LinkRegistry() = default;
+    /// @param lastCalls how long Close() waits for calls; a call makes two requests at most, of 4 s
+    ///        each if the tty takes no bytes
+    explicit LinkRegistry(std::chrono::milliseconds lastCalls = std::chrono::seconds(9))
+        : patience(lastCalls) {}
     LinkRegistry(const LinkRegistry&) = delete;
     LinkRegistry& operator=(const LinkRegistry&) = delete;
 
@@ -47,7 +51,7 @@ public:
     void RemoveDevice(const std::string& node);
 
     /// Destroys every other link, for the end of the process, and takes no new ones from then on.
-    /// Calls that still use a link get their answer if they end within 5 s. None should be under
+    /// Calls that still use a link get their answer if it comes in time. None should be under
     /// way: the servers have stopped.
     /// @return the lock, still held
     std::unique_lock<std::timed_mutex> Close();
@@ -59,5 +63,6 @@ private:
 
     std::timed_mutex mutex;              // guards links and closed; taken before any lock of a link
     std::vector<pellix::Pellix*> links;  // owned; a slot may be null
+    const std::chrono::milliseconds patience;
     bool closed = false;
 };

@@ -19,6 +19,9 @@ namespace {
 
 constexpr std::chrono::milliseconds kRetryPause{100};
 
+/// Then a connection without a thread is closed: nothing else can end the wait, not even a stop.
+constexpr int kMostThreadAttempts = 50;
+
 thread_local bool failing = false;  // of a server's thread: its last attempt failed
 
 /// Logs the first failure of a series, and waits for what was lacking.
@@ -55,19 +58,33 @@ void ChanSwitchAccept(TChanSwitch* chanSwitchP, TChannel** channelPP, void** cha
     }
 }
 
-/// Creates the thread of a connection that was accepted. Threads become free when other connections
-/// end, at the latest 15 s after their last call.
+/// Creates the thread of a connection that was accepted, or closes the connection: to the library
+/// it is one that has ended already.
+/// @param threadPP null afterwards if there is no thread
+/// @param threadDone what the thread would call at its end
 void ThreadCreate(TThread** threadPP, void* userHandle, TThreadProc* func,
                   TThreadDoneFn* threadDone, abyss_bool useSigchld, std::size_t stackSize,
                   const char** errorP) {
     static auto* const next = fence::NextFunction<decltype(ThreadCreate)>("ThreadCreate");
-    for (;;) {
+    for (int attempt = 0; attempt < kMostThreadAttempts; ++attempt) {
         next(threadPP, userHandle, func, threadDone, useSigchld, stackSize, errorP);
         if (*errorP == nullptr) {
             failing = false;
             return;
         }
         PauseAfterFailure(*errorP);
+    }
+    pellix::CatchAll([] { LogLine() << "Connection closed: no thread for it"; });
+    *threadPP = nullptr;
+    threadDone(userHandle);
+}
+
+/// Joins the thread of a connection that has ended, if it ever had one.
+void ThreadWaitAndRelease(TThread* threadP) {
+    static auto* const next =
+        fence::NextFunction<decltype(ThreadWaitAndRelease)>("ThreadWaitAndRelease");
+    if (threadP != nullptr) {
+        next(threadP);
     }
 }
 

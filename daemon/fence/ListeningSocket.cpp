@@ -1,8 +1,9 @@
 // The library: has no options for its sockets, and sends an answer without any limit of time.
 // Without this: a client that does not take its answer holds one of a port's 15 places, and the
-// stop of the daemon, for ever; the end of a large answer waits for the client's acknowledgement of
-// its beginning, which may be delayed. Shown by: ListeningSocketTest. Can go: when the library has
-// options for both.
+// stop of the daemon, for ever; the end of a large answer waits for the client's acknowledgement
+// of its beginning, which may be delayed.
+// Shown by: ListeningSocketTest.
+// Can go: when the library has options for both.
 
 #include <netinet/in.h>
 #include <netinet/tcp.h>

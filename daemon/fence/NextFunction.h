@@ -1,13 +1,13 @@
 #pragma once
 
+// This folder is a fence around one version of the installed XML-RPC library, 1.33.14, and none of
+// the daemon's own logic. Each file defines functions of the library or of the C library under
+// their own names: the dynamic linker finds those of the executable first. Most of them do
+// something before or after the function that they stand in front of, which NextFunction() finds.
+// They keep its C interface and let no exception out.
+
 #include <dlfcn.h>
 
-/// This folder is a fence around one version of the installed XML-RPC library, 1.33.14, and none of
-/// the daemon's own logic. Each file defines functions of the library or of the C library under
-/// their own names: the dynamic linker finds those of the executable first. Most of them do
-/// something before or after the function that they stand in front of, which NextFunction() finds.
-///
-/// The functions keep the C interface of what they replace and let no exception out.
 /// Frees a text that the library has allocated. Declared by its internal headers only.
 extern "C" void xmlrpc_strfree(const char* text);
 

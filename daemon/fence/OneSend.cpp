@@ -1,7 +1,7 @@
 // The library: sends the status line, each header line and the body of an answer by a call of their
 // own, nine in all.
-// Without this: an answer takes twice as long, leaves the host in up to nine packets, and a client
-// that reads it by a single recv() gets a part of it.
+// Without this: a call takes nine system calls more, one of them for the log of requests, its
+// answer leaves the host in up to nine packets, and a single recv() reads only a part of it.
 // Shown by: tests/integration/test_answers.py.
 // Can go: when the library collects an answer before it sends it.
 
@@ -23,7 +23,7 @@ extern "C" abyss_bool ConnWrite(TConn* connectionP, const void* buffer, std::uin
 
 namespace {
 
-/// More than all answers to one call, apart from lists. What is longer is sent in two pieces, the
+/// More than nearly all answers to one call. What is longer is sent in two pieces, the
 /// first of this size.
 constexpr std::size_t kMostCollected = 4096;  // bytes
 

@@ -1,5 +1,6 @@
 """The end of the daemon, in every state in which it can be asked to stop."""
 
+import contextlib
 import http.client
 import os
 import resource
@@ -7,6 +8,7 @@ import signal
 import socket
 import threading
 import time
+import unittest
 import xmlrpc.client
 
 from cell import PORTS, SLOWNESS, answers, wait_until
@@ -103,6 +105,21 @@ class InterruptTest(StopTestCase):
         cell.expect_normal_end()
         caller.join()
         self.assertEqual(outcome, [5])  # the answer, not the end of the connection
+
+    @unittest.skipIf(SLOWNESS > 1, "a sanitizer ends the process that has no address space left")
+    def test_while_there_is_no_thread_for_a_connection(self):
+        cell = self.start()
+        mark = cell.log.mark()
+        daemon = cell.daemon_pid()
+        # Far less than it has, so that the end of a thread makes no room for another one.
+        resource.prlimit(daemon, resource.RLIMIT_AS, (1 << 20, resource.RLIM_INFINITY))
+        with contextlib.ExitStack() as clients:
+            for _ in range(4):  # the stacks of threads that have ended are used again
+                clients.enter_context(socket.create_connection(("127.0.0.1", PORTS[0])))
+            cell.log.wait_for("No connection accepted: ", since=mark)
+            cell.process.send_signal(signal.SIGINT)
+            cell.log.wait_for("Connection closed: no thread for it", since=mark)
+        cell.expect_normal_end()
 
     def test_while_a_client_takes_a_large_answer_slowly(self):
         cell = self.start()

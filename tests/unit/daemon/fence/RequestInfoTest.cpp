@@ -66,6 +66,33 @@ TEST(RequestInfoTest, HostAndQueryBeforeABadHeaderLineLeaveNothingBehind) {
         kFlat);
 }
 
+TEST(RequestInfoTest, HostBeforeABadQueryLeavesNothingBehind) {
+    const std::string host(1500, 'h');
+    for (const std::string query : {"%zz", "%", "%1", "a%2"}) {
+        EXPECT_LT(LeftBehind("POST http://" + host + "/x?" + query + " HTTP/1.1\r\n\r\n", "400"),
+                  kFlat);
+    }
+}
+
+TEST(RequestInfoTest, UriWithAHostIsAnswered) {
+    const support::LogCapture log;
+    const RunningServer server;
+    for (const std::string uri : {"http://h/RPC2", "http://h:1/RPC2?%20", "/RPC2?%41%42"}) {
+        const std::string answer = AnswerTo("GET " + uri + " HTTP/1.1\r\n\r\n", server.Port());
+        EXPECT_TRUE(answer.starts_with("HTTP/1.1 405 ")) << uri;
+    }
+}
+
+TEST(RequestInfoTest, PortOfTheHostThatIsNotANumberIsABadRequest) {
+    const support::LogCapture log;
+    const RunningServer server;
+    for (const std::string host : {"h:x", "h:", "h:1x", ":"}) {
+        const std::string answer =
+            AnswerTo("POST /RPC2 HTTP/1.1\r\nHost: " + host + "\r\n\r\n", server.Port());
+        EXPECT_TRUE(answer.starts_with("HTTP/1.1 400 Bad Request\r\n")) << host;
+    }
+}
+
 TEST(RequestInfoTest, QueryBehindThePathLeavesNothingBehind) {
     EXPECT_LT(
         LeftBehind("GET /x?" + std::string(3000, 'q') + " HTTP/1.1\r\nHost: h\r\n\r\n", "404"),

@@ -114,11 +114,11 @@ class InterruptTest(StopTestCase):
         # Far less than it has, so that the end of a thread makes no room for another one.
         resource.prlimit(daemon, resource.RLIMIT_AS, (1 << 20, resource.RLIM_INFINITY))
         with contextlib.ExitStack() as clients:
-            for _ in range(4):  # the stacks of threads that have ended are used again
-                clients.enter_context(socket.create_connection(("127.0.0.1", PORTS[0])))
-            cell.log.wait_for("No connection accepted: ", since=mark)
+            for port in PORTS * 4:  # the stacks of threads that have ended are used again
+                clients.enter_context(socket.create_connection(("127.0.0.1", port)))
+            cell.log.wait_for("No connection accepted: ", since=mark, count=2)
             cell.process.send_signal(signal.SIGINT)
-            cell.log.wait_for("Connection closed: no thread for it", since=mark)
+            cell.log.wait_for("Connection closed: no thread for it", since=mark, count=2)
         cell.expect_normal_end()
 
     def test_while_a_client_takes_a_large_answer_slowly(self):

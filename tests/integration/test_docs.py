@@ -157,6 +157,7 @@ class RefusedRequestsTest(CellTestCase):
             "A header line with a blank before the colon":
                 [cls.request(post, cls.LENGTH.replace(":", " :"))],
             "A blank after the number of `Content-Length`": [cls.request(post, cls.LENGTH + " ")],
+            "A `Host` line with a port that is not a number": [cls.request(post, "Host: h:x", cls.LENGTH)],
             "No `Content-Length`": [cls.request(post, cls.HOST)],
             "A chunked body":
                 [cls.request(post, cls.HOST, "Transfer-Encoding: chunked",

@@ -151,7 +151,7 @@ void CommandHandler::AwaitRemovalBeforeQuery(const std::string& name) {
     });
 }
 
-/// The command that a done one of the same name keeps from its replies, or null. Under the mutex.
+/// The command whose replies a done one of the same name still takes, or null. Needs the mutex.
 const Command* CommandHandler::NextAfterDone(const std::string& name) const {
     const auto isNamed = [&name](const Command* command) { return command->GetName() == name; };
     const auto oldest = std::find_if(activeCommands.begin(), activeCommands.end(), isNamed);

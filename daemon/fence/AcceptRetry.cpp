@@ -19,7 +19,8 @@ namespace {
 
 constexpr std::chrono::milliseconds kRetryPause{100};
 
-/// Then a connection without a thread is closed: nothing else can end the wait, not even a stop.
+/// After so many attempts a connection without a thread is closed: nothing else can end the wait,
+/// not even a stop.
 constexpr int kMostThreadAttempts = 50;
 
 thread_local bool failing = false;  // of a server's thread: its last attempt failed

@@ -36,7 +36,7 @@ bool BeginsWithWideDoctype(std::string_view xml) {
     return true;
 }
 
-/// Looks in the whole text: nobody sends calls in UTF-16, so a false alarm costs nothing.
+/// Looks in the whole text: clients do not send UTF-16, so a false alarm costs nothing.
 bool HasWideDoctype(std::string_view xml) {
     for (std::size_t start = 0; (start = xml.find('<', start)) != std::string_view::npos; ++start) {
         if (BeginsWithWideDoctype(xml.substr(start))) {
@@ -46,7 +46,7 @@ bool HasWideDoctype(std::string_view xml) {
     return false;
 }
 
-/// Removes what `xml` begins with up to the end of `end`; all of it if there is none.
+/// Removes all through the first `end` at or after `from`; all of `xml` if `end` is missing.
 void RemoveThrough(std::string_view& xml, std::string_view end, std::size_t from) {
     const std::size_t found = xml.find(end, from);
     xml.remove_prefix(found == std::string_view::npos ? xml.size() : found + end.size());

@@ -13,8 +13,8 @@
 
 namespace {
 
-/// The kernel ends a connection whose bytes the client has not acknowledged for so long. Longer
-/// than a network usually fails to deliver, and shorter than a service may take to stop.
+/// The kernel ends a connection when the client has acknowledged nothing for this long. Longer than
+/// a usual network failure, and shorter than the time that a service has to stop.
 constexpr unsigned kLongestSend = 40000;  // ms
 
 }  // namespace

@@ -1,10 +1,10 @@
 #pragma once
 
-// This folder is a fence around one version of the installed XML-RPC library, 1.33.14, and none of
-// the daemon's own logic. Each file defines functions of the library or of the C library under
-// their own names: the dynamic linker finds those of the executable first. Most of them do
-// something before or after the function that they stand in front of, which NextFunction() finds.
-// They keep its C interface and let no exception out.
+// This folder is a fence around one version of the installed XML-RPC library, 1.33.14. It contains
+// none of the daemon's own logic. Each file defines functions of the library or of the C library
+// under their own names: the dynamic linker finds those of the executable first. Most of them call
+// the original, which NextFunction() finds, and do something before or after it. They keep its C
+// interface and let no exception out.
 
 #include <dlfcn.h>
 

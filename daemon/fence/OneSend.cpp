@@ -23,8 +23,8 @@ extern "C" abyss_bool ConnWrite(TConn* connectionP, const void* buffer, std::uin
 
 namespace {
 
-/// More than nearly all answers to one call. What is longer is sent in two pieces, the
-/// first of this size.
+/// Nearly all answers to one call are shorter. A longer one is sent in two pieces, the first of
+/// this size.
 constexpr std::size_t kMostCollected = 4096;  // bytes
 
 /// The answer that is being written by this thread, which serves one connection.

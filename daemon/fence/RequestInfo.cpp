@@ -1,7 +1,7 @@
 // The library: keeps the request line, the path, the query and the host name of a request until it
 // ends, but frees them only if the whole header was understood, and the query never. It loses the
 // host name of a URI whose query it cannot decode, and gives no status if the port of a "Host" line
-// is not a number: the answer has any number that stands in memory.
+// is not a number: the answer's status is whatever is in memory.
 // Without this: requests with a bad header line, or with a query behind the path, use up the memory
 // for good; anyone who reaches a port can send them.
 // Shown by: RequestInfoTest.

@@ -72,14 +72,14 @@ def fault(code, text):
 
 
 def answer(body, connection=KEPT):
-    """Of the server to a request that it takes, apart from the date."""
+    """The server's answer to a request that it accepts, without the date."""
     return ("HTTP/1.1 200 OK\r\nContent-type: text/xml; charset=utf-8\r\n"
             f"Content-length: {len(body)}\r\n{connection}Date: \r\n"
             f"Server: Xmlrpc-c_Abyss/1.33.14\r\n\r\n{body}").encode()
 
 
 def refusal(status, reason):
-    """The same to one that it does not take."""
+    """The server's answer to a request that it refuses, without the date."""
     number = status.split()[0]
     return (f"HTTP/1.1 {status}\r\nContent-type: text/html\r\n{CLOSED}Date: \r\n"
             "Server: Xmlrpc-c_Abyss/1.33.14\r\n\r\n"

@@ -389,7 +389,7 @@ TEST_F(LinkRegistryTest, CloseKeepsTheLock) {
     EXPECT_TRUE(log.Contains("Timeout while trying to acquire lock within 100 ms"));
 }
 
-TEST_F(LinkRegistryTest, CloseLetsCallsEndThatStillUseALink) {
+TEST_F(LinkRegistryTest, CloseWaitsForCallsThatStillUseALink) {
     FakeMaster& master = Plug();
     master.SetAnswers("OPERATE()", {""});
     std::atomic<unsigned> result = 0;

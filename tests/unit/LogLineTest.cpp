@@ -165,8 +165,8 @@ TEST(LogLineTest, TimestampFollowsAChangeOfTheTimeZone) {
     const std::string before = given == nullptr ? "" : given;
     for (const int hours : {0, 5, -8, 3}) {
         // On the wall, east of Greenwich is later; in TZ it is less.
-        ::setenv("TZ", ("TEST" + std::to_string(-hours)).c_str(),
-                 1);  // NOLINT(concurrency-mt-unsafe)
+        const std::string zone = "TEST" + std::to_string(-hours);
+        ::setenv("TZ", zone.c_str(), 1);  // NOLINT(concurrency-mt-unsafe)
         const std::string first = TimeOfDayEast(hours);
         const std::string text = TavrikDaemon::timestamp();
         EXPECT_TRUE(text == first || text == TimeOfDayEast(hours)) << text << " at " << first;

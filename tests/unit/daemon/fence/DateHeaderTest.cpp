@@ -4,8 +4,9 @@
 #include <string>
 #include <thread>
 
+#include "daemon/fence/NextFunction.h"
+
 extern "C" void DateToString(std::time_t datetime, const char** dateStringP);
-extern "C" void xmlrpc_strfree(const char* text);
 
 namespace {
 

@@ -74,12 +74,7 @@ class InterruptTest(StopTestCase):
 
     def test_while_a_request_waits_for_its_answer(self):
         cell = self.start("--gripper", "HVA", operating=1)
-        cell.command("mute 0 on")
-        outcome = []
-        mark = cell.log.mark()
-        caller = threading.Thread(target=lambda: outcome.append(grip(cell)))
-        caller.start()
-        cell.log.wait_for("New command PDOUT", since=mark)
+        caller, outcome = start_unanswered_grip(cell)
         start = time.monotonic()
         cell.process.send_signal(signal.SIGINT)
         cell.expect_normal_end()
@@ -89,12 +84,8 @@ class InterruptTest(StopTestCase):
 
     def test_while_a_request_waits_after_a_shortage_of_descriptors(self):
         cell = self.start("--gripper", "HVA", operating=1)
-        cell.command("mute 0 on")
-        outcome = []
+        caller, outcome = start_unanswered_grip(cell)
         mark = cell.log.mark()
-        caller = threading.Thread(target=lambda: outcome.append(grip(cell)))
-        caller.start()
-        cell.log.wait_for("New command PDOUT", since=mark)
         daemon = cell.daemon_pid()
         _, most = resource.prlimit(daemon, resource.RLIMIT_NOFILE)
         resource.prlimit(daemon, resource.RLIMIT_NOFILE, (0, most))
@@ -275,6 +266,17 @@ def kill_if_there(pid, number):
         os.kill(pid, number)
     except ProcessLookupError:
         pass
+
+
+def start_unanswered_grip(cell):
+    """A Grip that the mute master 0 leaves unanswered: its thread, and a list for its answer."""
+    cell.command("mute 0 on")
+    outcome = []
+    mark = cell.log.mark()
+    caller = threading.Thread(target=lambda: outcome.append(grip(cell)))
+    caller.start()
+    cell.log.wait_for("New command PDOUT", since=mark)
+    return caller, outcome
 
 
 def grip(cell):

@@ -165,6 +165,12 @@ class ShortageTest(ClientTestCase):
     """A port out of descriptors, or of address space for the thread of a connection."""
 
     REFUSAL = "No connection accepted: .*Trying again$"
+    DESCRIPTORS_PER_CONNECTION = 3  # its socket and a pipe
+
+    @classmethod
+    def prepare(cls):
+        super().prepare()
+        cls.idle = len(descriptors(cls.cell.daemon_pid()))
 
     def test_a_port_that_ran_out_of_descriptors_answers_again(self):
         for port in PORTS:
@@ -173,7 +179,7 @@ class ShortageTest(ClientTestCase):
                         contextlib.ExitStack() as connections:
                     self.assertEqual(served.GetGripperInterface(HVA), 0)
                     mark = self.cell.log.mark()
-                    with self.shortage_of_descriptors(spare):
+                    with self.shortage_of_descriptors(spare, connected=1):
                         for _ in range(3):
                             connections.enter_context(connect(port))
                         self.cell.log.wait_for(self.REFUSAL, since=mark)
@@ -225,15 +231,21 @@ class ShortageTest(ClientTestCase):
                     return False
             self.assertEqual([served() for _ in range(10)], [True] * 10)
             mark = self.cell.log.mark()
-            with self.shortage_of_descriptors(0):
+            with self.shortage_of_descriptors(0, connected=10):
                 self.assertFalse(served())  # it takes the eleventh place after the shortage
                 self.cell.log.wait_for(self.REFUSAL, since=mark)
             self.assertEqual([served() for _ in range(6)], [True] * 4 + [False] * 2)
 
     @contextlib.contextmanager
-    def shortage_of_descriptors(self, spare):
-        """The daemon can open `spare` descriptors more."""
+    def shortage_of_descriptors(self, spare, connected=0):
+        """The daemon can open `spare` descriptors more than for the `connected` clients.
+
+        It first closes the connections of earlier clients, or it would have their descriptors to
+        spare as well.
+        """
         pid = self.cell.daemon_pid()
+        needed = self.idle + connected * self.DESCRIPTORS_PER_CONNECTION
+        wait_until(lambda: len(descriptors(pid)) == needed)
         limit_descriptors(pid, spare)
         try:
             yield

@@ -6,7 +6,7 @@
 #include <string>
 #include <thread>
 
-#include "daemon/LogLine.h"
+#include "common/LogLine.h"
 #include "daemon/methods/LEDMethods.h"
 #include "daemon/methods/MotionMethods.h"
 #include "daemon/methods/ParameterMethods.h"

@@ -11,7 +11,7 @@
 #include <string_view>
 #include <thread>
 
-#include "daemon/LogLine.h"
+#include "common/LogLine.h"
 
 namespace TavrikDaemon {
 
@@ -85,14 +85,6 @@ void retireServers() {
     serversRetired = true;
     while (handlersRunning != 0) {
         std::this_thread::sleep_for(kHandlerPoll);
-    }
-}
-
-void keepStandardDescriptors() {
-    for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-        if (::fcntl(fd, F_GETFD) == -1) {
-            ::open("/dev/null", O_RDWR);  // becomes the lowest that is free, which is this one
-        }
     }
 }
 

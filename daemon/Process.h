@@ -36,8 +36,4 @@ void* runServer(void* server);
 /// From now on handler() leaves the servers alone; returns when no handler is inside one.
 void retireServers();
 
-/// Opens what is missing of standard input, output and error on /dev/null, so that no tty and no
-/// socket gets their numbers and with it the log lines.
-void keepStandardDescriptors();
-
 }  // namespace TavrikDaemon

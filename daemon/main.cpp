@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <pthread.h>
 
 #include <csignal>
@@ -5,16 +6,15 @@
 #include <cstdlib>
 
 #include "Revision.h"
+#include "common/LogLine.h"
+#include "common/Ports.h"
+#include "common/StandardDescriptors.h"
+#include "common/Version.h"
 #include "daemon/AbyssServer.h"
-#include "daemon/LogLine.h"
 #include "daemon/Process.h"
-#include "daemon/Version.h"
 #include "pellix/GripperManager.h"
 
 namespace {
-
-constexpr unsigned kPort0 = 44221;
-constexpr unsigned kPort1 = 44222;
 
 void LogBanner() {
     LogLine() << "Starting TavrikDaemon (2-port)";
@@ -37,7 +37,7 @@ bool StartServer(pthread_t& thread, AbyssServer& server) {
 }  // namespace
 
 int main() {
-    TavrikDaemon::keepStandardDescriptors();
+    KeepStandardDescriptors(O_RDWR);
     std::signal(SIGPIPE, SIG_IGN);                  // clients and log readers hang up at any time
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);  // the HTTP library's lines come whole as well
     LogBanner();
@@ -45,8 +45,8 @@ int main() {
     InstallHandler();
     std::atexit(TavrikDaemon::shutdown);
 
-    AbyssServer abyssServer0(TavrikDaemon::gripperManager, kPort0);
-    AbyssServer abyssServer1(TavrikDaemon::gripperManager, kPort1);
+    AbyssServer abyssServer0(TavrikDaemon::gripperManager, kPorts[0]);
+    AbyssServer abyssServer1(TavrikDaemon::gripperManager, kPorts[1]);
     pthread_t thread0{};
     pthread_t thread1{};
     if (!StartServer(thread0, abyssServer0)) {

@@ -2,7 +2,7 @@
 
 #include <system_error>
 
-#include "daemon/LogLine.h"
+#include "common/LogLine.h"
 
 namespace pellix {
 

@@ -4,7 +4,7 @@
 #include <chrono>
 #include <cstdint>
 
-#include "daemon/LogLine.h"
+#include "common/LogLine.h"
 #include "pellix/Protocol.h"
 
 namespace pellix {

@@ -4,7 +4,7 @@
 #include <cmath>
 #include <limits>
 
-#include "daemon/LogLine.h"
+#include "common/LogLine.h"
 #include "pellix/GripperLayout.h"
 #include "pellix/Protocol.h"
 

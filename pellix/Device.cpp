@@ -4,7 +4,7 @@
 #include <memory>
 #include <utility>
 
-#include "daemon/LogLine.h"
+#include "common/LogLine.h"
 #include "pellix/Protocol.h"
 
 namespace pellix {

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "daemon/LogLine.h"
+#include "common/LogLine.h"
 #include "pellix/Protocol.h"
 
 namespace pellix {

@@ -7,16 +7,13 @@
 #include <string_view>
 
 #include "Revision.h"
-#include "daemon/LogLine.h"
+#include "common/LogLine.h"
+#include "common/UsbIdentity.h"
 #include "pellix/CatchAll.h"
 
 using pellix::CatchAll;
 
 namespace {
-
-constexpr const char* kVendorId = "0483";
-constexpr const char* kProductId = "5740";
-constexpr const char* kManufacturer = "Zentrova";
 
 // A monitor that fails again and again must not fill the log.
 constexpr std::chrono::milliseconds kNoDevicePause{10};
@@ -161,9 +158,9 @@ bool GripperManager::IsCompatibleDevice(udev_device* device) {
         return false;
     }
     udev_device* const parent = UsbParent(device);
-    if (parent == nullptr || Attribute(parent, "idVendor") != kVendorId ||
-        Attribute(parent, "idProduct") != kProductId ||
-        Attribute(parent, "manufacturer") != kManufacturer ||
+    if (parent == nullptr || Attribute(parent, "idVendor") != kUsbVendorId ||
+        Attribute(parent, "idProduct") != kUsbProductId ||
+        Attribute(parent, "manufacturer") != kUsbManufacturer ||
         !pellix::Pellix::IsMasterProduct(Attribute(parent, "product")) ||
         udev_device_get_devnode(device) == nullptr) {
         return false;

@@ -7,8 +7,8 @@
 #include <thread>
 #include <vector>
 
+#include "common/Udev.h"
 #include "pellix/LinkRegistry.h"
-#include "pellix/Udev.h"
 
 /// Finds PELLIX masters through udev, at start and by hot-plug, and keeps one link for each.
 /// There is one for the process.

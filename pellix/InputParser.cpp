@@ -6,7 +6,7 @@
 #include <thread>
 #include <utility>
 
-#include "daemon/LogLine.h"
+#include "common/LogLine.h"
 #include "pellix/CatchAll.h"
 #include "pellix/CommandHandler.h"
 #include "pellix/DeviceHandler.h"

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <chrono>
 
-#include "daemon/LogLine.h"
+#include "common/LogLine.h"
 #include "pellix/CatchAll.h"
 #include "pellix/Protocol.h"
 

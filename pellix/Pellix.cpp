@@ -4,7 +4,7 @@
 
 #include <chrono>
 
-#include "daemon/LogLine.h"
+#include "common/LogLine.h"
 #include "pellix/CatchAll.h"
 #include "pellix/DeviceText.h"
 #include "pellix/Protocol.h"

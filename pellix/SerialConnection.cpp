@@ -11,7 +11,7 @@
 #include <cstdio>
 #include <exception>
 
-#include "daemon/LogLine.h"
+#include "common/LogLine.h"
 
 namespace pellix {
 

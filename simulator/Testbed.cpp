@@ -7,6 +7,8 @@
 #include <system_error>
 #include <thread>
 
+#include "common/UsbIdentity.h"
+
 namespace simulator {
 
 namespace fs = std::filesystem;
@@ -85,9 +87,9 @@ void Testbed::Add(std::size_t number, const std::string& ttyPath) {
     fs::create_directories(sys / devices.tty);
 
     AddSubsystem(devices.usb, "usb", "DEVTYPE=usb_device\n");
-    WriteFile(sys / devices.usb / "idVendor", "0483\n");
-    WriteFile(sys / devices.usb / "idProduct", "5740\n");
-    WriteFile(sys / devices.usb / "manufacturer", "Zentrova\n");
+    WriteFile(sys / devices.usb / "idVendor", std::string(kUsbVendorId) + "\n");
+    WriteFile(sys / devices.usb / "idProduct", std::string(kUsbProductId) + "\n");
+    WriteFile(sys / devices.usb / "manufacturer", std::string(kUsbManufacturer) + "\n");
     WriteFile(sys / devices.usb / "product", "PELLIX\n");
     WriteFile(sys / devices.usb / "serial", "PX" + std::to_string(1000 + number) + "\n");
     Link(sys / devices.usb, sys / "bus/usb/devices" / devices.usbName);

@@ -8,7 +8,7 @@
 #include <string>
 
 #include "bench/micro/Require.h"
-#include "daemon/LogLine.h"
+#include "common/LogLine.h"
 
 namespace {
 

@@ -11,8 +11,8 @@
 
 #include <xmlrpc-c/abyss.h>
 
-#include "daemon/LogLine.h"
-#include "daemon/fence/NextFunction.h"
+#include "common/LogLine.h"
+#include "common/NextFunction.h"
 #include "pellix/CatchAll.h"
 
 namespace {

@@ -9,7 +9,7 @@
 #include <algorithm>
 #include <cstddef>
 
-#include "daemon/fence/NextFunction.h"
+#include "common/NextFunction.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 #include <ctime>
 #include <string_view>
 
-#include "daemon/fence/NextFunction.h"
+#include "common/NextFunction.h"
 
 namespace {
 

@@ -11,7 +11,7 @@
 #include <xmlrpc-c/base.h>
 #include <xmlrpc-c/util.h>
 
-#include "daemon/fence/NextFunction.h"
+#include "common/NextFunction.h"
 
 namespace {
 

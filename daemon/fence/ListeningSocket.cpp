@@ -9,7 +9,7 @@
 #include <netinet/tcp.h>
 #include <sys/socket.h>
 
-#include "daemon/fence/NextFunction.h"
+#include "common/NextFunction.h"
 
 namespace {
 

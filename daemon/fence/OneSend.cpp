@@ -15,7 +15,7 @@
 
 #include <xmlrpc-c/abyss.h>
 
-#include "daemon/fence/NextFunction.h"
+#include "common/NextFunction.h"
 
 // Declared by the library's internal headers only.
 struct TConn;

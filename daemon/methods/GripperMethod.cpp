@@ -1,6 +1,6 @@
 #include "daemon/methods/GripperMethod.h"
 
-#include "daemon/LogLine.h"
+#include "common/LogLine.h"
 
 GripperMethod::GripperMethod(GripperManager* manager, const char* name, const char* signature)
     : gripperManager(manager), className(name) {

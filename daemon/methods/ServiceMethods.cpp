@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "Revision.h"
-#include "daemon/Version.h"
+#include "common/Version.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 #include "daemon/methods/StateMethods.h"
 
-#include "daemon/LogLine.h"
+#include "common/LogLine.h"
 
 namespace {
 

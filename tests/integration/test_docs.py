@@ -307,7 +307,7 @@ class LogLinesTest(unittest.TestCase):
 
     @classmethod
     def setUpClass(cls):
-        sources = [path for folder in ("daemon", "pellix")
+        sources = [path for folder in ("common", "daemon", "pellix")
                    for path in sorted((ROOT / folder).rglob("*")) if path.suffix in (".h", ".cpp")
                    and path.stem != "LogLine"]
         cls.sources = {path: path.read_text() for path in sources}
@@ -349,7 +349,7 @@ class LogLinesTest(unittest.TestCase):
 
     def test_lines_are_logged_in_no_other_way(self):
         for path, text in self.sources.items():
-            rest = re.sub(r'#include "daemon/LogLine.h"|LogLine\(\) <<', "", text)
+            rest = re.sub(r'#include "common/LogLine.h"|LogLine\(\) <<', "", text)
             with self.subTest(path=path):
                 self.assertNotRegex(rest, r"\b(LogLine|cout|cerr|printf)\b")
 

@@ -7,7 +7,7 @@
 
 #include <xmlrpc-c/abyss.h>
 
-#include "daemon/fence/NextFunction.h"
+#include "common/NextFunction.h"
 
 namespace {
 

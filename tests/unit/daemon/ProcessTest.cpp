@@ -22,6 +22,7 @@
 #include <thread>
 #include <vector>
 
+#include "common/StandardDescriptors.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/OutputCapture.h"
 #include "tests/support/WaitFor.h"
@@ -351,7 +352,7 @@ int CloseAndKeep(unsigned closed) {
             ::close(descriptor);
         }
     }
-    TavrikDaemon::keepStandardDescriptors();
+    KeepStandardDescriptors(O_RDWR);
     for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
         struct stat now {};
         const bool open = ::fstat(descriptor, &now) == 0;

@@ -4,7 +4,7 @@
 #include <string>
 #include <thread>
 
-#include "daemon/fence/NextFunction.h"
+#include "common/NextFunction.h"
 
 extern "C" void DateToString(std::time_t datetime, const char** dateStringP);
 

@@ -1,0 +1,42 @@
+#include "client/Daemon.h"
+
+#include <utility>
+
+#include "client/GripperName.h"
+#include "client/Printable.h"
+
+namespace tavrik {
+
+Daemon::Daemon(const Endpoint& endpoint, std::stop_token stop)
+    : server(endpoint), transport(endpoint, std::move(stop)), client(&transport) {}
+
+xmlrpc_c::value Daemon::Call(const std::string& method, const xmlrpc_c::paramList& parameters) {
+    xmlrpc_c::rpcOutcome outcome;
+    try {
+        client.call(nullptr, method, parameters, &outcome);
+    } catch (const std::exception&) {
+        transport.RethrowFailure();
+        throw BadAnswer(method, "the answer is no XML-RPC");
+    }
+    ++answeredCalls;
+    if (!outcome.succeeded()) {
+        const xmlrpc_c::fault fault = outcome.getFault();
+        throw BadAnswer(method, "fault " + std::to_string(fault.getCode()) + ", " +
+                                    Printable(fault.getDescription()));
+    }
+    return outcome.getResult();
+}
+
+Failure Daemon::BadAnswer(const std::string& method, const std::string& text) {
+    return {ExitStatus::BadAnswer, method + ": " + text};
+}
+
+std::vector<std::string> Daemon::Grippers() {
+    return Get<std::vector<std::string>>("GetGrippers");
+}
+
+std::string Daemon::FindGripper(const std::string& name, bool exact) {
+    return MatchGripper(Grippers(), name, exact);
+}
+
+}  // namespace tavrik

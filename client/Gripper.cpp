@@ -1,0 +1,146 @@
+#include "client/Gripper.h"
+#include "client/ValueText.h"
+
+#include <algorithm>
+#include <array>
+#include <thread>
+
+#include "client/Failure.h"
+#include "client/Printable.h"
+#include "client/RestDetector.h"
+#include "client/StatusText.h"
+
+namespace tavrik {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+/// The daemon waits 1 s for a master. An answer that took so long is not the gripper's.
+constexpr std::chrono::milliseconds kMasterTimeout(950);
+
+constexpr std::chrono::milliseconds kPollPause(20);
+
+/// Whether `call` was over before the daemon can have stopped waiting for the master.
+template <typename Call>
+bool IsInTime(Call call) {
+    const auto start = Clock::now();
+    call();
+    return Clock::now() - start < kMasterTimeout;
+}
+
+/// Between two calls of GetPDINExcerpt while there are no process data.
+constexpr std::chrono::seconds kExcerptPause(1);
+
+}  // namespace
+
+std::string Gripper::Name() const {
+    return Printable(device);
+}
+
+ProcessData Gripper::ReadProcessData() const {
+    const ProcessData data(Get<int>("GetPDINExcerpt"));
+    if (!data.certain && Get<int>("GetState") < 0) {
+        throw Failure(ExitStatus::NoGripper, Name() + ": the daemon does not know it any more");
+    }
+    return data;
+}
+
+bool Gripper::MasterAnswers() const {
+    return IsInTime([this] { Get<int>("GetOverrideGrip"); });
+}
+
+xmlrpc_c::value Gripper::Call(const std::string& method, const xmlrpc_c::carray& rest) const {
+    xmlrpc_c::paramList parameters;
+    parameters.addc(device);
+    for (const auto& parameter : rest) {
+        parameters.add(parameter);
+    }
+    return server->Call(method, parameters);
+}
+
+int Gripper::Command(const std::string& method, const xmlrpc_c::carray& rest) const {
+    return Daemon::As<int>(method, Call(method, rest));
+}
+
+xmlrpc_c::value Gripper::ReadSetting(const std::string& method,
+                                     const xmlrpc_c::carray& rest) const {
+    xmlrpc_c::value answer;
+    if (!IsInTime([&] { answer = Call(method, rest); })) {
+        throw Failure(ExitStatus::NoAnswer, Name() + ": its master has not answered within 1 s");
+    }
+    return answer;
+}
+
+std::string Gripper::Model() const {
+    static constexpr int kFirst = 0;  // parameter set, LED
+    constexpr std::array kMethodsOfMzd{"GetLEDAnimation", "GetLEDColor", "GetLEDSpeed"};
+    if (std::any_of(kMethodsOfMzd.begin(), kMethodsOfMzd.end(),
+                    [this](const char* method) { return Get<int>(method, kFirst) != 0; })) {
+        return "MZD";
+    }
+    const bool isOther = Get<int>("GetForce", kFirst) != 0 || Get<bool>("GetReferenceDirection");
+    return isOther ? "HVA or MZD" : "TLM?";
+}
+
+std::string Gripper::StatusText(int status) const {
+    if (ExitStatusOf(status) != ExitStatus::NotPossible) {
+        return Name() + ": " + tavrik::StatusText(status);
+    }
+    const bool isKnown = Get<int>("GetGripperInterface") == 0;
+    return Name() + ": status 3: " +
+           (isKnown ? "its model or its master cannot do this, or the daemon was busy for a moment"
+                    : "the daemon does not know it any more");
+}
+
+ProcessData Gripper::AwaitRest(const ProcessData& before, std::chrono::milliseconds limit) const {
+    const auto deadline = Clock::now() + limit;
+    ProcessDataReader reader(*this);
+    RestDetector detector;
+    ProcessData data = before;
+    bool wereMissing = false;
+    const auto look = [&] {
+        const bool wasCertain = data.certain;
+        data = reader.Read();
+        wereMissing = wereMissing || (wasCertain && !data.certain);
+        return detector.IsAtRest(data.position, data.state, Clock::now());
+    };
+    while (!look()) {
+        if (Clock::now() > deadline) {
+            throw Failure(ExitStatus::NotAtRest,
+                          Name() + ": still moving, at " + HundredthsText(data.position));
+        }
+        std::this_thread::sleep_for(kPollPause);
+    }
+    if (!MasterAnswers()) {
+        throw Failure(ExitStatus::NoAnswer, Name() + ": its master has fallen silent; its last " +
+                                                "position was " + HundredthsText(data.position));
+    }
+    if (!data.certain) {
+        throw Failure(ExitStatus::NoProcessData,
+                      Name() + ": no process data, or at rest at 0.00 in state 0");
+    }
+    if (wereMissing) {
+        throw Failure(ExitStatus::NoProcessData,
+                      Name() + ": process data were missing meanwhile; at rest at " +
+                          HundredthsText(data.position) + " in state " +
+                          std::to_string(data.state));
+    }
+    return data;
+}
+
+ProcessData ProcessDataReader::Read() {
+    const auto now = std::chrono::steady_clock::now();
+    const bool isTime = now - lastExcerpt >= kExcerptPause;
+    if (last.certain || isTime || !StillZero()) {
+        last = source.ReadProcessData();
+        lastExcerpt = now;
+    }
+    return last;
+}
+
+bool ProcessDataReader::StillZero() const {
+    return source.Get<int>("GetState") == 0 && source.Get<double>("GetPos") == 0;
+}
+
+}  // namespace tavrik

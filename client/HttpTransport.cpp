@@ -1,0 +1,148 @@
+#include "client/HttpTransport.h"
+
+#include <curl/curl.h>
+
+#include <sstream>
+#include <stdexcept>
+#include <system_error>
+#include <utility>
+
+namespace tavrik {
+
+namespace {
+
+constexpr std::size_t kLargestAnswer = 1U << 20U;  // bytes
+constexpr long kHttpOk = 200;
+
+/// A document type may declare entities made of entities, which keep the parser busy for hours. In
+/// UTF-16 it is not found, but there are zeros then.
+bool MayDeclareEntities(const std::string& xml) {
+    return xml.find("<!DOCTYPE") != std::string::npos || xml.find('\0') != std::string::npos;
+}
+
+/// Taking less than was offered makes libcurl give up.
+std::size_t Append(const char* data, std::size_t size, std::size_t count, void* target) {
+    auto& answer = *static_cast<std::string*>(target);
+    const std::size_t length = size * count;
+    if (answer.size() + length > kLargestAnswer) {
+        return 0;
+    }
+    answer.append(data, length);
+    return length;
+}
+
+/// libcurl asks this while it works and waits, at least once a second; anything but 0 makes it
+/// stop.
+int IsStopped(const void* token, curl_off_t /*total*/, curl_off_t /*received*/,
+              curl_off_t /*toSend*/, curl_off_t /*sent*/) {
+    return static_cast<const std::stop_token*>(token)->stop_requested() ? 1 : 0;
+}
+
+Failure NotADaemon(const Endpoint& endpoint, const std::string& reason) {
+    return {ExitStatus::BadAnswer, endpoint.Address() + " is no TavrikDaemon: " + reason};
+}
+
+std::string SecondsText(std::chrono::milliseconds time) {
+    std::ostringstream text;
+    text << std::chrono::duration<double>(time).count() << " s";
+    return text.str();
+}
+
+}  // namespace
+
+void HttpTransport::Deleter::operator()(void* handle) const {
+    curl_easy_cleanup(handle);
+}
+
+void HttpTransport::Deleter::operator()(curl_slist* list) const {
+    curl_slist_free_all(list);
+}
+
+HttpTransport::HttpTransport(const Endpoint& endpoint, std::stop_token stop)
+    : server(endpoint),
+      stopToken(std::move(stop)),
+      headers(curl_slist_append(nullptr, "Content-Type: text/xml")),
+      handle(curl_easy_init()) {
+    if (handle == nullptr || headers == nullptr) {
+        throw std::runtime_error("libcurl cannot be used");
+    }
+    const std::string url = "http://" + server.Address() + "/RPC2";
+    curl_easy_setopt(handle.get(), CURLOPT_URL, url.c_str());
+    curl_easy_setopt(handle.get(), CURLOPT_PROTOCOLS_STR, "http");
+    curl_easy_setopt(handle.get(), CURLOPT_NOPROXY, "*");
+    curl_easy_setopt(handle.get(), CURLOPT_NOSIGNAL, 1L);
+    curl_easy_setopt(handle.get(), CURLOPT_TIMEOUT_MS, static_cast<long>(server.timeout.count()));
+    curl_easy_setopt(handle.get(), CURLOPT_HTTPHEADER, headers.get());
+    curl_easy_setopt(handle.get(), CURLOPT_WRITEFUNCTION, Append);
+    curl_easy_setopt(handle.get(), CURLOPT_NOPROGRESS, 0L);
+    curl_easy_setopt(handle.get(), CURLOPT_XFERINFOFUNCTION, IsStopped);
+    curl_easy_setopt(handle.get(), CURLOPT_XFERINFODATA, &stopToken);
+}
+
+void HttpTransport::call(xmlrpc_c::carriageParm* /*carriageParm*/, const std::string& callXml,
+                         std::string* responseXml) {
+    failure = nullptr;
+    try {
+        Post(callXml, *responseXml);
+    } catch (...) {
+        failure = std::current_exception();
+        throw;
+    }
+}
+
+void HttpTransport::RethrowFailure() const {
+    if (failure) {
+        std::rethrow_exception(failure);
+    }
+}
+
+void HttpTransport::Post(const std::string& body, std::string& answer) {
+    answer.clear();
+    curl_easy_setopt(handle.get(), CURLOPT_POSTFIELDSIZE, static_cast<long>(body.size()));
+    curl_easy_setopt(handle.get(), CURLOPT_POSTFIELDS, body.c_str());
+    curl_easy_setopt(handle.get(), CURLOPT_WRITEDATA, &answer);
+    const CURLcode result = curl_easy_perform(handle.get());
+    if (result != CURLE_OK) {
+        throw Trouble(result);
+    }
+    long status = 0;
+    curl_easy_getinfo(handle.get(), CURLINFO_RESPONSE_CODE, &status);
+    if (status != kHttpOk) {
+        throw NotADaemon(server, "HTTP status " + std::to_string(status));
+    }
+    if (MayDeclareEntities(answer)) {
+        throw NotADaemon(server, "the answer may declare entities");
+    }
+}
+
+std::string HttpTransport::Reason() const {
+    long error = 0;
+    curl_easy_getinfo(handle.get(), CURLINFO_OS_ERRNO, &error);
+    return error == 0 ? "" : ": " + std::generic_category().message(static_cast<int>(error));
+}
+
+Failure HttpTransport::Trouble(int result) const {
+    const auto code = static_cast<CURLcode>(result);
+    switch (code) {
+        case CURLE_OPERATION_TIMEDOUT:
+            return {ExitStatus::NoDaemon,
+                    server.Address() + " has not answered within " + SecondsText(server.timeout)};
+        case CURLE_COULDNT_CONNECT:
+            return {ExitStatus::NoDaemon, server.Address() + " cannot be reached" + Reason()};
+        case CURLE_COULDNT_RESOLVE_HOST:
+        case CURLE_URL_MALFORMAT:
+            return {ExitStatus::NoDaemon,
+                    server.Address() + " cannot be reached: " + curl_easy_strerror(code)};
+        case CURLE_UNSUPPORTED_PROTOCOL:
+        case CURLE_WEIRD_SERVER_REPLY:
+            return NotADaemon(server, "the answer is no HTTP");
+        case CURLE_WRITE_ERROR:    // by Append()
+        case CURLE_OUT_OF_MEMORY:  // so libcurl calls a head that never ends
+            return NotADaemon(server, "too long an answer");
+        default:
+            return {ExitStatus::NoDaemon,
+                    server.Address() + " has not answered: " + curl_easy_strerror(code)};
+    }
+}
+
+}  // namespace tavrik

@@ -1,0 +1,141 @@
+#include "client/MethodTable.h"
+
+#include <array>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+
+#include "client/JsonValue.h"
+#include "client/Printable.h"
+#include "client/ValueText.h"
+
+namespace tavrik {
+
+namespace {
+
+constexpr std::array kMethods{
+    Method{"Grip", "gi", true},
+    Method{"Release", "gi", true},
+    Method{"Disable", "g", true},
+    Method{"Home", "g", true},
+    Method{"Reference", "g", true},
+    Method{"Holdfast", "gb", true},
+    Method{"UpdatePDIN", "g"},
+    Method{"GetPDINExcerpt", "g"},
+    Method{"GetState", "g"},
+    Method{"GetTempWarn", "g"},
+    Method{"GetTempFault", "g"},
+    Method{"GetFault", "g"},
+    Method{"GetMaintenance", "g"},
+    Method{"GetPos", "g"},
+    Method{"GetGrippers", ""},
+    Method{"GetGripperInterface", "g"},
+    Method{"GetParameterChecksum", "g"},
+    Method{"StoreRemanent", "g", true},
+    Method{"GetReleaseLimit", "gi"},
+    Method{"GetNoPartLimit", "gi"},
+    Method{"GetForce", "gi"},
+    Method{"GetOverrideRelease", "g"},
+    Method{"GetOverrideGrip", "g"},
+    Method{"GetHomingDirection", "g"},
+    Method{"GetReferenceDirection", "g"},
+    Method{"SetReleaseLimit", "gid", true},
+    Method{"SetNoPartLimit", "gid", true},
+    Method{"SetForce", "gii", true},
+    Method{"SetOverrideRelease", "gi", true},
+    Method{"SetOverrideGrip", "gi", true},
+    Method{"SetHomingDirection", "gb", true},
+    Method{"SetReferenceDirection", "gb", true},
+    Method{"GetLEDAnimation", "gi"},
+    Method{"GetLEDColor", "gi"},
+    Method{"GetLEDSpeed", "gi"},
+    Method{"SetLEDPreset", "gi", true},
+    Method{"SetLEDAnimation", "gii", true},
+    Method{"SetLEDColor", "gii", true},
+    Method{"SetLEDSpeed", "gii", true},
+    Method{"GetVersion", ""},
+    Method{"system.listMethods", ""},
+    Method{"system.methodExist", "s"},
+    Method{"system.methodHelp", "s"},
+    Method{"system.methodSignature", "s"},
+    Method{"system.multicall", "a"},
+    Method{"system.shutdown", "s"},
+    Method{"system.capabilities", ""},
+    Method{"system.getCapabilities", ""},
+};
+
+const char* Word(char letter) {
+    switch (letter) {
+        case 'g':
+            return "GRIPPER";
+        case 'i':
+            return "INTEGER";
+        case 'd':
+            return "NUMBER";
+        case 'b':
+            return "on|off";
+        case 'a':
+            return "JSON-ARRAY";
+        default:
+            return "TEXT";
+    }
+}
+
+xmlrpc_c::value ParseText(const std::string& text) {
+    try {
+        return xmlrpc_c::value_string(text);
+    } catch (const std::exception&) {
+        throw NotA("UTF-8", text);
+    }
+}
+
+xmlrpc_c::value ParseJson(const std::string& text) {
+    const auto json = nlohmann::ordered_json::parse(text, nullptr, false);
+    if (!json.is_array()) {
+        throw NotA("a JSON array", text);
+    }
+    try {
+        return ToValue(json);
+    } catch (const std::out_of_range& excess) {
+        throw Failure(ExitStatus::Usage, "'" + Printable(text) + "' has " + excess.what());
+    }
+}
+
+}  // namespace
+
+std::span<const Method> Methods() {
+    return kMethods;
+}
+
+std::string Usage(const Method& method) {
+    std::string text(method.name);
+    for (const char letter : method.parameters) {
+        text += std::string(" ") + Word(letter);
+    }
+    return text;
+}
+
+const Method* FindMethod(std::string_view name) {
+    for (const Method& method : kMethods) {
+        if (method.name == name) {
+            return &method;
+        }
+    }
+    return nullptr;
+}
+
+xmlrpc_c::value ParseArgument(char letter, const std::string& text) {
+    switch (letter) {
+        case 'i':
+            return xmlrpc_c::value_int(ParseInteger(text));
+        case 'd':
+            return xmlrpc_c::value_double(ParseReal(text));
+        case 'b':
+            return xmlrpc_c::value_boolean(ParseBoolean(text));
+        case 'a':
+            return ParseJson(text);
+        default:
+            return ParseText(text);
+    }
+}
+
+}  // namespace tavrik

@@ -1,0 +1,104 @@
+#include "client/Printable.h"
+
+#include <clocale>
+#include <cwchar>
+#include <sstream>
+#include <string_view>
+#include <vector>
+
+namespace tavrik {
+
+namespace {
+
+/// Makes the C library read UTF-8 in this thread, whatever the user's language is.
+class Utf8 {
+public:
+    Utf8() : previous(uselocale(Locale())) {}
+    ~Utf8() { uselocale(previous); }
+    Utf8(const Utf8&) = delete;
+    Utf8& operator=(const Utf8&) = delete;
+
+private:
+    static locale_t Locale() {
+        static const locale_t locale = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
+        return locale;
+    }
+
+    locale_t previous;
+};
+
+struct Character {
+    std::string_view bytes;
+    std::size_t width;  // in columns; 0 if it is not printable
+};
+
+Character First(std::string_view text) {
+    std::mbstate_t state{};
+    wchar_t letter = 0;
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): its state is here
+    const std::size_t size = std::mbrtowc(&letter, text.data(), text.size(), &state);
+    if (size == 0 || size > text.size()) {  // a zero byte, or no UTF-8
+        return {text.substr(0, 1), 0};
+    }
+    const int width = wcwidth(letter);
+    return {text.substr(0, size), width < 0 ? 0U : static_cast<std::size_t>(width)};
+}
+
+std::vector<Character> Characters(std::string_view text) {
+    const Utf8 encoding;
+    std::vector<Character> characters;
+    while (!text.empty()) {
+        characters.push_back(First(text));
+        text.remove_prefix(characters.back().bytes.size());
+    }
+    return characters;
+}
+
+}  // namespace
+
+std::string Printable(const std::string& text) {
+    std::string printable;
+    for (const auto& [bytes, width] : Characters(text)) {
+        printable += width == 0 ? "?" : bytes;
+    }
+    return printable;
+}
+
+std::size_t Width(const std::string& text) {
+    std::size_t sum = 0;
+    for (const Character& character : Characters(text)) {
+        sum += character.width;
+    }
+    return sum;
+}
+
+std::string Cut(const std::string& text, std::size_t width) {
+    std::string beginning;
+    for (const Character& character : Characters(text)) {
+        if (character.width > width) {
+            break;
+        }
+        width -= character.width;
+        beginning += character.bytes;
+    }
+    return beginning;
+}
+
+std::vector<std::string> Wrap(const std::string& text, std::size_t width) {
+    std::vector<std::string> lines(1);
+    std::istringstream words(text);
+    for (std::string word; words >> word;) {
+        if (!lines.back().empty() && Width(lines.back()) + 1 + Width(word) > width) {
+            lines.emplace_back();
+        }
+        lines.back() += (lines.back().empty() ? "" : " ") + word;
+        while (Width(lines.back()) > width) {
+            const std::string begin = Cut(lines.back(), width);
+            lines.push_back(lines.back().substr(begin.size()));
+            lines[lines.size() - 2] = begin;
+        }
+    }
+    return lines;
+}
+
+}  // namespace tavrik

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace tavrik {
+
+/// `text`, UTF-8, with a question mark for each character that takes no place of its own, such as
+/// control characters, and for what is no UTF-8: a device string must not steer the terminal.
+std::string Printable(const std::string& text);
+
+/// How many columns of a terminal printable `text` takes.
+std::size_t Width(const std::string& text);
+
+/// The beginning of printable `text` that fits into `width` columns.
+std::string Cut(const std::string& text, std::size_t width);
+
+/// Printable `text` in lines of at most `width` (2 or more) columns, broken at blanks, and within
+/// words that are longer. At least one line.
+std::vector<std::string> Wrap(const std::string& text, std::size_t width);
+
+}  // namespace tavrik

@@ -1,0 +1,126 @@
+#include "client/SettingTable.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+
+#include "client/Failure.h"
+#include "client/Printable.h"
+#include "client/ProcessData.h"
+#include "client/ValueText.h"
+
+namespace tavrik {
+
+namespace {
+
+using Kind = Setting::Kind;
+using Place = Setting::Place;
+
+constexpr std::string_view kAll = "all models";
+constexpr std::string_view kHvaMzd = "HVA, MZD";
+constexpr std::string_view kMzd = "MZD";
+
+constexpr std::array kSettings{
+    Setting{"force", "GetForce", "SetForce", Kind::Byte, Place::Set, kHvaMzd},
+    Setting{"no-part-limit", "GetNoPartLimit", "SetNoPartLimit", Kind::Limit, Place::Set, kAll},
+    Setting{"release-limit", "GetReleaseLimit", "SetReleaseLimit", Kind::Limit, Place::Set, kAll},
+    Setting{"override-grip", "GetOverrideGrip", "SetOverrideGrip", Kind::Byte, Place::Gripper,
+            "HVA, MZD; to read: all"},
+    Setting{"override-release", "GetOverrideRelease", "SetOverrideRelease", Kind::Byte,
+            Place::Gripper, "HVA, MZD; to read: all"},
+    Setting{"reference-direction", "GetReferenceDirection", "SetReferenceDirection", Kind::Flag,
+            Place::Gripper, kHvaMzd},
+    Setting{"led-animation", "GetLEDAnimation", "SetLEDAnimation", Kind::Byte, Place::Led, kMzd},
+    Setting{"led-color", "GetLEDColor", "SetLEDColor", Kind::Byte, Place::Led, kMzd},
+    Setting{"led-speed", "GetLEDSpeed", "SetLEDSpeed", Kind::Byte, Place::Led, kMzd},
+    Setting{"led-preset", "", "SetLEDPreset", Kind::Preset, Place::Gripper, "MZD; cannot be read"},
+    Setting{"checksum", "GetParameterChecksum", "", Kind::Checksum, Place::Gripper,
+            "all models; cannot be set"},
+};
+
+constexpr double kStepsPerUnit = 100;  // of a limit
+constexpr double kSmallestLimit = -327.68;
+constexpr double kLargestLimit = 327.67;
+constexpr int kLargestByte = 255;
+constexpr int kLargestPreset = 7;
+
+Failure OutOfRange(const Setting& setting, const std::string& text) {
+    return {ExitStatus::Usage, std::string(setting.name) + " takes " + ValueRange(setting) +
+                                   ", not '" + Printable(text) + "'"};
+}
+
+int ParseUpTo(const Setting& setting, const std::string& text, int largest) {
+    const int number = ParseInteger(text);
+    if (number < 0 || number > largest) {
+        throw OutOfRange(setting, text);
+    }
+    return number;
+}
+
+}  // namespace
+
+std::span<const Setting> Settings() {
+    return kSettings;
+}
+
+const Setting& FindSetting(const std::string& name) {
+    const auto* const place = std::find_if(kSettings.begin(), kSettings.end(),
+                                           [&name](const auto& each) { return each.name == name; });
+    if (place == kSettings.end()) {
+        throw Failure(ExitStatus::Usage, "there is no setting '" + Printable(name) + "'");
+    }
+    return *place;
+}
+
+std::string ValueRange(const Setting& setting) {
+    switch (setting.kind) {
+        case Kind::Flag:
+            return "on|off";
+        case Kind::Limit:
+            return HundredthsText(kSmallestLimit) + " to " + HundredthsText(kLargestLimit);
+        case Kind::Preset:
+            return "0 to " + std::to_string(kLargestPreset);
+        case Kind::Checksum:
+            return "32 bits, signed";
+        default:
+            return "0 to " + std::to_string(kLargestByte);
+    }
+}
+
+xmlrpc_c::value ParseSetting(const Setting& setting, const std::string& text) {
+    switch (setting.kind) {
+        case Kind::Flag:
+            return xmlrpc_c::value_boolean(ParseBoolean(text));
+        case Kind::Limit: {
+            const double limit = ParseReal(text);
+            if (limit < kSmallestLimit || limit > kLargestLimit) {
+                throw OutOfRange(setting, text);
+            }
+            return xmlrpc_c::value_double(LimitToSend(limit));
+        }
+        case Kind::Preset:
+            return xmlrpc_c::value_int(ParseUpTo(setting, text, kLargestPreset));
+        default:
+            return xmlrpc_c::value_int(ParseUpTo(setting, text, kLargestByte));
+    }
+}
+
+std::string SettingText(const Setting& setting, const std::string& text) {
+    switch (setting.kind) {
+        case Kind::Flag:
+            return OnOffText(ParseBoolean(text));
+        case Kind::Limit:  // through an integer, because there is no -0.00
+            return HundredthsText(
+                static_cast<double>(std::lround(ParseReal(text) * kStepsPerUnit)) / kStepsPerUnit);
+        default:
+            return std::to_string(ParseInteger(text));
+    }
+}
+
+double LimitToSend(double limit) {
+    constexpr double kInsideStep = 0.2;  // steps; keeps clear of the edge where rounding decides
+    const double steps = std::round(limit * kStepsPerUnit);
+    return (steps < 0 ? steps - 1 + kInsideStep : steps) / kStepsPerUnit;
+}
+
+}  // namespace tavrik

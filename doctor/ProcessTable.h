@@ -1,0 +1,74 @@
+#pragma once
+
+#include <sys/stat.h>
+#include <sys/types.h>
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace tavrik {
+
+struct Process {
+    pid_t pid;
+    std::string name;        ///< the kernel's: 15 bytes at most
+    pid_t parent = 0;        ///< its id; 0 if it has none, or is not known
+    bool isStopped = false;  ///< by a signal
+
+    /// "NAME (process PID)".
+    std::string Text() const;
+};
+
+/// Whether a device is a pseudo-terminal. Each container has its own, with the same numbers.
+bool IsPseudoTerminal(dev_t device);
+
+/// The processes, and what they have open, at the time of construction. Those that have ended and
+/// wait for their parent do not count.
+class ProcessTable {
+public:
+    /// @param processes where the kernel shows them
+    explicit ProcessTable(const std::string& processes = "/proc");
+
+    /// The first process of this name in this host's network: those of another, as in a container,
+    /// serve others. Without root, one whose network may not be asked if there is no better.
+    std::optional<Process> Find(const std::string& name) const;
+
+    /// Who has the character device `node` open. Incomplete without root.
+    std::vector<Process> HoldersOfDevice(const struct stat& node) const;
+
+    /// Who has the socket open; unknown without root if it is another user's.
+    std::optional<Process> HolderOfSocket(std::uint64_t inode) const;
+
+    /// Whether what `pid` has open could be read.
+    bool Sees(pid_t pid) const;
+
+    /// Whether what all processes have open could be read.
+    bool SeesAll() const;
+
+    /// Whether no process is hidden, as the system may do it for all but root.
+    bool SeesAllNames() const;
+
+private:
+    using Device = std::pair<dev_t, dev_t>;  // its number and, if that is not enough, its place
+
+    struct Entry {
+        Process process;
+        std::string network;  // empty if it may not be asked
+        bool readable = false;
+        std::set<Device> devices = {};
+        std::set<std::uint64_t> sockets = {};  // inodes
+    };
+
+    void Add(pid_t pid, const std::string& folder);
+    static Device DeviceOf(const struct stat& node);
+    static void ReadOpenFiles(const std::string& folder, Entry& entry);
+
+    std::string ourNetwork;
+    std::map<pid_t, Entry> entries;
+};
+
+}  // namespace tavrik

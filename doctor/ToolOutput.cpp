@@ -1,0 +1,67 @@
+#include "doctor/ToolOutput.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+
+namespace tavrik {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+/// To its end, which does not come while a program that the tool has left behind has the pipe open.
+std::string Read(int descriptor, Clock::time_point deadline) {
+    std::string text;
+    std::array<char, 4096> buffer{};
+    pollfd input{descriptor, POLLIN, 0};
+    while (true) {
+        const auto left =
+            std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
+        const bool isReady = left > 0 && poll(&input, 1, static_cast<int>(left)) == 1;
+        const ssize_t count = isReady ? read(descriptor, buffer.data(), buffer.size()) : 0;
+        if (count <= 0) {
+            return text;
+        }
+        text.append(buffer.data(), static_cast<std::size_t>(count));
+    }
+}
+
+}  // namespace
+
+ToolOutput RunTool(std::vector<std::string> command, std::chrono::seconds limit) {
+    command.insert(command.begin(), {"timeout", "--kill-after=1", std::to_string(limit.count())});
+    std::vector<char*> arguments;
+    arguments.reserve(command.size() + 1);
+    for (std::string& word : command) {
+        arguments.push_back(word.data());
+    }
+    arguments.push_back(nullptr);
+
+    std::array<int, 2> ends{};
+    if (pipe2(ends.data(), O_CLOEXEC) != 0) {
+        return {false, "no pipe"};
+    }
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, ends[1], STDERR_FILENO);
+    pid_t pid = 0;
+    const int error =
+        posix_spawnp(&pid, arguments[0], &actions, nullptr, arguments.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    close(ends[1]);
+    constexpr std::chrono::seconds kEnding(1);  // of what has been ended
+    const std::string text = Read(ends[0], Clock::now() + limit + kEnding);
+    close(ends[0]);
+    int status = 0;
+    const bool ended = error == 0 && waitpid(pid, &status, 0) == pid;
+    return {ended && WIFEXITED(status) && WEXITSTATUS(status) == 0, text};
+}
+
+}  // namespace tavrik

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <CLI/App.hpp>
+#include <memory>
+#include <ostream>
+#include <vector>
+
+#include "client/Daemon.h"
+#include "client/Failure.h"
+#include "tavrikctl/commands/Command.h"
+
+namespace tavrik {
+
+/// The command line of tavrikctl: the options that all commands share, and the list of commands.
+class CommandLine {
+public:
+    CommandLine();
+
+    /// Reads the command line and runs the command that it names; errors go to standard error.
+    /// @return the exit status of the program
+    ExitStatus Run(int argc, const char* const* argv);
+
+private:
+    void AddOptions();
+    void AddCommands();
+    template <typename Kind, typename... Arguments>
+    void Add(const Arguments&... arguments);
+    ExitStatus ReadAndRun(int argc, const char* const* argv);
+
+    CLI::App app;
+    Endpoint endpoint;
+    std::vector<std::unique_ptr<Command>> commands;
+};
+
+}  // namespace tavrik

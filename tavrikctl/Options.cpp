@@ -1,0 +1,31 @@
+#include "tavrikctl/Options.h"
+
+#include <cmath>
+
+namespace tavrik {
+
+std::string CheckDecimal(const std::string& text) {
+    const bool isDecimal =
+        text == "0" ||
+        (text.find_first_not_of("0123456789") == std::string::npos && !text.starts_with('0'));
+    return isDecimal ? "" : "'" + text + "' is not a decimal number";
+}
+
+std::string CheckNotEmpty(const std::string& text) {
+    return text.empty() ? "is empty" : "";
+}
+
+CLI::Option* AddTimeOption(CLI::App& app, const std::string& name, std::chrono::milliseconds& time,
+                           const std::string& description) {
+    const auto take = [name, &time](double seconds) {
+        constexpr double kShortest = 0.001;
+        constexpr double kLongest = 3600;
+        if (!(seconds >= kShortest && seconds <= kLongest)) {  // so that NaN is refused too
+            throw CLI::ValidationError(name, "takes 0.001 to 3600 seconds");
+        }
+        time = std::chrono::milliseconds(std::llround(seconds * std::milli::den));
+    };
+    return app.add_option_function<double>(name, take, description)->option_text("SECONDS");
+}
+
+}  // namespace tavrik

@@ -1,0 +1,124 @@
+#include "tavrikctl/commands/CallCommand.h"
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+
+#include "client/Failure.h"
+#include "client/JsonValue.h"
+#include "client/MethodTable.h"
+#include "client/Printable.h"
+#include "client/StatusText.h"
+
+namespace tavrik {
+
+namespace {
+
+constexpr char kGripperLetter = 'g';
+constexpr char kArrayLetter = 'a';
+constexpr const char* kNoGripper = "---";  // what the daemon takes for no gripper at all
+
+/// The methods that there are, for the help text: two columns.
+std::string MethodList() {
+    constexpr std::size_t kColumnWidth = 40;
+    std::string text = "Methods:";
+    bool left = true;
+    for (const Method& method : Methods()) {
+        std::string usage = Usage(method);
+        usage.resize(std::max(usage.size(), left ? kColumnWidth : 0), ' ');
+        text += (left ? "\n  " : "") + usage;
+        left = !left;
+    }
+    return text;
+}
+
+/// Refuses an empty device string: the daemon takes it for a gripper whose name it does not know
+/// yet, so that a variable that is not set would move one.
+void RefuseEmptyGripper(bool isEmpty) {
+    if (isEmpty) {
+        throw Failure(ExitStatus::Usage, "GRIPPER: is empty");
+    }
+}
+
+/// The same for the calls in the array of system.multicall.
+void RefuseEmptyGrippers(const std::string& calls) {
+    for (const auto& call : nlohmann::json::parse(calls, nullptr, false)) {
+        if (!call.is_object() || !call.contains("methodName") || !call["methodName"].is_string()) {
+            continue;
+        }
+        const Method* const method = FindMethod(call["methodName"].get<std::string>());
+        const auto parameters = call.value("params", nlohmann::json());
+        RefuseEmptyGripper(method != nullptr && method->parameters.starts_with(kGripperLetter) &&
+                           parameters.is_array() && !parameters.empty() &&
+                           parameters[0].is_string() &&
+                           parameters[0].get_ref<const std::string&>().empty());
+    }
+}
+
+}  // namespace
+
+CallCommand::CallCommand(CLI::App& program)
+    : Command(program, "call", "Call any method of the daemon") {
+    app.add_option("METHOD", methodName, "see below")->required();
+    // One by one: "[a,b]" would be taken for two elements of a list.
+    for (std::string& text : texts) {
+        const std::string name = "ARG" + std::to_string(&text - texts.data() + 1);
+        options.push_back(app.add_option(name, text, "an argument of it")->option_text(" "));
+    }
+    app.add_flag("--exact", exact, "send the device string as it is typed");
+    AddJson(json);
+    app.footer(MethodList);
+}
+
+ExitStatus CallCommand::Run(Daemon& daemon, Printer& printer) {
+    const Method& method = ChosenMethod();
+    const xmlrpc_c::value answer = daemon.Call(methodName, Parameters(method, daemon));
+    const auto value = ToJson(answer);
+    const int status = method.answersStatus ? Daemon::As<int>(methodName, answer) : 0;
+    if (json || !(value.is_string() || method.answersStatus)) {
+        printer.Json(value);
+    } else if (status == 0) {
+        printer.Line(value.is_string() ? Printable(value.get<std::string>())
+                                       : "0: " + StatusText(status));
+    }
+    if (status != 0) {
+        throw Failure(ExitStatusOf(status), methodName + ": " + StatusText(status));
+    }
+    return ExitStatus::Done;
+}
+
+std::vector<std::string> CallCommand::Arguments() const {
+    std::vector<std::string> arguments;
+    for (std::size_t i = 0; i < texts.size() && options[i]->count() > 0; ++i) {
+        arguments.push_back(texts[i]);
+    }
+    return arguments;
+}
+
+const Method& CallCommand::ChosenMethod() const {
+    const Method* const method = FindMethod(methodName);
+    if (method == nullptr) {
+        throw Failure(ExitStatus::Usage, "there is no method '" + Printable(methodName) + "'");
+    }
+    if (Arguments().size() != method->parameters.size()) {
+        throw Failure(ExitStatus::Usage, "the call is: " + Usage(*method));
+    }
+    return *method;
+}
+
+xmlrpc_c::paramList CallCommand::Parameters(const Method& method, Daemon& daemon) const {
+    const std::vector<std::string> arguments = Arguments();
+    xmlrpc_c::paramList parameters;
+    for (std::size_t i = 0; i < arguments.size(); ++i) {
+        const char letter = method.parameters[i];
+        RefuseEmptyGripper(letter == kGripperLetter && arguments[i].empty());
+        const bool isName = letter == kGripperLetter && !exact && arguments[i] != kNoGripper;
+        parameters.add(
+            ParseArgument(letter, isName ? daemon.FindGripper(arguments[i]) : arguments[i]));
+        if (letter == kArrayLetter) {
+            RefuseEmptyGrippers(arguments[i]);
+        }
+    }
+    return parameters;
+}
+
+}  // namespace tavrik

@@ -1,0 +1,106 @@
+#include "tavrikctl/commands/ListCommand.h"
+
+#include <nlohmann/json.hpp>
+#include <set>
+
+#include "client/Printable.h"
+#include "client/ValueText.h"
+
+namespace tavrik {
+
+namespace {
+
+/// Whether the table shows a device string letter by letter, as calls have to name it.
+bool IsShownExactly(const std::string& device) {
+    return Printable(device) == device && !device.starts_with(' ') && !device.ends_with(' ');
+}
+
+}  // namespace
+
+ListCommand::ListCommand(CLI::App& program)
+    : Command(program, "list", "Show all grippers, a row each") {
+    app.add_flag("--passive", passive, "send nothing to grippers, and so notice no silent one");
+    AddJson(json);
+}
+
+ExitStatus ListCommand::Run(Daemon& daemon, Printer& printer) {
+    std::vector<Entry> entries;
+    std::set<std::string> seen;
+    for (const std::string& device : daemon.Grippers()) {
+        try {
+            entries.push_back(Look(Gripper(daemon, device)));
+        } catch (const Failure& failure) {
+            if (failure.Status() != ExitStatus::NoGripper) {
+                throw;
+            }
+            continue;  // it has just been unplugged
+        }
+        if (!seen.insert(device).second) {
+            entries.back().note = "same name: calls reach the first";
+        }
+    }
+    json ? PrintJson(entries, printer) : PrintTable(entries, printer);
+    return ExitStatus::Done;
+}
+
+ListCommand::Entry ListCommand::Look(const Gripper& gripper) const {
+    Entry entry{gripper.DeviceString(), gripper.ReadProcessData(), {}, "", std::nullopt};
+    std::string model = kModelNotAsked;
+    if (!passive) {
+        entry.answers = gripper.MasterAnswers();
+    }
+    if (entry.answers == false) {
+        entry.note = "master silent, values may be old";
+    } else if (!entry.data.certain) {
+        entry.note = "zero, or no process data";
+    } else if (!passive) {
+        model = gripper.Model();
+    }
+    if (entry.note.empty() && !IsShownExactly(entry.gripper)) {
+        entry.note = "name not as shown: see --json";
+    }
+    entry.model = NarrowModel(model, entry.gripper);
+    return entry;
+}
+
+void ListCommand::PrintTable(const std::vector<Entry>& entries, Printer& printer) {
+    if (entries.empty()) {
+        printer.Line("The daemon knows no gripper.");
+        return;
+    }
+    std::vector<std::vector<Cell>> rows;
+    for (const Entry& entry : entries) {
+        const std::string flags = entry.data.FlagText();
+        rows.push_back({{Printable(entry.gripper)},
+                        {entry.model.Text()},
+                        {std::to_string(entry.data.state)},
+                        {HundredthsText(entry.data.position)},
+                        {flags.empty() ? "none" : flags, !flags.empty()},
+                        {entry.note, entry.answers == false}});
+    }
+    printer.Table({{"GRIPPER"},
+                   {"MODEL"},
+                   {"STATE", Align::Right},
+                   {"POSITION", Align::Right},
+                   {"FLAGS"},
+                   {""}},
+                  rows);
+}
+
+void ListCommand::PrintJson(const std::vector<Entry>& entries, Printer& printer) {
+    auto list = nlohmann::ordered_json::array();
+    for (const Entry& entry : entries) {
+        nlohmann::ordered_json object{{"gripper", entry.gripper},
+                                      {"model", entry.model.name},
+                                      {"modelFrom", entry.model.from}};
+        entry.data.AddTo(object);
+        object["answers"] = nullptr;
+        if (entry.answers) {
+            object["answers"] = *entry.answers;
+        }
+        list.push_back(object);
+    }
+    printer.Json(list);
+}
+
+}  // namespace tavrik

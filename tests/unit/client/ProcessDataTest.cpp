@@ -1,0 +1,73 @@
+#include "client/ProcessData.h"
+
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+namespace tavrik {
+namespace {
+
+TEST(ProcessDataTest, PositionAndStateAreTakenApart) {
+    const ProcessData data(323594);  // bytes 0a f0 .. 04
+    EXPECT_EQ(data.position, 28.0);
+    EXPECT_EQ(data.state, 4);
+    EXPECT_EQ(data.FlagText(), "");
+    EXPECT_TRUE(data.certain);
+}
+
+TEST(ProcessDataTest, APositionMayBeNegative) {
+    EXPECT_EQ(ProcessData(0x38ff).position, -2.0);  // bytes ff 38
+    EXPECT_EQ(ProcessData(0x0080).position, -327.68);
+}
+
+TEST(ProcessDataTest, EachFlagHasItsBitAndItsWords) {
+    EXPECT_TRUE(ProcessData(0x100000).fault);
+    EXPECT_TRUE(ProcessData(0x200000).tempFault);
+    EXPECT_TRUE(ProcessData(0x400000).tempWarn);
+    EXPECT_TRUE(ProcessData(0x800000).maintenance);
+    EXPECT_EQ(ProcessData(0x400000).FlagText(), "temperature warning");
+    EXPECT_EQ(ProcessData(0xf00000).FlagText(),
+              "fault, temperature fault, temperature warning, maintenance");
+}
+
+TEST(ProcessDataTest, AllZeroIsNotCertain) {
+    const ProcessData data(0);
+    EXPECT_FALSE(data.certain);
+    EXPECT_EQ(data.position, 0.0);
+}
+
+TEST(ProcessDataTest, JsonHasEveryValue) {
+    nlohmann::ordered_json object{{"gripper", "x"}};
+    ProcessData(0xa30000 + 0x0100).AddTo(object);
+    EXPECT_EQ(object.dump(),
+              R"({"gripper":"x","state":3,"position":0.01,"fault":false,"temperatureFault":true,)"
+              R"("temperatureWarning":false,"maintenance":true,"certain":true})");
+}
+
+std::string Narrowed(const std::string& told, const std::string& deviceString) {
+    const Model model = NarrowModel(told, deviceString);
+    return model.Text() + " (" + model.from + ")";
+}
+
+TEST(ModelTest, TheNameDecidesWhatAnswersLeaveOpen) {
+    EXPECT_EQ(Narrowed("HVA or MZD", "HVA SN:1"), "HVA by name (name)");
+    EXPECT_EQ(Narrowed("HVA or MZD", "MZD-S SN:1"), "MZD by name (name)");
+    EXPECT_EQ(Narrowed("TLM?", "TLM SN:1"), "TLM by name (name)");
+    EXPECT_EQ(Narrowed("TLM?", "HVA SN:1"), "HVA by name (name)");
+    EXPECT_EQ(Narrowed("?", "MZD-L SN:1"), "MZD by name (name)");
+}
+
+TEST(ModelTest, ANameThatAnswersDenyIsNotBelieved) {
+    EXPECT_EQ(Narrowed("MZD", "HVA SN:1"), "MZD (answers)");
+    EXPECT_EQ(Narrowed("HVA or MZD", "TLM SN:1"), "HVA or MZD (answers)");
+}
+
+TEST(ModelTest, WhatAnswersTellNeedsNoName) {
+    EXPECT_EQ(Narrowed("MZD", "MZD-S SN:1"), "MZD (answers)");
+    EXPECT_EQ(Narrowed("HVA or MZD", "4711 HVA"), "HVA or MZD (answers)");
+    EXPECT_EQ(Narrowed("TLM?", "4711"), "TLM? (answers)");
+    EXPECT_EQ(Narrowed("?", "4711"), "? (nothing)");
+}
+
+}  // namespace
+}  // namespace tavrik

@@ -1,0 +1,74 @@
+#include "client/SettingTable.h"
+
+#include <gtest/gtest.h>
+
+#include "client/MethodTable.h"
+#include "tests/unit/client/ExpectFailure.h"
+
+namespace tavrik {
+namespace {
+
+TEST(SettingTableTest, EveryMethodOfASettingTakesWhatTheSettingHas) {
+    for (const Setting& setting : Settings()) {
+        const std::string place = setting.place == Setting::Place::Gripper ? "g" : "gi";
+        const std::string value = setting.kind == Setting::Kind::Flag    ? "b"
+                                  : setting.kind == Setting::Kind::Limit ? "d"
+                                                                         : "i";
+        if (!setting.getter.empty()) {
+            EXPECT_EQ(FindMethod(setting.getter)->parameters, place) << setting.name;
+        }
+        if (!setting.setter.empty()) {
+            EXPECT_EQ(FindMethod(setting.setter)->parameters, place + value) << setting.name;
+            EXPECT_TRUE(FindMethod(setting.setter)->answersStatus) << setting.name;
+        }
+    }
+}
+
+TEST(SettingTableTest, AnUnknownSettingIsRefused) {
+    EXPECT_EQ(FindSetting("force").getter, "GetForce");
+    EXPECT_FAILURE(FindSetting("power"), Usage, "there is no setting 'power'");
+}
+
+TEST(SettingTableTest, ValuesOutOfRangeAreRefused) {
+    const Setting& force = FindSetting("force");
+    EXPECT_EQ(xmlrpc_c::value_int(ParseSetting(force, "255")).cvalue(), 255);
+    EXPECT_FAILURE(ParseSetting(force, "256"), Usage, "force takes 0 to 255, not '256'");
+    EXPECT_FAILURE(ParseSetting(force, "-1"), Usage, "force takes 0 to 255, not '-1'");
+    EXPECT_FAILURE(ParseSetting(FindSetting("led-preset"), "8"), Usage,
+                   "led-preset takes 0 to 7, not '8'");
+    const Setting& limit = FindSetting("no-part-limit");
+    for (const char* const wrong : {"327.68", "-327.69"}) {
+        EXPECT_FAILURE(
+            ParseSetting(limit, wrong), Usage,
+            ("no-part-limit takes -327.68 to 327.67, not '" + std::string(wrong) + "'").c_str());
+    }
+    EXPECT_TRUE(
+        xmlrpc_c::value_boolean(ParseSetting(FindSetting("reference-direction"), "on")).cvalue());
+}
+
+TEST(SettingTableTest, TheTextIsWhatTheGripperGetsAndNotWhatWasTyped) {
+    const Setting& limit = FindSetting("release-limit");
+    EXPECT_EQ(SettingText(limit, "12.346"), "12.35");
+    EXPECT_EQ(SettingText(limit, "-12.346"), "-12.35");
+    EXPECT_EQ(SettingText(limit, "1e2"), "100.00");
+    EXPECT_EQ(SettingText(limit, "-0.004"), "0.00");
+    EXPECT_EQ(SettingText(FindSetting("force"), "060"), "60");
+    EXPECT_EQ(SettingText(FindSetting("reference-direction"), "yes"), "on");
+}
+
+/// As the daemon does it.
+int EncodedLimit(double limit) {
+    return static_cast<int>(limit * 100 + 0.5);  // NOLINT(bugprone-incorrect-roundings)
+}
+
+TEST(SettingTableTest, EveryLimitArrivesAsItIsTyped) {
+    for (int hundredths = -32768; hundredths <= 32767; ++hundredths) {
+        ASSERT_EQ(EncodedLimit(LimitToSend(hundredths / 100.0)), hundredths);
+    }
+    EXPECT_EQ(EncodedLimit(LimitToSend(-1.994)), -199);
+    EXPECT_EQ(EncodedLimit(LimitToSend(-1.996)), -200);
+    EXPECT_EQ(EncodedLimit(LimitToSend(1.996)), 200);
+}
+
+}  // namespace
+}  // namespace tavrik

@@ -1,0 +1,75 @@
+#include "doctor/DaemonLog.h"
+
+#include <gtest/gtest.h>
+
+namespace tavrik {
+namespace {
+
+using Lines = std::vector<std::string>;
+
+const Lines kTwoMasters{"08:00:00 1 SerialConnection: Opening device /dev/ttyACM0",
+                        "08:00:00 2 Parser thread active",
+                        "08:00:00 2 Parsing line: ID=\"PELLIX\"",
+                        "08:00:00 2 Setting device mode to 3",
+                        "08:00:00 1 SerialConnection: Opening device /dev/ttyACM1",
+                        "08:00:00 3 Parser thread active",
+                        "08:00:00 3 Parsing line: ID=PELLOX",
+                        "08:00:00 2 Setting device mode to 4",
+                        "08:00:00 3 Setting device mode to 7"};
+
+Lines Longer(Lines lines, const Lines& more) {
+    lines.insert(lines.end(), more.begin(), more.end());
+    return lines;
+}
+
+TEST(DaemonLogTest, EachMasterHasItsIdAndLastMode) {
+    const DaemonLog log(kTwoMasters);
+    EXPECT_EQ(log.Find("/dev/ttyACM0")->id, "PELLIX");
+    EXPECT_EQ(log.Find("/dev/ttyACM0")->mode, 4);
+    EXPECT_EQ(log.Find("/dev/ttyACM1")->id, "PELLOX");
+    EXPECT_EQ(log.Find("/dev/ttyACM1")->mode, 7);
+    EXPECT_EQ(log.Find("/dev/ttyACM2"), nullptr);
+}
+
+TEST(DaemonLogTest, AMasterThatWasRemovedIsForgotten) {
+    const DaemonLog log(Longer(kTwoMasters, {"08:00:01 1 PELLIX removed: /dev/ttyACM0"}));
+    EXPECT_EQ(log.Find("/dev/ttyACM0"), nullptr);
+    EXPECT_NE(log.Find("/dev/ttyACM1"), nullptr);
+}
+
+TEST(DaemonLogTest, AMasterThatIsPluggedInAgainStartsAnew) {
+    const DaemonLog log(
+        Longer(kTwoMasters, {"08:00:01 1 SerialConnection: Opening device /dev/ttyACM0",
+                             "08:00:01 4 Parser thread active"}));
+    EXPECT_FALSE(log.Find("/dev/ttyACM0")->id);
+    EXPECT_FALSE(log.Find("/dev/ttyACM0")->mode);
+}
+
+TEST(DaemonLogTest, WhatIsReopenedKeepsWhatIsKnown) {
+    const DaemonLog log(
+        Longer(kTwoMasters, {"08:00:01 2 SerialConnection: Opening device /dev/ttyACM0",
+                             "08:00:01 2 Setting device mode to 5"}));
+    EXPECT_EQ(log.Find("/dev/ttyACM0")->id, "PELLIX");
+    EXPECT_EQ(log.Find("/dev/ttyACM0")->mode, 5);
+}
+
+TEST(DaemonLogTest, ALinkThatFailedHasItsLine) {
+    const DaemonLog log(
+        Longer(kTwoMasters, {"08:00:01 1 SerialConnection: Opening device /dev/ttyACM2",
+                             "08:00:01 4 Parser thread active", "08:00:06 1 Failed to update ID: 5",
+                             "08:00:06 1 Failed to initialize new device: 5"}));
+    EXPECT_EQ(log.Find("/dev/ttyACM2")->failure, "Failed to initialize new device: 5");
+    EXPECT_EQ(log.Find("/dev/ttyACM1")->failure, "");
+}
+
+TEST(DaemonLogTest, OtherLinesDoNoHarm) {
+    const DaemonLog log({"", "-- Boot --", "08:00:00", "08:00:00 2",
+                         "08:00:00 2 Parser thread active", "08:00:00 2 Setting device mode to 4",
+                         "08:00:00 1 SerialConnection: Opening device /dev/ttyACM0",
+                         "08:00:00 1 Setting device mode to x"});
+    EXPECT_EQ(log.Find(""), nullptr);
+    EXPECT_FALSE(log.Find("/dev/ttyACM0")->mode);
+}
+
+}  // namespace
+}  // namespace tavrik

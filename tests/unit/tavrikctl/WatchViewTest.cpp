@@ -1,0 +1,144 @@
+#include "tavrikctl/WatchView.h"
+
+#include <gtest/gtest.h>
+
+namespace tavrik {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+constexpr int kState = 0x060000;
+
+/// What GetPDINExcerpt answers for a position in hundredths, in state 6.
+int Excerpt(int hundredths) {
+    const auto raw = static_cast<unsigned>(hundredths);
+    return static_cast<int>((raw >> 8U & 0xffU) | (raw & 0xffU) << 8U) + kState;
+}
+
+class WatchViewTest : public testing::Test {
+protected:
+    static Observation At(milliseconds time, int excerpt) {
+        Observation observation;
+        observation.time = Observation::Clock::time_point(time);
+        observation.data = ProcessData(excerpt);
+        return observation;
+    }
+
+    std::vector<std::string> Lines(std::size_t width, std::size_t height) const {
+        std::vector<std::string> lines;
+        for (const Cell& line : view.Render(width, height)) {
+            lines.push_back(line.text);
+        }
+        return lines;
+    }
+
+    WatchView view{"HVA SN:1", "localhost:44221"};
+};
+
+TEST_F(WatchViewTest, WithoutAnObservationItWaits) {
+    EXPECT_EQ(Lines(30, 24), (std::vector<std::string>{"HVA SN:1       localhost:44221", "",
+                                                       "waiting for the daemon", "", "q leaves"}));
+}
+
+TEST_F(WatchViewTest, TheScreenHasValuesBarAndPlot) {
+    view.Add(At(seconds(30), Excerpt(0)));
+    view.Add(At(seconds(45), Excerpt(1000)));
+    view.Add(At(seconds(60), Excerpt(500)));
+    EXPECT_EQ(Lines(45, 15), (std::vector<std::string>{
+                                 "HVA SN:1                      localhost:44221",
+                                 "",
+                                 "position     5.00   state   6     - calls/s",
+                                 "flags     none",
+                                 "values    fresh",
+                                 "",
+                                 "0.00 [################                ] 10.00",
+                                 "",
+                                 "  10.00 |                 *                  ",
+                                 "        |                                   *",
+                                 "        |                                    ",
+                                 "   0.00 |                                    ",
+                                 "         -30 s                            now",
+                                 "",
+                                 "q leaves",
+                             }));
+}
+
+TEST_F(WatchViewTest, ThePlotTakesTheHeightThatThereIs) {
+    view.Add(At(seconds(0), Excerpt(0)));
+    EXPECT_EQ(Lines(80, 100).size(), 23U);
+    EXPECT_EQ(Lines(80, 24).size(), 23U);
+    EXPECT_EQ(Lines(80, 20).size(), 20U);
+    EXPECT_EQ(Lines(80, 14).size(), 14U);
+    EXPECT_EQ(Lines(80, 13).size(), 9U);
+    EXPECT_EQ(Lines(80, 13).back(), "q leaves");
+    EXPECT_EQ(Lines(80, 3).size(), 3U);
+    EXPECT_TRUE(Lines(80, 0).empty());
+}
+
+TEST_F(WatchViewTest, NoLineIsWiderThanTheScreen) {
+    view.Add(At(seconds(0), Excerpt(-32768)));
+    for (const std::size_t width : {0U, 1U, 10U, 20U, 50U, 51U, 80U, 200U}) {
+        for (const std::string& line : Lines(width, 24)) {
+            EXPECT_LE(line.size(), width) << line;
+        }
+    }
+}
+
+TEST_F(WatchViewTest, ALongNameTakesThePlaceOfTheServer) {
+    const WatchView longNamed(std::string(40, 'n'), "localhost:44221");
+    EXPECT_EQ(longNamed.Render(30, 24)[0].text, std::string(30, 'n'));
+}
+
+TEST_F(WatchViewTest, TheScaleHoldsAllPositionsSeenAlsoThoseOfLongAgo) {
+    view.Add(At(seconds(0), Excerpt(-500)));
+    view.Add(At(seconds(1), Excerpt(2000)));
+    view.Add(At(seconds(100), Excerpt(2000)));
+    EXPECT_EQ(Lines(31, 14)[6], "-5.00 [#################] 20.00");
+}
+
+TEST_F(WatchViewTest, CallsAreCountedOverTheLastSecond) {
+    std::uint64_t calls = 0;
+    for (int ms = 0; ms <= 3000; ms += 50) {
+        Observation observation = At(milliseconds(ms), Excerpt(0));
+        observation.calls = ++calls;
+        view.Add(observation);
+    }
+    EXPECT_EQ(Lines(80, 24)[2], "position     0.00   state   6    20 calls/s");
+}
+
+TEST_F(WatchViewTest, FlagsAlarm) {
+    view.Add(At(seconds(0), 0x300000));
+    EXPECT_EQ(Lines(80, 24)[3], "flags     fault, temperature fault");
+    EXPECT_TRUE(view.Render(80, 24)[3].alarming);
+    EXPECT_FALSE(view.Render(80, 24)[4].alarming);
+}
+
+TEST_F(WatchViewTest, FrozenValuesAlarm) {
+    Observation observation = At(seconds(10), Excerpt(0));
+    observation.silentSince = Observation::Clock::time_point(seconds(6));
+    observation.frozen = true;
+    view.Add(observation);
+    EXPECT_EQ(Lines(80, 24)[4], "values    frozen: the master has not answered for 4 s");
+    EXPECT_TRUE(view.Render(80, 24)[4].alarming);
+    observation.frozen = false;
+    view.Add(observation);
+    EXPECT_EQ(Lines(80, 24)[4], "values    changing, but the master has not answered for 4 s");
+}
+
+TEST_F(WatchViewTest, WithoutProcessDataTheReasonIsTold) {
+    view.Add(At(seconds(0), Excerpt(1000)));
+    Observation observation;
+    observation.time = Observation::Clock::time_point(seconds(1));
+    observation.trouble = "unplugged";
+    view.Add(observation);
+    EXPECT_EQ(Lines(45, 14)[2], "position        -   state   -     0 calls/s");
+    EXPECT_EQ(Lines(45, 14)[3], "flags     -");
+    EXPECT_EQ(Lines(45, 14)[4], "values    unplugged");
+    EXPECT_EQ(Lines(45, 14)[6], "0.00 [                                ] 10.00");
+    view.Add(At(seconds(2), 0));
+    EXPECT_EQ(Lines(45, 14)[4], "values    all zero: perhaps no process data");
+}
+
+}  // namespace
+}  // namespace tavrik

@@ -453,7 +453,7 @@ class SettingTest(CtlTestCase):
                 ("force is not of an LED", ("set", "force", 60, "--led", 1)),
                 ("--led", ("get", "led-color", "--led", 128)),
                 ("force takes 0 to 255, not '256'", ("set", "force", 256)),
-                ("'much' is no integer", ("set", "force", "much")),
+                ("'much' is not an integer", ("set", "force", "much")),
                 ("no-part-limit takes -327.68 to 327.67", ("set", "no-part-limit", 400))):
             with self.subTest(arguments=arguments):
                 self.expect_failure(USAGE, text, *arguments)
@@ -526,11 +526,11 @@ class CallTest(CtlTestCase):
                 ("the call is: Grip GRIPPER INTEGER", ("call", "Grip", "mzd")),
                 ("the call is: GetVersion", ("call", "GetVersion", 1)),
                 ("not expected: 4", ("call", "Grip", 1, 2, 3, 4)),
-                ("'on' is no integer", ("call", "Grip", "mzd", "on")),
-                ("'1,5' is no number", ("call", "SetNoPartLimit", "mzd", 0, "1,5")),
-                ("'inf' is no number", ("call", "SetNoPartLimit", "mzd", 0, "inf")),
-                ("'?' is no UTF-8", ("call", "GetPos", "\udcff", "--exact")),
-                ("'x' is no array in JSON", ("call", "system.multicall", "x")),
+                ("'on' is not an integer", ("call", "Grip", "mzd", "on")),
+                ("'1,5' is not a number", ("call", "SetNoPartLimit", "mzd", 0, "1,5")),
+                ("'inf' is not a number", ("call", "SetNoPartLimit", "mzd", 0, "inf")),
+                ("'?' is not UTF-8", ("call", "GetPos", "\udcff", "--exact")),
+                ("'x' is not a JSON array", ("call", "system.multicall", "x")),
                 ("has too many levels", ("call", "system.multicall", 20000 * "[" + 20000 * "]"))):
             with self.subTest(arguments=arguments):
                 self.expect_failure(USAGE, text, *arguments)
@@ -722,7 +722,7 @@ class CommandLineTest(CtlTestCase):
                                 ("extra", ("list", "extra")),
                                 ("--port", ("list", "--port", 0)),
                                 ("--port", ("list", "--port", 65536)),
-                                ("no decimal number", ("list", "--port", "044221")),
+                                ("not a decimal number", ("list", "--port", "044221")),
                                 ("--bundle: is empty", ("doctor", "--bundle", "")),
                                 ("--timeout", ("list", "--timeout", 0)),
                                 ("--timeout", ("list", "--timeout", "soon")),

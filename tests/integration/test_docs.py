@@ -526,6 +526,25 @@ class ManualPageTest(unittest.TestCase):
         self.assertEqual((commands | ranges.keys()) - explained_words, set())
 
 
+class DesignPageTest(unittest.TestCase):
+    """docs/design.md: its table of what is kept on purpose."""
+
+    TABLE = section(ROOT / "docs" / "design.md", "## Kept on purpose")
+
+    def test_the_tests_that_it_names_exist(self):
+        tests = {f"{suite}.{name}" for path in (ROOT / "tests" / "unit").rglob("*.cpp")
+                 for suite, name in re.findall(r"^TEST(?:_[FP])?\((\w+), (\w+)\)",
+                                               path.read_text(), re.MULTILINE)}
+        named = set(re.findall(r"`(\w+Test\.\w+)`", self.TABLE))
+        self.assertGreater(len(named), 20)
+        self.assertEqual(named - tests, set())
+
+    def test_every_file_with_such_a_comment_has_a_row(self):
+        files = {path.stem for folder in ("daemon", "pellix") for path in (ROOT / folder).rglob("*.*")
+                 if path.suffix in (".h", ".cpp") and "on purpose" in path.read_text().lower()}
+        self.assertEqual(files - set(re.findall(r"`(\w+)`", self.TABLE)), set())
+
+
 class LinksTest(unittest.TestCase):
     @staticmethod
     def anchors(page):

@@ -24,7 +24,8 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 README = ROOT / "README.md"
 METHODS_PAGE = ROOT / "docs" / "methods.md"
 OPERATION = ROOT / "docs" / "operation.md"
-PAGES = (README, ROOT / "CHANGELOG.md", *sorted((ROOT / "docs").glob("*.md")))
+PAGES = (README, ROOT / "CHANGELOG.md", ROOT / "CONTRIBUTING.md",
+         *sorted((ROOT / "docs").glob("*.md")))
 
 FENCE = re.compile(r"^( *)```([\w-]*)\n(.*?)^\1```$", re.MULTILINE | re.DOTALL)
 CODE_SPAN = re.compile(r"`([^`]+)`")
@@ -381,6 +382,11 @@ class ShellCommandsTest(CellTestCase):
         "build/release/daemon/TavrikDaemon": "the tour runs it in its cell",
         "build/release/simulator/pellix-sim --gripper MZD-L --gripper TLM -- "
         "build/release/daemon/TavrikDaemon": "serves until Ctrl-C; every test of this folder",
+        "build/release/simulator/pellix-sim --replay tests/data/fallback.rec -- "
+        "build/release/daemon/TavrikDaemon": "serves until Ctrl-C; test_recording.py plays it",
+        "ctest --preset dev -R 'integration.clients$'": "starts other tests, as ctest did with this one",
+        "build/dev/tests/fuzz/fuzz-lists tests/fuzz/corpus/lists/empty-list":
+            "the test fuzz.lists runs it on the whole folder",
         "ls -l /dev/ttyACM0": "needs a master at the host",
         "fuser -v /dev/ttyACM0": "needs a master at the host",
         "udevadm trigger --action=add --subsystem-match=tty": "needs udevd",

@@ -7,7 +7,8 @@ set(completion_folder ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
 install(TARGETS TavrikDaemon DESTINATION ${CMAKE_INSTALL_SBINDIR})
 install(FILES docs/man/TavrikDaemon.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
 install(DIRECTORY docs/ DESTINATION ${doc_folder}/tavrikdaemon
-        PATTERN man EXCLUDE PATTERN simulator.md EXCLUDE PATTERN recording.md EXCLUDE)
+        PATTERN man EXCLUDE PATTERN design.md EXCLUDE
+        PATTERN simulator.md EXCLUDE PATTERN recording.md EXCLUDE)
 install(DIRECTORY examples DESTINATION ${doc_folder}/tavrikdaemon)
 
 install(TARGETS tavrikctl DESTINATION ${CMAKE_INSTALL_BINDIR})

@@ -24,7 +24,8 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 README = ROOT / "README.md"
 METHODS_PAGE = ROOT / "docs" / "methods.md"
 OPERATION = ROOT / "docs" / "operation.md"
-PAGES = (README, ROOT / "CHANGELOG.md", *sorted((ROOT / "docs").glob("*.md")))
+PAGES = (README, ROOT / "CHANGELOG.md", ROOT / "CONTRIBUTING.md",
+         *sorted((ROOT / "docs").glob("*.md")))
 
 FENCE = re.compile(r"^( *)```([\w-]*)\n(.*?)^\1```$", re.MULTILINE | re.DOTALL)
 CODE_SPAN = re.compile(r"`([^`]+)`")
@@ -381,6 +382,11 @@ class ShellCommandsTest(CellTestCase):
         "build/release/daemon/TavrikDaemon": "the tour runs it in its cell",
         "build/release/simulator/pellix-sim --gripper MZD-L --gripper TLM -- "
         "build/release/daemon/TavrikDaemon": "serves until Ctrl-C; every test of this folder",
+        "build/release/simulator/pellix-sim --replay tests/data/fallback.rec -- "
+        "build/release/daemon/TavrikDaemon": "serves until Ctrl-C; test_recording.py plays it",
+        "ctest --preset dev -R 'integration.clients$'": "starts other tests, as ctest did with this one",
+        "build/dev/tests/fuzz/fuzz-lists tests/fuzz/corpus/lists/empty-list":
+            "the test fuzz.lists runs it on the whole folder",
         "ls -l /dev/ttyACM0": "needs a master at the host",
         "fuser -v /dev/ttyACM0": "needs a master at the host",
         "udevadm trigger --action=add --subsystem-match=tty": "needs udevd",
@@ -524,6 +530,25 @@ class ManualPageTest(unittest.TestCase):
         explained_options, explained_words = self.items("tavrikctl.1")
         self.assertEqual(options - explained_options, set())
         self.assertEqual((commands | ranges.keys()) - explained_words, set())
+
+
+class DesignPageTest(unittest.TestCase):
+    """docs/design.md: its table of what is kept on purpose."""
+
+    TABLE = section(ROOT / "docs" / "design.md", "## Kept on purpose")
+
+    def test_the_tests_that_it_names_exist(self):
+        tests = {f"{suite}.{name}" for path in (ROOT / "tests" / "unit").rglob("*.cpp")
+                 for suite, name in re.findall(r"^TEST(?:_[FP])?\((\w+), (\w+)\)",
+                                               path.read_text(), re.MULTILINE)}
+        named = set(re.findall(r"`(\w+Test\.\w+)`", self.TABLE))
+        self.assertGreater(len(named), 20)
+        self.assertEqual(named - tests, set())
+
+    def test_every_file_with_such_a_comment_has_a_row(self):
+        files = {path.stem for folder in ("daemon", "pellix") for path in (ROOT / folder).rglob("*.*")
+                 if path.suffix in (".h", ".cpp") and "on purpose" in path.read_text().lower()}
+        self.assertEqual(files - set(re.findall(r"`(\w+)`", self.TABLE)), set())
 
 
 class LinksTest(unittest.TestCase):

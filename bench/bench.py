@@ -17,14 +17,13 @@ import sys
 import time
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
-sys.path.insert(0, str(ROOT / "tests" / "integration"))
+sys.path.insert(0, str(ROOT))
 
 import calls  # noqa: E402
 import growth  # noqa: E402
 import idling  # noqa: E402
 import machine  # noqa: E402
 import micro  # noqa: E402
-import own_network  # noqa: E402
 import peers  # noqa: E402
 import plots  # noqa: E402
 import plugging  # noqa: E402
@@ -33,6 +32,7 @@ import starting  # noqa: E402
 import streams  # noqa: E402
 import table  # noqa: E402
 from rounds import FULL, QUICK  # noqa: E402
+from tests.integration.harness import own_network  # noqa: E402
 
 # In the order of the table.
 SUBJECTS = (calls.two_processors, calls.one_processor, calls.latency_under_stream, calls.grips,

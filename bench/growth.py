@@ -5,10 +5,10 @@ import statistics
 
 import processes
 from calls import CONNECTIONS
-from cell import PORTS
 from rounds import alternate, rates
 from servers import DAEMON, Server
 from streams import RATE
+from tests.integration.harness.cell import PORTS
 
 MASTERS = (1, 4, 8, 16, 24, 32)
 CLIENTS = (1, 2, 4, 8, 15)  # connections on each of the ports; 15 are all that the library serves

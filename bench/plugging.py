@@ -4,9 +4,9 @@ import random
 import socket
 import time
 
-from cell import PATIENCE, PORTS
 from figures import Figure, at_most
 from servers import DAEMON, OPERATES, Server
+from tests.integration.harness.cell import PATIENCE, PORTS
 from world import device
 
 POLL = 0.01  # seconds; the daemon's own polls: events shall meet them in any phase

@@ -4,7 +4,7 @@ import socket
 from typing import NamedTuple
 
 import loads
-from cell import PORTS, wait_until
+from tests.integration.harness.cell import PORTS, wait_until
 from world import BUILD, PROGRAMS, ROOT, Cell, ttys
 
 PEERS = ROOT / "bench" / "peers"

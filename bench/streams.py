@@ -1,10 +1,10 @@
 """What lines of process data cost."""
 
-from cell import wait_until
 from figures import Figure, at_most
 from processes import rss_kib
 from rounds import in_turn, rates
 from servers import DAEMON, Server
+from tests.integration.harness.cell import wait_until
 from world import PROGRAMS, Cell, ttys
 
 READERS = "plain readers: split and decode"

@@ -9,7 +9,7 @@ import subprocess
 import tempfile
 
 import processes
-from cell import PATIENCE, Output, wait_until
+from tests.integration.harness.cell import PATIENCE, Output, wait_until
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 BUILD = ROOT / "build" / "release"

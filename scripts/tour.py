@@ -8,10 +8,10 @@ builds what it needs and runs it.
 import pathlib
 import sys
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "tests" / "integration"))
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent))
 
-import own_network  # noqa: E402
-from cell import Cell, wait_until  # noqa: E402
+from tests.integration.harness import own_network  # noqa: E402
+from tests.integration.harness.cell import Cell, wait_until  # noqa: E402
 
 HVA, MZD = "HVA SN:100001", "MZD-S SN:100002"
 PART = 12.5

@@ -11,15 +11,15 @@ import unittest
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 BENCH = ROOT / "bench"
-sys.path[:0] = [str(BENCH), str(ROOT / "tests" / "integration")]
+sys.path[:0] = [str(BENCH), str(ROOT)]
 
 import growth  # noqa: E402
 import processes  # noqa: E402
 import publish  # noqa: E402
 import rounds  # noqa: E402
 import table  # noqa: E402
-from cell import wait_until  # noqa: E402
 from figures import Figure, at_least, at_most, spread  # noqa: E402
+from tests.integration.harness.cell import wait_until  # noqa: E402
 
 
 class SpreadTest(unittest.TestCase):

@@ -17,9 +17,9 @@ import unittest
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 PROGRAMS = pathlib.Path(os.environ.get("TAVRIK_BENCH_PROGRAMS", ROOT / "build/dev/bench"))
 
-sys.path.append(str(ROOT / "tests" / "integration"))
-import own_network  # noqa: E402
-from cell import PATIENCE, PORTS, Output, wait_until  # noqa: E402
+sys.path.insert(0, str(ROOT))
+from tests.integration.harness.cell import PATIENCE, PORTS, Output, wait_until  # noqa: E402
+from tests.integration.harness.cell_test_case import main  # noqa: E402
 
 USAGE = 2
 DAEMON_PORT, PLAIN_PORT = PORTS[0], 44233
@@ -353,5 +353,4 @@ class ServersTest(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    own_network.enter()
-    unittest.main()
+    main()

@@ -10,9 +10,9 @@ import threading
 import time
 import xmlrpc.client
 
-from cell import PORTS, SLOWNESS, wait_until
-from cell_test_case import CellTestCase, main
-from methods import METHODS
+from .harness.cell import PORTS, SLOWNESS, wait_until
+from .harness.cell_test_case import CellTestCase, main
+from .harness.methods import METHODS
 
 HVA = "HVA SN:100001"
 DATE = re.compile(rb"Date: ([^\r\n]*)\r\n")

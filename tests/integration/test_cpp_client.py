@@ -3,8 +3,8 @@
 import os
 import subprocess
 
-from cell import SLOWNESS
-from cell_test_case import CellTestCase, main
+from .harness.cell import SLOWNESS
+from .harness.cell_test_case import CellTestCase, main
 
 
 class CppClientTest(CellTestCase):

@@ -5,9 +5,9 @@ import socket
 import unittest
 import xmlrpc.client
 
-from cell import PORTS, Cell
-from cell_test_case import CellTestCase, main
-from methods import DEVICE_METHODS, METHODS, PLACEHOLDER
+from .harness.cell import PORTS, Cell
+from .harness.cell_test_case import CellTestCase, main
+from .harness.methods import DEVICE_METHODS, METHODS, PLACEHOLDER
 
 UNKNOWN = "HVA SN:999"
 

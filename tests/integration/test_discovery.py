@@ -3,8 +3,8 @@
 import threading
 import time
 
-from cell import SLOWNESS, wait_until
-from cell_test_case import CellTestCase, main
+from .harness.cell import SLOWNESS, wait_until
+from .harness.cell_test_case import CellTestCase, main
 
 TTY = "/dev/ttyACM"
 

@@ -12,13 +12,12 @@ import textwrap
 import unittest
 import xmlrpc.client
 
-import ctl
-import test_examples
-import test_package
-from cell import PATIENCE, PORTS, SLOWNESS, wait_until
-from cell_test_case import CellTestCase, main
-from methods import METHODS
-from test_tavrikctl_doctor import DoctorTestCase
+from . import test_examples, test_package
+from .harness import ctl
+from .harness.cell import PATIENCE, PORTS, SLOWNESS, wait_until
+from .harness.cell_test_case import CellTestCase, main
+from .harness.methods import METHODS
+from .test_tavrikctl_doctor import DoctorTestCase
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 README = ROOT / "README.md"

@@ -5,10 +5,10 @@ import subprocess
 import tempfile
 import unittest
 
-import ctl
-from cell import PORTS, SLOWNESS, wait_until
-from cell_test_case import CellTestCase, main
-from ctl_test_case import http_server
+from .harness import ctl
+from .harness.cell import PORTS, SLOWNESS, wait_until
+from .harness.cell_test_case import CellTestCase, main
+from .harness.ctl_test_case import http_server
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 

@@ -1,8 +1,8 @@
 """Every gripper method on every model: its answer, and what reaches the master."""
 
-from cell import PORTS
-from cell_test_case import CellTestCase, main
-from methods import METHODS
+from .harness.cell import PORTS
+from .harness.cell_test_case import CellTestCase, main
+from .harness.methods import METHODS
 
 MODELS = ("TLM", "HVA", "MZD-S", "MZD-L")
 METHOD = {method.name: method for method in METHODS}

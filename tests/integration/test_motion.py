@@ -1,7 +1,7 @@
 """Grippers that move: what calls do to fingers, parts and settings, seen through the calls."""
 
-from cell import wait_until
-from cell_test_case import CellTestCase, main
+from .harness.cell import wait_until
+from .harness.cell_test_case import CellTestCase, main
 
 HVA, MZD, TLM = "HVA SN:100001", "MZD-S SN:100002", "TLM SN:100003"
 

@@ -20,10 +20,9 @@ import time
 import unittest
 import xmlrpc.client
 
-import own_network
-from booted_debian import Machine, container
-from cell import PATIENCE, PORTS, Cell, answers, wait_until
-from cell_test_case import problem_count
+from .harness.booted_debian import Machine, container
+from .harness.cell import PATIENCE, PORTS, Cell, answers, wait_until
+from .harness.cell_test_case import main, problem_count
 
 INSTALL = "apt install ./tavrikdaemon_*.deb"
 INSTALL_SIMULATOR = "apt install ./pellix-sim_*.deb"
@@ -666,5 +665,4 @@ class LifeCycleTest(MachineTestCase):
 
 
 if __name__ == "__main__":
-    own_network.enter()
-    unittest.main(verbosity=2)
+    main()

@@ -12,9 +12,9 @@ import threading
 import tty
 import unittest
 
-from cell import PATIENCE, PORTS, SANITIZER_REPORT, Cell, Output, answers, wait_until
-from cell_test_case import main, output_on_failure, started
-from test_docs import ROOT, blocks
+from .harness.cell import PATIENCE, PORTS, SANITIZER_REPORT, Cell, Output, answers, wait_until
+from .harness.cell_test_case import main, output_on_failure, started
+from .test_docs import ROOT, blocks
 
 SIMULATOR = os.environ["TAVRIK_SIMULATOR"]
 DAEMON = os.environ["TAVRIK_DAEMON"]

@@ -11,8 +11,8 @@ import time
 import unittest
 import xmlrpc.client
 
-from cell import PORTS, SLOWNESS, answers, wait_until
-from cell_test_case import CellTestCase, main
+from .harness.cell import PORTS, SLOWNESS, answers, wait_until
+from .harness.cell_test_case import CellTestCase, main
 
 HVA = "HVA SN:100001"
 

@@ -2,8 +2,8 @@
 
 import time
 
-from cell import SLOWNESS, wait_until
-from cell_test_case import CellTestCase, main
+from .harness.cell import SLOWNESS, wait_until
+from .harness.cell_test_case import CellTestCase, main
 
 HVA = "HVA SN:100001"
 

@@ -11,10 +11,10 @@ import time
 import unittest
 import xmlrpc.client
 
-from cell import PATIENCE, PORTS, SLOWNESS, answers, wait_until
-from cell_test_case import main
-from methods import METHODS
-from storm import FACTOR, StormTestCase, holdings, random_numbers, rounds, wait_until_back
+from .harness.cell import PATIENCE, PORTS, SLOWNESS, answers, wait_until
+from .harness.cell_test_case import main
+from .harness.methods import METHODS
+from .harness.storm import FACTOR, StormTestCase, holdings, random_numbers, rounds, wait_until_back
 
 HVA, MZD = "HVA SN:100001", "MZD-S SN:100002"
 CROWDED, OTHER = PORTS

@@ -7,9 +7,9 @@ import termios
 import threading
 import time
 
-import storm
-from cell import PORTS, SLOWNESS, wait_until
-from cell_test_case import main
+from .harness import storm
+from .harness.cell import PORTS, SLOWNESS, wait_until
+from .harness.cell_test_case import main
 
 # A call to another master has nothing to wait for but the lock of the list of links, 0.1 s at most.
 # If it waited for the master that hangs, it would be for a request's time-out, a second or more.

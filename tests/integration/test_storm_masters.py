@@ -9,13 +9,13 @@ import threading
 import time
 import xmlrpc.client
 
-import lies
-from cell import PORTS, SLOWNESS, wait_until
-from cell_test_case import main
-from methods import DEVICE_METHODS
-from storm import (MEMORY_COUNTS, NO_COMMAND, NO_LINK, NO_PROCESS_DATA, TIMEOUT, WRONG_MODE,
-                   StormTestCase, holdings, random_numbers, restart_data_link, rounds,
-                   wait_until_back)
+from .harness import lies
+from .harness.cell import PORTS, SLOWNESS, wait_until
+from .harness.cell_test_case import main
+from .harness.methods import DEVICE_METHODS
+from .harness.storm import (MEMORY_COUNTS, NO_COMMAND, NO_LINK, NO_PROCESS_DATA, TIMEOUT,
+                            WRONG_MODE, StormTestCase, holdings, random_numbers, restart_data_link,
+                            rounds, wait_until_back)
 
 LIAR, HONEST = "HVA SN:100001", "MZD-S SN:100002"
 

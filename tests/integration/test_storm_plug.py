@@ -6,10 +6,10 @@ import sys
 import threading
 import time
 
-import storm
-from cell import PORTS, wait_until
-from cell_test_case import main
-from methods import METHODS
+from .harness import storm
+from .harness.cell import PORTS, wait_until
+from .harness.cell_test_case import main
+from .harness.methods import METHODS
 
 CYCLES = 14  # of about a second: a call to a master that is gone ends by its time-out
 CLIENTS = 8

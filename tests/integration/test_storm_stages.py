@@ -6,9 +6,9 @@ import sys
 import threading
 import time
 
-import storm
-from cell import PORTS, SLOWNESS, wait_until
-from cell_test_case import main
+from .harness import storm
+from .harness.cell import PORTS, SLOWNESS, wait_until
+from .harness.cell_test_case import main
 
 NO_ANSWER = (storm.TIMEOUT, storm.NO_COMMAND)
 

@@ -18,10 +18,10 @@ import tty
 import unittest
 import xmlrpc.client
 
-from cell import PORTS, SLOWNESS, Cell, answers, wait_until
-from cell_test_case import main
-from storm import (NO_COMMAND, NO_LINK, TIMEOUT, StormTestCase, holdings, random_numbers,
-                   restart_data_link, rounds, wait_until_back)
+from .harness.cell import PORTS, SLOWNESS, Cell, answers, wait_until
+from .harness.cell_test_case import main
+from .harness.storm import (NO_COMMAND, NO_LINK, TIMEOUT, StormTestCase, holdings, random_numbers,
+                            restart_data_link, rounds, wait_until_back)
 
 FIRST, SECOND, THIRD = "HVA SN:100001", "MZD-S SN:100002", "TLM SN:100003"
 MEBIBYTE = 1024 * 1024

@@ -10,13 +10,14 @@ import subprocess
 import threading
 import time
 
-import ctl
-from cell import PORTS, SLOWNESS, wait_until
-from cell_test_case import main
-from ctl_test_case import (BAD_ANSWER, FAILED, FAULTY, HVA, MZD, NO_ANSWER, NO_DAEMON,
-                           NO_GRIPPER, NO_PROCESS_DATA, NOT_AT_REST, NOT_POSSIBLE, NOT_SENT,
-                           REFUSED, TLM, USAGE, CtlTestCase, http_server, raw_server, xml_answer)
-from methods import METHODS
+from .harness import ctl
+from .harness.cell import PORTS, SLOWNESS, wait_until
+from .harness.cell_test_case import main
+from .harness.ctl_test_case import (BAD_ANSWER, FAILED, FAULTY, HVA, MZD, NO_ANSWER, NO_DAEMON,
+                                    NO_GRIPPER, NO_PROCESS_DATA, NOT_AT_REST, NOT_POSSIBLE,
+                                    NOT_SENT, REFUSED, TLM, USAGE, CtlTestCase, http_server,
+                                    raw_server, xml_answer)
+from .harness.methods import METHODS
 
 
 GRIPPER = "<array><data><value>X</value></data></array>"  # what a server calls its only one

@@ -16,10 +16,9 @@ import threading
 import unittest
 import xmlrpc.server
 
-import ctl
-import own_network
-from cell import PATIENCE, PORTS, SLOWNESS, Cell, wait_until
-from cell_test_case import CellTestCase, main
+from .harness import ctl, own_network
+from .harness.cell import PATIENCE, PORTS, SLOWNESS, Cell, wait_until
+from .harness.cell_test_case import CellTestCase, main
 
 HVA = "HVA SN:100001"
 TTY = "/dev/ttyACM0"
@@ -295,7 +294,8 @@ class NoDaemonTest(DoctorTestCase):
             yield
 
     def test_a_connection_that_has_ended_on_a_port(self):
-        code = ("import os, socket, subprocess, sys, own_network\n"
+        code = ("import os, socket, sys\n"
+                "from tests.integration.harness import own_network\n"
                 "own_network.raise_loopback()\n"
                 "server = socket.create_server(('127.0.0.1', 0))\n"
                 "client = socket.socket()\n"
@@ -308,7 +308,7 @@ class NoDaemonTest(DoctorTestCase):
                 "os.execv(sys.argv[1], sys.argv[1:])\n")
         result = subprocess.run(["unshare", "-n", sys.executable, "-c", code,
                                  *ctl.arguments_of("doctor")],
-                                env={**ctl.CLEAN, "PYTHONPATH": os.path.dirname(__file__)},
+                                cwd=pathlib.Path(__file__).resolve().parents[2], env=ctl.CLEAN,
                                 capture_output=True, text=True)
         self.assertEqual(result.returncode, NO_DAEMON, result)
         self.assertIn(f"port {PORTS[0]}  held by a connection that has ended", result.stdout)
@@ -406,7 +406,7 @@ class NoDaemonTest(DoctorTestCase):
                      f"{TTY} +master, root:root 0600; only root can see who has it open"):
             self.assertRegex(output, rf"(?m)^\? +{what}")
 
-    @unittest.skipUnless(own_network.ENTERED in os.environ, "would change this host")
+    @unittest.skipUnless(own_network.is_own(), "would change this host")
     def test_ports_that_are_not_reserved(self):
         with self.reserved_ports("44222-44230,50000"):
             findings = self.findings(NO_DAEMON)
@@ -414,12 +414,12 @@ class NoDaemonTest(DoctorTestCase):
         self.assertEqual(finding["mark"], "warn")
         self.assertIn("ip_local_reserved_ports=44222-44230,50000,44221,44222 ", finding["remedy"])
 
-    @unittest.skipUnless(own_network.ENTERED in os.environ, "would change this host")
+    @unittest.skipUnless(own_network.is_own(), "would change this host")
     def test_ports_that_are_reserved(self):
         with self.reserved_ports("44221,44222"):
             self.expect(NO_DAEMON, "ok", "port range", "no outgoing connection")
 
-    @unittest.skipUnless(own_network.ENTERED in os.environ, "would change this host")
+    @unittest.skipUnless(own_network.is_own(), "would change this host")
     def test_all_at_once_fits_a_screen(self):
         environment = self.fake_systemctl(ActiveState="failed", SubState="failed",
                                           Result="start-limit-hit", User="nobody")
@@ -456,7 +456,7 @@ class OneGripperTest(DoctorTestCase):
         self.cell.wait_until_operating(1, since=mark)
         self.await_process_data()
 
-    @unittest.skipUnless(own_network.ENTERED in os.environ, "this host may reserve no ports")
+    @unittest.skipUnless(own_network.is_own(), "this host may reserve no ports")
     def test_all_is_well(self):
         findings = self.findings(DONE)
         self.assertEqual({finding["mark"] for finding in findings}, {"ok"}, findings)

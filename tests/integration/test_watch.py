@@ -16,11 +16,11 @@ import time
 
 import pyte
 
-import ctl
-from cell import SLOWNESS, wait_until
-from cell_test_case import main
-from ctl_test_case import (FAILED, NO_DAEMON, NO_GRIPPER, USAGE, CtlTestCase, http_server,
-                           xml_answer)
+from .harness import ctl
+from .harness.cell import SLOWNESS, wait_until
+from .harness.cell_test_case import main
+from .harness.ctl_test_case import (FAILED, NO_DAEMON, NO_GRIPPER, USAGE, CtlTestCase, http_server,
+                                    xml_answer)
 
 DEVICE = "HVA SN:100001"
 PERIOD = 0.05  # seconds between two observations

@@ -3,8 +3,8 @@
 from typing import Any, Callable, NamedTuple
 
 from gripper import ENABLE, GRIP, HOLDFAST, PRESET, REFERENCE
-from methods import METHODS
 from settings import NOTHING_TO_SEND, SETTINGS
+from tests.integration.harness.methods import METHODS
 
 METHOD = {method.name: method for method in METHODS}
 

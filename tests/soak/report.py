@@ -1,7 +1,7 @@
 """The report of a soak: a table of the methods, the resources, and a verdict for every bound."""
 
 from gripper import STATE_NAMES
-from methods import METHODS
+from tests.integration.harness.methods import METHODS
 
 CALLS_PER_GIVEN_UP_ONE = 1000  # generous: a busy machine stalls its programs for a second
 MOST_GROWTH = 1024  # KiB of RSS after the warm-up

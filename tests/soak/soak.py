@@ -15,15 +15,14 @@ import signal
 import sys
 import time
 
-TESTS = pathlib.Path(__file__).resolve().parent.parent
-sys.path.insert(0, str(TESTS / "integration"))
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2]))
 
 import client  # noqa: E402
-import own_network  # noqa: E402
-from cell import PORTS, Cell, wait_until  # noqa: E402
 from gripper import STROKES  # noqa: E402
 from report import Report  # noqa: E402
 from resources import Resources  # noqa: E402
+from tests.integration.harness import own_network  # noqa: E402
+from tests.integration.harness.cell import PORTS, Cell, wait_until  # noqa: E402
 
 MODELS = tuple(STROKES) * 2
 # Of each client: its port and its grippers, all models evenly.

@@ -7,9 +7,9 @@ import re
 import socket
 import threading
 
-import ctl
-from cell import wait_until
-from cell_test_case import CellTestCase
+from . import ctl
+from .cell import wait_until
+from .cell_test_case import CellTestCase
 
 HVA = "HVA SN:100001"
 MZD = "MZD-S SN:100002"

@@ -1,8 +1,8 @@
-#!/usr/bin/env python3
 """What it costs to unplug one master while a request to it is under way: the calls to another one,
 and the request itself.
 
-Usage: measure_unplug_cost.py [ROUNDS]: so many unpluggings for each kind of request (default 100).
+Usage: scripts/storm --unplug-cost [ROUNDS]: so many unpluggings for each kind of request (default
+100).
 
 Two kinds: the request of a call, and one of the link's own state thread. In each round another
 gripper is called without a pause; "undisturbed" are the same calls before the unplugging.
@@ -13,8 +13,8 @@ import sys
 import threading
 import time
 
-import own_network
-from cell import PORTS, Cell, wait_until
+from tests.integration.harness import own_network
+from tests.integration.harness.cell import PORTS, Cell, wait_until
 
 UNPLUGGED, OTHER = "HVA SN:100001", "MZD-S SN:100002"
 UNDISTURBED_TIME = 0.2  # seconds

@@ -1,4 +1,7 @@
-"""Base of the end-to-end tests: one running daemon for the tests of a class."""
+"""Base of the end-to-end tests: one running daemon for the tests of a class.
+
+A program that imports this is put into a network of its own.
+"""
 
 import contextlib
 import os
@@ -6,10 +9,14 @@ import signal
 import sys
 import unittest
 
-import own_network
-from cell import Cell
+from . import own_network
+from .cell import Cell
 
 LOG_LINES_SHOWN = 150
+
+own_network.enter()
+# With this line the time that a test may take begins.
+print("Network:", os.environ[own_network.NETWORK], file=sys.stderr, flush=True)
 
 
 class CellTestCase(unittest.TestCase):
@@ -83,15 +90,15 @@ def print_output(name, cell):
 
 
 def overdue(_signal, _frame):
-    print_output("overdue", started[-1])
+    for cell in started[-1:]:
+        print_output("overdue", cell)
     for cell in started:
         cell.end_by_force()
     os._exit(1)
 
 
 def main():
-    """Runs the tests of the calling module in a network of their own."""
-    own_network.enter()
+    """Runs the tests of the calling module."""
     signal.signal(signal.SIGINT, signal.default_int_handler)
     signal.signal(signal.SIGALRM, overdue)
     # Ahead of ctest's own limit, which would leave the processes of the cell behind.

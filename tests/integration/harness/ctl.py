@@ -4,7 +4,7 @@ import os
 import re
 import subprocess
 
-from cell import SLOWNESS, Output
+from .cell import SLOWNESS, Output
 
 # A user's settings must not decide tests.
 CLEAN = {name: value for name, value in os.environ.items()

@@ -1,8 +1,7 @@
-#!/usr/bin/env python3
 """How many lines a second the daemon logs in each kind of trouble.
 
-Usage: measure_log_rates.py [SECONDS [NAME...]]: measures each of them, or those named, for SECONDS
-(default 3).
+Usage: scripts/storm --log-rates [SECONDS [NAME...]]: measures each of them, or those named, for
+SECONDS (default 3).
 
 The log goes to a file in the folder for temporary files: a slower reader slows the daemon down.
 """
@@ -13,9 +12,8 @@ import sys
 import tempfile
 import time
 
-import lies
-import own_network
-from cell import PORTS, Cell, answers, wait_until
+from tests.integration.harness import lies, own_network
+from tests.integration.harness.cell import PORTS, Cell, answers, wait_until
 
 GRIPPER = "HVA SN:100001"
 

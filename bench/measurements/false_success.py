@@ -1,8 +1,7 @@
-#!/usr/bin/env python3
 """How often a refused request answers 0 because the FIN of the request before it, which has the
 same key, comes late: a reply ends the oldest request with its key.
 
-Usage: measure_false_success.py [TRIES]: so many for each row (default 300).
+Usage: scripts/storm --false-success [TRIES]: so many for each row (default 300).
 
 One client, one gripper. Each try reads a setting and sets another value, which the master refuses
 with 4; or it grips and then releases, which the master refuses with 44. "FIN" is how many ms the
@@ -15,9 +14,10 @@ import re
 import sys
 import time
 
-import own_network
-from cell import PORTS, Cell
-from measure_equal_calls import RawClient
+from tests.integration.harness import own_network
+from tests.integration.harness.cell import PORTS, Cell
+
+from .equal_calls import RawClient
 
 GRIPPER = "HVA SN:100001"
 WHOLE = 0  # bytes of a piece: answers are not cut

@@ -1,10 +1,9 @@
-#!/usr/bin/env python3
 """How often a Grip that was carried out is reported as not answered (5), when two clients send the
 same Grip to one gripper at the same instant, one on each port, again and again at full speed. For
 comparison, also when they send it in turn.
 
-Usage: measure_equal_calls.py [PAIRS [SECONDS]]: so many pairs of calls, but no longer than SECONDS,
-for each way of answering (default 10000 and 120).
+Usage: scripts/storm --equal-calls [PAIRS [SECONDS]]: so many pairs of calls, but no longer than
+SECONDS, for each way of answering (default 10000 and 120).
 
 The simulated master carries out every request that is sent to it. "Cut" counts the reads that ended
 within a line of its answers: such a line is lost.
@@ -17,8 +16,8 @@ import sys
 import tempfile
 import time
 
-import own_network
-from cell import PORTS, Cell, answers, wait_until
+from tests.integration.harness import own_network
+from tests.integration.harness.cell import PORTS, Cell, answers, wait_until
 
 GRIPPER = "HVA SN:100001"
 WAYS = tuple((at_once, query_end, report) for at_once in (True, False)

@@ -6,7 +6,7 @@ import re
 import signal
 import subprocess
 
-from cell import PATIENCE, wait_until
+from .cell import PATIENCE, wait_until
 
 # What a container needs so that the restrictions of a service are in force as on a host.
 POWERS = ("--capability=CAP_BPF,CAP_NET_ADMIN", "--system-call-filter=bpf")

@@ -15,8 +15,8 @@ import random
 import sys
 from typing import NamedTuple
 
-from cell import PATIENCE, SLOWNESS, wait_until
-from cell_test_case import CellTestCase
+from .cell import PATIENCE, SLOWNESS, wait_until
+from .cell_test_case import CellTestCase
 
 FACTOR = float(os.environ.get("TAVRIK_STORM_FACTOR", "1"))
 SEED = os.environ.get("TAVRIK_STORM_SEED", "1")

@@ -1,0 +1,15 @@
+"""What the end-to-end tests are made of; other programs that need a cell use it too.
+
+The environment names the programs that run in the cell; those of the preset dev are the default.
+"""
+
+import os
+import pathlib
+
+PROGRAMS = {"TAVRIK_DAEMON": "daemon/TavrikDaemon", "TAVRIK_SIMULATOR": "simulator/pellix-sim",
+            "TAVRIK_CTL": "tools/tavrikctl",
+            "TAVRIK_CPP_CLIENT": "tests/integration/xml-rpc-client-test"}
+
+for name, program in PROGRAMS.items():
+    path = pathlib.Path(__file__).resolve().parents[3] / "build" / "dev" / program
+    os.environ.setdefault(name, str(path))

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "simulator/TextTools.h"
+
 namespace simulator {
 
 namespace {
@@ -20,13 +22,17 @@ std::string FactoryDeviceInfo(const GripperModel& model) {
 
 }  // namespace
 
-SimulatedMaster::SimulatedMaster(const MasterSettings& initialSettings, const GripperModel& model,
+QueryEnd ParseQueryEnd(std::string_view text) {
+    return ParseChoice(text, "fin", "data") ? QueryEnd::Finish : QueryEnd::DataLine;
+}
+
+SimulatedMaster::SimulatedMaster(const MasterSettings& settings, const GripperModel& model,
                                  const Bytes& product, const Bytes& serial, TimePoint now)
-    : settings(initialSettings),
+    : settings(settings),
       gripper(model, product, serial, now),
       deviceInfo(FactoryDeviceInfo(model)),
       storedNumbers{{"DOUTINFO", "0"}, {"ROBINPUT", "0"}, {"ROBOUTPUT", "0"}} {
-    answers.SetPieceLength(initialSettings.pieceLength);
+    answers.SetPieceLength(settings.pieceLength);
     PowerUp(now);
 }
 
@@ -80,7 +86,7 @@ std::string SimulatedMaster::Answer(const Request& request, TimePoint now) {
     if (const auto code = InjectedError(request.key)) {
         return "ERR " + request.key + " " + *code + "\n";
     }
-    const Outcome outcome = CarryOut(request, now);
+    const Outcome outcome = Execute(request, now);
     if (outcome.error != ErrorCode::None) {
         const auto code = static_cast<unsigned>(outcome.error);
         return "ERR " + request.key + " " + std::to_string(code) + "\n";
@@ -94,7 +100,7 @@ std::string SimulatedMaster::Answer(const Request& request, TimePoint now) {
     return "ACK " + request.key + "\n" + dataLine + "FIN " + request.key + "\n";
 }
 
-SimulatedMaster::Outcome SimulatedMaster::CarryOut(const Request& request, TimePoint now) {
+SimulatedMaster::Outcome SimulatedMaster::Execute(const Request& request, TimePoint now) {
     switch (request.form) {
         case RequestForm::Query:
             return Query(request.key);
@@ -224,7 +230,7 @@ ErrorCode SimulatedMaster::CallFallback(const std::string& argument, TimePoint n
     return ErrorCode::None;
 }
 
-/// Communication is set up anew, step by step, each long enough to be seen by a slow poller.
+/// Sets up communication again, in steps long enough for a slow poller to see each.
 void SimulatedMaster::Restart(TimePoint now) {
     modeSteps.clear();
     TimePoint due = now + answerDelay + kModeChangeTime;
@@ -246,8 +252,8 @@ void SimulatedMaster::ChangeMode(unsigned code, TimePoint now) {
     }
 }
 
-/// Process output data counts in operate only: whatever leads out of it takes the drive's enable
-/// away, and whatever leads into it begins with zero bytes.
+/// Process output data is valid in operate only: leaving it disables the drive, and entering it
+/// starts with zero bytes.
 void SimulatedMaster::EnterMode(unsigned code, TimePoint now) {
     gripper.Advance(now);
     if (code != mode::kOperate) {
@@ -339,7 +345,7 @@ void SimulatedMaster::ClearError(const std::optional<std::string>& key) {
     }
 }
 
-/// All masters stream on the same ticks, so that many of them cost one wake-up.
+/// All masters stream on the same ticks, so that one wake-up serves them all.
 void SimulatedMaster::SetStreamRate(unsigned linesPerSecond, TimePoint now) {
     settings.streamRate = linesPerSecond;
     if (linesPerSecond != 0) {

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "simulator/UsageError.h"
+#include "simulator/TextTools.h"
 
 namespace simulator {
 namespace {
@@ -15,7 +15,7 @@ Options Parse(std::vector<std::string> arguments) {
     return ParseOptions(arguments);
 }
 
-TEST(OptionsTest, WithoutOptionsThereIsNoMaster) {
+TEST(OptionsTest, HasNoMasterByDefault) {
     const Options options = Parse({});
     EXPECT_TRUE(options.grippers.empty());
     EXPECT_EQ(options.command, std::vector<std::string>{"daemon"});
@@ -28,10 +28,10 @@ TEST(OptionsTest, WithoutOptionsThereIsNoMaster) {
     EXPECT_EQ(options.scriptPath, std::nullopt);
     EXPECT_EQ(options.recordPath, std::nullopt);
     EXPECT_TRUE(options.replayPaths.empty());
-    EXPECT_EQ(options.replayAnswers, ReplayingMaster::Answers::AsRecorded);
+    EXPECT_EQ(options.replayTiming, ReplayingMaster::Timing::AsRecorded);
 }
 
-TEST(OptionsTest, GrippersAreNumberedInTheirOrder) {
+TEST(OptionsTest, NumbersGrippersInOrder) {
     const Options options = Parse({"--gripper", "MZD-S", "--gripper", "TLM"});
     ASSERT_EQ(options.grippers.size(), 2U);
     EXPECT_EQ(options.grippers[0].model->deviceId, 40U);
@@ -42,14 +42,14 @@ TEST(OptionsTest, GrippersAreNumberedInTheirOrder) {
     EXPECT_EQ(options.grippers[1].serial, "100002");
 }
 
-TEST(OptionsTest, AGripperTakesTextsOfItsOwn) {
+TEST(OptionsTest, AppliesTheSettingsOfAGripper) {
     const Options options = Parse({"--gripper", R"(HVA,serial=7\x00,product=a=b,id=)"});
     EXPECT_EQ(options.grippers[0].serial, std::string("7\0", 2));
     EXPECT_EQ(options.grippers[0].product, "a=b");
     EXPECT_EQ(options.grippers[0].id, "");
 }
 
-TEST(OptionsTest, EveryOptionHasItsEffect) {
+TEST(OptionsTest, AppliesEveryOption) {
     const Options options = Parse({"--gripper",   "HVA",          "--unplugged",
                                    "0",           "--pdin-hz",    "0",
                                    "--query-end", "data",         "--report-pdout",
@@ -70,10 +70,10 @@ TEST(OptionsTest, EveryOptionHasItsEffect) {
     EXPECT_EQ(options.scriptPath, "file");
     EXPECT_EQ(options.recordPath, "new");
     EXPECT_EQ(options.replayPaths, (std::vector<std::string>{"old", "older"}));
-    EXPECT_EQ(options.replayAnswers, ReplayingMaster::Answers::AtOnce);
+    EXPECT_EQ(options.replayTiming, ReplayingMaster::Timing::AtOnce);
 }
 
-TEST(OptionsTest, WhatStandsBehindTheDashesBelongsToTheCommand) {
+TEST(OptionsTest, ArgumentsAfterTheDashesBelongToTheCommand) {
     const std::vector<std::string> arguments{"--", "sh", "--cooked", "--"};
     const Options options = ParseOptions(arguments);
     EXPECT_EQ(options.command, (std::vector<std::string>{"sh", "--cooked", "--"}));
@@ -85,14 +85,14 @@ TEST(OptionsTest, HelpNeedsNoCommand) {
     EXPECT_TRUE(ParseOptions(arguments).help);
 }
 
-TEST(OptionsTest, WithoutACommandThereIsNothingToDo) {
+TEST(OptionsTest, NeedsACommand) {
     const std::vector<std::string> noDashes{"--cooked"};
     EXPECT_THROW(ParseOptions(noDashes), UsageError);
     const std::vector<std::string> nothingBehindThem{"--"};
     EXPECT_THROW(ParseOptions(nothingBehindThem), UsageError);
 }
 
-TEST(OptionsTest, WhatIsNotUnderstoodIsRefused) {
+TEST(OptionsTest, RejectsInvalidArguments) {
     const std::vector<std::vector<std::string>> wrongs{
         {"--gripper"},
         {"--gripper", ""},
@@ -113,7 +113,7 @@ TEST(OptionsTest, WhatIsNotUnderstoodIsRefused) {
     }
 }
 
-TEST(TapOptionsTest, TtysComeBeforeTheFile) {
+TEST(TapOptionsTest, TheLastPathIsTheFile) {
     const std::vector<std::string> arguments{"/dev/ttyACM0", "/dev/ttyACM1", "field.rec"};
     const TapOptions options = ParseTapOptions(arguments);
     EXPECT_EQ(options.ttyPaths, (std::vector<std::string>{"/dev/ttyACM0", "/dev/ttyACM1"}));
@@ -122,7 +122,7 @@ TEST(TapOptionsTest, TtysComeBeforeTheFile) {
     EXPECT_FALSE(options.help);
 }
 
-TEST(TapOptionsTest, TheCommandStandsBehindTheDashes) {
+TEST(TapOptionsTest, TheCommandFollowsTheDashes) {
     const std::vector<std::string> arguments{"/dev/ttyACM0", "field.rec", "--", "sh", "--help"};
     const TapOptions options = ParseTapOptions(arguments);
     EXPECT_EQ(options.recordPath, "field.rec");
@@ -135,7 +135,7 @@ TEST(TapOptionsTest, HelpNeedsNothingElse) {
     EXPECT_TRUE(ParseTapOptions(arguments).help);
 }
 
-TEST(TapOptionsTest, WhatIsNotUnderstoodIsRefused) {
+TEST(TapOptionsTest, RejectsInvalidArguments) {
     const std::vector<std::vector<std::string>> wrongs{{},
                                                        {"/dev/ttyACM0"},
                                                        {"/dev/ttyACM0", "--", "sh"},

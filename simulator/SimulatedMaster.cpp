@@ -107,63 +107,66 @@ SimulatedMaster::Outcome SimulatedMaster::Execute(const Request& request, TimePo
         case RequestForm::Assignment:
             return Assign(request);
         case RequestForm::Call:
-            return {Call(request, now), {}};
+            return Call(request, now);
     }
-    return {ErrorCode::UnknownKey, {}};
+    return ErrorCode::UnknownKey;
 }
 
-SimulatedMaster::Outcome SimulatedMaster::Query(const std::string& key) {
+SimulatedMaster::Outcome SimulatedMaster::Query(const std::string& key) const {
     if (key == "ID") {
-        return {ErrorCode::None, settings.id};
+        return settings.id;
     }
     if (key == "MODE") {
-        return {ErrorCode::None, std::to_string(currentMode)};
+        return std::to_string(currentMode);
     }
     if (const auto number = numbers.find(key); number != numbers.end()) {
-        return {ErrorCode::None, number->second};
+        return number->second;
     }
     if (key == "PDIN" || key == "PDOUT") {
         if (currentMode != mode::kOperate) {
-            return {ErrorCode::WrongMode, {}};
+            return ErrorCode::WrongMode;
         }
-        return {ErrorCode::None,
-                FormatByteList(key == "PDIN" ? ProcessInput() : gripper.ProcessOutput())};
+        return FormatByteList(key == "PDIN" ? ProcessInput() : gripper.ProcessOutput());
     }
     const auto parameterKey = ParseParameterKey(key);
     if (!parameterKey && key != "DEVINFO") {
-        return {ErrorCode::UnknownKey, {}};
+        return ErrorCode::UnknownKey;
     }
     if (!TalksToGripper()) {
-        return {ErrorCode::WrongMode, {}};
+        return ErrorCode::WrongMode;
     }
     if (!parameterKey) {
-        return {ErrorCode::None, "[" + deviceInfo + "]"};
+        return "[" + deviceInfo + "]";
     }
-    const Bytes* const value = gripper.Parameters().Find(*parameterKey);
-    return value == nullptr ? Outcome{ErrorCode::NoSuchParameter, {}}
-                            : Outcome{ErrorCode::None, FormatByteList(*value)};
+    if (const Bytes* const value = gripper.Parameters().Find(*parameterKey)) {
+        return FormatByteList(*value);
+    }
+    return ErrorCode::NoSuchParameter;
 }
 
 SimulatedMaster::Outcome SimulatedMaster::Assign(const Request& request) {
     if (numbers.contains(request.key)) {
-        return {AssignNumber(request.key, request.argument), {}};
+        return AssignNumber(request.key, request.argument);
     }
     if (request.key == "PDOUT") {
         const ErrorCode error = AssignProcessOutput(request.argument);
-        return {error, settings.reportProcessOutput ? FormatByteList(gripper.ProcessOutput()) : ""};
+        if (error != ErrorCode::None || !settings.reportProcessOutput) {
+            return error;
+        }
+        return FormatByteList(gripper.ProcessOutput());
     }
     const auto parameterKey = ParseParameterKey(request.key);
     if (!parameterKey) {
-        return {ErrorCode::UnknownKey, {}};
+        return ErrorCode::UnknownKey;
     }
     const auto bytes = ParseByteList(request.argument);
     if (!bytes) {
-        return {ErrorCode::BadArgument, {}};
+        return ErrorCode::BadArgument;
     }
     if (!TalksToGripper()) {
-        return {ErrorCode::WrongMode, {}};
+        return ErrorCode::WrongMode;
     }
-    return {gripper.WriteParameter(*parameterKey, *bytes), {}};
+    return gripper.WriteParameter(*parameterKey, *bytes);
 }
 
 ErrorCode SimulatedMaster::AssignNumber(const std::string& key, const std::string& argument) {

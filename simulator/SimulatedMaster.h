@@ -7,6 +7,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "simulator/Master.h"
@@ -105,6 +106,9 @@ public:
 private:
     /// The result of a request: the value for its data line, or an error.
     struct Outcome {
+        Outcome(ErrorCode error) : error(error) {}
+        Outcome(std::string value) : value(std::move(value)) {}
+
         ErrorCode error = ErrorCode::None;
         std::string value;
     };
@@ -118,7 +122,7 @@ private:
     std::optional<std::string> InjectedError(const std::string& key) const;
     std::string Answer(const Request& request, TimePoint now);
     Outcome Execute(const Request& request, TimePoint now);
-    Outcome Query(const std::string& key);
+    Outcome Query(const std::string& key) const;
     Outcome Assign(const Request& request);
     ErrorCode AssignProcessOutput(const std::string& argument);
     ErrorCode AssignNumber(const std::string& key, const std::string& argument);

@@ -132,7 +132,7 @@ TEST_F(CommandInterpreterTest, HelpPrintsEveryUsage) {
 }
 
 TEST_F(CommandInterpreterTest, PrintsTheUsageForInvalidArguments) {
-    const std::vector<std::pair<std::string, std::string>> wrongs{
+    const std::vector<std::pair<std::string, std::string>> invalid{
         {"plug", "usage: plug N"},
         {"plug x", "usage: plug N"},
         {"plug 0 0", "usage: plug N"},
@@ -150,7 +150,7 @@ TEST_F(CommandInterpreterTest, PrintsTheUsageForInvalidArguments) {
         {"wait", "usage: wait MS"},
         {"int now", "usage: int"},
     };
-    for (const auto& [line, usage] : wrongs) {
+    for (const auto& [line, usage] : invalid) {
         EXPECT_EQ(Execute(line), usage) << line;
     }
 }

@@ -73,6 +73,26 @@ TEST(OptionsTest, AppliesEveryOption) {
     EXPECT_EQ(options.replayTiming, ReplayingMaster::Timing::AtOnce);
 }
 
+TEST(OptionsTest, TakesTheLastOfRepeatedValues) {
+    const Options options = Parse({"--cooked", "--split", "1", "--cooked", "--split", "010"});
+    EXPECT_EQ(options.master.pieceLength, 10U) << "not octal";
+}
+
+TEST(OptionsTest, AcceptsAnyPath) {
+    const Options options = Parse({"--replay", "[a,b]", "--record", "--cooked"});
+    EXPECT_EQ(options.replayPaths, std::vector<std::string>{"[a,b]"});
+    EXPECT_EQ(options.recordPath, "--cooked");
+}
+
+TEST(OptionsTest, NamesOptionAndValueInErrors) {
+    try {
+        Parse({"--gripper", "HVA", "--pdin-hz", "10001"});
+        ADD_FAILURE();
+    } catch (const UsageError& error) {
+        EXPECT_STREQ(error.what(), "--pdin-hz: invalid number '10001': the maximum is 10000");
+    }
+}
+
 TEST(OptionsTest, ArgumentsAfterTheDashesBelongToTheCommand) {
     const std::vector<std::string> arguments{"--", "sh", "--cooked", "--"};
     const Options options = ParseOptions(arguments);
@@ -88,12 +108,12 @@ TEST(OptionsTest, HelpNeedsNoCommand) {
 TEST(OptionsTest, NeedsACommand) {
     const std::vector<std::string> noDashes{"--cooked"};
     EXPECT_THROW(ParseOptions(noDashes), UsageError);
-    const std::vector<std::string> nothingBehindThem{"--"};
-    EXPECT_THROW(ParseOptions(nothingBehindThem), UsageError);
+    const std::vector<std::string> nothingAfterDashes{"--"};
+    EXPECT_THROW(ParseOptions(nothingAfterDashes), UsageError);
 }
 
 TEST(OptionsTest, RejectsInvalidArguments) {
-    const std::vector<std::vector<std::string>> wrongs{
+    const std::vector<std::vector<std::string>> invalid{
         {"--gripper"},
         {"--gripper", ""},
         {"--gripper", "XYZ"},
@@ -108,8 +128,8 @@ TEST(OptionsTest, RejectsInvalidArguments) {
         {"--what"},
         {"daemon"},
     };
-    for (const auto& wrong : wrongs) {
-        EXPECT_THROW(Parse(wrong), UsageError) << testing::PrintToString(wrong);
+    for (const auto& arguments : invalid) {
+        EXPECT_THROW(Parse(arguments), UsageError) << testing::PrintToString(arguments);
     }
 }
 
@@ -136,13 +156,13 @@ TEST(TapOptionsTest, HelpNeedsNothingElse) {
 }
 
 TEST(TapOptionsTest, RejectsInvalidArguments) {
-    const std::vector<std::vector<std::string>> wrongs{{},
-                                                       {"/dev/ttyACM0"},
-                                                       {"/dev/ttyACM0", "--", "sh"},
-                                                       {"/dev/ttyACM0", "field.rec", "--"},
-                                                       {"/dev/ttyACM0", "--what", "field.rec"}};
-    for (const auto& wrong : wrongs) {
-        EXPECT_THROW(ParseTapOptions(wrong), UsageError) << testing::PrintToString(wrong);
+    const std::vector<std::vector<std::string>> invalid{{},
+                                                        {"/dev/ttyACM0"},
+                                                        {"/dev/ttyACM0", "--", "sh"},
+                                                        {"/dev/ttyACM0", "field.rec", "--"},
+                                                        {"/dev/ttyACM0", "--what", "field.rec"}};
+    for (const auto& arguments : invalid) {
+        EXPECT_THROW(ParseTapOptions(arguments), UsageError) << testing::PrintToString(arguments);
     }
 }
 

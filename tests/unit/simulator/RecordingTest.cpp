@@ -58,7 +58,7 @@ TEST(RecordedEventTest, IgnoresExtraBlanks) {
 }
 
 TEST(RecordedEventTest, RejectsInvalidLinesWithAReason) {
-    const std::vector<std::pair<std::string, std::string>> wrongs{
+    const std::vector<std::pair<std::string, std::string>> invalid{
         {"", "missing time"},
         {"soon 0 plug", "invalid number 'soon'"},
         {"-1 0 plug", "invalid time '-1': expected seconds, at most a year"},
@@ -73,7 +73,7 @@ TEST(RecordedEventTest, RejectsInvalidLinesWithAReason) {
         {R"(1 0 > \q)", R"(unknown escape '\q')"},
         {"1 0 plug in", "unexpected argument 'in'"},
     };
-    for (const auto& [line, reason] : wrongs) {
+    for (const auto& [line, reason] : invalid) {
         try {
             ParseRecordedEvent(line);
             ADD_FAILURE() << line;
@@ -144,7 +144,7 @@ TEST_F(RecordingTest, TimesOfDifferentMastersAreIndependent) {
 
 TEST_F(RecordingTest, RejectsInvalidFilesWithLineAndReason) {
     const std::string header = "pellix-recording 1\n";
-    const std::vector<std::pair<std::string, std::string>> wrongs{
+    const std::vector<std::pair<std::string, std::string>> invalid{
         {"", "1: not a recording: the first line must be 'pellix-recording 1'"},
         {"pellix-recording 10\n0 0 plug\n",
          "1: not a recording: the first line must be 'pellix-recording 1'"},
@@ -167,7 +167,7 @@ TEST_F(RecordingTest, RejectsInvalidFilesWithLineAndReason) {
         {header + "0 0 plug\n1 0 hangup\n1 0 > A\n", "4: the master is not plugged in"},
         {header + "2 0 plug\n1.9 0 > A\n", "3: the time is before that of line 2"},
     };
-    for (const auto& [text, reason] : wrongs) {
+    for (const auto& [text, reason] : invalid) {
         EXPECT_EQ(ErrorFor(text), reason) << text;
     }
 }

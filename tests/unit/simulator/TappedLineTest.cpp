@@ -209,7 +209,7 @@ protected:
     /// Continues to write LongText() as far as there is room.
     /// @param written number of bytes written before
     /// @return the new number
-    static std::size_t Pour(int descriptor, std::size_t written) {
+    static std::size_t WriteMore(int descriptor, std::size_t written) {
         const std::string text = LongText().substr(written);
         const ssize_t count = write(descriptor, text.data(), text.size());
         return written + (count > 0 ? static_cast<std::size_t>(count) : 0U);
@@ -293,13 +293,13 @@ TEST_F(TappedLineTest, LosesNothingWhileTheClientDoesNotRead) {
     std::size_t written = 0;
     int fullRounds = 0;
     ASSERT_TRUE(PassOnUntil([this, &written, &fullRounds] {
-        const std::size_t before = std::exchange(written, Pour(master->Descriptor(), written));
+        const std::size_t before = std::exchange(written, WriteMore(master->Descriptor(), written));
         fullRounds = written == before ? fullRounds + 1 : 0;
         return fullRounds == 20;
     })) << "the master is never blocked";
     std::string received;
     ASSERT_TRUE(PassOnUntil([this, &client, &written, &received] {
-        written = Pour(master->Descriptor(), written);
+        written = WriteMore(master->Descriptor(), written);
         received += ReadAvailable(client.Get());
         return received.size() >= LongText().size();
     }));
@@ -310,12 +310,12 @@ TEST_F(TappedLineTest, LosesNothingWhileTheClientDoesNotRead) {
 TEST_F(TappedLineTest, BlocksTheClientWhileTheMasterIsStalled) {
     const FileDescriptor client = OpenClient();
     StallMaster(true);
-    std::size_t written = Pour(client.Get(), 0);
+    std::size_t written = WriteMore(client.Get(), 0);
     ASSERT_TRUE(PassOnUntil([&client] { return !HasRoom(client); }));
     std::string received;
     StallMaster(false);
     ASSERT_TRUE(PassOnUntil([this, &client, &written, &received] {
-        written = Pour(client.Get(), written);
+        written = WriteMore(client.Get(), written);
         received += ReadAvailable(master->Descriptor());
         return received.size() >= LongText().size();
     }));

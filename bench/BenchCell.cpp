@@ -18,10 +18,8 @@
 #include "bench/SharedTime.h"
 #include "simulator/ChildProcess.h"
 #include "simulator/FileDescriptor.h"
-#include "simulator/PreloadList.h"
-#include "simulator/SignalSet.h"
 #include "simulator/Testbed.h"
-#include "simulator/UsageError.h"
+#include "simulator/TextTools.h"
 
 namespace bench {
 namespace {

@@ -16,7 +16,7 @@
 #include "bench/LoadOptions.h"
 #include "bench/Percentile.h"
 #include "bench/SharedTime.h"
-#include "simulator/UsageError.h"
+#include "simulator/TextTools.h"
 
 namespace bench {
 namespace {

@@ -5,9 +5,7 @@
 
 #include "bench/CellOptions.h"
 #include "bench/ProcessorTime.h"
-#include "simulator/CommandWords.h"
 #include "simulator/TextTools.h"
-#include "simulator/UsageError.h"
 
 namespace bench {
 

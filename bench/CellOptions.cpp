@@ -1,7 +1,6 @@
 #include "bench/CellOptions.h"
 
 #include "simulator/TextTools.h"
-#include "simulator/UsageError.h"
 
 namespace bench {
 

@@ -7,7 +7,7 @@
 #include "bench/FastAnswers.h"
 #include "bench/LineBuffer.h"
 #include "bench/SharedTime.h"
-#include "simulator/PtyPort.h"
+#include "simulator/Pty.h"
 
 namespace bench {
 

@@ -4,7 +4,6 @@
 #include <set>
 
 #include "simulator/TextTools.h"
-#include "simulator/UsageError.h"
 
 namespace bench {
 

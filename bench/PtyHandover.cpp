@@ -14,7 +14,6 @@
 #include "bench/Percentile.h"
 #include "bench/ProcessorTime.h"
 #include "simulator/TextTools.h"
-#include "simulator/UsageError.h"
 
 namespace bench {
 namespace {

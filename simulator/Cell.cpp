@@ -1,18 +1,80 @@
 #include "simulator/Cell.h"
 
+#include <fcntl.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
+#include <cerrno>
 #include <cstdint>
 #include <exception>
 #include <optional>
+#include <system_error>
 #include <utility>
+
+#include "simulator/Recording.h"
 
 namespace simulator {
 
-Cell::Cell(std::vector<Station> initialStations)
-    : stations(std::move(initialStations)),
+namespace {
+
+Station SimulatedStation(const Options& options, const GripperOption& gripper) {
+    const TimePoint now = Clock::now();
+    MasterSettings settings = options.master;
+    settings.id = gripper.id;
+    auto master = std::make_unique<SimulatedMaster>(
+        settings, *gripper.model, Bytes(gripper.product.begin(), gripper.product.end()),
+        Bytes(gripper.serial.begin(), gripper.serial.end()), now);
+    if (options.speed) {
+        master->Gripper(now).SetSpeed(*options.speed);
+    }
+    return Station(std::move(master));
+}
+
+/// Adds a replayed master, which writes its commands to a pipe.
+void AddReplay(CellSetup& cell, const std::vector<RecordedEvent>& events, const std::string& path,
+               const Options& options, const Printer& print) {
+    std::array<int, 2> ends{};
+    if (pipe2(ends.data(), O_CLOEXEC) == -1) {
+        throw std::system_error(errno, std::generic_category(), "pipe2");
+    }
+    FileDescriptor readEnd(ends[0]);
+    const auto writeEnd = std::make_shared<FileDescriptor>(ends[1]);
+    const auto command = [writeEnd](const std::string& commands) {
+        [[maybe_unused]] const auto written =
+            write(writeEnd->Get(), commands.data(), commands.size());
+    };
+    const std::size_t number = cell.stations.size();
+    auto master =
+        std::make_unique<ReplayingMaster>(BuildReplayScript(events), options.replayTiming,
+                                          ReplayingMaster::Context{number, path, print, command});
+    const CommandSource commands{master->FirstCommands(), readEnd.Get()};
+    cell.replays.push_back({number, master.get(), commands, std::move(readEnd)});
+    cell.stations.emplace_back(std::move(master));
+}
+
+}  // namespace
+
+CellSetup SetUpCell(const Options& options, RecordingWriter* writer, const Printer& print) {
+    CellSetup cell;
+    for (const GripperOption& gripper : options.grippers) {
+        cell.stations.push_back(SimulatedStation(options, gripper));
+    }
+    for (const std::string& path : options.replayPaths) {
+        for (const auto& [number, events] : ReadRecording(path).masters) {
+            AddReplay(cell, events, path, options, print);
+        }
+    }
+    for (unsigned number = 0; writer != nullptr && number < cell.stations.size(); ++number) {
+        auto& master = cell.stations[number].master;
+        master = std::make_unique<RecordingMaster>(std::move(master), number, *writer);
+    }
+    return cell;
+}
+
+Cell::Cell(std::vector<Station> stations)
+    : stations(std::move(stations)),
       wakeDescriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
       thread([this] { Run(); }) {}
 
@@ -26,7 +88,7 @@ Cell::~Cell() {
 }
 
 void Cell::Call(std::size_t number, const std::function<void(Station&)>& work) {
-    // Here and not in the future: the cell's thread would free the exception while it is read.
+    // Not stored in the future: the cell's thread would free the exception while it is being read.
     std::exception_ptr error;
     std::packaged_task<void()> task([&station = stations.at(number), &work, &error] {
         try {
@@ -68,7 +130,7 @@ void Cell::Run() {
     }
 }
 
-/// Sleeps until somebody wrote to a tty, a text is due, or there is work to run.
+/// Sleeps until a client has written, a text is due, or work is pending.
 void Cell::Wait() {
     pollSet.assign(1, pollfd{wakeDescriptor.Get(), POLLIN, 0});
     std::optional<TimePoint> due;
@@ -108,7 +170,7 @@ void Cell::RunPendingWork() {
     }
 }
 
-/// Takes in what the other side wrote, and sends what is due.
+/// Reads requests, and sends the texts that are due.
 void Cell::Serve(Station& station, TimePoint now) {
     if (!station.port) {
         return;

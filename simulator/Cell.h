@@ -2,6 +2,7 @@
 
 #include <poll.h>
 
+#include <cstddef>
 #include <functional>
 #include <future>
 #include <memory>
@@ -10,39 +11,61 @@
 #include <utility>
 #include <vector>
 
+#include "simulator/CommandReader.h"
 #include "simulator/FileDescriptor.h"
 #include "simulator/Master.h"
-#include "simulator/PtyPort.h"
+#include "simulator/Options.h"
+#include "simulator/Pty.h"
+#include "simulator/RecordingWriter.h"
+#include "simulator/ReplayingMaster.h"
 #include "simulator/SimulatedMaster.h"
 
 namespace simulator {
 
-/// One place of the simulated cell: a master, and its tty while that exists.
+/// A master with its tty.
 struct Station {
-    explicit Station(std::unique_ptr<Master> initialMaster)
-        : master(std::move(initialMaster)),
-          simulated(dynamic_cast<SimulatedMaster*>(master.get())) {}
+    explicit Station(std::unique_ptr<Master> master)
+        : master(std::move(master)),
+          simulated(dynamic_cast<SimulatedMaster*>(this->master.get())) {}
 
     std::unique_ptr<Master> master;
-    SimulatedMaster* simulated;     ///< the master, when it is one with a gripper; or null
+    SimulatedMaster* simulated;     ///< the master if it has a gripper, else null
     std::unique_ptr<PtyPort> port;  ///< null while unplugged
 };
 
-/// All stations and the one thread that they live on.
+/// A replayed master.
+struct Replay {
+    std::size_t number = 0;
+    const ReplayingMaster* master = nullptr;  ///< belongs to the cell's thread
+    CommandSource commands;
+    FileDescriptor commandPipe;  ///< of `commands`
+};
+
+/// The stations of a command line, all unplugged.
+struct CellSetup {
+    std::vector<Station> stations;
+    std::vector<Replay> replays;
+};
+
+/// @param writer records all masters; may be null
+/// @throws std::runtime_error if a recording cannot be read
+CellSetup SetUpCell(const Options& options, RecordingWriter* writer, const Printer& print);
+
+/// All stations and the thread that runs them.
 ///
-/// That thread waits for requests and for what is due next, so an answer leaves as soon as its
-/// request is read. Everybody else reaches the stations through Call() only.
+/// The thread waits for requests and for the next due text, so that answers have no extra delay.
+/// Other threads access the stations only through Call().
 class Cell {
 public:
-    explicit Cell(std::vector<Station> initialStations);
+    explicit Cell(std::vector<Station> stations);
     ~Cell();
     Cell(const Cell&) = delete;
     Cell& operator=(const Cell&) = delete;
 
     std::size_t Size() const { return stations.size(); }
 
-    /// Runs `work` on the cell's thread, sends what came due by it, and waits for that; what it
-    /// throws is thrown here.
+    /// Runs `work` on the cell's thread, sends the texts that it makes due, and waits for both.
+    /// Rethrows the exceptions of `work`.
     void Call(std::size_t number, const std::function<void(Station&)>& work);
 
 private:

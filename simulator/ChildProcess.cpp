@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <initializer_list>
 #include <string_view>
 #include <system_error>
 
@@ -18,7 +19,7 @@ namespace {
 
 constexpr int kCannotRun = 127;
 
-/// The environment of this process with additions, in the form that exec takes.
+/// The environment of this process with additions, for exec.
 std::vector<std::string> BuildEnvironment(const ChildProcess::Environment& additions) {
     std::vector<std::string> entries;
     for (char** entry = environ; *entry != nullptr; ++entry) {
@@ -44,10 +45,10 @@ std::vector<char*> Pointers(std::vector<std::string>& texts) {
     return pointers;
 }
 
-/// Runs in the child between fork and exec: nothing here may allocate or lock.
+/// Runs between fork and exec: must not allocate or lock.
 [[noreturn]] void Execute(const std::vector<char*>& arguments,
                           const std::vector<char*>& environment, pid_t parent,
-                          std::string_view complaint) {
+                          std::string_view message) {
     setpgid(0, 0);
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (getppid() != parent) {
@@ -65,7 +66,7 @@ std::vector<char*> Pointers(std::vector<std::string>& texts) {
     dup2(null, STDIN_FILENO);
     close(null);
     execvpe(arguments.front(), arguments.data(), environment.data());
-    [[maybe_unused]] const auto written = write(STDERR_FILENO, complaint.data(), complaint.size());
+    [[maybe_unused]] const auto written = write(STDERR_FILENO, message.data(), message.size());
     _exit(kCannotRun);
 }
 
@@ -76,14 +77,14 @@ pid_t ChildProcess::Start(const std::vector<std::string>& command, const Environ
     std::vector<std::string> environment = BuildEnvironment(additions);
     const std::vector<char*> argumentPointers = Pointers(arguments);
     const std::vector<char*> environmentPointers = Pointers(environment);
-    const std::string complaint =
-        std::string(program_invocation_short_name) + ": error: cannot run COMMAND\n";
+    const std::string message = std::string(program_invocation_short_name) +
+                                ": error: cannot run " + command.front() + "\n";
     const pid_t parent = getpid();
 
     const std::lock_guard lock(mutex);
     const pid_t child = fork();
     if (child == 0) {
-        Execute(argumentPointers, environmentPointers, parent, complaint);
+        Execute(argumentPointers, environmentPointers, parent, message);
     }
     if (child == -1) {
         throw std::system_error(errno, std::generic_category(), "fork");
@@ -106,6 +107,21 @@ std::optional<int> ChildProcess::Collect() {
     pid = 0;
     constexpr int kSignalBase = 128;
     return WIFSIGNALED(status) ? kSignalBase + WTERMSIG(status) : WEXITSTATUS(status);
+}
+
+sigset_t BlockSignals() {
+    sigset_t set;
+    sigemptyset(&set);
+    for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGCHLD}) {
+        // A signal that was ignored at the start would never arrive.
+        std::signal(number, SIG_DFL);
+        sigaddset(&set, number);
+    }
+    pthread_sigmask(SIG_BLOCK, &set, nullptr);
+    for (const int number : {SIGPIPE, SIGTTIN, SIGXFSZ}) {
+        std::signal(number, SIG_IGN);
+    }
+    return set;
 }
 
 }  // namespace simulator

@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <csignal>
 #include <map>
 #include <mutex>
 #include <optional>
@@ -10,28 +11,34 @@
 
 namespace simulator {
 
-/// COMMAND, from its start to its end.
+/// The process of COMMAND.
 class ChildProcess {
 public:
     using Environment = std::map<std::string, std::string>;
 
-    /// Starts `command` with its own process group, the default action for every signal, and
-    /// /dev/null as standard input. It is killed when this process dies before it.
-    /// @param additions set in the environment, over what this process has
+    /// Starts `command` in its own process group, with default signal actions and /dev/null as
+    /// standard input. It is killed if this process dies first.
+    /// @param additions to the environment of this process
     /// @return its process id
     /// @throws std::system_error
     pid_t Start(const std::vector<std::string>& command, const Environment& additions);
 
-    /// Any thread. @return false when the process does not run.
+    /// Thread-safe. @return false if the process is not running.
     bool Signal(int number);
 
     /// Collects the process if it has ended.
-    /// @return its exit status, or 128 + the signal that ended it; nothing while it runs.
+    /// @return its exit status, or 128 + the signal that ended it; nothing if it is running.
     std::optional<int> Collect();
 
 private:
-    std::mutex mutex;  // guards pid, so that no signal goes to a number that was given away again
+    std::mutex mutex;  // guards pid: a signal must not go to a reused process id
     pid_t pid = 0;
 };
+
+/// Blocks SIGINT, SIGTERM, SIGHUP and SIGCHLD for sigwait() in this thread and those that it
+/// starts. Ignores SIGPIPE, SIGXFSZ and SIGTTIN, so that writing to a closed pipe or beyond the
+/// file size limit, and reading from a terminal in the background, fail instead.
+/// @return the blocked signals
+sigset_t BlockSignals();
 
 }  // namespace simulator

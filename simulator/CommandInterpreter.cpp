@@ -1,15 +1,15 @@
 #include "simulator/CommandInterpreter.h"
 
 #include <algorithm>
-#include <array>
 #include <exception>
 #include <memory>
+#include <optional>
 #include <stdexcept>
+#include <string_view>
 #include <utility>
+#include <variant>
 
 #include "simulator/StateReport.h"
-#include "simulator/TextTools.h"
-#include "simulator/UsageError.h"
 
 namespace simulator {
 
@@ -17,6 +17,9 @@ namespace {
 
 constexpr unsigned kLargestNumber = 1000000000;
 constexpr unsigned kLargestParameterIndex = 65535;
+
+/// What a command does with its master, on the cell's thread.
+using Work = std::function<void(Station&)>;
 
 PtyPort& Port(Station& station) {
     if (!station.port) {
@@ -27,9 +30,13 @@ PtyPort& Port(Station& station) {
 
 SimulatedMaster& Simulated(Station& station) {
     if (station.simulated == nullptr) {
-        throw std::runtime_error("the master is a recording");
+        throw std::runtime_error("the master replays a recording and has no gripper");
     }
     return *station.simulated;
+}
+
+SimulatedGripper& Gripper(Station& station) {
+    return Simulated(station).Gripper(Clock::now());
 }
 
 SimulatedMaster& PluggedMaster(Station& station) {
@@ -38,71 +45,158 @@ SimulatedMaster& PluggedMaster(Station& station) {
     return master;
 }
 
-std::chrono::milliseconds ParseMilliseconds(std::string_view text) {
-    return std::chrono::milliseconds(ParseUnsigned(text, kLargestNumber));
+/// Passes one value to the master.
+template <auto Parse, auto Set>
+Work Pass(CommandWords& words) {
+    const auto value = Parse(words.Take());
+    return [value](Station& station) { (Simulated(station).*Set)(value); };
 }
 
-std::size_t ParseLength(std::string_view text) {
-    return ParseUnsigned(text, kLargestNumber);
+Work Part(CommandWords& words) {
+    const std::string width = words.Take();
+    const auto part = width == "none" ? std::nullopt : std::optional(ParseDecimal(width));
+    return [part](Station& station) { Gripper(station).SetPart(part); };
 }
 
-Bytes ParseHexadecimalBytes(std::string_view text) {
-    Bytes bytes;
-    for (const std::string& part : Split(text, ',')) {
-        bytes.push_back(ParseHexadecimalByte(part));
-    }
-    return bytes;
-}
-
-GripperFlag ParseFlag(const std::string& name) {
+Work Fault(CommandWords& words) {
+    const std::string name = words.Take();
     const auto* const place = std::ranges::find(kGripperFlagNames, name);
     if (place == kGripperFlagNames.end()) {
-        throw UsageError("no such flag");
+        throw UsageError("unknown flag '" + name + "'");
     }
-    return static_cast<GripperFlag>(place - kGripperFlagNames.begin());
+    const auto flag = static_cast<GripperFlag>(place - kGripperFlagNames.begin());
+    const bool on = ParseOnOff(words.Take());
+    return [flag, on](Station& station) { Gripper(station).SetFlag(flag, on); };
+}
+
+Work Mode(CommandWords& words) {
+    const unsigned code = ParseUnsigned(words.Take(), mode::kLargest);
+    return [code](Station& station) { PluggedMaster(station).SetMode(code, Clock::now()); };
+}
+
+Work Mute(CommandWords& words) {
+    const bool on = ParseOnOff(words.Take());
+    const auto key = words.TakeIfAny();
+    return [on, key](Station& station) {
+        if (key) {
+            Simulated(station).SetMuteFor(*key, on);
+        } else {
+            Simulated(station).SetMute(on);
+        }
+    };
+}
+
+Work Delay(CommandWords& words) {
+    const std::chrono::milliseconds delay(ParseUnsigned(words.Take(), kLargestNumber));
+    return [delay](Station& station) { Simulated(station).SetAnswerDelay(delay); };
+}
+
+Work Error(CommandWords& words) {
+    const std::string code = words.Take();
+    const auto key = words.TakeIfAny();
+    return [code, key](Station& station) {
+        if (code == "off") {
+            Simulated(station).ClearError(key);
+        } else {
+            Simulated(station).SetError(code, key);
+        }
+    };
+}
+
+Work Send(CommandWords& words) {
+    const std::string text = Unescape(words.TakeRest());
+    return [text](Station& station) { PluggedMaster(station).SendRaw(text, Clock::now()); };
+}
+
+Work Stall(CommandWords& words) {
+    const bool on = ParseOnOff(words.Take());
+    return [on](Station& station) { Port(station).SetStalled(on); };
+}
+
+Work SplitAnswers(CommandWords& words) {
+    const unsigned length = ParseUnsigned(words.Take(), kLargestNumber);
+    return [length](Station& station) { Simulated(station).SetPieceLength(length); };
+}
+
+Work StreamRate(CommandWords& words) {
+    const unsigned rate = ParseUnsigned(words.Take(), kLargestStreamRate);
+    return [rate](Station& station) { Simulated(station).SetStreamRate(rate, Clock::now()); };
+}
+
+Work Parameter(CommandWords& words) {
+    const unsigned index = ParseUnsigned(words.Take(), kLargestParameterIndex);
+    const unsigned subindex = ParseUnsigned(words.Take(), kLargestParameterIndex);
+    Bytes bytes;
+    for (const std::string& part : Split(words.TakeIfAny().value_or(""), ',')) {
+        bytes.push_back(ParseHexadecimalByte(part));
+    }
+    return [index, subindex, bytes](Station& station) {
+        Gripper(station).DefineParameter({index, subindex}, bytes);
+    };
+}
+
+Work DeviceInfo(CommandWords& words) {
+    const std::string numbers = words.TakeIfAny().value_or("");
+    if (numbers.find_first_not_of("0123456789,") != std::string::npos) {
+        throw UsageError("invalid numbers '" + numbers + "'");
+    }
+    return [numbers](Station& station) { Simulated(station).SetDeviceInfo(numbers); };
+}
+
+Work Id(CommandWords& words) {
+    const std::string id = Unescape(words.TakeRest());
+    return [id](Station& station) { Simulated(station).SetId(id); };
 }
 
 }  // namespace
 
-CommandInterpreter::CommandInterpreter(Cell& ownCell, Testbed& ownTestbed, PtyPort::Start start,
-                                       Reply replyFunction, Interrupt interruptFunction)
-    : cell(ownCell),
-      testbed(ownTestbed),
-      ttyStart(start),
-      reply(std::move(replyFunction)),
-      interrupt(std::move(interruptFunction)),
-      devicesPresent(ownCell.Size()) {}
+struct CommandInterpreter::Command {
+    std::string_view usage;  ///< begins with the name
+    /// A handler, or a parser of the words after the master's number.
+    std::variant<void (CommandInterpreter::*)(CommandWords&), Work (*)(CommandWords&)> handler;
 
-std::span<const CommandInterpreter::Entry> CommandInterpreter::Table() {
+    std::string_view Name() const { return usage.substr(0, usage.find(' ')); }
+};
+
+const std::vector<CommandInterpreter::Command>& CommandInterpreter::Commands() {
     using Self = CommandInterpreter;
-    static constexpr std::array kTable{
-        Entry{"plug", "plug N", &Self::Plug},
-        Entry{"unplug", "unplug N", &Self::Unplug},
-        Entry{"hangup", "hangup N", &Self::HangUp},
-        Entry{"event", "event N ACTION", &Self::Event},
-        Entry{"part", "part N WIDTH|none", &Self::Part},
-        Entry{"fault", "fault N fault|temp-fault|temp-warn|maintenance on|off", &Self::Fault},
-        Entry{"mode", "mode N CODE", &Self::Mode},
-        Entry{"silent", "silent N on|off", &Self::Silent},
-        Entry{"mute", "mute N on|off [KEY]", &Self::Mute},
-        Entry{"delay", "delay N MS", &Self::Delay},
-        Entry{"error", "error N CODE|off [KEY]", &Self::Error},
-        Entry{"send", "send N TEXT", &Self::Send},
-        Entry{"stall", "stall N on|off", &Self::Stall},
-        Entry{"split", "split N BYTES", &Self::SplitAnswers},
-        Entry{"pdin", "pdin N HZ", &Self::StreamRate},
-        Entry{"query-end", "query-end N fin|data", &Self::QueryEndings},
-        Entry{"report-pdout", "report-pdout N on|off", &Self::ReportProcessOutput},
-        Entry{"param", "param N INDEX SUBINDEX [BYTE,BYTE...]", &Self::Parameter},
-        Entry{"devinfo", "devinfo N NUMBER,NUMBER...", &Self::DeviceInfo},
-        Entry{"id", "id N TEXT", &Self::Id},
-        Entry{"show", "show N", &Self::Show},
-        Entry{"wait", "wait MS", &Self::Wait},
-        Entry{"int", "int", &Self::InterruptCommand},
-        Entry{"help", "help", &Self::Help},
+    static const std::vector<Command> kCommands{
+        {"plug N", &Self::HandlePlug},
+        {"unplug N", &Self::HandleUnplug},
+        {"hangup N", &Self::HandleHangUp},
+        {"event N ACTION", &Self::HandleEvent},
+        {"part N WIDTH|none", Part},
+        {"fault N fault|temp-fault|temp-warn|maintenance on|off", Fault},
+        {"mode N CODE", Mode},
+        {"silent N on|off", Pass<ParseOnOff, &SimulatedMaster::SetSilent>},
+        {"mute N on|off [KEY]", Mute},
+        {"delay N MS", Delay},
+        {"error N CODE|off [KEY]", Error},
+        {"send N TEXT", Send},
+        {"stall N on|off", Stall},
+        {"split N BYTES", SplitAnswers},
+        {"pdin N HZ", StreamRate},
+        {"query-end N fin|data", Pass<ParseQueryEnd, &SimulatedMaster::SetQueryEnd>},
+        {"report-pdout N on|off", Pass<ParseOnOff, &SimulatedMaster::SetReportProcessOutput>},
+        {"param N INDEX SUBINDEX [BYTE,BYTE...]", Parameter},
+        {"devinfo N NUMBER,NUMBER...", DeviceInfo},
+        {"id N TEXT", Id},
+        {"show N", &Self::HandleShow},
+        {"wait MS", &Self::HandleWait},
+        {"int", &Self::HandleInterrupt},
+        {"help", &Self::HandleHelp},
     };
-    return kTable;
+    return kCommands;
 }
+
+CommandInterpreter::CommandInterpreter(Cell& cell, Testbed& testbed, PtyPort::Start ttyStart,
+                                       Printer reply, Interrupt interrupt)
+    : cell(cell),
+      testbed(testbed),
+      ttyStart(ttyStart),
+      reply(std::move(reply)),
+      interrupt(std::move(interrupt)),
+      devicesPresent(cell.Size()) {}
 
 std::chrono::milliseconds CommandInterpreter::Execute(const std::string& line) {
     CommandWords words(line);
@@ -112,52 +206,51 @@ std::chrono::milliseconds CommandInterpreter::Execute(const std::string& line) {
     }
     pause = {};
     replied = false;
-    const auto entry = std::ranges::find(Table(), std::string_view(*name), &Entry::name);
-    if (entry == Table().end()) {
-        reply("usage: unknown command; help lists all of them");
+    const auto command = std::ranges::find(Commands(), std::string_view(*name), &Command::Name);
+    if (command == Commands().end()) {
+        reply("usage: unknown command '" + *name + "'; \"help\" lists all commands");
         return {};
     }
     try {
-        (this->*entry->handler)(words);
+        if (const auto* const parse = std::get_if<Work (*)(CommandWords&)>(&command->handler)) {
+            const std::size_t number = TakeNumber(words);
+            const Work work = (*parse)(words);
+            words.End();
+            cell.Call(number, work);
+        } else {
+            (this->*std::get<0>(command->handler))(words);
+        }
         if (!replied) {
             reply("ok " + line);
         }
     } catch (const UsageError&) {
-        reply("usage: " + std::string(entry->usage));
+        reply("usage: " + std::string(command->usage));
     } catch (const std::exception& error) {
         reply("error: " + std::string(error.what()));
     }
     return pause;
 }
 
-/// Takes the number of a master off the front of `words`.
+/// Takes the number of a master.
 std::size_t CommandInterpreter::TakeNumber(CommandWords& words) const {
     const std::size_t number = ParseUnsigned(words.Take(), kLargestNumber);
     if (number >= cell.Size()) {
-        throw std::runtime_error("there is no such master");
+        throw std::runtime_error("no master " + std::to_string(number));
     }
     return number;
 }
 
-void CommandInterpreter::Help(CommandWords& words) {
-    words.End();
-    for (const Entry& entry : Table()) {
-        reply("usage: " + std::string(entry.usage));
-    }
-    replied = true;
-}
-
-void CommandInterpreter::Plug(CommandWords& words) {
+std::size_t CommandInterpreter::TakeLastNumber(CommandWords& words) const {
     const std::size_t number = TakeNumber(words);
     words.End();
-    Plug(number);
+    return number;
 }
 
 void CommandInterpreter::Plug(std::size_t number) {
     std::string ttyPath;
     cell.Call(number, [this, &ttyPath](Station& station) {
         if (station.port) {
-            throw std::runtime_error("the master is plugged in already");
+            throw std::runtime_error("the master is already plugged in");
         }
         station.port = std::make_unique<PtyPort>(ttyStart);
         station.master->PowerUp(Clock::now());
@@ -170,23 +263,6 @@ void CommandInterpreter::Plug(std::size_t number) {
     devicesPresent[number] = true;
 }
 
-void CommandInterpreter::Unplug(CommandWords& words) {
-    const std::size_t number = TakeNumber(words);
-    words.End();
-    if (!devicesPresent[number]) {
-        throw std::runtime_error("the master is not plugged in");
-    }
-    HangUp(number, true);
-    testbed.Unplug(number);
-    devicesPresent[number] = false;
-}
-
-void CommandInterpreter::HangUp(CommandWords& words) {
-    const std::size_t number = TakeNumber(words);
-    words.End();
-    HangUp(number, false);
-}
-
 void CommandInterpreter::HangUp(std::size_t number, bool reported) {
     testbed.RemoveNode(number);
     cell.Call(number, [reported](Station& station) {
@@ -197,168 +273,60 @@ void CommandInterpreter::HangUp(std::size_t number, bool reported) {
     });
 }
 
-void CommandInterpreter::Event(CommandWords& words) {
+void CommandInterpreter::HandleHelp(CommandWords& words) {
+    words.End();
+    for (const Command& command : Commands()) {
+        reply("usage: " + std::string(command.usage));
+    }
+    replied = true;
+}
+
+void CommandInterpreter::HandlePlug(CommandWords& words) {
+    Plug(TakeLastNumber(words));
+}
+
+void CommandInterpreter::HandleUnplug(CommandWords& words) {
+    const std::size_t number = TakeLastNumber(words);
+    if (!devicesPresent[number]) {
+        throw std::runtime_error("the master is not plugged in");
+    }
+    HangUp(number, true);
+    testbed.Unplug(number);
+    devicesPresent[number] = false;
+}
+
+void CommandInterpreter::HandleHangUp(CommandWords& words) {
+    HangUp(TakeLastNumber(words), false);
+}
+
+void CommandInterpreter::HandleEvent(CommandWords& words) {
     const std::size_t number = TakeNumber(words);
     const std::string action = words.Take();
     words.End();
     testbed.SendEvent(number, action);
 }
 
-void CommandInterpreter::Part(CommandWords& words) {
-    const std::size_t number = TakeNumber(words);
-    const std::string width = words.Take();
-    words.End();
-    const auto part = width == "none" ? std::nullopt : std::optional(ParseDecimal(width));
-    cell.Call(number,
-              [part](Station& station) { Simulated(station).Gripper(Clock::now()).SetPart(part); });
-}
-
-void CommandInterpreter::Fault(CommandWords& words) {
-    const std::size_t number = TakeNumber(words);
-    const GripperFlag flag = ParseFlag(words.Take());
-    const bool on = ParseOnOff(words.Take());
-    words.End();
-    cell.Call(number, [flag, on](Station& station) {
-        Simulated(station).Gripper(Clock::now()).SetFlag(flag, on);
-    });
-}
-
-void CommandInterpreter::Mode(CommandWords& words) {
-    const std::size_t number = TakeNumber(words);
-    const unsigned code = ParseUnsigned(words.Take(), mode::kLargest);
-    words.End();
-    cell.Call(number,
-              [code](Station& station) { PluggedMaster(station).SetMode(code, Clock::now()); });
-}
-
-template <typename Value>
-void CommandInterpreter::Set(CommandWords& words, Value (*parse)(std::string_view),
-                             void (SimulatedMaster::*set)(Value)) {
-    const std::size_t number = TakeNumber(words);
-    const Value value = parse(words.Take());
-    words.End();
-    cell.Call(number, [value, set](Station& station) { (Simulated(station).*set)(value); });
-}
-
-void CommandInterpreter::Silent(CommandWords& words) {
-    Set(words, ParseOnOff, &SimulatedMaster::SetSilent);
-}
-
-void CommandInterpreter::Mute(CommandWords& words) {
-    const std::size_t number = TakeNumber(words);
-    const bool on = ParseOnOff(words.Take());
-    const auto key = words.TakeIfAny();
-    words.End();
-    cell.Call(number, [on, &key](Station& station) {
-        if (key) {
-            Simulated(station).SetMuteFor(*key, on);
-        } else {
-            Simulated(station).SetMute(on);
-        }
-    });
-}
-
-void CommandInterpreter::Delay(CommandWords& words) {
-    Set(words, ParseMilliseconds, &SimulatedMaster::SetAnswerDelay);
-}
-
-void CommandInterpreter::Error(CommandWords& words) {
-    const std::size_t number = TakeNumber(words);
-    const std::string code = words.Take();
-    const auto key = words.TakeIfAny();
-    words.End();
-    cell.Call(number, [&code, &key](Station& station) {
-        if (code == "off") {
-            Simulated(station).ClearError(key);
-        } else {
-            Simulated(station).SetError(code, key);
-        }
-    });
-}
-
-void CommandInterpreter::Send(CommandWords& words) {
-    const std::size_t number = TakeNumber(words);
-    const std::string text = Unescape(words.TakeRest());
-    cell.Call(number,
-              [&text](Station& station) { PluggedMaster(station).SendRaw(text, Clock::now()); });
-}
-
-void CommandInterpreter::Stall(CommandWords& words) {
-    const std::size_t number = TakeNumber(words);
-    const bool on = ParseOnOff(words.Take());
-    words.End();
-    cell.Call(number, [on](Station& station) { Port(station).SetStalled(on); });
-}
-
-void CommandInterpreter::SplitAnswers(CommandWords& words) {
-    Set(words, ParseLength, &SimulatedMaster::SetPieceLength);
-}
-
-void CommandInterpreter::StreamRate(CommandWords& words) {
-    const std::size_t number = TakeNumber(words);
-    const unsigned rate = ParseUnsigned(words.Take(), kLargestStreamRate);
-    words.End();
-    cell.Call(number,
-              [rate](Station& station) { Simulated(station).SetStreamRate(rate, Clock::now()); });
-}
-
-void CommandInterpreter::QueryEndings(CommandWords& words) {
-    Set(words, ParseQueryEnd, &SimulatedMaster::SetQueryEnd);
-}
-
-void CommandInterpreter::ReportProcessOutput(CommandWords& words) {
-    Set(words, ParseOnOff, &SimulatedMaster::SetReportProcessOutput);
-}
-
-void CommandInterpreter::Parameter(CommandWords& words) {
-    const std::size_t number = TakeNumber(words);
-    const unsigned index = ParseUnsigned(words.Take(), kLargestParameterIndex);
-    const unsigned subindex = ParseUnsigned(words.Take(), kLargestParameterIndex);
-    const Bytes bytes = ParseHexadecimalBytes(words.TakeIfAny().value_or(""));
-    words.End();
-    cell.Call(number, [index, subindex, &bytes](Station& station) {
-        Simulated(station).Gripper(Clock::now()).DefineParameter({index, subindex}, bytes);
-    });
-}
-
-void CommandInterpreter::DeviceInfo(CommandWords& words) {
-    const std::size_t number = TakeNumber(words);
-    const std::string numbers = words.TakeIfAny().value_or("");
-    words.End();
-    if (numbers.find_first_not_of("0123456789,") != std::string::npos) {
-        throw UsageError("not decimal numbers");
-    }
-    cell.Call(number, [&numbers](Station& station) { Simulated(station).SetDeviceInfo(numbers); });
-}
-
-void CommandInterpreter::Id(CommandWords& words) {
-    const std::size_t number = TakeNumber(words);
-    const std::string id = Unescape(words.TakeRest());
-    cell.Call(number, [&id](Station& station) { Simulated(station).SetId(id); });
-}
-
-void CommandInterpreter::Show(CommandWords& words) {
-    const std::size_t number = TakeNumber(words);
-    words.End();
+void CommandInterpreter::HandleShow(CommandWords& words) {
+    const std::size_t number = TakeLastNumber(words);
     std::string report;
     cell.Call(number, [number, &report](Station& station) {
-        Simulated(station).Gripper(Clock::now());
+        Gripper(station);
         report = StateReport(number, Simulated(station), station.port.get());
     });
     reply("state " + report);
     replied = true;
 }
 
-void CommandInterpreter::Wait(CommandWords& words) {
-    const auto time = ParseMilliseconds(words.Take());
+void CommandInterpreter::HandleWait(CommandWords& words) {
+    const std::chrono::milliseconds time(ParseUnsigned(words.Take(), kLargestNumber));
     words.End();
     pause = time;
 }
 
-void CommandInterpreter::InterruptCommand(CommandWords& words) {
+void CommandInterpreter::HandleInterrupt(CommandWords& words) {
     words.End();
     if (!interrupt()) {
-        throw std::runtime_error("COMMAND does not run");
+        throw std::runtime_error("COMMAND is not running");
     }
 }
 

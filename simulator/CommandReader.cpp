@@ -10,9 +10,9 @@
 
 namespace simulator {
 
-CommandReader::CommandReader(std::vector<CommandSource> initialSources, Execute executeLine)
-    : execute(std::move(executeLine)), stopDescriptor(eventfd(0, EFD_CLOEXEC)) {
-    for (CommandSource& source : initialSources) {
+CommandReader::CommandReader(std::vector<CommandSource> commandSources, Execute execute)
+    : execute(std::move(execute)), stopDescriptor(eventfd(0, EFD_CLOEXEC)) {
+    for (CommandSource& source : commandSources) {
         sources.push_back({std::move(source), {}});
     }
 }
@@ -54,7 +54,7 @@ void CommandReader::ExecuteDueLines(Source& source) {
     }
 }
 
-/// -1 when only input can bring the next line.
+/// -1 if there is no pending line.
 int CommandReader::MillisecondsToNextLine() const {
     std::chrono::milliseconds shortest{-1};
     for (const Source& source : sources) {
@@ -74,7 +74,7 @@ void CommandReader::ReadStream(Source& source) {
     const ssize_t count = read(source.descriptor, buffer.data(), buffer.size());
     if (count <= 0) {
         source.descriptor = -1;
-        source.text += '\n';  // a last line without its end
+        source.text += '\n';  // completes a last line without a line feed
         return;
     }
     source.text.append(buffer.data(), static_cast<std::size_t>(count));

@@ -7,33 +7,33 @@
 #include <string>
 #include <vector>
 
-#include "simulator/AnswerQueue.h"
 #include "simulator/FileDescriptor.h"
+#include "simulator/LineProtocol.h"
 
 namespace simulator {
 
-/// Where command lines come from.
+/// A source of command lines.
 struct CommandSource {
-    std::string text;     ///< the first lines, each with its end
-    int descriptor = -1;  ///< of a stream with more of them, not owned; -1 for none
+    std::string text;     ///< the first lines, each with its line feed
+    int descriptor = -1;  ///< of a stream with more lines, not owned; -1 for none
 };
 
-/// Reads command lines from several sources and has them executed one by one. A pause in one of the
-/// sources does not hold up the others, and the end of a stream ends nothing.
+/// Reads command lines from several sources and executes them one by one. A pause in one source
+/// does not delay the others. The end of a stream does not end Run().
 class CommandReader {
 public:
-    /// Executes a line. @return how long its source pauses after it.
+    /// Executes a line. @return the pause of its source after it.
     using Execute = std::function<std::chrono::milliseconds(const std::string& line)>;
 
-    CommandReader(std::vector<CommandSource> initialSources, Execute executeLine);
+    CommandReader(std::vector<CommandSource> commandSources, Execute execute);
 
-    /// Executes the first lines of every source, up to its first pause.
+    /// Executes the lines of every source up to its first pause.
     void Prepare();
 
-    /// Executes what comes until Stop(); blocks till then.
+    /// Executes lines until Stop() is called.
     void Run();
 
-    /// Makes Run() return after the line that it executes. Any thread.
+    /// Makes Run() return after the current line. Thread-safe.
     void Stop();
 
 private:
@@ -48,7 +48,7 @@ private:
     std::vector<Source> sources;
     Execute execute;
     std::atomic<bool> stopping = false;
-    FileDescriptor stopDescriptor;  // readable when `stopping` was set
+    FileDescriptor stopDescriptor;  // readable once `stopping` is set
 };
 
 }  // namespace simulator

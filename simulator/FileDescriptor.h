@@ -10,7 +10,7 @@ namespace simulator {
 class FileDescriptor {
 public:
     FileDescriptor() = default;
-    explicit FileDescriptor(int openDescriptor) : descriptor(openDescriptor) {}
+    explicit FileDescriptor(int descriptor) : descriptor(descriptor) {}
     FileDescriptor(FileDescriptor&& other) noexcept
         : descriptor(std::exchange(other.descriptor, -1)) {}
     FileDescriptor& operator=(FileDescriptor&& other) noexcept {

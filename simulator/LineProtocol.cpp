@@ -1,13 +1,17 @@
 #include "simulator/LineProtocol.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <system_error>
+#include <utility>
 
 namespace simulator {
 
 namespace {
 
+constexpr std::size_t kLongestLine = 1024;
+constexpr std::chrono::milliseconds kPauseBetweenPieces{1};
 constexpr std::string_view kDecimalDigits = "0123456789";
 constexpr std::string_view kHexadecimalDigits = "0123456789abcdef";
 
@@ -25,7 +29,8 @@ std::optional<unsigned> ParseDigits(std::string_view text, std::string_view digi
     return number;
 }
 
-/// Takes "[" text "]" off the front of `rest` and hands out the text.
+/// Removes "[TEXT]" from the front of `rest`.
+/// @return TEXT
 std::optional<std::string_view> TakeBracketGroup(std::string_view& rest) {
     const auto end = rest.find(']');
     if (!rest.starts_with('[') || end == std::string_view::npos) {
@@ -37,6 +42,29 @@ std::optional<std::string_view> TakeBracketGroup(std::string_view& rest) {
 }
 
 }  // namespace
+
+std::vector<std::string> LineAssembler::Add(std::string_view bytes) {
+    std::vector<std::string> lines;
+    for (const char byte : bytes) {
+        if (byte == '\n') {
+            std::string line = std::exchange(partialLine, {});
+            if (!std::exchange(overlong, false)) {
+                lines.push_back(std::move(line));
+            }
+        } else if (partialLine.size() < kLongestLine) {
+            partialLine += byte;
+        } else {
+            overlong = true;
+            partialLine.clear();
+        }
+    }
+    return lines;
+}
+
+void LineAssembler::Clear() {
+    partialLine.clear();
+    overlong = false;
+}
 
 std::optional<Request> ParseRequest(std::string_view line) {
     if (const auto equals = line.find('='); equals != std::string_view::npos) {
@@ -109,6 +137,37 @@ std::string FormatByteList(const Bytes& bytes) {
     }
     text += ']';
     return text;
+}
+
+void AnswerQueue::Push(std::string text, TimePoint due) {
+    const auto firstFree = entries.begin() + (InsideText() ? 1 : 0);
+    const auto place = std::find_if(firstFree, entries.end(),
+                                    [due](const Entry& entry) { return entry.due > due; });
+    entries.insert(place, Entry{due, std::move(text)});
+}
+
+std::string AnswerQueue::Pop(TimePoint now) {
+    if (entries.empty() || entries.front().due > now) {
+        return {};
+    }
+    Entry& first = entries.front();
+    if (pieceLength == 0 || first.text.size() <= pieceLength) {
+        std::string whole = std::move(first.text);
+        entries.pop_front();
+        return whole;
+    }
+    std::string piece = first.text.substr(0, pieceLength);
+    first.text.erase(0, pieceLength);
+    first.begun = true;
+    first.due = now + kPauseBetweenPieces;
+    return piece;
+}
+
+std::optional<TimePoint> AnswerQueue::NextDue() const {
+    if (entries.empty()) {
+        return std::nullopt;
+    }
+    return entries.front().due;
 }
 
 }  // namespace simulator

@@ -4,14 +4,13 @@
 #include <string>
 #include <string_view>
 
-#include "simulator/AnswerQueue.h"
+#include "simulator/LineProtocol.h"
 
 namespace simulator {
 
-/// What speaks behind a tty. It knows no tty: bytes come in through Receive(), and leave through
-/// NextText().
+/// The device behind a tty: receives bytes through Receive() and sends through NextText().
 ///
-/// Not thread-safe; one thread works with it.
+/// Not thread-safe.
 class Master {
 public:
     Master() = default;
@@ -21,17 +20,17 @@ public:
 
     virtual void PowerUp(TimePoint now) = 0;
 
-    /// Its tty is gone.
-    /// @param reported whether udev reports that too; may come on its own after a hang-up without
+    /// Called after the tty has been hung up.
+    /// @param reported whether udev reports the removal; may follow a call without it
     virtual void HangUp(bool reported, TimePoint now) = 0;
 
     virtual void Receive(std::string_view bytes, TimePoint now) = 0;
 
-    /// Lets time pass up to `now`.
-    /// @return the text of the next write, empty when there is nothing to send yet.
+    /// Advances the time to `now`.
+    /// @return the text of the next write; empty if nothing is due.
     virtual std::string NextText(TimePoint now) = 0;
 
-    /// When NextText() has something to do again; nothing when only a request can bring that about.
+    /// When to call NextText() again; nothing if only a request can make it necessary.
     virtual std::optional<TimePoint> NextDue() const = 0;
 };
 

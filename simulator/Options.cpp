@@ -1,55 +1,54 @@
 #include "simulator/Options.h"
 
+#include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
 #include <algorithm>
+#include <functional>
 #include <map>
+#include <memory>
 #include <utility>
 
 #include "simulator/TextTools.h"
-#include "simulator/UsageError.h"
 
 namespace simulator {
-
-const std::string_view kHelpText =
-    R"(Usage: pellix-sim [OPTIONS] -- COMMAND ARG...
-       pellix-sim tap TTY... FILE [-- COMMAND ARG...]
-
-Runs COMMAND in a world with simulated PELLIX masters, each with a gripper.
-Master N, counted from 0 in the order of --gripper, is /dev/ttyACM<N>.
-
-  --gripper MODEL[,serial=TEXT][,product=TEXT][,id=TEXT]
-                           one more master; MODEL is TLM, HVA, MZD-S or MZD-L
-  --unplugged N            master N is not plugged in at the start
-  --pdin-hz N              process data lines a second (default 100, 0 for none)
-  --query-end fin|data     a query ends with ACK, data line, FIN (default), or
-                           with the data line alone
-  --report-pdout on|off    an assignment of PDOUT is answered with PDOUT too
-                           (default on)
-  --start-mode CODE        data-link mode when plugged in (default 3)
-  --cooked                 ttys start with echo and line mode on
-  --split N                answers leave in pieces of at most N bytes
-  --speed MM_PER_S         speed of all grippers (default: the model's)
-  --script FILE            commands, one a line
-  --record FILE            writes what COMMAND and the masters say into a new file
-  --replay FILE            the masters of a recording, numbered behind the others
-  --at-once                they answer at once, not as late as recorded
-  --help                   this text
-
-Commands are read from FILE and from standard input; "help" lists them.
-
-With "tap" the masters are real ones, each on its TTY, and what COMMAND and they
-say is written into a new file. Without COMMAND, clients find the masters where
-standard error says.
-)";
 
 namespace {
 
 using Arguments = std::span<const std::string>;
 
+constexpr unsigned kLargest = 1000000;
+
+constexpr const char* kDescription =
+    R"(Runs COMMAND with simulated PELLIX masters, each with a gripper. Master N,
+counted from 0 in the order of --gripper, is /dev/ttyACM<N>.)";
+
+constexpr const char* kUsage = R"(
+Usage: pellix-sim [OPTIONS] -- COMMAND ARG...
+       pellix-sim tap TTY... FILE [-- COMMAND ARG...]
+)";
+
+constexpr const char* kFooter =
+    R"(pellix-sim reads commands from the script and from standard input; the command
+"help" lists them.
+
+"tap" connects COMMAND to real masters, each on its TTY, and records their
+communication in a new FILE. Without COMMAND, clients open the ttys that are
+printed to standard error.)";
+
+class HelpFormatter final : public CLI::Formatter {
+public:
+    std::string make_usage(const CLI::App* /*app*/, std::string /*name*/) const override {
+        return kUsage;
+    }
+};
+
 GripperOption ParseGripper(std::string_view text, std::size_t number) {
     const auto parts = Split(text, ',');
-    const GripperModel* const model = parts.empty() ? nullptr : FindGripperModel(parts.front());
+    const std::string name = parts.empty() ? "" : parts.front();
+    const GripperModel* const model = FindGripperModel(name);
     if (model == nullptr) {
-        throw UsageError("--gripper takes TLM, HVA, MZD-S or MZD-L");
+        throw UsageError("unknown model '" + name + "': expected TLM, HVA, MZD-S or MZD-L");
     }
     constexpr unsigned kFirstSerial = 100001;
     GripperOption gripper{model, std::string(model->name), std::to_string(kFirstSerial + number),
@@ -60,127 +59,140 @@ GripperOption ParseGripper(std::string_view text, std::size_t number) {
         const auto equals = part.find('=');
         const auto field = fields.find(part.substr(0, equals));
         if (equals == std::string::npos || field == fields.end()) {
-            throw UsageError("--gripper: unknown setting '" + part + "'");
+            throw UsageError("unknown setting '" + part + "'");
         }
         *field->second = Unescape(std::string_view(part).substr(equals + 1));
     }
     return gripper;
 }
 
-/// Takes options off the front of a command line.
-class OptionReader {
-public:
-    explicit OptionReader(Arguments arguments) : rest(arguments) {}
-
-    Options Read() {
-        while (!rest.empty() && rest.front() != "--") {
-            ReadOption(Take());
-        }
-        if (!rest.empty()) {
-            Take();
-        }
-        options.command.assign(rest.begin(), rest.end());
-        Check();
-        return options;
+double ParseSpeed(std::string_view text) {
+    const double speed = ParseDecimal(text);
+    if (speed <= 0) {
+        throw UsageError("invalid speed '" + std::string(text) + "': must be above 0");
     }
+    return speed;
+}
 
-private:
-    std::string Take() {
-        std::string first = rest.front();
-        rest = rest.subspan(1);
-        return first;
+void Parse(CLI::App& app, Arguments arguments) {
+    try {
+        app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
+    } catch (const CLI::ParseError& error) {
+        throw UsageError(error.what());
     }
+}
 
-    std::string TakeValue(const std::string& option) {
-        if (rest.empty()) {
-            throw UsageError(option + " needs a value");
+/// Calls `set` for every value. `set` parses it, because CLI11 accepts octal numbers.
+template <typename Set>
+void Add(CLI::App& app, const std::string& name, const std::string& valueName,
+         const std::string& description, Set set) {
+    const auto setAll = [name, set](const CLI::results_t& values) {
+        try {
+            std::ranges::for_each(values, set);
+        } catch (const UsageError& error) {
+            throw UsageError(name + ": " + error.what());
         }
-        return Take();
-    }
+        return true;
+    };
+    app.add_option(name, setAll, description)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+        ->type_name(valueName);
+}
 
-    void ReadOption(const std::string& option) {
-        constexpr unsigned kLargest = 1000000;
-        if (option == "--help") {
-            options.help = true;
-        } else if (option == "--cooked") {
-            options.ttyStart = PtyPort::Start::Cooked;
-        } else if (option == "--gripper") {
-            options.grippers.push_back(ParseGripper(TakeValue(option), options.grippers.size()));
-        } else if (option == "--unplugged") {
-            options.unplugged.insert(ParseUnsigned(TakeValue(option), kLargest));
-        } else if (option == "--pdin-hz") {
-            options.master.streamRate = ParseUnsigned(TakeValue(option), kLargestStreamRate);
-        } else if (option == "--query-end") {
-            options.master.queryEnd = ParseQueryEnd(TakeValue(option));
-        } else if (option == "--report-pdout") {
-            options.master.reportProcessOutput = ParseOnOff(TakeValue(option));
-        } else if (option == "--start-mode") {
-            options.master.startMode = ParseUnsigned(TakeValue(option), mode::kLargest);
-        } else if (option == "--split") {
-            options.master.pieceLength = ParseUnsigned(TakeValue(option), kLargest);
-        } else if (option == "--speed") {
-            options.speed = ParseDecimal(TakeValue(option));
-        } else if (option == "--script") {
-            options.scriptPath = TakeValue(option);
-        } else if (option == "--record") {
-            options.recordPath = TakeValue(option);
-        } else if (option == "--replay") {
-            options.replayPaths.push_back(TakeValue(option));
-        } else if (option == "--at-once") {
-            options.replayAnswers = ReplayingMaster::Answers::AtOnce;
-        } else {
-            throw UsageError("unknown option " + option);
-        }
-    }
-
-    void Check() const {
-        if (options.help) {
-            return;
-        }
-        if (options.command.empty()) {
-            throw UsageError("no COMMAND given");
-        }
-        if (!options.unplugged.empty() && *options.unplugged.rbegin() >= options.grippers.size()) {
-            throw UsageError("--unplugged names a master that does not exist");
-        }
-        if (options.speed && *options.speed <= 0) {
-            throw UsageError("--speed must be larger than 0");
-        }
-    }
-
-    Arguments rest;
-    Options options;
-};
+/// Defines the options of pellix-sim; parsing writes to `options`.
+void AddOptions(CLI::App& app, Options& options) {
+    app.set_help_flag();
+    MasterSettings& master = options.master;
+    Add(app, "--gripper", "MODEL[,serial=TEXT][,product=TEXT][,id=TEXT]",
+        "add a master with this gripper: TLM, HVA, MZD-S or\nMZD-L", [&options](const auto& text) {
+            options.grippers.push_back(ParseGripper(text, options.grippers.size()));
+        });
+    Add(app, "--unplugged", "N", "start with master N unplugged",
+        [&options](const auto& text) { options.unplugged.insert(ParseUnsigned(text, kLargest)); });
+    Add(app, "--pdin-hz", "N", "process data lines per second (default 100)",
+        [&master](const auto& text) {
+            master.streamRate = ParseUnsigned(text, kLargestStreamRate);
+        });
+    Add(app, "--query-end", "fin|data",
+        "answer a query with ACK, data line, FIN (default)\nor with the data line only",
+        [&master](const auto& text) { master.queryEnd = ParseQueryEnd(text); });
+    Add(app, "--report-pdout", "on|off", "answer an assignment of PDOUT with PDOUT (default\non)",
+        [&master](const auto& text) { master.reportProcessOutput = ParseOnOff(text); });
+    Add(app, "--start-mode", "CODE", "data-link mode after plugging in (default 3)",
+        [&master](const auto& text) { master.startMode = ParseUnsigned(text, mode::kLargest); });
+    app.add_flag_callback(
+        "--cooked", [&options] { options.ttyStart = PtyPort::Start::Cooked; },
+        "start ttys with echo and line mode on");
+    Add(app, "--split", "N", "send answers in pieces of at most N bytes",
+        [&master](const auto& text) { master.pieceLength = ParseUnsigned(text, kLargest); });
+    Add(app, "--speed", "MM_PER_S", "speed of all grippers (default: by model)",
+        [&options](const auto& text) { options.speed = ParseSpeed(text); });
+    Add(app, "--script", "FILE", "read commands from FILE, one per line",
+        [&options](const auto& text) { options.scriptPath = text; });
+    Add(app, "--record", "FILE", "record the communication in a new FILE",
+        [&options](const auto& text) { options.recordPath = text; });
+    Add(app, "--replay", "FILE", "add the masters of a recording, numbered after the\nothers",
+        [&options](const auto& text) { options.replayPaths.push_back(text); });
+    app.add_flag_callback(
+        "--at-once", [&options] { options.replayTiming = ReplayingMaster::Timing::AtOnce; },
+        "replay answers without the recorded delay");
+    app.add_flag("--help", options.help, "print this help");
+}
 
 }  // namespace
 
+std::string HelpText() {
+    constexpr std::size_t kNameWidth = 27;
+    Options options;
+    CLI::App app(kDescription);
+    auto formatter = std::make_shared<HelpFormatter>();
+    formatter->column_width(kNameWidth);
+    app.formatter(formatter);
+    app.footer(kFooter);
+    AddOptions(app, options);
+    return app.help();
+}
+
 Options ParseOptions(Arguments arguments) {
-    return OptionReader(arguments).Read();
+    const auto dashes = std::ranges::find(arguments, "--");
+    Options options;
+    CLI::App app;
+    AddOptions(app, options);
+    Parse(app, {arguments.begin(), dashes});
+    if (options.help) {
+        return options;
+    }
+    if (arguments.end() - dashes < 2) {
+        throw UsageError("missing COMMAND");
+    }
+    options.command.assign(dashes + 1, arguments.end());
+    if (!options.unplugged.empty() && *options.unplugged.rbegin() >= options.grippers.size()) {
+        throw UsageError("--unplugged: no master " + std::to_string(*options.unplugged.rbegin()));
+    }
+    return options;
 }
 
 TapOptions ParseTapOptions(Arguments arguments) {
     const auto dashes = std::ranges::find(arguments, "--");
     TapOptions options;
-    options.ttyPaths.assign(arguments.begin(), dashes);
-    options.help = std::ranges::count(options.ttyPaths, "--help") != 0;
+    CLI::App app;
+    app.set_help_flag();
+    app.add_flag("--help", options.help);
+    app.add_option("TTY", options.ttyPaths);
+    Parse(app, {arguments.begin(), dashes});
     if (options.help) {
         return options;
-    }
-    for (const std::string& path : options.ttyPaths) {
-        if (path.starts_with('-')) {
-            throw UsageError("unknown option " + path);
-        }
     }
     if (options.ttyPaths.size() < 2) {
         throw UsageError("tap needs a TTY and a FILE");
     }
     options.recordPath = std::move(options.ttyPaths.back());
     options.ttyPaths.pop_back();
+    if (arguments.end() - dashes == 1) {
+        throw UsageError("missing COMMAND");
+    }
     if (dashes != arguments.end()) {
         options.command.assign(dashes + 1, arguments.end());
-        if (options.command.empty()) {
-            throw UsageError("no COMMAND given");
-        }
     }
     return options;
 }

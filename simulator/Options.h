@@ -1,15 +1,12 @@
 #pragma once
 
-#include <chrono>
 #include <optional>
 #include <set>
 #include <span>
 #include <string>
-#include <string_view>
 #include <vector>
 
-#include "simulator/GripperModel.h"
-#include "simulator/PtyPort.h"
+#include "simulator/Pty.h"
 #include "simulator/ReplayingMaster.h"
 #include "simulator/SimulatedMaster.h"
 
@@ -26,13 +23,13 @@ struct GripperOption {
 struct Options {
     std::vector<GripperOption> grippers;
     std::set<std::size_t> unplugged;
-    MasterSettings master;  ///< of all masters; the id is each gripper's own
+    MasterSettings master;  ///< of all masters, apart from the id
     PtyPort::Start ttyStart = PtyPort::Start::Raw;
-    std::optional<double> speed;  ///< mm/s; nothing for each model's own
+    std::optional<double> speed;  ///< mm/s; by default that of the model
     std::optional<std::string> scriptPath;
     std::optional<std::string> recordPath;
     std::vector<std::string> replayPaths;
-    ReplayingMaster::Answers replayAnswers = ReplayingMaster::Answers::AsRecorded;
+    ReplayingMaster::Timing replayTiming = ReplayingMaster::Timing::AsRecorded;
     std::vector<std::string> command;
     bool help = false;
 };
@@ -41,17 +38,17 @@ struct Options {
 struct TapOptions {
     std::vector<std::string> ttyPaths;
     std::string recordPath;
-    std::vector<std::string> command;  ///< empty for none
+    std::vector<std::string> command;  ///< may be empty
     bool help = false;
 };
 
-extern const std::string_view kHelpText;
+std::string HelpText();
 
 /// @param arguments the command line without the program's name
 /// @throws UsageError
 Options ParseOptions(std::span<const std::string> arguments);
 
-/// @param arguments the command line behind the word "tap"
+/// @param arguments the command line after the word "tap"
 /// @throws UsageError
 TapOptions ParseTapOptions(std::span<const std::string> arguments);
 

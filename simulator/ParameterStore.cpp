@@ -6,7 +6,7 @@ namespace simulator {
 
 namespace {
 
-/// CRC-32 with the reflected polynomial of Ethernet, bit by bit: the lists are short.
+/// CRC-32 as in Ethernet, computed bit by bit: the lists are short.
 class Crc32 {
 public:
     void Add(unsigned byte) {
@@ -27,7 +27,7 @@ private:
 void ParameterStore::Define(ParameterKey key, Bytes value, Access access) {
     const auto [place, isNew] = parameters.try_emplace(key, Parameter{{}, {}, access});
     place->second.value = value;
-    place->second.remanentValue = std::move(value);
+    place->second.storedValue = std::move(value);
 }
 
 ErrorCode ParameterStore::Write(ParameterKey key, const Bytes& value) {
@@ -53,13 +53,13 @@ const Bytes* ParameterStore::Find(ParameterKey key) const {
 
 void ParameterStore::StoreRemanent() {
     for (auto& [key, parameter] : parameters) {
-        parameter.remanentValue = parameter.value;
+        parameter.storedValue = parameter.value;
     }
 }
 
 void ParameterStore::PowerUp() {
     for (auto& [key, parameter] : parameters) {
-        parameter.value = parameter.remanentValue;
+        parameter.value = parameter.storedValue;
     }
 }
 

@@ -7,7 +7,7 @@
 
 namespace simulator {
 
-/// The numbers that a simulated master puts after "ERR key".
+/// The codes of a simulated master's ERR lines.
 enum class ErrorCode : unsigned {
     None = 0,
     UnknownKey = 1,
@@ -18,29 +18,29 @@ enum class ErrorCode : unsigned {
     ReadOnly = 7,
 };
 
-/// The parameters of one gripper. A written value counts at once and is lost at the next
-/// power-up unless it was stored.
+/// The parameters of a gripper. A written value takes effect at once; it is lost at the next
+/// power-up unless it has been stored.
 class ParameterStore {
 public:
     enum class Access { ReadOnly, SameLength, AnyLength };
 
-    /// Creates a parameter or replaces its value, now and for every later power-up. An existing
-    /// parameter keeps its access.
+    /// Creates a parameter or replaces its current and stored value. An existing parameter keeps
+    /// its access.
     void Define(ParameterKey key, Bytes value, Access access);
 
-    /// Writes a value as a request from outside does, with its checks.
+    /// Writes a value with the checks of a request.
     ErrorCode Write(ParameterKey key, const Bytes& value);
 
-    /// @return null when there is no such parameter; valid until the next change.
+    /// @return null if the parameter does not exist; valid until the next change.
     const Bytes* Find(ParameterKey key) const;
 
-    /// Keeps all present values for the next power-up.
+    /// Stores all current values.
     void StoreRemanent();
 
-    /// Goes back to the values that were last stored.
+    /// Restores the stored values.
     void PowerUp();
 
-    /// CRC-32 over index, subindex, length and value of every parameter that can be written.
+    /// CRC-32 of index, subindex, length and value of every writable parameter.
     std::uint32_t Checksum() const;
 
     template <typename Visitor>
@@ -53,7 +53,7 @@ public:
 private:
     struct Parameter {
         Bytes value;
-        Bytes remanentValue;
+        Bytes storedValue;
         Access access;
     };
 

@@ -1,8 +1,7 @@
-// Loaded into COMMAND in front of umockdev's preload library: opens the ttys of the testbed
-// itself. The library behind it forgets to free a table entry whenever an open below /dev fails,
-// and aborts the process after some fifty of them; a program that tries to reopen an unplugged tty
-// gets there in no time. Reads and writes pass it by as well: it would add two system calls to
-// each, for devices that only exist in its recordings, and there are none here.
+// Preloaded into COMMAND before umockdev's preload library, to open the testbed's ttys itself.
+// umockdev's library leaks a table entry whenever an open below /dev fails, and aborts the process
+// after about fifty; a program that tries to reopen an unplugged tty soon reaches that. Reads and
+// writes bypass it, too: it would add two system calls to each, for recorded devices only.
 
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -19,16 +18,17 @@
 
 namespace {
 
-/// @return null when `path` is not one of the testbed's ttys.
+/// @return null if `path` is not a tty of the testbed.
 const char* TestbedFolder(const char* path) {
     constexpr std::string_view kTtyPrefix = "/dev/ttyACM";
     if (path == nullptr || !std::string_view(path).starts_with(kTtyPrefix)) {
         return nullptr;
     }
-    return std::getenv("UMOCKDEV_DIR");  // NOLINT(concurrency-mt-unsafe): COMMAND keeps it as it is
+    return std::getenv(
+        "UMOCKDEV_DIR");  // NOLINT(concurrency-mt-unsafe): COMMAND does not change it
 }
 
-/// The plain system call, so that no other preload library has a part in it.
+/// Makes the system call itself, to bypass the other preload library.
 int OpenSimulatedTty(const char* folder, const char* path, int flags) {
     std::array<char, 4096> testbedPath{};
     const int length = std::snprintf(testbedPath.data(), testbedPath.size(), "%s%s", folder, path);
@@ -48,7 +48,7 @@ Function* Next(const char* name) {
     return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
-/// The argument after `flags`, which is there only when a file may be created.
+/// The argument after `flags`, which exists only if the call may create a file.
 mode_t CreationMode(int flags, va_list arguments) {
     return (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE ? va_arg(arguments, mode_t)
                                                                       : 0;
@@ -117,7 +117,7 @@ ssize_t write(int fd, const void* buffer, std::size_t size) {
     return syscall(SYS_write, fd, buffer, size);
 }
 
-// The forms that a program built with _FORTIFY_SOURCE calls.
+// Called by programs built with _FORTIFY_SOURCE.
 
 int __open_2(const char* path, int flags) {
     if (const char* const folder = TestbedFolder(path)) {

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sys/ioctl.h>
 #include <termios.h>
+#include <unistd.h>
 
 #include <array>
 #include <cerrno>
@@ -14,6 +15,8 @@ namespace simulator {
 namespace {
 
 constexpr int kTtyFlags = O_RDWR | O_NOCTTY | O_CLOEXEC;
+constexpr std::size_t kUsbPacketLength = 64;
+constexpr std::size_t kUnsentLimit = 4096;
 
 /// @throws std::system_error for -1
 int Checked(int result, const char* what) {
@@ -36,9 +39,9 @@ Pty::Pty()
     nodePath = name.data();
 }
 
-/// The tty is hung up before the device's end closes, so that a blocked read ends with 0 as it does
-/// on a tty that was pulled; closing alone ends it with EIO. Only root may do that; for others the
-/// reads that come after are the first to return 0.
+/// Hangs the tty up before the device closes, so that a blocked read returns 0, as on an unplugged
+/// tty; closing alone makes it fail with EIO. Only root may do this; for other users only later
+/// reads return 0.
 Pty::~Pty() {
     const FileDescriptor tty(ioctl(device.Get(), TIOCGPTPEER, kTtyFlags));
     ioctl(tty.Get(), TIOCVHANGUP);
@@ -54,6 +57,47 @@ void Pty::SetRaw() const {
     Checked(tcgetattr(tty.Get(), &settings), "tcgetattr");
     cfmakeraw(&settings);
     Checked(tcsetattr(tty.Get(), TCSANOW, &settings), "tcsetattr");
+}
+
+PtyPort::PtyPort(Start start) : tty(pty.OpenTty()), packetsOnly(start == Start::Cooked) {
+    if (start == Start::Raw) {
+        pty.SetRaw();
+    }
+}
+
+std::string PtyPort::Read() {
+    std::array<char, 4096> buffer{};
+    const ssize_t count = read(pty.Descriptor(), buffer.data(), buffer.size());
+    return {buffer.data(), count > 0 ? static_cast<std::size_t>(count) : 0U};
+}
+
+void PtyPort::Send(std::string_view text) {
+    if (unsent.size() + text.size() <= kUnsentLimit) {
+        unsent += text;
+    }
+    Flush();
+}
+
+void PtyPort::Flush() {
+    packetsOnly = packetsOnly && !IsRaw();
+    const std::size_t length =
+        packetsOnly ? unsent.size() - unsent.size() % kUsbPacketLength : unsent.size();
+    const ssize_t result = write(pty.Descriptor(), unsent.data(), length);
+    const std::size_t count = result > 0 ? static_cast<std::size_t>(result) : 0U;
+    unsent.erase(0, count);
+    waitsForRoom = count < length;
+}
+
+void PtyPort::SetStalled(bool on) {
+    if (on != stalled) {
+        stalled = on;
+        ioctl(tty.Get(), TCXONC, on ? TCOOFF : TCOON);
+    }
+}
+
+bool PtyPort::IsRaw() const {
+    termios settings{};
+    return tcgetattr(tty.Get(), &settings) == 0 && (settings.c_lflag & (ECHO | ICANON)) == 0;
 }
 
 }  // namespace simulator

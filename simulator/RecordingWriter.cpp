@@ -11,13 +11,11 @@
 #include <system_error>
 #include <utility>
 
-#include "simulator/Recording.h"
-
 namespace simulator {
 
 namespace {
 
-/// "2025-06-01 14:03:07 +0200", to be found in other logs.
+/// "2025-06-01 14:03:07 +0200", to compare the recording with logs.
 std::string LocalTime() {
     const std::time_t now = std::time(nullptr);
     std::tm parts{};
@@ -28,17 +26,17 @@ std::string LocalTime() {
 }
 
 int Create(const std::string& path) {
-    const int opened = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-    if (opened == -1) {
-        throw std::system_error(errno, std::generic_category(), "cannot record in " + path);
+    const int descriptor = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    if (descriptor == -1) {
+        throw std::system_error(errno, std::generic_category(), "cannot create " + path);
     }
-    return opened;
+    return descriptor;
 }
 
 }  // namespace
 
-RecordingWriter::RecordingWriter(const std::string& newPath, Tell tellFailure)
-    : path(newPath), file(Create(path)), tell(std::move(tellFailure)) {
+RecordingWriter::RecordingWriter(const std::string& path, Printer print)
+    : path(path), file(Create(path)), print(std::move(print)) {
     WriteLine(kRecordingHeader);
     WriteLine("# begun " + LocalTime());
     WriteLine("# seconds, master, > to the master or < from it, bytes");
@@ -66,7 +64,7 @@ void RecordingWriter::Write(unsigned master, RecordedKind kind, std::string_view
 
 void RecordingWriter::WriteLine(std::string line) {
     line += '\n';
-    if (!whole) {
+    if (!complete) {
         return;
     }
     const ssize_t count = write(file.Get(), line.data(), line.size());
@@ -74,16 +72,46 @@ void RecordingWriter::WriteLine(std::string line) {
         return;
     }
     const int error = count == -1 ? errno : ENOSPC;
-    if (count > 0) {  // a line that is cut could be taken for another one
+    if (count > 0) {  // a truncated line could be read as another event
         [[maybe_unused]] const int cut = ftruncate(file.Get(), lseek(file.Get(), -count, SEEK_CUR));
     }
-    whole = false;
-    tell("error: " + path + " ends here: " + std::generic_category().message(error));
+    complete = false;
+    print("error: cannot write " + path + ": " + std::generic_category().message(error) +
+          "; the recording ends here");
 }
 
-bool RecordingWriter::IsWhole() const {
+bool RecordingWriter::IsComplete() const {
     const std::lock_guard lock(mutex);
-    return whole;
+    return complete;
+}
+
+RecordingMaster::RecordingMaster(std::unique_ptr<Master> master, unsigned number,
+                                 RecordingWriter& writer)
+    : master(std::move(master)), number(number), writer(writer) {}
+
+void RecordingMaster::PowerUp(TimePoint now) {
+    writer.Write(number, RecordedKind::Plug, {}, now);
+    master->PowerUp(now);
+}
+
+void RecordingMaster::HangUp(bool reported, TimePoint now) {
+    writer.Write(number, reported ? RecordedKind::Unplug : RecordedKind::HangUp, {}, now);
+    master->HangUp(reported, now);
+}
+
+void RecordingMaster::Receive(std::string_view bytes, TimePoint now) {
+    if (!bytes.empty()) {
+        writer.Write(number, RecordedKind::ToMaster, bytes, now);
+    }
+    master->Receive(bytes, now);
+}
+
+std::string RecordingMaster::NextText(TimePoint now) {
+    std::string text = master->NextText(now);
+    if (!text.empty()) {
+        writer.Write(number, RecordedKind::FromMaster, text, now);
+    }
+    return text;
 }
 
 }  // namespace simulator

@@ -1,52 +1,67 @@
 #pragma once
 
-#include <cstddef>
-#include <functional>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <string_view>
 
-#include "simulator/AnswerQueue.h"
 #include "simulator/FileDescriptor.h"
-#include "simulator/RecordedEvent.h"
+#include "simulator/Master.h"
+#include "simulator/Recording.h"
+#include "simulator/TextTools.h"
 
 namespace simulator {
 
-/// Writes a recording, each event with one write, so that the file can be read while it grows and
-/// is whole when the process is killed. Any thread.
+/// Writes a recording. Each event is one write, so that the file can be read while it grows and is
+/// complete even if the process is killed. Thread-safe.
 class RecordingWriter {
 public:
-    using Tell = std::function<void(const std::string& text)>;
+    /// Creates the file.
+    /// @param print called if a write fails; the recording then ends with its last complete line
+    /// @throws std::system_error if the file exists or cannot be created
+    RecordingWriter(const std::string& path, Printer print);
 
-    /// Begins the file.
-    /// @param tellFailure called once if the file cannot be written any more; it ends there
-    /// @throws std::system_error when it cannot be made, or is there already
-    RecordingWriter(const std::string& newPath, Tell tellFailure);
-
-    /// Removes the file if nothing has happened since the clock was started.
+    /// Removes the file if it has no event later than StartClock().
     ~RecordingWriter();
     RecordingWriter(const RecordingWriter&) = delete;
     RecordingWriter& operator=(const RecordingWriter&) = delete;
 
-    /// Events before it have the time 0, for they are the state of things that a replay begins
-    /// with.
+    /// Earlier events get the time 0: they are the initial state of a replay.
     void StartClock();
 
     void Write(unsigned master, RecordedKind kind, std::string_view bytes, TimePoint now);
 
-    /// False when something could not be written.
-    bool IsWhole() const;
+    /// False if a write has failed.
+    bool IsComplete() const;
 
 private:
-    void WriteLine(std::string line);  // with `mutex` held, but for the first lines
+    void WriteLine(std::string line);  // with `mutex` held, except in the constructor
 
     std::string path;
     FileDescriptor file;
-    Tell tell;
-    mutable std::mutex mutex;  // guards what follows
+    Printer print;
+    mutable std::mutex mutex;  // guards the following
     TimePoint start = TimePoint::max();
     bool empty = true;
-    bool whole = true;
+    bool complete = true;
+};
+
+/// Records everything that another master receives and sends.
+class RecordingMaster final : public Master {
+public:
+    /// @param number of the master in the recording
+    RecordingMaster(std::unique_ptr<Master> master, unsigned number, RecordingWriter& writer);
+
+    void PowerUp(TimePoint now) override;
+    void HangUp(bool reported, TimePoint now) override;
+    void Receive(std::string_view bytes, TimePoint now) override;
+    std::string NextText(TimePoint now) override;
+    std::optional<TimePoint> NextDue() const override { return master->NextDue(); }
+
+private:
+    std::unique_ptr<Master> master;
+    unsigned number;
+    RecordingWriter& writer;
 };
 
 }  // namespace simulator

@@ -4,7 +4,6 @@
 #include <optional>
 #include <utility>
 
-#include "simulator/LineAssembler.h"
 #include "simulator/LineProtocol.h"
 
 namespace simulator {
@@ -38,7 +37,7 @@ std::optional<AnswerLine> ParseAnswer(std::string_view line) {
     return AnswerLine{Form::Data, std::string(line.substr(0, equals))};
 }
 
-/// Cuts the first line off `rest`, or all of it when it has no line feed.
+/// Removes the first line from `rest`, or all of it if there is no line feed.
 std::string TakeLine(std::string_view& rest) {
     const auto end = rest.find('\n');
     std::string line(rest.substr(0, end == std::string_view::npos ? end : end + 1));
@@ -58,7 +57,8 @@ public:
         }
     }
 
-    /// Joins again what one transfer held for the same purpose, and hands each request its answers.
+    /// Moves answers to their requests, and joins neighbouring lines of one transfer with one
+    /// owner.
     std::vector<ReplayStep> Finish() {
         for (std::size_t place = 0; place < steps.size(); ++place) {
             ReplayStep& step = steps[place];
@@ -118,7 +118,7 @@ private:
         }
     }
 
-    /// Every line is a step for now, for whoever it turns out to belong to.
+    /// Adds a step per line; its owner is known only when the line is complete.
     void AddTransfer(const RecordedEvent& event) {
         for (std::string_view rest = event.bytes; !rest.empty();) {
             std::string text = TakeLine(rest);
@@ -158,10 +158,10 @@ private:
     }
 
     std::vector<ReplayStep> steps;
-    std::vector<std::optional<std::size_t>> owners;  // by step: the request that it answers
+    std::vector<std::optional<std::size_t>> owners;  // by step: the request that it answers, if any
     LineAssembler requests;
     std::string partialLine;
-    std::vector<std::size_t> partialSteps;  // with the pieces of the partial line
+    std::vector<std::size_t> partialSteps;  // that hold the partial line
     std::vector<OpenRequest> openRequests;  // oldest first
 };
 

@@ -5,35 +5,34 @@
 #include <string_view>
 #include <vector>
 
-#include "simulator/RecordedEvent.h"
+#include "simulator/Recording.h"
 
 namespace simulator {
 
-/// An answer of a recorded master, or a part of one, as one write carries it.
+/// One write of a recorded master: an answer or a part of it.
 struct RecordedAnswer {
     std::chrono::microseconds delay{0};  ///< since its request
     std::string text;
 };
 
-/// What a recorded master waits for or does next: a request, of which `bytes` are one line without
-/// its end; something that it says of its own accord; or a change of its plug.
+/// One step of a replay: a request, one line without its line feed; an unsolicited text from the
+/// master; or a change of its plug.
 struct ReplayStep : RecordedEvent {
     std::vector<RecordedAnswer> answers;  ///< to a request
 };
 
-/// Puts the events of one master in order: requests, each with its answers, and what the master
-/// said of its own accord.
+/// Converts the events of one master to steps, with the answers of each request.
 ///
-/// A line answers the oldest request with its key that is under way. A request is over with FIN,
-/// ERR, a data line without ACK, or after 1 s, when the daemon has given it up; what comes then
-/// counts as said of the master's own accord. Echoes are left out.
+/// A line answers the oldest pending request with its key. A request ends with FIN, ERR, a data
+/// line without ACK, or after 1 s, the daemon's timeout; later lines are unsolicited. Echoes are
+/// dropped.
 std::vector<ReplayStep> BuildReplayScript(const std::vector<RecordedEvent>& events);
 
-/// Whether a line to a master is the echo of one of its own, whole or with the beginning of a
-/// request behind it, as a tty in line mode returns it.
+/// True for an echo: a line that the master sent and a tty in line mode returned to it, even if it
+/// is mixed with the start of a request.
 bool IsEcho(std::string_view line);
 
-/// Whether `text` is lines of process data and nothing else.
+/// True if `text` consists only of lines of process data.
 bool IsProcessData(std::string_view text);
 
 }  // namespace simulator

@@ -3,9 +3,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "simulator/LineProtocol.h"
-#include "simulator/TextTools.h"
-
 namespace simulator {
 
 namespace {
@@ -13,9 +10,9 @@ namespace {
 using std::chrono::microseconds;
 using std::chrono::milliseconds;
 
-constexpr unsigned kDeviationCode = 99;  // of no master's own
-constexpr std::size_t kToldDeviations = 100;
-constexpr milliseconds kLongestWait{1000000000};  // that the command takes
+constexpr unsigned kDeviationCode = 99;  // not used by masters
+constexpr std::size_t kPrintedDeviations = 100;
+constexpr milliseconds kLongestWait{1000000000};  // limit of the command "wait"
 
 std::string WaitCommands(milliseconds time) {
     std::string commands;
@@ -27,19 +24,16 @@ std::string WaitCommands(milliseconds time) {
 
 }  // namespace
 
-ReplayingMaster::ReplayingMaster(std::vector<ReplayStep> recordedSteps, Answers answers,
-                                 Surroundings initialSurroundings)
-    : steps(std::move(recordedSteps)),
-      answerTimes(answers),
-      surroundings(std::move(initialSurroundings)) {}
+ReplayingMaster::ReplayingMaster(std::vector<ReplayStep> steps, Timing timing, Context context)
+    : steps(std::move(steps)), timing(timing), context(std::move(context)) {}
 
-/// From a change of the plug on, up to and with the next plug.
+/// The commands for the plug changes from `step` to the next plug.
 std::string ReplayingMaster::PlugCommands(std::size_t step, microseconds since) const {
     std::string commands;
     for (; step < steps.size() && !IsTransfer(steps[step]); ++step) {
         commands += WaitCommands(std::chrono::round<milliseconds>(steps[step].time - since));
         commands += std::string(RecordedWord(steps[step].kind)) + " " +
-                    std::to_string(surroundings.number) + "\n";
+                    std::to_string(context.number) + "\n";
         since = steps[step].time;
         if (steps[step].kind == RecordedKind::Plug) {
             break;
@@ -101,7 +95,7 @@ void ReplayingMaster::Answer(std::size_t request, TimePoint now) {
     anchor = now;
     anchorTime = steps[request].time;
     for (const RecordedAnswer& answer : steps[request].answers) {
-        texts.Push(answer.text, answerTimes == Answers::AtOnce ? now : now + answer.delay);
+        texts.Push(answer.text, timing == Timing::AtOnce ? now : now + answer.delay);
     }
     ++next;
     ++playedRequests;
@@ -112,45 +106,46 @@ void ReplayingMaster::Deviate(const std::string& line, std::size_t expected, Tim
     if (request) {
         texts.Push("ERR " + request->key + " " + std::to_string(kDeviationCode) + "\n", now);
     }
-    if (++deviations > kToldDeviations) {
+    if (++deviations > kPrintedDeviations) {
         return;
     }
-    Tell("deviation: " + Escape(line) + " instead of " + Describe(expected) +
-         (request ? "; answered by ERR " + std::to_string(kDeviationCode) : "; not answered"));
-    if (deviations == kToldDeviations) {
-        Tell("further deviations are only counted");
+    Print("deviation: " + Escape(line) + " instead of " + Describe(expected) +
+          (request ? "; answered with ERR " + std::to_string(kDeviationCode) : "; not answered"));
+    if (deviations == kPrintedDeviations) {
+        Print("further deviations are counted, but not printed");
     }
 }
 
 std::string ReplayingMaster::Describe(std::size_t step) const {
     if (step == steps.size()) {
-        return "nothing: " + surroundings.recording + " has no more requests";
+        return "nothing: " + context.recording + " has no more requests";
     }
     return (!IsTransfer(steps[step]) ? std::string(RecordedWord(steps[step].kind))
                                      : Escape(steps[step].bytes)) +
-           " (" + surroundings.recording + ":" + std::to_string(steps[step].line) + ")";
+           " (" + context.recording + ":" + std::to_string(steps[step].line) + ")";
 }
 
-void ReplayingMaster::Tell(const std::string& text) const {
-    surroundings.tell("replay " + std::to_string(surroundings.number) + ": " + text);
+void ReplayingMaster::Print(const std::string& text) const {
+    context.print("replay " + std::to_string(context.number) + ": " + text);
 }
 
 TimePoint ReplayingMaster::DueOf(const ReplayStep& step) const {
     return anchor + (step.time - anchorTime);
 }
 
-/// Whether the next step does not wait for COMMAND.
-bool ReplayingMaster::NextGoesByTime() const {
+/// True if the next step does not wait for a request.
+bool ReplayingMaster::NextIsTimed() const {
     return present && next < steps.size() && steps[next].kind != RecordedKind::ToMaster;
 }
 
 std::string ReplayingMaster::NextText(TimePoint now) {
-    while (NextGoesByTime() && DueOf(steps[next]) <= now) {
+    while (NextIsTimed() && DueOf(steps[next]) <= now) {
         PlayStep();
     }
     std::string text = texts.Pop(now);
-    if (next == steps.size() && text.empty() && !texts.NextDue() && !std::exchange(endTold, true)) {
-        Tell(surroundings.recording + " has ended");
+    if (next == steps.size() && text.empty() && !texts.NextDue() &&
+        !std::exchange(endPrinted, true)) {
+        Print(context.recording + " has ended");
     }
     return text;
 }
@@ -161,7 +156,7 @@ void ReplayingMaster::PlayStep() {
         ++next;
         return;
     }
-    surroundings.command(PlugCommands(next, steps[next].time));
+    context.command(PlugCommands(next, steps[next].time));
     present = false;
     while (next < steps.size() && steps[next].kind != RecordedKind::Plug) {
         ++next;
@@ -170,7 +165,7 @@ void ReplayingMaster::PlayStep() {
 
 std::optional<TimePoint> ReplayingMaster::NextDue() const {
     auto due = texts.NextDue();
-    if (NextGoesByTime()) {
+    if (NextIsTimed()) {
         const TimePoint nextDue = DueOf(steps[next]);
         due = due ? std::min(*due, nextDue) : nextDue;
     }

@@ -8,6 +8,13 @@ namespace simulator {
 
 namespace {
 
+constexpr std::array<GripperModel, 4> kModels{{
+    {"TLM", 10, 20.0, 80.0, false, false},
+    {"HVA", 20, 30.0, 60.0, true, false},
+    {"MZD-S", 40, 24.0, 80.0, true, true},
+    {"MZD-L", 50, 48.0, 80.0, true, true},
+}};
+
 constexpr unsigned kGripBit = 0x01;
 constexpr unsigned kEnableBit = 0x02;
 constexpr unsigned kReferenceBit = 0x04;
@@ -53,35 +60,21 @@ Bytes LittleEndianBytes(std::uint32_t number) {
 
 }  // namespace
 
-std::string_view StateName(GripperState state) {
-    switch (state) {
-        case GripperState::Off:
-            return "off";
-        case GripperState::NeedsReference:
-            return "needs reference";
-        case GripperState::Referencing:
-            return "referencing";
-        case GripperState::Releasing:
-            return "releasing";
-        case GripperState::Released:
-            return "released";
-        case GripperState::Gripping:
-            return "gripping";
-        case GripperState::Holding:
-            return "holding";
-        case GripperState::NoPart:
-            return "no part";
-        case GripperState::Ready:
-            return "ready";
-        case GripperState::Fault:
-            return "fault";
-    }
-    return "";
+const GripperModel* FindGripperModel(std::string_view name) {
+    const auto* const place = std::ranges::find(kModels, name, &GripperModel::name);
+    return place == kModels.end() ? nullptr : place;
 }
 
-SimulatedGripper::SimulatedGripper(const GripperModel& gripperModel, const Bytes& product,
+std::string_view StateName(GripperState state) {
+    constexpr std::array<std::string_view, 9> kNames{"off",       "needs reference", "referencing",
+                                                     "releasing", "released",        "gripping",
+                                                     "holding",   "no part",         "ready"};
+    return state == GripperState::Fault ? "fault" : kNames.at(static_cast<std::size_t>(state));
+}
+
+SimulatedGripper::SimulatedGripper(const GripperModel& model, const Bytes& product,
                                    const Bytes& serial, TimePoint now)
-    : model(gripperModel), lastAdvance(now), speed(gripperModel.speed), position(kPowerUpPosition) {
+    : model(model), lastAdvance(now), speed(model.speed), position(kPowerUpPosition) {
     DefineParameters(product, serial);
     PowerUp(now);
 }
@@ -199,10 +192,10 @@ GripperState SimulatedGripper::Release(double seconds) {
     return arrived ? GripperState::Released : GripperState::Releasing;
 }
 
-/// @return true when the fingers stand at `target`.
+/// @return true if the fingers are at `target`.
 bool SimulatedGripper::MoveTo(double target, double distance) {
     position += std::clamp(target - position, -distance, distance);
-    // The sum above may miss the target by a rounding error; the fingers do not.
+    // Corrects a rounding error, so that the comparison below is exact.
     constexpr double kRounding = 1e-9;
     if (std::abs(target - position) < kRounding) {
         position = target;
@@ -210,7 +203,8 @@ bool SimulatedGripper::MoveTo(double target, double distance) {
     return position == target;
 }
 
-/// A limit of the parameter set that PDOUT names, held within the stroke; nothing without that set.
+/// A limit of the parameter set that PDOUT selects, limited to the stroke; nothing if the set does
+/// not exist.
 std::optional<double> SimulatedGripper::Limit(unsigned subindex) const {
     const Bytes* const bytes = parameters.Find({kSetBase + processOutput[1], subindex});
     if (bytes == nullptr || bytes->size() != 2) {
@@ -237,7 +231,7 @@ Bytes SimulatedGripper::ProcessInput() const {
     return bytes;
 }
 
-/// Byte 2 of PDIN: referenced, moving, holdfast, enabled; its upper half tells how a motion ended.
+/// Byte 2 of PDIN: referenced, moving, holdfast, enabled; the upper half is the motion's result.
 unsigned SimulatedGripper::StatusByte() const {
     const bool moving = state == GripperState::Referencing || state == GripperState::Releasing ||
                         state == GripperState::Gripping;

@@ -5,13 +5,24 @@
 #include <optional>
 #include <string_view>
 
-#include "simulator/AnswerQueue.h"
-#include "simulator/GripperModel.h"
 #include "simulator/ParameterStore.h"
 
 namespace simulator {
 
-/// The codes that travel in the low nibble of the last PDIN byte.
+/// Positions and lengths in millimetres.
+struct GripperModel {
+    std::string_view name;
+    unsigned deviceId;
+    double stroke;          ///< position of the outer end stop; the inner one is at 0
+    double speed;           ///< mm/s at an override of 100 %
+    bool adjustable;        ///< has force, reference run and reference direction
+    bool lightsAndHolding;  ///< has LED ring and holdfast
+};
+
+/// @return null if `name` is not "TLM", "HVA", "MZD-S" or "MZD-L".
+const GripperModel* FindGripperModel(std::string_view name);
+
+/// The low nibble of the last PDIN byte.
 enum class GripperState : unsigned {
     Off = 0,
     NeedsReference = 1,
@@ -27,27 +38,26 @@ enum class GripperState : unsigned {
 
 std::string_view StateName(GripperState state);
 
-/// The flags that travel in the high nibble of the last PDIN byte, lowest bit first.
+/// The high nibble of the last PDIN byte, lowest bit first.
 enum class GripperFlag : std::size_t { Fault, TemperatureFault, TemperatureWarning, Maintenance };
+constexpr std::array<std::string_view, 4> kGripperFlagNames{"fault", "temp-fault", "temp-warn",
+                                                            "maintenance"};
+
 constexpr unsigned kFirstLedIndex = 0x80;
 constexpr unsigned kLedCount = 8;
 constexpr unsigned kLedSettingCount = 3;  ///< animation, colour and speed: subindex 1 to 3
 
-constexpr std::size_t kGripperFlagCount = 4;
-constexpr std::array<std::string_view, kGripperFlagCount> kGripperFlagNames{
-    "fault", "temp-fault", "temp-warn", "maintenance"};
-
 /// A gripper with two fingers: its drive, its end stops, its parameters and its process data.
 ///
-/// The position is the width between the fingers in millimetres: gripping makes it smaller,
-/// releasing larger. Time passes only in Advance(); whoever changes something calls that first.
+/// The position is the width between the fingers in millimetres; gripping reduces it. Time passes
+/// only in Advance(): call it before every change.
 class SimulatedGripper {
 public:
-    /// @param product,serial texts of the parameters 19/0 and 21/0.
-    SimulatedGripper(const GripperModel& gripperModel, const Bytes& product, const Bytes& serial,
+    /// @param product,serial values of the parameters 19/0 and 21/0
+    SimulatedGripper(const GripperModel& model, const Bytes& product, const Bytes& serial,
                      TimePoint now);
 
-    /// Supply off and on again: drive off, not referenced, parameters as last stored.
+    /// Power cycle: drive off, not referenced, parameters as stored.
     void PowerUp(TimePoint now);
     void Advance(TimePoint now);
 
@@ -64,15 +74,16 @@ public:
 
     ErrorCode WriteParameter(ParameterKey key, const Bytes& value);
 
-    /// Sets any parameter to any value, of any length; a checksum set so stays as it was set.
+    /// Sets any parameter to a value of any length. A checksum that is set here no longer changes.
     void DefineParameter(ParameterKey key, const Bytes& value);
     const ParameterStore& Parameters() const { return parameters; }
 
-    /// The part stands still between the fingers; wider than the gap, it waits for them to open.
+    /// Places a part between the fingers. If it is wider than the gap, it is gripped only after the
+    /// fingers have opened.
     void SetPart(std::optional<double> width) { part = width; }
     std::optional<double> Part() const { return part; }
 
-    /// Both faults stop the drive until they are gone and PDOUT is assigned again.
+    /// The faults stop the drive until they are cleared and PDOUT is assigned again.
     void SetFlag(GripperFlag flag, bool on);
     bool Flag(GripperFlag flag) const { return flags[static_cast<std::size_t>(flag)]; }
 
@@ -103,9 +114,9 @@ private:
     std::optional<double> part;
     bool checksumFixed = false;
     bool referenced = false;
-    bool referenceDone = false;  // of the request that stands in PDOUT
-    bool tripped = false;        // by a fault; until PDOUT is assigned again
-    std::array<bool, kGripperFlagCount> flags{};
+    bool referenceDone = false;  // for the request in PDOUT
+    bool tripped = false;        // by a fault, until PDOUT is assigned again
+    std::array<bool, kGripperFlagNames.size()> flags{};
 };
 
 }  // namespace simulator

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "simulator/TextTools.h"
+
 namespace simulator {
 
 namespace {
@@ -20,13 +22,17 @@ std::string FactoryDeviceInfo(const GripperModel& model) {
 
 }  // namespace
 
-SimulatedMaster::SimulatedMaster(const MasterSettings& initialSettings, const GripperModel& model,
+QueryEnd ParseQueryEnd(std::string_view text) {
+    return ParseChoice(text, "fin", "data") ? QueryEnd::Finish : QueryEnd::DataLine;
+}
+
+SimulatedMaster::SimulatedMaster(const MasterSettings& settings, const GripperModel& model,
                                  const Bytes& product, const Bytes& serial, TimePoint now)
-    : settings(initialSettings),
+    : settings(settings),
       gripper(model, product, serial, now),
       deviceInfo(FactoryDeviceInfo(model)),
       storedNumbers{{"DOUTINFO", "0"}, {"ROBINPUT", "0"}, {"ROBOUTPUT", "0"}} {
-    answers.SetPieceLength(initialSettings.pieceLength);
+    answers.SetPieceLength(settings.pieceLength);
     PowerUp(now);
 }
 
@@ -80,7 +86,7 @@ std::string SimulatedMaster::Answer(const Request& request, TimePoint now) {
     if (const auto code = InjectedError(request.key)) {
         return "ERR " + request.key + " " + *code + "\n";
     }
-    const Outcome outcome = CarryOut(request, now);
+    const Outcome outcome = Execute(request, now);
     if (outcome.error != ErrorCode::None) {
         const auto code = static_cast<unsigned>(outcome.error);
         return "ERR " + request.key + " " + std::to_string(code) + "\n";
@@ -94,70 +100,73 @@ std::string SimulatedMaster::Answer(const Request& request, TimePoint now) {
     return "ACK " + request.key + "\n" + dataLine + "FIN " + request.key + "\n";
 }
 
-SimulatedMaster::Outcome SimulatedMaster::CarryOut(const Request& request, TimePoint now) {
+SimulatedMaster::Outcome SimulatedMaster::Execute(const Request& request, TimePoint now) {
     switch (request.form) {
         case RequestForm::Query:
             return Query(request.key);
         case RequestForm::Assignment:
             return Assign(request);
         case RequestForm::Call:
-            return {Call(request, now), {}};
+            return Call(request, now);
     }
-    return {ErrorCode::UnknownKey, {}};
+    return ErrorCode::UnknownKey;
 }
 
-SimulatedMaster::Outcome SimulatedMaster::Query(const std::string& key) {
+SimulatedMaster::Outcome SimulatedMaster::Query(const std::string& key) const {
     if (key == "ID") {
-        return {ErrorCode::None, settings.id};
+        return settings.id;
     }
     if (key == "MODE") {
-        return {ErrorCode::None, std::to_string(currentMode)};
+        return std::to_string(currentMode);
     }
     if (const auto number = numbers.find(key); number != numbers.end()) {
-        return {ErrorCode::None, number->second};
+        return number->second;
     }
     if (key == "PDIN" || key == "PDOUT") {
         if (currentMode != mode::kOperate) {
-            return {ErrorCode::WrongMode, {}};
+            return ErrorCode::WrongMode;
         }
-        return {ErrorCode::None,
-                FormatByteList(key == "PDIN" ? ProcessInput() : gripper.ProcessOutput())};
+        return FormatByteList(key == "PDIN" ? ProcessInput() : gripper.ProcessOutput());
     }
     const auto parameterKey = ParseParameterKey(key);
     if (!parameterKey && key != "DEVINFO") {
-        return {ErrorCode::UnknownKey, {}};
+        return ErrorCode::UnknownKey;
     }
     if (!TalksToGripper()) {
-        return {ErrorCode::WrongMode, {}};
+        return ErrorCode::WrongMode;
     }
     if (!parameterKey) {
-        return {ErrorCode::None, "[" + deviceInfo + "]"};
+        return "[" + deviceInfo + "]";
     }
-    const Bytes* const value = gripper.Parameters().Find(*parameterKey);
-    return value == nullptr ? Outcome{ErrorCode::NoSuchParameter, {}}
-                            : Outcome{ErrorCode::None, FormatByteList(*value)};
+    if (const Bytes* const value = gripper.Parameters().Find(*parameterKey)) {
+        return FormatByteList(*value);
+    }
+    return ErrorCode::NoSuchParameter;
 }
 
 SimulatedMaster::Outcome SimulatedMaster::Assign(const Request& request) {
     if (numbers.contains(request.key)) {
-        return {AssignNumber(request.key, request.argument), {}};
+        return AssignNumber(request.key, request.argument);
     }
     if (request.key == "PDOUT") {
         const ErrorCode error = AssignProcessOutput(request.argument);
-        return {error, settings.reportProcessOutput ? FormatByteList(gripper.ProcessOutput()) : ""};
+        if (error != ErrorCode::None || !settings.reportProcessOutput) {
+            return error;
+        }
+        return FormatByteList(gripper.ProcessOutput());
     }
     const auto parameterKey = ParseParameterKey(request.key);
     if (!parameterKey) {
-        return {ErrorCode::UnknownKey, {}};
+        return ErrorCode::UnknownKey;
     }
     const auto bytes = ParseByteList(request.argument);
     if (!bytes) {
-        return {ErrorCode::BadArgument, {}};
+        return ErrorCode::BadArgument;
     }
     if (!TalksToGripper()) {
-        return {ErrorCode::WrongMode, {}};
+        return ErrorCode::WrongMode;
     }
-    return {gripper.WriteParameter(*parameterKey, *bytes), {}};
+    return gripper.WriteParameter(*parameterKey, *bytes);
 }
 
 ErrorCode SimulatedMaster::AssignNumber(const std::string& key, const std::string& argument) {
@@ -224,7 +233,7 @@ ErrorCode SimulatedMaster::CallFallback(const std::string& argument, TimePoint n
     return ErrorCode::None;
 }
 
-/// Communication is set up anew, step by step, each long enough to be seen by a slow poller.
+/// Sets up communication again, in steps long enough for a slow poller to see each.
 void SimulatedMaster::Restart(TimePoint now) {
     modeSteps.clear();
     TimePoint due = now + answerDelay + kModeChangeTime;
@@ -246,8 +255,8 @@ void SimulatedMaster::ChangeMode(unsigned code, TimePoint now) {
     }
 }
 
-/// Process output data counts in operate only: whatever leads out of it takes the drive's enable
-/// away, and whatever leads into it begins with zero bytes.
+/// Process output data is valid in operate only: leaving it disables the drive, and entering it
+/// starts with zero bytes.
 void SimulatedMaster::EnterMode(unsigned code, TimePoint now) {
     gripper.Advance(now);
     if (code != mode::kOperate) {
@@ -339,7 +348,7 @@ void SimulatedMaster::ClearError(const std::optional<std::string>& key) {
     }
 }
 
-/// All masters stream on the same ticks, so that many of them cost one wake-up.
+/// All masters stream on the same ticks, so that one wake-up serves them all.
 void SimulatedMaster::SetStreamRate(unsigned linesPerSecond, TimePoint now) {
     settings.streamRate = linesPerSecond;
     if (linesPerSecond != 0) {

@@ -7,17 +7,15 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
-#include "simulator/AnswerQueue.h"
-#include "simulator/LineAssembler.h"
-#include "simulator/LineProtocol.h"
 #include "simulator/Master.h"
 #include "simulator/SimulatedGripper.h"
 
 namespace simulator {
 
-/// Data-link modes of an IO-Link port, as "MODE" lines carry them.
+/// Data-link modes of an IO-Link port, as in "MODE" lines.
 namespace mode {
 constexpr unsigned kNone = 0;
 constexpr unsigned kEstablishing = 1;
@@ -26,63 +24,65 @@ constexpr unsigned kPreoperate = 3;
 constexpr unsigned kOperate = 4;
 constexpr unsigned kFallback = 5;
 constexpr unsigned kPowerFault = 7;
-constexpr unsigned kLargest = 255;  ///< codes above kPowerFault mean nothing to anybody
+constexpr unsigned kLargest = 255;  ///< codes above kPowerFault have no meaning
 }  // namespace mode
 
-/// How a query ends: ACK, data line, FIN; or the data line alone.
+/// The answer to a query: ACK, data line and FIN, or only the data line.
 enum class QueryEnd { Finish, DataLine };
+
+/// @throws UsageError if `text` is neither "fin" nor "data".
+QueryEnd ParseQueryEnd(std::string_view text);
 
 constexpr unsigned kLargestStreamRate = 10000;
 
 struct MasterSettings {
     std::string id = "PELLIX";
     unsigned startMode = mode::kPreoperate;
-    unsigned streamRate = 100;  ///< "@PDIN" lines a second; 0 for none
+    unsigned streamRate = 100;  ///< "@PDIN" lines per second; 0 for none
     QueryEnd queryEnd = QueryEnd::Finish;
-    bool reportProcessOutput = true;  ///< whether an assignment of PDOUT is answered with PDOUT too
-    std::size_t pieceLength = 0;      ///< answers leave in pieces of so many bytes; 0 for whole
+    bool reportProcessOutput = true;  ///< answer an assignment of PDOUT with PDOUT
+    std::size_t pieceLength = 0;      ///< of pieces of an answer; 0 for no splitting
 };
 
-/// A PELLIX master with a gripper on its port: reads request lines, answers them, streams process
-/// data.
+/// A PELLIX master with a gripper on its port: answers requests and streams process data.
 class SimulatedMaster final : public Master {
 public:
-    SimulatedMaster(const MasterSettings& initialSettings, const GripperModel& model,
-                    const Bytes& product, const Bytes& serial, TimePoint now);
+    SimulatedMaster(const MasterSettings& settings, const GripperModel& model, const Bytes& product,
+                    const Bytes& serial, TimePoint now);
 
-    /// Plugged in: start mode, volatile settings and gripper as after a power failure.
+    /// Plugs it in: start mode, stored settings, gripper as after a power failure.
     void PowerUp(TimePoint now) override;
 
     void HangUp(bool /*reported*/, TimePoint /*now*/) override {}
 
-    /// Queues the stream lines that wait in a device which nobody has read from yet: somewhat more
-    /// than a USB packet of 64 bytes.
+    /// Queues the stream lines that a device buffers before its first read: somewhat more than a
+    /// USB packet of 64 bytes.
     void FillBuffer(TimePoint now);
 
     void Receive(std::string_view bytes, TimePoint now) override;
     std::string NextText(TimePoint now) override;
     std::optional<TimePoint> NextDue() const override;
 
-    /// Changes the mode and reports it, as "@MODE=" of the master's own accord.
+    /// Changes the mode and reports it with an unsolicited "@MODE=".
     void SetMode(unsigned code, TimePoint now);
     unsigned Mode() const { return currentMode; }
 
-    /// The gripper as it stands at `now`, to be changed.
+    /// Advances the gripper to `now`.
     SimulatedGripper& Gripper(TimePoint now);
     const SimulatedGripper& Gripper() const { return gripper; }
 
-    /// Process input data as the stream carries it: no bytes at all outside of operate.
+    /// Process input data as in the stream: empty outside of operate.
     Bytes ProcessInput() const;
 
-    /// A silent master and a mute one do not carry requests out; a mute one still streams.
+    /// A silent or mute master does not execute requests; a mute one still streams.
     void SetSilent(bool on);
     void SetMute(bool on);
 
-    /// As a mute one, but for requests with this key alone.
+    /// Mutes only requests with this key.
     void SetMuteFor(const std::string& key, bool on);
     void SetAnswerDelay(std::chrono::milliseconds delay) { answerDelay = delay; }
 
-    /// Every request, or every one with this key, fails with this code. It need not be a number.
+    /// Lets every request, or every one with this key, fail with `code`, which may be any text.
     void SetError(const std::string& code, const std::optional<std::string>& key);
     void ClearError(const std::optional<std::string>& key);
 
@@ -97,15 +97,18 @@ public:
     const MasterSettings& Settings() const { return settings; }
     const std::string& DeviceInfo() const { return deviceInfo; }
 
-    /// The last 50 lines that came in, oldest first, whether they were requests or not.
+    /// The last 50 received lines, oldest first, including those that are not requests.
     const std::deque<std::string>& RequestLines() const { return requestLines; }
 
-    /// How many lines came in since the start; unplugging does not reset it.
+    /// Number of received lines; not reset by unplugging.
     std::size_t RequestCount() const { return requestCount; }
 
 private:
-    /// What a request came to: a data line's value for a query, or an error.
+    /// The result of a request: the value for its data line, or an error.
     struct Outcome {
+        Outcome(ErrorCode error) : error(error) {}
+        Outcome(std::string value) : value(std::move(value)) {}
+
         ErrorCode error = ErrorCode::None;
         std::string value;
     };
@@ -118,8 +121,8 @@ private:
     void HandleLine(const std::string& line, TimePoint now);
     std::optional<std::string> InjectedError(const std::string& key) const;
     std::string Answer(const Request& request, TimePoint now);
-    Outcome CarryOut(const Request& request, TimePoint now);
-    Outcome Query(const std::string& key);
+    Outcome Execute(const Request& request, TimePoint now);
+    Outcome Query(const std::string& key) const;
     Outcome Assign(const Request& request);
     ErrorCode AssignProcessOutput(const std::string& argument);
     ErrorCode AssignNumber(const std::string& key, const std::string& argument);
@@ -136,7 +139,7 @@ private:
     SimulatedGripper gripper;
     std::string deviceInfo;
     Numbers numbers;        // DOUTINFO, ROBINPUT, ROBOUTPUT
-    Numbers storedNumbers;  // as STORECONFIG() kept them
+    Numbers storedNumbers;  // by STORECONFIG()
     unsigned currentMode = mode::kNone;
     std::deque<ModeStep> modeSteps;
     AnswerQueue answers;

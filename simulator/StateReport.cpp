@@ -1,107 +1,72 @@
 #include "simulator/StateReport.h"
 
-#include <array>
-#include <charconv>
+#include <cmath>
+#include <nlohmann/json.hpp>
 #include <string_view>
 
 namespace simulator {
 
 namespace {
 
-/// Bytes beyond ASCII are written as the character of the same number.
-std::string JsonText(std::string_view text) {
-    constexpr std::string_view kDigits = "0123456789abcdef";
-    std::string json = "\"";
-    for (const char character : text) {
+using Json = nlohmann::ordered_json;
+
+/// Maps each byte to the character with the same number: the text need not be UTF-8.
+std::string Text(std::string_view bytes) {
+    std::string utf8;
+    for (const char character : bytes) {
         const auto byte = static_cast<unsigned char>(character);
-        if (character == '"' || character == '\\') {
-            json += '\\';
-            json += character;
-        } else if (byte < ' ' || byte > '~') {
-            json += "\\u00";
-            json += kDigits[byte >> 4U];
-            json += kDigits[byte & 0xfU];
+        if (byte < 0x80) {
+            utf8 += character;
         } else {
-            json += character;
+            utf8 += {static_cast<char>(0xc0U | byte >> 6U), static_cast<char>(0x80U | byte % 64U)};
         }
     }
-    return json + "\"";
+    return utf8;
 }
 
-std::string JsonNumber(double number) {
-    std::array<char, 32> digits{};
-    const auto result = std::to_chars(digits.begin(), digits.end(), number);
-    return {digits.begin(), result.ptr};
+/// Formats a whole number without a fraction: 10, not 10.0.
+Json Number(double number) {
+    return number == std::trunc(number) ? Json(static_cast<int>(number)) : Json(number);
 }
 
-std::string JsonBool(bool value) {
-    return value ? "true" : "false";
-}
-
-/// Collects the members of an object or the elements of a list.
-class JsonList {
-public:
-    void Add(const std::string& json) {
-        text += text.empty() ? "" : ",";
-        text += json;
-    }
-    void Add(std::string_view name, const std::string& json) { Add(JsonText(name) + ":" + json); }
-    std::string Object() const { return "{" + text + "}"; }
-    std::string Array() const { return "[" + text + "]"; }
-
-private:
-    std::string text;
-};
-
-std::string JsonBytes(const Bytes& bytes) {
-    JsonList list;
-    for (const unsigned byte : bytes) {
-        list.Add(std::to_string(byte));
-    }
-    return list.Array();
-}
-
-std::string Parameters(const ParameterStore& store) {
-    JsonList list;
-    store.ForEach([&list](const ParameterKey& key, const Bytes& value) {
-        list.Add(std::to_string(key.index) + "/" + std::to_string(key.subindex), JsonBytes(value));
+Json Parameters(const ParameterStore& store) {
+    Json object = Json::object();
+    store.ForEach([&object](const ParameterKey& key, const Bytes& value) {
+        object[std::to_string(key.index) + "/" + std::to_string(key.subindex)] = value;
     });
-    return list.Object();
+    return object;
 }
 
-std::string Flags(const SimulatedGripper& gripper) {
-    JsonList list;
-    for (std::size_t flag = 0; flag < kGripperFlagCount; ++flag) {
-        list.Add(kGripperFlagNames[flag], JsonBool(gripper.Flag(static_cast<GripperFlag>(flag))));
+Json Flags(const SimulatedGripper& gripper) {
+    Json object = Json::object();
+    for (std::size_t flag = 0; flag < kGripperFlagNames.size(); ++flag) {
+        object[std::string(kGripperFlagNames[flag])] = gripper.Flag(static_cast<GripperFlag>(flag));
     }
-    return list.Object();
+    return object;
 }
 
-/// The preset of PDOUT, and animation, colour and speed of each LED.
-std::string Leds(const SimulatedGripper& gripper) {
-    JsonList leds;
+/// Animation, colour and speed of each LED.
+Json Leds(const SimulatedGripper& gripper) {
+    Json leds = Json::array();
     const unsigned count = gripper.Model().lightsAndHolding ? kLedCount : 0;
     for (unsigned index = kFirstLedIndex; index < kFirstLedIndex + count; ++index) {
-        JsonList settings;
+        Json settings = Json::array();
         for (unsigned subindex = 1; subindex <= kLedSettingCount; ++subindex) {
             if (const Bytes* const value = gripper.Parameters().Find({index, subindex})) {
-                settings.Add(value->empty() ? "null" : std::to_string(value->front()));
+                settings.push_back(value->empty() ? Json() : Json(value->front()));
             }
         }
-        leds.Add(settings.Array());
+        leds.push_back(settings);
     }
-    JsonList object;
-    object.Add("preset", std::to_string(gripper.LedPreset()));
-    object.Add("leds", leds.Array());
-    return object.Object();
+    return leds;
 }
 
-std::string RequestLines(const SimulatedMaster& master) {
-    JsonList list;
+Json RequestLines(const SimulatedMaster& master) {
+    Json lines = Json::array();
     for (const std::string& line : master.RequestLines()) {
-        list.Add(JsonText(line));
+        lines.push_back(Text(line));
     }
-    return list.Array();
+    return lines;
 }
 
 }  // namespace
@@ -109,29 +74,30 @@ std::string RequestLines(const SimulatedMaster& master) {
 std::string StateReport(std::size_t number, const SimulatedMaster& master, const PtyPort* port) {
     const SimulatedGripper& gripper = master.Gripper();
     const auto part = gripper.Part();
-    JsonList report;
-    report.Add("master", std::to_string(number));
-    report.Add("model", JsonText(gripper.Model().name));
-    report.Add("id", JsonText(master.Settings().id));
-    report.Add("plugged", JsonBool(port != nullptr));
-    report.Add("tty", JsonText(port == nullptr ? "" : port->NodePath()));
-    report.Add("raw", JsonBool(port != nullptr && port->IsRaw()));
-    report.Add("stalled", JsonBool(port != nullptr && port->IsStalled()));
-    report.Add("mode", std::to_string(master.Mode()));
-    report.Add("rate", std::to_string(master.Settings().streamRate));
-    report.Add("position", JsonNumber(gripper.Position()));
-    report.Add("part", part ? JsonNumber(*part) : "null");
-    report.Add("state", std::to_string(static_cast<unsigned>(gripper.State())));
-    report.Add("stateName", JsonText(StateName(gripper.State())));
-    report.Add("faults", Flags(gripper));
-    report.Add("pdin", JsonBytes(master.ProcessInput()));
-    report.Add("pdout", JsonBytes(gripper.ProcessOutput()));
-    report.Add("leds", Leds(gripper));
-    report.Add("devinfo", JsonText(master.DeviceInfo()));
-    report.Add("parameters", Parameters(gripper.Parameters()));
-    report.Add("requestCount", std::to_string(master.RequestCount()));
-    report.Add("requests", RequestLines(master));
-    return report.Object();
+    const Json report{
+        {"master", number},
+        {"model", gripper.Model().name},
+        {"id", Text(master.Settings().id)},
+        {"plugged", port != nullptr},
+        {"tty", port == nullptr ? "" : port->NodePath()},
+        {"raw", port != nullptr && port->IsRaw()},
+        {"stalled", port != nullptr && port->IsStalled()},
+        {"mode", master.Mode()},
+        {"rate", master.Settings().streamRate},
+        {"position", Number(gripper.Position())},
+        {"part", part ? Number(*part) : Json()},
+        {"state", static_cast<unsigned>(gripper.State())},
+        {"stateName", StateName(gripper.State())},
+        {"faults", Flags(gripper)},
+        {"pdin", master.ProcessInput()},
+        {"pdout", gripper.ProcessOutput()},
+        {"leds", {{"preset", gripper.LedPreset()}, {"leds", Leds(gripper)}}},
+        {"devinfo", master.DeviceInfo()},
+        {"parameters", Parameters(gripper.Parameters())},
+        {"requestCount", master.RequestCount()},
+        {"requests", RequestLines(master)},
+    };
+    return report.dump(-1, ' ', true);
 }
 
 }  // namespace simulator

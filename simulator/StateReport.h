@@ -3,12 +3,12 @@
 #include <cstddef>
 #include <string>
 
-#include "simulator/PtyPort.h"
+#include "simulator/Pty.h"
 #include "simulator/SimulatedMaster.h"
 
 namespace simulator {
 
-/// All about one master and its gripper, as a JSON object on one line.
+/// The state of a master and its gripper, as a JSON object on one line.
 /// @param port null while unplugged
 std::string StateReport(std::size_t number, const SimulatedMaster& master, const PtyPort* port);
 

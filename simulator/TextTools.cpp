@@ -1,23 +1,27 @@
 #include "simulator/TextTools.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <system_error>
-
-#include "simulator/UsageError.h"
+#include <utility>
 
 namespace simulator {
 
 namespace {
 
-/// Reads all of `text` as a number, in the way of std::from_chars.
+std::string Quoted(std::string_view text) {
+    return "'" + std::string(text) + "'";
+}
+
+/// Parses all of `text` with std::from_chars.
 template <typename Number, typename... Format>
 Number ParseAll(std::string_view text, Format... format) {
     Number number{};
     const auto* const end = text.data() + text.size();
     const auto result = std::from_chars(text.data(), end, number, format...);
     if (text.empty() || result.ec != std::errc() || result.ptr != end) {
-        throw UsageError("not a number: '" + std::string(text) + "'");
+        throw UsageError("invalid number " + Quoted(text));
     }
     return number;
 }
@@ -25,7 +29,7 @@ Number ParseAll(std::string_view text, Format... format) {
 constexpr std::string_view kEscapeNames = "nrt\\0";
 constexpr std::string_view kEscapedBytes{"\n\r\t\\\0", 5};
 
-/// Takes the escape off the front of `rest`, which stands behind the backslash.
+/// Removes an escape from the front of `rest`, which starts after the backslash.
 char TakeEscape(std::string_view& rest) {
     const auto name = rest.empty() ? std::string_view::npos : kEscapeNames.find(rest.front());
     if (name != std::string_view::npos) {
@@ -33,12 +37,14 @@ char TakeEscape(std::string_view& rest) {
         return kEscapedBytes[name];
     }
     if (!rest.starts_with('x') || rest.size() < 3) {
-        throw UsageError("unknown escape");
+        throw UsageError("unknown escape " + Quoted("\\" + std::string(rest.substr(0, 1))));
     }
-    const auto byte = ParseAll<std::uint8_t>(rest.substr(1, 2), 16);
+    const auto byte = ParseHexadecimalByte(rest.substr(1, 2));
     rest.remove_prefix(3);
     return static_cast<char>(byte);
 }
+
+constexpr std::string_view kBlanks = " \t\r";
 
 }  // namespace
 
@@ -73,7 +79,8 @@ std::string Escape(std::string_view bytes) {
 unsigned ParseUnsigned(std::string_view text, unsigned largest) {
     const auto number = ParseAll<unsigned>(text);
     if (number > largest) {
-        throw UsageError("larger than " + std::to_string(largest) + ": " + std::string(text));
+        throw UsageError("invalid number " + Quoted(text) + ": the maximum is " +
+                         std::to_string(largest));
     }
     return number;
 }
@@ -85,23 +92,17 @@ std::uint8_t ParseHexadecimalByte(std::string_view text) {
 double ParseDecimal(std::string_view text) {
     const auto number = ParseAll<double>(text);
     if (!std::isfinite(number)) {
-        throw UsageError("not a number: '" + std::string(text) + "'");
+        throw UsageError("invalid number " + Quoted(text));
     }
     return number;
 }
 
-bool ParseOnOff(std::string_view text) {
-    if (text != "on" && text != "off") {
-        throw UsageError("neither on nor off: '" + std::string(text) + "'");
+bool ParseChoice(std::string_view text, std::string_view first, std::string_view second) {
+    if (text != first && text != second) {
+        throw UsageError("invalid value " + Quoted(text) + ": expected " + std::string(first) +
+                         " or " + std::string(second));
     }
-    return text == "on";
-}
-
-QueryEnd ParseQueryEnd(std::string_view text) {
-    if (text != "fin" && text != "data") {
-        throw UsageError("neither fin nor data: '" + std::string(text) + "'");
-    }
-    return text == "fin" ? QueryEnd::Finish : QueryEnd::DataLine;
+    return text == first;
 }
 
 std::vector<std::string> Split(std::string_view text, char separator) {
@@ -112,6 +113,38 @@ std::vector<std::string> Split(std::string_view text, char separator) {
         text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
     }
     return parts;
+}
+
+std::string CommandWords::Take() {
+    const auto word = TakeIfAny();
+    if (!word) {
+        throw UsageError("missing argument");
+    }
+    return *word;
+}
+
+std::optional<std::string> CommandWords::TakeIfAny() {
+    if (rest.empty()) {
+        return std::nullopt;
+    }
+    const std::string word(rest.substr(0, rest.find_first_of(kBlanks)));
+    rest.remove_prefix(word.size());
+    SkipBlanks();
+    return word;
+}
+
+std::string CommandWords::TakeRest() {
+    return std::string(std::exchange(rest, {}));
+}
+
+void CommandWords::End() const {
+    if (!rest.empty()) {
+        throw UsageError("unexpected argument " + Quoted(rest));
+    }
+}
+
+void CommandWords::SkipBlanks() {
+    rest.remove_prefix(std::min(rest.find_first_not_of(kBlanks), rest.size()));
 }
 
 }  // namespace simulator

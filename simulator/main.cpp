@@ -2,27 +2,26 @@
 
 #include <csignal>
 #include <exception>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <memory>
 #include <optional>
 #include <span>
 #include <string>
-#include <string_view>
 #include <thread>
 #include <utility>
 #include <vector>
 
 #include "simulator/Cell.h"
-#include "simulator/CellSetup.h"
+#include "simulator/ChildProcess.h"
 #include "simulator/CommandInterpreter.h"
 #include "simulator/CommandReader.h"
 #include "simulator/Options.h"
 #include "simulator/RecordingWriter.h"
-#include "simulator/SignalSet.h"
 #include "simulator/Tap.h"
-#include "simulator/UsageError.h"
-#include "simulator/World.h"
+#include "simulator/Testbed.h"
+#include "simulator/TextTools.h"
 
 namespace simulator {
 namespace {
@@ -30,16 +29,56 @@ namespace {
 constexpr int kUsageStatus = 2;
 constexpr int kDeviationStatus = 3;
 
-/// One line with one write, so that it does not mix with what COMMAND writes.
+/// Prints a line with one write, so that it is not mixed with the output of COMMAND.
 void Print(const std::string& text) {
     const std::string line = "pellix-sim: " + text + "\n";
     [[maybe_unused]] const auto written = write(STDERR_FILENO, line.data(), line.size());
 }
 
 int PrintHelp() {
-    [[maybe_unused]] const auto written = write(STDOUT_FILENO, kHelpText.data(), kHelpText.size());
+    const std::string text = HelpText();
+    [[maybe_unused]] const auto written = write(STDOUT_FILENO, text.data(), text.size());
     return 0;
 }
+
+/// COMMAND and the devices that it sees.
+class World {
+public:
+    /// @throws std::exception if COMMAND would see the real devices
+    World()
+        : preloadList(PreloadList(testbed.Folder(),
+                                  std::filesystem::read_symlink("/proc/self/exe").parent_path())) {}
+
+    Testbed& Devices() { return testbed; }
+
+    void Start(const std::vector<std::string>& command) {
+        child.Start(command,
+                    {{"LD_PRELOAD", preloadList}, {"UMOCKDEV_DIR", testbed.Folder().string()}});
+    }
+
+    /// Sends SIGINT to COMMAND. Thread-safe. @return false if it is not running.
+    bool Interrupt() { return child.Signal(SIGINT); }
+
+    /// Passes signals on to COMMAND until it has ended.
+    /// @param signals as returned by BlockSignals()
+    /// @return its exit status
+    int AwaitEnd(const sigset_t& signals) {
+        while (true) {
+            int number = 0;
+            sigwait(&signals, &number);
+            if (number != SIGCHLD) {
+                child.Signal(number);
+            } else if (const auto status = child.Collect()) {
+                return *status;
+            }
+        }
+    }
+
+private:
+    ChildProcess child;
+    Testbed testbed;
+    std::string preloadList;
+};
 
 std::string ReadScript(const Options& options) {
     if (!options.scriptPath) {
@@ -52,7 +91,7 @@ std::string ReadScript(const Options& options) {
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-/// Says how each replay went. @return whether COMMAND did as recorded
+/// Prints the result of each replay. @return false if there was a deviation
 bool ReportReplays(Cell& cell, const std::vector<Replay>& replays) {
     bool asRecorded = true;
     for (const Replay& replay : replays) {
@@ -68,20 +107,21 @@ bool ReportReplays(Cell& cell, const std::vector<Replay>& replays) {
     return asRecorded;
 }
 
-/// @return the exit status, for that of COMMAND
-int Judge(int status, const RecordingWriter* writer) {
-    return status == 0 && writer != nullptr && !writer->IsWhole() ? 1 : status;
+/// @param status of COMMAND
+/// @return our exit status
+int ExitStatus(int status, const RecordingWriter* writer) {
+    return status == 0 && writer != nullptr && !writer->IsComplete() ? 1 : status;
 }
 
 int RunCell(const Options& options) {
     const sigset_t signals = BlockSignals();
     std::vector<CommandSource> sources{{ReadScript(options) + "\n"}, {"", STDIN_FILENO}};
-    std::optional<RecordingWriter> writer;
+    std::unique_ptr<RecordingWriter> writer;
     if (options.recordPath) {
-        writer.emplace(*options.recordPath, Print);
+        writer = std::make_unique<RecordingWriter>(*options.recordPath, Print);
     }
     World world;
-    auto [stations, replays] = SetUpCell(options, writer ? &*writer : nullptr, Print);
+    auto [stations, replays] = SetUpCell(options, writer.get(), Print);
     Cell cell(std::move(stations));
     CommandInterpreter interpreter(cell, world.Devices(), options.ttyStart, Print,
                                    [&world] { return world.Interrupt(); });
@@ -108,7 +148,7 @@ int RunCell(const Options& options) {
     if (!ReportReplays(cell, replays) && status == 0) {
         return kDeviationStatus;
     }
-    return Judge(status, writer ? &*writer : nullptr);
+    return ExitStatus(status, writer.get());
 }
 
 int RunTap(const TapOptions& options) {
@@ -121,8 +161,8 @@ int RunTap(const TapOptions& options) {
     std::vector<std::unique_ptr<Tap>> taps;
     for (const std::string& ttyPath : options.ttyPaths) {
         const auto number = static_cast<unsigned>(taps.size());
-        Testbed* const devices = world ? &world->Devices() : nullptr;
-        taps.push_back(std::make_unique<Tap>(Tap::Target{number, ttyPath, devices}, writer, Print));
+        Testbed* const testbed = world ? &world->Devices() : nullptr;
+        taps.push_back(std::make_unique<Tap>(Tap::Target{number, ttyPath, testbed}, writer, Print));
     }
     writer.StartClock();
     int status = 0;
@@ -130,13 +170,13 @@ int RunTap(const TapOptions& options) {
         world->Start(options.command);
         status = world->AwaitEnd(signals);
     } else {
-        int number = SIGCHLD;  // of a process that was there before this program
+        int number = SIGCHLD;  // may come from an inherited child process
         while (number == SIGCHLD) {
             sigwait(&signals, &number);
         }
     }
     taps.clear();
-    return Judge(status, &writer);
+    return ExitStatus(status, &writer);
 }
 
 }  // namespace
@@ -153,7 +193,7 @@ int main(int argc, char** argv) {
         const Options options = ParseOptions(arguments);
         return options.help ? PrintHelp() : RunCell(options);
     } catch (const UsageError& error) {
-        Print("usage: " + std::string(error.what()) + "; pellix-sim --help tells more");
+        Print("usage: " + std::string(error.what()) + "; see pellix-sim --help");
         return kUsageStatus;
     } catch (const std::exception& error) {
         Print("error: " + std::string(error.what()));

@@ -188,7 +188,7 @@ class ReplayTest(RecordingTestCase):
             self.assertEqual(cell.call("Disable", HVA), 99)
             told = cell.errors.wait_for(
                 r"^pellix-sim: replay 0: deviation: PDOUT=\[0,0\] instead of DEVINFO\? "
-                rf"\({self.recording}:\d+\); answered by ERR 99$")
+                rf"\({self.recording}:\d+\); answered with ERR 99$")
             line = int(re.search(r":(\d+)\)", told)[1])
             self.assertRegex(self.recording.read_text().splitlines()[line - 1],
                              r" 0 > DEVINFO\?\\n$")
@@ -201,7 +201,7 @@ class ReplayTest(RecordingTestCase):
 
     def test_a_command_for_a_gripper_is_refused(self):
         with running("--replay", str(self.recording)) as cell:
-            with self.assertRaisesRegex(AssertionError, "error: the master is a recording"):
+            with self.assertRaisesRegex(AssertionError, "error: the master replays a recording"):
                 cell.command("part 0 12.5")
 
 
@@ -343,24 +343,26 @@ class BrokenFileTest(RecordingTestCase):
 
     def test_file_line_and_reason_are_told(self):
         broken = {
-            "": "1: a recording of this version begins with 'pellix-recording 1'",
-            "# a note\n": "1: a recording of this version begins with 'pellix-recording 1'",
+            "": "1: not a recording: the first line must be 'pellix-recording 1'",
+            "# a note\n": "1: not a recording: the first line must be 'pellix-recording 1'",
             "pellix-recording 2\n":
-                "1: a recording of this version begins with 'pellix-recording 1'",
-            self.HEADER: "2: nothing is recorded",
-            self.PLUGGED + "x 0 unplug\n": "3: not a number: 'x'",
-            self.PLUGGED + "-1 0 unplug\n": "3: no time within a year: '-1'",
-            self.PLUGGED + "1\n": "3: the master is missing",
-            self.PLUGGED + "1 a unplug\n": "3: not a number: 'a'",
-            self.PLUGGED + "1 1000 plug\n": "3: larger than 999: 1000",
-            self.PLUGGED + "1 0\n": "3: the event is missing",
-            self.PLUGGED + "1 0 ID?\n": "3: none of > < plug unplug hangup: 'ID?'",
-            self.PLUGGED + "1 0 >\n": "3: there are no bytes behind >",
-            self.PLUGGED + "1 0 > ID?\\m\n": "3: unknown escape",
-            self.PLUGGED + "1 0 unplug now\n": "3: something is left over",
+                "1: not a recording: the first line must be 'pellix-recording 1'",
+            self.HEADER: "2: the recording has no events",
+            self.PLUGGED + "x 0 unplug\n": "3: invalid number 'x'",
+            self.PLUGGED + "-1 0 unplug\n":
+                "3: invalid time '-1': expected seconds, at most a year",
+            self.PLUGGED + "1\n": "3: missing master",
+            self.PLUGGED + "1 a unplug\n": "3: invalid number 'a'",
+            self.PLUGGED + "1 1000 plug\n": "3: invalid number '1000': the maximum is 999",
+            self.PLUGGED + "1 0\n": "3: missing event",
+            self.PLUGGED + "1 0 ID?\n":
+                "3: invalid event 'ID?': expected >, <, plug, unplug or hangup",
+            self.PLUGGED + "1 0 >\n": "3: missing bytes after >",
+            self.PLUGGED + "1 0 > ID?\\m\n": "3: unknown escape '\\m'",
+            self.PLUGGED + "1 0 unplug now\n": "3: unexpected argument 'now'",
             self.PLUGGED + "\n2 0 < A\\n\n# why\n1 0 < B\\n\n":
-                "6: the time goes back behind that of line 4",
-            self.PLUGGED + "1 0 plug\n": "3: the master is plugged in already",
+                "6: the time is before that of line 4",
+            self.PLUGGED + "1 0 plug\n": "3: the master is already plugged in",
             self.PLUGGED + "1 1 > A\\n\n": "3: the master is not plugged in",
         }
         path = self.folder / "broken.rec"
@@ -381,7 +383,7 @@ class BrokenFileTest(RecordingTestCase):
         path.write_text("evidence")
         run = self.run_simulator("--record", str(path))
         self.assertEqual((run.returncode, run.stderr),
-                         (1, f"pellix-sim: error: cannot record in {path}: File exists\n"))
+                         (1, f"pellix-sim: error: cannot create {path}: File exists\n"))
         self.assertEqual(path.read_text(), "evidence")
 
     def test_a_recording_without_room_is_told(self):
@@ -392,7 +394,8 @@ class BrokenFileTest(RecordingTestCase):
                              stdin=subprocess.DEVNULL, capture_output=True, text=True,
                              timeout=PATIENCE)
         self.assertEqual((run.returncode, run.stderr), (
-            1, f"pellix-sim: error: {path} ends here: No space left on device\n"))
+            1, f"pellix-sim: error: cannot write {path}: No space left on device; "
+            "the recording ends here\n"))
         self.assertTrue(path.read_text().endswith("\n"))
         self.assertLessEqual(len(path.read_text()), 200)
 
@@ -605,13 +608,13 @@ class TapTest(RecordingTestCase):
 
     def test_what_cannot_be_tapped(self):
         for arguments, status, reason in (
-                (["tap"], 2, "usage: tap needs a TTY and a FILE; pellix-sim --help tells more"),
+                (["tap"], 2, "usage: tap needs a TTY and a FILE; see pellix-sim --help"),
                 (["tap", "/dev/none", "a.rec"], 1,
                  "error: cannot tap /dev/none: No such file or directory"),
                 (["tap", "/dev/null", "a.rec"], 1,
                  "error: cannot tap /dev/null: Inappropriate ioctl for device"),
                 (["tap", str(self.master.link), "/nowhere/a.rec"], 1,
-                 "error: cannot record in /nowhere/a.rec: No such file or directory")):
+                 "error: cannot create /nowhere/a.rec: No such file or directory")):
             with self.subTest(arguments=arguments):
                 run = subprocess.run([SIMULATOR, *arguments], cwd=self.folder, capture_output=True,
                                      text=True, timeout=PATIENCE)

@@ -9,7 +9,7 @@
 #include <thread>
 
 #include "bench/FastMasters.h"
-#include "simulator/PtyPort.h"
+#include "simulator/Pty.h"
 #include "tests/support/WaitFor.h"
 #include "tests/unit/bench/MastersService.h"
 

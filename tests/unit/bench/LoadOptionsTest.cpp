@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "simulator/UsageError.h"
+#include "simulator/TextTools.h"
 
 namespace bench {
 namespace {

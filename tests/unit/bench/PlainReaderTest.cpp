@@ -9,7 +9,7 @@
 #include <system_error>
 #include <thread>
 
-#include "simulator/PtyPort.h"
+#include "simulator/Pty.h"
 #include "tests/support/WaitFor.h"
 #include "tests/unit/bench/MasterTty.h"
 

@@ -32,38 +32,38 @@ protected:
     ChildProcess child;
 };
 
-TEST_F(ChildProcessTest, HandsOutTheExitStatus) {
+TEST_F(ChildProcessTest, ReturnsTheExitStatus) {
     Shell("exit 7");
     EXPECT_EQ(Status(), 7);
 }
 
-TEST_F(ChildProcessTest, ASignalThatEndsItCountsFrom128) {
+TEST_F(ChildProcessTest, ReturnsASignalPlus128) {
     Shell("kill -TERM $$");
     EXPECT_EQ(Status(), 128 + SIGTERM);
 }
 
-TEST_F(ChildProcessTest, ACommandThatCannotRunEndsWith127) {
+TEST_F(ChildProcessTest, ReturnsStatus127IfTheCommandCannotRun) {
     child.Start({"/nonexistent/command"}, {});
     EXPECT_EQ(Status(), 127);
 }
 
-TEST_F(ChildProcessTest, GetsTheAdditionsToTheEnvironment) {
+TEST_F(ChildProcessTest, AddsToTheEnvironment) {
     Shell(R"(test "$SIM_TEST" = value && test -n "$PATH")");
     EXPECT_EQ(Status(), 0);
 }
 
-TEST_F(ChildProcessTest, TellsItsProcessId) {
+TEST_F(ChildProcessTest, ReturnsTheProcessId) {
     const pid_t pid = child.Start({"sleep", "60"}, {});
     EXPECT_EQ(kill(pid, SIGKILL), 0);
     EXPECT_EQ(Status(), 128 + SIGKILL);
 }
 
-TEST_F(ChildProcessTest, ReadsNothingFromOurInput) {
+TEST_F(ChildProcessTest, HasAnEmptyStandardInput) {
     Shell("read line; test $? -eq 1");
     EXPECT_EQ(Status(), 0);
 }
 
-TEST_F(ChildProcessTest, SignalsReachItAlsoWhenWeIgnoreOrBlockThem) {
+TEST_F(ChildProcessTest, ReceivesSignalsThatWeIgnoreOrBlock) {
     void (*const before)(int) = std::signal(SIGINT, SIG_IGN);
     sigset_t set;
     sigemptyset(&set);
@@ -76,7 +76,7 @@ TEST_F(ChildProcessTest, SignalsReachItAlsoWhenWeIgnoreOrBlockThem) {
     EXPECT_EQ(Status(), 128 + SIGINT);
 }
 
-TEST_F(ChildProcessTest, NothingIsSignalledBeforeTheStartAndAfterTheEnd) {
+TEST_F(ChildProcessTest, IsNotSignalledBeforeTheStartOrAfterTheEnd) {
     EXPECT_FALSE(child.Signal(SIGINT));
     Shell("exit 0");
     EXPECT_EQ(Status(), 0);

@@ -50,21 +50,21 @@ protected:
         return replies.empty() ? "" : replies.back();
     }
 
-    /// Executes a line that has to be accepted.
+    /// Executes a valid line.
     void Do(const std::string& line) { ASSERT_EQ(Execute(line), "ok " + line); }
 
     FileDescriptor OpenTty() const {
         return FileDescriptor(open((testbed.Folder() / "dev/ttyACM0").c_str(), O_RDWR | O_NOCTTY));
     }
 
-    /// Writes a request to master 0. @return what it says until nothing comes for `patience`
+    /// Writes a request to master 0. @return its text until nothing arrives for `patience`
     std::string Ask(const std::string& line, milliseconds patience) const {
         const std::string text = line + "\n";
         EXPECT_EQ(write(tty.Get(), text.data(), text.size()), static_cast<ssize_t>(text.size()));
         return Listen("", patience);
     }
 
-    /// Writes a request to master 0. @return what it says until `end` is there
+    /// Writes a request to master 0. @return its text up to `end`
     std::string Ask(const std::string& line, const std::string& end) const {
         const std::string text = line + "\n";
         EXPECT_EQ(write(tty.Get(), text.data(), text.size()), static_cast<ssize_t>(text.size()));
@@ -114,25 +114,25 @@ protected:
     FileDescriptor tty;
 };
 
-TEST_F(CommandInterpreterTest, EmptyLinesAndCommentsAreSkipped) {
+TEST_F(CommandInterpreterTest, SkipsEmptyLinesAndComments) {
     EXPECT_EQ(Execute(""), "");
     EXPECT_EQ(Execute("  \t"), "");
     EXPECT_EQ(Execute("# plug 0"), "");
 }
 
-TEST_F(CommandInterpreterTest, AnUnknownCommandIsToldWhereToLook) {
-    EXPECT_EQ(Execute("jump 0"), "usage: unknown command; help lists all of them");
+TEST_F(CommandInterpreterTest, PointsToHelpForAnUnknownCommand) {
+    EXPECT_EQ(Execute("jump 0"), "usage: unknown command 'jump'; \"help\" lists all commands");
     EXPECT_EQ(replies.size(), 1U);
 }
 
-TEST_F(CommandInterpreterTest, HelpShowsEveryUsage) {
+TEST_F(CommandInterpreterTest, HelpPrintsEveryUsage) {
     Execute("help");
     EXPECT_GE(replies.size(), 24U);
     EXPECT_EQ(replies.front(), "usage: plug N");
 }
 
-TEST_F(CommandInterpreterTest, WhatIsNotUnderstoodGetsTheUsageOfItsCommand) {
-    const std::vector<std::pair<std::string, std::string>> wrongs{
+TEST_F(CommandInterpreterTest, PrintsTheUsageForInvalidArguments) {
+    const std::vector<std::pair<std::string, std::string>> invalid{
         {"plug", "usage: plug N"},
         {"plug x", "usage: plug N"},
         {"plug 0 0", "usage: plug N"},
@@ -150,16 +150,16 @@ TEST_F(CommandInterpreterTest, WhatIsNotUnderstoodGetsTheUsageOfItsCommand) {
         {"wait", "usage: wait MS"},
         {"int now", "usage: int"},
     };
-    for (const auto& [line, usage] : wrongs) {
+    for (const auto& [line, usage] : invalid) {
         EXPECT_EQ(Execute(line), usage) << line;
     }
 }
 
-TEST_F(CommandInterpreterTest, AMasterThatDoesNotExistIsAnError) {
-    EXPECT_EQ(Execute("show 2"), "error: there is no such master");
+TEST_F(CommandInterpreterTest, RejectsAnUnknownMaster) {
+    EXPECT_EQ(Execute("show 2"), "error: no master 2");
 }
 
-TEST_F(CommandInterpreterTest, UnplugHangsUpTakesTheNodeAwayAndSendsRemove) {
+TEST_F(CommandInterpreterTest, UnplugHangsUpRemovesTheNodeAndSendsRemove) {
     const UeventMonitor monitor(testbed.Folder());
     Do("unplug 0");
     EXPECT_EQ(NextEvent(monitor), "remove /dev/ttyACM0");
@@ -171,7 +171,7 @@ TEST_F(CommandInterpreterTest, UnplugHangsUpTakesTheNodeAwayAndSendsRemove) {
     EXPECT_TRUE(Shows(R"("plugged":false)"));
 }
 
-TEST_F(CommandInterpreterTest, PlugMakesTheNodeAndSendsAdd) {
+TEST_F(CommandInterpreterTest, PlugCreatesTheNodeAndSendsAdd) {
     Do("unplug 0");
     const UeventMonitor monitor(testbed.Folder());
     Do("plug 0");
@@ -179,7 +179,7 @@ TEST_F(CommandInterpreterTest, PlugMakesTheNodeAndSendsAdd) {
     EXPECT_FALSE(monitor.HasMessage());
     tty = OpenTty();
     EXPECT_EQ(Ask("ID?", "FIN ID\n"), "ACK ID\nID=PELLIX\nFIN ID\n");
-    EXPECT_EQ(Execute("plug 0"), "error: the master is plugged in already");
+    EXPECT_EQ(Execute("plug 0"), "error: the master is already plugged in");
 }
 
 TEST_F(CommandInterpreterTest, HangupSendsNoEvent) {
@@ -191,27 +191,27 @@ TEST_F(CommandInterpreterTest, HangupSendsNoEvent) {
     EXPECT_EQ(NextEvent(monitor), "remove /dev/ttyACM0");
 }
 
-TEST_F(CommandInterpreterTest, AHungUpMasterCanBePluggedAgain) {
+TEST_F(CommandInterpreterTest, CanPlugAHungUpMaster) {
     Do("hangup 0");
     Do("plug 0");
     tty = OpenTty();
     EXPECT_EQ(Ask("ID?", "FIN ID\n"), "ACK ID\nID=PELLIX\nFIN ID\n");
 }
 
-TEST_F(CommandInterpreterTest, EventSendsWhatItIsTold) {
+TEST_F(CommandInterpreterTest, EventSendsTheGivenAction) {
     const UeventMonitor monitor(testbed.Folder());
     Do("event 1 change");
     EXPECT_EQ(NextEvent(monitor), "change /dev/ttyACM1");
 }
 
-TEST_F(CommandInterpreterTest, APartIsPutInAndTakenOut) {
+TEST_F(CommandInterpreterTest, PartInsertsAndRemovesAPart) {
     Do("part 0 12.5");
     EXPECT_TRUE(Shows(R"("part":12.5)"));
     Do("part 0 none");
     EXPECT_TRUE(Shows(R"("part":null)"));
 }
 
-TEST_F(CommandInterpreterTest, FaultsAreRaisedAndCleared) {
+TEST_F(CommandInterpreterTest, FaultRaisesAndClearsFlags) {
     Do("fault 0 temp-fault on");
     EXPECT_TRUE(Shows(R"("temp-fault":true)"));
     EXPECT_TRUE(Shows(R"("stateName":"fault")"));
@@ -219,7 +219,7 @@ TEST_F(CommandInterpreterTest, FaultsAreRaisedAndCleared) {
     EXPECT_TRUE(Shows(R"("temp-fault":false)"));
 }
 
-TEST_F(CommandInterpreterTest, AModeIsReportedOfItsOwnAccord) {
+TEST_F(CommandInterpreterTest, ModeIsReported) {
     Do("mode 0 5");
     EXPECT_EQ(Listen("\n", milliseconds(10000)), "@MODE=5\n");
 }
@@ -229,14 +229,14 @@ TEST_F(CommandInterpreterTest, SendWritesAnyBytes) {
     EXPECT_EQ(Listen("\n", milliseconds(10000)), std::string("EV=1 \0\xff\n", 8));
 }
 
-TEST_F(CommandInterpreterTest, WhatNeedsATtyNeedsAPluggedMaster) {
+TEST_F(CommandInterpreterTest, RejectsTtyCommandsForAnUnpluggedMaster) {
     Do("unplug 0");
     for (const char* const line : {"mode 0 4", "send 0 x", "stall 0 on"}) {
         EXPECT_EQ(Execute(line), "error: the master is not plugged in");
     }
 }
 
-TEST_F(CommandInterpreterTest, ASilentMasterAndAMuteOneDoNotAnswer) {
+TEST_F(CommandInterpreterTest, SilentAndMuteMastersDoNotAnswer) {
     Do("silent 0 on");
     EXPECT_EQ(Ask("ID?", milliseconds(100)), "");
     Do("silent 0 off");
@@ -244,14 +244,14 @@ TEST_F(CommandInterpreterTest, ASilentMasterAndAMuteOneDoNotAnswer) {
     Do("pdin 0 100");
     EXPECT_EQ(Ask("ID?", "@PDIN=[]\n@PDIN=[]\n").find("ID"), std::string::npos);
     Do("pdin 0 0");
-    Listen("", milliseconds(100));  // what was said until then
+    Listen("", milliseconds(100));  // drops the stream lines sent so far
     Do("mute 0 off");
     Do("mute 0 on MODE");
     EXPECT_EQ(Ask("MODE?", milliseconds(100)), "");
     EXPECT_EQ(Ask("ID?", "FIN ID\n"), "ACK ID\nID=PELLIX\nFIN ID\n");
 }
 
-TEST_F(CommandInterpreterTest, AnswersAreDelayedSplitAndMadeErrors) {
+TEST_F(CommandInterpreterTest, AnswersCanBeDelayedSplitAndReplacedByErrors) {
     Do("delay 0 50");
     const auto start = Clock::now();
     EXPECT_EQ(Ask("ID?", "FIN ID\n"), "ACK ID\nID=PELLIX\nFIN ID\n");
@@ -281,7 +281,7 @@ TEST_F(CommandInterpreterTest, IdentityAndParametersCanBeSet) {
               "ACK PARAM[5][0]\nPARAM[5][0]=[]\nFIN PARAM[5][0]\n");
 }
 
-TEST_F(CommandInterpreterTest, PdoutIsReportedOrNot) {
+TEST_F(CommandInterpreterTest, ReportPdoutSwitchesTheDataLine) {
     Do("mode 0 4");
     Listen("@MODE=4\n", milliseconds(10000));
     Do("report-pdout 0 off");
@@ -290,7 +290,7 @@ TEST_F(CommandInterpreterTest, PdoutIsReportedOrNot) {
     EXPECT_EQ(Ask("PDOUT=[2,0]", "FIN PDOUT\n"), "ACK PDOUT\nPDOUT=[2,0]\nFIN PDOUT\n");
 }
 
-TEST_F(CommandInterpreterTest, AStalledMasterLeavesNoRoom) {
+TEST_F(CommandInterpreterTest, StallBlocksWrites) {
     Do("stall 0 on");
     pollfd entry{tty.Get(), POLLOUT, 0};
     EXPECT_EQ(poll(&entry, 1, 0), 0);
@@ -298,13 +298,13 @@ TEST_F(CommandInterpreterTest, AStalledMasterLeavesNoRoom) {
     EXPECT_EQ(poll(&entry, 1, 0), 1);
 }
 
-TEST_F(CommandInterpreterTest, ShowRepliesWithOneLineOfState) {
+TEST_F(CommandInterpreterTest, ShowPrintsTheStateOnOneLine) {
     const std::string reply = Execute("show 1");
     EXPECT_TRUE(reply.starts_with(R"(state {"master":1,"model":"MZD-S",)")) << reply;
     EXPECT_EQ(replies.size(), 1U);
 }
 
-TEST_F(CommandInterpreterTest, WaitPausesTheReader) {
+TEST_F(CommandInterpreterTest, WaitReturnsAPause) {
     Do("wait 250");
     EXPECT_EQ(pause, milliseconds(250));
     Do("part 0 none");
@@ -315,13 +315,13 @@ TEST_F(CommandInterpreterTest, IntInterruptsTheCommand) {
     Do("int");
     EXPECT_EQ(interrupts, 1);
     commandRuns = false;
-    EXPECT_EQ(Execute("int"), "error: COMMAND does not run");
+    EXPECT_EQ(Execute("int"), "error: COMMAND is not running");
 }
 
-/// A master without a gripper, which writes down what happens to it.
+/// A master without a gripper that logs its calls.
 class PlainMaster final : public Master {
 public:
-    explicit PlainMaster(std::vector<std::string>& calls) : log(calls) {}
+    explicit PlainMaster(std::vector<std::string>& log) : log(log) {}
 
     void PowerUp(TimePoint /*now*/) override { log.emplace_back("power up"); }
     void HangUp(bool reported, TimePoint /*now*/) override {
@@ -358,7 +358,7 @@ protected:
                                    [] { return false; }};
 };
 
-TEST_F(PlainMasterTest, IsToldOfItsPlug) {
+TEST_F(PlainMasterTest, IsNotifiedOfItsPlug) {
     for (const char* const line : {"plug 0", "hangup 0", "hangup 0", "unplug 0", "plug 0"}) {
         EXPECT_EQ(Execute(line), "ok " + std::string(line));
     }
@@ -367,12 +367,13 @@ TEST_F(PlainMasterTest, IsToldOfItsPlug) {
                                                "power up", "reported hang-up"}));
 }
 
-TEST_F(PlainMasterTest, TakesNoCommandForAGripper) {
+TEST_F(PlainMasterTest, RejectsCommandsForAGripper) {
     Execute("plug 0");
     for (const char* const line : {"part 0 12", "fault 0 fault on", "mode 0 3", "silent 0 on",
                                    "mute 0 on", "delay 0 1", "error 0 1", "send 0 a", "split 0 1",
                                    "pdin 0 1", "param 0 1 1", "devinfo 0 1", "id 0 a", "show 0"}) {
-        EXPECT_EQ(Execute(line), "error: the master is a recording") << line;
+        EXPECT_EQ(Execute(line), "error: the master replays a recording and has no gripper")
+            << line;
     }
     EXPECT_EQ(Execute("stall 0 on"), "ok stall 0 on");
 }

@@ -20,7 +20,7 @@ namespace {
 using std::chrono::milliseconds;
 using Lines = std::vector<std::string>;
 
-/// A reader with a pipe for its input; "wait N" pauses N ms.
+/// A reader with a pipe as its input. "wait N" pauses for N ms.
 class CommandReaderTest : public testing::Test {
 protected:
     CommandReaderTest() {
@@ -77,13 +77,13 @@ protected:
     Lines lines;
 };
 
-TEST_F(CommandReaderTest, TheScriptRunsUpToItsFirstPauseInAdvance) {
+TEST_F(CommandReaderTest, PrepareExecutesTheScriptUpToItsFirstPause) {
     Create("one\nwait 60000\ntwo\n");
     reader->Prepare();
     EXPECT_EQ(Executed(), (Lines{"one", "wait 60000"}));
 }
 
-TEST_F(CommandReaderTest, TheScriptGoesOnAfterItsPause) {
+TEST_F(CommandReaderTest, ContinuesTheScriptAfterItsPause) {
     Create("wait 30\ntwo\n");
     const auto start = Clock::now();
     Start();
@@ -91,7 +91,7 @@ TEST_F(CommandReaderTest, TheScriptGoesOnAfterItsPause) {
     EXPECT_GE(Clock::now() - start, milliseconds(30));
 }
 
-TEST_F(CommandReaderTest, InputIsReadWhileTheScriptPauses) {
+TEST_F(CommandReaderTest, ReadsInputWhileTheScriptPauses) {
     Create("wait 60000\nnever\n");
     reader->Prepare();
     Start();
@@ -99,7 +99,7 @@ TEST_F(CommandReaderTest, InputIsReadWhileTheScriptPauses) {
     EXPECT_TRUE(WaitForLines({"wait 60000", "typed"}));
 }
 
-TEST_F(CommandReaderTest, InputComesInPiecesAndSeveralLinesAtOnce) {
+TEST_F(CommandReaderTest, AcceptsPartialAndMultipleLines) {
     Create("");
     reader->Prepare();
     Start();
@@ -109,7 +109,7 @@ TEST_F(CommandReaderTest, InputComesInPiecesAndSeveralLinesAtOnce) {
     EXPECT_TRUE(WaitForLines({"one", "two", "three"}));
 }
 
-TEST_F(CommandReaderTest, ALastLineNeedsNoEnd) {
+TEST_F(CommandReaderTest, AcceptsALastLineWithoutLineFeed) {
     Create("");
     reader->Prepare();
     Start();
@@ -118,7 +118,7 @@ TEST_F(CommandReaderTest, ALastLineNeedsNoEnd) {
     EXPECT_TRUE(WaitForLines({"last"}));
 }
 
-TEST_F(CommandReaderTest, TheEndOfInputEndsNothing) {
+TEST_F(CommandReaderTest, ContinuesAfterTheEndOfInput) {
     Create("wait 50\nscript\n");
     writeEnd.Close();
     Start();
@@ -128,7 +128,7 @@ TEST_F(CommandReaderTest, TheEndOfInputEndsNothing) {
     }));
 }
 
-TEST_F(CommandReaderTest, StopsInTheMiddleOfAPause) {
+TEST_F(CommandReaderTest, StopsDuringAPause) {
     Create("wait 60000\nnever\n");
     Start();
     ASSERT_TRUE(WaitForLines({"wait 60000"}));

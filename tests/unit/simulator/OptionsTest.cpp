@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "simulator/UsageError.h"
+#include "simulator/TextTools.h"
 
 namespace simulator {
 namespace {
@@ -15,7 +15,7 @@ Options Parse(std::vector<std::string> arguments) {
     return ParseOptions(arguments);
 }
 
-TEST(OptionsTest, WithoutOptionsThereIsNoMaster) {
+TEST(OptionsTest, HasNoMasterByDefault) {
     const Options options = Parse({});
     EXPECT_TRUE(options.grippers.empty());
     EXPECT_EQ(options.command, std::vector<std::string>{"daemon"});
@@ -28,10 +28,10 @@ TEST(OptionsTest, WithoutOptionsThereIsNoMaster) {
     EXPECT_EQ(options.scriptPath, std::nullopt);
     EXPECT_EQ(options.recordPath, std::nullopt);
     EXPECT_TRUE(options.replayPaths.empty());
-    EXPECT_EQ(options.replayAnswers, ReplayingMaster::Answers::AsRecorded);
+    EXPECT_EQ(options.replayTiming, ReplayingMaster::Timing::AsRecorded);
 }
 
-TEST(OptionsTest, GrippersAreNumberedInTheirOrder) {
+TEST(OptionsTest, NumbersGrippersInOrder) {
     const Options options = Parse({"--gripper", "MZD-S", "--gripper", "TLM"});
     ASSERT_EQ(options.grippers.size(), 2U);
     EXPECT_EQ(options.grippers[0].model->deviceId, 40U);
@@ -42,14 +42,14 @@ TEST(OptionsTest, GrippersAreNumberedInTheirOrder) {
     EXPECT_EQ(options.grippers[1].serial, "100002");
 }
 
-TEST(OptionsTest, AGripperTakesTextsOfItsOwn) {
+TEST(OptionsTest, AppliesTheSettingsOfAGripper) {
     const Options options = Parse({"--gripper", R"(HVA,serial=7\x00,product=a=b,id=)"});
     EXPECT_EQ(options.grippers[0].serial, std::string("7\0", 2));
     EXPECT_EQ(options.grippers[0].product, "a=b");
     EXPECT_EQ(options.grippers[0].id, "");
 }
 
-TEST(OptionsTest, EveryOptionHasItsEffect) {
+TEST(OptionsTest, AppliesEveryOption) {
     const Options options = Parse({"--gripper",   "HVA",          "--unplugged",
                                    "0",           "--pdin-hz",    "0",
                                    "--query-end", "data",         "--report-pdout",
@@ -70,10 +70,30 @@ TEST(OptionsTest, EveryOptionHasItsEffect) {
     EXPECT_EQ(options.scriptPath, "file");
     EXPECT_EQ(options.recordPath, "new");
     EXPECT_EQ(options.replayPaths, (std::vector<std::string>{"old", "older"}));
-    EXPECT_EQ(options.replayAnswers, ReplayingMaster::Answers::AtOnce);
+    EXPECT_EQ(options.replayTiming, ReplayingMaster::Timing::AtOnce);
 }
 
-TEST(OptionsTest, WhatStandsBehindTheDashesBelongsToTheCommand) {
+TEST(OptionsTest, TakesTheLastOfRepeatedValues) {
+    const Options options = Parse({"--cooked", "--split", "1", "--cooked", "--split", "010"});
+    EXPECT_EQ(options.master.pieceLength, 10U) << "not octal";
+}
+
+TEST(OptionsTest, AcceptsAnyPath) {
+    const Options options = Parse({"--replay", "[a,b]", "--record", "--cooked"});
+    EXPECT_EQ(options.replayPaths, std::vector<std::string>{"[a,b]"});
+    EXPECT_EQ(options.recordPath, "--cooked");
+}
+
+TEST(OptionsTest, NamesOptionAndValueInErrors) {
+    try {
+        Parse({"--gripper", "HVA", "--pdin-hz", "10001"});
+        ADD_FAILURE();
+    } catch (const UsageError& error) {
+        EXPECT_STREQ(error.what(), "--pdin-hz: invalid number '10001': the maximum is 10000");
+    }
+}
+
+TEST(OptionsTest, ArgumentsAfterTheDashesBelongToTheCommand) {
     const std::vector<std::string> arguments{"--", "sh", "--cooked", "--"};
     const Options options = ParseOptions(arguments);
     EXPECT_EQ(options.command, (std::vector<std::string>{"sh", "--cooked", "--"}));
@@ -85,15 +105,15 @@ TEST(OptionsTest, HelpNeedsNoCommand) {
     EXPECT_TRUE(ParseOptions(arguments).help);
 }
 
-TEST(OptionsTest, WithoutACommandThereIsNothingToDo) {
+TEST(OptionsTest, NeedsACommand) {
     const std::vector<std::string> noDashes{"--cooked"};
     EXPECT_THROW(ParseOptions(noDashes), UsageError);
-    const std::vector<std::string> nothingBehindThem{"--"};
-    EXPECT_THROW(ParseOptions(nothingBehindThem), UsageError);
+    const std::vector<std::string> nothingAfterDashes{"--"};
+    EXPECT_THROW(ParseOptions(nothingAfterDashes), UsageError);
 }
 
-TEST(OptionsTest, WhatIsNotUnderstoodIsRefused) {
-    const std::vector<std::vector<std::string>> wrongs{
+TEST(OptionsTest, RejectsInvalidArguments) {
+    const std::vector<std::vector<std::string>> invalid{
         {"--gripper"},
         {"--gripper", ""},
         {"--gripper", "XYZ"},
@@ -108,12 +128,12 @@ TEST(OptionsTest, WhatIsNotUnderstoodIsRefused) {
         {"--what"},
         {"daemon"},
     };
-    for (const auto& wrong : wrongs) {
-        EXPECT_THROW(Parse(wrong), UsageError) << testing::PrintToString(wrong);
+    for (const auto& arguments : invalid) {
+        EXPECT_THROW(Parse(arguments), UsageError) << testing::PrintToString(arguments);
     }
 }
 
-TEST(TapOptionsTest, TtysComeBeforeTheFile) {
+TEST(TapOptionsTest, TheLastPathIsTheFile) {
     const std::vector<std::string> arguments{"/dev/ttyACM0", "/dev/ttyACM1", "field.rec"};
     const TapOptions options = ParseTapOptions(arguments);
     EXPECT_EQ(options.ttyPaths, (std::vector<std::string>{"/dev/ttyACM0", "/dev/ttyACM1"}));
@@ -122,7 +142,7 @@ TEST(TapOptionsTest, TtysComeBeforeTheFile) {
     EXPECT_FALSE(options.help);
 }
 
-TEST(TapOptionsTest, TheCommandStandsBehindTheDashes) {
+TEST(TapOptionsTest, TheCommandFollowsTheDashes) {
     const std::vector<std::string> arguments{"/dev/ttyACM0", "field.rec", "--", "sh", "--help"};
     const TapOptions options = ParseTapOptions(arguments);
     EXPECT_EQ(options.recordPath, "field.rec");
@@ -135,14 +155,14 @@ TEST(TapOptionsTest, HelpNeedsNothingElse) {
     EXPECT_TRUE(ParseTapOptions(arguments).help);
 }
 
-TEST(TapOptionsTest, WhatIsNotUnderstoodIsRefused) {
-    const std::vector<std::vector<std::string>> wrongs{{},
-                                                       {"/dev/ttyACM0"},
-                                                       {"/dev/ttyACM0", "--", "sh"},
-                                                       {"/dev/ttyACM0", "field.rec", "--"},
-                                                       {"/dev/ttyACM0", "--what", "field.rec"}};
-    for (const auto& wrong : wrongs) {
-        EXPECT_THROW(ParseTapOptions(wrong), UsageError) << testing::PrintToString(wrong);
+TEST(TapOptionsTest, RejectsInvalidArguments) {
+    const std::vector<std::vector<std::string>> invalid{{},
+                                                        {"/dev/ttyACM0"},
+                                                        {"/dev/ttyACM0", "--", "sh"},
+                                                        {"/dev/ttyACM0", "field.rec", "--"},
+                                                        {"/dev/ttyACM0", "--what", "field.rec"}};
+    for (const auto& arguments : invalid) {
+        EXPECT_THROW(ParseTapOptions(arguments), UsageError) << testing::PrintToString(arguments);
     }
 }
 

@@ -41,7 +41,7 @@ protected:
     std::vector<RecordedEvent> events;
 };
 
-TEST_F(ReplayScriptTest, ARequestHasItsAnswer) {
+TEST_F(ReplayScriptTest, AssignsAnswersToTheirRequests) {
     Add(0, RecordedKind::Plug);
     Ask(100, "ID?\n");
     Say(107, "ACK ID\nID=PELLIX\nFIN ID\n");
@@ -51,7 +51,7 @@ TEST_F(ReplayScriptTest, ARequestHasItsAnswer) {
                                "200 > PARAM[40][0]?", R"(  +3 ERR PARAM[40][0] 3\n)"}));
 }
 
-TEST_F(ReplayScriptTest, AnAnswerKeepsItsPieces) {
+TEST_F(ReplayScriptTest, KeepsThePiecesOfAnAnswer) {
     Ask(0, "PD");
     Ask(10, "OUT=[3,1]\n");
     Say(11, "ACK PDO");
@@ -61,7 +61,7 @@ TEST_F(ReplayScriptTest, AnAnswerKeepsItsPieces) {
                                R"(  +3 IN PDOUT\n)"}));
 }
 
-TEST_F(ReplayScriptTest, WhatTheMasterSaysOfItsOwnAccordStaysApart) {
+TEST_F(ReplayScriptTest, KeepsUnsolicitedTextsSeparate) {
     Ask(0, "OPERATE()\n");
     Say(1, "@PDIN=[]\nACK OPERATE\nFIN OPERATE\n@MODE=4\n");
     Say(5, "@PDIN=[0,");
@@ -72,7 +72,7 @@ TEST_F(ReplayScriptTest, WhatTheMasterSaysOfItsOwnAccordStaysApart) {
                      R"(1 < @MODE=4\n)", "5 < @PDIN=[0,", R"(6 < 0,0,0]\n)", R"(7 < nonsense\n)"}));
 }
 
-TEST_F(ReplayScriptTest, RequestsThatAreUnderWayTogetherEachHaveTheirAnswer) {
+TEST_F(ReplayScriptTest, AssignsAnswersToConcurrentRequests) {
     Ask(0, "PARAM[96][3]?\nPDOUT=[3,1]\n");
     Say(2, "ACK PDOUT\nFIN PDOUT\nACK PARAM[96][3]\n");
     Say(4, "PARAM[96][3]=[32]\nFIN PARAM[96][3]\n");
@@ -81,7 +81,7 @@ TEST_F(ReplayScriptTest, RequestsThatAreUnderWayTogetherEachHaveTheirAnswer) {
                                R"(  +2 ACK PDOUT\nFIN PDOUT\n)"}));
 }
 
-TEST_F(ReplayScriptTest, OfTwoEqualRequestsTheOlderIsAnsweredFirst) {
+TEST_F(ReplayScriptTest, AnswersTheOlderOfTwoEqualRequestsFirst) {
     Ask(0, "ID?\n");
     Ask(1, "ID?\n");
     Say(2, "ACK ID\nID=A\nFIN ID\n");
@@ -90,7 +90,7 @@ TEST_F(ReplayScriptTest, OfTwoEqualRequestsTheOlderIsAnsweredFirst) {
               (Texts{"0 > ID?", R"(  +2 ACK ID\nID=A\nFIN ID\n)", "1 > ID?", R"(  +2 ID=B\n)"}));
 }
 
-TEST_F(ReplayScriptTest, ADataLineAloneIsAWholeAnswer) {
+TEST_F(ReplayScriptTest, AcceptsADataLineAsACompleteAnswer) {
     Ask(0, "ID?\n");
     Say(1, "ID=A\n");
     Ask(2, "ID?\n");
@@ -98,7 +98,7 @@ TEST_F(ReplayScriptTest, ADataLineAloneIsAWholeAnswer) {
     EXPECT_EQ(Script(), (Texts{"0 > ID?", R"(  +1 ID=A\n)", "2 > ID?", R"(  +2 ID=B\n)"}));
 }
 
-TEST_F(ReplayScriptTest, WhatComesTooLateAnswersNothing) {
+TEST_F(ReplayScriptTest, ALateAnswerIsUnsolicited) {
     Ask(0, "ID?\n");
     Ask(1100, "ID?\n");
     Say(1101, "ACK ID\nID=A\nFIN ID\n");
@@ -108,19 +108,19 @@ TEST_F(ReplayScriptTest, WhatComesTooLateAnswersNothing) {
                                "2000 > MODE?", R"(3001 < ACK MODE\n)"}));
 }
 
-TEST_F(ReplayScriptTest, LinesThatAreNoRequestsAreWaitedForAllTheSame) {
+TEST_F(ReplayScriptTest, KeepsLinesThatAreNotRequests) {
     Ask(0, "hello\n");
     Say(1, "hello\n");
     EXPECT_EQ(Script(), (Texts{"0 > hello", R"(1 < hello\n)"}));
 }
 
-TEST_F(ReplayScriptTest, EchoesAreLeftOut) {
+TEST_F(ReplayScriptTest, DropsEchoes) {
     Ask(0, "@PDIN=[]\n@PDI");
     Ask(1, "ID?\nID?\n");
     EXPECT_EQ(Script(), Texts{"1 > ID?"});
 }
 
-TEST_F(ReplayScriptTest, APlugCutsEverythingShort) {
+TEST_F(ReplayScriptTest, APlugEndsPendingRequestsAndPartialLines) {
     Add(0, RecordedKind::Plug);
     Ask(1, "MODE?\nID");
     Say(2, "ACK MO");
@@ -133,7 +133,7 @@ TEST_F(ReplayScriptTest, APlugCutsEverythingShort) {
                                "5 plug ", "6 > ?", R"(7 < DE\nMODE=3\n)"}));
 }
 
-TEST_F(ReplayScriptTest, AnAnswerBeginsBehindThePlug) {
+TEST_F(ReplayScriptTest, DropsAPartialLineAtAPlug) {
     Add(0, RecordedKind::Plug);
     Say(1, "@PDIN=[");
     Add(2, RecordedKind::Unplug);
@@ -144,7 +144,7 @@ TEST_F(ReplayScriptTest, AnAnswerBeginsBehindThePlug) {
                                R"(  +1 ID=A\n)"}));
 }
 
-TEST_F(ReplayScriptTest, KnowsEchoes) {
+TEST_F(ReplayScriptTest, RecognizesEchoes) {
     for (const char* const line :
          {"@PDIN=[]", "@PDIID?", "ACK ID", "FIN ID", "ERR ID 1", "ERR @PDIID?", "ID=PELLIX\r"}) {
         EXPECT_TRUE(IsEcho(line)) << line;
@@ -154,7 +154,7 @@ TEST_F(ReplayScriptTest, KnowsEchoes) {
     }
 }
 
-TEST_F(ReplayScriptTest, KnowsProcessData) {
+TEST_F(ReplayScriptTest, RecognizesProcessData) {
     EXPECT_TRUE(IsProcessData("@PDIN=[]\n"));
     EXPECT_TRUE(IsProcessData("@PDIN=[1]\n@PDIN=[2]\n"));
     for (const char* const text : {"@PDIN=[1", "@PDIN=[1]\n@MODE=4\n", "PDIN=[]\n"}) {

@@ -13,15 +13,14 @@ namespace simulator {
 namespace {
 
 using std::chrono::milliseconds;
-using Answers = ReplayingMaster::Answers;
+using Timing = ReplayingMaster::Timing;
 using Texts = std::vector<std::string>;
 
-/// The clock stands still between the calls of At().
+/// Time passes only in At().
 class ReplayingMasterTest : public testing::Test {
 protected:
-    /// Plays `lines` of a recording of master 0, plugged in at the beginning. They are lines 1, 2,
-    /// ... of the file.
-    void Play(const std::string& lines, Answers answers = Answers::AsRecorded) {
+    /// Replays a recording of master 0 that consists of `lines`, and plugs it in.
+    void Play(const std::string& lines, Timing timing = Timing::AsRecorded) {
         std::vector<RecordedEvent> events;
         std::istringstream stream(lines);
         for (std::string line; std::getline(stream, line);) {
@@ -29,17 +28,16 @@ protected:
             events.back().line = events.size();
         }
         master = std::make_unique<ReplayingMaster>(
-            BuildReplayScript(events), answers,
-            ReplayingMaster::Surroundings{
-                4, "cell.rec", [this](const std::string& text) { told.push_back(text); },
+            BuildReplayScript(events), timing,
+            ReplayingMaster::Context{
+                4, "cell.rec", [this](const std::string& text) { printed.push_back(text); },
                 [this](const std::string& text) { commands.push_back(text); }});
         master->PowerUp(start);
     }
 
     void Ask(const std::string& bytes) { master->Receive(bytes, now); }
 
-    /// Lets time pass up to so many milliseconds after the plug. @return what is said by then, in
-    /// writes
+    /// Advances the time to `timeMs` after the plug. @return the texts sent, one per write
     Texts At(int timeMs) {
         Texts texts;
         const TimePoint end = start + milliseconds(timeMs);
@@ -64,11 +62,11 @@ protected:
     TimePoint start{std::chrono::hours(1)};
     TimePoint now = start;
     std::unique_ptr<ReplayingMaster> master;
-    Texts told;
+    Texts printed;
     Texts commands;
 };
 
-TEST_F(ReplayingMasterTest, AnswersAsRecordedWithTheRecordedDelay) {
+TEST_F(ReplayingMasterTest, SendsAnswersWithTheRecordedDelay) {
     Play(
         "0 0 plug\n"
         "5 0 > ID?\\n\n"
@@ -85,20 +83,20 @@ TEST_F(ReplayingMasterTest, AnswersAsRecordedWithTheRecordedDelay) {
     EXPECT_EQ(master->DeviationCount(), 0U);
 }
 
-TEST_F(ReplayingMasterTest, AnswersAtOnceWhenAskedTo) {
+TEST_F(ReplayingMasterTest, AnswersWithoutDelayIfConfigured) {
     Play(
         "0 0 plug\n"
         "1 0 > ID?\\n\n"
         "1.9 0 < ID=A\\n\n"
         "2 0 < @MODE=4\\n\n",
-        Answers::AtOnce);
+        Timing::AtOnce);
     Ask("ID?\n");
     EXPECT_EQ(At(0), Texts{"ID=A\n"});
-    EXPECT_EQ(At(999), Texts()) << "of its own accord";
+    EXPECT_EQ(At(999), Texts()) << "unsolicited";
     EXPECT_EQ(At(1000), Texts{"@MODE=4\n"});
 }
 
-TEST_F(ReplayingMasterTest, SpeaksOfItsOwnAccordAtTheRecordedDistance) {
+TEST_F(ReplayingMasterTest, SendsUnsolicitedTextsAtTheRecordedDistance) {
     Play(
         "10 0 plug\n"
         "10.1 0 < @MODE=3\\n\n"
@@ -108,7 +106,7 @@ TEST_F(ReplayingMasterTest, SpeaksOfItsOwnAccordAtTheRecordedDistance) {
         "12.5 0 < @MODE=5\\n\n");
     EXPECT_EQ(At(99), Texts());
     EXPECT_EQ(At(100), Texts{"@MODE=3\n"});
-    EXPECT_EQ(At(5000), Texts()) << "the recording waits for the request";
+    EXPECT_EQ(At(5000), Texts()) << "the replay waits for the request";
     Ask("OPERATE()\n");
     EXPECT_EQ(At(5199), Texts());
     EXPECT_EQ(At(5200), Texts{"@MODE=4\n"});
@@ -118,7 +116,7 @@ TEST_F(ReplayingMasterTest, SpeaksOfItsOwnAccordAtTheRecordedDistance) {
     EXPECT_EQ(At(9500), Texts{"@MODE=5\n"});
 }
 
-TEST_F(ReplayingMasterTest, AnEarlyRequestDoesNotWait) {
+TEST_F(ReplayingMasterTest, AnEarlyRequestIsAnsweredWithoutWaiting) {
     Play(
         "0 0 plug\n"
         "1 0 < @PDIN=[1]\\n\n"
@@ -129,11 +127,11 @@ TEST_F(ReplayingMasterTest, AnEarlyRequestDoesNotWait) {
         "5.5 0 < ID=A\\n\n");
     Ask("ID?\n");
     EXPECT_EQ(At(0), (Texts{"@MODE=5\n", "@PDIN=[2]\n@PDIN=[3]\n", "@MODE=4\n"}))
-        << "of process data the last only";
+        << "only the last text with process data";
     EXPECT_EQ(At(500), Texts{"ID=A\n"});
 }
 
-TEST_F(ReplayingMasterTest, RequestsComeInPiecesAndSeveralAtOnce) {
+TEST_F(ReplayingMasterTest, AcceptsPartialAndMultipleRequests) {
     Play(
         "0 0 plug\n"
         "0 0 > ID?\\nMODE?\\n\n"
@@ -142,12 +140,12 @@ TEST_F(ReplayingMasterTest, RequestsComeInPiecesAndSeveralAtOnce) {
     Ask("I");
     EXPECT_EQ(At(10), Texts());
     Ask("D?\n");
-    EXPECT_EQ(At(20), Texts{"ID=A\n"}) << "does not wait for what was under way besides it";
+    EXPECT_EQ(At(20), Texts{"ID=A\n"}) << "does not wait for the other request";
     Ask("MODE?\n");
     EXPECT_EQ(At(30), Texts{"MODE=3\n"});
 }
 
-TEST_F(ReplayingMasterTest, AnotherRequestIsADeviationAndChangesNothingElse) {
+TEST_F(ReplayingMasterTest, AnUnexpectedRequestIsADeviationWithoutSideEffects) {
     Play(
         "0 0 plug\n"
         "1 0 > PDOUT=[3,1]\\n\n"
@@ -162,28 +160,28 @@ TEST_F(ReplayingMasterTest, AnotherRequestIsADeviationAndChangesNothingElse) {
     EXPECT_EQ(At(30), Texts{"ERR PDOUT 99\n"});
     EXPECT_EQ(master->DeviationCount(), 3U);
     EXPECT_EQ(master->PlayedRequestCount(), 1U);
-    EXPECT_EQ(told, (Texts{"replay 4: deviation: PARAM[96][3]? instead of PDOUT=[3,1] "
-                           "(cell.rec:2); answered by ERR 99",
-                           R"(replay 4: deviation: a\tb instead of PDOUT=[3,1] )"
-                           "(cell.rec:2); not answered",
-                           "replay 4: cell.rec has ended",
-                           "replay 4: deviation: PDOUT=[3,1] instead of nothing: cell.rec has "
-                           "no more requests; answered by ERR 99"}));
+    EXPECT_EQ(printed, (Texts{"replay 4: deviation: PARAM[96][3]? instead of PDOUT=[3,1] "
+                              "(cell.rec:2); answered with ERR 99",
+                              R"(replay 4: deviation: a\tb instead of PDOUT=[3,1] )"
+                              "(cell.rec:2); not answered",
+                              "replay 4: cell.rec has ended",
+                              "replay 4: deviation: PDOUT=[3,1] instead of nothing: cell.rec has "
+                              "no more requests; answered with ERR 99"}));
 }
 
-TEST_F(ReplayingMasterTest, ManyDeviationsAreCountedOnly) {
+TEST_F(ReplayingMasterTest, PrintsOnlyTheFirstHundredDeviations) {
     Play(
         "0 0 plug\n"
         "0 0 > ID?\\n\n");
     for (int count = 0; count < 150; ++count) {
         Ask("MODE?\n");
     }
-    EXPECT_EQ(told.size(), 101U);
-    EXPECT_EQ(told.back(), "replay 4: further deviations are only counted");
+    EXPECT_EQ(printed.size(), 101U);
+    EXPECT_EQ(printed.back(), "replay 4: further deviations are counted, but not printed");
     EXPECT_EQ(master->DeviationCount(), 150U);
 }
 
-TEST_F(ReplayingMasterTest, EchoesAreNoDeviations) {
+TEST_F(ReplayingMasterTest, EchoesAreNotDeviations) {
     Play(
         "0 0 plug\n"
         "1 0 > ID?\\n\n");
@@ -192,19 +190,19 @@ TEST_F(ReplayingMasterTest, EchoesAreNoDeviations) {
     EXPECT_EQ(master->DeviationCount(), 0U);
 }
 
-TEST_F(ReplayingMasterTest, SaysOnceThatTheRecordingHasEnded) {
+TEST_F(ReplayingMasterTest, PrintsTheEndOfTheRecordingOnce) {
     Play(
         "0 0 plug\n"
         "1 0 < @MODE=4\\n\n");
     At(999);
-    EXPECT_EQ(told, Texts());
+    EXPECT_EQ(printed, Texts());
     At(1000);
     At(5000);
-    EXPECT_EQ(told, Texts{"replay 4: cell.rec has ended"});
+    EXPECT_EQ(printed, Texts{"replay 4: cell.rec has ended"});
     EXPECT_EQ(master->NextDue(), std::nullopt);
 }
 
-TEST_F(ReplayingMasterTest, HasItselfPluggedInAsRecorded) {
+TEST_F(ReplayingMasterTest, FirstCommandsPlugItInAtTheRecordedTime) {
     Play("0 0 plug\n");
     EXPECT_EQ(master->FirstCommands(), "plug 4\n");
     Play("2.5 0 plug\n");
@@ -213,12 +211,12 @@ TEST_F(ReplayingMasterTest, HasItselfPluggedInAsRecorded) {
     EXPECT_EQ(master->FirstCommands(), "wait 1000000000\nwait 234500\nplug 4\n");
 }
 
-TEST_F(ReplayingMasterTest, TheCommandsOfAYearHaveRoomInAPipe) {
+TEST_F(ReplayingMasterTest, CommandsForAYearFitIntoAPipe) {
     Play("31000000 0 plug\n");
     EXPECT_LT(master->FirstCommands().size(), PIPE_BUF);
 }
 
-TEST_F(ReplayingMasterTest, HasItselfUnpluggedAndPluggedInAgain) {
+TEST_F(ReplayingMasterTest, RequestsRecordedUnplugsAndPlugs) {
     Play(
         "0 0 plug\n"
         "1 0 > ID?\\n\n"
@@ -228,14 +226,14 @@ TEST_F(ReplayingMasterTest, HasItselfUnpluggedAndPluggedInAgain) {
         "5.2 0 < @MODE=3\\n\n"
         "6 0 unplug\n");
     At(10000);
-    EXPECT_EQ(commands, Texts()) << "the request has not come yet";
+    EXPECT_EQ(commands, Texts()) << "the replay waits for the request";
     Ask("ID?\n");
     At(11999);
     EXPECT_EQ(commands, Texts());
     At(12000);
     EXPECT_EQ(commands, Texts{"hangup 4\nwait 100\nunplug 4\nwait 2000\nplug 4\n"});
     Ask("MODE?\n");
-    EXPECT_EQ(master->DeviationCount(), 0U) << "it is not there to hear that";
+    EXPECT_EQ(master->DeviationCount(), 0U) << "an unplugged master receives nothing";
     master->HangUp(false, now);
     master->HangUp(true, now);
     start = now = now + milliseconds(2100);
@@ -243,10 +241,10 @@ TEST_F(ReplayingMasterTest, HasItselfUnpluggedAndPluggedInAgain) {
     EXPECT_EQ(At(100), Texts{"@MODE=3\n"});
     At(900);
     EXPECT_EQ(commands.back(), "unplug 4\n");
-    EXPECT_EQ(told, Texts{"replay 4: cell.rec has ended"});
+    EXPECT_EQ(printed, Texts{"replay 4: cell.rec has ended"});
 }
 
-TEST_F(ReplayingMasterTest, APlugByHandGoesOnBehindTheNextRecordedOne) {
+TEST_F(ReplayingMasterTest, AManualPlugContinuesAfterTheNextRecordedPlug) {
     Play(
         "0 0 plug\n"
         "1 0 > ID?\\n\n"
@@ -260,10 +258,10 @@ TEST_F(ReplayingMasterTest, APlugByHandGoesOnBehindTheNextRecordedOne) {
     master->HangUp(true, now);
     master->PowerUp(now);
     EXPECT_EQ(At(2000), Texts());
-    EXPECT_EQ(told.back(), "replay 4: cell.rec has ended");
+    EXPECT_EQ(printed.back(), "replay 4: cell.rec has ended");
 }
 
-TEST_F(ReplayingMasterTest, APlugForgetsWhatWasUnderWay) {
+TEST_F(ReplayingMasterTest, APlugDropsPendingAnswersAndPartialRequests) {
     Play(
         "0 0 plug\n"
         "1 0 > ID?\\n\n"
@@ -281,13 +279,14 @@ TEST_F(ReplayingMasterTest, APlugForgetsWhatWasUnderWay) {
     EXPECT_EQ(master->DeviationCount(), 0U);
 }
 
-TEST_F(ReplayingMasterTest, ARequestInPlaceOfAnUnplugIsADeviation) {
+TEST_F(ReplayingMasterTest, ARequestBeforeARecordedUnplugIsADeviation) {
     Play(
         "0 0 plug\n"
         "1 0 unplug\n");
     Ask("ID?\n");
-    EXPECT_EQ(told, Texts{"replay 4: deviation: ID? instead of unplug (cell.rec:2); answered by "
-                          "ERR 99"});
+    EXPECT_EQ(printed,
+              Texts{"replay 4: deviation: ID? instead of unplug (cell.rec:2); answered with "
+                    "ERR 99"});
 }
 
 }  // namespace

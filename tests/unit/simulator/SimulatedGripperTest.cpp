@@ -9,13 +9,26 @@ namespace {
 
 using std::chrono::milliseconds;
 
+TEST(GripperModelTest, EveryModelHasItsDeviceId) {
+    EXPECT_EQ(FindGripperModel("TLM")->deviceId, 10U);
+    EXPECT_EQ(FindGripperModel("HVA")->deviceId, 20U);
+    EXPECT_EQ(FindGripperModel("MZD-S")->deviceId, 40U);
+    EXPECT_EQ(FindGripperModel("MZD-L")->deviceId, 50U);
+}
+
+TEST(GripperModelTest, RejectsOtherNames) {
+    EXPECT_EQ(FindGripperModel("hva"), nullptr);
+    EXPECT_EQ(FindGripperModel("MZD"), nullptr);
+    EXPECT_EQ(FindGripperModel(""), nullptr);
+}
+
 constexpr std::uint8_t kRelease = 0x02;
 constexpr std::uint8_t kGrip = 0x03;
 constexpr std::uint8_t kReference = 0x06;
 constexpr std::uint8_t kHoldfast = 0x10;
 constexpr ParameterKey kChecksum{3, 4};
 
-/// A gripper whose clock the test moves on.
+/// Time passes only in After().
 class SimulatedGripperTest : public testing::Test {
 protected:
     explicit SimulatedGripperTest(const char* model = "HVA")
@@ -73,7 +86,7 @@ TEST_F(SimulatedGripperTest, AReferenceRunInwardsEndsAtZero) {
     EXPECT_EQ(gripper.Position(), 0.0);
 }
 
-TEST_F(SimulatedGripperTest, APartInTheWaySpoilsAReferenceRunInwards) {
+TEST_F(SimulatedGripperTest, APartInTheWayFailsAReferenceRunInwards) {
     gripper.WriteParameter({0x40, 3}, {0xff});
     gripper.SetPart(4.0);
     Output(kReference);
@@ -82,7 +95,7 @@ TEST_F(SimulatedGripperTest, APartInTheWaySpoilsAReferenceRunInwards) {
     EXPECT_EQ(gripper.Position(), 4.0);
 }
 
-TEST_F(SimulatedGripperTest, OneRequestIsOneReferenceRun) {
+TEST_F(SimulatedGripperTest, ARequestStartsOneReferenceRun) {
     RunReference();
     Output(kGrip);
     After(milliseconds(5000));
@@ -119,7 +132,7 @@ TEST_F(SimulatedGripperTest, HoldsAPartAtItsWidth) {
     EXPECT_EQ(gripper.Position(), 12.34);
 }
 
-TEST_F(SimulatedGripperTest, GoesOnWhenThePartIsTakenOut) {
+TEST_F(SimulatedGripperTest, ContinuesWhenThePartIsRemoved) {
     gripper.SetPart(12.0);
     RunReference();
     Output(kGrip);
@@ -131,7 +144,7 @@ TEST_F(SimulatedGripperTest, GoesOnWhenThePartIsTakenOut) {
     EXPECT_EQ(gripper.State(), GripperState::NoPart);
 }
 
-TEST_F(SimulatedGripperTest, APartWiderThanTheGapWaitsUntilTheFingersOpen) {
+TEST_F(SimulatedGripperTest, IgnoresAPartWiderThanTheGapUntilTheFingersOpen) {
     RunReference();
     Output(kGrip);
     After(milliseconds(5000));
@@ -145,7 +158,7 @@ TEST_F(SimulatedGripperTest, APartWiderThanTheGapWaitsUntilTheFingersOpen) {
     EXPECT_EQ(gripper.State(), GripperState::Holding);
 }
 
-TEST_F(SimulatedGripperTest, APartThinnerThanTheNoPartLimitIsNoPart) {
+TEST_F(SimulatedGripperTest, IgnoresAPartThinnerThanTheNoPartLimit) {
     gripper.SetPart(1.5);
     RunReference();
     Output(kGrip);
@@ -154,7 +167,7 @@ TEST_F(SimulatedGripperTest, APartThinnerThanTheNoPartLimitIsNoPart) {
     EXPECT_EQ(gripper.Position(), 2.0);
 }
 
-TEST_F(SimulatedGripperTest, ReleasesToTheLimitOfTheNamedSet) {
+TEST_F(SimulatedGripperTest, ReleasesToTheLimitOfTheSelectedSet) {
     gripper.WriteParameter({0x63, 2}, {0x04, 0xe2});
     RunReference();
     Output(kRelease, 3);
@@ -163,7 +176,7 @@ TEST_F(SimulatedGripperTest, ReleasesToTheLimitOfTheNamedSet) {
     EXPECT_EQ(gripper.Position(), 12.5);
 }
 
-TEST_F(SimulatedGripperTest, LimitsOutsideOfTheStrokeEndAtTheEndStops) {
+TEST_F(SimulatedGripperTest, LimitsAreClampedToTheStroke) {
     gripper.WriteParameter({0x60, 1}, {0xff, 0x38});
     gripper.WriteParameter({0x60, 2}, {0x7f, 0xff});
     RunReference();
@@ -175,7 +188,7 @@ TEST_F(SimulatedGripperTest, LimitsOutsideOfTheStrokeEndAtTheEndStops) {
     EXPECT_EQ(gripper.Position(), 30.0);
 }
 
-TEST_F(SimulatedGripperTest, AnUnknownParameterSetMovesNothing) {
+TEST_F(SimulatedGripperTest, DoesNotMoveForAnUnknownParameterSet) {
     RunReference();
     Output(kGrip, 200);
     After(milliseconds(1000));
@@ -193,10 +206,10 @@ TEST_F(SimulatedGripperTest, OverridesScaleTheSpeed) {
     After(milliseconds(100));
     Output(kRelease);
     After(milliseconds(50));
-    EXPECT_NEAR(gripper.Position(), 27.0, 1e-6) << "200 counts as 100";
+    EXPECT_NEAR(gripper.Position(), 27.0, 1e-6) << "200 is limited to 100";
 }
 
-TEST_F(SimulatedGripperTest, ADisabledDriveStands) {
+TEST_F(SimulatedGripperTest, ADisabledDriveStops) {
     RunReference();
     Output(kGrip);
     After(milliseconds(100));
@@ -223,7 +236,7 @@ TEST_F(SimulatedGripperTest, AFaultStopsTheDriveUntilPdoutIsAssignedAgain) {
     EXPECT_EQ(gripper.State(), GripperState::Gripping);
 }
 
-TEST_F(SimulatedGripperTest, WarningsStopNothing) {
+TEST_F(SimulatedGripperTest, WarningsDoNotStopTheDrive) {
     RunReference();
     gripper.SetFlag(GripperFlag::TemperatureWarning, true);
     gripper.SetFlag(GripperFlag::Maintenance, true);
@@ -232,7 +245,7 @@ TEST_F(SimulatedGripperTest, WarningsStopNothing) {
     EXPECT_EQ(gripper.State(), GripperState::Gripping);
 }
 
-TEST_F(SimulatedGripperTest, ProcessInputCarriesPositionStateAndFlags) {
+TEST_F(SimulatedGripperTest, ProcessInputContainsPositionStateAndFlags) {
     RunReference();
     Output(kGrip);
     After(milliseconds(100));
@@ -245,7 +258,7 @@ TEST_F(SimulatedGripperTest, ProcessInputCarriesPositionStateAndFlags) {
     EXPECT_EQ(gripper.ProcessInput()[3], 0xff);
 }
 
-TEST_F(SimulatedGripperTest, ProcessInputTellsHowAMotionEnded) {
+TEST_F(SimulatedGripperTest, ProcessInputContainsTheResultOfAMotion) {
     EXPECT_EQ(gripper.ProcessInput()[2], 0x80);
     RunReference();
     Output(kRelease);
@@ -262,7 +275,7 @@ TEST_F(SimulatedGripperTest, ProcessInputTellsHowAMotionEnded) {
     EXPECT_EQ(gripper.ProcessInput()[2], 0x49);
 }
 
-TEST_F(SimulatedGripperTest, PowerUpForgetsTheReferenceAndWhatWasNotStored) {
+TEST_F(SimulatedGripperTest, PowerUpResetsTheReferenceAndUnstoredParameters) {
     gripper.WriteParameter({0x60, 3}, {77});
     RunReference();
     gripper.PowerUp(now);
@@ -271,7 +284,7 @@ TEST_F(SimulatedGripperTest, PowerUpForgetsTheReferenceAndWhatWasNotStored) {
     EXPECT_EQ(*gripper.Parameters().Find({0x60, 3}), Bytes{50});
 }
 
-TEST_F(SimulatedGripperTest, TheStoreCommandKeepsParameters) {
+TEST_F(SimulatedGripperTest, TheStoreCommandStoresParameters) {
     gripper.WriteParameter({0x60, 3}, {77});
     EXPECT_EQ(gripper.WriteParameter({2, 0}, {0xe1}), ErrorCode::BadArgument);
     EXPECT_EQ(gripper.WriteParameter({2, 0}, {0xe0}), ErrorCode::None);
@@ -292,14 +305,14 @@ TEST_F(SimulatedGripperTest, TheChecksumParameterFollowsEveryChange) {
     EXPECT_EQ(*gripper.Parameters().Find(kChecksum), before);
 }
 
-TEST_F(SimulatedGripperTest, AChecksumThatWasSetStaysAsItWasSet) {
+TEST_F(SimulatedGripperTest, AnExplicitChecksumDoesNotChange) {
     gripper.DefineParameter(kChecksum, {1, 2});
     gripper.WriteParameter({0x60, 3}, {77});
     gripper.PowerUp(now);
     EXPECT_EQ(*gripper.Parameters().Find(kChecksum), (Bytes{1, 2}));
 }
 
-TEST_F(SimulatedGripperTest, ParametersOfAnyLengthAreSurvived) {
+TEST_F(SimulatedGripperTest, HandlesParametersOfAnyLength) {
     gripper.DefineParameter({0x40, 1}, {});
     gripper.DefineParameter({0x40, 3}, {1, 2});
     gripper.DefineParameter({0x60, 1}, {1});
@@ -308,19 +321,19 @@ TEST_F(SimulatedGripperTest, ParametersOfAnyLengthAreSurvived) {
     EXPECT_EQ(gripper.State(), GripperState::Ready);
 }
 
-TEST_F(TlmTest, NeedsNoReferenceAndKnowsNoForce) {
+TEST_F(TlmTest, HasNoReferenceRunAndNoForce) {
     EXPECT_EQ(gripper.State(), GripperState::Off);
     EXPECT_EQ(gripper.Parameters().Find({0x60, 3}), nullptr);
     EXPECT_EQ(gripper.Parameters().Find({0x40, 3}), nullptr);
     Output(kReference | 0x01);
     After(milliseconds(50));
-    EXPECT_EQ(gripper.State(), GripperState::Ready) << "the request means nothing to it";
+    EXPECT_EQ(gripper.State(), GripperState::Ready) << "it ignores the request";
     Output(kGrip);
     After(milliseconds(5000));
     EXPECT_EQ(gripper.State(), GripperState::NoPart);
 }
 
-TEST_F(TlmTest, HasNoLightsAndNoHoldfast) {
+TEST_F(TlmTest, HasNoLedsAndNoHoldfast) {
     EXPECT_EQ(gripper.Parameters().Find({0x80, 1}), nullptr);
     gripper.SetPart(5.0);
     Output(kGrip | kHoldfast);
@@ -341,7 +354,7 @@ TEST_F(MzdTest, HoldfastHoldsAPartWithTheDriveOff) {
     EXPECT_EQ(gripper.State(), GripperState::Off);
 }
 
-TEST_F(MzdTest, HoldfastDoesNotHoldWhatIsNoLongerThere) {
+TEST_F(MzdTest, HoldfastDoesNotHoldARemovedPart) {
     gripper.SetPart(5.0);
     RunReference();
     Output(kGrip | kHoldfast);
@@ -352,7 +365,7 @@ TEST_F(MzdTest, HoldfastDoesNotHoldWhatIsNoLongerThere) {
     EXPECT_EQ(gripper.State(), GripperState::Off);
 }
 
-TEST_F(MzdTest, KeepsItsLights) {
+TEST_F(MzdTest, KeepsItsLedSettings) {
     EXPECT_EQ(gripper.WriteParameter({0x87, 2}, {9}), ErrorCode::None);
     EXPECT_EQ(*gripper.Parameters().Find({0x87, 2}), Bytes{9});
     Output(0xa2);

@@ -11,7 +11,7 @@ namespace {
 
 using std::chrono::milliseconds;
 
-/// A master whose clock the test moves on. It streams only where a test asks for it.
+/// Time passes only in After(). The stream is off by default.
 class SimulatedMasterTest : public testing::Test {
 protected:
     explicit SimulatedMasterTest(const char* model = "HVA")
@@ -23,7 +23,7 @@ protected:
         return settings;
     }
 
-    /// All that the master says within `time`.
+    /// Advances the time. @return the text sent
     std::string After(milliseconds time) {
         std::string all;
         for (const TimePoint end = now + time; now <= end; now += milliseconds(1)) {
@@ -53,30 +53,30 @@ protected:
     TlmMasterTest() : SimulatedMasterTest("TLM") {}
 };
 
-TEST_F(SimulatedMasterTest, AQueryIsAcknowledgedAnsweredAndFinished) {
+TEST_F(SimulatedMasterTest, AnswersAQueryWithAckDataLineAndFin) {
     EXPECT_EQ(Ask("ID?"), "ACK ID\nID=PELLIX\nFIN ID\n");
     EXPECT_EQ(Ask("MODE?"), "ACK MODE\nMODE=3\nFIN MODE\n");
     EXPECT_EQ(Ask("PARAM[19][0]?"), "ACK PARAM[19][0]\nPARAM[19][0]=[48,56]\nFIN PARAM[19][0]\n");
 }
 
-TEST_F(SimulatedMasterTest, AQueryCanEndWithItsDataLineAlone) {
+TEST_F(SimulatedMasterTest, AnswersAQueryWithOnlyADataLineIfConfigured) {
     master.SetQueryEnd(QueryEnd::DataLine);
     EXPECT_EQ(Ask("ID?"), "ID=PELLIX\n");
     EXPECT_EQ(Ask("DOUTINFO=1"), "ACK DOUTINFO\nFIN DOUTINFO\n");
 }
 
-TEST_F(SimulatedMasterTest, DeviceInformationTellsLengthsAndModel) {
+TEST_F(SimulatedMasterTest, DeviceInformationContainsLengthsAndModel) {
     EXPECT_EQ(Ask("DEVINFO?"), "ACK DEVINFO\nDEVINFO=[1,3,17,32,16,20,0,31249,20]\nFIN DEVINFO\n");
     master.SetDeviceInfo("7");
     EXPECT_EQ(Ask("DEVINFO?"), "ACK DEVINFO\nDEVINFO=[7]\nFIN DEVINFO\n");
 }
 
-TEST_F(SimulatedMasterTest, ParametersKeepWhatWasWritten) {
+TEST_F(SimulatedMasterTest, KeepsWrittenParameters) {
     EXPECT_EQ(Ask("PARAM[96][3]=[2c]"), "ACK PARAM[96][3]\nFIN PARAM[96][3]\n");
     EXPECT_EQ(Ask("PARAM[96][3]?"), "ACK PARAM[96][3]\nPARAM[96][3]=[2c]\nFIN PARAM[96][3]\n");
 }
 
-TEST_F(SimulatedMasterTest, WhatCannotBeDoneIsAnError) {
+TEST_F(SimulatedMasterTest, AnswersInvalidRequestsWithErr) {
     EXPECT_EQ(Ask("WHAT?"), "ERR WHAT 1\n");
     EXPECT_EQ(Ask("id?"), "ERR id 1\n");
     EXPECT_EQ(Ask("WHAT=1"), "ERR WHAT 1\n");
@@ -92,31 +92,31 @@ TEST_F(SimulatedMasterTest, WhatCannotBeDoneIsAnError) {
     EXPECT_EQ(Ask("PARAM[19][0]=[41,42]"), "ERR PARAM[19][0] 7\n");
 }
 
-TEST_F(SimulatedMasterTest, ALineThatIsNoRequestGetsNoAnswer) {
+TEST_F(SimulatedMasterTest, DoesNotAnswerOtherLines) {
     EXPECT_EQ(Ask("FIN ID"), "");
     EXPECT_EQ(Ask("ID?\r"), "");
     EXPECT_EQ(Ask(""), "");
     EXPECT_EQ(master.RequestLines().size(), 3U);
 }
 
-TEST_F(SimulatedMasterTest, ARequestMayComeInPieces) {
+TEST_F(SimulatedMasterTest, AcceptsARequestInPieces) {
     master.Receive("I", now);
     master.Receive("D", now);
     EXPECT_EQ(After(milliseconds(5)), "");
     EXPECT_EQ(Ask("?"), "ACK ID\nID=PELLIX\nFIN ID\n");
 }
 
-TEST_F(SimulatedMasterTest, SeveralRequestsAreAnsweredInTheirOrder) {
+TEST_F(SimulatedMasterTest, AnswersSeveralRequestsInOrder) {
     EXPECT_EQ(Ask("ID?\nWHAT?"), "ACK ID\nID=PELLIX\nFIN ID\nERR WHAT 1\n");
 }
 
-TEST_F(SimulatedMasterTest, AnOverlongLineIsDroppedWhole) {
+TEST_F(SimulatedMasterTest, DropsAnOverlongLine) {
     EXPECT_EQ(Ask(std::string(5000, 'x') + "ID?"), "");
     EXPECT_TRUE(master.RequestLines().empty());
     EXPECT_EQ(Ask("ID?"), "ACK ID\nID=PELLIX\nFIN ID\n");
 }
 
-TEST_F(SimulatedMasterTest, RemembersTheLastFiftyLines) {
+TEST_F(SimulatedMasterTest, KeepsTheLastFiftyLines) {
     for (int number = 0; number < 60; ++number) {
         Ask(std::string("X").append(std::to_string(number)) + "?");
     }
@@ -126,7 +126,7 @@ TEST_F(SimulatedMasterTest, RemembersTheLastFiftyLines) {
     EXPECT_EQ(master.RequestCount(), 60U);
 }
 
-TEST_F(SimulatedMasterTest, OperateIsReportedAfterItsAnswer) {
+TEST_F(SimulatedMasterTest, ReportsOperateAfterItsAnswer) {
     EXPECT_EQ(Ask("OPERATE()"), "ACK OPERATE\nFIN OPERATE\n");
     EXPECT_EQ(After(milliseconds(20)), "@MODE=4\n");
     EXPECT_EQ(master.Mode(), mode::kOperate);
@@ -134,7 +134,7 @@ TEST_F(SimulatedMasterTest, OperateIsReportedAfterItsAnswer) {
     EXPECT_EQ(After(milliseconds(20)), "");
 }
 
-TEST_F(SimulatedMasterTest, RestartLeadsThroughTheModes) {
+TEST_F(SimulatedMasterTest, RestartStepsThroughTheModes) {
     Operate();
     Ask("RESTART()");
     EXPECT_EQ(After(milliseconds(10)), "@MODE=1\n");
@@ -143,7 +143,7 @@ TEST_F(SimulatedMasterTest, RestartLeadsThroughTheModes) {
     EXPECT_EQ(After(milliseconds(500)), "");
 }
 
-TEST_F(SimulatedMasterTest, FallbackIsEnteredAndLeft) {
+TEST_F(SimulatedMasterTest, EntersAndLeavesFallback) {
     Ask("FALLBACK(1)");
     EXPECT_EQ(After(milliseconds(20)), "@MODE=5\n");
     EXPECT_EQ(Ask("OPERATE()"), "ERR OPERATE 6\n");
@@ -164,7 +164,7 @@ TEST_F(SimulatedMasterTest, SysresetIsAPowerCycle) {
     EXPECT_EQ(Ask("PARAM[96][3]?"), "ACK PARAM[96][3]\nPARAM[96][3]=[32]\nFIN PARAM[96][3]\n");
 }
 
-TEST_F(SimulatedMasterTest, TheGripperAnswersInPreoperateAndOperateOnly) {
+TEST_F(SimulatedMasterTest, TheGripperAnswersOnlyInPreoperateAndOperate) {
     for (const unsigned code : {0U, 1U, 2U, 5U, 6U, 7U, 9U}) {
         master.SetMode(code, now);
         After(milliseconds(0));
@@ -174,7 +174,7 @@ TEST_F(SimulatedMasterTest, TheGripperAnswersInPreoperateAndOperateOnly) {
     }
 }
 
-TEST_F(SimulatedMasterTest, ProcessDataIsThereInOperateOnly) {
+TEST_F(SimulatedMasterTest, HasProcessDataOnlyInOperate) {
     EXPECT_EQ(Ask("PDOUT?"), "ERR PDOUT 6\n");
     EXPECT_EQ(Ask("PDIN?"), "ERR PDIN 6\n");
     EXPECT_EQ(Ask("PDOUT=[3,0]"), "ERR PDOUT 6\n");
@@ -183,7 +183,7 @@ TEST_F(SimulatedMasterTest, ProcessDataIsThereInOperateOnly) {
     EXPECT_EQ(Ask("PDIN?"), "ACK PDIN\nPDIN=[3,e8,80,1]\nFIN PDIN\n");
 }
 
-TEST_F(SimulatedMasterTest, AnAssignmentOfPdoutIsReportedOrNot) {
+TEST_F(SimulatedMasterTest, AnswersAnAssignmentOfPdoutWithPdoutIfConfigured) {
     Operate();
     EXPECT_EQ(Ask("PDOUT=[3,1]"), "ACK PDOUT\nPDOUT=[3,1]\nFIN PDOUT\n");
     master.SetReportProcessOutput(false);
@@ -193,7 +193,7 @@ TEST_F(SimulatedMasterTest, AnAssignmentOfPdoutIsReportedOrNot) {
     EXPECT_EQ(Ask("PDOUT=3"), "ERR PDOUT 2\n");
 }
 
-TEST_F(SimulatedMasterTest, LeavingOperateSwitchesTheDriveOff) {
+TEST_F(SimulatedMasterTest, LeavingOperateDisablesTheDrive) {
     Operate();
     Ask("PDOUT=[6,0]");
     EXPECT_EQ(master.Gripper().State(), GripperState::Referencing);
@@ -204,13 +204,13 @@ TEST_F(SimulatedMasterTest, LeavingOperateSwitchesTheDriveOff) {
     EXPECT_EQ(Ask("PDOUT?"), "ACK PDOUT\nPDOUT=[0,0]\nFIN PDOUT\n");
 }
 
-TEST_F(SimulatedMasterTest, APowerFaultTakesTheGrippersPower) {
+TEST_F(SimulatedMasterTest, APowerFaultPowerCyclesTheGripper) {
     Ask("PARAM[96][3]=[2c]");
     master.SetMode(mode::kPowerFault, now);
     EXPECT_EQ(*master.Gripper().Parameters().Find({96, 3}), Bytes{50});
 }
 
-TEST_F(TlmMasterTest, TheStreamCarriesTheMovingPosition) {
+TEST_F(TlmMasterTest, TheStreamContainsTheMovingPosition) {
     Operate();
     master.SetStreamRate(10, now);
     Ask("PDOUT=[3,0]");
@@ -225,7 +225,7 @@ TEST_F(SimulatedMasterTest, TheStreamIsEmptyOutsideOfOperate) {
     EXPECT_EQ(After(milliseconds(20)), "@PDIN=[]\n@PDIN=[]\n");
 }
 
-TEST_F(SimulatedMasterTest, TheStreamHasItsRate) {
+TEST_F(SimulatedMasterTest, StreamsAtTheConfiguredRate) {
     master.SetStreamRate(100, now);
     const std::string lines = After(milliseconds(1000));
     EXPECT_EQ(std::count(lines.begin(), lines.end(), '\n'), 100);
@@ -239,7 +239,7 @@ TEST_F(SimulatedMasterTest, NothingIsDueWithoutAStream) {
     EXPECT_LE(*master.NextDue(), now + milliseconds(10));
 }
 
-TEST_F(SimulatedMasterTest, AnswersComeLateWhileTheStreamGoesOn) {
+TEST_F(SimulatedMasterTest, TheAnswerDelayDoesNotDelayTheStream) {
     master.SetAnswerDelay(milliseconds(50));
     master.SetStreamRate(100, now);
     master.Receive("ID?\n", now);
@@ -247,14 +247,14 @@ TEST_F(SimulatedMasterTest, AnswersComeLateWhileTheStreamGoesOn) {
     EXPECT_NE(After(milliseconds(30)).find("ACK ID\nID=PELLIX\nFIN ID\n"), std::string::npos);
 }
 
-TEST_F(SimulatedMasterTest, TheStreamDoesNotCutAnAnswerInPieces) {
+TEST_F(SimulatedMasterTest, TheStreamDoesNotInterruptAnAnswerInPieces) {
     master.SetPieceLength(3);
     master.SetStreamRate(1000, now);
     master.Receive("ID?\n", now);
     EXPECT_NE(After(milliseconds(30)).find("ACK ID\nID=PELLIX\nFIN ID\n"), std::string::npos);
 }
 
-TEST_F(SimulatedMasterTest, ASilentMasterSaysAndDoesNothing) {
+TEST_F(SimulatedMasterTest, ASilentMasterSendsAndExecutesNothing) {
     master.SetStreamRate(100, now);
     master.SetSilent(true);
     EXPECT_EQ(Ask("PARAM[96][3]=[2c]"), "");
@@ -265,7 +265,7 @@ TEST_F(SimulatedMasterTest, ASilentMasterSaysAndDoesNothing) {
     EXPECT_EQ(Ask("PARAM[96][3]?"), "ACK PARAM[96][3]\nPARAM[96][3]=[32]\nFIN PARAM[96][3]\n");
 }
 
-TEST_F(SimulatedMasterTest, AMasterMuteForOneKeyAnswersTheOthers) {
+TEST_F(SimulatedMasterTest, AMasterMutedForOneKeyAnswersOthers) {
     master.SetMuteFor("MODE", true);
     EXPECT_EQ(Ask("MODE?"), "");
     EXPECT_EQ(master.RequestLines().back(), "MODE?");
@@ -274,14 +274,14 @@ TEST_F(SimulatedMasterTest, AMasterMuteForOneKeyAnswersTheOthers) {
     EXPECT_NE(Ask("MODE?"), "");
 }
 
-TEST_F(SimulatedMasterTest, MutingAllOrNoneForgetsTheSingleKeys) {
+TEST_F(SimulatedMasterTest, MutingAllKeysResetsTheSingleKeys) {
     master.SetMuteFor("MODE", true);
     master.SetMute(true);
     master.SetMute(false);
     EXPECT_NE(Ask("MODE?"), "");
 }
 
-TEST_F(SimulatedMasterTest, AMuteMasterStreamsOn) {
+TEST_F(SimulatedMasterTest, AMuteMasterContinuesToStream) {
     master.SetMute(true);
     EXPECT_EQ(Ask("ID?"), "");
     master.SetStreamRate(100, now);
@@ -290,7 +290,7 @@ TEST_F(SimulatedMasterTest, AMuteMasterStreamsOn) {
     EXPECT_EQ(Ask("ID?").substr(0, 7), "ACK ID\n");
 }
 
-TEST_F(SimulatedMasterTest, ErrorsCanBeAskedForOneKeyOrForAll) {
+TEST_F(SimulatedMasterTest, InjectsErrorsForOneKeyOrAll) {
     master.SetError("9", "PARAM[96][3]");
     EXPECT_EQ(Ask("PARAM[96][3]=[2c]"), "ERR PARAM[96][3] 9\n");
     EXPECT_EQ(Ask("MODE?"), "ACK MODE\nMODE=3\nFIN MODE\n");
@@ -301,15 +301,15 @@ TEST_F(SimulatedMasterTest, ErrorsCanBeAskedForOneKeyOrForAll) {
     EXPECT_EQ(Ask("PARAM[96][3]?"), "ERR PARAM[96][3] abc\n");
     master.ClearError(std::nullopt);
     EXPECT_EQ(Ask("PARAM[96][3]?"), "ACK PARAM[96][3]\nPARAM[96][3]=[32]\nFIN PARAM[96][3]\n")
-        << "what failed was not carried out";
+        << "the failed request was not executed";
 }
 
-TEST_F(SimulatedMasterTest, RawTextGoesOutAsItIs) {
+TEST_F(SimulatedMasterTest, SendsRawTextUnchanged) {
     master.SendRaw(std::string("a\0b", 3), now);
     EXPECT_EQ(After(milliseconds(0)), std::string("a\0b", 3));
 }
 
-TEST_F(SimulatedMasterTest, PowerUpForgetsWhatWasOnItsWay) {
+TEST_F(SimulatedMasterTest, PowerUpDropsPendingTextsAndPartialRequests) {
     master.SetAnswerDelay(milliseconds(10));
     master.Receive("ID?\nRESTART()\nMO", now);
     master.PowerUp(now);
@@ -318,15 +318,15 @@ TEST_F(SimulatedMasterTest, PowerUpForgetsWhatWasOnItsWay) {
     EXPECT_EQ(Ask("DE?"), "ERR DE 1\n");
 }
 
-TEST_F(SimulatedMasterTest, ADeviceThatNobodyReadFromHasMoreThanAPacketWaiting) {
+TEST_F(SimulatedMasterTest, FillBufferQueuesMoreThanAPacket) {
     master.FillBuffer(now);
-    EXPECT_EQ(After(milliseconds(0)), "") << "without a stream nothing waits";
+    EXPECT_EQ(After(milliseconds(0)), "") << "nothing is queued without a stream";
     master.SetStreamRate(1, now);
     master.FillBuffer(now);
     EXPECT_GT(After(milliseconds(0)).size(), 64U);
 }
 
-TEST(SimulatedMasterStartTest, BeginsInTheModeThatWasAskedFor) {
+TEST(SimulatedMasterStartTest, StartsInTheConfiguredMode) {
     MasterSettings settings;
     settings.startMode = mode::kStartup;
     const SimulatedMaster master(settings, *FindGripperModel("TLM"), {}, {}, TimePoint());

@@ -12,7 +12,7 @@ protected:
     explicit StateReportTest(const char* model = "HVA")
         : master(MasterSettings(), *FindGripperModel(model), {'H'}, {'1'}, now) {}
 
-    /// The report contains `member`, as it stands in the object.
+    /// Whether the report contains `member`, a name and its value.
     testing::AssertionResult Has(const std::string& member) {
         const std::string report = StateReport(3, master, nullptr);
         if (report.find("," + member + ",") != std::string::npos ||
@@ -31,7 +31,7 @@ protected:
     MzdReportTest() : StateReportTest("MZD-L") {}
 };
 
-TEST_F(StateReportTest, TellsWhatAFreshMasterIs) {
+TEST_F(StateReportTest, ReportsANewMaster) {
     EXPECT_TRUE(Has(R"("master":3)"));
     EXPECT_TRUE(Has(R"("model":"HVA")"));
     EXPECT_TRUE(Has(R"("id":"PELLIX")"));
@@ -51,7 +51,7 @@ TEST_F(StateReportTest, TellsWhatAFreshMasterIs) {
     EXPECT_TRUE(Has(R"("96/3":[50])"));
 }
 
-TEST_F(StateReportTest, FollowsWhatHappens) {
+TEST_F(StateReportTest, ReportsChanges) {
     master.SetMode(mode::kOperate, now);
     master.Gripper(now).SetPart(12.5);
     master.Gripper(now).SetFlag(GripperFlag::TemperatureWarning, true);
@@ -66,12 +66,12 @@ TEST_F(StateReportTest, FollowsWhatHappens) {
     EXPECT_TRUE(Has(R"("requests":["PDOUT=[2,1]"])"));
 }
 
-TEST_F(StateReportTest, OddBytesDoNotBreakTheLine) {
+TEST_F(StateReportTest, EscapesSpecialBytes) {
     master.SetId("a\"\\\n\xff");
-    EXPECT_TRUE(Has(R"("id":"a\"\\\u000a\u00ff")"));
+    EXPECT_TRUE(Has(R"("id":"a\"\\\n\u00ff")"));
 }
 
-TEST_F(StateReportTest, TellsTheTty) {
+TEST_F(StateReportTest, ReportsTheTty) {
     const PtyPort port(PtyPort::Start::Raw);
     const std::string report = StateReport(0, master, &port);
     EXPECT_NE(report.find(R"("plugged":true,"tty":")" + port.NodePath() +
@@ -80,7 +80,7 @@ TEST_F(StateReportTest, TellsTheTty) {
         << report;
 }
 
-TEST_F(MzdReportTest, TellsTheLights) {
+TEST_F(MzdReportTest, ReportsTheLeds) {
     master.Gripper(now).WriteParameter({0x81, 1}, {7});
     master.Gripper(now).WriteParameter({0x81, 2}, {8});
     master.Gripper(now).WriteParameter({0x81, 3}, {9});

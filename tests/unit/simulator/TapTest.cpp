@@ -25,7 +25,7 @@ namespace {
 namespace fs = std::filesystem;
 using support::WaitFor;
 
-/// The master is behind a link of the test's own, because the numbers of ptys are used again.
+/// The tap opens the master through a link, because the numbers of ptys are reused.
 class TapTest : public testing::Test {
 protected:
     TapTest() { PlugIn(); }
@@ -48,18 +48,18 @@ protected:
         tap = std::make_unique<Tap>(Tap::Target{2, folder + "/ttyACM3", devices}, writer,
                                     [this](const std::string& text) {
                                         const std::lock_guard lock(mutex);
-                                        told.push_back(text);
+                                        printed.push_back(text);
                                     });
     }
 
-    std::vector<std::string> Told() {
+    std::vector<std::string> Printed() {
         const std::lock_guard lock(mutex);
-        return told;
+        return printed;
     }
 
-    /// The node that was told last.
-    std::string ToldNode() {
-        const std::string text = Told().back();
+    /// The tty in the last message.
+    std::string PrintedNode() {
+        const std::string text = Printed().back();
         return text.substr(text.rfind(' ') + 1);
     }
 
@@ -67,7 +67,7 @@ protected:
         return FileDescriptor(open(path.c_str(), O_RDWR | O_NOCTTY));
     }
 
-    /// @return the next bytes from `descriptor`, empty when none come
+    /// @return the next bytes from `descriptor`, empty if none arrive
     static std::string Receive(int descriptor) {
         pollfd entry{descriptor, POLLIN, 0};
         poll(&entry, 1, std::chrono::milliseconds(support::kPatience).count());
@@ -76,7 +76,7 @@ protected:
         return {buffer.data(), count > 0 ? static_cast<std::size_t>(count) : 0U};
     }
 
-    /// Whether bytes go through between the master and a client.
+    /// Checks that bytes pass between the master and a client.
     void ExpectPassage(const FileDescriptor& client) const {
         ASSERT_EQ(write(client.Get(), "ID?\n", 4), 4);
         EXPECT_EQ(Receive(master->Descriptor()), "ID?\n");
@@ -96,31 +96,31 @@ protected:
     std::string folder{mkdtemp(std::string("/tmp/tap.XXXXXX").data())};
     std::unique_ptr<Pty> master;
     RecordingWriter writer{folder + "/tap.rec", [](const std::string& text) { FAIL() << text; }};
-    std::mutex mutex;  // guards told
-    std::vector<std::string> told;
+    std::mutex mutex;  // guards printed
+    std::vector<std::string> printed;
     std::unique_ptr<Tap> tap;
 };
 
-TEST_F(TapTest, TellsWhereClientsFindTheMaster) {
+TEST_F(TapTest, PrintsTheTtyForClients) {
     Start(nullptr);
-    ASSERT_EQ(Told().size(), 1U);
+    ASSERT_EQ(Printed().size(), 1U);
     EXPECT_TRUE(
-        Told()[0].starts_with("tap: " + folder + "/ttyACM3 is master 2, for clients /dev/"));
-    ExpectPassage(Open(ToldNode()));
+        Printed()[0].starts_with("tap: " + folder + "/ttyACM3 is master 2, for clients /dev/"));
+    ExpectPassage(Open(PrintedNode()));
 }
 
-TEST_F(TapTest, OffersTheMasterInTheTestbed) {
+TEST_F(TapTest, AddsTheMasterToTheTestbed) {
     Testbed testbed;
     const UeventMonitor monitor(testbed.Folder());
     Start(&testbed);
     EXPECT_EQ(Property(monitor.Receive().value_or(""), "DEVNAME"), "/dev/ttyACM2");
     ExpectPassage(Open(testbed.Folder() / "dev/ttyACM2"));
-    EXPECT_EQ(Told(), std::vector<std::string>{"tap: " + folder +
-                                               "/ttyACM3 is master 2, "
-                                               "/dev/ttyACM2 for COMMAND"});
+    EXPECT_EQ(Printed(), std::vector<std::string>{"tap: " + folder +
+                                                  "/ttyACM3 is master 2, "
+                                                  "/dev/ttyACM2 for COMMAND"});
 }
 
-TEST_F(TapTest, AnUnpluggedMasterIsGoneForItsClientUntilItIsBack) {
+TEST_F(TapTest, UnplugsTheClientsTtyUntilTheMasterIsBack) {
     Testbed testbed;
     const UeventMonitor monitor(testbed.Folder());
     Start(&testbed);
@@ -132,7 +132,7 @@ TEST_F(TapTest, AnUnpluggedMasterIsGoneForItsClientUntilItIsBack) {
     EXPECT_NE(monitor.Receive().value_or("").find("ACTION=remove"), std::string::npos);
     EXPECT_EQ(Receive(client.Get()), "");
     EXPECT_EQ(Open(node).Get(), -1);
-    EXPECT_EQ(Told().back(), "tap: " + folder + "/ttyACM3 has hung up; waiting for its return");
+    EXPECT_EQ(Printed().back(), "tap: " + folder + "/ttyACM3 has hung up; waiting for its return");
     PlugIn();
     EXPECT_NE(monitor.Receive().value_or("").find("ACTION=add"), std::string::npos);
     ExpectPassage(Open(node));
@@ -144,18 +144,18 @@ TEST_F(TapTest, AnUnpluggedMasterIsGoneForItsClientUntilItIsBack) {
                                          RecordedKind::FromMaster}));
 }
 
-TEST_F(TapTest, WithoutATestbedANewNodeIsTold) {
+TEST_F(TapTest, PrintsTheNewTtyAfterAReplug) {
     Start(nullptr);
     Unplug();
-    ASSERT_TRUE(WaitFor([this] { return Told().size() == 2; }));
+    ASSERT_TRUE(WaitFor([this] { return Printed().size() == 2; }));
     PlugIn();
-    ASSERT_TRUE(WaitFor([this] { return Told().size() == 3; }));
-    ExpectPassage(Open(ToldNode()));
+    ASSERT_TRUE(WaitFor([this] { return Printed().size() == 3; }));
+    ExpectPassage(Open(PrintedNode()));
 }
 
-TEST_F(TapTest, EndsWithAHangUpAndWithAllThatWasWritten) {
+TEST_F(TapTest, PassesOnPendingBytesAndHangsUpAtTheEnd) {
     Start(nullptr);
-    const FileDescriptor client = Open(ToldNode());
+    const FileDescriptor client = Open(PrintedNode());
     ExpectPassage(client);
     ASSERT_EQ(write(client.Get(), "MODE?\n", 6), 6);
     tap.reset();
@@ -163,14 +163,14 @@ TEST_F(TapTest, EndsWithAHangUpAndWithAllThatWasWritten) {
     EXPECT_EQ(Receive(client.Get()), "");
 }
 
-TEST_F(TapTest, EndsWhileTheMasterIsAway) {
+TEST_F(TapTest, EndsWhileTheMasterIsUnplugged) {
     Start(nullptr);
     Unplug();
-    ASSERT_TRUE(WaitFor([this] { return Told().size() == 2; }));
+    ASSERT_TRUE(WaitFor([this] { return Printed().size() == 2; }));
     EXPECT_LT(support::Measure([this] { tap.reset(); }), support::kPatience);
 }
 
-TEST_F(TapTest, ThereHasToBeAMasterAtFirst) {
+TEST_F(TapTest, FailsToStartWithoutAMaster) {
     Unplug();
     EXPECT_THROW(Start(nullptr), std::system_error);
 }

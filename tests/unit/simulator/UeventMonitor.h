@@ -8,12 +8,12 @@
 
 namespace simulator {
 
-/// Stands in a testbed's folder as a udev monitor does under umockdev's preload library.
+/// The socket of a udev monitor, as umockdev's preload library creates it in a testbed's folder.
 class UeventMonitor {
 public:
     explicit UeventMonitor(const std::filesystem::path& folder, const std::string& name = "event3");
 
-    /// @return the whole next message, nothing when there is none within 10 s.
+    /// @return the next message; nothing if none arrives within 10 s.
     std::optional<std::string> Receive() const;
 
     bool HasMessage() const;
@@ -22,7 +22,7 @@ private:
     FileDescriptor descriptor;
 };
 
-/// The value of NAME=value in the properties of a message; empty when it is not there.
+/// The value of NAME=value in the properties of a message; empty if it is missing.
 std::string Property(const std::string& message, const std::string& name);
 
 }  // namespace simulator

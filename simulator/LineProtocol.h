@@ -1,13 +1,13 @@
 #pragma once
 
 #include <chrono>
-#include <compare>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <vector>
 
 namespace simulator {
@@ -46,7 +46,10 @@ struct Request {
 struct ParameterKey {
     unsigned index = 0;
     unsigned subindex = 0;
-    auto operator<=>(const ParameterKey&) const = default;
+    bool operator==(const ParameterKey&) const = default;
+    bool operator<(const ParameterKey& other) const {
+        return std::tie(index, subindex) < std::tie(other.index, other.subindex);
+    }
 };
 
 /// Parses a line without its line feed.

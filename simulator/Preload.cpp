@@ -24,8 +24,7 @@ const char* TestbedFolder(const char* path) {
     if (path == nullptr || !std::string_view(path).starts_with(kTtyPrefix)) {
         return nullptr;
     }
-    return std::getenv(
-        "UMOCKDEV_DIR");  // NOLINT(concurrency-mt-unsafe): COMMAND does not change it
+    return std::getenv("UMOCKDEV_DIR");  // NOLINT(concurrency-mt-unsafe): never changed by COMMAND
 }
 
 /// Makes the system call itself, to bypass the other preload library.

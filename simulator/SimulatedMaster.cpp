@@ -87,13 +87,13 @@ std::string SimulatedMaster::Answer(const Request& request, TimePoint now) {
         return "ERR " + request.key + " " + *code + "\n";
     }
     const Outcome outcome = Execute(request, now);
-    if (outcome.error != ErrorCode::None) {
-        const auto code = static_cast<unsigned>(outcome.error);
+    const auto* const error = std::get_if<ErrorCode>(&outcome);
+    if (error != nullptr && *error != ErrorCode::None) {
+        const auto code = static_cast<unsigned>(*error);
         return "ERR " + request.key + " " + std::to_string(code) + "\n";
     }
-    std::string dataLine = outcome.value.empty() && request.form != RequestForm::Query
-                               ? std::string()
-                               : request.key + "=" + outcome.value + "\n";
+    std::string dataLine =
+        error == nullptr ? request.key + "=" + std::get<std::string>(outcome) + "\n" : "";
     if (request.form == RequestForm::Query && settings.queryEnd == QueryEnd::DataLine) {
         return dataLine;
     }

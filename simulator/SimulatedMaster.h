@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <variant>
 #include <vector>
 
 #include "simulator/Master.h"
@@ -104,14 +105,8 @@ public:
     std::size_t RequestCount() const { return requestCount; }
 
 private:
-    /// The result of a request: the value for its data line, or an error.
-    struct Outcome {
-        Outcome(ErrorCode error) : error(error) {}
-        Outcome(std::string value) : value(std::move(value)) {}
-
-        ErrorCode error = ErrorCode::None;
-        std::string value;
-    };
+    /// The result of a request: the value for its data line, or an error or none.
+    using Outcome = std::variant<std::string, ErrorCode>;
     struct ModeStep {
         TimePoint due;
         unsigned code;

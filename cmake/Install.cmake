@@ -1,4 +1,4 @@
-# What `cmake --install` puts where; the Debian packages are made of it.
+# Files that `cmake --install` installs. The Debian packages are built from them.
 include(GNUInstallDirs)
 
 set(doc_folder ${CMAKE_INSTALL_DATADIR}/doc)
@@ -15,7 +15,8 @@ install(TARGETS tavrikctl DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(FILES docs/man/tavrikctl.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 install(FILES packaging/completion/tavrikctl DESTINATION ${completion_folder})
 
-# pellix-sim finds the library that it preloads beside itself, also when a link has called it.
+# pellix-sim looks for its preload library in its own folder, so it is installed there and called
+# through a symbolic link.
 set(simulator_folder ${CMAKE_INSTALL_LIBDIR}/pellix-sim)
 install(TARGETS pellix-sim pellix-sim-preload DESTINATION ${simulator_folder})
 file(RELATIVE_PATH simulator_path ${CMAKE_INSTALL_FULL_BINDIR}

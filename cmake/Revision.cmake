@@ -1,5 +1,5 @@
-# tavrik::revision: the header "Revision.h" with the text of the checked out revision.
-# It is looked up at every build and rewritten only when it changed.
+# tavrik::revision: the header "Revision.h" with the text of the checked-out revision. Every build
+# reads the revision and rewrites the header only if it has changed.
 add_custom_target(write-revision
     COMMAND ${CMAKE_COMMAND} -D SOURCE_DIR=${PROJECT_SOURCE_DIR}
             -D TEMPLATE=${PROJECT_SOURCE_DIR}/cmake/Revision.h.in

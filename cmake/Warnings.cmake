@@ -1,5 +1,5 @@
-# tavrik::warnings: the warnings that every target of this tree is built with. A constructor's
-# parameter has the name of the field that it fills; only GCC can tell that from other shadowing.
+# tavrik::warnings: the warning options of every target. Constructor parameters have the names of the
+# fields that they fill; only GCC can allow that and still warn about other shadowing.
 add_library(warnings INTERFACE)
 add_library(tavrik::warnings ALIAS warnings)
 target_compile_options(warnings INTERFACE

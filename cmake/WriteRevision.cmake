@@ -2,7 +2,8 @@
 set(REVISION_ID "0000000")
 set(REVISION_TIME "Thu, 1 Jan 1970 00:00:00 +0000")
 
-# A repository around the sources is another project's; one of another user's is this one's too.
+# Ignores a repository in a parent folder, which belongs to another project, but accepts one that
+# belongs to another user.
 cmake_path(GET SOURCE_DIR PARENT_PATH above)
 set(ENV{GIT_CEILING_DIRECTORIES} ${above})
 execute_process(COMMAND git -c safe.directory=${SOURCE_DIR} -C ${SOURCE_DIR}

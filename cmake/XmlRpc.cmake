@@ -1,6 +1,6 @@
-# tavrik::xmlrpc (values and XML alone), tavrik::xmlrpc-server and tavrik::xmlrpc-client: the XML-RPC
-# library, as the linker flags of its own configuration program name it (the library brings no
-# pkg-config or CMake package).
+# tavrik::xmlrpc (values and XML only), tavrik::xmlrpc-server and tavrik::xmlrpc-client: the XML-RPC
+# library. The linker flags come from its own configuration program, because it has no pkg-config or
+# CMake package.
 find_program(XMLRPC_C_CONFIG xmlrpc-c-config REQUIRED)
 
 function(tavrik_add_xmlrpc name)
@@ -8,7 +8,7 @@ function(tavrik_add_xmlrpc name)
                     OUTPUT_VARIABLE flags OUTPUT_STRIP_TRAILING_WHITESPACE
                     COMMAND_ERROR_IS_FATAL ANY)
     separate_arguments(flags)
-    # The client library names curl itself; naming it here would need curl's development package.
+    # The client library already links curl; linking it here would need curl's development package.
     list(REMOVE_ITEM flags -lcurl)
     add_library(${name} INTERFACE)
     add_library(tavrik::${name} ALIAS ${name})

@@ -1,8 +1,7 @@
-// The library: the fault of an <i8> that is not a number is formatted from two texts, of which only
-// the last is passed.
-// Without this: a request with <i8>x</i8> ends the process.
+// The library: formats the fault for an invalid <i8> with two "%s" but passes only one text.
+// Without this: a request with <i8>x</i8> crashes the process.
 // Shown by: FaultTextTest.
-// Can go: when the library's format has one place for a text, or gets two.
+// Can go: when the format and its arguments match.
 
 #include <cstdarg>
 #include <string_view>
@@ -14,7 +13,7 @@
 
 namespace {
 
-/// Compared to the byte: FaultTextTest shows whether the installed library still has this text.
+/// Must match exactly; FaultTextTest fails if the installed library has another text.
 constexpr std::string_view kI8Format =
     "<i8> XML element value '%s' is invalid because it does not represent a 64 bit integer.  %s";
 constexpr const char* kI8FormatForOne =

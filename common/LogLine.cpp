@@ -24,16 +24,16 @@ std::string TimeOfDay(std::time_t time) {
     return {buffer.data(), length};
 }
 
-/// What the lines of a thread begin with within one second. Needs no destructor: a thread may log
-/// until its very end.
+/// The beginning of a thread's lines, valid for one second. Trivially destructible, so that a
+/// thread may log until it ends.
 struct Prefix {
     std::time_t second = 0;
     std::size_t length = 0;  // 0 before the first line
     std::array<char, 64> text{};
 };
 
-/// Formatted anew once a second and thread; for each line it would take longer than all else but
-/// the write.
+/// Formats the prefix once per second and thread: formatting it for each line would cost more than
+/// everything else except the write.
 std::string_view CurrentPrefix() {
     constinit thread_local Prefix prefix;
     const std::time_t now = CurrentSecond();
@@ -61,7 +61,7 @@ namespace {
 
 constexpr std::size_t kUsualLength = 120;  // characters; nearly every line is shorter
 
-/// A pipe may take a long line in pieces; the rest follows at once.
+/// A pipe may accept only part of a long line; the rest is then written at once.
 void WriteAll(int fd, std::string_view text) {
     while (!text.empty()) {
         const ssize_t count = ::write(fd, text.data(), text.size());

@@ -18,11 +18,11 @@ std::string threadIdText(pthread_t id);
 
 }  // namespace TavrikDaemon
 
-/// One log line: time, thread id and text, handed to standard output by one write when the object
-/// ends, so that lines of different threads do not mix. Nothing is buffered beyond the object.
+/// One log line: time, thread id and text. The destructor writes it to standard output in one call,
+/// so that lines of different threads do not mix. Nothing is buffered beyond the object.
 ///
-/// Any thread may log. Output errors are ignored; a reader that stops reading a full pipe stops
-/// the logging thread.
+/// Any thread may log. Output errors are ignored. While standard output is a full pipe that nobody
+/// reads, the logging thread blocks.
 class LogLine {
 public:
     LogLine();

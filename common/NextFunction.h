@@ -1,19 +1,19 @@
 #pragma once
 
-// This folder is a fence around one version of the installed XML-RPC library, 1.33.14. It contains
-// none of the daemon's own logic. Each file defines functions of the library or of the C library
-// under their own names: the dynamic linker finds those of the executable first. Most of them call
-// the original, which NextFunction() finds, and do something before or after it. They keep its C
-// interface and let no exception out.
+// The files in daemon/fence/ and FaultText.cpp work around defects of one version of the installed
+// XML-RPC library, 1.33.14. They contain none of the daemon's own logic. Each file redefines
+// functions of that library or of the C library under their own names: the dynamic linker finds
+// the definition in the executable first. Most of them call the original, which NextFunction()
+// finds, and add something before or after it. They keep its C interface and throw nothing.
 
 #include <dlfcn.h>
 
-/// Frees a text that the library has allocated. Declared by its internal headers only.
+/// Frees a text that the library has allocated. Only the library's internal headers declare it.
 extern "C" void xmlrpc_strfree(const char* text);
 
 namespace fence {
 
-/// The installed function `name`, behind the one of the executable.
+/// @return the installed library's function `name`, which the executable's definition hides
 template <typename Function>
 Function* NextFunction(const char* name) {
     return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));

@@ -2,5 +2,5 @@
 
 #include <array>
 
-/// The TCP ports that the daemon serves. Every client may use either: both serve the same methods.
+/// The TCP ports that the daemon serves. Both have the same methods; a client may use either.
 inline constexpr std::array kPorts{44221U, 44222U};

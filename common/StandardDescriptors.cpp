@@ -8,7 +8,7 @@
 void KeepStandardDescriptors(int access) {
     for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
         if (::fcntl(fd, F_GETFD) == -1) {
-            ::open("/dev/null", access);  // becomes the lowest that is free, which is this one
+            ::open("/dev/null", access);  // open() takes the lowest free number, which is this one
         }
     }
 }

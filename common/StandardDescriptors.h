@@ -1,6 +1,7 @@
 #pragma once
 
-/// Opens what is missing of standard input, output and error on /dev/null, so that no tty and no
-/// socket gets their numbers and with them what is written there.
-/// @param access as for open(): O_RDWR drops what is written, O_RDONLY makes writing fail
+/// Opens standard input, output and error on /dev/null where they are closed. Otherwise a tty or
+/// socket could get one of these numbers and receive log lines. Call before any other file is
+/// opened. Errors are ignored.
+/// @param access for open(): O_RDWR discards what is written, O_RDONLY makes writes fail
 void KeepStandardDescriptors(int access);

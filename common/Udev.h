@@ -4,7 +4,7 @@
 
 #include <memory>
 
-/// Owners of libudev objects, each of which belongs to the thread that made it.
+/// Owners of libudev objects. An object may only be used by the thread that created it.
 template <auto Unref>
 struct UdevUnref {
     template <typename Object>

@@ -1,4 +1,4 @@
 #pragma once
 
-/// Version of the daemon, for the banner and for clients.
+/// Version of the daemon and of tavrikctl.
 #define TAVRIK_VERSION "2.2.4"

@@ -31,7 +31,7 @@ xmlrpc_c::method* Create(GripperManager* manager) {
     return new Method(manager);
 }
 
-/// In the order of registration. Three classes serve under a second, older name as well.
+/// In the order of registration. Three classes are also registered under a second, older name.
 constexpr auto kMethods = std::to_array<GripperMethodEntry>({
     {"Grip", Create<Grip>},
     {"Release", Create<Release>},
@@ -76,12 +76,11 @@ constexpr auto kMethods = std::to_array<GripperMethodEntry>({
 
 }  // namespace
 
-AbyssServer::AbyssServer(GripperManager* manager, unsigned tcpPort) {
+AbyssServer::AbyssServer(GripperManager* manager, unsigned port) : port(port) {
     for (const GripperMethodEntry& method : kMethods) {
         registry.addMethod(method.name, xmlrpc_c::methodPtr(method.create(manager)));
     }
     registry.addMethod("GetVersion", xmlrpc_c::methodPtr(new GetVersion));
-    port = tcpPort;
 }
 
 AbyssServer::~AbyssServer() {
@@ -95,18 +94,18 @@ void AbyssServer::run() {
     options.portNumber(port);
     options.registryP(&registry);
     options.keepaliveMaxConn(kUnlimitedCalls);
-    options.serverOwnsSignals(false);  // it would end the process on SIGINT itself
+    options.serverOwnsSignals(false);  // otherwise the library would handle SIGINT
     xmlrpc_c::serverAbyss abyss(options);
     server = &abyss;
     hasServer = true;
     hasServer.notify_all();
     abyss.run();
-    while (server != nullptr) {  // not terminated: the library gave up
+    while (server != nullptr) {  // not terminated, so the library gave up
         LogLine() << "Server on port " << port << " failed, serving again";
         std::this_thread::sleep_for(kRestartPause);
         abyss.run();
     }
-    // Nobody may still be inside the object when this function ends it.
+    // No thread may be using `abyss` when it is destroyed.
     while (terminators != 0) {
         std::this_thread::sleep_for(kTerminatorPoll);
     }

@@ -26,9 +26,9 @@ namespace {
 constexpr std::chrono::milliseconds kHandlerPoll{1};
 
 std::atomic<bool> serversRetired = false;
-std::atomic<int> handlersRunning = 0;  // signal handlers that may be inside a server
+std::atomic<int> handlersRunning = 0;  // signal handlers that may be using a server
 
-/// One plain write: a stream inside a signal handler would mix with what it interrupts.
+/// Calls write() directly: streams are not async-signal-safe.
 void WriteError(std::string_view text) {
     [[maybe_unused]] const ssize_t count = ::write(STDERR_FILENO, text.data(), text.size());
 }

@@ -5,35 +5,36 @@
 #include "daemon/AbyssServer.h"
 #include "pellix/GripperManager.h"
 
-/// The process frame around the servers: what `main`, the signal and the exit routine share.
+/// State and functions that main, the signal handler and the exit routine share.
 namespace TavrikDaemon {
 
-/// The one link registry; set by main, deleted by shutdown() and not cleared.
+/// Set by main; deleted, but not cleared, by shutdown().
 extern std::atomic<GripperManager*> gripperManager;
 
-/// The servers on the stack of main, null until both threads were created;
-/// never cleared.
+/// The servers, which are on the stack of main. Null until both threads were created; never
+/// cleared.
 extern std::atomic<AbyssServer*> server0;
 extern std::atomic<AbyssServer*> server1;
 
-/// What main returns after a normal stop.
+/// Return value of main after a normal stop.
 extern const int exitStatus;
 
-/// Set when SIGINT came; a plain marker.
+/// Set after SIGINT, as a marker for a debugger; nothing reads it.
 extern std::atomic<bool> interrupted;
 
-/// SIGINT: terminates both servers once they are published. Only async-signal-safe calls, and
-/// errno stays as it was.
+/// Handler of SIGINT: terminates server0 and server1 if they are set. Any other signal is only
+/// reported. Makes only async-signal-safe calls and preserves errno.
 void handler(int signal);
 
-/// Exit routine: destroys the GripperManager.
+/// Exit routine: deletes the GripperManager.
 void shutdown();
 
-/// Start routine of a server thread: serves `server`, an AbyssServer, until it is terminated.
-/// What the server throws ends the process.
+/// Start routine of a server thread. An exception of the server ends the process.
+/// @param server an AbyssServer, not owned
+/// @return null, after the server was terminated
 void* runServer(void* server);
 
-/// From now on handler() leaves the servers alone; returns when no handler is inside one.
+/// Keeps handler() from using the servers from now on. Blocks until no handler is using one.
 void retireServers();
 
 }  // namespace TavrikDaemon

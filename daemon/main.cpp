@@ -23,7 +23,7 @@ void LogBanner() {
     LogLine() << "Daemon build date: " << __DATE__ << " at " << __TIME__;
 }
 
-/// A daemon that was started with SIGINT ignored goes on ignoring it.
+/// Leaves SIGINT ignored if the daemon was started that way.
 void InstallHandler() {
     if (std::signal(SIGINT, SIG_IGN) != SIG_IGN) {
         std::signal(SIGINT, TavrikDaemon::handler);
@@ -38,8 +38,8 @@ bool StartServer(pthread_t& thread, AbyssServer& server) {
 
 int main() {
     KeepStandardDescriptors(O_RDWR);
-    std::signal(SIGPIPE, SIG_IGN);                  // clients and log readers hang up at any time
-    std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);  // the HTTP library's lines come whole as well
+    std::signal(SIGPIPE, SIG_IGN);                  // clients and log readers may disconnect
+    std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);  // the HTTP library's lines are not split
     LogBanner();
     TavrikDaemon::gripperManager = new GripperManager;
     InstallHandler();
@@ -54,13 +54,13 @@ int main() {
         return EXIT_FAILURE;
     }
     if (!StartServer(thread1, abyssServer1)) {
-        abyssServer0.waitUntilRunning();  // terminated earlier, it would serve for ever
+        abyssServer0.waitUntilRunning();  // an earlier terminate() would have no effect
         abyssServer0.terminate();
         pthread_join(thread0, nullptr);
         std::fputs("Couldn't create abyss server 1 pthread\n", stderr);
         return EXIT_FAILURE;
     }
-    abyssServer0.waitUntilRunning();  // who reads "started" may stop the daemon at once
+    abyssServer0.waitUntilRunning();  // a user who reads "started" may stop the daemon at once
     abyssServer1.waitUntilRunning();
     TavrikDaemon::server0 = &abyssServer0;
     TavrikDaemon::server1 = &abyssServer1;

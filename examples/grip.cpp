@@ -1,10 +1,11 @@
-// grip [GRIPPER [URL]]: grips once, tells whether there was a part, and lets go of it.
+// grip [GRIPPER [URL]]: grips once, reports whether there was a part, and releases it.
 //
-// THE FINGERS MOVE, at first all the way if the gripper needs a reference run. A failure ends the
-// program with one line and status 1, and leaves the gripper as it is: what it holds stays held.
+// THE FINGERS MOVE, over their whole stroke if the gripper needs a reference run. On a failure, the
+// program prints one line and exits with status 1. It does not release a part that the gripper
+// holds.
 //
-// To adapt: the constants, above all the state codes, which are those of the simulated grippers:
-// the manual of yours has its own.
+// Adapt the constants, above all the state codes: these are those of the simulated grippers. Take
+// yours from the manual of the gripper.
 
 #include <algorithm>
 #include <chrono>
@@ -27,7 +28,7 @@ using std::chrono::seconds;
 using Clock = std::chrono::steady_clock;
 
 constexpr int kSet = 0;  // parameter set: limits and force
-// A master that hangs delays an answer by several seconds. The library rounds up to 3, 6, 9 s...
+// A hung master delays an answer by several seconds. The library rounds up to 3, 6, 9 s...
 constexpr milliseconds kCallTime = seconds(9);
 constexpr seconds kMotionTime(10);
 
@@ -36,7 +37,7 @@ constexpr int kReleased = 4;
 constexpr int kHolding = 6;
 constexpr int kNoPart = 7;
 constexpr int kReady = 8;
-constexpr unsigned kFaults = 0x10 | 0x20;  // in the byte of the state: fault, temperature fault
+constexpr unsigned kFaults = 0x10 | 0x20;  // flags in the state byte: fault, temperature fault
 
 std::string StatusText(int status) {
     switch (status) {
@@ -53,7 +54,7 @@ std::string StatusText(int status) {
     }
 }
 
-/// Whether a failure may be over a second later.
+/// Whether a second attempt one second later may succeed.
 bool IsPassing(int status) {
     return status == 3 || status == 5 || status == 21;
 }
@@ -61,13 +62,14 @@ bool IsPassing(int status) {
 class Daemon {
 public:
     explicit Daemon(const std::string& url)
-        // An empty proxy, because the library would take that of the environment.
+        // An empty proxy, because the library would otherwise use that of the environment.
         : transport(
               xmlrpc_c::clientXmlTransport_curl::constrOpt().timeout(kCallTime.count()).proxy("")),
           client(&transport),
           server(url) {}
 
-    /// Calls a method. @throws std::exception if no answer comes, or a fault
+    /// Calls a method.
+    /// @throws std::exception on a timeout or a fault
     xmlrpc_c::value Call(const std::string& method, const xmlrpc_c::paramList& parameters) {
         xmlrpc_c::rpcOutcome outcome;
         client.call(&server, method, parameters, &outcome);
@@ -77,7 +79,7 @@ public:
         return outcome.getResult();
     }
 
-    /// The only gripper that there is.
+    /// Returns the name of the only gripper; fails if there are none or several.
     std::string FindGripper() {
         const xmlrpc_c::value_array answer(Call("GetGrippers", {}));
         std::string names;
@@ -98,8 +100,8 @@ private:
 
 class Gripper {
 public:
-    Gripper(Daemon& itsDaemon, const std::string& itsName) : daemon(itsDaemon), name(itsName) {
-        if (name.empty()) {  // the daemon may take it for a gripper whose name it does not know yet
+    Gripper(Daemon& daemon, const std::string& name) : daemon(daemon), name(name) {
+        if (name.empty()) {  // the daemon could use a gripper whose name it has not read yet
             throw std::runtime_error("the name of the gripper is empty");
         }
     }
@@ -109,12 +111,13 @@ public:
     void Release() { Command("Release", Parameters().add(xmlrpc_c::value_int(kSet))); }
 
     struct Reading {
-        int state;  // 0: the drive is off, or nothing is known
+        int state;  // 0: the drive is off or there is no process data
         double position;
     };
 
-    /// State and position of one moment. GetPDINExcerpt has both. GetPos may answer 0.0, and the
-    /// flags false, because of a failure; the excerpt is 0 then, which may be over in a moment.
+    /// Reads state and position together, with GetPDINExcerpt. GetPos can also return 0.0 because
+    /// of a failure, and GetFault false. The excerpt is then 0, so this reads it again after a
+    /// second.
     Reading Read() {
         unsigned excerpt = Excerpt();
         if (excerpt == 0) {
@@ -130,9 +133,8 @@ public:
         return {state, hundredths / 100.0};
     }
 
-    /// Waits for the end of a motion. Nothing but a change of the state is a sign of life: a master
-    /// that falls silent leaves the last one standing. So wait for other states than the one before
-    /// the motion.
+    /// Waits for the end of a motion. If the master stops answering, the state does not change. So
+    /// wait only for states that differ from the one before the motion.
     Reading WaitFor(std::initializer_list<int> states) {
         const auto deadline = Clock::now() + kMotionTime;
         Reading reading = Read();
@@ -157,7 +159,7 @@ private:
         return static_cast<unsigned>(excerpt.cvalue());
     }
 
-    /// Calls a method that answers a status; repeating a motion does no harm.
+    /// Calls a method that returns a status. Repeats it once, which is safe for a motion.
     void Command(const std::string& method, const xmlrpc_c::paramList& parameters) {
         int status = xmlrpc_c::value_int(daemon.Call(method, parameters));
         if (IsPassing(status)) {

@@ -1,23 +1,24 @@
 #!/usr/bin/env node
-// grip.js [GRIPPER [URL]]: grips once, tells whether there was a part, and lets go of it.
-// Node 18 or newer, no packages.
+// grip.js [GRIPPER [URL]]: grips once, reports whether there was a part, and releases it.
+// Needs Node 18 or newer, but no packages.
 //
-// THE FINGERS MOVE, at first all the way if the gripper needs a reference run. A failure ends the
-// program with one line and status 1, and leaves the gripper as it is: what it holds stays held.
+// THE FINGERS MOVE, over their whole stroke if the gripper needs a reference run. On a failure, the
+// program prints one line and exits with status 1. It does not release a part that the gripper
+// holds.
 //
-// To adapt: the constants, above all the state codes, which are those of the simulated grippers:
-// the manual of yours has its own.
+// Adapt the constants, above all the state codes: these are those of the simulated grippers. Take
+// yours from the manual of the gripper.
 "use strict";
 
 const {setTimeout: sleep} = require("node:timers/promises");
 
 const [name = "", url = "http://127.0.0.1:44221/RPC2"] = process.argv.slice(2);
 const SET = 0;  // parameter set: limits and force
-const CALL_TIME = 10_000;  // ms; a master that hangs delays an answer by several seconds
+const CALL_TIME = 10_000;  // ms; a hung master delays an answer by several seconds
 const MOTION_TIME = 10_000;  // ms
 
 const [REFERENCE_NEEDED, RELEASED, HOLDING, NO_PART, READY] = [1, 4, 6, 7, 8];
-const FAULTS = 0x10 | 0x20;  // flags in the byte of the state: fault, temperature fault
+const FAULTS = 0x10 | 0x20;  // flags in the state byte: fault, temperature fault
 
 const STATUS_TEXTS = {
     3: "no such gripper, or its model cannot do this",
@@ -25,18 +26,18 @@ const STATUS_TEXTS = {
     12: "nothing could be sent: look at the plug and power of its master",
     21: "no process data: the gripper is starting, or has lost its cable or power",
 };
-const PASSING = [3, 5, 21];  // may be over a second later
+const PASSING = [3, 5, 21];  // a second attempt one second later may succeed
 
 const ENTITIES = {"&": "&amp;", "<": "&lt;", ">": "&gt;", '"': "&quot;"};
 const encode = (text) => text.replace(/[&<>"]/g, (character) => ENTITIES[character]);
 const decode = (text) => Object.entries(ENTITIES).reverse().reduce(
     (rest, [character, entity]) => rest.replaceAll(entity, character), text);
 
-// Types are taken literally; `double` and `boolean` (0 or 1) are written likewise.
+// The daemon does not convert types. Write `double` and `boolean` (0 or 1) in the same way.
 const string = (text) => `<string>${encode(text)}</string>`;
 const int = (number) => `<int>${number}</int>`;
 
-// Calls a method; returns the values of the answer, a list also where there is only one.
+// Calls a method and returns the values of the answer, as a list even if there is only one.
 async function call(method, ...parameters) {
     const params = parameters.map((value) => `<param><value>${value}</value></param>`).join("");
     const response = await fetch(url, {
@@ -57,13 +58,13 @@ async function call(method, ...parameters) {
 
 class Gripper {
     constructor(device) {
-        if (!device) {  // the daemon may take it for a gripper whose name it does not know yet
+        if (!device) {  // the daemon could use a gripper whose name it has not read yet
             throw new Error("the name of the gripper is empty");
         }
         this.device = device;
     }
 
-    // Calls a method that answers a status; repeating a motion does no harm.
+    // Calls a method that returns a status. Repeats it once, which is safe for a motion.
     async command(method, ...parameters) {
         let [status] = await call(method, string(this.device), ...parameters);
         if (PASSING.includes(status)) {
@@ -76,10 +77,11 @@ class Gripper {
         }
     }
 
-    // State and position of one moment; state 0: the drive is off, or nothing is known.
+    // Reads state and position together, with GetPDINExcerpt. State 0: the drive is off or there is
+    // no process data.
     //
-    // GetPDINExcerpt has both. GetPos may answer 0.0, and the flags false, because of a failure;
-    // the excerpt is 0 then, which may be over in a moment.
+    // GetPos can also return 0.0 because of a failure, and GetFault false. The excerpt is then 0,
+    // so this reads it again after a second.
     async read() {
         let [excerpt] = await call("GetPDINExcerpt", string(this.device));
         if (excerpt === 0) {
@@ -96,8 +98,8 @@ class Gripper {
 
     // Waits for the end of a motion; returns state and position.
     //
-    // Nothing but a change of the state is a sign of life: a master that falls silent leaves the
-    // last one standing. So wait for other states than the one before the motion.
+    // If the master stops answering, the state does not change. So wait only for states that differ
+    // from the one before the motion.
     async waitFor(...states) {
         const deadline = performance.now() + MOTION_TIME;
         for (;;) {
@@ -150,7 +152,7 @@ async function main() {
 }
 
 main().catch((error) => {
-    // The reason why fetch failed is inside.
+    // error.cause has the reason why fetch() failed.
     console.error(`${name || url}: ${error.cause?.message ?? error.message}`);
     process.exitCode = 1;
 });

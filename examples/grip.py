@@ -1,11 +1,11 @@
 #!/usr/bin/env python3
-"""grip.py [GRIPPER [URL]]: grips once, tells whether there was a part, and lets go of it.
+"""grip.py [GRIPPER [URL]]: grips once, reports whether there was a part, and releases it.
 
-THE FINGERS MOVE, at first all the way if the gripper needs a reference run. A failure ends the
-program with one line and status 1, and leaves the gripper as it is: what it holds stays held.
+THE FINGERS MOVE, over their whole stroke if the gripper needs a reference run. On a failure, the
+program prints one line and exits with status 1. It does not release a part that the gripper holds.
 
-To adapt: the constants, above all the state codes, which are those of the simulated grippers: the
-manual of yours has its own.
+Adapt the constants, above all the state codes: these are those of the simulated grippers. Take
+yours from the manual of the gripper.
 """
 
 import http.client
@@ -15,11 +15,11 @@ import xmlrpc.client
 
 URL = "http://127.0.0.1:44221/RPC2"
 SET = 0  # parameter set: limits and force
-CALL_TIME = 10  # seconds; a master that hangs delays an answer by several
+CALL_TIME = 10  # seconds; a hung master delays an answer by several seconds
 MOTION_TIME = 10  # seconds
 
 REFERENCE_NEEDED, RELEASED, HOLDING, NO_PART, READY = 1, 4, 6, 7, 8
-FAULTS = 0x10 | 0x20  # flags in the byte of the state: fault, temperature fault
+FAULTS = 0x10 | 0x20  # flags in the state byte: fault, temperature fault
 
 STATUS_TEXTS = {
     3: "no such gripper, or its model cannot do this",
@@ -27,7 +27,7 @@ STATUS_TEXTS = {
     12: "nothing could be sent: look at the plug and power of its master",
     21: "no process data: the gripper is starting, or has lost its cable or power",
 }
-PASSING = (3, 5, 21)  # may be over a second later
+PASSING = (3, 5, 21)  # a second attempt one second later may succeed
 
 
 class Failure(Exception):
@@ -35,7 +35,7 @@ class Failure(Exception):
 
 
 class Transport(xmlrpc.client.Transport):
-    """HTTP with a bound on every wait; without it, a call may wait for ever."""
+    """HTTP with a timeout; without it, a call may wait forever."""
 
     def make_connection(self, host):
         connection = super().make_connection(host)
@@ -45,13 +45,13 @@ class Transport(xmlrpc.client.Transport):
 
 class Gripper:
     def __init__(self, daemon, name):
-        if not name:  # the daemon may take it for a gripper whose name it does not know yet
+        if not name:  # the daemon could use a gripper whose name it has not read yet
             raise Failure("the name of the gripper is empty")
         self.daemon = daemon
         self.name = name
 
     def command(self, method, *arguments):
-        """Calls a method that answers a status; repeating a motion does no harm."""
+        """Calls a method that returns a status. Repeats it once, which is safe for a motion."""
         status = getattr(self.daemon, method)(self.name, *arguments)
         if status in PASSING:
             time.sleep(1)
@@ -61,10 +61,10 @@ class Gripper:
             raise Failure(f"{method}: status {status}: {text}")
 
     def read(self):
-        """State and position of one moment; state 0: the drive is off, or nothing is known.
+        """Reads state and position together, with GetPDINExcerpt.
 
-        GetPDINExcerpt has both. GetPos may answer 0.0, and the flags false, because of a failure;
-        the excerpt is 0 then, which may be over in a moment.
+        State 0: the drive is off or there is no process data. GetPos can also return 0.0 because of
+        a failure, and GetFault false. The excerpt is then 0, so this reads it again after a second.
         """
         excerpt = self.daemon.GetPDINExcerpt(self.name)
         if excerpt == 0:
@@ -78,8 +78,8 @@ class Gripper:
     def wait_for(self, *states):
         """Waits for the end of a motion; returns state and position.
 
-        Nothing but a change of the state is a sign of life: a master that falls silent leaves the
-        last one standing. So wait for other states than the one before the motion.
+        If the master stops answering, the state does not change. So wait only for states that
+        differ from the one before the motion.
         """
         deadline = time.monotonic() + MOTION_TIME
         while True:

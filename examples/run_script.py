@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
-"""run_script.py SCRIPT [GRIPPER [URL]]: runs a robot script such as grip.script, to try it out.
+"""run_script.py SCRIPT [GRIPPER [URL]]: runs a robot script such as grip.script, for a test.
 
-Translated to Python, whose blocks have no "end" and whose variables no "local"; the functions of
-the controller are below. GRIPPER and URL replace the script's own.
+Translates the script to Python by removing "end" and "local"; FUNCTIONS replaces the functions of
+the controller. GRIPPER and URL replace those in the script.
 """
 
 import http.client
@@ -34,9 +34,9 @@ FUNCTIONS = {
 
 
 def translate(script):
-    """The script in Python. Each block has to have its "end", at its own depth."""
+    """Returns the script in Python. Each block must have an "end" with the same indentation."""
     lines = []
-    depths = []  # of the open blocks, the inner one last
+    depths = []  # indentation of the open blocks, innermost last
     for number, line in enumerate(script.splitlines(), 1):
         code = line.strip()
         depth = len(line) - len(line.lstrip())

@@ -7,9 +7,9 @@
 
 namespace pellix {
 
-/// Runs `action` and stops whatever it throws. A failed tty open throws a pointer to an exception:
-/// that is destroyed here.
-/// @return nothing when `action` came to its end, otherwise what the exception says of itself
+/// Runs `action` and catches whatever it throws. A failed tty open throws a pointer to an
+/// exception, which is deleted here.
+/// @return nothing if `action` returned, otherwise the text of the exception
 template <typename Action>
 std::optional<std::string> CatchAll(Action action) {
     try {

@@ -8,7 +8,7 @@ namespace pellix {
 
 namespace {
 
-// On purpose: the master's own separator, odd as it looks.
+// On purpose: the master expects exactly these three characters between two arguments.
 constexpr const char* kArgumentSeparator = ",-f";
 
 std::string JoinArguments(const std::vector<std::string>& arguments) {
@@ -24,8 +24,8 @@ std::string JoinArguments(const std::vector<std::string>& arguments) {
 
 }  // namespace
 
-Command::Command(const std::string& key, int form, const std::vector<std::string>& values)
-    : created(std::chrono::steady_clock::now()), name(key), type(form), arguments(values) {}
+Command::Command(const std::string& name, int type, const std::vector<std::string>& arguments)
+    : created(std::chrono::steady_clock::now()), name(name), type(type), arguments(arguments) {}
 
 std::string Command::FormatLine() const {
     switch (type) {
@@ -53,7 +53,7 @@ void Command::SetState(int newState) {
                   << "SetCommandState";
         return;
     }
-    condition.notify_all();  // who wakes up finds the mutex free
+    condition.notify_all();  // without the mutex, so that the waiting thread gets it at once
 }
 
 void Command::Fail(int newStatus) {

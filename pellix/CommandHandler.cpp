@@ -11,17 +11,17 @@ namespace pellix {
 
 namespace {
 
-// Bounds the cost of a notification that came between reading the state and waiting for it.
+// Longest delay when the notification comes between reading the state and waiting for it.
 constexpr std::chrono::milliseconds kWaitSlice{5};
 
 }  // namespace
 
-CommandHandler::CommandHandler(Connection* line, DeviceHandler* deviceHandler, double seconds,
-                               std::chrono::milliseconds patience)
-    : connection(line),
-      timeout(seconds),
-      removalPatience(patience),
-      parser(*line, *deviceHandler, *this) {}
+CommandHandler::CommandHandler(Connection* connection, DeviceHandler* deviceHandler, double timeout,
+                               std::chrono::milliseconds removalPatience)
+    : connection(connection),
+      timeout(timeout),
+      removalPatience(removalPatience),
+      parser(*connection, *deviceHandler, *this) {}
 
 Command* CommandHandler::SendQuery(const std::string& name) {
     return Send(name, kQuery, {});
@@ -48,7 +48,7 @@ Command* CommandHandler::Send(const std::string& name, int type,
         LogLine() << "Failed to add new command " << name << " to queue";
         return nullptr;
     }
-    Command* const command = created.release();  // RemovePending() destroys it from here
+    Command* const command = created.release();  // RemovePending() deletes it from here on
     if (connection->Write(command->FormatLine()) != 0) {
         LogLine() << "Failed to send command " << name;
         RemovePending(command);
@@ -85,7 +85,7 @@ int CommandHandler::WaitForFinished(Command* command) {
     } catch (const std::exception&) {
         LogLine() << "Exception occured in "
                   << "WaitForFinished";
-        command->Fail(kResultTimeout);  // a request that was not confirmed is no success
+        command->Fail(kResultTimeout);  // an unconfirmed request must not count as a success
         return kFailed;
     }
 }
@@ -151,7 +151,8 @@ void CommandHandler::AwaitRemovalBeforeQuery(const std::string& name) {
     });
 }
 
-/// The command whose replies a done one of the same name still takes, or null. Needs the mutex.
+/// @return the command whose replies a finished one of the same name still receives, or null; the
+///         caller holds the mutex
 const Command* CommandHandler::NextAfterDone(const std::string& name) const {
     const auto isNamed = [&name](const Command* command) { return command->GetName() == name; };
     const auto oldest = std::find_if(activeCommands.begin(), activeCommands.end(), isNamed);

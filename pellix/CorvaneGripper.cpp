@@ -14,13 +14,13 @@ using namespace layout;
 
 namespace {
 
-/// Signed 16-bit big-endian hundredths.
+/// Decodes signed 16-bit big-endian hundredths.
 double DecodeHundredths(std::uint8_t high, std::uint8_t low) {
     return static_cast<std::int16_t>(high << 8 | low) / kScale;
 }
 
-/// On purpose: adds a half and truncates toward zero, so -2.0 becomes -199. Clamped first, because
-/// a number out of range cannot be cast.
+// On purpose: adds 0.5 and truncates toward zero, as clients have always seen it (-2.0 gives -199).
+// Clamps first, because casting a number out of range is undefined.
 std::vector<std::uint8_t> EncodeHundredths(double value) {
     using Limits = std::numeric_limits<std::int16_t>;
     const double scaled = std::clamp<double>(value * kScale + 0.5, Limits::min(), Limits::max());
@@ -28,7 +28,7 @@ std::vector<std::uint8_t> EncodeHundredths(double value) {
     return {static_cast<std::uint8_t>(raw >> 8), static_cast<std::uint8_t>(raw & 0xFF)};
 }
 
-/// Byte `number` of the process input data; 0 when they are not valid.
+/// @return byte `number` of the process input data; 0 if they are not valid
 std::uint8_t PdinByte(Pellix& link, std::size_t number) {
     const auto pdin = link.GetDevice().GetPDIN();
     return pdin.size() == kPdinLength ? pdin[number] : std::uint8_t{0};
@@ -38,7 +38,7 @@ bool PdinFlag(Pellix& link, std::uint8_t mask) {
     return (PdinByte(link, kStateByte) & mask) != 0;
 }
 
-/// The value stored after a read request, whatever came of the request.
+/// @return the stored value after a read request, even if the request failed
 std::vector<std::uint8_t> ReadValue(Pellix& link, ParameterAddress address) {
     link.ReadParameter(address.index, address.subindex);
     return link.GetParameter(address.index, address.subindex);

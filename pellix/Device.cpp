@@ -14,11 +14,11 @@ namespace {
 constexpr std::size_t kPdinBits = 3;   // element of the device information
 constexpr std::size_t kPdoutBits = 4;  // element of the device information
 
-// Far more than an IO-Link device can have: a longer claim is nonsense.
+// Far more than an IO-Link device can have; a larger length is invalid and allocates nothing.
 constexpr std::uint32_t kMostProcessDataBytes = 65536;
 
-// A gripper has some hundred. A master that invents them without end would use up the memory, and
-// make every search in the list slower, those for the names of other masters' grippers too.
+// A gripper has about a hundred. Without a limit, a faulty master could use up the memory and slow
+// down every lookup, because lookups search the parameters of all masters.
 constexpr std::size_t kMostParameters = 4096;
 
 std::uint32_t ElementOrZero(const std::vector<std::uint32_t>& numbers, std::size_t element) {
@@ -59,7 +59,7 @@ void Device::SetParameter(unsigned index, unsigned subindex,
     LogLine() << "Creating parameter " << index << " / " << subindex;
     auto parameter = std::make_unique<Parameter>(wantedIndex, wantedSubindex, value);
     parameters.push_back(parameter.get());
-    (void)parameter.release();  // parameters owns it from here
+    (void)parameter.release();  // parameters owns it from here on
     ++parameterRevision;
 }
 
@@ -90,7 +90,7 @@ std::vector<std::uint8_t> Device::GetPDIN() {
 
 void Device::SetPDIN(const std::vector<std::uint8_t>& bytes) {
     const std::lock_guard<std::mutex> lock(pdinMutex);
-    pdin = bytes;  // into memory that it has already
+    pdin = bytes;  // reuses the memory: PDIN lines come thousands of times a second
 }
 
 std::vector<std::uint8_t> Device::GetPDOUT() {
@@ -127,9 +127,9 @@ void Device::SetMode(int newMode) {
     }
 }
 
-// On purpose: no locks, and the parameters are forgotten without being destroyed. A reader that
-// copies a member meanwhile races with this; clear() frees no storage, so it reads old bytes or
-// none. The race and the leak are named in tests/support/tsan.supp and lsan.supp.
+// On purpose: takes no lock and drops the parameters without freeing them, because another thread
+// may be copying a value. clear() frees no storage, so that such a reader gets old bytes or none.
+// tests/support/tsan.supp lists the race, lsan.supp the leak.
 void Device::ClearData() {
     pdin.clear();
     pdout.clear();

@@ -10,10 +10,10 @@
 
 namespace pellix {
 
-/// What the master last reported about the IO-Link device on its port.
+/// Model of the IO-Link device behind a master: the data that the master last reported.
 ///
-/// Threads: the parser thread writes, any thread reads. Getters return copies; setters replace
-/// the whole member. Each takes exactly one lock.
+/// Threads: the parser thread calls the setters, any thread the getters. Getters return copies,
+/// setters replace the whole value.
 class Device {
 public:
     Device() = default;
@@ -21,14 +21,15 @@ public:
     Device& operator=(const Device&) = delete;
     virtual ~Device();
 
-    /// Stores the value bytes of (index, subindex), as a new parameter when it is the first.
+    /// Stores the value of (index, subindex), first byte first. Of more than 4096 parameters the
+    /// rest is dropped (logged).
     virtual void SetParameter(unsigned index, unsigned subindex,
                               const std::vector<std::uint8_t>& value);
 
-    /// Empty when nothing is known of (index, subindex).
+    /// @return the stored value; empty if there is none (logged)
     virtual std::vector<std::uint8_t> GetParameter(unsigned index, unsigned subindex);
 
-    /// Another number whenever a parameter may have changed.
+    /// @return a number that changes whenever a parameter may have changed
     unsigned GetParameterRevision() const { return parameterRevision; }
 
     /// Process input data, first byte first.
@@ -42,14 +43,15 @@ public:
     /// The numbers of the last "DEVINFO" line, in order.
     virtual std::vector<std::uint32_t> GetDeviceInfo();
 
-    /// Replaces the device information and fills empty process data with zeros of the length
-    /// that elements 3 (PDIN) and 4 (PDOUT), in bits, tell.
+    /// Replaces the device information. Process data that are empty are filled with zeros, to the
+    /// length in bits that element 3 (PDIN) or 4 (PDOUT) gives.
     virtual void SetDeviceInfo(std::vector<std::uint32_t> numbers);
 
-    /// Data-link mode code, kModeNone at first.
+    /// @return data-link mode code; kModeNone at first
     int GetMode() const { return mode; }
 
-    /// Stores the mode; the modes that mean another or a restarted device forget all data.
+    /// Stores the mode. kModePowerFault and kModeEstablishCommunication, after which another device
+    /// may answer, also clear all data.
     void SetMode(int newMode);
 
 private:
@@ -64,8 +66,9 @@ private:
     std::mutex pdinMutex;                         // guards pdin
     std::mutex pdoutMutex;                        // guards pdout
     std::mutex deviceInfoMutex;                   // guards deviceInfo
-    std::atomic<unsigned> parameterRevision = 0;  // raised after each change of parameters
+    std::atomic<unsigned> parameterRevision = 0;  // incremented after each change of parameters
     std::atomic<int> mode = 0;
+    // Describe the object in a debugger; nothing reads them.
     const std::string name = "Generic IO-Link Device";
     const std::string type = "generic";
 };

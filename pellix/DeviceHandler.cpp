@@ -14,8 +14,8 @@ std::string DeviceHandler::GetID() const {
     return id;
 }
 
-// Events ("EV") and the "PDDIV", "CQ" and "DQ" reports are known and of no use here: like any
-// other key they change nothing.
+// Masters also send events ("EV") and "PDDIV", "CQ" and "DQ" reports. The daemon does not use them
+// and ignores them like any unknown key.
 void DeviceHandler::HandleResponse(const std::string& key, const std::string& value) {
     if (key == kKeyId) {
         StoreID(value);
@@ -42,7 +42,7 @@ void DeviceHandler::StoreID(const std::string& value) {
     id = quoted ? value.substr(1, value.size() - 2) : value;
 }
 
-/// Comes thousands of times a second: the memory of the list goes round.
+/// Runs thousands of times a second, so it reuses the memory of the list.
 void DeviceHandler::StoreProcessInput(const std::string& value) {
     if (auto bytes = ReadByteList(value, std::move(processInput))) {
         device->SetPDIN(*bytes);

@@ -18,14 +18,14 @@ public:
     DeviceHandler& operator=(const DeviceHandler&) = delete;
     virtual ~DeviceHandler() = default;
 
-    /// The value of the last "ID" line without its quotes; empty until one came. Any thread.
+    /// @return value of the last "ID" line, without its quotes; empty before the first. Any thread.
     std::string GetID() const;
 
-    /// Applies one data line, `key`=`value`. Parser thread only. Malformed lines change nothing
-    /// and are not reported; nothing is thrown for them.
+    /// Applies the data line `key`=`value`. Malformed lines and unknown keys are ignored without a
+    /// log line. Parser thread only.
     void HandleResponse(const std::string& key, const std::string& value);
 
-    /// The device model, which lives as long as the handler. Any thread.
+    /// @return the device model, which lives as long as the handler. Any thread.
     Device& GetDevice() const { return *device; }
 
 private:
@@ -35,7 +35,7 @@ private:
     void StoreParameter(const std::string& key, const std::string& value);
 
     const std::unique_ptr<Device> device;
-    std::vector<std::uint8_t> processInput;  // memory for the next line's bytes
+    std::vector<std::uint8_t> processInput;  // keeps its memory for the bytes of the next line
     std::string id;
     mutable std::mutex idMutex;  // guards id; no other lock is taken under it
 };

@@ -12,7 +12,7 @@ bool IsContinuation(char byte) {
     return (static_cast<std::uint8_t>(byte) & 0xC0) == 0x80;
 }
 
-/// Number of bytes that `lead` announces; 0 when no UTF-8 character begins with it.
+/// @return length in bytes of a UTF-8 character that begins with `lead`; 0 if none does
 std::size_t AnnouncedLength(std::uint8_t lead) {
     if (lead < 0x80) {
         return 1;
@@ -26,7 +26,7 @@ std::size_t AnnouncedLength(std::uint8_t lead) {
     return lead >= 0xF0 && lead <= 0xF4 ? 4 : 0;
 }
 
-/// Some sequences of the right shape are none: overlong forms, surrogates, beyond U+10FFFF.
+/// Rejects well-formed sequences that are invalid: overlong forms, surrogates, above U+10FFFF.
 bool IsAllowedSecond(std::uint8_t lead, std::uint8_t second) {
     switch (lead) {
         case 0xE0:
@@ -42,7 +42,7 @@ bool IsAllowedSecond(std::uint8_t lead, std::uint8_t second) {
     }
 }
 
-/// Length of the UTF-8 character that `text` begins with; 0 when it begins with none.
+/// @return length in bytes of the UTF-8 character at the start of `text`; 0 if there is none
 std::size_t CharacterLength(std::string_view text) {
     const auto lead = static_cast<std::uint8_t>(text.front());
     const std::size_t length = AnnouncedLength(lead);

@@ -6,10 +6,10 @@
 
 namespace pellix {
 
-/// Text of a device parameter, safe for an XML-RPC string: one odd serial number must not spoil
-/// the list of all grippers. Trailing zero bytes are cut. What would not reach a client unharmed
-/// becomes "?": control bytes below 0x20 but TAB and LF, bytes that are not UTF-8 (one "?" each),
-/// characters that XML does not know, and characters beyond the basic plane.
+/// Converts a device parameter to text that is safe in an XML-RPC string, so that one invalid
+/// serial number does not make the list of all grippers unreadable. Cuts trailing zero bytes.
+/// Replaces by "?": control bytes below 0x20 except TAB and LF, each byte of invalid UTF-8,
+/// characters that XML does not allow, and characters above U+FFFF. Any thread may call.
 std::string ToSafeText(const std::vector<std::uint8_t>& bytes);
 
 }  // namespace pellix

@@ -11,7 +11,7 @@ namespace pellix::layout {
 inline constexpr std::size_t kPdinLength = 4;   // bytes
 inline constexpr std::size_t kPdoutLength = 2;  // bytes
 
-// PDOUT byte 0. Bit 3 is nobody's; byte 1 is the number of the parameter set.
+// PDOUT byte 0. Bit 3 is unused. Byte 1 is the number of the parameter set.
 inline constexpr std::uint8_t kDirectionGrip = 0x01;
 inline constexpr std::uint8_t kEnable = 0x02;
 inline constexpr std::uint8_t kReferenceRun = 0x04;
@@ -19,7 +19,8 @@ inline constexpr std::uint8_t kHoldfast = 0x10;
 inline constexpr unsigned kLedPresetShift = 5;
 inline constexpr std::uint8_t kBelowLedPreset = 0x1F;
 
-// PDIN bytes 0 and 1 are the position, byte 2 the status, byte 3 state code and flags.
+// PDIN: bytes 0 and 1 are the position (signed, big-endian), byte 2 the status, byte 3 the state
+// code and flags.
 inline constexpr std::size_t kStatusByte = 2;
 inline constexpr std::size_t kStateByte = 3;
 inline constexpr std::uint8_t kLowNibble = 0x0F;
@@ -30,7 +31,7 @@ inline constexpr std::uint8_t kTempFault = 0x20;
 inline constexpr std::uint8_t kTempWarn = 0x40;
 inline constexpr std::uint8_t kMaintenance = 0x80;
 
-// Indices of the first parameter set and of the first LED; the number is added, uncut.
+// Indices of parameter set 0 and LED 0. The client's number, 0 to 255, is added without a check.
 inline constexpr unsigned kFirstSetIndex = 0x60;
 inline constexpr unsigned kNoPartLimitSubindex = 1;
 inline constexpr unsigned kReleaseLimitSubindex = 2;

@@ -15,10 +15,10 @@ using pellix::CatchAll;
 
 namespace {
 
-// A monitor that fails again and again must not fill the log.
+// Limits the log lines of a monitor that keeps failing.
 constexpr std::chrono::milliseconds kNoDevicePause{10};
 
-/// libudev gives null for whatever is missing.
+/// libudev returns null for a missing property.
 std::string_view TextOrEmpty(const char* text) {
     return text == nullptr ? "" : text;
 }
@@ -27,7 +27,7 @@ std::string_view Attribute(udev_device* device, const char* name) {
     return TextOrEmpty(udev_device_get_sysattr_value(device, name));
 }
 
-/// The USB device that `device` belongs to, owned by `device`; null when there is none.
+/// @return the USB device that `device` belongs to, owned by `device`; null if there is none
 udev_device* UsbParent(udev_device* device) {
     return udev_device_get_parent_with_subsystem_devtype(device, "usb", "usb_device");
 }
@@ -36,7 +36,7 @@ std::string DeviceNode(udev_device* device) {
     return std::string(TextOrEmpty(udev_device_get_devnode(device)));
 }
 
-/// A monitor of the tty events that udev sends, in blocking mode; null when there is none.
+/// @return a monitor of udev's tty events, in blocking mode; null if it cannot be created
 UdevMonitor OpenMonitor(udev* context) {
     UdevMonitor monitor(context == nullptr ? nullptr
                                            : udev_monitor_new_from_netlink(context, "udev"));
@@ -45,7 +45,7 @@ UdevMonitor OpenMonitor(udev* context) {
         udev_monitor_enable_receiving(monitor.get()) < 0) {
         return nullptr;
     }
-    // On purpose: receiving waits until an event arrives.
+    // On purpose: blocking, so that receiving waits for the next event without polling.
     const int fd = udev_monitor_get_fd(monitor.get());
     ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) & ~O_NONBLOCK);
     return monitor;
@@ -107,7 +107,7 @@ void GripperManager::EnumerateDevices() {
     udev_enumerate_scan_devices(scan.get());
     for (udev_list_entry* entry = udev_enumerate_get_list_entry(scan.get()); entry != nullptr;
          entry = udev_list_entry_get_next(entry)) {
-        // Null when the device has vanished since the scan.
+        // Null if the device has been unplugged since the scan.
         const UdevDevice device(
             udev_device_new_from_syspath(udev.get(), udev_list_entry_get_name(entry)));
         PrintDeviceInfo(device.get());
@@ -122,7 +122,8 @@ void GripperManager::EnumerateDevices() {
     }
 }
 
-/// On purpose: the thread object is forgotten; tests/support/lsan.supp names it.
+// On purpose: the thread is never joined and its object never freed, because nothing can end the
+// thread's wait for an event. tests/support/lsan.supp lists the leak.
 void GripperManager::StartMonitor() {
     if (CatchAll([this] {
             monitorThread = new std::thread([shared = registry] { MonitorLoop(*shared); });
@@ -131,7 +132,7 @@ void GripperManager::StartMonitor() {
     }
 }
 
-/// Runs on the monitor thread, with a libudev context of its own: a context belongs to one thread.
+/// Has its own libudev context, because a context must not be shared between threads.
 void GripperManager::MonitorLoop(LinkRegistry& registry) {
     const UdevContext context(udev_new());
     const UdevMonitor monitor = OpenMonitor(context.get());
@@ -140,7 +141,7 @@ void GripperManager::MonitorLoop(LinkRegistry& registry) {
         return;
     }
     for (;;) {
-        // Nothing to flush before the wait: every log line is handed over at once.
+        // No flush is needed before the wait: log lines are not buffered.
         const UdevDevice device(udev_monitor_receive_device(monitor.get()));
         if (device == nullptr) {
             LogLine() << "No device from receive_device(). An error occured.";

@@ -11,28 +11,29 @@
 #include "pellix/LinkRegistry.h"
 
 /// Finds PELLIX masters through udev, at start and by hot-plug, and keeps one link for each.
-/// There is one for the process.
+/// The process has one GripperManager.
 class GripperManager {
 public:
-    /// Adds the masters that are attached, which may take seconds for each that does not answer,
-    /// and starts the monitor thread. Ends the process with status 1 when there is no udev.
+    /// Adds the attached masters, which takes seconds for each that does not answer, and starts
+    /// the monitor thread. Ends the process with status 1 if udev is not available.
     GripperManager();
     GripperManager(const GripperManager&) = delete;
     GripperManager& operator=(const GripperManager&) = delete;
 
-    /// Destroys links as LinkRegistry::Close() says. The monitor thread is neither stopped nor
-    /// joined: the process ends right after. It only uses what it shares with the manager.
+    /// Destroys links as LinkRegistry::Close() describes. Does not stop or join the monitor thread,
+    /// because the process ends right after. That thread uses only the registry, which it shares.
     ~GripperManager();
 
-    /// As in LinkRegistry; any thread.
+    /// See LinkRegistry. Any thread.
     LinkInUse GetLink(const std::string& deviceString) { return registry->GetLink(deviceString); }
     std::vector<std::string> GetGrippers() { return registry->GetGrippers(); }
 
-    /// Whether `device` is the tty of a PELLIX master; logged when it is. Null is none, and so is
-    /// a device without a node.
+    /// @param device may be null
+    /// @return whether `device` is the tty of a PELLIX master and has a device node (then logged)
     static bool IsCompatibleDevice(udev_device* device);
 
-    /// Logs node, subsystem and USB identity of `device`; what is missing prints as nothing.
+    /// Logs node, subsystem and USB identity of `device`; missing properties as empty texts.
+    /// @param device may be null, which logs nothing
     static void PrintDeviceInfo(udev_device* device);
 
 private:
@@ -42,5 +43,5 @@ private:
 
     const std::shared_ptr<LinkRegistry> registry = std::make_shared<LinkRegistry>();
     UdevContext udev;
-    std::thread* monitorThread = nullptr;  // on purpose never joined, detached or destroyed
+    std::thread* monitorThread = nullptr;  // never joined or destroyed: see StartMonitor()
 };

@@ -6,24 +6,25 @@
 
 namespace pellix {
 
-/// Operations that an HVA or MZD gripper has. Threads, blocking and results as in the base.
+/// Operations of the HVA and MZD models. Threads, blocking and results as in CorvaneGripper.
 class HVA : public CorvaneGripper {
 public:
-    /// Asks for the device information and tells whether it is that of an HVA or MZD.
-    /// @throws std::out_of_range when the information ends after the vendor id
+    /// Requests the device information, so it blocks as long as a request.
+    /// @return whether the device is an HVA or MZD
+    /// @throws std::out_of_range if the information ends after the vendor id
     static bool IsSupported(Pellix& link);
 
-    /// Drive on, and a reference run.
+    /// Switches the drive on and starts a reference run.
     static unsigned Reference(Pellix& link);
 
-    /// Force of parameter set `set`; 0 when the value is not one byte long.
+    /// @return force of parameter set `set`; 0 if the value is not one byte long
     static std::uint8_t GetForce(Pellix& link, std::uint8_t set);
     static unsigned SetForce(Pellix& link, std::uint8_t set, std::uint8_t force);
 
     static unsigned SetOverrideGrip(Pellix& link, std::uint8_t value);
     static unsigned SetOverrideRelease(Pellix& link, std::uint8_t value);
 
-    /// False when the value is not one byte long.
+    /// @return false if the value is zero or not one byte long
     static bool GetReferenceDirection(Pellix& link);
     static unsigned SetReferenceDirection(Pellix& link, bool direction);
 };

@@ -28,7 +28,8 @@ void Pause() {
     std::this_thread::sleep_for(kIdlePause);
 }
 
-/// Field `number` of a status line, whose fields are separated by single blanks; empty if missing.
+/// @return field `number` of a status line, whose fields are separated by single blanks; empty if
+///         missing
 std::string Field(std::string_view text, int number) {
     for (; number > 0; --number) {
         const std::size_t blank = text.find(' ');
@@ -40,7 +41,7 @@ std::string Field(std::string_view text, int number) {
     return std::string(text.substr(0, text.find(' ')));
 }
 
-/// Whether `text` begins with a line marked with "@" that is not a status line.
+/// @return whether `text` begins with a line that is marked with "@" but is not a status line
 bool IsEventDataLine(std::string_view text) {
     const std::string_view word = text.substr(0, 4);
     return word.starts_with('@') && word != "@ACK" && word != "@FIN" && word != "@ERR";
@@ -48,8 +49,9 @@ bool IsEventDataLine(std::string_view text) {
 
 }  // namespace
 
-InputParser::InputParser(Connection& input, DeviceHandler& model, CommandHandler& handler)
-    : connection(input), deviceHandler(model), commands(handler) {}
+InputParser::InputParser(Connection& connection, DeviceHandler& deviceHandler,
+                         CommandHandler& commands)
+    : connection(connection), deviceHandler(deviceHandler), commands(commands) {}
 
 void InputParser::Parse() {
     if (linesLeft || ReadInput()) {
@@ -57,7 +59,7 @@ void InputParser::Parse() {
     }
 }
 
-/// @return whether there is input to cut into lines
+/// @return whether there is input to split into lines
 bool InputParser::ReadInput() {
     if (reopenRequested) {
         if (!TryReopen()) {
@@ -93,7 +95,7 @@ bool InputParser::Append(const std::string& data) {
         LogLine() << "Clearing previous input stream error: " << State(inputStream);
         inputStream.clear();
     }
-    inputStream.str(std::string());  // all of it has been read; a stream never frees that by itself
+    inputStream.str(std::string());  // frees the input already read, which a stream never does
     inputStream << remainder << data;
     if (!inputStream.good()) {
         LogLine() << "Error after adding input to stream: " << State(inputStream);
@@ -112,8 +114,8 @@ bool InputParser::Append(const std::string& data) {
     return true;
 }
 
-/// Whole lines are cut out of the stream's text by hand, which takes a quarter of the time; the
-/// stream itself only reads what is behind the last of them.
+/// Takes complete lines directly from the stream's text, which needs a quarter of the time of
+/// std::getline(). The stream itself reads only the text after the last complete line.
 void InputParser::HandleLines() {
     linesLeft = true;
     const std::string_view input = inputStream.view();
@@ -128,7 +130,7 @@ void InputParser::HandleLines() {
         HandleLine(text);
     }
     linesLeft = false;
-    const std::size_t rest = std::exchange(nextLine, 0);  // before anything can throw
+    const std::size_t rest = std::exchange(nextLine, 0);  // reset before anything can throw
     if (rest < input.size()) {
         inputStream.seekg(static_cast<std::streamoff>(rest));
         std::getline(inputStream, line);
@@ -136,10 +138,10 @@ void InputParser::HandleLines() {
     }
 }
 
-/// On purpose: a last line without its line feed has been read and is lost; the stream stays at
-/// its end until the next input comes.
+// On purpose: drops a last line without its line feed, because a master's lines are short and
+// normally arrive whole. The stream stays at its end until the next input arrives.
 void InputParser::SettleStream() {
-    if (!inputStream.fail()) {  // neither fail nor bad bit
+    if (!inputStream.fail()) {  // tests the fail bit and the bad bit
         return;
     }
     if (inputStream.eof()) {
@@ -187,7 +189,7 @@ void InputParser::HandleLine(std::string_view text) {
     }
 }
 
-/// On purpose: the value ends at a second "=".
+// On purpose: the value ends at a second "=", because no valid value contains one.
 void InputParser::HandleData(std::string_view text, bool eventLine) {
     const std::size_t equals = text.find('=');
     key = text.substr(0, equals);
@@ -210,11 +212,12 @@ void InputParser::HandleData(std::string_view text, bool eventLine) {
     }
 }
 
-/// Whether the command that this data line ends is ended by the next line anyway. Ended by both, it
-/// could be removed in between, and the FIN would end a younger command of its name: a refused
-/// setting right after a reading of the same parameter would count as done.
+/// @return whether a FIN line for the same command follows this data line. The FIN alone must then
+///         finish the command. If both did, the sender could remove the command in between, and
+///         the FIN would finish a younger one of the same name: a refused assignment right after a
+///         query of the same parameter would count as a success.
 ///
-/// Data lines that the master sent of its own accord may stand in between: they end no command.
+/// Skips data lines marked with "@", which the master sends unasked and which finish no command.
 bool InputParser::FinFollows() {
     std::string_view rest = inputStream.view().substr(nextLine);
     while (IsEventDataLine(rest)) {

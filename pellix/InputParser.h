@@ -13,18 +13,19 @@ namespace pellix {
 class CommandHandler;
 class DeviceHandler;
 
-/// Cuts the master's input into lines: status lines complete commands, data lines go to the device
-/// model. Reopens the connection of a master that has gone silent.
+/// Splits the master's input into lines. Status lines complete commands, data lines go to the
+/// device model. Reopens the connection when the master has been silent for eleven reads.
 ///
-/// Parser thread only; needs no lock.
+/// Parser thread only; has no lock.
 class InputParser {
 public:
-    /// All three outlive the parser.
-    InputParser(Connection& input, DeviceHandler& model, CommandHandler& handler);
+    /// The parameters outlive the parser.
+    InputParser(Connection& connection, DeviceHandler& deviceHandler, CommandHandler& commands);
 
-    /// One pass: at most one read, then every complete line that it made available.
-    /// @throws std::invalid_argument, std::out_of_range for an "ERR" line without a usable number;
-    ///         the next pass goes on with the line after it before it reads again
+    /// Makes one pass: at most one read, then handles every complete line that it brought. Blocks
+    /// as long as Connection::Read().
+    /// @throws std::invalid_argument, std::out_of_range for an "ERR" line without a valid number;
+    ///         the next pass continues with the line after it before it reads again
     void Parse();
 
 private:
@@ -45,12 +46,12 @@ private:
     std::string line;
     std::string key;
     std::string value;
-    std::size_t nextLine = 0;  // where in the stream's text the next line begins
-    std::string remainder;     // kept from the pass before
-    std::uint32_t emptyReads = 0;
-    std::uint32_t pdinCount = 0;  // "PDIN" lines since the last sign of life
-    bool reopenRequested = false;
-    bool linesLeft = false;  // an exception left lines of this input unhandled
+    std::size_t nextLine = 0;      // position of the next line in the stream's text
+    std::string remainder;         // left by the previous pass
+    std::uint32_t emptyReads = 0;  // consecutive reads without input
+    std::uint32_t pdinCount = 0;   // "PDIN" lines since the last "PDIN active"
+    bool reopenRequested = false;  // the last reopen failed; the next pass tries again
+    bool linesLeft = false;        // an exception left lines of this input unhandled
 };
 
 }  // namespace pellix

@@ -15,7 +15,7 @@ namespace {
 constexpr std::chrono::milliseconds kLookupTimeout{100};
 constexpr int kAddFailed = -1;
 
-/// A client's text for the log, where a line must stay one line whatever the text holds.
+/// Escapes line breaks in a client's text, so that it stays on one line of the log.
 std::string OnOneLine(const std::string& text) {
     std::string line;
     for (const char c : text) {
@@ -92,7 +92,7 @@ int LinkRegistry::AddDevice(const std::string& node) {
         LogLine() << "Failed to initialize new device: " << result;
         return static_cast<int>(result);
     }
-    // On purpose: the caller hears of success; the link is gone.
+    // On purpose: returns success although the link is lost, because the master itself answered.
     if (CatchAll([&] { Append(std::move(link)); })) {
         LogLine() << "Failed to add PELLIX to list";
     }
@@ -110,14 +110,14 @@ void LinkRegistry::Append(std::unique_ptr<Pellix> link) {
     const std::lock_guard<std::timed_mutex> lock(mutex);
     if (!closed) {
         links.push_back(link.get());
-        (void)link.release();  // links owns it from here
+        (void)link.release();  // links owns it from here on
     }
 }
 
 void LinkRegistry::RemoveDevice(const std::string& node) {
     std::unique_lock<std::timed_mutex> lock(mutex);
     LogLine() << "Removing " << node;
-    // On purpose: the entry that moves into a freed place is not looked at; nodes are unique.
+    // On purpose: skips the entry that moves into a freed position, because nodes are unique.
     for (std::size_t i = 0; i < links.size(); ++i) {
         if (links[i] == nullptr || links[i]->GetPortName() != node) {
             continue;
@@ -128,8 +128,8 @@ void LinkRegistry::RemoveDevice(const std::string& node) {
     }
 }
 
-/// Calls that use the link come back without the lock being held, so that calls to other links go
-/// on; nobody can find the link any more by then.
+/// Waits for the calls that use the link without holding the lock, so that calls to other links
+/// continue. The link is already off the list, so that no new call finds it.
 void LinkRegistry::Remove(std::size_t position, std::unique_lock<std::timed_mutex>& lock) {
     std::unique_ptr<Pellix> link(links[position]);
     links.erase(links.begin() + static_cast<std::ptrdiff_t>(position));
@@ -152,9 +152,9 @@ std::unique_lock<std::timed_mutex> LinkRegistry::Close() {
             link->WaitUntilUnpinned(deadline);
         }
     }
-    // On purpose: the list shrinks while i grows, so with several links only every other one is
-    // destroyed; the rest is left to the end of the process. Those that go end their threads at
-    // the same time: one after the other, silent masters would hold up the stop for seconds.
+    // On purpose: destroys only every other link, because the list shrinks while i grows; the end
+    // of the process frees the rest. The threads of those links are told to end all at once: one
+    // after the other, silent masters would delay the stop by seconds each.
     for (std::size_t position = 0; position < links.size(); position += 2) {
         if (links[position] != nullptr) {
             links[position]->EndThreads();

@@ -8,52 +8,54 @@
 
 #include "pellix/Pellix.h"
 
-/// Lets a link go that GetLink() has handed out.
+/// Deleter of LinkInUse: unpins the link.
 struct UnpinLink {
     void operator()(pellix::Pellix* link) const { link->Unpin(); }
 };
 
-/// A link in use by a call, or null. The registry owns the link and does not destroy it as long
-/// as a call holds this.
+/// A link in use by a call, or null. The registry owns the link and does not destroy it while a
+/// call holds this.
 using LinkInUse = std::unique_ptr<pellix::Pellix, UnpinLink>;
 
 /// The open links, one for each attached master, in the order in which they were added.
 ///
-/// It is an object apart from the GripperManager because the monitor thread, which nobody joins,
-/// may be adding a master while the manager goes: the two share it.
+/// The GripperManager and its monitor thread share the registry, because that thread is never
+/// joined and may still be adding a master while the manager is destroyed.
 ///
-/// Any thread may call. Only GetLink() waits for the lock with a limit.
+/// Any thread may call. Every function but GetLink() waits for the lock without a limit.
 class LinkRegistry {
 public:
-    /// @param lastCalls how long Close() waits for calls; a call makes two requests at most, of 4 s
-    ///        each if the tty takes no bytes
-    explicit LinkRegistry(std::chrono::milliseconds lastCalls = std::chrono::seconds(9))
-        : patience(lastCalls) {}
+    /// @param patience longest time that Close() waits for calls. A call makes at most two
+    ///        requests, of 4 s each if the tty accepts no bytes.
+    explicit LinkRegistry(std::chrono::milliseconds patience = std::chrono::seconds(9))
+        : patience(patience) {}
     LinkRegistry(const LinkRegistry&) = delete;
     LinkRegistry& operator=(const LinkRegistry&) = delete;
 
-    /// The link whose device string is exactly `deviceString`; waits at most 100 ms for the lock.
-    /// @return null when there is none or the lock was not had (both logged)
+    /// Finds the link whose device string is exactly `deviceString`; waits at most 100 ms for the
+    /// lock.
+    /// @return null if there is none or the lock was not acquired in time (both logged)
     LinkInUse GetLink(const std::string& deviceString);
 
-    /// Device strings of the usable links. Asks a master without a valid ID for it again, which
-    /// may take a request's time-out under the lock.
+    /// Requests the ID of a master without a valid one again, which may take 1 s under the lock.
+    /// @return device strings of the usable links, in the order in which they were added
     std::vector<std::string> GetGrippers();
 
-    /// Opens and initialises a link on the device node, without the lock. A node that has a link
-    /// already keeps it and gets no second one, which would steal the first one's replies.
-    /// @return 0 when the node has its link, otherwise the failing request's result or -1
+    /// Opens and initialises a link on the device node, which may take seconds; the lock is free
+    /// meanwhile. If the node already has a link, keeps that one: a second link would take the
+    /// first one's replies.
+    /// @return 0 on success and if the node already has a link, the result of the request that
+    ///         failed, or -1 if the tty cannot be opened
     int AddDevice(const std::string& node);
 
-    /// Stops and destroys the link on the device node, if there is one, after the calls that use
-    /// it have come back (at most a request's time-out). Others can use the registry while it
-    /// waits for those calls, but not while it joins the link's threads and closes its tty.
+    /// Stops the link on the device node, if there is one, waits for the calls that use it (at most
+    /// one request timeout) and destroys it. The lock is free during that wait, but held while the
+    /// link's threads are joined and its tty is closed.
     void RemoveDevice(const std::string& node);
 
-    /// Destroys every other link, for the end of the process, and takes no new ones from then on.
-    /// Calls that still use a link get their answer if it comes in time. None should be under
-    /// way: the servers have stopped.
-    /// @return the lock, still held
+    /// Called when the process ends, after the servers have stopped. Destroys every other link and
+    /// accepts no new ones. Waits up to `patience` for calls that still use a link.
+    /// @return the lock, still held, so that no later lookup finds a link
     std::unique_lock<std::timed_mutex> Close();
 
 private:

@@ -6,22 +6,25 @@
 
 namespace pellix {
 
-/// Operations that only the MZD models have. Threads, blocking and results as in the base.
+/// Operations of the MZD models. Threads, blocking and results as in CorvaneGripper.
 class MZD : public HVA {
 public:
-    /// Asks for the device information and tells whether it is that of an MZD.
-    /// @throws std::out_of_range when the information ends after the vendor id
+    /// Requests the device information, so it blocks as long as a request.
+    /// @return whether the device is an MZD
+    /// @throws std::out_of_range if the information ends after the vendor id
     static bool IsSupported(Pellix& link);
 
     static unsigned Holdfast(Pellix& link, bool on);
 
-    /// Bit 2 of the status byte of the process input data; false while they are not valid.
+    /// Tells whether Holdfast() is in effect, from the last process input data; no method returns
+    /// it to clients.
+    /// @return bit 2 of the status byte; false without valid process data
     static bool GetHoldfastStatus(Pellix& link);
 
-    /// Selects LED preset 0 to 7; higher bits of `preset` fall away.
+    /// Selects LED preset 0 to 7; ignores the higher bits of `preset`.
     static unsigned SetLEDPreset(Pellix& link, std::uint8_t preset);
 
-    /// Settings of LED `led`; 0 when the value is not one byte long.
+    /// Settings of LED `led`; the getters return 0 if the value is not one byte long.
     static std::uint8_t GetLEDAnimation(Pellix& link, std::uint8_t led);
     static std::uint8_t GetLEDColor(Pellix& link, std::uint8_t led);
     static std::uint8_t GetLEDSpeed(Pellix& link, std::uint8_t led);

@@ -5,14 +5,14 @@
 
 namespace pellix {
 
-/// One ISDU parameter of an IO-Link device: the raw bytes as last read or written, in the order
-/// in which the device sends them. Has no lock: the device's parameter list guards it.
+/// One ISDU parameter of an IO-Link device: the bytes last read or written, in the order in which
+/// the device sends them. Has no lock; the mutex of the device's parameter list guards it.
 class Parameter {
 public:
     Parameter() = default;
-    Parameter(int isduIndex, int isduSubindex) : index(isduIndex), subindex(isduSubindex) {}
-    Parameter(int isduIndex, int isduSubindex, const std::vector<std::uint8_t>& bytes)
-        : index(isduIndex), subindex(isduSubindex), value(bytes) {}
+    Parameter(int index, int subindex) : index(index), subindex(subindex) {}
+    Parameter(int index, int subindex, const std::vector<std::uint8_t>& value)
+        : index(index), subindex(subindex), value(value) {}
     Parameter(const Parameter&) = delete;
     Parameter& operator=(const Parameter&) = delete;
     virtual ~Parameter() = default;
@@ -20,7 +20,7 @@ public:
     int GetIndex() const { return index; }
     int GetSubindex() const { return subindex; }
 
-    /// A copy, which stays as it is while another thread replaces the value.
+    /// @return a copy, which stays valid when the value is replaced
     std::vector<std::uint8_t> GetValue() const { return value; }
 
     void SetValue(const std::vector<std::uint8_t>& bytes) { value = bytes; }

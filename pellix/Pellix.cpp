@@ -22,11 +22,11 @@ constexpr std::chrono::milliseconds kPollPeriod{10};
 constexpr std::chrono::milliseconds kJoinPoll{1};
 constexpr int kHighestMode = kModePowerFault;
 
-/// How much later than asked the polls of a link may wake up.
+/// How much later than requested the kernel may wake a link's polls.
 constexpr std::chrono::nanoseconds kPollSlack = std::chrono::milliseconds(1);
 
-/// Lets the kernel end the calling thread's sleeps together with those of other links' polls: one
-/// timer then wakes many threads, and 32 idle links cost half as much processor time.
+/// Lets the kernel wake the calling thread together with other links' polls. One timer then wakes
+/// many threads, which halves the processor time of 32 idle links.
 void PollInStep() {
     ::prctl(PR_SET_TIMERSLACK, static_cast<unsigned long>(kPollSlack.count()));
 }
@@ -39,13 +39,13 @@ void Join(std::thread& thread) {
 
 }  // namespace
 
-Pellix::Pellix(const std::string& path) : devicePath(path) {
+Pellix::Pellix(const std::string& devicePath) : devicePath(devicePath) {
     try {
         auto connection = std::make_unique<SerialConnection>(devicePath);
         deviceHandler = std::make_unique<DeviceHandler>();
         commandHandler = std::make_unique<CommandHandler>(connection.get(), deviceHandler.get(),
                                                           kCommandTimeout);
-        (void)connection.release();  // commandHandler owns it from here
+        (void)connection.release();  // commandHandler owns it from here on
     } catch (...) {
         LogLine() << "Failed to open serial connection on " << devicePath;
         throw;
@@ -59,7 +59,8 @@ Pellix::~Pellix() {
     JoinStateThread();
 }
 
-/// The state thread may be waiting for a command that nobody answers or expires any more.
+/// The state thread may be waiting for a command. The parser and the timeout monitor have ended, so
+/// the command is expired here.
 void Pellix::JoinStateThread() {
     while (!stateLoopEnded) {
         commandHandler->CheckTimeouts();
@@ -122,7 +123,7 @@ void Pellix::Pin() {
 }
 
 void Pellix::Unpin() {
-    // Notified under the lock: the link may be gone as soon as it is released.
+    // Notifies under the lock, because the link may be destroyed as soon as the lock is released.
     const std::lock_guard<std::mutex> lock(pinMutex);
     if (--pins == 0) {
         unpinned.notify_all();
@@ -254,7 +255,8 @@ unsigned Pellix::UpdateDeviceString() {
 unsigned Pellix::Retry(std::string_view what, unsigned (Pellix::*request)()) {
     LogLine() << "Updating " << what;
     unsigned result = kResultOk;
-    // On purpose: announces a retry and pauses after the last attempt as well.
+    // On purpose: logs and pauses after the last attempt too, so that whatever the caller sends
+    // next also comes 100 ms after the failure.
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
         result = (this->*request)();
         if (result == kResultOk) {
@@ -295,8 +297,9 @@ bool Pellix::IsNamed(std::string_view text) const {
     return CurrentName() == text;
 }
 
-/// Put together anew only after a change: every call looks at the names of all links before its
-/// own. What is missing is asked for, and logged, each time. Under nameMutex.
+/// Builds the name again only after a parameter changed, because every lookup compares the names
+/// of all links. A missing parameter is looked up, and logged, each time. The caller holds
+/// nameMutex.
 const std::string& Pellix::CurrentName() const {
     if (!initialized) {
         LogLine() << "Pellix not initialized";
@@ -306,7 +309,7 @@ const std::string& Pellix::CurrentName() const {
         LogLine() << "Pellix not connected";
         return name;  // still empty
     }
-    const unsigned revision = GetDevice().GetParameterRevision();  // before what it stands for
+    const unsigned revision = GetDevice().GetParameterRevision();  // before reading the parameters
     if (nameRevision == revision) {
         return name;
     }
@@ -370,13 +373,13 @@ void Pellix::StateLoop() {
 void Pellix::FollowMode(int& previous) {
     const int mode = GetDeviceMode();
     if (mode <= kHighestMode && mode != previous && !ActOnMode(mode)) {
-        return;  // tried again at once, for as long as the mode stays
+        return;  // tries again at once while the mode stays the same
     }
     std::this_thread::sleep_for(kPollPeriod);
     previous = mode;
 }
 
-/// @return whether the mode's action is done
+/// @return whether the action for `mode` is complete
 bool Pellix::ActOnMode(int mode) {
     switch (mode) {
         case kModeEstablishCommunication:

@@ -19,103 +19,111 @@
 namespace pellix {
 
 /// Link to one PELLIX master: its tty, its commands, the model of the device behind it, and three
-/// threads: parser (reads the tty), timeout monitor (expires commands), state thread (brings the
-/// master to operate).
+/// threads: parser (reads the tty), timeout monitor (expires commands) and state thread (brings
+/// the master to operate).
 ///
-/// Requests may come from any thread. Each blocks until the master has answered or the command
-/// has timed out (about 1 s after it was created). While the tty takes no bytes it may last 1 s
-/// for its turn to write and 3 s for room.
-/// They return kResultOk, the master's error code, kResultTimeout or kResultNoCommand.
+/// Any thread may send requests. A request blocks until the master answers or the command times
+/// out, 1 s after its creation. If the tty accepts no bytes, it blocks up to 1 s for the write lock
+/// and 3 s for the tty. Requests return kResultOk, the master's error code, kResultTimeout or
+/// kResultNoCommand.
 class Pellix {
 public:
-    /// Opens the tty `path` ("/dev/ttyACM0"). No thread runs yet.
-    /// @throws std::exception* when it cannot be opened; the catcher deletes it.
-    explicit Pellix(const std::string& path);
+    /// Opens the tty `devicePath` ("/dev/ttyACM0"). Starts no thread.
+    /// @throws std::exception* if it cannot be opened; the catcher deletes it
+    explicit Pellix(const std::string& devicePath);
     Pellix(const Pellix&) = delete;
     Pellix& operator=(const Pellix&) = delete;
 
-    /// Ends and joins the threads, which needs at most one read (1 s) or write (4 s) plus one
-    /// request time-out, and closes the tty (see SerialConnection::Close()). Not while pinned.
+    /// Joins the threads, which takes at most one read (1 s) or write (4 s) plus one request
+    /// timeout, and closes the tty (see SerialConnection::Close()). Must not be pinned.
     virtual ~Pellix();
 
-    /// Starts the threads and reads identity, mode and, in modes 3 and 4, the device's data.
-    /// @return kResultOk, or the result of the request that failed five times: the link is then
+    /// Starts the threads and reads the master's ID, its mode and, in modes 3 and 4, the device's
+    /// data. Blocks up to 5.5 s for each request that fails. To be called once.
+    /// @return kResultOk, or the result of the request that failed five times; the link is then
     ///         unusable
+    /// @throws std::system_error if a thread cannot be started
     [[nodiscard]] unsigned Init();
 
-    /// The master has been unplugged: nothing is sent any more, and the state thread ends. The
-    /// other threads go on, so that requests under way still end. Any thread.
+    /// The master has been unplugged: sends nothing more and ends the state thread. The other
+    /// threads continue, so that pending requests still end. Any thread; does not block.
     void Stop();
 
-    /// Tells the threads to end, without waiting for them. Not while pinned: nothing expires the
-    /// commands of a call any more.
+    /// Tells the threads to end and does not wait for them. Must not be pinned, because nothing
+    /// expires a call's commands any more.
     void EndThreads() { running = false; }
 
-    /// Marks the link as used by a call. It is not to be destroyed before each Pin() has found
-    /// its Unpin(). Any thread; Pin() only while the link cannot be removed.
+    /// Mark the link as used by a call. It must not be destroyed before each Pin() is followed by
+    /// its Unpin(). Any thread; Pin() only under the lock of the LinkRegistry.
     void Pin();
     void Unpin();
     bool IsPinned() const;
     void WaitUntilUnpinned();
     void WaitUntilUnpinned(std::chrono::steady_clock::time_point deadline);
 
+    // Requests.
+
     unsigned RequestID();
     unsigned RequestMode();
     unsigned RequestDeviceInfo();
-    /// Reads product ID, then, if that succeeded, serial number.
+    /// Reads the product ID and, if that succeeds, the serial number.
     unsigned RequestDeviceString();
     unsigned RequestPDOUT();
     unsigned ReadParameter(unsigned index, unsigned subindex);
     unsigned WriteParameter(unsigned index, unsigned subindex,
                             const std::vector<std::uint8_t>& bytes);
     unsigned WritePDOUT(const std::vector<std::uint8_t>& bytes);
+    unsigned Operate();
+    unsigned Restart();
+
+    /// Requests that complete the master's command set; the daemon does not send them itself.
     unsigned SetDOUTINFO(unsigned number);
     unsigned SetROBINPUT(unsigned number);
     unsigned SetROBOUTPUT(unsigned number);
     unsigned StoreConfig();
     unsigned SysReset();
-    unsigned Operate();
-    unsigned Restart();
     unsigned Fallback(bool flag);
 
-    /// The requests above with up to five attempts, 100 ms apart.
+    /// The requests of these names, with up to five attempts, 100 ms apart.
     unsigned UpdateID();
     unsigned UpdateMode();
     unsigned UpdateDeviceInfo();
     unsigned UpdateDeviceString();
 
-    // What follows reads the model only; nothing is sent. Any thread.
+    // The following only read the model; they send nothing. Any thread.
 
-    /// Device node that the link was created on.
+    /// @return device node that the link was created on
     const std::string& GetPortName() const { return devicePath; }
 
-    /// The product that the master last reported about itself; empty until it did.
+    /// @return product that the master last reported about itself; empty before the first report
     std::string GetID() const;
 
-    /// Data-link mode code.
+    /// @return data-link mode code
     int GetDeviceMode() const;
 
     std::vector<std::uint8_t> GetParameter(unsigned index, unsigned subindex) const;
 
-    /// The device's information numbers; empty while not connected.
+    /// @return numbers of the last "DEVINFO" line; empty while not connected
     std::vector<std::uint32_t> GetDeviceInfo() const;
 
-    /// Whether the data of the device behind the master was read.
+    /// @return whether Init() has read the device's data or the device has started up since
     bool IsConnected() const { return connected; }
 
-    /// The text by which clients address master and gripper: product ID, and " SN:" and serial
-    /// number when there is one. Empty while not initialised or not connected (logged).
+    /// @return the text by which clients address master and gripper: product ID, then " SN:" and
+    ///         serial number if there is one. Empty while not initialised or not connected
+    ///         (logged).
     std::string GetDeviceString() const;
 
-    /// Whether GetDeviceString() gives `text`; logs the same.
+    /// @return whether GetDeviceString() equals `text`; logs the same
     bool IsNamed(std::string_view text) const;
 
+    /// See ModeName(); for users of a link who do not include Protocol.h.
     static std::string GetModeName(int mode);
 
-    /// Whether `product` is one of the products that a supported master calls itself.
+    /// @return whether `product` is the product name of a supported master
     static bool IsMasterProduct(std::string_view product);
 
-    /// The model of the device behind the master.
+    /// @return the model of the device behind the master; lives as long as the link
     Device& GetDevice() const { return deviceHandler->GetDevice(); }
 
 private:
@@ -144,13 +152,14 @@ private:
     std::thread timeoutMonitorThread;
     std::thread stateThread;
     std::atomic<bool> stopped = false;        // the master has been unplugged
-    std::atomic<bool> running = false;        // the three loops go on while it is true
-    std::atomic<bool> stateLoopEnded = true;  // nothing of the state thread waits any more
-    mutable std::string name;  // the device string last put together; guarded by nameMutex
-    mutable std::optional<unsigned> nameRevision;  // of the parameters; guarded by nameMutex
-    mutable std::mutex nameMutex;                  // taken before the device's locks
-    unsigned pins = 0;                             // guarded by pinMutex
-    mutable std::mutex pinMutex;                   // guards pins; no other lock is taken under it
+    std::atomic<bool> running = false;        // the three loops run while it is true
+    std::atomic<bool> stateLoopEnded = true;  // the state thread waits for no command
+    mutable std::string name;                 // cached device string; guarded by nameMutex
+    // Revision of the parameters that `name` was built from; guarded by nameMutex.
+    mutable std::optional<unsigned> nameRevision;
+    mutable std::mutex nameMutex;  // taken before the device's locks
+    unsigned pins = 0;             // guarded by pinMutex
+    mutable std::mutex pinMutex;   // guards pins; no other lock is taken under it
     std::condition_variable unpinned;
 };
 

@@ -14,7 +14,7 @@ constexpr std::array kModeNames = {"DL_NONE",    "DL_ESTABCOMM", "DL_STARTUP", "
 
 constexpr std::uint8_t kNoDigit = 99;
 
-/// By character code: what it counts as a digit, of base 16 at most.
+/// Value of each character code as a digit of base 16 or lower.
 constexpr auto kDigitValues = [] {
     std::array<std::uint8_t, 256> values{};
     values.fill(kNoDigit);
@@ -35,7 +35,7 @@ bool IsBlank(char c) {
     return c == ' ' || (c >= '\t' && c <= '\r' && c != '\n');
 }
 
-/// Written out: the library's search for a set of characters costs more than reading the number.
+/// Hand-written, because std::string_view::find_first_not_of() costs more than reading the number.
 std::string_view SkipBlanks(std::string_view text) {
     while (!text.empty() && IsBlank(text.front())) {
         text.remove_prefix(1);
@@ -43,7 +43,7 @@ std::string_view SkipBlanks(std::string_view text) {
     return text;
 }
 
-/// Text between the first "[" at or after `start` and the next "]".
+/// Finds the text between the first "[" at or after `start` and the next "]".
 struct Brackets {
     std::string_view content;
     std::size_t end;  ///< position after the "]"
@@ -58,7 +58,7 @@ std::optional<Brackets> FindBrackets(std::string_view text, std::size_t start) {
     return Brackets{text.substr(open + 1, close - open - 1), close + 1};
 }
 
-/// Takes the leading number off the front of `text`; see ReadUnsigned().
+/// Removes the leading number from `text` and returns it; see ReadUnsigned().
 std::uint32_t TakeUnsigned(std::string_view& text, unsigned base) {
     text = SkipBlanks(text);
     if (base == 16 && (text.starts_with("0x") || text.starts_with("0X"))) {
@@ -76,7 +76,7 @@ std::uint32_t TakeUnsigned(std::string_view& text, unsigned base) {
     return value;
 }
 
-/// In one pass: a line of process data is too short for searches ahead to pay.
+/// Works in one pass: a line of process data is too short for a search ahead to pay off.
 /// @param elements storage for the result
 template <typename Element>
 std::optional<std::vector<Element>> ReadList(std::string_view text, unsigned base,
@@ -138,7 +138,7 @@ int ReadSigned(std::string_view text) {
     if (text.starts_with("+-")) {
         return 0;
     }
-    if (text.starts_with('+')) {  // which from_chars does not take
+    if (text.starts_with('+')) {  // which std::from_chars rejects
         text.remove_prefix(1);
     }
     int value = 0;

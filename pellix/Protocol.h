@@ -6,13 +6,13 @@
 #include <string_view>
 #include <vector>
 
-/// The texts and encodings of the PELLIX line protocol. Pure functions; any thread may call.
+// Texts and encodings of the PELLIX line protocol. Pure functions; any thread may call.
 namespace pellix {
 
 /// Results of link requests. Any other number is the master's own error code.
 enum Result : unsigned {
     kResultOk = 0,
-    kResultTimeout = 5,     ///< the master did not finish the command within its time
+    kResultTimeout = 5,     ///< the master did not finish the command in time
     kResultNoCommand = 12,  ///< nothing could be sent
     kResultBadPdout = 21,   ///< the stored PDOUT is not two bytes long; nothing was sent
 };
@@ -53,33 +53,35 @@ struct ParameterAddress {
 inline constexpr ParameterAddress kProductId{19, 0};
 inline constexpr ParameterAddress kSerialNumber{21, 0};
 
-/// "DL_OPERATE" and so on; "[unknown]" for a code outside the table.
+/// @return "DL_OPERATE" and so on; "[unknown]" for a code that is not a Mode
 std::string ModeName(int mode);
 
-/// "[a,ff]": lower-case hexadecimal without leading zeros; "[]" for no bytes.
+/// @return for example "[a,ff]": lower-case hexadecimal without leading zeros; "[]" for no bytes
 std::string FormatByteList(const std::vector<std::uint8_t>& bytes);
 
-/// "PARAM[19][0]".
+/// @return for example "PARAM[19][0]"
 std::string FormatParameterKey(ParameterAddress address);
 
-/// Leading number of `text` in `base` (10 or 16), reduced modulo 2^32; 0 when there is none.
-/// Leading blanks are skipped; base 16 takes either case and a prefix of zero and x.
+/// Skips leading blanks. Base 16 accepts either case and the prefix "0x".
+/// @param base 10 or 16
+/// @return the number at the start of `text` modulo 2^32; 0 if there is none
 std::uint32_t ReadUnsigned(std::string_view text, unsigned base);
 
-/// Leading signed decimal number of `text`, cut to the range of int; 0 when there is none.
+/// @return the signed decimal number at the start of `text`, clamped to the range of int; 0 if
+///         there is none
 int ReadSigned(std::string_view text);
 
-/// Bytes of a list that begins with "[" and ends at the next "]", each cut to its low 8 bits.
-/// @param storage what it holds is lost, its memory is used for the result
-/// @return nothing when a bracket is missing
+/// Reads the hexadecimal list that begins with "[" and ends at the next "]".
+/// @param storage its content is discarded, its memory is used for the result
+/// @return the low 8 bits of each element; nothing if a bracket is missing
 std::optional<std::vector<std::uint8_t>> ReadByteList(std::string_view text,
                                                       std::vector<std::uint8_t> storage = {});
 
-/// As ReadByteList(), with decimal 32-bit elements.
+/// The same for decimal 32-bit elements.
 std::optional<std::vector<std::uint32_t>> ReadNumberList(std::string_view text);
 
-/// Address in a key of the form "PARAM[19][0]"; nothing when the text before the first "[" is not
-/// exactly "PARAM" or a bracket is missing.
+/// @return the address in a key such as "PARAM[19][0]"; nothing if the text before the first "[" is
+///         not exactly "PARAM" or a bracket is missing
 std::optional<ParameterAddress> ReadParameterKey(std::string_view key);
 
 }  // namespace pellix

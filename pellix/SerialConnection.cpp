@@ -18,13 +18,13 @@ namespace pellix {
 namespace {
 
 constexpr std::chrono::seconds kLockTimeout{1};
-// Longer than the wait for the lock, so that writers behind a hung device still time out there.
+// Longer than kLockTimeout, so that other writers to a hung device time out waiting for the lock.
 constexpr std::chrono::milliseconds kRoomTimeout{3000};
 constexpr cc_t kReadTimeout = 10;  // tenths of a second
 constexpr std::size_t kReadSize = 4096;
 
-/// Waits until the tty takes bytes. A device that hangs while it is plugged in takes none any
-/// more, and a write to its tty would block until it is unplugged.
+/// Waits until the tty accepts bytes. A hung device accepts none, and a write to its tty would
+/// block until it is unplugged.
 bool HasRoom(int fd) {
     const auto deadline = std::chrono::steady_clock::now() + kRoomTimeout;
     for (;;) {
@@ -33,7 +33,7 @@ bool HasRoom(int fd) {
         pollfd tty{.fd = fd, .events = POLLOUT, .revents = 0};
         const int ready = ::poll(&tty, 1, left.count() > 0 ? static_cast<int>(left.count()) : 0);
         if (ready >= 0 || errno != EINTR) {
-            return ready > 0;  // a hung-up tty is ready as well: its write fails at once
+            return ready > 0;  // also true after a hang-up; the write then fails at once
         }
     }
 }
@@ -47,14 +47,14 @@ void SetRawMode(termios& settings) {
     settings.c_cc[VMIN] = 0;
 }
 
-/// On purpose: callers catch a pointer, and delete it.
+// On purpose: throws a pointer, because the callers catch this type and delete the object.
 [[noreturn]] void ThrowOpenFailure() {
     throw new std::exception;  // NOLINT(misc-throw-by-value-catch-by-reference)
 }
 
 }  // namespace
 
-SerialConnection::SerialConnection(const std::string& path) : devicePath(path) {
+SerialConnection::SerialConnection(const std::string& devicePath) : devicePath(devicePath) {
     Open();
 }
 
@@ -77,14 +77,14 @@ void SerialConnection::Open() {
     fd = opened;
     LogLine() << "SerialConnection: Initialize device succeeded";
     FD_ZERO(&readSet);
-    if (opened < FD_SETSIZE) {  // the set has room for no more
+    if (opened < FD_SETSIZE) {  // a larger descriptor does not fit into the set
         FD_SET(opened, &readSet);
     }
 
     termios settings{};
     if (::tcgetattr(opened, &settings) != 0) {
         std::perror("terminal: tcgetattr() failed");
-        // On purpose: the descriptor stays open, the connection does not count as open.
+        // On purpose: leaves the descriptor open; the next Open() closes it.
         halfOpened = true;
         ThrowOpenFailure();
     }
@@ -94,7 +94,7 @@ void SerialConnection::Open() {
     isOpen = true;
 }
 
-/// Reopening what is no tty any more, again and again, would use up the process's descriptors.
+/// Otherwise repeated attempts to open a path that is not a tty would use up all descriptors.
 void SerialConnection::DropHalfOpened() {
     if (halfOpened) {
         ::close(fd);
@@ -114,9 +114,9 @@ void SerialConnection::Close() {
 
 std::string SerialConnection::Read() {
     if (!isOpen) {
-        return {};  // the old number may belong to a client's socket by now
+        return {};  // `fd` may belong to a client's socket by now
     }
-    std::array<char, kReadSize + 1> buffer{};  // one more, so that a full read ends in a NUL too
+    std::array<char, kReadSize + 1> buffer{};  // one more byte: a full read needs its NUL, too
     const ssize_t count = ::read(fd, buffer.data(), kReadSize);
     if (count == 0) {
         LogLine() << "Input timeout";

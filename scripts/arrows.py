@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Checks that dependencies between folders point one way, in includes and between CMake targets.
 
-arrows.py GRAPH: GRAPH is what `cmake --graphviz=GRAPH` has written of the whole tree.
+arrows.py GRAPH: GRAPH is the file that `cmake --graphviz=GRAPH` has written for the whole tree.
 """
 
 import pathlib
@@ -53,7 +53,7 @@ def main():
     unchecked = set(ALLOWED) - {"common"} - {source for _, source, _ in arrows}
     wrong = [f"{what}: {source} -> {target}" for what, source, target in arrows
              if source in ALLOWED and target != source and target not in ALLOWED[source]]
-    wrong += [f"{source}: no dependency was found" for source in sorted(unchecked)]
+    wrong += [f"{source}: no dependency found" for source in sorted(unchecked)]
     if wrong:
         sys.exit("\n".join(wrong))
 

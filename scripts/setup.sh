@@ -1,20 +1,20 @@
-# Sourced by the programs beside it: progress lines, the packages of a build, the build itself.
+# Sourced by the other scripts: progress lines, installation of packages, the build.
 
 PACKAGES=(cmake g++ make git pkg-config libxmlrpc-c++8-dev libxmlrpc-core-c3-dev libudev-dev
           libcli11-dev nlohmann-json3-dev libarchive-dev libcurl4-openssl-dev libncurses-dev
           umockdev libumockdev-dev libgtest-dev libbenchmark-dev python3 python3-pyte
           systemd nftables faketime)
-# Node may have come from elsewhere.
+# Node may have been installed from another source.
 command -v node >/dev/null || PACKAGES+=(nodejs)
 
-# What scripts/package and scripts/test-package need.
+# Packages that scripts/package and scripts/test-package need in addition.
 PACKAGING_PACKAGES=(debhelper lintian mmdebstrap systemd-container)
 
-# What the checks beyond scripts/test need: lint, memcheck, coverage, fuzz.
+# Packages that scripts/lint, memcheck, coverage and fuzz need in addition.
 CHECK_PACKAGES=(clang-format clang-tidy cppcheck valgrind libc6-dbg gcovr
                 clang-14 libclang-rt-14-dev llvm-14)
 
-# What scripts/bench needs beyond scripts/test: plots; Node's packages.
+# Packages that scripts/bench needs in addition, for plots and for Node's packages.
 BENCH_PACKAGES=(gnuplot-nox)
 command -v npm >/dev/null || BENCH_PACKAGES+=(npm)
 
@@ -27,7 +27,7 @@ fail() {
 
 is_installed() { dpkg-query -W -f '${db:Status-Status}\n' "$1" 2>/dev/null | grep -qx installed; }
 
-# Installs what is missing of PACKAGES, as root or with sudo.
+# Installs the missing ones of PACKAGES, as root or with sudo.
 install_packages() {
     local missing=() package run=()
     for package in "${PACKAGES[@]}"; do
@@ -47,7 +47,7 @@ install_packages() {
         apt-get install --yes --no-install-recommends "${missing[@]}"
 }
 
-# build PRESET OPTION...: configures (with the options) and builds.
+# build PRESET OPTION...: configures with the options and builds.
 build() {
     say "Building: $1"
     cmake --preset "$@"

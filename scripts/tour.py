@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
-"""A short tour of a simulated cell with one HVA and one MZD-S: every call with its answer.
+"""A short tour of a simulated cell with one HVA and one MZD-S: shows every call and its answer.
 
-Ends with 0 only if every answer, and the end of the daemon, were as expected. scripts/demo --tour
-builds what it needs and runs it.
+The exit status is 0 if every answer and the daemon's exit status were as expected.
+scripts/demo --tour builds the programs and runs it.
 """
 
 import pathlib
@@ -41,7 +41,7 @@ class Tour:
         return answer
 
     def simulate(self, command, line=None):
-        """What happens in the cell, not over the network; waits for its line in the log."""
+        """Sends a command to the simulator and waits for `line` in the log."""
         mark = self.cell.log.mark()
         self.cell.command(command)
         if line:
@@ -62,45 +62,45 @@ class Tour:
         self.report(f"GetPos({gripper!r}) until it stands", path, seen[-1] == position)
 
     def run(self):
-        self.step("Which grippers are there?")
+        self.step("Version and list of grippers")
         self.call("GetVersion", expected=ANYTHING)
         self.call("GetGrippers", expected=[HVA, MZD])
 
-        self.step("A reference run, so that the HVA knows where its fingers are")
+        self.step("A reference run tells the HVA where its fingers are")
         self.call("Reference", HVA)
         self.watch(HVA, READY, 30.0)
 
-        self.step("The force of parameter set 1, set and read back")
+        self.step("Set the force of parameter set 1 and read it back")
         self.call("SetForce", HVA, 1, 60)
         self.call("GetForce", HVA, 1, expected=60)
 
-        self.step(f"A part of {PART} mm is put in and gripped")
+        self.step(f"Insert a part of {PART} mm and grip it")
         self.simulate(f"part 0 {PART}")
         self.call("Grip", HVA, 1)
         self.watch(HVA, HOLDING, PART)
         self.call("GetState", HVA, expected=HOLDING)
 
-        self.step("The LED ring of the MZD; an HVA has none")
+        self.step("Set the LED ring of the MZD; an HVA has none")
         self.call("SetLEDColor", MZD, 0, 3)
         self.call("GetLEDColor", MZD, 0, expected=3)
         self.call("SetLEDPreset", MZD, 5)
         self.call("SetLEDColor", HVA, 0, 3, expected=3)
 
-        self.step("The MZD is unplugged, and plugged in again")
+        self.step("Unplug the MZD and plug it in again")
         self.simulate("unplug 1", "PELLIX removed")
         self.call("GetGrippers", expected=[HVA])
         self.call("Grip", MZD, 1, expected=3)
         self.simulate("plug 1", "Device added")
         self.call("GetGrippers", expected=[HVA, MZD])
 
-        self.step("The HVA releases its part")
+        self.step("Release the part")
         self.call("Release", HVA, 1)
         self.watch(HVA, RELEASED, 28.0)
 
     def stop(self):
         self.step("Ctrl-C")
         self.cell.stop()
-        self.report("the daemon ended with exit status", 0, True)
+        self.report("exit status of the daemon", 0, True)
 
 
 def main():
@@ -113,12 +113,12 @@ def main():
         tour.run()
         tour.stop()
     except Exception as error:
-        print(f"\nThe tour broke off: {error}\nThe last lines of the log:", *cell.log.since(0)[-40:],
+        print(f"\nThe tour failed: {error}\nThe last lines of the log:", *cell.log.since(0)[-40:],
               *cell.errors.since(0)[-10:], sep="\n  ")
         tour.wrong += 1
     finally:
         cell.end_by_force()
-    print("\nThe tour went as it should." if not tour.wrong else f"\nWrong: {tour.wrong}")
+    print("\nEvery answer was as expected." if not tour.wrong else f"\nWrong: {tour.wrong}")
     return 1 if tour.wrong else 0
 
 

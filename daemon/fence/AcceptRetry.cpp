@@ -1,9 +1,9 @@
-// The library: when it cannot accept a connection, or cannot create a thread for one, its server
-// gives up and returns without waiting for the connections that it has.
-// Without this: out of descriptors or threads for a moment, the daemon serves more connections than
-// it should, and at its stop they use the memory of a server that is gone.
+// The library: if its server cannot accept a connection, or cannot create a thread for one, it
+// returns without waiting for its open connections.
+// Without this: after a short lack of descriptors or threads, the daemon serves more connections
+// than its limit, and at its stop they use the memory of a destroyed server.
 // Shown by: ShortageTest in tests/integration/test_clients.py.
-// Can go: when the library's server tries again by itself.
+// Can go: when the library's server retries by itself.
 
 #include <chrono>
 #include <cstddef>
@@ -19,14 +19,14 @@ namespace {
 
 constexpr std::chrono::milliseconds kRetryPause{100};
 
-/// After so many attempts a connection without a thread is closed: nothing else can end the wait,
-/// not even a stop.
+/// After this many attempts to create its thread, a connection is closed: nothing else, not even a
+/// stop of the daemon, can end the wait.
 constexpr int kMostThreadAttempts = 50;
 
-thread_local bool failing = false;  // of a server's thread: its last attempt failed
+thread_local bool failing = false;  // the last attempt of this server thread failed
 
-/// Logs the first failure of a series, and waits for what was lacking.
-/// @param reason freed, and null afterwards
+/// Logs the first failure of a series and waits for 100 ms.
+/// @param reason freed and set to null
 void PauseAfterFailure(const char*& reason) {
     if (!failing) {
         pellix::CatchAll(
@@ -42,13 +42,13 @@ void PauseAfterFailure(const char*& reason) {
 
 extern "C" {
 
-// Declared by the library's internal headers only.
+// Only the library's internal headers declare this.
 struct TThread;
 using TThreadProc = void(void* userHandle);
 using TThreadDoneFn = void(void* userHandle);
 
-/// Waits for a connection. Instead of an error it reports that there is none yet, so that the
-/// server looks whether it was terminated, and calls again.
+/// Waits for a connection. Reports "no connection yet" instead of an error, so that the server
+/// checks whether it was terminated and calls again.
 void ChanSwitchAccept(TChanSwitch* chanSwitchP, TChannel** channelPP, void** channelInfoPP,
                       const char** errorP) {
     static auto* const next = fence::NextFunction<decltype(ChanSwitchAccept)>("ChanSwitchAccept");
@@ -59,10 +59,10 @@ void ChanSwitchAccept(TChanSwitch* chanSwitchP, TChannel** channelPP, void** cha
     }
 }
 
-/// Creates the thread of a connection that was accepted, or closes the connection: to the library
-/// it is one that has ended already.
-/// @param threadPP null afterwards if there is no thread
-/// @param threadDone what the thread would call at its end
+/// Creates the thread of an accepted connection. If that fails, closes the connection, which then
+/// looks to the library like one that has already ended.
+/// @param threadPP set to null if there is no thread
+/// @param threadDone the thread calls this at its end
 void ThreadCreate(TThread** threadPP, void* userHandle, TThreadProc* func,
                   TThreadDoneFn* threadDone, abyss_bool useSigchld, std::size_t stackSize,
                   const char** errorP) {
@@ -80,7 +80,7 @@ void ThreadCreate(TThread** threadPP, void* userHandle, TThreadProc* func,
     threadDone(userHandle);
 }
 
-/// Joins the thread of a connection that has ended, if it ever had one.
+/// Joins the thread of an ended connection, if it had one.
 void ThreadWaitAndRelease(TThread* threadP) {
     static auto* const next =
         fence::NextFunction<decltype(ThreadWaitAndRelease)>("ThreadWaitAndRelease");

@@ -1,8 +1,8 @@
-// The library: formats the date of every answer anew, and looks for a change of the time zone each
-// time, a system call.
-// Without this: a call takes one system call more.
-// Shown by: DateHeaderTest, that the text stays right.
-// Can go: at any time; it is for speed alone.
+// The library: formats the date for every response and checks the time zone file each time, which
+// is a system call.
+// Without this: each call costs one more system call.
+// Shown by: DateHeaderTest, which checks the text.
+// Can go: at any time; it only saves time.
 
 #include <array>
 #include <cstring>
@@ -13,7 +13,7 @@
 
 namespace {
 
-/// The text of the last second that this thread asked for; empty before.
+/// The last text that this thread formatted; empty at first.
 struct DateText {
     std::time_t second = 0;
     std::array<char, 64> text{};
@@ -21,7 +21,7 @@ struct DateText {
 
 }  // namespace
 
-/// @param dateStringP to be freed by xmlrpc_strfree(); null if the date cannot be told
+/// @param dateStringP to be freed with xmlrpc_strfree(); null if the date cannot be formatted
 extern "C" void DateToString(std::time_t datetime, const char** dateStringP) {
     static auto* const next = fence::NextFunction<decltype(DateToString)>("DateToString");
     constinit thread_local DateText last;

@@ -1,8 +1,8 @@
-// The library: its XML parser expands the entities that a document type declares, also entities
-// made of entities: each level takes ten times as long as the one below.
+// The library: its XML parser expands the entities that a document type declares, including nested
+// ones, where each level multiplies the size of the one below.
 // Without this: a request of a few hundred bytes keeps a processor busy for hours.
 // Shown by: DocumentTypeTest, tests/fuzz/ServerFuzzer.cpp.
-// Can go: when the library refuses document types, or bounds what entities expand to.
+// Can go: when the library rejects document types or limits the expansion of entities.
 
 #include <algorithm>
 #include <cstddef>
@@ -18,13 +18,13 @@ namespace {
 constexpr std::string_view kDoctype = "<!DOCTYPE";
 constexpr std::string_view kWhiteSpace = " \t\r\n";
 
-/// How the parser tells UTF-16: a byte order mark, or a zero among the first two bytes.
+/// The parser's own test for UTF-16: a byte order mark, or a zero in the first two bytes.
 bool IsUtf16(std::string_view xml) {
     return xml.starts_with("\xFE\xFF") || xml.starts_with("\xFF\xFE") ||
            xml.substr(0, 2).find('\0') != std::string_view::npos;
 }
 
-/// `xml` begins with the letters of a document type, with zeros between them.
+/// @return whether `xml` begins with "<!DOCTYPE" in UTF-16, that is with zeros between the letters
 bool BeginsWithWideDoctype(std::string_view xml) {
     for (const char letter : kDoctype) {
         xml.remove_prefix(std::min(xml.find_first_not_of('\0'), xml.size()));
@@ -36,7 +36,7 @@ bool BeginsWithWideDoctype(std::string_view xml) {
     return true;
 }
 
-/// Looks in the whole text: clients do not send UTF-16, so a false alarm costs nothing.
+/// Searches the whole text; a false alarm does no harm, because clients do not send UTF-16.
 bool HasWideDoctype(std::string_view xml) {
     for (std::size_t start = 0; (start = xml.find('<', start)) != std::string_view::npos; ++start) {
         if (BeginsWithWideDoctype(xml.substr(start))) {
@@ -46,14 +46,15 @@ bool HasWideDoctype(std::string_view xml) {
     return false;
 }
 
-/// Removes all through the first `end` at or after `from`; all of `xml` if `end` is missing.
+/// Removes everything up to and including the first `end` at or after `from`; all of `xml` if
+/// `end` is missing.
 void RemoveThrough(std::string_view& xml, std::string_view end, std::size_t from) {
     const std::size_t found = xml.find(end, from);
     xml.remove_prefix(found == std::string_view::npos ? xml.size() : found + end.size());
 }
 
-/// A document type stands before the first element, among white space, comments and processing
-/// instructions. Anything else there is no XML, and the parser refuses it.
+/// A document type comes before the first element, where only white space, comments and processing
+/// instructions are allowed besides. The parser rejects anything else there.
 bool HasDoctype(std::string_view xml) {
     constexpr std::string_view kComment = "<!--";
     constexpr std::string_view kInstruction = "<?";

@@ -1,7 +1,7 @@
-// The library: has no options for its sockets, and sends an answer without any limit of time.
-// Without this: a client that does not take its answer holds one of a port's 15 places, and the
-// stop of the daemon, for ever; the end of a large answer waits for the client's acknowledgement
-// of its beginning, which may be delayed.
+// The library: has no options for its sockets and no timeout for sending a response.
+// Without this: a client that does not read its response keeps one of a port's 15 connections, and
+// delays the stop of the daemon, forever. The end of a large response waits for the client's
+// acknowledgement of its beginning, which TCP may delay.
 // Shown by: ListeningSocketTest.
 // Can go: when the library has options for both.
 
@@ -13,13 +13,13 @@
 
 namespace {
 
-/// The kernel ends a connection when the client has acknowledged nothing for this long. Longer than
-/// a usual network failure, and shorter than the time that a service has to stop.
+/// The kernel closes a connection if the client acknowledges nothing for this long. Longer than a
+/// usual network failure and shorter than the stop timeout of a service.
 constexpr unsigned kLongestSend = 40000;  // ms
 
 }  // namespace
 
-/// Connections inherit the options of the socket that they came in by.
+/// Sets the options on the listening socket, because accepted connections inherit them.
 extern "C" int listen(int fd, int n) noexcept {
     static auto* const next = fence::NextFunction<decltype(listen)>("listen");
     constexpr int kOn = 1;

@@ -1,9 +1,9 @@
-// The library: sends the status line, each header line and the body of an answer by a call of their
-// own, nine in all.
-// Without this: a call takes nine system calls more, one of them for the log of requests, its
-// answer leaves the host in up to nine packets, and a single recv() reads only a part of it.
+// The library: sends the status line, each header line and the body of a response separately, in
+// nine system calls.
+// Without this: each call costs nine more system calls, one of them for the request log. The
+// response leaves the host in up to nine packets, and a single recv() reads only a part of it.
 // Shown by: tests/integration/test_answers.py.
-// Can go: when the library collects an answer before it sends it.
+// Can go: when the library sends a response at once.
 
 #include <algorithm>
 #include <array>
@@ -17,32 +17,31 @@
 
 #include "common/NextFunction.h"
 
-// Declared by the library's internal headers only.
+// Only the library's internal headers declare this.
 struct TConn;
 extern "C" abyss_bool ConnWrite(TConn* connectionP, const void* buffer, std::uint32_t size);
 
 namespace {
 
-/// Nearly all answers to one call are shorter. A longer one is sent in two pieces, the first of
-/// this size.
+/// Nearly all responses are shorter. A longer one is sent in two pieces, the first of this size.
 constexpr std::size_t kMostCollected = 4096;  // bytes
 
-/// The answer that is being written by this thread, which serves one connection.
+/// The response that this thread is writing. A thread serves one connection.
 struct Answer {
-    std::unique_ptr<std::array<char, kMostCollected>> bytes;  // allocated for the first answer
+    std::unique_ptr<std::array<char, kMostCollected>> bytes;  // allocated for the first response
     std::size_t size = 0;
     TConn* connection = nullptr;
-    bool isCollected = false;  // from the answer's first line until it is sent
+    bool isCollected = false;  // true from the first line of a response until it is sent
 };
 thread_local Answer answer;
 
-/// Passes bytes on to the socket at once.
+/// Sends bytes without collecting them.
 abyss_bool Send(TConn* connectionP, const void* buffer, std::size_t size) {
     static auto* const next = fence::NextFunction<decltype(ConnWrite)>("ConnWrite");
     return next(connectionP, buffer, static_cast<std::uint32_t>(size));
 }
 
-/// Sends what was collected, if anything was.
+/// Sends the collected bytes, if any.
 abyss_bool SendCollected() {
     answer.isCollected = false;
     return answer.size == 0 ? 1 : Send(answer.connection, answer.bytes->data(), answer.size);
@@ -52,7 +51,7 @@ abyss_bool SendCollected() {
 
 extern "C" {
 
-/// Begins an answer: status line, header, and the empty line behind it.
+/// Begins a response: status line, header and the empty line after it.
 void ResponseWriteStart(TSession* sessionP) {
     static auto* const next =
         fence::NextFunction<decltype(ResponseWriteStart)>("ResponseWriteStart");
@@ -64,7 +63,8 @@ void ResponseWriteStart(TSession* sessionP) {
     next(sessionP);
 }
 
-/// Writes all that a client gets. What does not belong to an answer ("100 Continue") goes at once.
+/// The library writes everything through this. Text outside a response ("100 Continue") is sent at
+/// once.
 abyss_bool ConnWrite(TConn* connectionP, const void* buffer, std::uint32_t size) {
     if (!answer.isCollected) {
         return Send(connectionP, buffer, size);
@@ -80,8 +80,8 @@ abyss_bool ConnWrite(TConn* connectionP, const void* buffer, std::uint32_t size)
     return SendCollected() != 0 && Send(connectionP, bytes + taken, size - taken) != 0 ? 1 : 0;
 }
 
-/// Called once when an answer is complete. The library would format a line for a log of requests,
-/// which takes two system calls, and drop it: there is no such log.
+/// Called once when a response is complete. The library's own function formats a line for the
+/// request log, which takes two system calls, and discards it, because the daemon has no such log.
 abyss_bool SessionLog(TSession* /*sessionP*/) {
     if (answer.isCollected) {
         SendCollected();

@@ -1,11 +1,11 @@
-// The library: keeps the request line, the path, the query and the host name of a request until it
-// ends, but frees them only if the whole header was understood, and the query never. It loses the
-// host name of a URI whose query it cannot decode, and gives no status if the port of a "Host" line
-// is not a number: the answer's status is whatever is in memory.
-// Without this: requests with a bad header line, or with a query behind the path, use up the memory
-// for good; anyone who reaches a port can send them.
+// The library: frees the request line, path and host name of a request only if it could parse the
+// whole header, and never frees the query. It leaks the host name of a URI whose query it cannot
+// decode. If the port in a "Host" line is not a number, it sets no status, so that the response
+// has an uninitialised one.
+// Without this: requests with an invalid header line, or with a query after the path, leak memory;
+// anyone who reaches a port can send them.
 // Shown by: RequestInfoTest.
-// Can go: when the library frees all of them.
+// Can go: when the library frees all of them and sets the status.
 
 #include <cctype>
 #include <cstdint>
@@ -17,14 +17,14 @@
 
 namespace {
 
-/// The library gives out a constant reference to a part of its session object.
+/// The library returns a constant pointer to a part of its session object.
 TRequestInfo& RequestInfoOf(TSession* session) {
     const TRequestInfo* info = nullptr;
     SessionGetRequestInfo(session, &info);
     return const_cast<TRequestInfo&>(*info);  // NOLINT(cppcoreguidelines-pro-type-const-cast)
 }
 
-/// Whether `text` has a "%" without two hexadecimal digits behind it.
+/// @return whether `text` has a "%" that is not followed by two hexadecimal digits
 bool HasBadEscape(std::string_view text) {
     const auto isDigit = [](char c) { return std::isxdigit(static_cast<unsigned char>(c)) != 0; };
     while (!text.empty()) {
@@ -37,7 +37,7 @@ bool HasBadEscape(std::string_view text) {
     return false;
 }
 
-/// Words that RequestRead() has taken from the lines of this thread's request.
+/// Number of words that RequestRead() has read from this thread's request.
 thread_local unsigned words = 0;
 
 constexpr unsigned kUri = 2;  // the second word of the request line
@@ -54,17 +54,17 @@ void Free(const char*& text) {
 
 extern "C" {
 
-/// Reads a request up to the empty line behind its header.
-/// @param errorP what is wrong with it, or null
+/// Reads a request up to the empty line after its header.
+/// @param errorP description of what is invalid, or null
 void RequestRead(TSession* sessionP, std::uint32_t timeout, const char** errorP,
                  std::uint16_t* httpErrorCodeP) {
     static auto* const next = fence::NextFunction<decltype(RequestRead)>("RequestRead");
     TRequestInfo& info = RequestInfoOf(sessionP);
-    info = {};  // the library sets it after it has understood the request line, or never
+    info = {};  // the library sets it only if it can parse the request line
     words = 0;
-    *httpErrorCodeP = kBadRequest;  // the library sets most of the others
+    *httpErrorCodeP = kBadRequest;  // for errors to which the library assigns no status
     next(sessionP, timeout, errorP, httpErrorCodeP);
-    if (*errorP != nullptr) {  // RequestFree() will overlook these
+    if (*errorP != nullptr) {  // RequestFree() will not free these
         Free(info.requestline);
         Free(info.uri);
         Free(info.host);
@@ -72,8 +72,9 @@ void RequestRead(TSession* sessionP, std::uint32_t timeout, const char** errorP,
     }
 }
 
-/// Takes the next word of a line. A URI with a host name and a bad escape would be refused after
-/// the host name was copied; without its first letter it is refused before.
+/// Takes the next word of a line. The library rejects a URI with a host name and an invalid escape
+/// only after copying the host name, and leaks the copy. Without the first letter of the URI, it
+/// rejects it before.
 char* GetToken(char** placeP) {
     static auto* const next = fence::NextFunction<decltype(GetToken)>("GetToken");
     char* const word = next(placeP);
@@ -85,7 +86,7 @@ char* GetToken(char** placeP) {
     return word;
 }
 
-/// Frees what belongs to a request that RequestRead() has read, successfully or not.
+/// Frees the data of a request, whether or not RequestRead() succeeded.
 void RequestFree(TSession* sessionP) {
     static auto* const next = fence::NextFunction<decltype(RequestFree)>("RequestFree");
     Free(RequestInfoOf(sessionP).query);

@@ -2,8 +2,9 @@
 
 #include "common/LogLine.h"
 
-GripperMethod::GripperMethod(GripperManager* manager, const char* name, const char* signature)
-    : gripperManager(manager), className(name) {
+GripperMethod::GripperMethod(GripperManager* gripperManager, const char* className,
+                             const char* signature)
+    : gripperManager(gripperManager), className(className) {
     _signature = signature;
     _help = "";
 }

@@ -11,28 +11,30 @@
 
 #include "pellix/GripperManager.h"
 
-/// Status of a command or setter that was not carried out: no such gripper, or another model.
+/// Status of a command or setter that was not executed: unknown gripper or wrong model.
 inline constexpr unsigned kStatusRefused = 3;
 
-/// Device string that stands for no device: every gripper method answers it at once.
+/// Device string that means "no device": every gripper method answers at once with its fallback.
 inline constexpr const char* kNoDevice = "---";
 
-/// What all methods that address one gripper share. Parameter 0 is the device string. A device
-/// problem never raises a fault: the answer is then the method's fallback.
+/// Base of all methods that address one gripper. Parameter 0 is the device string. On a device
+/// problem, a method returns its fallback value, never a fault.
 ///
-/// The library runs several calls at once, also of one method object; there is no state between
+/// The library may run several calls of one method object at once; methods keep no state between
 /// calls.
 class GripperMethod : public xmlrpc_c::method {
 protected:
-    /// Whether the gripper on the link is of a model that has the operation. Asks the gripper.
+    /// Tells whether the gripper on the link has the operation. Sends a request to the gripper.
     using ModelCheck = bool (*)(pellix::Pellix&);
 
-    /// @param manager not owned; outlives the method
-    /// @param name class name, for the log
-    GripperMethod(GripperManager* manager, const char* name, const char* signature);
+    /// @param gripperManager not owned; outlives the method
+    /// @param className for the log; a string literal
+    /// @param signature as system.methodSignature returns it, for example "i:Si"
+    GripperMethod(GripperManager* gripperManager, const char* className, const char* signature);
 
-    /// The gripper's link, or null: for the placeholder at once and without a log line, for an
-    /// unknown device with one.
+    /// Waits at most 100 ms for the registry.
+    /// @return the gripper's link; null for kNoDevice (not logged) and for an unknown device
+    /// (logged)
     LinkInUse Find(const std::string& device) const;
 
 private:
@@ -40,8 +42,8 @@ private:
     const char* const className;
 };
 
-/// A method whose answer is the result of one gripper operation, with `Parameters` after the
-/// device string: std::uint8_t (low 8 bits of an int), bool or double.
+/// A method that returns the result of one gripper operation. `Parameters` follow the device
+/// string: std::uint8_t (low 8 bits of an int), bool or double.
 template <typename Result, typename... Parameters>
 class GripperCall : public GripperMethod {
 public:
@@ -52,30 +54,31 @@ public:
 
         const LinkInUse link = Find(device);
         if (link == nullptr || !IsAccepted(*link, device)) {
-            *result = ToValue(fallbackResult);
+            *result = ToValue(fallback);
             return;
         }
-        *result = ToValue(std::apply(
-            [&](auto... values) { return gripperOperation(*link, values...); }, arguments));
+        *result = ToValue(
+            std::apply([&](auto... values) { return operation(*link, values...); }, arguments));
     }
 
 protected:
     using Operation = Result (*)(pellix::Pellix&, Parameters...);
 
-    /// @param check null when every model has the operation
+    /// @param fallback result if there is no such gripper or it lacks the operation
+    /// @param modelCheck null if every model has the operation
     GripperCall(GripperManager* manager, const char* name, const char* signature,
-                Operation operation, Result fallback, ModelCheck check = nullptr)
+                Operation operation, Result fallback, ModelCheck modelCheck = nullptr)
         : GripperMethod(manager, name, signature),
-          gripperOperation(operation),
-          fallbackResult(fallback),
-          modelCheck(check) {}
+          operation(operation),
+          fallback(fallback),
+          modelCheck(modelCheck) {}
 
     virtual bool IsAccepted(pellix::Pellix& link, const std::string& /*device*/) const {
         return modelCheck == nullptr || modelCheck(link);
     }
 
 private:
-    /// Reads in the order of the parameters: braces evaluate from left to right.
+    /// Reads the parameters in order: braces evaluate from left to right.
     template <std::size_t... Positions>
     static std::tuple<Parameters...> ReadAll(const xmlrpc_c::paramList& params,
                                              std::index_sequence<Positions...> /*positions*/) {
@@ -104,12 +107,12 @@ private:
         return xmlrpc_c::value_int(static_cast<int>(status));
     }
 
-    const Operation gripperOperation;
-    const Result fallbackResult;
+    const Operation operation;
+    const Result fallback;
     const ModelCheck modelCheck;
 };
 
-/// Commands and setters: the status of the operation, or kStatusRefused.
+/// A command or setter: returns the status of the operation, or kStatusRefused.
 template <typename... Parameters>
 class StatusCall : public GripperCall<unsigned, Parameters...> {
 protected:

@@ -5,10 +5,10 @@
 #include "daemon/methods/GripperMethod.h"
 #include "pellix/MZD.h"
 
-/// Methods for the LED ring of the MZD models.
+// Methods for the LED ring of the MZD models.
 
-/// A call that is answered only while the link still has the device string it was found by: the
-/// model check has asked the gripper, which may be another one by now.
+/// On purpose: checks the device string again, because another gripper may have been plugged in
+/// during the request of the model check.
 template <typename Result, typename... Parameters>
 class LEDCall : public GripperCall<Result, Parameters...> {
 protected:

@@ -3,7 +3,7 @@
 #include "daemon/methods/GripperMethod.h"
 #include "pellix/MZD.h"
 
-/// Methods that move a gripper or hold it.
+// Methods that move or hold a gripper.
 
 class Grip : public StatusCall<std::uint8_t> {
 public:
@@ -30,7 +30,7 @@ public:
                      pellix::HVA::IsSupported) {}
 };
 
-/// On purpose: the signature does not tell of the boolean that is read.
+// On purpose: the signature lacks the boolean parameter, because clients know it in this form.
 class Holdfast : public StatusCall<bool> {
 public:
     explicit Holdfast(GripperManager* manager)

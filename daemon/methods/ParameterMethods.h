@@ -3,10 +3,11 @@
 #include "daemon/methods/GripperMethod.h"
 #include "pellix/HVA.h"
 
-/// Methods that read and write a gripper's settings: limits, force, overrides, reference
-/// direction, checksum, storing.
+// Methods that read and write a gripper's settings: limits, force, overrides, reference direction,
+// checksum, storing.
 
-/// On purpose: the 32-bit checksum is sign-extended, so one with its top bit set is negative.
+// On purpose: sign-extends the 32-bit checksum, because clients compare it as a signed number. One
+// with its top bit set is negative.
 class GetParameterChecksum : public GripperCall<std::int64_t> {
 public:
     explicit GetParameterChecksum(GripperManager* manager)

@@ -13,7 +13,8 @@ constexpr const char* kVersionText =
 
 }  // namespace
 
-/// On purpose: the signature declares an int and a parameter, and there is neither.
+// On purpose: the signature is wrong (the result is a string and there is no parameter), because
+// clients know it in this form.
 GetVersion::GetVersion() {
     _signature = "i:S";
     _help = "";
@@ -24,7 +25,7 @@ void GetVersion::execute(const xmlrpc_c::paramList& params, xmlrpc_c::value* res
     *result = xmlrpc_c::value_string(kVersionText);
 }
 
-GetGrippers::GetGrippers(GripperManager* manager) : gripperManager(manager) {
+GetGrippers::GetGrippers(GripperManager* gripperManager) : gripperManager(gripperManager) {
     _signature = "A:";
     _help = "";
 }

@@ -5,20 +5,21 @@
 
 #include "pellix/GripperManager.h"
 
-/// Methods that address no gripper.
+// Methods that do not address a gripper.
 
-/// Version, revision and build time of the daemon.
+/// Returns version, revision and build time of the daemon as one string.
 class GetVersion : public xmlrpc_c::method {
 public:
     GetVersion();
     void execute(const xmlrpc_c::paramList& params, xmlrpc_c::value* result) override;
 };
 
-/// Device strings of the usable grippers, in the order in which their masters were added.
+/// Returns the device strings of the usable grippers, in the order in which their masters were
+/// added. May block as LinkRegistry::GetGrippers().
 class GetGrippers : public xmlrpc_c::method {
 public:
-    /// @param manager not owned; outlives the method
-    explicit GetGrippers(GripperManager* manager);
+    /// @param gripperManager not owned; outlives the method
+    explicit GetGrippers(GripperManager* gripperManager);
     void execute(const xmlrpc_c::paramList& params, xmlrpc_c::value* result) override;
 
 private:

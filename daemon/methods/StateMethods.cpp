@@ -6,7 +6,7 @@ namespace {
 
 constexpr std::size_t kPdinLength = 4;  // bytes
 
-/// On purpose: byte 2 is left out.
+// On purpose: leaves out byte 2 (the status), because clients expect position and state only.
 int PdinExcerpt(pellix::Pellix& link) {
     const auto pdin = link.GetDevice().GetPDIN();
     if (pdin.size() != kPdinLength) {

@@ -5,16 +5,16 @@
 #include "daemon/methods/GripperMethod.h"
 #include "pellix/CorvaneGripper.h"
 
-/// Methods that tell what a gripper last reported.
+// Methods that return what a gripper last reported.
 
-/// On purpose a stub: always answers kStatusRefused, for any device.
+// On purpose: only returns kStatusRefused, because masters send process data without a request.
 class UpdatePDIN : public GripperMethod {
 public:
     explicit UpdatePDIN(GripperManager* manager) : GripperMethod(manager, "UpdatePDIN", "i:S") {}
     void execute(const xmlrpc_c::paramList& params, xmlrpc_c::value* result) override;
 };
 
-/// Bytes 0, 1 and 3 of the process input data as one number, byte 0 lowest.
+/// Returns bytes 0, 1 and 3 of the process input data as one number, byte 0 lowest.
 class GetPDINExcerpt : public GripperCall<int> {
 public:
     explicit GetPDINExcerpt(GripperManager* manager);
@@ -59,7 +59,7 @@ public:
                       std::numeric_limits<double>::quiet_NaN()) {}
 };
 
-/// 0 for a known gripper, -1 for an unknown one, -2 for the placeholder.
+/// Returns 0 for a known gripper, -1 for an unknown one, -2 for kNoDevice.
 class GetGripperInterface : public GripperMethod {
 public:
     explicit GetGripperInterface(GripperManager* manager)

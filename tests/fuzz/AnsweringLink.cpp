@@ -4,13 +4,13 @@
 
 #include "pellix/CatchAll.h"
 #include "pellix/Protocol.h"
-#include "tests/fuzz/Require.h"
+#include "tests/fuzz/FuzzTarget.h"
 #include "tests/support/Pty.h"
 #include "tests/support/SlowProtocol.h"
 
 namespace {
 
-constexpr double kAlwaysOver = -1.0;  // seconds: every command is overdue when that is looked at
+constexpr double kAlwaysOver = -1.0;  // seconds; CheckTimeouts() expires every command
 constexpr unsigned kReplyKinds = 6;
 
 struct PresetParameter {
@@ -20,7 +20,7 @@ struct PresetParameter {
 };
 
 pellix::Pellix& TheLink() {
-    static support::Pty tty;  // for the construction only: nothing reads or writes it
+    static support::Pty tty;  // needed for construction only; never read or written
     static pellix::Pellix link(tty.Path());
     return link;
 }
@@ -35,10 +35,9 @@ std::string Decimal(const AnsweringLink::Numbers& numbers) {
 
 }  // namespace
 
-/// Puts a line of the test's own in the place of the link's: this file is compiled without access
-/// control.
+/// Replaces the link's connection by the test's. This file is compiled without access control.
 AnsweringLink::AnsweringLink(InputBytes& bytes) : input(bytes), link(TheLink()) {
-    link.commandHandler.reset();  // has a reference to what comes next
+    link.commandHandler.reset();  // refers to the device handler, which is replaced next
     link.deviceHandler = std::make_unique<pellix::DeviceHandler>();
     line = new support::FakeConnection;
     link.commandHandler =
@@ -118,7 +117,7 @@ std::string AnsweringLink::DataLine(const std::string& key) {
 void AnsweringLink::Receive(const std::string& text, std::optional<unsigned> result) {
     status = result;
     line->input.push_back(text);
-    // A bad line ends the pass; the next one takes up what is left.
+    // An invalid line ends the pass; the next pass handles the rest.
     while (pellix::CatchAll([this] { link.commandHandler->Parse(); })) {
     }
 }

@@ -9,14 +9,14 @@
 #include "tests/fuzz/InputBytes.h"
 #include "tests/support/FakeConnection.h"
 
-/// A link without threads, whose device model and whose replies are taken from an input: a request
-/// is answered, or its time is over, while it is written.
+/// A link without threads, whose device model and replies come from a fuzzer input. Each request is
+/// answered, or times out, while it is written.
 ///
-/// The model: process input and output data, device information, parameters, each a length and as
-/// many elements. A reply: its kind (modulo 6) and
-///   0  nothing: acknowledged and finished     1  an error number
+/// The input has the model: process input and output data, device information and parameters, each
+/// a length and as many elements. A reply in the input is its kind (modulo 6) and its data:
+///   0  acknowledged and finished, no data     1  an error number
 ///   2  the elements of a data line            3  a text, any lines
-///   4  nothing: the write fails               5  nothing: silence
+///   4  the write fails, no data               5  no reply, no data
 class AnsweringLink {
 public:
     using Bytes = std::vector<std::uint8_t>;
@@ -27,13 +27,13 @@ public:
     AnsweringLink(const AnsweringLink&) = delete;
     AnsweringLink& operator=(const AnsweringLink&) = delete;
 
-    /// Before each operation: what RequireSent() and the like look at begins here.
+    /// To be called before each operation: the Require functions check what happened since.
     void Begin();
 
     void RequireSent(const std::string& text) const;
     void RequireNothingSent() const;
 
-    /// `result` is that of the request, as far as the reply tells it.
+    /// Requires that `result` is that of the request, if the reply determines it.
     void RequireStatus(unsigned result) const;
 
     pellix::Pellix& Link() { return link; }

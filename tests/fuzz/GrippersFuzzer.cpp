@@ -1,10 +1,10 @@
-// The gripper operations over device models of any length and content, and over any reply to their
-// requests. No thread runs: a request is answered, or its time is over, while it is written.
+// Fuzzes the gripper operations with device models of any length and content, and with any reply to
+// their requests. No thread runs: each request is answered, or times out, while it is written.
 //
-// An input is: PDIN, PDOUT (a length and bytes), device information (a length and numbers of four
-// bytes), parameters (a length and index, subindex, one byte of value each), then operations. An
-// operation is its number in kOperations, two argument bytes, a limit of eight bytes for those
-// that take one, and the reply, as AnsweringLink has it.
+// An input is: PDIN and PDOUT (a length and bytes each), device information (a length and numbers
+// of four bytes), parameters (a length, then index, subindex and one byte of value each), then
+// operations. An operation is its number in kOperations, two argument bytes, a limit of eight bytes
+// for those that take one, and the reply (see AnsweringLink).
 
 #include <array>
 #include <cmath>
@@ -20,7 +20,6 @@
 #include "tests/fuzz/AnsweringLink.h"
 #include "tests/fuzz/FuzzTarget.h"
 #include "tests/fuzz/InputBytes.h"
-#include "tests/fuzz/Require.h"
 #include "tests/support/SlowProtocol.h"
 
 namespace {
@@ -39,7 +38,7 @@ struct Arguments {
     std::uint8_t second;
 };
 
-// The operations once more, from their tables.
+// Second implementation of the operations.
 
 void CheckPdout(AnsweringLink& link, unsigned (*operation)(Pellix&, std::uint8_t),
                 std::uint8_t argument, const std::function<void(Bytes&)>& change) {
@@ -55,7 +54,7 @@ void CheckPdout(AnsweringLink& link, unsigned (*operation)(Pellix&, std::uint8_t
     link.RequireStatus(result);
 }
 
-/// Bit `bit` of byte `number`; false for data of another length.
+/// @return bit `bit` of byte `number`; false for data of another length
 bool PdinBit(const Bytes& pdin, std::size_t number, unsigned bit) {
     return pdin.size() == 4 && pdin[number] / (1U << bit) % 2 == 1;
 }
@@ -68,7 +67,7 @@ bool IsSameNumber(double left, double right) {
     return left == right || (std::isnan(left) && std::isnan(right));
 }
 
-/// Bytes `first` and the one after it of data that is to be `size` long.
+/// @return bytes `first` and `first` + 1 of data that must be `size` bytes long
 double Hundredths(const Bytes& bytes, std::size_t size) {
     if (bytes.size() != size) {
         return std::numeric_limits<double>::quiet_NaN();
@@ -81,7 +80,7 @@ std::string Key(unsigned index, unsigned subindex) {
     return "PARAM[" + std::to_string(index) + "][" + std::to_string(subindex) + "]";
 }
 
-/// The value that a read has left behind.
+/// @return the value that the device model has stored after a read
 Bytes ReadBytes(AnsweringLink& link, unsigned index, unsigned subindex) {
     link.RequireSent(Key(index, subindex) + "?\n");
     return link.Link().GetParameter(index, subindex);

@@ -6,7 +6,7 @@
 #include <cstring>
 #include <vector>
 
-/// Takes an input apart, front to back. Behind its end are zeros.
+/// Reads values from a fuzzer input, front to back. After its end it returns zeros.
 class InputBytes {
 public:
     InputBytes(const std::uint8_t* data, std::size_t size) : next(data), end(data + size) {}
@@ -15,7 +15,7 @@ public:
 
     std::uint8_t Byte() { return IsEmpty() ? std::uint8_t{0} : *next++; }
 
-    /// A number or the like, as it lies in memory.
+    /// @return the next bytes as a trivially copyable `Value`, in the host's byte order
     template <typename Value>
     Value Take() {
         std::array<std::uint8_t, sizeof(Value)> bytes;
@@ -27,7 +27,7 @@ public:
         return value;
     }
 
-    /// A length of one byte, then as many elements; fewer when the input ends before.
+    /// Reads a length of one byte, then as many elements, or fewer if the input ends.
     template <typename Element>
     std::vector<Element> List() {
         std::vector<Element> elements;

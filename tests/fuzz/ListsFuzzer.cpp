@@ -1,5 +1,5 @@
-// The encodings of the line protocol. An input is read as a byte list, a number list, a parameter
-// key and a mode number, and its bytes are formatted as a byte list and as parameter keys.
+// Fuzzes the encodings of the line protocol. Reads an input as a byte list, a number list, a
+// parameter key and a mode number, and formats its bytes as a byte list and as parameter keys.
 
 #include <cstddef>
 #include <cstdint>
@@ -9,7 +9,6 @@
 
 #include "pellix/Protocol.h"
 #include "tests/fuzz/FuzzTarget.h"
-#include "tests/fuzz/Require.h"
 #include "tests/support/SlowProtocol.h"
 
 namespace {

@@ -1,14 +1,14 @@
-// The road of master input: what reads of the tty bring, cut anywhere, with zero bytes and read
-// errors between them, through parser, command handler, response handling and device model.
+// Fuzzes the path of master input through parser, command handler, response handling and device
+// model: input split anywhere into reads, with zero bytes and read errors.
 //
 // An input is a script of steps. A step is one character and a text, which ends at the next "|";
-// "\" takes the character after it as it is.
+// "\" escapes the character after it.
 //   ?NAME  =NAME  (NAME   send a query, an assignment, a call
-//   <TEXT  one read that brings TEXT       !  one read that fails
-//   .  the senders take their commands that are done        t  the time of all commands is over
-//   w  the next write fails      u  p  the tty cannot be opened any more, or can again
-//   x  the device is removed     *  the step before ten times more
-// Any other step is passed over.
+//   <TEXT  one read that returns TEXT      !  one read that fails
+//   .  the senders remove their finished commands           t  all commands time out
+//   w  the next write fails      u  p  the tty can no longer be opened, or can again
+//   x  the device is removed     *  repeat the previous step ten times
+// Any other step is skipped.
 
 #include <chrono>
 #include <cstddef>
@@ -25,12 +25,11 @@
 #include "pellix/SerialConnection.h"
 #include "tests/fuzz/FuzzTarget.h"
 #include "tests/fuzz/MasterInputModel.h"
-#include "tests/fuzz/Require.h"
 #include "tests/support/Allocations.h"
 #include "tests/support/Pty.h"
 #include "tests/support/ScriptedRead.h"
 
-/// The parser's pauses take no time. (The linker's name for what it has wrapped.)
+/// Makes the parser's pauses take no time. The name is the linker's for a wrapped function.
 // NOLINTNEXTLINE(bugprone-reserved-identifier)
 extern "C" int __wrap_nanosleep(const timespec* /*time*/, timespec* /*left*/) {
     return 0;
@@ -40,7 +39,7 @@ namespace {
 
 using pellix::Command;
 
-constexpr double kAlwaysOver = -1.0;  // seconds: every command is overdue when that is looked at
+constexpr double kAlwaysOver = -1.0;  // seconds; CheckTimeouts() expires every command
 constexpr unsigned kRepetitions = 10;
 
 struct Step {
@@ -70,7 +69,7 @@ support::Pty& Tty() {
     return tty;
 }
 
-/// The tty, but nothing is written to it.
+/// A connection to the tty that writes nothing.
 class Line : public pellix::SerialConnection {
 public:
     Line() : SerialConnection(Tty().Path()) {}
@@ -145,20 +144,20 @@ public:
 private:
     void Add(const std::string& name, Command* command) {
         const bool isSent = !removed && !std::exchange(writeFails, false);
-        Require((command != nullptr) == isSent, "a command comes of what was sent");
+        Require((command != nullptr) == isSent, "a sent request has a command");
         if (isSent) {
             commands.push_back(command);
             model.commands.push_back({name, pellix::kActive, 0});
         }
     }
 
-    /// As the parser thread: pass after pass until the read has been made.
+    /// Runs passes, as the parser thread does, until one has read.
     void Read(const std::optional<std::string>& text) {
         for (bool isRead = false; !isRead;) {
             isRead = model.IsReading();
             const support::ScriptedRead read(text);
             const bool isThrown = pellix::CatchAll([this] { handler.Parse(); }).has_value();
-            Require(isThrown == model.Pass(text), "exceptions come from bad error numbers only");
+            Require(isThrown == model.Pass(text), "only invalid error numbers throw");
         }
     }
 
@@ -169,7 +168,7 @@ private:
                 continue;
             }
             Require(handler.WaitForFinished(commands[i]) == model.commands[i].state,
-                    "the sender hears of the last state");
+                    "the sender gets the last state");
             handler.RemovePending(commands[i]);
             const auto offset = static_cast<std::ptrdiff_t>(i);
             commands.erase(commands.begin() + offset);
@@ -226,14 +225,15 @@ void Play(Road& road, const std::vector<Step>& steps) {
     }
 }
 
-/// The same input over and over takes no more memory. Parameters that a device forgets are lost on
-/// purpose.
+/// Requires that repeated input uses no more memory. A device that drops its parameters leaks them
+/// on purpose.
 void CheckMemory(Road& road, std::vector<Step> reads) {
-    reads.push_back({'<', "\n"});  // what a bad line has left over comes before it
+    reads.push_back({'<', "\n"});  // first handles the lines after an invalid one
     Play(road, reads);
     const std::size_t before = support::LiveBytes();
     Play(road, reads);
-    Require(support::LiveBytes() == before || road.HasForgottenParameters(), "memory stays flat");
+    Require(support::LiveBytes() == before || road.HasForgottenParameters(),
+            "memory use is constant");
 }
 
 }  // namespace

@@ -17,7 +17,7 @@ bool IsDone(const MasterInputModel::Command& command) {
     return command.state == kFinished || command.state == kFailed;
 }
 
-/// What comes before each line feed; what comes after the last one is lost.
+/// @return the text before each line feed; the text after the last one is lost
 std::deque<std::string> WholeLines(const std::string& text) {
     std::deque<std::string> lines;
     std::string line;
@@ -32,7 +32,7 @@ std::deque<std::string> WholeLines(const std::string& text) {
     return lines;
 }
 
-/// The pieces of `text` between single `separator`s, and two empty ones.
+/// @return the pieces of `text` between single `separator`s, followed by two empty ones
 std::vector<std::string> Split(const std::string& text, char separator) {
     std::vector<std::string> pieces(1);
     for (const char c : text) {
@@ -90,7 +90,7 @@ void MasterInputModel::Reopen() {
     reopenRequested = !plugged;
 }
 
-/// @return false when the line ends the pass in an exception
+/// @return false if the line makes the pass throw
 bool MasterInputModel::Handle(std::string line) {
     if (line.empty()) {
         return true;
@@ -125,7 +125,7 @@ bool MasterInputModel::HandleError(const std::string& line) {
             command->state = kFailed;
         }
         return true;
-    } catch (const std::logic_error&) {  // no number, or none that fits
+    } catch (const std::logic_error&) {  // not a number, or out of range
         return false;
     }
 }

@@ -8,8 +8,8 @@
 #include <utility>
 #include <vector>
 
-/// What master input is to do to the commands under way and to the device model, told once more in
-/// the plainest way. The fuzzer compares the library with it after every step.
+/// Simple second implementation of what master input does to the active commands and the device
+/// model. The fuzzer compares the library with it after every step.
 class MasterInputModel {
 public:
     struct Command {
@@ -21,17 +21,18 @@ public:
     using Bytes = std::vector<std::uint8_t>;
     using Address = std::pair<std::uint32_t, std::uint32_t>;
 
-    /// One pass of the parser over what one read brings; nothing is a read error.
-    /// @return whether the pass ends in an exception
+    /// Makes one pass of the parser.
+    /// @param read result of the read; nothing for a read error
+    /// @return whether the pass throws
     bool Pass(const std::optional<std::string>& read);
 
-    /// Whether the next pass reads; it does not when a bad line came before the last of its read.
+    /// @return whether the next pass reads; it does not if an invalid line left others unhandled
     bool IsReading() const { return !linesLeft; }
 
-    /// The oldest command of that name, or null.
+    /// @return the oldest command of that name, or null
     Command* Find(const std::string& name);
 
-    /// The time of all commands is over.
+    /// Lets all commands time out.
     void Expire();
 
     std::vector<Command> commands;  ///< oldest first
@@ -43,7 +44,7 @@ public:
     std::vector<std::uint32_t> deviceInfo;
     std::map<Address, Bytes> parameters;
     std::string id;
-    bool hasForgottenParameters = false;  ///< at least once
+    bool hasForgottenParameters = false;  ///< parameters were dropped at least once
 
 private:
     std::string Take(const std::optional<std::string>& read);
@@ -56,7 +57,7 @@ private:
     void StoreMode(int newMode);
     void StoreDeviceInfo(const std::vector<std::uint32_t>& numbers);
 
-    std::deque<std::string> lines;  // whole ones that are still to be handled
+    std::deque<std::string> lines;  // complete lines that are not handled yet
     bool linesLeft = false;
     bool open = true;
     bool reopenRequested = false;

@@ -1,5 +1,5 @@
-// Stands in for the fuzzer in the builds without one: runs a fuzz target over files, so that
-// every test run repeats what fuzzing has found.
+// Replaces the fuzzer in builds without one: runs a fuzz target on the files of its corpus, so that
+// every test run repeats the inputs that fuzzing has found.
 
 #include <cstdint>
 #include <cstdio>

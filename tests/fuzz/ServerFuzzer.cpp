@@ -1,7 +1,7 @@
-// HTTP and XML that a client sends to a running server, behind which are an HVA and an MZD gripper.
+// Fuzzes the HTTP and XML that a client sends to a running server with an HVA and an MZD gripper.
 //
-// An input that begins with "<" is the XML of one call and gets the HTTP headers that it needs.
-// Any other input is sent as it is; its sender then waits for the end of the connection.
+// An input that begins with "<" is the XML of one call and is sent with the required HTTP headers.
+// Any other input is sent unchanged; the fuzzer then waits until the server closes the connection.
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -16,7 +16,6 @@
 #include <string>
 
 #include "tests/fuzz/FuzzTarget.h"
-#include "tests/fuzz/Require.h"
 #include "tests/unit/daemon/GripperCell.h"
 #include "tests/unit/daemon/RunningServer.h"
 
@@ -24,7 +23,7 @@ namespace {
 
 constexpr timeval kPatience{.tv_sec = 60, .tv_usec = 0};
 
-/// Never destroyed: the server's threads go on until the process has ended.
+/// Never destroyed, because the server's threads run until the process ends.
 class World {
 public:
     World()
@@ -34,7 +33,8 @@ public:
     World(const World&) = delete;
     World& operator=(const World&) = delete;
 
-    /// Sends `request` on a connection of its own. @return all that comes back
+    /// Sends `request` on a new connection.
+    /// @return the whole response
     std::string Exchange(const std::string& request) const {
         const int client = ::socket(AF_INET, SOCK_STREAM, 0);
         ::setsockopt(client, SOL_SOCKET, SO_RCVTIMEO, &kPatience, sizeof kPatience);
@@ -51,7 +51,7 @@ public:
         return answer;
     }
 
-    /// What the input has left behind in the test's own memory.
+    /// Frees what the input has left in the fake masters and the log capture.
     void Forget() {
         hva.ClearRequests();
         mzd.ClearRequests();
@@ -64,7 +64,7 @@ private:
         std::array<char, 4096> buffer;
         for (;;) {
             const ssize_t count = ::recv(client, buffer.data(), buffer.size(), 0);
-            if (count < 0 && errno == EINTR) {  // the fuzzer looks at its watch
+            if (count < 0 && errno == EINTR) {  // the fuzzer's timer signal
                 continue;
             }
             if (count <= 0) {

@@ -6,14 +6,14 @@
 /// Linking this replaces the global operators new and delete.
 namespace support {
 
-/// Bytes that this process has from operator new at the moment.
+/// @return bytes that this process currently has from operator new
 std::size_t LiveBytes();
 
-/// For its scope, operator new throws std::bad_alloc on the thread that made the object.
+/// During its lifetime, operator new throws std::bad_alloc on the thread that created the object.
 class FailingAllocations {
 public:
-    /// Which ones fail: those of `smallest` to `largest` bytes, after `spared` of them have
-    /// succeeded, and `count` in all.
+    /// Selects the allocations that fail: of those of `smallest` to `largest` bytes, the first
+    /// `spared` succeed and the next `count` fail.
     struct Which {
         std::size_t smallest = 0;
         std::size_t largest = std::numeric_limits<std::size_t>::max();

@@ -23,7 +23,7 @@ bool IsToFail() {
 
 }  // namespace
 
-// The linker's names for what it has wrapped.
+// The linker's names for the wrapped function.
 extern "C" {
 int __real_pthread_mutex_lock(pthread_mutex_t* mutex);  // NOLINT(bugprone-reserved-identifier)
 int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex);  // NOLINT(bugprone-reserved-identifier)

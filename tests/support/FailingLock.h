@@ -2,8 +2,9 @@
 
 namespace support {
 
-/// For its scope, std::mutex::lock() throws std::system_error on the thread that made the object:
-/// once, after `spared` calls have succeeded. Other mutexes that lock without a limit count too.
+/// During its lifetime, std::mutex::lock() throws std::system_error once on the thread that created
+/// the object, after `spared` calls have succeeded. Other mutexes locked without a timeout count,
+/// too.
 ///
 /// The executable is linked with --wrap=pthread_mutex_lock.
 class FailingLock {

@@ -36,7 +36,7 @@ void FakeConnection::Reopen() {
     ++reopens;
     if (failingReopens > 0) {
         --failingReopens;
-        // A pointer, as the interface has it.
+        // The interface throws a pointer.
         throw new std::exception;  // NOLINT(misc-throw-by-value-catch-by-reference)
     }
 }

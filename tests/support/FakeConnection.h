@@ -10,10 +10,10 @@
 
 namespace support {
 
-/// A connection whose input is given by the test and whose output the test can look at.
+/// A connection to which the test provides the input and whose output the test can check.
 ///
-/// The fields are the test's, to be set before the calls that they concern; Write() may come from
-/// any thread, the rest belongs to one.
+/// The test sets the fields before the calls that use them. Any thread may call Write(); everything
+/// else belongs to one thread.
 class FakeConnection : public pellix::Connection {
 public:
     /// @param flag set to true by the destructor; may be null
@@ -22,16 +22,16 @@ public:
     FakeConnection& operator=(const FakeConnection&) = delete;
     ~FakeConnection() override;
 
-    /// The next of `input`; empty, at once, when there is none.
+    /// @return the next element of `input`; empty if there is none. Does not block.
     std::string Read() override;
 
     /// Records `text`, runs onWrite and returns writeResult.
     int Write(const std::string& text) override;
 
-    /// Throws while failingReopens is not used up.
+    /// Throws for the first `failingReopens` calls.
     void Reopen() override;
 
-    /// What was written, oldest first.
+    /// @return written texts, oldest first
     std::vector<std::string> Writes() const;
 
     std::deque<std::string> input;

@@ -83,7 +83,7 @@ void FakeMaster::Run() {
         }
         const std::chrono::milliseconds period = streamPeriod;
         if (period.count() > 0 && std::chrono::steady_clock::now() >= nextLine) {
-            // One that finds no room is not missed.
+            // A line that does not fit into the tty's buffer may be lost.
             [[maybe_unused]] const ssize_t count = ::write(end.fd, "@EV=0\n", 6);
             nextLine = std::chrono::steady_clock::now() + period;
         }

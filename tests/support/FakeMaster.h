@@ -16,8 +16,8 @@ namespace support {
 
 /// A master with a gripper behind a tty: records the request lines and answers them.
 ///
-/// At first it is a PELLIX in mode 4 with an HVA, serial number 100001, on it. A query that it
-/// has no answer for is an error 9; any other request succeeds.
+/// At first it is a PELLIX in mode 4 with an HVA, serial number 100001. It answers an unknown query
+/// with error 9 and any other request with success.
 class FakeMaster {
 public:
     FakeMaster();
@@ -28,36 +28,37 @@ public:
     const Pty& Tty() const { return pty; }
     const std::string& Path() const { return pty.Path(); }
 
-    /// The query of `key` is answered with an acknowledgement and this value. There is no finish
-    /// line, which could meet the next query of that key.
+    /// Answers the query of `key` with an acknowledgement and this value. Sends no FIN line, which
+    /// could finish the next query of that key.
     void SetValue(const std::string& key, const std::string& value);
 
-    /// The request line `line` is answered with these texts in turn; the last one stays. An empty
-    /// text is silence.
+    /// Answers the request line `line` with these texts in turn, then always with the last one. An
+    /// empty text sends nothing.
     void SetAnswers(const std::string& line, std::deque<std::string> texts);
 
-    /// No request is answered, or they are again.
+    /// Stops answering requests, or answers them again.
     void SetSilent(bool on) { silent = on; }
 
-    /// Sends an event line again and again, so that a reader of the tty never waits long.
+    /// Sends an event line periodically, so that a read from the tty ends soon.
     void StreamEvery(std::chrono::milliseconds period) { streamPeriod = period; }
 
-    /// Sends `text` of its own accord.
+    /// Sends `text` without a request.
     void Send(const std::string& text) const { pty.Send(text); }
 
-    /// The request lines so far, oldest first, without their line feeds.
+    /// @return the request lines so far, oldest first, without their line feeds
     std::vector<std::string> Requests() const;
 
-    /// How often `line` was requested so far.
+    /// @return how often `line` was received so far
     std::size_t Count(const std::string& line) const;
 
-    /// Waits until `line` has been requested `count` times. @return whether it was
+    /// Waits until `line` was received `count` times.
+    /// @return false if it was not in time
     bool WaitForRequest(const std::string& line, std::size_t count = 1) const;
 
-    /// Forgets the requests so far.
+    /// Clears the recorded requests.
     void ClearRequests();
 
-    /// Takes the tty away and hangs it up.
+    /// Removes the tty and hangs it up.
     void Unplug();
 
     void Stall(bool on) const { pty.Stall(on); }
@@ -71,11 +72,11 @@ private:
     Pty pty;
     std::map<std::string, std::deque<std::string>> answers;
     std::vector<std::string> requests;
-    std::string unfinished;    // of the request line; the thread's own
+    std::string unfinished;    // beginning of a request line; used by the thread only
     mutable std::mutex mutex;  // guards answers and requests
     std::atomic<bool> silent = false;
     std::atomic<std::chrono::milliseconds> streamPeriod = std::chrono::milliseconds(0);
-    std::atomic<bool> running = true;  // looked at every few milliseconds
+    std::atomic<bool> running = true;  // read every few milliseconds
     std::thread thread;
 };
 

@@ -24,7 +24,7 @@ bool IsDigit(char c) {
     return c >= '0' && c <= '9';
 }
 
-/// The entry that `line` begins; nothing when it is the rest of the message before.
+/// @return the entry that begins with `line`; nothing if `line` continues the previous message
 std::optional<Entry> Begin(const std::string& line) {
     const auto has_shape = [](char shape, char c) {
         return shape == '0' ? IsDigit(c) : shape == c;

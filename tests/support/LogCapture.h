@@ -10,28 +10,28 @@ namespace support {
 
 using Messages = std::vector<std::string>;
 
-/// Takes the log lines of this process for its scope and gives their messages, oldest first,
-/// without time and thread id. Any thread may ask.
+/// Captures the log lines of this process during its lifetime. Returns their messages without time
+/// and thread id, oldest first. Any thread may call.
 class LogCapture {
 public:
     LogCapture();
 
-    /// The messages of all threads. A message that spans several lines is one, without its last
-    /// line feed.
+    /// @return messages of all threads. A message of several lines is one element, without its last
+    ///         line feed.
     Messages All() const;
 
-    /// Those of the calling thread.
+    /// @return messages of the calling thread
     Messages OfThisThread() const;
 
-    /// Those that begin with `start`.
+    /// @return messages that begin with `start`
     Messages BeginningWith(const std::string& start) const;
 
-    /// How often `message` was logged.
+    /// @return how often `message` was logged
     std::size_t Count(const std::string& message) const;
 
     bool Contains(const std::string& message) const { return Count(message) > 0; }
 
-    /// The lines as they were written.
+    /// @return the lines as written
     std::string Text() const { return output.Text(); }
 
     void Clear() const { output.Clear(); }

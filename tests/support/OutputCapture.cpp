@@ -20,7 +20,7 @@ OutputCapture::OutputCapture(int descriptor)
 }
 
 OutputCapture::~OutputCapture() {
-    std::fflush(nullptr);  // what the test framework has printed meanwhile
+    std::fflush(nullptr);  // output of the test framework
     ::dup2(original, target);
     if (testing::Test::HasFailure()) {
         const std::string text = Text();

@@ -4,8 +4,8 @@
 
 namespace support {
 
-/// Takes what is written to a descriptor of this process, from construction to destruction.
-/// When the test has failed by then, all of it is passed on to where it would have gone.
+/// Captures what this process writes to a descriptor, from construction to destruction. If the test
+/// has failed by then, writes it to the original target.
 class OutputCapture {
 public:
     /// @param descriptor STDOUT_FILENO or STDERR_FILENO
@@ -14,14 +14,14 @@ public:
     OutputCapture& operator=(const OutputCapture&) = delete;
     ~OutputCapture();
 
-    /// All that was written since the construction or the last Clear(). Any thread.
+    /// @return everything written since construction or the last Clear(). Any thread may call.
     std::string Text() const;
 
     void Clear() const;
 
 private:
     const int target;
-    const int original;  // where `target` led before
+    const int original;  // duplicate of `target` before the redirection
     const int file;
 };
 

@@ -9,15 +9,15 @@
 
 namespace support {
 
-/// A tty with its other end in the test's hands.
+/// A pseudo-terminal: the code under test opens the tty, the test has the other end.
 ///
-/// The numbers of pseudo-terminals are used again at once, by other processes too. What is under
-/// test therefore gets a link of the test's own as its path, which HangUp() takes away first.
+/// The kernel reuses the number of a closed pseudo-terminal at once, even for another process. The
+/// path is therefore a symbolic link of the test, which HangUp() removes first.
 class Pty {
 public:
     enum class Settings {
         kRaw,
-        kCooked,  ///< as the kernel makes them: line mode, echo
+        kCooked,  ///< the kernel's default: line mode, echo
     };
 
     explicit Pty(Settings settings = Settings::kRaw);
@@ -25,43 +25,44 @@ public:
     Pty& operator=(const Pty&) = delete;
     ~Pty();
 
-    /// Path of the tty.
+    /// @return path of the tty
     const std::string& Path() const { return path; }
 
-    /// The kernel's own path of the tty.
+    /// @return the kernel's path of the tty
     const std::string& KernelPath() const { return kernelPath; }
 
-    /// Descriptor of the other end, not blocking.
+    /// @return descriptor of the other end, non-blocking
     int OtherEnd() const { return otherEnd; }
 
-    /// What a reader of the tty will find.
+    /// Sends `text`, which a read from the tty then returns.
     void Send(std::string_view text) const;
 
-    /// What was written to the tty: waits until it is `size` bytes long, or `limit` is over.
+    /// Waits until `size` bytes were written to the tty, at most for `limit`.
+    /// @return the bytes written
     std::string Receive(std::size_t size,
                         std::chrono::milliseconds limit = std::chrono::seconds(5)) const;
 
-    /// Number of bytes that wait to be read from the tty.
+    /// @return number of bytes that can be read from the tty
     std::size_t Pending() const;
 
     termios GetSettings() const;
     void SetSettings(const termios& settings) const;
 
-    /// The tty takes no more bytes, or does again.
+    /// Makes the tty accept no more bytes, or accept them again.
     void Stall(bool on) const;
 
-    /// Takes the path away without hanging up.
+    /// Removes the path without hanging up.
     void RemovePath() const;
 
-    /// Makes the path again.
+    /// Creates the path again.
     void RestorePath() const;
 
-    /// As an unplug: the path goes away, then reads end at once and writes fail.
+    /// Acts like an unplug: removes the path; then reads end at once and writes fail.
     void HangUp();
 
 private:
     int otherEnd = -1;
-    int tty = -1;  // keeps the settings while nobody else has the tty open
+    int tty = -1;  // keeps the settings while no other descriptor of the tty is open
     std::string folder;
     std::string path;
     std::string kernelPath;

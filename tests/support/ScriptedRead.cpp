@@ -12,7 +12,7 @@ thread_local const std::optional<std::string>* script = nullptr;
 
 }  // namespace
 
-// The linker's names for what it has wrapped.
+// The linker's names for the wrapped function.
 extern "C" {
 ssize_t __real_read(int fd, void* buffer, size_t size);  // NOLINT(bugprone-reserved-identifier)
 ssize_t __wrap_read(int fd, void* buffer, size_t size);  // NOLINT(bugprone-reserved-identifier)

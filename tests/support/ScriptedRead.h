@@ -5,9 +5,9 @@
 
 namespace support {
 
-/// For its scope, the next read() of the thread that made the object, and only that one, returns
-/// `text`, or fails when there is none. A pseudo-terminal can do neither a read that fills the
-/// buffer nor one that fails on demand.
+/// During its lifetime, the next read() of the thread that created the object returns `text`, or
+/// fails if there is none; later reads are normal. A pseudo-terminal can neither fill the whole
+/// buffer with one read nor make a read fail on demand.
 ///
 /// The executable is linked with --wrap=read.
 class ScriptedRead {

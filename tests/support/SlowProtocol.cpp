@@ -34,7 +34,7 @@ std::string LeadingDigits(const std::string& piece, const std::string& digits) {
     return found;
 }
 
-/// Low 8 bits of a hexadecimal number: its last two digits.
+/// @return low 8 bits of a hexadecimal number, from its last two digits
 std::uint8_t SlowByte(std::string piece) {
     piece = WithoutBlanks(piece);
     if (piece.size() > 1 && piece[0] == '0' && IsAnyOf(piece[1], "xX")) {
@@ -44,7 +44,7 @@ std::uint8_t SlowByte(std::string piece) {
     return static_cast<std::uint8_t>(std::stoul(digits.substr(digits.size() - 2), nullptr, 16));
 }
 
-/// Decimal, modulo 2^32.
+/// @return a decimal number modulo 2^32
 std::uint32_t SlowNumber(const std::string& piece) {
     std::uint64_t number = 0;
     for (const char digit : LeadingDigits(WithoutBlanks(piece), kDecimalDigits)) {
@@ -53,7 +53,7 @@ std::uint32_t SlowNumber(const std::string& piece) {
     return static_cast<std::uint32_t>(number);
 }
 
-/// The list in `text`; nothing for what is no list.
+/// @return the list in `text`; nothing if it is invalid
 template <typename Element, typename Convert>
 std::optional<std::vector<Element>> SlowList(const std::string& text, Convert convert) {
     const std::size_t end = text.find(']');
@@ -76,7 +76,8 @@ std::optional<std::vector<Element>> SlowList(const std::string& text, Convert co
     return elements;
 }
 
-/// Takes the text up to `end` off the front of `text`. @return nothing when `end` is not there
+/// Removes the text up to `end` from `text` and returns it.
+/// @return nothing if `end` is missing
 std::optional<std::string> TakeUntil(std::string& text, char end) {
     std::string taken;
     for (std::size_t i = 0; i < text.size(); ++i) {

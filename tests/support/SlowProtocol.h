@@ -6,8 +6,8 @@
 #include <utility>
 #include <vector>
 
-/// The encodings of the line protocol once more, step by step and character by character: what the
-/// library's fast ones are compared with. Nothing here shares code with them.
+/// Simple second implementation of the line protocol's encodings, with which tests compare the
+/// library's fast one. The two share no code.
 namespace support {
 
 std::optional<std::vector<std::uint8_t>> SlowByteList(const std::string& text);

@@ -3,9 +3,9 @@
 #include <chrono>
 #include <ctime>
 
-// The thread sanitizer of gcc 12 does not know pthread_mutex_clocklock, which timed locks of
-// std::timed_mutex call: it takes the mutex for never locked. It knows pthread_mutex_timedlock,
-// whose deadline is on the wall clock.
+// The thread sanitizer of gcc 12 does not intercept pthread_mutex_clocklock(), which
+// std::timed_mutex calls, and so misses the lock. It does intercept pthread_mutex_timedlock(),
+// whose deadline uses the system clock.
 
 namespace {
 

@@ -5,19 +5,19 @@
 
 namespace support {
 
-/// Far more than anything here takes on a busy machine under a sanitizer.
+/// Far longer than any test needs on a busy machine under a sanitizer.
 inline constexpr std::chrono::seconds kPatience{20};
 
-/// Looks at `condition` every millisecond until it holds.
-/// @return whether it did within `limit`
+/// Checks `condition` every millisecond.
+/// @return whether it became true within `limit`
 bool WaitFor(const std::function<bool()>& condition, std::chrono::milliseconds limit = kPatience);
 
-/// Runs `action` on a thread of its own. What comes to no end goes on behind the test's back, so
-/// that a hang is a failure and not a test without a result: `action` owns all that it uses.
-/// @return whether it came to its end within `limit`
+/// Runs `action` on its own thread, so that a hang makes the test fail instead of never ending. An
+/// `action` that hangs keeps running after the test, so it must own everything that it uses.
+/// @return whether it returned within `limit`
 bool EndsWithin(std::chrono::milliseconds limit, std::function<void()> action);
 
-/// Runs `action`. @return how long it took
+/// @return how long `action` took
 std::chrono::milliseconds Measure(const std::function<void()>& action);
 
 }  // namespace support

@@ -4,7 +4,7 @@
 
 #include "tests/unit/daemon/fence/EchoCall.h"
 
-TEST(FaultTextTest, LargeIntegerThatIsNoneIsAFault) {
+TEST(FaultTextTest, InvalidLargeIntegerIsAFault) {
     for (const char* text : {"x", "", "1|||", "99999999999999999999"}) {
         EXPECT_TRUE(Contains(Answer(std::string("<i8>") + text + "</i8>"), "<fault>")) << text;
         EXPECT_TRUE(Contains(Answer(std::string("<ex:i8>") + text + "</ex:i8>"), "<fault>"));

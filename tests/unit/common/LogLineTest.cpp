@@ -26,7 +26,7 @@ using support::Messages;
 
 namespace {
 
-/// Standard output of this process, elsewhere for the scope of the object.
+/// Redirects standard output of this process for the lifetime of the object.
 class Redirection {
 public:
     explicit Redirection(int descriptor) : original(::dup(STDOUT_FILENO)) {
@@ -63,7 +63,7 @@ std::string LocalTimeText(std::time_t time) {
     return {text.data(), length};
 }
 
-/// The present time of day `hours` east of Greenwich.
+/// @return the current time of day, `hours` ahead of UTC
 std::string TimeOfDayEast(int hours) {
     const std::time_t now = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now() +
                                                                  std::chrono::hours(hours));
@@ -74,7 +74,7 @@ std::string TimeOfDayEast(int hours) {
     return {text.data(), length};
 }
 
-/// Whether timestamp() gives the present, whatever other threads do meanwhile.
+/// @return whether timestamp() returns the current time
 bool TellsThePresent() {
     const std::time_t before = std::time(nullptr);
     const std::string text = TavrikDaemon::timestamp();
@@ -102,7 +102,7 @@ TEST(LogLineTest, LineIsTimeThreadIdAndMessage) {
     EXPECT_EQ(text.substr(8), " " + std::to_string(pthread_self()) + " TavrikDaemon started\n");
 }
 
-TEST(LogLineTest, LinesOfOneThreadTellTheTimeAsItPasses) {
+TEST(LogLineTest, LinesOfOneThreadShowThePassingTime) {
     const LogCapture log;
     std::set<std::string> times;
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
@@ -129,7 +129,7 @@ TEST(LogLineTest, EachThreadWritesItsOwnId) {
     EXPECT_NE(id, std::to_string(pthread_self()));
 }
 
-TEST(LogLineTest, TextsAndNumbersAreJoinedWithoutAnythingBetween) {
+TEST(LogLineTest, TextsAndNumbersAreJoinedWithoutSeparators) {
     const LogCapture log;
     LogLine() << "Parameter " << 40U << " / " << -7 << std::string(" not found");
     EXPECT_EQ(log.All(), Messages{"Parameter 40 / -7 not found"});
@@ -164,7 +164,7 @@ TEST(LogLineTest, TimestampFollowsAChangeOfTheTimeZone) {
     const char* const given = std::getenv("TZ");  // NOLINT(concurrency-mt-unsafe)
     const std::string before = given == nullptr ? "" : given;
     for (const int hours : {0, 5, -8, 3}) {
-        // On the wall, east of Greenwich is later; in TZ it is less.
+        // A zone east of UTC has a later local time but a negative offset in TZ.
         const std::string zone = "TEST" + std::to_string(-hours);
         ::setenv("TZ", zone.c_str(), 1);  // NOLINT(concurrency-mt-unsafe)
         const std::string first = TimeOfDayEast(hours);
@@ -175,12 +175,12 @@ TEST(LogLineTest, TimestampFollowsAChangeOfTheTimeZone) {
     ::tzset();
 }
 
-TEST(LogLineTest, TimestampIsRightWhileOtherThreadsConvertTimes) {
+TEST(LogLineTest, TimestampIsCorrectWhileOtherThreadsConvertTimes) {
     std::atomic<bool> running = true;
     std::thread other([&running] {
         while (running) {
             const std::time_t noon = 43200;
-            (void)std::localtime(&noon);  // NOLINT(concurrency-mt-unsafe): the one that is shared
+            (void)std::localtime(&noon);  // NOLINT(concurrency-mt-unsafe): its result is shared
         }
     });
     int wrong = 0;
@@ -250,7 +250,7 @@ TEST(LogLineTest, LinesOfManyThreadsDoNotMix) {
     }
 }
 
-TEST(LogLineTest, LineLongerThanAPipeArrivesWholeInSpiteOfSignals) {
+TEST(LogLineTest, LineLongerThanAPipeArrivesWholeDespiteSignals) {
     const std::string message(1'000'000, 'x');
     std::array<int, 2> ends;
     ASSERT_EQ(::pipe(ends.data()), 0);

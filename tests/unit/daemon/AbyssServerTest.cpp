@@ -35,10 +35,10 @@ namespace {
 
 struct Registered {
     std::string name;
-    std::vector<std::string> signature;  // types of the result and of the parameters, as told
+    std::vector<std::string> signature;  // declared types of the result and the parameters
 };
 
-/// All there are, in the order of registration.
+/// All methods, in the order of registration.
 const std::vector<Registered> kRegistered{
     {"Grip", {"int", "struct", "int"}},
     {"Release", {"int", "struct", "int"}},
@@ -90,7 +90,7 @@ std::vector<std::string> Strings(const xmlrpc_c::value& array) {
     return strings;
 }
 
-TEST(AbyssServerTest, ServesTheFortyNamesInTheirOrder) {
+TEST(AbyssServerTest, ServesTheFortyNamesInOrder) {
     LogCapture log;
     const RunningServer server;
     auto names = Strings(server.Call("system.listMethods", {}).getResult());
@@ -104,7 +104,7 @@ TEST(AbyssServerTest, ServesTheFortyNamesInTheirOrder) {
     EXPECT_EQ(names, expected);
 }
 
-TEST(AbyssServerTest, TellsTheSignatureOfEachName) {
+TEST(AbyssServerTest, ReturnsTheSignatureOfEachName) {
     LogCapture log;
     const RunningServer server;
     for (const Registered& method : kRegistered) {
@@ -115,7 +115,7 @@ TEST(AbyssServerTest, TellsTheSignatureOfEachName) {
     }
 }
 
-TEST(AbyssServerTest, HasNoHelpForAnyName) {
+TEST(AbyssServerTest, HelpOfEachNameIsEmpty) {
     LogCapture log;
     const RunningServer server;
     for (const Registered& method : kRegistered) {
@@ -155,7 +155,7 @@ TEST(AbyssServerTest, ReportsASurplusParameterAsAFault) {
     EXPECT_TRUE(server.Answer("GetVersion", Parameters(1)).starts_with("fault"));
 }
 
-/// One connection for any number of calls.
+/// A connection that is kept open for any number of calls.
 class KeptConnection {
 public:
     explicit KeptConnection(unsigned port) {
@@ -197,7 +197,7 @@ private:
     const int socket = ::socket(AF_INET, SOCK_STREAM, 0);
 };
 
-TEST(AbyssServerTest, AClientMayKeepItsConnectionForManyCalls) {
+TEST(AbyssServerTest, OneConnectionServesManyCalls) {
     LogCapture log;
     const RunningServer server;
     const std::ptrdiff_t threads = CountThreads();
@@ -210,9 +210,9 @@ TEST(AbyssServerTest, AClientMayKeepItsConnectionForManyCalls) {
     EXPECT_TRUE(WaitFor([&] { return CountThreads() <= threads; }));
 }
 
-TEST(AbyssServerTest, ServesAgainWhenTheLibraryGaveUp) {
+TEST(AbyssServerTest, ServesAgainAfterTheLibraryGivesUp) {
 #ifdef __SANITIZE_ADDRESS__
-    GTEST_SKIP() << "the library loses its list of connections, and the reason's text";
+    GTEST_SKIP() << "the library leaks its list of connections and the text of the reason";
 #endif
     LogCapture log;
     const RunningServer server;
@@ -239,7 +239,7 @@ TEST(AbyssServerTest, LeavesTheSignalsOfTheProcessAlone) {
     EXPECT_EQ(handlers(), before);
 }
 
-TEST(AbyssServerTest, TellsThePortThatItWasMadeFor) {
+TEST(AbyssServerTest, GetPortReturnsThePortOfItsConstruction) {
     EXPECT_EQ(AbyssServer(nullptr, 1234).getPort(), 1234U);
 }
 
@@ -250,7 +250,7 @@ TEST(AbyssServerTest, MayBeDestroyedWithoutEverHavingRun) {
     next.terminate();
 }
 
-TEST(AbyssServerTest, TerminationBeforeItRunsIsForgotten) {
+TEST(AbyssServerTest, TerminationBeforeRunHasNoEffect) {
     LogCapture log;
     AbyssServer server(nullptr, FreePort());
     server.terminate();
@@ -283,7 +283,7 @@ TEST(AbyssServerTest, MayBeTerminatedAgainAfterItHasReturned) {
     server.Server().terminate();
 }
 
-TEST(AbyssServerTest, ReturnsOnlyWhenNobodyIsInsideATermination) {
+TEST(AbyssServerTest, RunReturnsOnlyAfterEveryTerminationHasReturned) {
     LogCapture log;
     RunningServer server;
     HeldTermination held;
@@ -295,7 +295,7 @@ TEST(AbyssServerTest, ReturnsOnlyWhenNobodyIsInsideATermination) {
     terminator.join();
 }
 
-TEST(AbyssServerTest, TerminationsFromManyThreadsMeetItsEnd) {
+TEST(AbyssServerTest, ManyThreadsMayTerminateItWhileItEnds) {
     LogCapture log;
     for (int cycle = 0; cycle < 300; ++cycle) {
         AbyssServer server(nullptr, FreePort());

@@ -24,7 +24,7 @@ extern "C" {
 struct TConn;
 using ConnectionFunction = void(void* userHandle);
 
-/// Stands in front of the library's function of this name.
+/// Replaces the library's function of this name.
 void ConnCreate(TConn** connectionPP, TServer* serverP, TChannel* channelP, void* channelInfoP,
                 ConnectionFunction* job, std::size_t jobStackSize, ConnectionFunction* done,
                 int foregroundBackground, abyss_bool useSigchld, const char** errorP) {

@@ -1,4 +1,4 @@
 #pragma once
 
-/// The HTTP library's next connection fails, as if it had no memory for it.
+/// Makes the HTTP library fail to create its next connection, as if it were out of memory.
 void FailNextConnection();

@@ -9,7 +9,7 @@
 
 #include "tests/support/WaitFor.h"
 
-// The types that libudev keeps to itself.
+// Types that libudev's header only declares.
 
 struct udev {};
 
@@ -21,8 +21,8 @@ struct udev_device {
 };
 
 struct udev_monitor {
-    std::optional<udev_device> event;  // until the thread takes it
-    bool busy = false;                 // the thread is handling an event
+    std::optional<udev_device> event;  // waits for the monitor thread
+    bool busy = false;                 // the monitor thread is handling an event
     std::mutex mutex;                  // guards both
     std::condition_variable changed;
 };
@@ -32,7 +32,7 @@ namespace {
 udev context;
 udev_enumerate scan;
 
-/// Never destroyed: the monitor thread waits on it until the process has ended.
+/// Never destroyed, because the monitor thread waits on it until the process ends.
 udev_monitor& Monitor() {
     static auto* const monitor = new udev_monitor;
     return *monitor;
@@ -112,7 +112,7 @@ const char* udev_device_get_subsystem(udev_device* /*device*/) {
     return "tty";
 }
 
-/// The tty is its own USB parent here; a parent is not unreferenced.
+/// The tty is its own USB parent here. Callers do not unreference a parent.
 udev_device* udev_device_get_parent_with_subsystem_devtype(udev_device* device,
                                                            const char* /*subsystem*/,
                                                            const char* /*devtype*/) {

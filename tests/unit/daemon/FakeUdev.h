@@ -2,12 +2,12 @@
 
 #include <string>
 
-/// Stands in for libudev, whose functions it defines: in this program they tell of the masters that
-/// the test plugs in and of nothing else. No master is attached at the start.
+/// Replaces libudev by defining its functions. They report only the masters that the test plugs in;
+/// at the start no master is attached.
 namespace fake_udev {
 
-/// Sends the event `action` for the tty node of a master to the one udev monitor of the process.
-/// @return whether the monitor's thread has handled it in time
+/// Sends the event `action` for the tty node of a master to the process's only udev monitor.
+/// @return whether the monitor thread has handled it in time
 bool Send(const std::string& action, const std::string& node);
 
 }  // namespace fake_udev

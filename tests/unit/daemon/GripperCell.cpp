@@ -23,7 +23,7 @@ unsigned ModelId(const std::string& model) {
     return ids.at(model);
 }
 
-/// "[48,56,41]" for "HVA".
+/// @return for example "[48,56,41]" for "HVA"
 std::string TextAsBytes(const std::string& text) {
     std::ostringstream bytes;
     bytes << std::hex;

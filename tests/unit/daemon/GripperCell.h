@@ -7,10 +7,10 @@
 #include "tests/support/FakeMaster.h"
 #include "tests/support/LogCapture.h"
 
-/// Masters with grippers that come and go at the one GripperManager of this process.
+/// Plugs masters with grippers into the process's only GripperManager and unplugs them.
 ///
-/// It takes the log lines of the process for its scope. Masters that are still there at its end
-/// are unplugged.
+/// Captures the log lines of the process during its lifetime. Its destructor unplugs the remaining
+/// masters.
 class GripperCell {
 public:
     GripperCell() = default;
@@ -18,15 +18,16 @@ public:
     GripperCell& operator=(const GripperCell&) = delete;
     ~GripperCell();
 
-    /// Never destroyed: its monitor thread goes on until the process has ended.
+    /// @return the GripperManager, which is never destroyed: its monitor thread runs until the
+    ///         process ends
     static GripperManager& Manager();
 
-    /// A master with a gripper of `model` ("TLM", "HVA", "MZD-S" or "MZD-L"), ready to be called
-    /// as "<model> SN:<serial>": its process data are kPdin and kPdout, the parameters as in the
-    /// source, and no request of its link is under way.
+    /// Plugs in a master with a gripper of `model` ("TLM", "HVA", "MZD-S" or "MZD-L") and the
+    /// device string "<model> SN:<serial>". Returns when its link has no pending request. The
+    /// process data are kPdin and kPdout; the source lists the parameters.
     support::FakeMaster& Plug(const std::string& model, const std::string& serial = "100001");
 
-    /// Takes the master away; the reference becomes invalid.
+    /// Unplugs the master and destroys it.
     void Unplug(support::FakeMaster& master);
 
     support::LogCapture& Log() { return log; }
@@ -39,12 +40,13 @@ private:
     std::list<support::FakeMaster> masters;
 };
 
-/// The query of `key` is answered by the data line alone, which ends it: a finish after it could
-/// come late and end the next request of that name.
+/// Makes the master answer the query of `key` with a data line but no FIN line. The data line
+/// finishes the query; a FIN line could arrive late and finish the next request of that name.
 void SetValue(support::FakeMaster& master, const std::string& key, const std::string& value);
 
-/// Sends `pdin`, another than before, as a master's cyclic process data, and waits until the link
-/// with that device string has it: all lines that the master sent before are handled by then.
-/// @return whether it came in time
+/// Sends new process data and waits until the link with that device string has stored them. By
+/// then, the link has handled all earlier lines of the master.
+/// @param pdin must differ from the process data sent before
+/// @return whether the link has stored them in time
 bool ReportPdin(const support::FakeMaster& master, const std::string& device,
                 const std::string& pdin);

@@ -26,10 +26,10 @@ namespace {
 
 constexpr const char* kNobody = "nobody";
 
-/// What goes for every class that addresses a gripper.
+/// Tests of every class that addresses a gripper.
 class AllGripperMethodsTest : public testing::Test {
 protected:
-    /// Expects the library's fault, and nothing looked up.
+    /// Expects the library's fault and no lookup.
     void ExpectFault(const MethodFacts& facts, const std::vector<xmlrpc_c::value>& arguments) {
         log.Clear();
         try {
@@ -45,7 +45,7 @@ protected:
     LogCapture log;
 };
 
-TEST_F(AllGripperMethodsTest, TellTheirSignatureAndNoHelp) {
+TEST_F(AllGripperMethodsTest, HaveTheirSignatureAndNoHelp) {
     for (const MethodFacts& facts : AllMethods()) {
         const auto method = facts.create(&manager);
         EXPECT_EQ(method->signature(), facts.signature) << facts.className;
@@ -74,7 +74,7 @@ TEST_F(AllGripperMethodsTest, ASurplusParameterIsAFaultBeforeAnyLookup) {
     }
 }
 
-/// `arguments` with another one in place of that at `position`.
+/// @return `arguments` with the one at `position` replaced
 std::vector<xmlrpc_c::value> Replace(const std::vector<xmlrpc_c::value>& arguments,
                                      std::size_t position, const xmlrpc_c::value& other) {
     std::vector<xmlrpc_c::value> replaced;
@@ -102,7 +102,7 @@ TEST_F(AllGripperMethodsTest, AParameterOfAnotherTypeIsAFaultBeforeAnyLookup) {
     }
 }
 
-TEST_F(AllGripperMethodsTest, ThePlaceholderIsAnsweredAtOnceWithoutALogLine) {
+TEST_F(AllGripperMethodsTest, ThePlaceholderReturnsAtOnceWithoutALogLine) {
     log.Clear();
     for (const MethodFacts& facts : AllMethods()) {
         EXPECT_EQ(SampleAnswer(facts, "---"),
@@ -112,7 +112,7 @@ TEST_F(AllGripperMethodsTest, ThePlaceholderIsAnsweredAtOnceWithoutALogLine) {
     EXPECT_EQ(log.OfThisThread(), Messages());
 }
 
-TEST_F(AllGripperMethodsTest, AnUnknownDeviceIsLoggedUnderTheClassNameAndAnsweredByTheFallback) {
+TEST_F(AllGripperMethodsTest, AnUnknownDeviceIsLoggedUnderTheClassNameAndReturnsTheFallback) {
     for (const MethodFacts& facts : AllMethods()) {
         log.Clear();
         EXPECT_EQ(SampleAnswer(facts, kNobody), facts.fallback) << facts.className;
@@ -124,7 +124,7 @@ TEST_F(AllGripperMethodsTest, AnUnknownDeviceIsLoggedUnderTheClassNameAndAnswere
     }
 }
 
-/// What goes for each model of gripper.
+/// Tests of each gripper model.
 class EachModelTest : public GripperTest, public testing::WithParamInterface<std::string> {
 protected:
     static bool Has(const MethodFacts& method) {
@@ -152,7 +152,7 @@ protected:
     const std::string device = GetParam() + " SN:100001";
 };
 
-TEST_P(EachModelTest, HasItsOperationsAndRefusesTheOthersSilently) {
+TEST_P(EachModelTest, HasItsOwnOperationsAndRefusesTheOthersSilently) {
     FakeMaster& master = cell.Plug(GetParam());
     for (const MethodFacts& method : AllMethods()) {
         SCOPED_TRACE(method.className);
@@ -163,7 +163,7 @@ TEST_P(EachModelTest, HasItsOperationsAndRefusesTheOthersSilently) {
     EXPECT_EQ(cell.Log().Text().find("Failed to get PELLIX handle"), std::string::npos);
 }
 
-TEST_P(EachModelTest, TextsLikeItsDeviceStringAreUnknown) {
+TEST_P(EachModelTest, TextsSimilarToItsDeviceStringAreUnknown) {
     cell.Plug(GetParam());
     for (const std::string& other : {device + " ", " " + device, device.substr(1), std::string()}) {
         EXPECT_EQ(Answer<GetGripperInterface>(other), "int -1") << other;
@@ -216,7 +216,7 @@ TEST_F(GripperMethodTest, AGripperOfAnotherMakerIsRefused) {
     EXPECT_EQ(master.Count("DEVINFO?"), master.Requests().size());
 }
 
-/// The list ends after the vendor id: the model is missing.
+/// The device information ends after the vendor id, so the model is missing.
 class ShortDeviceInfoTest : public GripperMethodTest {
 protected:
     ShortDeviceInfoTest() {
@@ -225,7 +225,7 @@ protected:
     }
 };
 
-TEST_F(ShortDeviceInfoTest, LeavesEveryModelCheckAsAnException) {
+TEST_F(ShortDeviceInfoTest, MakesEveryModelCheckThrow) {
     for (const MethodFacts& method : AllMethods()) {
         if (method.check != Check::kNone) {
             EXPECT_THROW(SampleAnswer(method, "HVA SN:100001"), std::out_of_range)
@@ -239,7 +239,7 @@ TEST_F(ShortDeviceInfoTest, LeavesNoLinkInUse) {
     EXPECT_FALSE(IsInUse("HVA SN:100001"));
 }
 
-TEST_F(ShortDeviceInfoTest, IsAFaultToTheClient) {
+TEST_F(ShortDeviceInfoTest, IsAFaultForTheClient) {
     const xmlrpc_c::methodPtr method(new Reference(&GripperCell::Manager()));
     xmlrpc_c::registry registry;
     registry.addMethod("Reference", method);
@@ -259,7 +259,7 @@ TEST_F(GripperMethodTest, NoCallLeavesItsLinkInUse) {
     EXPECT_FALSE(IsInUse("MZD-S SN:100001"));
 }
 
-/// A call whose int parameters are cut to their low bytes.
+/// A call whose int parameters are reduced to their low bytes.
 struct CutCall {
     std::string className;
     std::vector<int> numbers;

@@ -7,21 +7,21 @@
 #include "tests/unit/daemon/GripperCell.h"
 #include "tests/unit/daemon/Values.h"
 
-/// Tests that call methods on grippers.
+/// Fixture of tests that call methods on grippers.
 class GripperTest : public testing::Test {
 protected:
-    /// What a method of the class answers to the arguments.
+    /// @return the result of a call with these arguments, as values::Describe()
     template <typename Method, typename... Arguments>
     static std::string Answer(const Arguments&... arguments) {
         Method method(&GripperCell::Manager());
         return values::Execute(method, values::Parameters(arguments...));
     }
 
-    /// Whether a call still holds the link of a gripper that is plugged in.
+    /// @return whether a call still uses the link of this gripper, which must be plugged in
     static bool IsInUse(const std::string& device) {
         LinkInUse link = GripperCell::Manager().GetLink(device);
         if (link == nullptr) {
-            ADD_FAILURE() << device << " is not there";
+            ADD_FAILURE() << device << " not found";
             return false;
         }
         const pellix::Pellix* const pellix = link.get();

@@ -23,7 +23,7 @@ std::atomic<bool> inside = false;
 
 }  // namespace
 
-/// Takes the place of the library's function in this program.
+/// Replaces the library's function.
 void xmlrpc_c::serverAbyss::terminate() {
     libraryTerminate(this);
     inside = true;

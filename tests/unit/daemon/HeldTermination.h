@@ -1,7 +1,7 @@
 #pragma once
 
-/// For its scope, or until Release(), who terminates a server stays inside the library's call, as
-/// happens on a busy machine.
+/// During its lifetime, or until Release(), keeps a thread that terminates a server inside the
+/// library's function, as happens on a busy machine.
 class HeldTermination {
 public:
     HeldTermination();
@@ -9,7 +9,8 @@ public:
     HeldTermination& operator=(const HeldTermination&) = delete;
     ~HeldTermination();
 
-    /// Waits until somebody is inside. @return whether somebody came
+    /// Waits until a thread is inside.
+    /// @return false if none came in time
     bool WaitUntilInside() const;
 
     void Release();

@@ -12,13 +12,13 @@ constexpr const char* kDevice = "MZD-S SN:100001";
 
 using LEDMethodsTest = GripperTest;
 
-/// The request of the model check is answered by another gripper: its serial number comes first.
+/// Another gripper answers the request of the model check: its serial number arrives first.
 void ExchangeGripper(FakeMaster& master) {
     master.SetAnswers("DEVINFO?", {"@PARAM[21][0]=[39]\nDEVINFO=[1,2,3,32,16,5,6," +
                                    std::to_string(pellix::kCorvaneVendorId) + ",40]\n"});
 }
 
-TEST_F(LEDMethodsTest, AGripperThatWasExchangedMeanwhileIsRefusedSilently) {
+TEST_F(LEDMethodsTest, AGripperReplacedDuringTheCallIsRefusedSilently) {
     for (const MethodFacts& method : AllMethods()) {
         if (method.className.find("LED") == std::string::npos) {
             continue;
@@ -33,7 +33,7 @@ TEST_F(LEDMethodsTest, AGripperThatWasExchangedMeanwhileIsRefusedSilently) {
     EXPECT_EQ(cell.Log().Text().find("Failed to get PELLIX handle"), std::string::npos);
 }
 
-TEST_F(LEDMethodsTest, OtherCallsDoNotLookAtTheDeviceStringAgain) {
+TEST_F(LEDMethodsTest, OtherCallsDoNotCheckTheDeviceStringAgain) {
     FakeMaster& master = cell.Plug("MZD-S");
     ExchangeGripper(master);
     EXPECT_EQ(SampleAnswer(FactsOf("Holdfast"), kDevice), "int 0");

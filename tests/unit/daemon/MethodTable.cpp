@@ -20,8 +20,8 @@ constexpr auto kNone = Check::kNone;
 constexpr auto kHva = Check::kHva;
 constexpr auto kMzd = Check::kMzd;
 
-// Of the answers, those to readers tell what a GripperCell sets; requests of PDOUT keep what is
-// not the operation's own in it.
+// Getters return the values that GripperCell sets. PDOUT requests keep the bits that do not belong
+// to the operation.
 const std::vector<MethodFacts> kMethods{
     // clang-format off
     {"Grip", "i:Si", "si", kNone, "int 3", "int 0", "PDOUT=[b,2]", Create<Grip>},

@@ -11,7 +11,7 @@ class MotionMethodsTest : public GripperTest {
 protected:
     static constexpr const char* kDevice = "MZD-S SN:100001";
 
-    /// The master reports these process output bytes.
+    /// Makes the master report these process output bytes.
     void Report(const std::string& pdout) {
         master.Send("@PDOUT=" + pdout + "\n");
         ASSERT_TRUE(ReportPdin(master, kDevice, "[0,0,0,1]"));
@@ -32,13 +32,13 @@ TEST_F(MotionMethodsTest, ReleaseKeepsTheHoldfastBit) {
     EXPECT_EQ(master.Requests(), Messages{"PDOUT=[12,1]"});
 }
 
-TEST_F(MotionMethodsTest, DisableClearsTheDriveBitAlone) {
+TEST_F(MotionMethodsTest, DisableClearsOnlyTheDriveBit) {
     Report("[ff,9]");
     EXPECT_EQ(Answer<Disable>(kDevice), "int 0");
     EXPECT_EQ(master.Requests(), Messages{"PDOUT=[fd,9]"});
 }
 
-TEST_F(MotionMethodsTest, ReferenceAsksForTheRunWithTheDriveOn) {
+TEST_F(MotionMethodsTest, ReferenceStartsTheRunWithTheDriveOn) {
     Report("[0,9]");
     EXPECT_EQ(Answer<Reference>(kDevice), "int 0");
     EXPECT_EQ(master.Requests(), (Messages{"DEVINFO?", "PDOUT=[6,9]"}));

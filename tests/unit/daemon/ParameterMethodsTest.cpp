@@ -16,7 +16,7 @@ protected:
     FakeMaster& master = cell.Plug("HVA");
 };
 
-TEST_F(ParameterMethodsTest, TheChecksumIsReadLowestByteFirst) {
+TEST_F(ParameterMethodsTest, TheChecksumIsLittleEndian) {
     SetValue(master, "PARAM[3][4]", "[1,2,3,4]");
     EXPECT_EQ(Answer<GetParameterChecksum>(kDevice), "i8 67305985");
 }
@@ -35,7 +35,7 @@ TEST_F(ParameterMethodsTest, AChecksumOfTheWrongLengthIsZero) {
     EXPECT_EQ(Answer<GetParameterChecksum>(kDevice), "i8 0");
 }
 
-TEST_F(ParameterMethodsTest, LimitsOfTheWrongLengthAreNotNumbers) {
+TEST_F(ParameterMethodsTest, LimitsOfTheWrongLengthAreNaN) {
     SetValue(master, "PARAM[98][1]", "[1]");
     SetValue(master, "PARAM[98][2]", "[1,2,3]");
     EXPECT_EQ(Answer<GetNoPartLimit>(kDevice, 2), "double nan");
@@ -53,25 +53,25 @@ TEST_F(ParameterMethodsTest, BytesOfTheWrongLengthAreZero) {
     EXPECT_EQ(Answer<GetReferenceDirection>(kDevice), "boolean false");
 }
 
-TEST_F(ParameterMethodsTest, BytesAreWidenedWithoutASign) {
+TEST_F(ParameterMethodsTest, BytesAreWidenedAsUnsigned) {
     SetValue(master, "PARAM[98][3]", "[ff]");
     EXPECT_EQ(Answer<GetForce>(kDevice, 2), "int 255");
 }
 
-TEST_F(ParameterMethodsTest, AFailedReadAnswersTheValueStoredBefore) {
+TEST_F(ParameterMethodsTest, AFailedReadReturnsTheStoredValue) {
     EXPECT_EQ(Answer<GetForce>(kDevice, 2), "int 100");
     master.SetAnswers("PARAM[98][3]?", {"ERR PARAM[98][3] 7\n"});
     EXPECT_EQ(Answer<GetForce>(kDevice, 2), "int 100");
 }
 
-TEST_F(ParameterMethodsTest, AnyByteButZeroIsADirection) {
+TEST_F(ParameterMethodsTest, AnyByteExceptZeroIsTrue) {
     SetValue(master, "PARAM[64][3]", "[1]");
     EXPECT_EQ(Answer<GetReferenceDirection>(kDevice), "boolean true");
     SetValue(master, "PARAM[64][3]", "[0]");
     EXPECT_EQ(Answer<GetReferenceDirection>(kDevice), "boolean false");
 }
 
-TEST_F(ParameterMethodsTest, ADirectionIsSentAsAllOrNoBits) {
+TEST_F(ParameterMethodsTest, ADirectionIsSentAsAllBitsOrNone) {
     EXPECT_EQ(Answer<SetReferenceDirection>(kDevice, true), "int 0");
     EXPECT_EQ(Answer<SetReferenceDirection>(kDevice, false), "int 0");
     EXPECT_EQ(master.Requests(),
@@ -86,13 +86,13 @@ TEST_F(ParameterMethodsTest, LimitsAreSentAsHundredths) {
               (Messages{"PARAM[96][1]=[4,e2]", "PARAM[98][2]=[0,63]", "PARAM[98][2]=[ff,39]"}));
 }
 
-TEST_F(ParameterMethodsTest, LimitsHaveNoBoundsOfTheMethodsOwn) {
+TEST_F(ParameterMethodsTest, MethodsDoNotRestrictLimits) {
     EXPECT_EQ(Answer<SetNoPartLimit>(kDevice, 0, std::numeric_limits<double>::max()), "int 0");
     EXPECT_EQ(Answer<SetReleaseLimit>(kDevice, 0, std::numeric_limits<double>::lowest()), "int 0");
     EXPECT_EQ(master.Requests(), (Messages{"PARAM[96][1]=[7f,ff]", "PARAM[96][2]=[80,0]"}));
 }
 
-TEST_F(ParameterMethodsTest, ForceOnATlmIsNotEvenRead) {
+TEST_F(ParameterMethodsTest, ForceOfATlmIsNotRead) {
     FakeMaster& tlm = cell.Plug("TLM");
     EXPECT_EQ(Answer<GetForce>("TLM SN:100001", 2), "int 0");
     EXPECT_EQ(tlm.Requests(), Messages{"DEVINFO?"});

@@ -40,7 +40,7 @@ constexpr const char* kCaughtCtrlC = "TavrikDaemon::handler caught CTRL-C\n";
 
 class ProcessTest : public testing::Test {
 protected:
-    /// What ends the process or cannot be taken back is tried in a process of its own.
+    /// Code that ends the process or cannot be undone is tested in a child process.
     ProcessTest() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
 
     ~ProcessTest() override {
@@ -52,7 +52,7 @@ protected:
 
 using ProcessDeathTest = ProcessTest;
 
-/// A socket that listens on a port of all interfaces, as another daemon's does.
+/// A socket that listens on a port of all interfaces, as another daemon would.
 class TakenPort {
 public:
     TakenPort() {
@@ -73,7 +73,7 @@ private:
     const int listener = ::socket(AF_INET, SOCK_STREAM, 0);
 };
 
-/// Lets every write to standard error fail with ENOSPC.
+/// Makes every write to standard error fail with ENOSPC.
 class FullStandardError {
 public:
     FullStandardError() {
@@ -92,7 +92,7 @@ private:
     const int original = ::fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0);
 };
 
-TEST_F(ProcessTest, CtrlCIsReportedAndMarked) {
+TEST_F(ProcessTest, CtrlCIsReportedAndSetsTheMarker) {
     const OutputCapture errors(STDERR_FILENO);
     TavrikDaemon::handler(SIGINT);
     EXPECT_EQ(errors.Text(), kCaughtCtrlC);
@@ -152,7 +152,7 @@ TEST_F(ProcessTest, AnotherSignalEndsNoServer) {
     EXPECT_FALSE(WaitFor([&] { return server.HasReturned(); }, kMoment));
 }
 
-TEST_F(ProcessTest, ASignalThatTheServersOwnThreadTakesEndsTheServer) {
+TEST_F(ProcessTest, ASignalOnTheServersOwnThreadEndsTheServer) {
     const LogCapture log;
     const OutputCapture errors(STDERR_FILENO);
     RunningServer server;
@@ -164,7 +164,7 @@ TEST_F(ProcessTest, ASignalThatTheServersOwnThreadTakesEndsTheServer) {
     EXPECT_EQ(errors.Text(), kCaughtCtrlC);
 }
 
-TEST_F(ProcessTest, HandlersOnManyThreadsMeetTheServersEnd) {
+TEST_F(ProcessTest, HandlersMayRunOnManyThreadsWhileTheServersEnd) {
     const LogCapture log;
     const OutputCapture errors(STDERR_FILENO);
     for (int cycle = 0; cycle < 300; ++cycle) {
@@ -205,7 +205,7 @@ TEST_F(ProcessTest, TheServerThreadLogsItsPortAndReturnsNull) {
               support::Messages{"Port number: " + std::to_string(server.getPort())});
 }
 
-/// Serves on a thread that nobody watches, as main does.
+/// Serves on a thread that does not catch exceptions, as main does.
 void ServeOnThread(unsigned port) {
     AbyssServer server(nullptr, port);
     pthread_t thread{};
@@ -213,18 +213,18 @@ void ServeOnThread(unsigned port) {
     pthread_join(thread, nullptr);
 }
 
-TEST_F(ProcessDeathTest, APortThatIsTakenEndsTheProcess) {
+TEST_F(ProcessDeathTest, AnOccupiedPortEndsTheProcess) {
     const TakenPort port;
     EXPECT_EXIT(ServeOnThread(port.Number()), testing::KilledBySignal(SIGABRT), "terminate called");
 }
 
-/// An address that nobody may read or write.
+/// @return an address that can be neither read nor written
 AbyssServer* UntouchableServer() {
     return static_cast<AbyssServer*>(
         ::mmap(nullptr, sizeof(AbyssServer), PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
 }
 
-TEST_F(ProcessDeathTest, RetiredServersAreNotTouched) {
+TEST_F(ProcessDeathTest, RetiredServersAreNotUsed) {
     EXPECT_EXIT(
         {
             TavrikDaemon::server0 = UntouchableServer();
@@ -236,7 +236,7 @@ TEST_F(ProcessDeathTest, RetiredServersAreNotTouched) {
         testing::ExitedWithCode(EXIT_SUCCESS), "caught CTRL-C");
 }
 
-/// Ends the process: successfully when retireServers() waited for a handler inside a server.
+/// Ends the process, with success if retireServers() waited for a handler inside a server.
 void RetireWhileAHandlerIsInside() {
     RunningServer server;
     TavrikDaemon::server0 = &server.Server();
@@ -260,7 +260,7 @@ TEST_F(ProcessDeathTest, RetirementWaitsForHandlersInsideAServer) {
     EXPECT_EXIT(RetireWhileAHandlerIsInside(), testing::ExitedWithCode(EXIT_SUCCESS), "");
 }
 
-/// One stop as main does it, while signals keep coming; ends the process.
+/// Stops the servers as main does, while signals arrive; ends the process.
 void StopUnderSignals() {
     std::atomic<bool> stopped = false;
     const auto interrupt = [&] {
@@ -288,11 +288,11 @@ void StopUnderSignals() {
     std::_Exit(EXIT_SUCCESS);
 }
 
-TEST_F(ProcessDeathTest, SignalsMayComeDuringAWholeStop) {
+TEST_F(ProcessDeathTest, SignalsMayArriveDuringTheWholeStop) {
     EXPECT_EXIT(StopUnderSignals(), testing::ExitedWithCode(EXIT_SUCCESS), "caught CTRL-C");
 }
 
-TEST_F(ProcessDeathTest, TheExitRoutineDestroysTheManagerAndReportsIt) {
+TEST_F(ProcessDeathTest, TheExitRoutineDeletesTheManagerAndReportsIt) {
     EXPECT_EXIT(
         {
             ::dup2(STDERR_FILENO, STDOUT_FILENO);
@@ -304,7 +304,7 @@ TEST_F(ProcessDeathTest, TheExitRoutineDestroysTheManagerAndReportsIt) {
         "GripperManager started\n.* GripperManager stopped\nTavrikDaemon::shutdown\n$");
 }
 
-TEST_F(ProcessTest, TheExitRoutineCanDoWithoutAManager) {
+TEST_F(ProcessTest, TheExitRoutineWorksWithoutAManager) {
     const LogCapture log;
     const OutputCapture errors(STDERR_FILENO);
     TavrikDaemon::shutdown();
@@ -312,7 +312,8 @@ TEST_F(ProcessTest, TheExitRoutineCanDoWithoutAManager) {
     EXPECT_EQ(log.Text(), "");
 }
 
-/// Runs `action` in a process of its own. @return its exit status, which `action` gives
+/// Runs `action` in a child process.
+/// @return its exit status, which is the result of `action`
 int StatusOfChild(const std::function<int()>& action) {
     const pid_t child = ::fork();
     if (child == 0) {
@@ -340,8 +341,9 @@ bool IsOpenOnNothing(int descriptor, const struct stat& file) {
            (::fcntl(descriptor, F_GETFL) & O_ACCMODE) == O_RDWR;
 }
 
-/// Closes the standard descriptors whose bits are set in `closed`, and has them kept.
-/// @return 0, or 10 + the descriptor that is wrong, or 20 when another one was left open
+/// Closes the standard descriptors whose bits are set in `closed` and calls
+/// KeepStandardDescriptors().
+/// @return 0, 10 + the descriptor that is wrong, or 20 if another descriptor was left open
 int CloseAndKeep(unsigned closed) {
     const auto isClosed = [closed](int descriptor) { return (closed >> descriptor & 1U) != 0; };
     const int lowest = LowestFreeAboveStandard();
@@ -366,7 +368,7 @@ int CloseAndKeep(unsigned closed) {
     return LowestFreeAboveStandard() == lowest ? 0 : 20;
 }
 
-TEST_F(ProcessTest, MissingStandardDescriptorsLeadNowhereAndTheOthersStay) {
+TEST_F(ProcessTest, ClosedStandardDescriptorsAreOpenedOnDevNullAndTheOthersKept) {
     for (const unsigned closed : {0U, 1U, 2U, 3U, 4U, 5U, 6U, 7U}) {
         EXPECT_EQ(StatusOfChild([closed] { return CloseAndKeep(closed); }), 0) << closed;
     }

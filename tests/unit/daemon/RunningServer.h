@@ -9,17 +9,18 @@
 
 #include "daemon/AbyssServer.h"
 
-/// A port of 127.0.0.1 that nobody listens on, and none of the daemon's own.
+/// @return a free port of 127.0.0.1 that is not one of the daemon's
 unsigned FreePort();
 
-/// Threads of this process. A server has one more for each connection, and takes 2 s to end when it
-/// is terminated while one of them still runs.
+/// A server has one thread more for each connection. If one of them still runs when the server is
+/// terminated, the server takes 2 s to end.
+/// @return number of threads of this process
 std::ptrdiff_t CountThreads();
 
-/// A server in a thread of its own, as main runs it; terminated and joined at the end.
+/// Runs a server in its own thread, as main does. The destructor terminates and joins it.
 class RunningServer {
 public:
-    /// Returns when the server answers.
+    /// Waits until the server answers.
     explicit RunningServer(GripperManager* manager = nullptr);
     RunningServer(const RunningServer&) = delete;
     RunningServer& operator=(const RunningServer&) = delete;
@@ -28,11 +29,11 @@ public:
     AbyssServer& Server() { return server; }
     unsigned Port() const { return server.getPort(); }
 
-    /// The outcome of one call, on a connection of its own that is gone afterwards.
+    /// Makes one call on its own connection and closes the connection.
     xmlrpc_c::rpcOutcome Call(const std::string& method,
                               const xmlrpc_c::paramList& parameters) const;
 
-    /// The answer as values::Describe() tells it, or "fault" and its text.
+    /// @return the result as values::Describe(), or "fault" and its text
     std::string Answer(const std::string& method, const xmlrpc_c::paramList& parameters) const;
 
     bool HasReturned() const { return returned; }

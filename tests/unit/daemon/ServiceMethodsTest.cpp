@@ -12,7 +12,7 @@ using values::Parameters;
 
 namespace {
 
-/// Whether `text` is of the form of an extended regular expression, from begin to end.
+/// @return whether the extended regular expression matches the whole `text`
 bool Matches(const std::string& text, const std::string& form) {
     regex_t expression{};
     EXPECT_EQ(::regcomp(&expression, ("^" + form + "$").c_str(), REG_EXTENDED | REG_NOSUB), 0);
@@ -21,7 +21,7 @@ bool Matches(const std::string& text, const std::string& form) {
     return matches;
 }
 
-TEST(GetVersionTest, TellsVersionRevisionAndBuildTime) {
+TEST(GetVersionTest, ReturnsVersionRevisionAndBuildTime) {
     const std::string time = "[0-9]{2}:[0-9]{2}:[0-9]{2}";
     const std::string commitTime =
         "[A-Z][a-z]{2}, [0-9]{1,2} [A-Z][a-z]{2} [0-9]{4} " + time + " [+-][0-9]{4}";
@@ -38,7 +38,7 @@ TEST(GetVersionTest, TakesNoParameter) {
     EXPECT_THROW(Execute(method, Parameters("x")), xmlrpc_c::fault);
 }
 
-TEST(GetVersionTest, DeclaresOtherTypesThanItHasAndNoHelp) {
+TEST(GetVersionTest, DeclaresItsFixedSignatureAndNoHelp) {
     const GetVersion method;
     EXPECT_EQ(method.signature(), "i:S");
     EXPECT_EQ(method.help(), "");
@@ -49,7 +49,7 @@ protected:
     GetGrippers method{&GripperCell::Manager()};
 };
 
-TEST_F(GetGrippersTest, AnswersAnEmptyArrayWithoutMasters) {
+TEST_F(GetGrippersTest, ReturnsAnEmptyArrayWithoutMasters) {
     cell.Log().Clear();
     EXPECT_EQ(Execute(method, {}), "array []");
     EXPECT_EQ(cell.Log().OfThisThread(), Messages());

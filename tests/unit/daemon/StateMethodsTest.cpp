@@ -11,7 +11,7 @@ class StateMethodsTest : public GripperTest {
 protected:
     static constexpr const char* kDevice = "TLM SN:100001";
 
-    /// The master reports these process input bytes.
+    /// Makes the master report these process input bytes.
     void Report(const std::string& pdin) { ASSERT_TRUE(ReportPdin(master, kDevice, pdin)); }
 
     ~StateMethodsTest() override { EXPECT_EQ(master.Requests(), Messages()); }
@@ -39,7 +39,7 @@ TEST_F(StateMethodsTest, ProcessDataOfTheWrongLengthIsLoggedByTheExcerpt) {
                         "PDIN length mismatch: 5"}));
 }
 
-TEST_F(StateMethodsTest, ReadersFailSilentlyWithoutValidProcessData) {
+TEST_F(StateMethodsTest, GettersFailSilentlyWithoutValidProcessData) {
     Report("[ff,ff,ff]");
     cell.Log().Clear();
     EXPECT_EQ(Answer<GetPos>(kDevice), "double nan");
@@ -51,21 +51,21 @@ TEST_F(StateMethodsTest, ReadersFailSilentlyWithoutValidProcessData) {
     EXPECT_EQ(cell.Log().OfThisThread(), Messages());
 }
 
-TEST_F(StateMethodsTest, ThePositionHasASign) {
+TEST_F(StateMethodsTest, ThePositionIsSigned) {
     Report("[ff,38,0,0]");
     EXPECT_EQ(Answer<GetPos>(kDevice), "double -2");
 }
 
-TEST_F(StateMethodsTest, TheStateIsTheLowHalfOfItsByte) {
+TEST_F(StateMethodsTest, TheStateIsTheLowNibbleOfItsByte) {
     Report("[0,0,0,fe]");
     EXPECT_EQ(Answer<GetState>(kDevice), "int 14");
 }
 
-/// The answers to GetFault, GetTempFault, GetTempWarn and GetMaintenance.
+/// @return the results of GetFault, GetTempFault, GetTempWarn and GetMaintenance
 class FlagsTest : public StateMethodsTest,
                   public testing::WithParamInterface<std::pair<std::string, std::string>> {};
 
-TEST_P(FlagsTest, EachHasABitOfItsOwn) {
+TEST_P(FlagsTest, EachHasItsOwnBit) {
     const auto& [pdin, flags] = GetParam();
     Report(pdin);
     const std::string answers = Answer<GetFault>(kDevice) + Answer<GetTempFault>(kDevice) +
@@ -84,7 +84,7 @@ INSTANTIATE_TEST_SUITE_P(, FlagsTest,
                                          std::pair("[0,0,0,40]", "0010"),
                                          std::pair("[0,0,0,80]", "0001")));
 
-TEST_F(StateMethodsTest, UpdatingIsAStubThatAlwaysRefuses) {
+TEST_F(StateMethodsTest, UpdatePdinAlwaysRefuses) {
     cell.Log().Clear();
     EXPECT_EQ(Answer<UpdatePDIN>(kDevice), "int 3");
     EXPECT_EQ(Answer<UpdatePDIN>("nobody"), "int 3");
@@ -92,7 +92,7 @@ TEST_F(StateMethodsTest, UpdatingIsAStubThatAlwaysRefuses) {
     EXPECT_EQ(cell.Log().OfThisThread(), Messages());
 }
 
-TEST_F(StateMethodsTest, TheInterfaceTellsKnownFromUnknownDevices) {
+TEST_F(StateMethodsTest, TheInterfaceDistinguishesKnownFromUnknownDevices) {
     EXPECT_EQ(Answer<GetGripperInterface>(kDevice), "int 0");
     EXPECT_EQ(Answer<GetGripperInterface>("nobody"), "int -1");
     EXPECT_EQ(Answer<GetGripperInterface>("---"), "int -2");

@@ -5,7 +5,7 @@
 #include <xmlrpc-c/base.hpp>
 #include <xmlrpc-c/registry.hpp>
 
-/// Parameters and results of method calls, as short as tests want them.
+/// Short notation for parameters and results of method calls.
 namespace values {
 
 inline xmlrpc_c::value ToValue(const std::string& value) {
@@ -31,10 +31,11 @@ xmlrpc_c::paramList Parameters(const Arguments&... arguments) {
     return parameters;
 }
 
-/// Type and value: "int 3", "i8 -5", "double nan", "boolean true", "string x", "array [string x]".
+/// @return type and value: "int 3", "i8 -5", "double nan", "boolean true", "string x",
+///         "array [string x]"
 std::string Describe(const xmlrpc_c::value& value);
 
-/// What `method` answers.
+/// @return the result of `method` as Describe()
 std::string Execute(xmlrpc_c::method& method, const xmlrpc_c::paramList& parameters);
 
 }  // namespace values

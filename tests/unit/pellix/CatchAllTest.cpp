@@ -10,24 +10,24 @@
 
 using pellix::CatchAll;
 
-TEST(CatchAllTest, ActionThatComesToItsEndIsNoFailure) {
+TEST(CatchAllTest, ActionThatReturnsIsNotAFailure) {
     bool done = false;
     EXPECT_EQ(CatchAll([&] { done = true; }), std::nullopt);
     EXPECT_TRUE(done);
 }
 
-TEST(CatchAllTest, ExceptionTellsWhatItSays) {
+TEST(CatchAllTest, ExceptionTextIsReturned) {
     EXPECT_EQ(CatchAll([] { throw std::invalid_argument("stoi"); }), "stoi");
 }
 
-TEST(CatchAllTest, ThrownPointerTellsWhatItSaysAndIsDestroyed) {
+TEST(CatchAllTest, ThrownPointerIsDeletedAndItsTextReturned) {
     const std::size_t before = support::LiveBytes();
     // NOLINTNEXTLINE(misc-throw-by-value-catch-by-reference)
     EXPECT_EQ(CatchAll([] { throw new std::exception; }), "std::exception");
     EXPECT_EQ(support::LiveBytes(), before);
 }
 
-TEST(CatchAllTest, AnythingElseIsCaughtToo) {
+TEST(CatchAllTest, OtherThrownTypesAreCaught) {
     EXPECT_EQ(CatchAll([] { throw 7; }), "unknown exception");
     EXPECT_EQ(CatchAll([] { throw "text"; }), "unknown exception");
 }

@@ -33,10 +33,11 @@ namespace {
 
 constexpr double kTimeout = 0.02;  // seconds
 
-/// Answers every request at once: a query with its value, a setting to "good" well, others with 4.
+/// Answers every request at once: a query with its value, an assignment of "good" with success,
+/// any other assignment with error 4.
 class PromptMaster : public pellix::Connection {
 public:
-    /// @param between lines that come between a value and its FIN
+    /// @param between lines sent between a data line and its FIN
     explicit PromptMaster(const std::string& between) : linesBetween(between) {}
 
     int Write(const std::string& text) override {
@@ -72,7 +73,7 @@ private:
 
 }  // namespace
 
-/// A handler whose parser thread reads what a prompt master says.
+/// A handler whose parser thread reads the replies of a PromptMaster.
 class PromptMasterTest : public testing::TestWithParam<std::string> {
 protected:
     ~PromptMasterTest() override {
@@ -101,7 +102,7 @@ protected:
     }};
 };
 
-TEST_P(PromptMasterTest, EndOfAReadingDoesNotEndTheSettingAfterIt) {
+TEST_P(PromptMasterTest, RepliesToAQueryDoNotFinishTheAssignmentAfterIt) {
     for (int i = 0; i < 3000; ++i) {
         EXPECT_EQ(Complete(handler.SendQuery("PARAM[97][1]")), 0);
         ASSERT_EQ(Complete(handler.SendAssignment("PARAM[97][1]", "bad")), 4);
@@ -113,7 +114,7 @@ INSTANTIATE_TEST_SUITE_P(LinesBetween, PromptMasterTest,
 
 class CommandHandlerTest : public testing::Test {
 protected:
-    /// Waits until `command` has been failed for its age.
+    /// Waits until `command` has timed out.
     void Expire(const Command* command) {
         EXPECT_TRUE(support::WaitFor([&] {
             handler.CheckTimeouts();
@@ -156,7 +157,7 @@ TEST_F(CommandHandlerTest, CommandIsActiveWhileItIsWritten) {
 }
 
 // Also shows that no lock is held while writing to the tty.
-TEST_F(CommandHandlerTest, ReplyIsMatchedWhileTheWriteStillRuns) {
+TEST_F(CommandHandlerTest, ReplyIsMatchedDuringTheWrite) {
     connection->onWrite = [&] {
         auto reply = std::async(std::launch::async, [&] { handler.OnFinished("ID"); });
         EXPECT_EQ(reply.wait_for(support::kPatience), std::future_status::ready);
@@ -188,20 +189,20 @@ TEST_F(CommandHandlerTest, FailedWriteRemovesTheCommand) {
         EXPECT_EQ(log.All(),
                   (Messages{"Failed to send command OPERATE",
                             "Pending command OPERATE deleted (Status: 0).", "Active commands: 0"}));
-        if (failure == 1) {  // the first round leaves storage with the list and the fake
+        if (failure == 1) {  // in the first round the list and the fake allocate their storage
             EXPECT_LT(support::LiveBytes(), before + 128);
         }
     }
     EXPECT_EQ(handler.FindActive("OPERATE"), nullptr);
 }
 
-TEST_F(CommandHandlerTest, NothingIsSentOnceTheDeviceIsRemoved) {
+TEST_F(CommandHandlerTest, NothingIsSentAfterTheDeviceIsRemoved) {
     handler.SetDeviceRemoved();
     const std::size_t before = support::LiveBytes();
     EXPECT_EQ(handler.SendQuery("ID"), nullptr);
     EXPECT_EQ(handler.SendAssignment("PDOUT", "[0,0]"), nullptr);
     EXPECT_EQ(handler.SendCall("OPERATE", {}), nullptr);
-    EXPECT_EQ(support::LiveBytes(), before);  // the commands are gone
+    EXPECT_EQ(support::LiveBytes(), before);  // the commands were deleted
     EXPECT_EQ(log.All(), Messages(3, "Device has been removed"));
     EXPECT_TRUE(connection->Writes().empty());
     EXPECT_EQ(handler.FindActive("ID"), nullptr);
@@ -230,7 +231,7 @@ TEST_F(CommandHandlerTest, OlderOfTwoEqualNamesFinishesFirst) {
     handler.RemovePending(newer);
 }
 
-TEST_F(CommandHandlerTest, ReplyGoesToTheOldestEvenWhenThatIsDone) {
+TEST_F(CommandHandlerTest, ReplyGoesToTheOldestEvenIfThatIsDone) {
     Command* const older = handler.SendQuery("ID");
     Command* const newer = handler.SendQuery("ID");
     handler.OnFinished("ID");
@@ -265,7 +266,7 @@ TEST_F(CommandHandlerTest, RepliesSetTheirStates) {
     handler.RemovePending(command);
 }
 
-TEST_F(CommandHandlerTest, LateRepliesOverwriteTheEnd) {
+TEST_F(CommandHandlerTest, LateRepliesOverwriteATerminalState) {
     Command* const command = handler.SendQuery("ID");
     Expire(command);
     handler.OnFinished("ID");
@@ -288,7 +289,7 @@ TEST_F(CommandHandlerTest, ReplyForAnUnknownCommandIsLoggedAndIgnored) {
     handler.RemovePending(command);
 }
 
-TEST_F(CommandHandlerTest, ErrorNumberIsALeadingDecimalNumber) {
+TEST_F(CommandHandlerTest, ErrorNumberIsTheLeadingDecimalNumber) {
     Command* const command = handler.SendQuery("ID");
     const std::vector<std::pair<std::string, int>> numbers = {{"3", 3},
                                                               {"  7", 7},
@@ -306,7 +307,7 @@ TEST_F(CommandHandlerTest, ErrorNumberIsALeadingDecimalNumber) {
     handler.RemovePending(command);
 }
 
-TEST_F(CommandHandlerTest, UnusableErrorNumberThrowsAndLeavesTheCommand) {
+TEST_F(CommandHandlerTest, InvalidErrorNumberThrowsAndKeepsTheCommand) {
     Command* const command = handler.SendQuery("ID");
     log.Clear();
     for (const char* text : {"", "abc", " ", "-", "x1"}) {
@@ -326,11 +327,11 @@ TEST_F(CommandHandlerTest, UnusableErrorNumberThrowsAndLeavesTheCommand) {
     EXPECT_THROW(handler.OnError("unknown", "abc"), std::invalid_argument);
     EXPECT_EQ(command->GetState(), pellix::kActive);
     EXPECT_EQ(command->GetStatus(), 0);
-    EXPECT_TRUE(log.All().empty());  // not even looked for
+    EXPECT_TRUE(log.All().empty());  // nothing was looked up
     handler.RemovePending(command);
 }
 
-TEST_F(CommandHandlerTest, WaitReturnsTheEndThatIsThere) {
+TEST_F(CommandHandlerTest, WaitReturnsAnExistingTerminalState) {
     Command* const finished = handler.SendQuery("A");
     Command* const failed = handler.SendQuery("B");
     handler.OnFinished("A");
@@ -341,7 +342,7 @@ TEST_F(CommandHandlerTest, WaitReturnsTheEndThatIsThere) {
     handler.RemovePending(failed);
 }
 
-TEST_F(CommandHandlerTest, WaitGoesOnAfterTheAcknowledgement) {
+TEST_F(CommandHandlerTest, WaitContinuesAfterTheAcknowledgement) {
     Command* const command = handler.SendQuery("ID");
     auto end = std::async(std::launch::async, [&] { return handler.WaitForFinished(command); });
     handler.OnAcknowledged("ID");
@@ -352,7 +353,7 @@ TEST_F(CommandHandlerTest, WaitGoesOnAfterTheAcknowledgement) {
     handler.RemovePending(command);
 }
 
-TEST_F(CommandHandlerTest, ErrorWhileWaitingIsAFailedRequest) {
+TEST_F(CommandHandlerTest, ErrorWhileWaitingFailsTheRequest) {
     Command* const command = handler.SendQuery("ID");
     log.Clear();
     {
@@ -369,7 +370,7 @@ TEST_F(CommandHandlerTest, LockErrorWhileSettingAStateIsLogged) {
     Command* const command = handler.SendQuery("ID");
     log.Clear();
     {
-        const support::FailingLock failure(1);  // the list's lock is had
+        const support::FailingLock failure(1);  // locking the list succeeds
         handler.OnFinished("ID");
     }
     EXPECT_EQ(log.All(), Messages{"Exception occured in SetCommandState"});
@@ -377,7 +378,7 @@ TEST_F(CommandHandlerTest, LockErrorWhileSettingAStateIsLogged) {
     handler.RemovePending(command);
 }
 
-TEST_F(CommandHandlerTest, RemovalLogsNameStatusAndTheRest) {
+TEST_F(CommandHandlerTest, RemovalLogsNameStatusAndRemainingCount) {
     Command* const first = handler.SendQuery("PARAM[40][0]");
     Command* const second = handler.SendQuery("ID");
     handler.OnError("PARAM[40][0]", "33");
@@ -397,8 +398,8 @@ TEST_F(CommandHandlerTest, RemovalLogsTheStatusUnsigned) {
     EXPECT_EQ(log.All().at(0), "Pending command ID deleted (Status: 4294967295).");
 }
 
-TEST_F(CommandHandlerTest, RemovalDestroysTheCommand) {
-    handler.RemovePending(handler.SendQuery("A"));  // the list has its storage now
+TEST_F(CommandHandlerTest, RemovalDeletesTheCommand) {
+    handler.RemovePending(handler.SendQuery("A"));  // the list allocates its storage
     const std::size_t before = support::LiveBytes();
     Command* const command = handler.SendQuery("A");
     EXPECT_GE(support::LiveBytes(), before + sizeof(Command));
@@ -418,7 +419,7 @@ TEST_F(CommandHandlerTest, RemovalKeepsTheOrderOfTheOthers) {
     }
 }
 
-TEST_F(CommandHandlerTest, UnlistedCommandIsNotDestroyed) {
+TEST_F(CommandHandlerTest, UnlistedCommandIsNotDeleted) {
     Command own("ID", pellix::kQuery, {});
     handler.RemovePending(&own);
     EXPECT_EQ(log.All(), Messages{"Couldn't find command ID?\n"});
@@ -500,14 +501,14 @@ TEST_F(CommandHandlerTest, YoungerCommandDoesNotTimeOutWithAnOlderOne) {
     handler.CheckTimeouts();
     const bool wasYoung = younger->GetAge() < std::chrono::duration<double>(kTimeout);
     EXPECT_EQ(older->GetState(), pellix::kFailed);
-    if (wasYoung) {  // unless the machine was too busy
+    if (wasYoung) {  // false if the machine was too busy
         EXPECT_EQ(younger->GetState(), pellix::kActive);
     }
     handler.RemovePending(older);
     handler.RemovePending(younger);
 }
 
-TEST_F(CommandHandlerTest, TimeCountsWhileTheWriteIsBlocked) {
+TEST_F(CommandHandlerTest, TimeoutCountsWhileTheWriteIsBlocked) {
     connection->onWrite = [&] { Expire(handler.FindActive("ID")); };
     Command* const command = handler.SendQuery("ID");
     ASSERT_NE(command, nullptr);
@@ -516,14 +517,14 @@ TEST_F(CommandHandlerTest, TimeCountsWhileTheWriteIsBlocked) {
     handler.RemovePending(command);
 }
 
-TEST_F(CommandHandlerTest, DestructionDestroysTheConnection) {
+TEST_F(CommandHandlerTest, DestructorDeletesTheConnection) {
     bool destroyed = false;
     { const CommandHandler other(new FakeConnection(&destroyed), &deviceHandler, kTimeout); }
     EXPECT_TRUE(destroyed);
     EXPECT_FALSE(connectionDestroyed);
 }
 
-TEST(CommandHandlerTimeoutTest, AcknowledgedCommandThatNeverFinishesFailsAfterASecond) {
+TEST(CommandHandlerTimeoutTest, AcknowledgedCommandThatNeverFinishesFailsAfterOneSecond) {
     const LogCapture log;
     pellix::DeviceHandler deviceHandler;
     CommandHandler handler(new FakeConnection, &deviceHandler, 1.0);
@@ -546,9 +547,9 @@ TEST(CommandHandlerTimeoutTest, AcknowledgedCommandThatNeverFinishesFailsAfterAS
     handler.RemovePending(command);
 }
 
-// A data line and the finish line that follows it may come while the command is removed between
-// them: replies must not touch a command that is being destroyed.
-TEST_F(CommandHandlerTest, RepliesDoNotTouchACommandThatIsRemovedMeanwhile) {
+// A data line and the FIN line after it may arrive while the sender removes the command: a reply
+// must not access a command that is being deleted.
+TEST_F(CommandHandlerTest, RepliesDoNotAccessACommandThatIsBeingRemoved) {
     std::atomic<bool> running = true;
     const auto reply = [&] {
         while (running) {
@@ -573,7 +574,7 @@ TEST_F(CommandHandlerTest, RepliesDoNotTouchACommandThatIsRemovedMeanwhile) {
     EXPECT_EQ(handler.FindActive("ID"), nullptr);
 }
 
-TEST_F(CommandHandlerTest, TwoEqualRepliesInOneReadEndBothCommands) {
+TEST_F(CommandHandlerTest, TwoEqualRepliesInOneReadFinishBothCommands) {
     auto* const line = new FakeConnection;  // owned by the handler
     CommandHandler patient(line, &deviceHandler, kTimeout, std::chrono::seconds(20));
     for (int i = 0; i < 100; ++i) {
@@ -583,7 +584,7 @@ TEST_F(CommandHandlerTest, TwoEqualRepliesInOneReadEndBothCommands) {
             patient.WaitForFinished(older);
             patient.RemovePending(older);
         });
-        // Status lines and data lines in turn.
+        // Alternates between status lines and data lines.
         line->input.emplace_back(i % 2 == 0 ? "FIN ID\nFIN ID\n" : "ID=1\nID=1\n");
         patient.Parse();
         EXPECT_EQ(younger->GetState(), pellix::kFinished) << i;
@@ -592,7 +593,7 @@ TEST_F(CommandHandlerTest, TwoEqualRepliesInOneReadEndBothCommands) {
     }
 }
 
-TEST_F(CommandHandlerTest, ReadingThatASettingFollowsIsNotWaitedFor) {
+TEST_F(CommandHandlerTest, DoesNotWaitForAQueryBeforeAnAssignment) {
     auto* const line = new FakeConnection;  // owned by the handler
     CommandHandler patient(line, &deviceHandler, kTimeout, std::chrono::seconds(20));
     Command* const reading = patient.SendQuery("PARAM[97][1]");
@@ -607,7 +608,7 @@ TEST_F(CommandHandlerTest, ReadingThatASettingFollowsIsNotWaitedFor) {
     patient.RemovePending(setting);
 }
 
-TEST_F(CommandHandlerTest, SenderThatDoesNotRemoveItsCommandIsNotWaitedForLong) {
+TEST_F(CommandHandlerTest, WaitForTheSenderToRemoveItsCommandIsShort) {
     Command* const older = handler.SendQuery("ID");
     Command* const younger = handler.SendQuery("ID");
     connection->input.emplace_back("FIN ID\nFIN ID\n");
@@ -618,7 +619,7 @@ TEST_F(CommandHandlerTest, SenderThatDoesNotRemoveItsCommandIsNotWaitedForLong) 
     handler.RemovePending(younger);
 }
 
-TEST_F(CommandHandlerTest, NobodyIsWaitedForWithoutAYoungerCommandOfTheName) {
+TEST_F(CommandHandlerTest, DoesNotWaitWithoutAYoungerCommandOfTheName) {
     Command* const command = handler.SendQuery("ID");
     Command* const other = handler.SendQuery("MODE");
     handler.OnFinished("ID");

@@ -43,7 +43,7 @@ TEST(CommandTest, AssignmentWithoutArgumentHasNoValue) {
     EXPECT_EQ(Command("PDOUT", pellix::kAssignment, {}).FormatLine(), "PDOUT=\n");
 }
 
-TEST(CommandTest, AnyOtherFormIsAnEmptyLine) {
+TEST(CommandTest, UnknownTypeFormatsAsAnEmptyLine) {
     for (const int form : {0, 4, -1, 100}) {
         EXPECT_EQ(Command("X", form, {"a"}).FormatLine(), "\n") << form;
     }
@@ -68,7 +68,7 @@ TEST(CommandTest, StartsCreatedWithStatusZero) {
     EXPECT_FALSE(command.IsDone());
 }
 
-TEST(CommandTest, OnlyFinishedAndFailedAreTheEnd) {
+TEST(CommandTest, OnlyFinishedAndFailedAreTerminal) {
     Command command("ID", pellix::kQuery, {});
     for (const int state : {pellix::kActive, pellix::kAcknowledged}) {
         command.SetState(state);
@@ -118,11 +118,12 @@ TEST(CommandTest, WaitEndsAfterItsSlice) {
     EXPECT_EQ(command.GetState(), pellix::kCreated);
 }
 
-TEST(CommandTest, TheEndWakesTheWaitingThread) {
+TEST(CommandTest, TerminalStateWakesTheWaitingThread) {
     for (int i = 0; i < 50; ++i) {
         const int state = i % 2 == 0 ? pellix::kFinished : pellix::kFailed;
         Command command("ID", pellix::kQuery, {});
-        std::thread replier([&] { command.SetState(state); });  // this thread mostly waits by then
+        std::thread replier(
+            [&] { command.SetState(state); });  // by then, this thread usually waits
         EXPECT_LT(support::Measure([&] { command.WaitForDone(std::chrono::seconds(20)); }),
                   std::chrono::seconds(10));
         EXPECT_EQ(command.GetState(), state);
@@ -130,8 +131,8 @@ TEST(CommandTest, TheEndWakesTheWaitingThread) {
     }
 }
 
-// A request that has timed out must never look like a success.
-TEST(CommandTest, WhoeverSeesTheFailureSeesItsStatus) {
+// A request that timed out must never look like a success.
+TEST(CommandTest, StatusIsVisibleWithTheFailedState) {
     std::deque<Command> commands;
     for (int i = 0; i < 20000; ++i) {
         commands.emplace_back("ID", pellix::kQuery, std::vector<std::string>());
@@ -142,7 +143,7 @@ TEST(CommandTest, WhoeverSeesTheFailureSeesItsStatus) {
         }
     });
     int unseen = 0;
-    for (const Command& command : commands) {  // close on the other one's heels
+    for (const Command& command : commands) {  // while the other thread fails them
         while (command.GetState() != pellix::kFailed) {
         }
         unseen += command.GetStatus() == pellix::kResultTimeout ? 0 : 1;

@@ -25,7 +25,7 @@ constexpr double kInfinity = std::numeric_limits<double>::infinity();
 
 class CorvaneGripperTest : public GripperOnLink {
 protected:
-    /// Whether every PDIN reader gives its failure value.
+    /// @return whether every function that decodes PDIN returns its failure value
     bool HasNoProcessData() {
         return std::isnan(CorvaneGripper::GetPos(*link)) && CorvaneGripper::GetState(*link) == 0 &&
                !CorvaneGripper::GetFault(*link) && !CorvaneGripper::GetTempFault(*link) &&
@@ -53,7 +53,7 @@ TEST_F(CorvaneGripperTest, ReleaseKeepsTheHoldfastBit) {
     EXPECT_EQ(TakeRequests(), Lines{"PDOUT=[fa,0]"});
 }
 
-TEST_F(CorvaneGripperTest, DisableAndEnableChangeTheirBitOnly) {
+TEST_F(CorvaneGripperTest, DisableAndEnableChangeOnlyTheEnableBit) {
     StorePdout({0xFF, 0x07});
     EXPECT_EQ(CorvaneGripper::Disable(*link), pellix::kResultOk);
     EXPECT_EQ(TakeRequests(), Lines{"PDOUT=[fd,7]"});
@@ -67,7 +67,7 @@ TEST_F(CorvaneGripperTest, DisableAndEnableChangeTheirBitOnly) {
     EXPECT_EQ(TakeRequests(), Lines{"PDOUT=[ff,7]"});
 }
 
-TEST_F(CorvaneGripperTest, CommandsChangeNoBitThatIsNotTheirs) {
+TEST_F(CorvaneGripperTest, CommandsChangeOnlyTheirOwnBits) {
     using Operation = std::function<unsigned(Pellix&)>;
     struct Row {
         Operation operation;
@@ -90,7 +90,7 @@ TEST_F(CorvaneGripperTest, CommandsChangeNoBitThatIsNotTheirs) {
     }
 }
 
-TEST_F(CorvaneGripperTest, StoredOutputOfAnotherLengthIsRefusedAndNothingSent) {
+TEST_F(CorvaneGripperTest, StoredOutputOfAnotherLengthIsRejectedAndNothingSent) {
     for (const Bytes& pdout : {Bytes{}, Bytes{1}, Bytes{1, 2, 3}}) {
         StorePdout(pdout);
         EXPECT_EQ(CorvaneGripper::Grip(*link, 1), pellix::kResultBadPdout);
@@ -112,14 +112,14 @@ TEST_F(CorvaneGripperTest, ResultOfTheRequestIsPassedOn) {
     EXPECT_EQ(CorvaneGripper::SetNoPartLimit(*link, 0, 1.0), pellix::kResultNoCommand);
 }
 
-TEST_F(CorvaneGripperTest, CommandStartsFromWhatTheMasterLastReported) {
+TEST_F(CorvaneGripperTest, CommandStartsFromTheLastReportedOutput) {
     master.Send("@PDOUT=[10,7]\n");
     EXPECT_TRUE(support::WaitFor([this] {
         return link->GetDevice().GetPDOUT() == Bytes{0x10, 7};
     }));
     EXPECT_EQ(CorvaneGripper::Disable(*link), pellix::kResultOk);
     EXPECT_EQ(TakeRequests(), Lines{"PDOUT=[10,7]"});
-    // What was sent is not stored until the master reports it.
+    // The model stores output data only when the master reports them.
     EXPECT_EQ(CorvaneGripper::Enable(*link), pellix::kResultOk);
     EXPECT_EQ(CorvaneGripper::Disable(*link), pellix::kResultOk);
     EXPECT_EQ(TakeRequests(), (Lines{"PDOUT=[12,7]", "PDOUT=[10,7]"}));
@@ -177,7 +177,7 @@ TEST_F(CorvaneGripperTest, StatusComesFromTheThirdByte) {
     }
 }
 
-TEST_F(CorvaneGripperTest, ProcessDataOfAnotherLengthGivesTheFailureValues) {
+TEST_F(CorvaneGripperTest, ProcessDataOfAnotherLengthGiveTheFailureValues) {
     for (const std::size_t length : {0U, 1U, 2U, 3U, 5U, 64U}) {
         StorePdin(Bytes(length, 0xFF));
         log.Clear();
@@ -202,13 +202,13 @@ TEST_F(CorvaneGripperTest, LimitsAreReadFromTheirSet) {
     EXPECT_EQ(TakeRequests(), (Lines{"PARAM[96][1]?", "PARAM[98][2]?"}));
 }
 
-TEST_F(CorvaneGripperTest, NumberOfTheSetIsAddedUncut) {
+TEST_F(CorvaneGripperTest, NumberOfTheSetIsAddedUnchecked) {
     CorvaneGripper::GetNoPartLimit(*link, 255);
     CorvaneGripper::SetReleaseLimit(*link, 160, 0.0);
     EXPECT_EQ(TakeRequests(), (Lines{"PARAM[351][1]?", "PARAM[256][2]=[0,0]"}));
 }
 
-TEST_F(CorvaneGripperTest, LimitOfAnotherLengthIsNoNumber) {
+TEST_F(CorvaneGripperTest, LimitOfAnotherLengthIsNaN) {
     for (const char* value : {"[]", "[1]", "[1,2,3]"}) {
         master.SetValue("PARAM[96][1]", value);
         master.SetValue("PARAM[96][2]", value);
@@ -225,7 +225,7 @@ TEST_F(CorvaneGripperTest, FailedReadGivesTheValueStoredBefore) {
     EXPECT_TRUE(std::isnan(CorvaneGripper::GetNoPartLimit(*link, 1)));  // nothing was stored
 }
 
-TEST_F(CorvaneGripperTest, LimitsAreSentAsHundredthsPlusAHalfCutTowardZero) {
+TEST_F(CorvaneGripperTest, LimitsAreSentAsHundredthsPlusAHalfTruncatedTowardZero) {
     const std::vector<std::pair<double, int>> limits = {
         {12.5, 1250}, {0.994, 99}, {0.0, 0},   {0.005, 1},      {0.0049, 0},     {-2.0, -199},
         {-0.01, 0},   {-0.02, -1}, {1.0, 100}, {327.66, 32766}, {-327.0, -32699}};
@@ -240,7 +240,7 @@ TEST_F(CorvaneGripperTest, LimitsAreSentAsHundredthsPlusAHalfCutTowardZero) {
     }
 }
 
-TEST_F(CorvaneGripperTest, LimitsBeyondTheRangeAreCutToIt) {
+TEST_F(CorvaneGripperTest, LimitsOutOfRangeAreClamped) {
     for (const double value : {327.67, 327.68, 400.0, 1e300, kInfinity}) {
         EXPECT_EQ(CorvaneGripper::SetNoPartLimit(*link, 0, value), pellix::kResultOk);
         EXPECT_EQ(TakeRequests(), Lines{"PARAM[96][1]=[7f,ff]"}) << value;
@@ -251,7 +251,7 @@ TEST_F(CorvaneGripperTest, LimitsBeyondTheRangeAreCutToIt) {
     }
 }
 
-TEST_F(CorvaneGripperTest, LimitThatIsNoNumberIsNotSent) {
+TEST_F(CorvaneGripperTest, NaNLimitIsNotSent) {
     const double none = std::numeric_limits<double>::quiet_NaN();
     EXPECT_EQ(CorvaneGripper::SetNoPartLimit(*link, 0, none), pellix::kResultNoCommand);
     EXPECT_EQ(CorvaneGripper::SetReleaseLimit(*link, 0, none), pellix::kResultNoCommand);

@@ -37,7 +37,7 @@ TEST_F(DeviceHandlerTest, IdIsStoredWithoutItsQuotes) {
     EXPECT_EQ(handler.GetID(), "PELLIX");
 }
 
-TEST_F(DeviceHandlerTest, OnlyQuotesInPairsAreRemoved) {
+TEST_F(DeviceHandlerTest, OnlyPairedQuotesAreRemoved) {
     for (const char* id : {"\"ABC", "ABC\"", "A\"B", "\"", "ABC\"\r"}) {
         handler.HandleResponse("ID", id);
         EXPECT_EQ(handler.GetID(), id);
@@ -77,7 +77,7 @@ TEST_F(DeviceHandlerTest, OperateKeepsTheProcessData) {
     EXPECT_EQ(log.All(), Messages{"Setting device mode to 4"});
 }
 
-TEST_F(DeviceHandlerTest, ModeThatIsNoNumberIsZero) {
+TEST_F(DeviceHandlerTest, InvalidModeNumberIsZero) {
     for (const char* value : {"", "OPERATE", "\"4\"", "[4]"}) {
         handler.HandleResponse("MODE", "4");
         handler.HandleResponse("MODE", value);
@@ -94,7 +94,7 @@ TEST_F(DeviceHandlerTest, IdSurvivesEveryMode) {
     EXPECT_EQ(handler.GetID(), "PELLIX");
 }
 
-TEST_F(DeviceHandlerTest, ModesOneAndSevenForgetParametersAndDeviceInfo) {
+TEST_F(DeviceHandlerTest, ModesOneAndSevenClearParametersAndDeviceInfo) {
     for (const char* mode : {"1", "7"}) {
         handler.HandleResponse("PARAM[19][0]", "[41]");
         handler.HandleResponse("DEVINFO", "[1,2,3]");
@@ -114,7 +114,7 @@ TEST_F(DeviceHandlerTest, ParameterLineStoresItsBytes) {
     EXPECT_EQ(log.All(), (Messages{"Creating parameter 19 / 0", "Updating parameter 19 / 0"}));
 }
 
-TEST_F(DeviceHandlerTest, ParameterLineWithoutProperKeyOrValueIsIgnored) {
+TEST_F(DeviceHandlerTest, ParameterLineWithInvalidKeyOrValueIsIgnored) {
     handler.HandleResponse("PARAM[19][0]", "[41]");
     log.Clear();
     for (const char* key :
@@ -138,7 +138,7 @@ TEST_F(DeviceHandlerTest, ProcessDataLinesStoreTheirBytesWithoutALogLine) {
     EXPECT_TRUE(log.All().empty());
 }
 
-TEST_F(DeviceHandlerTest, ProcessDataWithoutLeadingBracketIsLeftAsItIs) {
+TEST_F(DeviceHandlerTest, InvalidListKeepsTheProcessData) {
     handler.HandleResponse("PDIN", "[1]");
     handler.HandleResponse("PDOUT", "[2]");
     for (const char* value : {"", "9]", "9", " [9]", "[9"}) {
@@ -161,13 +161,13 @@ TEST_F(DeviceHandlerTest, DeviceInfoLineStoresDecimalNumbers) {
     EXPECT_TRUE(device.GetDeviceInfo().empty());
 }
 
-TEST_F(DeviceHandlerTest, AbsurdLengthsInTheDeviceInfoAreHarmless) {
+TEST_F(DeviceHandlerTest, ImpossibleLengthsInTheDeviceInfoAreHarmless) {
     handler.HandleResponse("DEVINFO", "[0,0,0,4294967295,99999999999999999999,x,-1]");
     EXPECT_TRUE(device.GetPDIN().empty());
     EXPECT_EQ(device.GetDeviceInfo().size(), 7U);
 }
 
-TEST_F(DeviceHandlerTest, ReportsOfNoUseAndUnknownKeysChangeNothing) {
+TEST_F(DeviceHandlerTest, UnusedReportsAndUnknownKeysChangeNothing) {
     handler.HandleResponse("ID", "PELLIX");
     handler.HandleResponse("PDIN", "[1]");
     log.Clear();
@@ -183,7 +183,7 @@ TEST_F(DeviceHandlerTest, ReportsOfNoUseAndUnknownKeysChangeNothing) {
     EXPECT_TRUE(log.All().empty());
 }
 
-TEST_F(DeviceHandlerTest, NothingThatAMasterSendsIsThrownBack) {
+TEST_F(DeviceHandlerTest, NoInputFromAMasterThrows) {
     std::mt19937 engine(20261121);
     const std::vector<std::string> keys = {"ID",   "MODE",  "PARAM[19][0]", "PARAM[",
                                            "PDIN", "PDOUT", "DEVINFO",      "PARAM[]["};

@@ -21,12 +21,12 @@ using Numbers = std::vector<std::uint32_t>;
 
 namespace {
 
-/// Device information with these lengths of the process data, in bits.
+/// @return device information with these process data lengths in bits
 Numbers Info(std::uint32_t pdinBits, std::uint32_t pdoutBits) {
     return {1, 2, 3, pdinBits, pdoutBits, 6};
 }
 
-/// Everything that a device can know.
+/// Stores a value in every member of the device.
 void Fill(Device& device) {
     device.SetPDIN({1});
     device.SetPDOUT({2});
@@ -94,7 +94,7 @@ TEST(DeviceTest, UnknownParameterIsEmptyAndLogged) {
     EXPECT_EQ(log.All().back(), "Parameter 40 / 0 not found");
 }
 
-TEST(DeviceTest, EmptyParameterIsKnown) {
+TEST(DeviceTest, ParameterMayBeEmpty) {
     const LogCapture log;
     Device device;
     device.SetParameter(40, 0, {});
@@ -102,7 +102,7 @@ TEST(DeviceTest, EmptyParameterIsKnown) {
     EXPECT_EQ(log.All(), Messages{"Creating parameter 40 / 0"});
 }
 
-TEST(DeviceTest, LargestAddressIsAnAddressLikeAnyOther) {
+TEST(DeviceTest, LargestAddressIsValid) {
     const LogCapture log;
     Device device;
     device.SetParameter(4294967295, 4294967295, {1});
@@ -128,7 +128,7 @@ TEST(DeviceTest, DeviceInfoFillsEmptyProcessDataWithZeros) {
     EXPECT_EQ(device.GetPDOUT(), Bytes{0});
 }
 
-TEST(DeviceTest, DeviceInfoLeavesProcessDataThatIsThere) {
+TEST(DeviceTest, DeviceInfoKeepsExistingProcessData) {
     const LogCapture log;
     Device device;
     device.SetPDIN({7});
@@ -170,7 +170,7 @@ TEST(DeviceTest, MissingElementsOfTheDeviceInfoCountAsZero) {
     }
 }
 
-TEST(DeviceTest, LengthsThatNoDeviceCanHaveAllocateNothing) {
+TEST(DeviceTest, ImpossibleLengthsAllocateNothing) {
     const LogCapture log;
     Device device;
     device.SetDeviceInfo(Info(4294967295, 65537 * 8));
@@ -182,7 +182,7 @@ TEST(DeviceTest, LengthsThatNoDeviceCanHaveAllocateNothing) {
     EXPECT_EQ(device.GetPDOUT().size(), 65536U);
 }
 
-TEST(DeviceTest, ParametersWithoutEndAreNotKept) {
+TEST(DeviceTest, NumberOfParametersIsLimited) {
     constexpr unsigned kMost = 4096;
     const LogCapture log;
     Device device;
@@ -201,7 +201,7 @@ TEST(DeviceTest, ParametersWithoutEndAreNotKept) {
     EXPECT_EQ(device.GetParameter(kMost, 0), Bytes{3});
 }
 
-TEST(DeviceTest, NewOrRestartedDeviceForgetsEverything) {
+TEST(DeviceTest, ModesOfANewOrRestartedDeviceClearAllData) {
     for (const int mode : {pellix::kModeEstablishCommunication, pellix::kModePowerFault}) {
         const LogCapture log;
         Device device;
@@ -219,7 +219,7 @@ TEST(DeviceTest, NewOrRestartedDeviceForgetsEverything) {
     }
 }
 
-TEST(DeviceTest, OtherModesLeaveEverything) {
+TEST(DeviceTest, OtherModesKeepAllData) {
     for (const int mode : {0, 2, 3, 4, 5, 6, 8, 9, -1}) {
         const LogCapture log;
         Device device;
@@ -233,8 +233,8 @@ TEST(DeviceTest, OtherModesLeaveEverything) {
     }
 }
 
-// Forgotten, but never destroyed: a reader may just be copying from them.
-TEST(DeviceTest, ForgottenParametersAreNotDestroyed) {
+// The parameters are dropped but not deleted, because a reader may still be copying from them.
+TEST(DeviceTest, ClearedParametersAreNotDeleted) {
     const LogCapture log;
     Device device;
     device.SetParameter(19, 0, Bytes(1000, 1));
@@ -243,7 +243,7 @@ TEST(DeviceTest, ForgottenParametersAreNotDestroyed) {
     EXPECT_EQ(support::LiveBytes(), before);
 }
 
-TEST(DeviceTest, DestructionDestroysTheParameters) {
+TEST(DeviceTest, DestructorDeletesTheParameters) {
     const LogCapture log;
     const std::size_t before = support::LiveBytes();
     {
@@ -257,7 +257,7 @@ TEST(DeviceTest, DestructionDestroysTheParameters) {
     EXPECT_TRUE(std::has_virtual_destructor_v<Device>);
 }
 
-TEST(DeviceTest, ReadersNeverSeeAValueThatIsBeingReplaced) {
+TEST(DeviceTest, ReadersNeverSeeAPartlyReplacedValue) {
     Device device;
     device.SetPDIN(Bytes(64, 0));
     device.SetPDOUT(Bytes(64, 0));
@@ -296,8 +296,8 @@ TEST(DeviceTest, ParametersAndDeviceInfoMayBeReadWhileTheyAreWritten) {
     writer.join();
 }
 
-// The race is accepted on purpose and named in tsan.supp; a reader gets old bytes or none.
-TEST(DeviceTest, ReadersSurviveThatEverythingIsForgotten) {
+// The race is accepted, see Device::ClearData(): a reader gets old bytes or none.
+TEST(DeviceTest, ReadersSurviveClearedData) {
     const LogCapture log;
     Device device;
     std::thread writer([&] {

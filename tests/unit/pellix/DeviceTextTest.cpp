@@ -17,7 +17,7 @@ std::string Safe(const std::string& raw) {
     return pellix::ToSafeText(Bytes(raw.begin(), raw.end()));
 }
 
-/// UTF-8 of `code`, also of what UTF-8 does not allow.
+/// @return `code` encoded by the rules of UTF-8, even if UTF-8 does not allow it
 std::string Encode(std::uint32_t code) {
     const auto tail = [code](unsigned shift) {
         return static_cast<char>(0x80 | (code >> shift & 0x3F));
@@ -38,7 +38,7 @@ bool IsSurrogate(std::uint32_t code) {
     return code >= 0xD800 && code < 0xE000;
 }
 
-/// What is to become of the character `code` between two letters.
+/// @return the expected replacement of the character `code`
 std::string Expected(std::uint32_t code) {
     if (IsSurrogate(code)) {
         return "???";  // not UTF-8: one for each byte
@@ -50,7 +50,7 @@ std::string Expected(std::uint32_t code) {
 
 }  // namespace
 
-TEST(DeviceTextTest, PlainTextStaysAsItIs) {
+TEST(DeviceTextTest, PlainTextIsUnchanged) {
     EXPECT_EQ(Safe(""), "");
     EXPECT_EQ(Safe("MZD S 2.0 (\"left\") <&>"), "MZD S 2.0 (\"left\") <&>");
     EXPECT_EQ(Safe("  padded  "), "  padded  ");
@@ -62,28 +62,28 @@ TEST(DeviceTextTest, TrailingZeroBytesAreCut) {
     EXPECT_EQ(Safe(std::string("HVA\0 \0", 6)), "HVA? ");
 }
 
-TEST(DeviceTextTest, ControlBytesButTabAndLineFeedAreReplaced) {
+TEST(DeviceTextTest, ControlBytesExceptTabAndLineFeedAreReplaced) {
     EXPECT_EQ(Safe("a\tb\nc\rd\x01"
                    "e\x1F"
                    "f"),
               "a\tb\nc?d?e?f");
 }
 
-TEST(DeviceTextTest, EveryCharacterIsKeptOrReplacedAsItsKindDemands) {
+TEST(DeviceTextTest, EveryCharacterIsKeptOrReplacedByItsKind) {
     constexpr std::uint32_t kEndOfBasicPlane = 0x10000;
     std::size_t kept = 0;
-    // Beyond the basic plane a selection will do.
+    // Above the basic plane a selection is enough.
     for (std::uint32_t code = 0; code <= 0x10FFFF; code += code < kEndOfBasicPlane ? 1 : 89) {
         const std::string text = "a" + Encode(code) + "z";
         const std::string safe = Safe(text);
         ASSERT_EQ(safe, "a" + Expected(code) + "z") << std::hex << code;
         kept += safe == text ? 1 : 0;
     }
-    // All but surrogates, 30 control characters and the two that are no characters.
+    // All except surrogates, 30 control characters and the two noncharacters.
     EXPECT_EQ(kept, kEndOfBasicPlane - 0x800U - 30U - 2U);
 }
 
-TEST(DeviceTextTest, EveryByteThatIsNoUtf8IsReplacedByOne) {
+TEST(DeviceTextTest, EachInvalidUtf8ByteBecomesOneQuestionMark) {
     EXPECT_EQ(Safe("\x80"), "?");
     EXPECT_EQ(Safe("a\xFF\xFE"
                    "b"),
@@ -102,11 +102,11 @@ TEST(DeviceTextTest, EveryByteThatIsNoUtf8IsReplacedByOne) {
     EXPECT_EQ(Safe("\xC3\xC3\xA4"), "?\xC3\xA4");  // the second one is whole
 }
 
-TEST(DeviceTextTest, CharactersBeyondTheBasicPlaneAreReplacedByOne) {
+TEST(DeviceTextTest, EachCharacterAboveTheBasicPlaneBecomesOneQuestionMark) {
     EXPECT_EQ(Safe("a\xF0\x9F\x98\x80z"), "a?z");
 }
 
-TEST(DeviceTextTest, RandomBytesGiveOnlyWhatMakesTheJourneyUnharmed) {
+TEST(DeviceTextTest, RandomBytesGiveOnlySafeCharacters) {
     std::mt19937 engine(20261121);
     const std::array<std::uint8_t, 16> likely = {0x00, 0x0A, 0x41, 0x7F, 0x80, 0x9F, 0xA0, 0xBF,
                                                  0xC2, 0xE0, 0xED, 0xEF, 0xF0, 0xF4, 0xBE, 0xFF};
@@ -117,7 +117,7 @@ TEST(DeviceTextTest, RandomBytesGiveOnlyWhatMakesTheJourneyUnharmed) {
                               : static_cast<std::uint8_t>(engine() % 256);
         }
         const std::string safe = pellix::ToSafeText(bytes);
-        ASSERT_EQ(Safe(safe), safe);  // nothing is left to be replaced
+        ASSERT_EQ(Safe(safe), safe);  // no unsafe character is left
         ASSERT_LE(safe.size(), bytes.size());
     }
 }

@@ -6,7 +6,7 @@
 
 using namespace failing_udev;
 
-// The linker's names for what it has wrapped.
+// The linker's names for the wrapped functions.
 // NOLINTBEGIN(bugprone-reserved-identifier)
 extern "C" {
 udev* __real_udev_new();

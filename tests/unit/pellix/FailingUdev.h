@@ -2,7 +2,7 @@
 
 #include <atomic>
 
-/// What of libudev is to fail. The executable is linked with --wrap for each of these functions.
+/// Selects the libudev functions that fail. The executable is linked with --wrap for each of them.
 namespace failing_udev {
 
 inline std::atomic<bool> noContext = false;     ///< udev_new()

@@ -35,7 +35,7 @@ Messages operator+(Messages left, const Messages& right) {
     return left;
 }
 
-/// The report on a master as UdevTestbed makes them.
+/// @return the log lines about a master of UdevTestbed
 Messages Report(std::size_t number, const std::string& product = "PELLIX") {
     return {"   Node: /dev/ttyACM" + std::to_string(number),
             "   Subsystem: tty",
@@ -50,7 +50,7 @@ Messages Report(std::size_t number, const std::string& product = "PELLIX") {
 class GripperManagerTest : public testing::Test {
 protected:
     void TearDown() override {
-        // The testbed cannot go while the monitor thread makes itself at home in it.
+        // The testbed must not be destroyed while the monitor thread starts up in it.
         EXPECT_TRUE(!started || failing_udev::noMonitor || IsListening());
         manager.reset();
         for (FakeMaster& master : masters) {
@@ -64,7 +64,7 @@ protected:
         }
     }
 
-    /// A master behind /dev/ttyACM<number>, of which udev is still to know.
+    /// Creates a master behind /dev/ttyACM<number> that udev does not list yet.
     FakeMaster& Connect(std::size_t number) {
         FakeMaster& master = masters.emplace_back();
         master.StreamEvery(std::chrono::milliseconds(5));  // reads are short
@@ -81,7 +81,7 @@ protected:
         return WaitFor([this] { return testbed.IsMonitored(); });
     }
 
-    /// A manager that has found nothing and receives events.
+    /// Creates a manager that has found no master and receives events.
     void StartAndListen() {
         Start();
         ASSERT_TRUE(IsListening());
@@ -92,13 +92,13 @@ protected:
         return WaitFor([&] { return log.Contains(message); });
     }
 
-    /// Waits until the manager has handled all events so far: the one that follows them as well.
+    /// Sends a last event and waits until the manager has handled it and all events before.
     void Finish(const std::string& sysPath) {
         testbed.SendEvent(sysPath, "offline");
         ASSERT_TRUE(WaitForLine("Unknown udev action: offline"));
     }
 
-    /// What was logged of the events before Finish().
+    /// @return messages about the events before Finish()
     Messages OfEvents() const {
         const Messages all = log.All();
         return {all.begin(), std::find(all.begin(), all.end(), "Got Device with action offline")};
@@ -124,7 +124,7 @@ std::ostream& operator<<(std::ostream& out, const MatchRow& row) {
 class GripperManagerMatchTest : public GripperManagerTest,
                                 public testing::WithParamInterface<MatchRow> {};
 
-TEST_P(GripperManagerMatchTest, MasterIsToldByItsExactAttributes) {
+TEST_P(GripperManagerMatchTest, MasterIsRecognisedByItsExactAttributes) {
     const UdevDevice device = testbed.Find(testbed.AddMaster(0, GetParam().usb));
     ASSERT_NE(device, nullptr);
     EXPECT_EQ(GripperManager::IsCompatibleDevice(device.get()), GetParam().matches);
@@ -153,33 +153,33 @@ INSTANTIATE_TEST_SUITE_P(
                     MatchRow{"NoProduct", {.name = std::nullopt}, false}),
     [](const auto& row) { return row.param.name; });
 
-TEST_F(GripperManagerTest, DeviceWithoutUsbParentIsNoMaster) {
+TEST_F(GripperManagerTest, DeviceWithoutUsbParentIsNotAMaster) {
     EXPECT_FALSE(
         GripperManager::IsCompatibleDevice(testbed.Find(testbed.Add("tty", "ttyS0")).get()));
     EXPECT_TRUE(log.All().empty());
 }
 
-TEST_F(GripperManagerTest, DeviceOfAnotherSubsystemIsNoMaster) {
+TEST_F(GripperManagerTest, DeviceOfAnotherSubsystemIsNotAMaster) {
     const std::string tty = testbed.AddMaster(0, {});
     const UdevDevice parent = testbed.Find(tty.substr(0, tty.rfind('/')));
     ASSERT_NE(parent, nullptr);
     EXPECT_FALSE(GripperManager::IsCompatibleDevice(parent.get()));
 }
 
-TEST_F(GripperManagerTest, DeviceWithoutNodeIsNoMaster) {
+TEST_F(GripperManagerTest, DeviceWithoutNodeIsNotAMaster) {
     const UdevDevice device = testbed.Find(testbed.AddMaster(0, {}));
     failing_udev::noDeviceNode = true;
     EXPECT_FALSE(GripperManager::IsCompatibleDevice(device.get()));
     EXPECT_TRUE(log.All().empty());
 }
 
-TEST_F(GripperManagerTest, VanishedDeviceIsNoMasterAndNotReported) {
+TEST_F(GripperManagerTest, VanishedDeviceIsNotAMasterAndNotReported) {
     EXPECT_FALSE(GripperManager::IsCompatibleDevice(nullptr));
     GripperManager::PrintDeviceInfo(nullptr);
     EXPECT_TRUE(log.All().empty());
 }
 
-TEST_F(GripperManagerTest, ReportTellsNodeAndUsbIdentity) {
+TEST_F(GripperManagerTest, ReportShowsNodeAndUsbIdentity) {
     GripperManager::PrintDeviceInfo(testbed.Find(testbed.AddMaster(3, {})).get());
     EXPECT_EQ(log.All(), Report(3));
 }
@@ -189,7 +189,7 @@ TEST_F(GripperManagerTest, ReportEndsWithoutUsbParent) {
     EXPECT_EQ(log.All(), (Messages{"   Node: /dev/ttyS0", "   Subsystem: tty", "(No parent dev)"}));
 }
 
-TEST_F(GripperManagerTest, WhatIsMissingIsReportedAsNothing) {
+TEST_F(GripperManagerTest, MissingPropertiesAreReportedAsEmpty) {
     const Usb none{std::nullopt, std::nullopt, std::nullopt, std::nullopt, std::nullopt};
     const UdevDevice device = testbed.Find(testbed.AddMaster(0, none));
     failing_udev::noDeviceNode = true;
@@ -213,7 +213,7 @@ TEST_F(GripperManagerTest, StartAndEndAreLogged) {
     EXPECT_EQ(log.OfThisThread(), Messages{"GripperManager stopped"});
 }
 
-TEST_F(GripperManagerTest, MastersThatAreAttachedAreAddedAtStart) {
+TEST_F(GripperManagerTest, AttachedMastersAreAddedAtStart) {
     Connect(0);
     testbed.AddMaster(0, {.name = "MARROK-7"});
     Start();
@@ -228,7 +228,7 @@ TEST_F(GripperManagerTest, MastersThatAreAttachedAreAddedAtStart) {
     EXPECT_EQ(manager->GetLink("HVA SN:100001")->GetPortName(), "/dev/ttyACM0");
 }
 
-TEST_F(GripperManagerTest, OtherDevicesAreReportedAndPassedOverAtStart) {
+TEST_F(GripperManagerTest, OtherDevicesAreReportedAndSkippedAtStart) {
     testbed.Add("tty", "ttyS0");
     testbed.AddMaster(1, {.product = "5741"});
     testbed.Add("net", "eth0");
@@ -246,7 +246,7 @@ TEST_F(GripperManagerTest, OtherDevicesAreReportedAndPassedOverAtStart) {
 }
 
 TEST_F(GripperManagerTest, MasterThatCannotBeAddedDoesNotStopTheScan) {
-    testbed.AddMaster(0, {});  // no tty behind it
+    testbed.AddMaster(0, {});  // without a tty
     Connect(1);
     testbed.AddMaster(1, {});
     testbed.AddMaster(2, {});
@@ -256,7 +256,7 @@ TEST_F(GripperManagerTest, MasterThatCannotBeAddedDoesNotStopTheScan) {
     EXPECT_EQ(manager->GetGrippers().size(), 1U);
 }
 
-TEST_F(GripperManagerTest, DeviceThatVanishesDuringTheScanIsPassedOver) {
+TEST_F(GripperManagerTest, DeviceThatVanishesDuringTheScanIsSkipped) {
     testbed.AddMaster(0, {});
     failing_udev::noDevice = true;
     Start();
@@ -265,7 +265,7 @@ TEST_F(GripperManagerTest, DeviceThatVanishesDuringTheScanIsPassedOver) {
     EXPECT_EQ(all[3], "Not a valid device");
 }
 
-TEST_F(GripperManagerTest, MasterThatIsPluggedInIsAdded) {
+TEST_F(GripperManagerTest, PluggedInMasterIsAdded) {
     StartAndListen();
     Connect(0);
     Finish(testbed.AddMaster(0, {}));
@@ -279,7 +279,7 @@ TEST_F(GripperManagerTest, MasterThatIsPluggedInIsAdded) {
     EXPECT_EQ(manager->GetGrippers(), Lines{"HVA SN:100001"});
 }
 
-TEST_F(GripperManagerTest, OtherDeviceThatIsPluggedInIsReportedOnly) {
+TEST_F(GripperManagerTest, OtherPluggedInDeviceIsOnlyReported) {
     StartAndListen();
     Finish(testbed.AddMaster(0, {.name = "OTHER"}));
     EXPECT_EQ(OfEvents(), Messages{"Got Device with action add"} + Report(0, "OTHER"));
@@ -289,7 +289,7 @@ TEST_F(GripperManagerTest, OtherDeviceThatIsPluggedInIsReportedOnly) {
                                     "   Subsystem: tty", "(No parent dev)"}));
 }
 
-TEST_F(GripperManagerTest, MasterThatCannotBeAddedIsLoggedAndTheMonitorGoesOn) {
+TEST_F(GripperManagerTest, MasterThatCannotBeAddedIsLoggedAndTheMonitorContinues) {
     StartAndListen();
     const std::string device = testbed.AddMaster(0, {});
     Finish(device);
@@ -305,7 +305,7 @@ TEST_F(GripperManagerTest, MasterThatCannotBeAddedIsLoggedAndTheMonitorGoesOn) {
     EXPECT_TRUE(WaitForLine("Device added"));
 }
 
-TEST_F(GripperManagerTest, RepeatedAddMakesNoSecondLink) {
+TEST_F(GripperManagerTest, RepeatedAddCreatesNoSecondLink) {
     Connect(0);
     const std::string device = testbed.AddMaster(0, {});
     StartAndListen();
@@ -316,7 +316,7 @@ TEST_F(GripperManagerTest, RepeatedAddMakesNoSecondLink) {
     EXPECT_EQ(manager->GetGrippers().size(), 1U);
 }
 
-TEST_F(GripperManagerTest, MasterThatIsUnpluggedIsRemovedWithoutAMatchTest) {
+TEST_F(GripperManagerTest, UnpluggedMasterIsRemovedWithoutACheckOfItsIdentity) {
     FakeMaster& master = Connect(0);
     const std::string device = testbed.AddMaster(0, {});
     StartAndListen();
@@ -351,7 +351,7 @@ TEST_F(GripperManagerTest, OtherActionsAreLoggedAndIgnored) {
     }
 }
 
-TEST_F(GripperManagerTest, EventsOfOtherSubsystemsAreNotSeen) {
+TEST_F(GripperManagerTest, EventsOfOtherSubsystemsAreFilteredOut) {
     const std::string device = testbed.Add("tty", "ttyS0");
     StartAndListen();
     testbed.Add("net", "eth0");
@@ -359,7 +359,7 @@ TEST_F(GripperManagerTest, EventsOfOtherSubsystemsAreNotSeen) {
     EXPECT_TRUE(OfEvents().empty());
 }
 
-TEST_F(GripperManagerTest, EventsWithoutActionOrNodeAreSurvived) {
+TEST_F(GripperManagerTest, EventsWithoutActionOrNodeAreHarmless) {
     const std::string device = testbed.AddMaster(0, {});
     StartAndListen();
     failing_udev::noAction = true;
@@ -373,15 +373,15 @@ TEST_F(GripperManagerTest, EventsWithoutActionOrNodeAreSurvived) {
     EXPECT_TRUE(WaitForLine("Removing "));
 }
 
-TEST_F(GripperManagerTest, MissingEventIsLoggedAndTheMonitorGoesOn) {
+TEST_F(GripperManagerTest, MissingEventIsLoggedAndTheMonitorContinues) {
     const std::string device = testbed.Add("tty", "ttyS0");
     StartAndListen();
-    testbed.SendEvent(device, "nonsense");  // udev makes no device of it
+    testbed.SendEvent(device, "nonsense");  // udev creates no device for it
     Finish(device);
     EXPECT_EQ(OfEvents(), Messages{"No device from receive_device(). An error occured."});
 }
 
-TEST_F(GripperManagerTest, ExceptionInTheMonitorIsLoggedAndTheMonitorGoesOn) {
+TEST_F(GripperManagerTest, ExceptionInTheMonitorIsLoggedAndTheMonitorContinues) {
     const std::string device = testbed.Add("tty", "ttyS0");
     StartAndListen();
     failing_udev::throwingAction = true;
@@ -392,7 +392,7 @@ TEST_F(GripperManagerTest, ExceptionInTheMonitorIsLoggedAndTheMonitorGoesOn) {
 }
 
 TEST_F(GripperManagerTest, MonitorThreadThatCannotBeStartedIsLogged) {
-    failing_udev::noMonitor = true;  // there is none to wait for
+    failing_udev::noMonitor = true;  // otherwise the test would have to wait for the monitor
     {
         const support::FailingAllocations failure(
             {.smallest = sizeof(std::thread), .largest = sizeof(std::thread)});
@@ -423,11 +423,11 @@ TEST_F(GripperManagerTest, WithoutUdevTheProcessEndsWithStatusOne) {
     EXPECT_EQ(log.All().back(), "Can't create udev");
 }
 
-TEST_F(GripperManagerTest, EndDestroysItsLinks) {
+TEST_F(GripperManagerTest, DestructorDestroysItsLinks) {
     Connect(0);
     testbed.AddMaster(0, {});
     Start();
-    // The request of a state thread that is cut off is logged, too.
+    // A pending request of the state thread is logged, too.
     ASSERT_TRUE(WaitForLine("Pending command PDOUT deleted (Status: 0)."));
     log.Clear();
     manager.reset();
@@ -436,8 +436,8 @@ TEST_F(GripperManagerTest, EndDestroysItsLinks) {
                         "GripperManager stopped"}));
 }
 
-// The monitor thread outlives the manager: whatever it does then must touch nothing of it.
-TEST_F(GripperManagerTest, EndWhileAMasterIsBeingAdded) {
+// The monitor thread outlives the manager and must not access its members.
+TEST_F(GripperManagerTest, DestructorMayRunWhileAMasterIsBeingAdded) {
     StartAndListen();
     FakeMaster& master = Connect(0);
     master.SetAnswers("ID?", {""});

@@ -6,7 +6,7 @@
 void GripperOnLink::SetUp() {
     link = std::make_unique<pellix::Pellix>(master.Path());
     ASSERT_EQ(link->Init(), pellix::kResultOk);
-    // The last that the link does by itself; its monitor may begin later than that.
+    // The link's last own request. Its timeout monitor may start even later.
     ASSERT_TRUE(support::WaitFor([this] {
         return log.Contains("Pending command PDOUT deleted (Status: 0).") &&
                log.Contains("Timeout monitor thread active");

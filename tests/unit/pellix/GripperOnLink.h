@@ -11,7 +11,7 @@
 #include "tests/support/FakeMaster.h"
 #include "tests/support/LogCapture.h"
 
-/// A link in mode 4 on a master with an HVA, for the tests of the gripper classes.
+/// Fixture with a link in mode 4 on a master with an HVA, for the tests of the gripper classes.
 class GripperOnLink : public testing::Test {
 protected:
     using Bytes = std::vector<std::uint8_t>;
@@ -20,14 +20,15 @@ protected:
     void SetUp() override;
     void TearDown() override;
 
-    /// What the master is taken to have reported last.
+    /// Sets the process data as if the master had just reported them.
     void StorePdout(const Bytes& bytes) { link->GetDevice().SetPDOUT(bytes); }
     void StorePdin(const Bytes& bytes) { link->GetDevice().SetPDIN(bytes); }
 
-    /// The request lines since the last call.
+    /// @return the request lines since the last call
     Lines TakeRequests();
 
-    /// The device information has `count` elements; 7 and 8, if there are, are these.
+    /// Makes the master report device information with `count` elements. Elements 7 and 8, if
+    /// present, have the given values.
     void SetDeviceInfo(std::size_t count, std::uint32_t vendor, std::uint32_t model);
 
     support::LogCapture log;

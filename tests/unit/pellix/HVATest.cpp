@@ -19,7 +19,7 @@ using support::Messages;
 
 class HVATest : public GripperOnLink {
 protected:
-    /// What a check logs of the model, while it asks for the device information.
+    /// @return messages of a model check about the model
     Messages Detected() const {
         Messages found;
         for (const std::string& message : log.OfThisThread()) {
@@ -33,7 +33,7 @@ protected:
 
 struct Model {
     std::uint32_t id;
-    const char* name;  // empty: not known
+    const char* name;  // empty if unknown
     bool isHva;
     bool isMzd;
 };
@@ -44,7 +44,7 @@ std::ostream& operator<<(std::ostream& out, const Model& model) {
 
 class ModelCheckTest : public HVATest, public testing::WithParamInterface<Model> {};
 
-TEST_P(ModelCheckTest, ModelIsToldByItsDeviceId) {
+TEST_P(ModelCheckTest, ModelIsRecognisedByItsDeviceId) {
     const Model& model = GetParam();
     SetDeviceInfo(9, kCorvaneVendorId, model.id);
     log.Clear();
@@ -67,7 +67,7 @@ INSTANTIATE_TEST_SUITE_P(All, ModelCheckTest,
                                          Model{4294967295, "", false, false}),
                          [](const auto& model) { return "Id" + std::to_string(model.param.id); });
 
-TEST_F(HVATest, OtherVendorsAreNotSupportedWithoutALine) {
+TEST_F(HVATest, OtherVendorsAreNotSupportedAndNotLogged) {
     for (const std::uint32_t vendor : {0U, kCorvaneVendorId - 1, kCorvaneVendorId + 65536}) {
         SetDeviceInfo(9, vendor, 20);
         EXPECT_FALSE(HVA::IsSupported(*link)) << vendor;
@@ -76,7 +76,7 @@ TEST_F(HVATest, OtherVendorsAreNotSupportedWithoutALine) {
     EXPECT_TRUE(Detected().empty());
 }
 
-TEST_F(HVATest, ShortDeviceInfoIsNotSupportedWithoutALine) {
+TEST_F(HVATest, ShortDeviceInfoIsNotSupportedAndNotLogged) {
     for (const std::size_t count : {0U, 1U, 6U, 7U}) {
         SetDeviceInfo(count, kCorvaneVendorId, 20);
         EXPECT_FALSE(HVA::IsSupported(*link)) << count;
@@ -104,14 +104,14 @@ TEST_F(HVATest, ShortDeviceInfoOfAnotherVendorDoesNotThrow) {
     EXPECT_FALSE(MZD::IsSupported(*link));
 }
 
-TEST_F(HVATest, FailedRequestLeavesTheModelThatIsKnown) {
+TEST_F(HVATest, FailedRequestKeepsTheKnownModel) {
     master.SetAnswers("DEVINFO?", {"ERR DEVINFO 7\n"});
     EXPECT_TRUE(HVA::IsSupported(*link));
     link->Stop();
     EXPECT_TRUE(HVA::IsSupported(*link));
 }
 
-// A surprise that is kept: it makes stored process data of the right length out of none.
+// Side effect of the request: empty process data become valid zeros.
 TEST_F(HVATest, CheckFillsEmptyProcessDataWithZeros) {
     StorePdin({});
     StorePdout({});
@@ -167,7 +167,7 @@ TEST_F(HVATest, ReferenceDirectionIsSentAsAllBitsOrNone) {
     EXPECT_EQ(TakeRequests(), (Lines{"PARAM[64][3]=[ff]", "PARAM[64][3]=[0]"}));
 }
 
-TEST_F(HVATest, AnyReferenceDirectionButZeroIsTrue) {
+TEST_F(HVATest, AnyReferenceDirectionExceptZeroIsTrue) {
     const std::vector<std::pair<std::string, bool>> rows = {
         {"[ff]", true}, {"[1]", true}, {"[0]", false}, {"[]", false}, {"[ff,ff]", false}};
     for (const auto& [value, direction] : rows) {

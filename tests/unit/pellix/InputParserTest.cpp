@@ -26,19 +26,19 @@ using Bytes = std::vector<std::uint8_t>;
 namespace {
 
 constexpr unsigned kEmptyReadsBeforeReopen = 10;
-constexpr std::size_t kFlat = 65536;  // bytes: what memory may differ by and still be flat
+constexpr std::size_t kFlat = 65536;  // bytes; a smaller difference counts as constant memory use
 
 }  // namespace
 
 class InputParserTest : public testing::Test {
 protected:
-    /// One pass over `text`.
+    /// Runs one pass over `text`.
     void Parse(const std::string& text) {
         connection->input.push_back(text);
         handler.Parse();
     }
 
-    /// A command under way; its end is the fixture's.
+    /// Sends a command; the fixture removes it.
     Command* Send(const std::string& name) {
         Command* const command = handler.SendQuery(name);
         commands.push_back(command);
@@ -69,7 +69,7 @@ TEST_F(InputParserTest, AcknowledgementAndFinishInOneRead) {
     EXPECT_EQ(connection->reads, 1U);
 }
 
-TEST_F(InputParserTest, AcknowledgementAloneLeavesTheCommandUnfinished) {
+TEST_F(InputParserTest, AcknowledgementAloneDoesNotFinishTheCommand) {
     const Command* const command = Send("ID");
     Parse("ACK ID\n");
     EXPECT_EQ(command->GetState(), pellix::kAcknowledged);
@@ -91,7 +91,7 @@ TEST_F(InputParserTest, DataLineGoesToTheDeviceAndFinishesItsQuery) {
     EXPECT_EQ(log.All(), Messages{"Parsing line: ID=1234"});
 }
 
-TEST_F(InputParserTest, DataLineThatItsFinFollowsFinishesItsQueryOnce) {
+TEST_F(InputParserTest, DataLineWithItsFinFinishesItsQueryOnce) {
     const Command* const command = Send("ID");
     Parse("ID=1234\nFIN ID\n");
     EXPECT_EQ(command->GetState(), pellix::kFinished);
@@ -140,7 +140,7 @@ TEST_F(InputParserTest, ParameterLineFinishesTheQueryOfItsAddress) {
     EXPECT_EQ(device.GetParameter(21, 0), Bytes{0x41});
 }
 
-TEST_F(InputParserTest, EventLineIsAppliedButNeitherLoggedNorAnAnswer) {
+TEST_F(InputParserTest, EventLineIsAppliedButNotLoggedAndFinishesNothing) {
     const Command* const command = Send("PDIN");
     Parse("@PDIN=[a,b]\n");
     EXPECT_EQ(device.GetPDIN(), (Bytes{10, 11}));
@@ -148,7 +148,7 @@ TEST_F(InputParserTest, EventLineIsAppliedButNeitherLoggedNorAnAnswer) {
     EXPECT_TRUE(log.All().empty());
 }
 
-// The device model ignores a list without its bracket; that the line came there shows in "ID".
+// The device model ignores a list without its bracket; "ID" shows that the line arrived.
 TEST_F(InputParserTest, EventLinePassesKeyAndValueOn) {
     Parse("@PDIN=0A0B\n@ID=0A0B\n");
     EXPECT_TRUE(device.GetPDIN().empty());
@@ -156,7 +156,7 @@ TEST_F(InputParserTest, EventLinePassesKeyAndValueOn) {
     EXPECT_TRUE(log.All().empty());
 }
 
-TEST_F(InputParserTest, EventMarkDoesNotMatterForStatusLines) {
+TEST_F(InputParserTest, EventMarkHasNoEffectOnStatusLines) {
     const Command* const command = Send("ID");
     Parse("@ACK ID\n");
     EXPECT_EQ(command->GetState(), pellix::kAcknowledged);
@@ -200,7 +200,7 @@ TEST_F(InputParserTest, FieldsOfAStatusLineAreSeparatedBySingleBlanks) {
     EXPECT_EQ(log.BeginningWith("FIN"), (Messages{"FIN:", "FIN:", "FIN:"}));
 }
 
-TEST_F(InputParserTest, CarriageReturnBelongsToTheLine) {
+TEST_F(InputParserTest, CarriageReturnIsPartOfTheLine) {
     const Command* const command = Send("ID");
     Parse("FIN ID\r\n");
     EXPECT_EQ(command->GetState(), pellix::kActive);
@@ -227,7 +227,7 @@ TEST_F(InputParserTest, EmptyLinesAreSkipped) {
                                    "Line length is 0 without eof"}));
 }
 
-TEST_F(InputParserTest, OddLinesAreHarmless) {
+TEST_F(InputParserTest, UnusualLinesAreHarmless) {
     for (const std::string line : {"@", "=", "@=", "==", "@@", "A", "AC", "@A", " ", "\r", "[",
                                    "PARAM", "PARAM[=", "\xFF"}) {
         EXPECT_NO_THROW(Parse(line + "\n")) << line;
@@ -251,7 +251,7 @@ TEST_F(InputParserTest, LastLineWithoutItsLineFeedIsLost) {
               (Messages{"Parsing line: ACK ID", "Parsing line: D"}));
 }
 
-TEST_F(InputParserTest, StreamLeftAtItsEndIsClearedByTheNextInput) {
+TEST_F(InputParserTest, NextInputClearsAStreamAtItsEnd) {
     Parse("FIN I");
     EXPECT_TRUE(log.All().empty());
     Parse("@ID=1\n");
@@ -260,8 +260,8 @@ TEST_F(InputParserTest, StreamLeftAtItsEndIsClearedByTheNextInput) {
     EXPECT_EQ(log.All(), Messages{"Clearing previous input stream error: 2"});
 }
 
-// What is whole within one read is handled; what a cut goes through loses its first part.
-TEST_F(InputParserTest, InputCutAnywhereIsHandledAsTheWholeLinesOfEachRead) {
+// Lines that are complete within one read are handled; a split line loses its first part.
+TEST_F(InputParserTest, InputSplitAnywhereGivesTheCompleteLinesOfEachRead) {
     const std::string text = "ACK ID\nID=PELLIX\n\nFIN ID\n@MODE=4\nPDIN=[1,2]\n";
     for (std::size_t first = 0; first <= text.size(); ++first) {
         for (std::size_t second = first; second <= text.size(); ++second) {
@@ -280,7 +280,7 @@ TEST_F(InputParserTest, InputCutAnywhereIsHandledAsTheWholeLinesOfEachRead) {
                     }
                     line.clear();
                 }
-                if (!piece.empty()) {  // silence is another matter, and slow
+                if (!piece.empty()) {  // a silent pass pauses
                     ASSERT_NO_THROW(Parse(piece));
                 }
             }
@@ -289,18 +289,18 @@ TEST_F(InputParserTest, InputCutAnywhereIsHandledAsTheWholeLinesOfEachRead) {
     }
 }
 
-TEST_F(InputParserTest, UnusableErrorNumberLeavesTheParser) {
+TEST_F(InputParserTest, InvalidErrorNumberThrowsOutOfTheParser) {
     const Command* const command = Send("ID");
     for (const char* line : {"ERR ID x\n", "ERR ID\n", "ERR\n"}) {
         EXPECT_THROW(Parse(line), std::invalid_argument) << line;
-        handler.Parse();  // looks for the lines after it
+        handler.Parse();  // looks for further lines
     }
     EXPECT_THROW(Parse("ERR ID 99999999999\n"), std::out_of_range);
     EXPECT_EQ(command->GetState(), pellix::kActive);
     EXPECT_EQ(log.BeginningWith("ERR"), (Messages{"ERR:ID", "ERR:ID", "ERR:", "ERR:ID"}));
 }
 
-TEST_F(InputParserTest, LinesAfterABadOneAreHandledWithoutAnotherRead) {
+TEST_F(InputParserTest, LinesAfterAnInvalidOneAreHandledWithoutAnotherRead) {
     const Command* const command = Send("ID");
     EXPECT_THROW(Parse("@MODE=3\nERR ID x\nACK ID\nERR\nFIN ID\n"), std::invalid_argument);
     EXPECT_EQ(device.GetMode(), 3);
@@ -309,13 +309,13 @@ TEST_F(InputParserTest, LinesAfterABadOneAreHandledWithoutAnotherRead) {
     handler.Parse();
     EXPECT_EQ(command->GetState(), pellix::kFinished);
     EXPECT_EQ(connection->reads, 1U);
-    Parse("@MODE=4\n");  // no backlog: the next input is handled in its own pass
+    Parse("@MODE=4\n");  // no lines are left, so the pass handles its own input
     EXPECT_EQ(device.GetMode(), 4);
     EXPECT_EQ(connection->reads, 2U);
     EXPECT_TRUE(log.BeginningWith("Clearing").empty());
 }
 
-TEST_F(InputParserTest, BadLineAtTheEndLeavesNothingBehind) {
+TEST_F(InputParserTest, InvalidLineAtTheEndLeavesNoInputBehind) {
     EXPECT_THROW(Parse("ERR X\n"), std::invalid_argument);
     handler.Parse();
     EXPECT_EQ(connection->reads, 1U);
@@ -325,7 +325,7 @@ TEST_F(InputParserTest, BadLineAtTheEndLeavesNothingBehind) {
     EXPECT_TRUE(log.All().empty());
 }
 
-TEST_F(InputParserTest, PartialLineAfterABadOneIsLostAsAnyOther) {
+TEST_F(InputParserTest, PartialLineAfterAnInvalidOneIsLost) {
     EXPECT_THROW(Parse("ERR X\n@ID=1\n@ID=2"), std::invalid_argument);
     handler.Parse();
     EXPECT_EQ(deviceHandler.GetID(), "1");
@@ -355,7 +355,7 @@ TEST_F(InputParserTest, OnlyProcessInputDataCountsForTheSignOfLife) {
     EXPECT_FALSE(log.Contains("PDIN active"));
 }
 
-TEST_F(InputParserTest, SilenceIsLoggedAndBrakedAtEveryPass) {
+TEST_F(InputParserTest, EverySilentPassIsLoggedAndPauses) {
     const auto waited = support::Measure([&] {
         for (unsigned pass = 0; pass < kEmptyReadsBeforeReopen; ++pass) {
             handler.Parse();
@@ -380,7 +380,7 @@ TEST_F(InputParserTest, ElevenSilentPassesReopenTheConnectionOnce) {
     EXPECT_EQ(log.All(), Messages(33, "Parser: No input data"));
 }
 
-TEST_F(InputParserTest, AnyInputStartsTheCountOfSilentPassesAgain) {
+TEST_F(InputParserTest, AnyInputResetsTheCountOfSilentPasses) {
     for (const char* input : {"@EV=1\n", "half a line"}) {
         for (unsigned pass = 0; pass < kEmptyReadsBeforeReopen; ++pass) {
             handler.Parse();
@@ -395,7 +395,7 @@ TEST_F(InputParserTest, AnyInputStartsTheCountOfSilentPassesAgain) {
     EXPECT_EQ(connection->reopens, 1U);
 }
 
-TEST_F(InputParserTest, FailedReopenIsTriedAgainBeforeAnythingIsRead) {
+TEST_F(InputParserTest, FailedReopenIsRetriedBeforeTheNextRead) {
     connection->failingReopens = 3;
     for (unsigned pass = 0; pass <= kEmptyReadsBeforeReopen; ++pass) {
         handler.Parse();
@@ -419,7 +419,7 @@ TEST_F(InputParserTest, FailedReopenIsTriedAgainBeforeAnythingIsRead) {
     EXPECT_EQ(log.All(), Messages(11, "Parser: No input data"));
 }
 
-TEST_F(InputParserTest, ThrownPointerOfAFailedReopenIsDestroyed) {
+TEST_F(InputParserTest, ThrownPointerOfAFailedReopenIsDeleted) {
     for (unsigned pass = 0; pass < kEmptyReadsBeforeReopen; ++pass) {
         handler.Parse();
     }
@@ -431,7 +431,7 @@ TEST_F(InputParserTest, ThrownPointerOfAFailedReopenIsDestroyed) {
     EXPECT_EQ(support::LiveBytes(), before);
 }
 
-TEST_F(InputParserTest, MemoryStaysFlatOverAMillionLines) {
+TEST_F(InputParserTest, MemoryUseIsConstantOverAMillionLines) {
     constexpr int kLinesPerRead = 200;
     std::string input;
     for (int line = 0; line < kLinesPerRead; ++line) {
@@ -446,7 +446,7 @@ TEST_F(InputParserTest, MemoryStaysFlatOverAMillionLines) {
     EXPECT_EQ(device.GetPDIN(), (Bytes{1, 2, 3, 4}));
 }
 
-TEST_F(InputParserTest, MemoryStaysFlatWhenEveryReadEndsInAPartialLine) {
+TEST_F(InputParserTest, MemoryUseIsConstantIfEveryReadEndsInAPartialLine) {
     Parse("@PDIN=[1]\n@PDI");
     const std::size_t before = support::LiveBytes();
     for (int pass = 0; pass < 20'000; ++pass) {
@@ -458,7 +458,7 @@ TEST_F(InputParserTest, MemoryStaysFlatWhenEveryReadEndsInAPartialLine) {
     EXPECT_LT(support::LiveBytes(), before + kFlat);
 }
 
-TEST_F(InputParserTest, FailedAppendIsTriedAgainOnAnEmptyStream) {
+TEST_F(InputParserTest, FailedAppendIsRetriedOnAnEmptyStream) {
     const std::string input = "@ID=" + std::string(3000, 'x') + "\n@MODE=4\n";
     connection->input.push_back(input);
     {
@@ -492,7 +492,7 @@ TEST_F(InputParserTest, PartialLineThatCannotBeReadEmptiesTheStream) {
     while (shortLines.size() < 4000) {
         shortLines += "@EV=1\n";
     }
-    Parse(shortLines);  // the stream has its storage now, the partial line has not
+    Parse(shortLines);  // the stream allocates its storage, the partial line does not yet
     connection->input.push_back("@ID=1\n" + std::string(3000, 'x'));
     {
         const support::FailingAllocations failure({.smallest = 1500});
@@ -503,11 +503,12 @@ TEST_F(InputParserTest, PartialLineThatCannotBeReadEmptiesTheStream) {
     log.Clear();
     Parse("@ID=2\n");
     EXPECT_EQ(deviceHandler.GetID(), "2");
-    EXPECT_EQ(log.All(), Messages{"Clearing previous input stream error: 5"});  // bad and failed
+    EXPECT_EQ(log.All(),
+              Messages{"Clearing previous input stream error: 5"});  // bad bit and fail bit
 }
 
-TEST_F(InputParserTest, InputAfterALineThatCouldNotEvenBeLoggedIsWhole) {
-    Parse("@EV=" + std::string(3000, 'x') + "\n");  // the stream has its storage now
+TEST_F(InputParserTest, InputAfterALineThatCouldNotBeLoggedIsComplete) {
+    Parse("@EV=" + std::string(3000, 'x') + "\n");  // the stream allocates its storage
     connection->input.push_back("@ID=1\n" + std::string(300, 'x'));
     {
         const support::FailingAllocations failure({.smallest = 100, .count = 2});

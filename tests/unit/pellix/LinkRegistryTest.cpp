@@ -36,11 +36,11 @@ protected:
         }
     }
 
-    /// A master that is not added yet, with an HVA of this serial number on it.
+    /// Creates a master with an HVA of this serial number and does not add it to the registry.
     FakeMaster& Make(const std::string& serial = "1") {
         FakeMaster& master = masters.emplace_back();
         master.SetValue("PARAM[21][0]", pellix::FormatByteList({serial.begin(), serial.end()}));
-        master.StreamEvery(milliseconds(5));  // reads, and so the ends of links, are short
+        master.StreamEvery(milliseconds(5));  // short reads let links end quickly
         return master;
     }
 
@@ -50,7 +50,7 @@ protected:
         return master;
     }
 
-    /// Answers the ID query of its link's initialisation without an ID, then with silence.
+    /// Answers the ID query of the initialisation without an ID; does not answer later ones.
     FakeMaster& PlugSilentWithoutId() {
         FakeMaster& master = Make();
         master.SetAnswers("ID?", {"FIN ID\n", ""});
@@ -58,13 +58,13 @@ protected:
         return master;
     }
 
-    /// Whether a lookup finds the link on `master`.
+    /// @return whether a lookup finds the link on `master`
     bool Finds(const std::string& deviceString, const FakeMaster& master) {
         const LinkInUse link = registry.GetLink(deviceString);
         return link != nullptr && link->GetPortName() == master.Path();
     }
 
-    /// Messages that the registry logs itself.
+    /// @return messages of the registry itself
     Messages RegistryLines() const {
         Messages found;
         for (const std::string& message : log.OfThisThread()) {
@@ -81,7 +81,7 @@ protected:
     std::list<FakeMaster> masters;
 };
 
-TEST_F(LinkRegistryTest, EmptyRegistryListsNothingWithoutALine) {
+TEST_F(LinkRegistryTest, EmptyRegistryListsNothingAndLogsNothing) {
     EXPECT_TRUE(registry.GetGrippers().empty());
     EXPECT_TRUE(log.All().empty());
 }
@@ -126,7 +126,7 @@ TEST_F(LinkRegistryTest, FirstOfEqualDeviceStringsIsFound) {
     EXPECT_EQ(registry.GetGrippers(), (Lines{"HVA SN:1", "HVA SN:1"}));
 }
 
-TEST_F(LinkRegistryTest, GrippersAreListedInOrderWithoutThoseThatHaveNoDeviceString) {
+TEST_F(LinkRegistryTest, GrippersWithDeviceStringAreListedInOrder) {
     Plug("2");
     FakeMaster& unconnected = Make("3");
     unconnected.SetValue("MODE", "0");
@@ -138,7 +138,7 @@ TEST_F(LinkRegistryTest, GrippersAreListedInOrderWithoutThoseThatHaveNoDeviceStr
               (Messages{"Pellix not connected", "Device string is empty (device not connected)"}));
 }
 
-TEST_F(LinkRegistryTest, ConnectedLinkWithoutDeviceStringIsToldApart) {
+TEST_F(LinkRegistryTest, ConnectedLinkWithoutDeviceStringIsLoggedSeparately) {
     FakeMaster& master = Make();
     master.SetValue("MODE", "2");
     EXPECT_EQ(registry.AddDevice(master.Path()), 0);
@@ -151,7 +151,7 @@ TEST_F(LinkRegistryTest, ConnectedLinkWithoutDeviceStringIsToldApart) {
     EXPECT_EQ(log.OfThisThread().back(), "Device string is empty (but device connected)");
 }
 
-TEST_F(LinkRegistryTest, MasterWithoutIdIsLeftOutAndAskedAgainByEveryCall) {
+TEST_F(LinkRegistryTest, MasterWithoutIdIsNotListedAndQueriedAgainByEveryCall) {
     FakeMaster& master = Make();
     master.SetAnswers("ID?", {"FIN ID\n"});
     EXPECT_EQ(registry.AddDevice(master.Path()), 0);
@@ -167,10 +167,10 @@ TEST_F(LinkRegistryTest, MasterWithoutIdIsLeftOutAndAskedAgainByEveryCall) {
     EXPECT_EQ(master.Count("ID?"), 4U);
 }
 
-TEST_F(LinkRegistryTest, LookupGivesUpTheLockAfterATenthOfASecond) {
+TEST_F(LinkRegistryTest, LookupWaitsForTheLockForATenthOfASecond) {
     Plug("1");
     const FakeMaster& silent = PlugSilentWithoutId();
-    std::thread holder([this] { registry.GetGrippers(); });  // has the lock for a second
+    std::thread holder([this] { registry.GetGrippers(); });  // holds the lock for a second
     EXPECT_TRUE(silent.WaitForRequest("ID?", 2));
     log.Clear();
     const auto waited = Measure([this] { EXPECT_EQ(registry.GetLink("HVA SN:1"), nullptr); });
@@ -181,7 +181,7 @@ TEST_F(LinkRegistryTest, LookupGivesUpTheLockAfterATenthOfASecond) {
     EXPECT_NE(registry.GetLink("HVA SN:1"), nullptr);
 }
 
-TEST_F(LinkRegistryTest, ListingWaitsForTheLockAsLongAsItTakes) {
+TEST_F(LinkRegistryTest, ListingWaitsForTheLockWithoutALimit) {
     const FakeMaster& silent = PlugSilentWithoutId();
     std::atomic<bool> released = false;
     std::thread holder([&] {
@@ -196,7 +196,7 @@ TEST_F(LinkRegistryTest, ListingWaitsForTheLockAsLongAsItTakes) {
     EXPECT_EQ(silent.Count("ID?"), 1U);
 }
 
-TEST_F(LinkRegistryTest, SlowMasterDoesNotHoldUpLookups) {
+TEST_F(LinkRegistryTest, SlowMasterDoesNotDelayLookups) {
     Plug("1");
     FakeMaster& slow = Make("2");
     slow.SetAnswers("ID?", {""});
@@ -212,7 +212,7 @@ TEST_F(LinkRegistryTest, MasterThatCannotBeOpenedIsAFailure) {
     const std::string path = Make().Path() + "/none";
     const std::size_t before = support::LiveBytes();
     EXPECT_EQ(registry.AddDevice(path), -1);
-    EXPECT_EQ(support::LiveBytes(), before);  // the thrown pointer was destroyed
+    EXPECT_EQ(support::LiveBytes(), before);  // the thrown pointer was deleted
     EXPECT_EQ(
         log.All(),
         (Messages{"SerialConnection: Opening device " + path, "SerialConnection: Open call failed",
@@ -220,7 +220,7 @@ TEST_F(LinkRegistryTest, MasterThatCannotBeOpenedIsAFailure) {
     EXPECT_TRUE(registry.GetGrippers().empty());
 }
 
-TEST_F(LinkRegistryTest, MasterThatCannotBeInitialisedIsAFailureWithItsResult) {
+TEST_F(LinkRegistryTest, MasterThatCannotBeInitialisedFailsWithItsResult) {
     FakeMaster& master = Make();
     master.SetAnswers("ID?", {"ERR ID 7\n"});
     EXPECT_EQ(registry.AddDevice(master.Path()), 7);
@@ -232,10 +232,10 @@ TEST_F(LinkRegistryTest, MasterThatCannotBeInitialisedIsAFailureWithItsResult) {
     EXPECT_EQ(registry.GetLink("HVA SN:1"), nullptr);
 }
 
-TEST_F(LinkRegistryTest, LinkThatCannotBeListedIsDestroyedButNoFailure) {
+TEST_F(LinkRegistryTest, LinkThatCannotBeListedIsDestroyedAndReportedAsAdded) {
     const FakeMaster& master = Make();
     {
-        // Its first command makes the other list of pointers.
+        // The first command of the link allocates the other list of pointers.
         const support::FailingAllocations failure(
             {.smallest = sizeof(Pellix*), .largest = sizeof(Pellix*), .spared = 1});
         EXPECT_EQ(registry.AddDevice(master.Path()), 0);
@@ -245,7 +245,7 @@ TEST_F(LinkRegistryTest, LinkThatCannotBeListedIsDestroyedButNoFailure) {
     EXPECT_EQ(registry.GetLink("HVA SN:1"), nullptr);
 }
 
-// Two links on one tty would steal each other's answers.
+// Two links on one tty would take each other's replies.
 TEST_F(LinkRegistryTest, NodeThatHasALinkGetsNoSecondOne) {
     const FakeMaster& master = Plug();
     const Pellix* const link = registry.GetLink("HVA SN:1").get();
@@ -260,7 +260,7 @@ TEST_F(LinkRegistryTest, NodeThatHasALinkGetsNoSecondOne) {
 TEST_F(LinkRegistryTest, RemovalStopsAndDestroysTheLink) {
     const FakeMaster& master = Plug("1");
     const FakeMaster& other = Plug("2");
-    // The request of a state thread that is cut off is logged, too.
+    // A pending request of the state thread is logged, too.
     ASSERT_TRUE(WaitFor([&] { return log.BeginningWith("Pending command PDOUT").size() == 2; }));
     log.Clear();
     registry.RemoveDevice(master.Path());
@@ -293,7 +293,7 @@ TEST_F(LinkRegistryTest, ErrorWhileRemovingIsLogged) {
     const FakeMaster& master = Plug();
     log.Clear();
     {
-        const support::FailingLock failure(1);  // the registry's own is had
+        const support::FailingLock failure(1);  // locking the registry succeeds
         registry.RemoveDevice(master.Path());
     }
     EXPECT_EQ(RegistryLines(),
@@ -302,7 +302,7 @@ TEST_F(LinkRegistryTest, ErrorWhileRemovingIsLogged) {
     EXPECT_EQ(registry.GetLink("HVA SN:1"), nullptr);
 }
 
-TEST_F(LinkRegistryTest, LinkIsNotDestroyedUnderACallThatUsesIt) {
+TEST_F(LinkRegistryTest, LinkIsNotDestroyedWhileACallUsesIt) {
     const FakeMaster& master = Plug("1");
     const FakeMaster& other = Plug("2");
     LinkInUse link = registry.GetLink("HVA SN:1");
@@ -314,7 +314,7 @@ TEST_F(LinkRegistryTest, LinkIsNotDestroyedUnderACallThatUsesIt) {
     });
     EXPECT_TRUE(WaitFor([&] { return log.Contains("PELLIX removed: " + master.Path()); }));
 
-    // The link still answers, other links are used meanwhile, and nobody finds this one.
+    // The link still answers, other links can be used, and a lookup does not find this one.
     EXPECT_EQ(link->GetDeviceString(), "HVA SN:1");
     EXPECT_EQ(link->RequestID(), pellix::kResultNoCommand);
     for (int i = 0; i < 20; ++i) {
@@ -343,7 +343,7 @@ TEST_F(LinkRegistryTest, RemovalWaitsForEveryCallThatUsesTheLink) {
     remover.join();
 }
 
-TEST_F(LinkRegistryTest, UnansweredCallHoldsARemovalUpForItsTimeoutAtMost) {
+TEST_F(LinkRegistryTest, UnansweredCallDelaysARemovalByItsTimeoutAtMost) {
     FakeMaster& master = Plug();
     master.SetAnswers("OPERATE()", {""});
     std::atomic<unsigned> result = 0;
@@ -401,7 +401,7 @@ TEST_F(LinkRegistryTest, CloseWaitsForCallsThatStillUseALink) {
     EXPECT_LT(waited, seconds(5));
 }
 
-TEST_F(LinkRegistryTest, CloseDoesNotWaitForACallForEver) {
+TEST_F(LinkRegistryTest, CloseDoesNotWaitForACallForever) {
     constexpr milliseconds kPatience(50);
     LinkRegistry impatient(kPatience);
     EXPECT_EQ(impatient.AddDevice(Make().Path()), 0);
@@ -409,7 +409,7 @@ TEST_F(LinkRegistryTest, CloseDoesNotWaitForACallForEver) {
     const auto waited = Measure([&] { const auto lock = impatient.Close(); });
     EXPECT_GE(waited, kPatience);
     EXPECT_TRUE(log.Contains("PELLIX 0 removed"));
-    (void)link.release();  // it is gone
+    (void)link.release();  // already destroyed
 }
 
 TEST_F(LinkRegistryTest, UnknownDeviceStringIsLoggedOnOneLine) {
@@ -418,12 +418,12 @@ TEST_F(LinkRegistryTest, UnknownDeviceStringIsLoggedOnOneLine) {
               Messages{"Device 'A\\n03:12:00 1 TavrikDaemon stopped\\r\t\\n' not found"});
 }
 
-TEST_F(LinkRegistryTest, SilentMastersDoNotHoldUpCloseOneAfterTheOther) {
+TEST_F(LinkRegistryTest, SilentMastersDelayCloseOnlyOnce) {
     for (int i = 0; i < 5; ++i) {
         Plug().StreamEvery(milliseconds(0));
     }
     const auto waited = Measure([this] { const auto lock = registry.Close(); });
-    EXPECT_LT(waited, milliseconds(2500));  // three reads of a second each are under way
+    EXPECT_LT(waited, milliseconds(2500));  // three threads are in a read of one second
     for (FakeMaster& master : masters) {
         master.StreamEvery(milliseconds(5));
     }
@@ -433,20 +433,20 @@ TEST_F(LinkRegistryTest, ErrorWhileClosingIsLogged) {
     Plug();
     log.Clear();
     {
-        const support::FailingAllocations failure({});  // of the line that tells of the removal
+        const support::FailingAllocations failure({});  // for the log line about the removal
         const auto lock = registry.Close();
     }
     EXPECT_EQ(RegistryLines(), Messages{"Failed to remove PELLIX 0 from queue"});
 }
 
-TEST_F(LinkRegistryTest, ClosedRegistryTakesNoLinks) {
+TEST_F(LinkRegistryTest, ClosedRegistryAcceptsNoLinks) {
     { const auto lock = registry.Close(); }
     const FakeMaster& master = Plug();
     EXPECT_EQ(registry.GetLink("HVA SN:1"), nullptr);
     EXPECT_TRUE(log.Contains("SerialConnection: Closed device " + master.Path()));
 }
 
-TEST_F(LinkRegistryTest, LinkThatIsBeingAddedDuringCloseIsNotTaken) {
+TEST_F(LinkRegistryTest, LinkAddedDuringCloseIsNotAccepted) {
     FakeMaster& master = Make();
     master.SetAnswers("ID?", {""});
     std::thread adder([&] { EXPECT_EQ(registry.AddDevice(master.Path()), 0); });
@@ -458,7 +458,7 @@ TEST_F(LinkRegistryTest, LinkThatIsBeingAddedDuringCloseIsNotTaken) {
     EXPECT_TRUE(log.Contains("SerialConnection: Closed device " + master.Path()));
 }
 
-TEST_F(LinkRegistryTest, CallsGoOnWhileMastersComeAndGo) {
+TEST_F(LinkRegistryTest, CallsContinueWhileMastersComeAndGo) {
     const FakeMaster& coming = Make("1");
     const FakeMaster& staying = Plug("2");
     std::atomic<bool> running = true;

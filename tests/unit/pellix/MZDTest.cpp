@@ -13,7 +13,7 @@ using pellix::MZD;
 
 class MZDTest : public GripperOnLink {};
 
-TEST_F(MZDTest, HoldfastSetsOrClearsItsBitOnly) {
+TEST_F(MZDTest, HoldfastSetsOrClearsOnlyItsBit) {
     const std::vector<std::pair<Bytes, std::string>> on = {
         {{0x00, 0x03}, "[10,3]"}, {{0xEF, 0x00}, "[ff,0]"}, {{0x10, 0x00}, "[10,0]"}};
     for (const auto& [pdout, sent] : on) {
@@ -30,7 +30,7 @@ TEST_F(MZDTest, HoldfastSetsOrClearsItsBitOnly) {
     }
 }
 
-TEST_F(MZDTest, PresetGoesToTheUpperBitsAndTheRestFallsAway) {
+TEST_F(MZDTest, PresetIsThreeBitsWideAndFillsTheUpperBits) {
     for (unsigned preset = 0; preset < 256; preset = preset < 20 ? preset + 1 : preset * 2 + 1) {
         for (const std::uint8_t stored : Bytes{0x00, 0x1F, 0xE0, 0xFF}) {
             StorePdout({stored, 0x07});
@@ -42,7 +42,7 @@ TEST_F(MZDTest, PresetGoesToTheUpperBitsAndTheRestFallsAway) {
     }
 }
 
-TEST_F(MZDTest, StoredOutputOfAnotherLengthIsRefusedAndNothingSent) {
+TEST_F(MZDTest, StoredOutputOfAnotherLengthIsRejectedAndNothingSent) {
     for (const Bytes& pdout : {Bytes{}, Bytes{1}, Bytes{1, 2, 3}}) {
         StorePdout(pdout);
         EXPECT_EQ(MZD::Holdfast(*link, true), pellix::kResultBadPdout);
@@ -91,7 +91,7 @@ TEST_F(MZDTest, SettingsOfAnLedAreSentAsOneByteEach) {
     EXPECT_EQ(MZD::SetLEDColor(*link, 0, 1), 9U);
 }
 
-TEST_F(MZDTest, NumberOfTheLedIsAddedUncut) {
+TEST_F(MZDTest, NumberOfTheLedIsAddedUnchecked) {
     MZD::GetLEDSpeed(*link, 255);
     MZD::SetLEDColor(*link, 128, 1);
     EXPECT_EQ(TakeRequests(), (Lines{"PARAM[383][3]?", "PARAM[256][2]=[1]"}));

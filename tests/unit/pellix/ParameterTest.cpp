@@ -24,7 +24,7 @@ TEST(ParameterTest, AddressAloneHasAnEmptyValue) {
     EXPECT_TRUE(parameter.GetValue().empty());
 }
 
-TEST(ParameterTest, AddressIsKeptAsAWholeInteger) {
+TEST(ParameterTest, AddressKeepsItsFullRange) {
     const Parameter parameter(std::numeric_limits<int>::max(), std::numeric_limits<int>::min());
     EXPECT_EQ(parameter.GetIndex(), std::numeric_limits<int>::max());
     EXPECT_EQ(parameter.GetSubindex(), std::numeric_limits<int>::min());
@@ -53,7 +53,7 @@ TEST(ParameterTest, ReplacingCopiesTheWholeValue) {
     EXPECT_EQ(parameter.GetValue(), Bytes{4});
 }
 
-TEST(ParameterTest, ReplacingWithNothingLeavesAnEmptyValue) {
+TEST(ParameterTest, ReplacingWithNoBytesLeavesAnEmptyValue) {
     Parameter parameter(19, 0, {1, 2, 3});
     parameter.SetValue({});
     EXPECT_TRUE(parameter.GetValue().empty());

@@ -20,7 +20,7 @@ using support::Messages;
 using support::WaitFor;
 using Lines = std::vector<std::string>;
 
-/// What the state thread of a link does when the master reports its mode.
+/// Tests what the state thread of a link does when the master reports a mode.
 class PellixStateTest : public testing::Test {
 protected:
     void SetUp() override {
@@ -39,15 +39,15 @@ protected:
 
     void Report(int mode) const { master.Send("@MODE=" + std::to_string(mode) + "\n"); }
 
-    /// Reports a mode that only leaves a line in the log and waits for that: whatever the state
-    /// thread was to do before is done by then.
+    /// Reports a mode that the state thread only logs and waits for the log line. By then, the
+    /// state thread has finished everything before.
     void Finish() {
         const std::size_t before = log.Count("POWERFAULT");
         Report(pellix::kModePowerFault);
         EXPECT_TRUE(WaitFor([&] { return log.Count("POWERFAULT") > before; }));
     }
 
-    /// What the state thread has logged of its own steps.
+    /// @return messages of the state thread about its own steps
     Messages Steps() const {
         static const Messages kSteps = {"ESTABCOMM",  "STARTUP",
                                         "PREOPERATE", "Switching to OPERATE",
@@ -67,7 +67,7 @@ protected:
     std::unique_ptr<Pellix> link;
 };
 
-TEST_F(PellixStateTest, PreoperateLeadsThroughTheDeviceDataToOperate) {
+TEST_F(PellixStateTest, PreoperateReadsTheDeviceDataAndSwitchesToOperate) {
     master.SetAnswers("OPERATE()", {"ACK OPERATE\nFIN OPERATE\n@MODE=4\n"});
     Report(3);
     EXPECT_TRUE(master.WaitForRequest("PDOUT?"));
@@ -77,7 +77,7 @@ TEST_F(PellixStateTest, PreoperateLeadsThroughTheDeviceDataToOperate) {
     EXPECT_EQ(link->GetParameter(19, 0).size(), 3U);
 }
 
-TEST_F(PellixStateTest, RepeatedModeDoesNothingMore) {
+TEST_F(PellixStateTest, RepeatedModeHasNoFurtherEffect) {
     for (std::size_t i = 1; i <= 4; ++i) {
         Report(4);
         EXPECT_TRUE(master.WaitForRequest("PDOUT?"));
@@ -96,7 +96,7 @@ TEST_F(PellixStateTest, FailedOutputQueryIsNotRepeated) {
     EXPECT_EQ(master.Requests(), Lines{"PDOUT?"});
 }
 
-TEST_F(PellixStateTest, PreoperateIsRepeatedUntilTheDeviceDataIsRead) {
+TEST_F(PellixStateTest, PreoperateIsRepeatedUntilTheDeviceDataAreRead) {
     master.SetAnswers("DEVINFO?", {"ERR DEVINFO 3\n", "ERR DEVINFO 3\n", "DEVINFO=[1]\n"});
     master.SetAnswers("PARAM[19][0]?", {"ERR PARAM[19][0] 3\n", "PARAM[19][0]=[41]\n"});
     master.SetAnswers("PARAM[21][0]?", {"ERR PARAM[21][0] 3\n", "PARAM[21][0]=[42]\n"});
@@ -109,7 +109,7 @@ TEST_F(PellixStateTest, PreoperateIsRepeatedUntilTheDeviceDataIsRead) {
                                  "PREOPERATE", "Switching to OPERATE"}));
 }
 
-TEST_F(PellixStateTest, PreoperateIsNotRepeatedOnceTheModeIsLeft) {
+TEST_F(PellixStateTest, PreoperateIsNotRepeatedAfterTheModeChanges) {
     master.SetAnswers("DEVINFO?", {"ERR DEVINFO 3\n"});
     Report(3);
     EXPECT_TRUE(master.WaitForRequest("DEVINFO?", 3));
@@ -155,7 +155,7 @@ TEST_F(PellixStateTest, FallbackRestartsOnceAfterAPause) {
     EXPECT_EQ(Steps(), (Messages{"FALLBACK: Waiting and Restarting", "POWERFAULT"}));
 }
 
-TEST_F(PellixStateTest, FallbackRestartsAgainOnlyAfterTheModeWasLeft) {
+TEST_F(PellixStateTest, FallbackRestartsAgainOnlyAfterAnotherMode) {
     Report(5);
     EXPECT_TRUE(master.WaitForRequest("RESTART()"));
     Finish();
@@ -165,7 +165,7 @@ TEST_F(PellixStateTest, FallbackRestartsAgainOnlyAfterTheModeWasLeft) {
     EXPECT_EQ(master.Requests(), (Lines{"RESTART()", "RESTART()"}));
 }
 
-TEST_F(PellixStateTest, EstablishingCommunicationAndPowerFaultOnlyForgetTheDevice) {
+TEST_F(PellixStateTest, EstablishingCommunicationAndPowerFaultOnlyClearTheDevice) {
     for (const int mode : {1, 7}) {
         master.Send("@PARAM[19][0]=[41]\n");
         EXPECT_TRUE(WaitFor([this] { return !link->GetParameter(19, 0).empty(); }));
@@ -189,13 +189,13 @@ TEST_F(PellixStateTest, OtherModesDoNothing) {
     EXPECT_TRUE(master.Requests().empty());
 }
 
-TEST_F(PellixStateTest, ModeIsActedOnAgainAfterAnUnknownOne) {
+TEST_F(PellixStateTest, ModeTakesEffectAgainAfterAnUnknownMode) {
     Report(4);
     EXPECT_TRUE(master.WaitForRequest("PDOUT?"));
     const auto again = [this] { return master.Count("PDOUT?") > 1; };
     Report(9);
     EXPECT_FALSE(WaitFor(again, milliseconds(15)));
-    EXPECT_TRUE(WaitFor([&] {  // a mode that lasts shorter than a pass may not be seen
+    EXPECT_TRUE(WaitFor([&] {  // a mode shorter than one pass may be missed
         Report(4);
         const bool isSeen = WaitFor(again, milliseconds(15));
         Report(9);

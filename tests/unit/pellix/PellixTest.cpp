@@ -47,12 +47,12 @@ protected:
         return link->Init();
     }
 
-    /// Waits until a link on a master in mode 4 has done all that it does by itself.
+    /// Initialises the link on a master in mode 4 and waits for the last of its own requests.
     void Settle() {
         constexpr std::size_t kOwnRequests = 6;
         ASSERT_TRUE(WaitFor([this] {
             return log.BeginningWith("Active commands: ").size() == kOwnRequests &&
-                   log.Contains("Timeout monitor thread active");  // a thread may begin late
+                   log.Contains("Timeout monitor thread active");  // a thread may start late
         }));
     }
 
@@ -63,7 +63,7 @@ protected:
         log.Clear();
     }
 
-    /// What Init() logged of its attempts.
+    /// @return messages of Init() about its attempts
     Messages Attempts() const {
         Messages found;
         for (const std::string& message : log.OfThisThread()) {
@@ -91,7 +91,7 @@ void Append(Messages& messages, const Messages& more) {
     messages.insert(messages.end(), more.begin(), more.end());
 }
 
-/// The five failures of an update with this result.
+/// @return messages of an update that fails five times with this result
 Messages FiveFailures(const std::string& what, const std::string& result) {
     const std::string failure = "Failed to update " + what + ": " + result;
     Messages messages = {"Updating " + what};
@@ -102,7 +102,7 @@ Messages FiveFailures(const std::string& what, const std::string& result) {
     return messages;
 }
 
-/// How many threads of this process have this timer slack, in nanoseconds.
+/// @return number of threads of this process with this timer slack in nanoseconds
 int ThreadsWithTimerSlack(const std::string& slack) {
     int count = 0;
     for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
@@ -116,7 +116,7 @@ int ThreadsWithTimerSlack(const std::string& slack) {
 
 }  // namespace
 
-TEST_F(PellixTest, FailedOpenIsLoggedAndThrownOn) {
+TEST_F(PellixTest, FailedOpenIsLoggedAndRethrown) {
     const std::string path = master.Path() + "/none";
     try {
         const Pellix other(path);
@@ -129,7 +129,7 @@ TEST_F(PellixTest, FailedOpenIsLoggedAndThrownOn) {
                                    "Failed to open serial connection on " + path}));
 }
 
-TEST_F(PellixTest, NewLinkKnowsNothing) {
+TEST_F(PellixTest, NewLinkHasNoData) {
     Open();
     log.Clear();
     EXPECT_EQ(link->GetPortName(), master.Path());
@@ -182,7 +182,7 @@ TEST_F(PellixTest, InitLogsItsStepsInOrder) {
     Settle();
 }
 
-TEST_F(PellixTest, ThreadsTellOfTheirBeginningAndEnd) {
+TEST_F(PellixTest, ThreadsLogTheirStartAndEnd) {
     EXPECT_EQ(Init(), pellix::kResultOk);
     for (const char* thread : {"Parser", "Timeout monitor", "State"}) {
         const std::string name = thread;
@@ -225,7 +225,7 @@ TEST_F(PellixTest, InitInOtherModesReadsNoDeviceData) {
     }
 }
 
-TEST_F(PellixTest, LinkThatStartsUpIsConnectedByItsStateThread) {
+TEST_F(PellixTest, StateThreadConnectsALinkInStartup) {
     master.SetValue("MODE", "2");
     EXPECT_EQ(Init(), pellix::kResultOk);
     EXPECT_TRUE(log.Contains("Init: Device mode is DL_STARTUP"));
@@ -246,7 +246,7 @@ TEST_F(PellixTest, MasterThatNeverAnswersFailsInitAfterFiveTimeouts) {
     EXPECT_EQ(log.BeginningWith("Active command ID?\n timed out after 1").size(), 5U);
 }
 
-TEST_F(PellixTest, UpdateIsTriedAgainUntilItSucceeds) {
+TEST_F(PellixTest, UpdateIsRetriedUntilItSucceeds) {
     master.SetAnswers("ID?", {"ERR ID 7\n", "ERR ID 8\n", "ID=PELLIX\n"});
     const auto waited = Measure([this] { EXPECT_EQ(Init(), pellix::kResultOk); });
     EXPECT_GE(waited, milliseconds(200));
@@ -273,11 +273,11 @@ TEST_P(PellixUpdateTest, FiveFailuresEndInitWithTheLastResult) {
     const std::string error = std::string("ERR ") + GetParam().key;
     master.SetAnswers(GetParam().line, {error + " 7\n", error + " 7\n", error + " 7\n",
                                         error + " 7\n", error + " 7\n", error + " 8\n"});
-    master.StreamEvery(milliseconds(10));  // a read of the parser ends soon
+    master.StreamEvery(milliseconds(10));  // ends the parser's reads early
     unsigned result = 0;
     const auto waited = Measure([&] { result = Init(); });
     EXPECT_EQ(result, 7U);
-    EXPECT_GE(waited, milliseconds(500));  // a pause after the last attempt as well
+    EXPECT_GE(waited, milliseconds(500));  // includes a pause after the last attempt
     const Messages attempts = Attempts();
     const Messages expected = FiveFailures(GetParam().what, "7");
     ASSERT_GE(attempts.size(), expected.size());
@@ -349,14 +349,14 @@ TEST_F(PellixTest, ErrorCodeOfTheMasterIsTheResult) {
     EXPECT_EQ(link->Operate(), 4711U);
 }
 
-// A surprise that is kept: the command has failed, but with the code of a success.
+// The command fails, but its error code is that of a success.
 TEST_F(PellixTest, ErrorWithCodeZeroIsASuccess) {
     InitAndSettle();
     master.SetAnswers("OPERATE()", {"ERR OPERATE 0\n"});
     EXPECT_EQ(link->Operate(), pellix::kResultOk);
 }
 
-TEST_F(PellixTest, SerialNumberIsNotAskedForWhenTheProductIsNotHad) {
+TEST_F(PellixTest, SerialNumberIsNotReadIfTheProductIdFails) {
     InitAndSettle();
     master.SetAnswers("PARAM[19][0]?", {"ERR PARAM[19][0] 33\n"});
     EXPECT_EQ(link->RequestDeviceString(), 33U);
@@ -367,24 +367,24 @@ TEST_F(PellixTest, FailedSerialNumberIsTheResultOfTheDeviceString) {
     InitAndSettle();
     master.SetAnswers("PARAM[21][0]?", {"ERR PARAM[21][0] 34\n"});
     EXPECT_EQ(link->RequestDeviceString(), 34U);
-    EXPECT_EQ(link->GetDeviceString(), "HVA SN:100001");  // what was stored before
+    EXPECT_EQ(link->GetDeviceString(), "HVA SN:100001");  // the value stored before
 }
 
-TEST_F(PellixTest, DataLineAloneEndsAQuery) {
+TEST_F(PellixTest, DataLineAloneFinishesAQuery) {
     InitAndSettle();
     master.SetAnswers("PARAM[64][1]?", {"PARAM[64][1]=[5]\n"});
     EXPECT_EQ(link->ReadParameter(64, 1), pellix::kResultOk);
     EXPECT_EQ(link->GetParameter(64, 1), Bytes{5});
 }
 
-TEST_F(PellixTest, FinishAloneEndsAQuery) {
+TEST_F(PellixTest, FinAloneFinishesAQuery) {
     InitAndSettle();
     master.SetAnswers("PARAM[64][1]?", {"FIN PARAM[64][1]\n"});
     EXPECT_EQ(link->ReadParameter(64, 1), pellix::kResultOk);
     EXPECT_TRUE(link->GetParameter(64, 1).empty());
 }
 
-TEST_F(PellixTest, EventLineEndsNoQuery) {
+TEST_F(PellixTest, EventLineFinishesNoQuery) {
     InitAndSettle();
     master.SetAnswers("PARAM[64][1]?", {"@PARAM[64][1]=[5]\n"});
     unsigned result = 0;
@@ -405,7 +405,7 @@ TEST_F(PellixTest, LateAnswerIsDropped) {
     EXPECT_EQ(link->Restart(), pellix::kResultOk);
 }
 
-TEST_F(PellixTest, AnswersInPiecesOfTheTtyAreStillAnswersWhenTheirLinesAreWhole) {
+TEST_F(PellixTest, RepliesInSeveralReadsFinishTheRequestIfTheirLinesAreWhole) {
     InitAndSettle();
     master.SetAnswers("OPERATE()", {""});
     std::thread pieces([this] {
@@ -430,7 +430,7 @@ TEST_F(PellixTest, NothingIsSentAfterStop) {
     EXPECT_TRUE(master.Requests().empty());
 }
 
-TEST_F(PellixTest, StoppedLinkStillEndsTheRequestsThatAreUnderWay) {
+TEST_F(PellixTest, StoppedLinkStillEndsPendingRequests) {
     InitAndSettle();
     master.SetAnswers("OPERATE()", {""});
     std::atomic<unsigned> result = 0;
@@ -441,18 +441,18 @@ TEST_F(PellixTest, StoppedLinkStillEndsTheRequestsThatAreUnderWay) {
     EXPECT_EQ(result, pellix::kResultTimeout);
 }
 
-// A master that is unplugged in mode 3 fails each of the state thread's requests at once.
-TEST_F(PellixTest, StoppedLinkDoesNotRepeatWhatCannotBeSent) {
+// After an unplug in mode 3, each request of the state thread fails at once.
+TEST_F(PellixTest, StoppedLinkDoesNotRetryRequests) {
     master.SetValue("MODE", "3");
     master.SetAnswers("DEVINFO?", {"DEVINFO=[1]\n", ""});
     ASSERT_EQ(Init(), pellix::kResultOk);
-    EXPECT_TRUE(master.WaitForRequest("DEVINFO?", 2));  // the state thread's, without an answer
+    EXPECT_TRUE(master.WaitForRequest("DEVINFO?", 2));  // from the state thread, unanswered
     link->Stop();
     EXPECT_TRUE(WaitFor([this] { return log.Contains("State thread terminated"); }));
     EXPECT_LE(log.Count("Device has been removed"), 1U);
 }
 
-TEST_F(PellixTest, RequestsOnAPulledTtyFailAtOnce) {
+TEST_F(PellixTest, RequestsOnAnUnpluggedTtyFailAtOnce) {
     InitAndSettle();
     master.Unplug();
     const auto waited = Measure([this] {
@@ -467,7 +467,7 @@ TEST_F(PellixTest, RequestsOnAPulledTtyFailAtOnce) {
                         "Pending command PDOUT deleted (Status: 0).", "Active commands: 0"}));
 }
 
-TEST_F(PellixTest, RequestToATtyThatTakesNoBytesFailsAfterThreeSeconds) {
+TEST_F(PellixTest, RequestToATtyThatAcceptsNoBytesFailsAfterThreeSeconds) {
     InitAndSettle();
     master.Stall(true);
     unsigned result = 0;
@@ -489,7 +489,7 @@ TEST_F(PellixTest, UnplugInTheMiddleOfRequestsEndsThemAll) {
     for (unsigned index = 0; index < 3; ++index) {
         callers.emplace_back([this, index, &successes, &ended, &unplugged] {
             bool succeeded = true;
-            while (succeeded || !unplugged) {  // on a busy machine one may fail before
+            while (succeeded || !unplugged) {  // on a busy machine, one may fail earlier
                 succeeded = link->WriteParameter(index, 0, {1}) == pellix::kResultOk;
                 successes += succeeded ? 1 : 0;
             }
@@ -531,9 +531,9 @@ TEST_F(PellixTest, RequestsOfSeveralThreadsDoNotDisturbEachOther) {
     EXPECT_EQ(failures, 0);
 }
 
-// Nobody answers, and nobody expires commands any more, by the time that the state thread is
-// joined.
-TEST_F(PellixTest, DestructionEndsAStateThreadThatWaitsForAnAnswer) {
+// When the state thread is joined, parser and timeout monitor have ended: its pending command would
+// neither finish nor expire.
+TEST_F(PellixTest, DestructorEndsAStateThreadThatWaitsForAReply) {
     master.SetValue("MODE", "3");
     master.SetAnswers("DEVINFO?", {"DEVINFO=[1]\n", ""});
     ASSERT_EQ(Init(), pellix::kResultOk);
@@ -544,13 +544,13 @@ TEST_F(PellixTest, DestructionEndsAStateThreadThatWaitsForAnAnswer) {
     EXPECT_EQ(log.Count("State thread terminated"), 1U);
 }
 
-TEST_F(PellixTest, DestructionUnderTheStreamOfAMasterIsQuick) {
+TEST_F(PellixTest, DestructorIsFastWhileTheMasterSends) {
     master.StreamEvery(milliseconds(2));
     InitAndSettle();
     EXPECT_LT(Measure([this] { link.reset(); }), milliseconds(900));
 }
 
-TEST_F(PellixTest, BadLineIsLoggedAndTheLinesAfterItAreHandled) {
+TEST_F(PellixTest, InvalidLineIsLoggedAndTheLinesAfterItAreHandled) {
     InitAndSettle();
     master.SetAnswers("OPERATE()", {"ERR X\nERR OPERATE x\nACK OPERATE\nFIN OPERATE\n"});
     EXPECT_EQ(link->Operate(), pellix::kResultOk);
@@ -559,7 +559,7 @@ TEST_F(PellixTest, BadLineIsLoggedAndTheLinesAfterItAreHandled) {
     EXPECT_FALSE(log.Contains("Input timeout"));
 }
 
-TEST_F(PellixTest, GarbageFromTheMasterIsSurvived) {
+TEST_F(PellixTest, GarbageFromTheMasterIsHarmless) {
     InitAndSettle();
     for (const char* text :
          {"\n\n\n", "ERR\n", "ERR OPERATE\n", "MODE\n", "=\n", "@\n", "PARAM[=[\n",
@@ -579,12 +579,12 @@ TEST_F(PellixTest, DeviceStringWithoutSerialNumberIsTheProductAlone) {
     EXPECT_EQ(log.All(), Messages{"Parameter 21 / 0 not found"});
 }
 
-TEST_F(PellixTest, BothPollsMayWakeUpOneMillisecondLate) {
+TEST_F(PellixTest, BothPollsHaveOneMillisecondOfTimerSlack) {
     InitAndSettle();
     EXPECT_EQ(ThreadsWithTimerSlack("1000000"), 2);
 }
 
-TEST_F(PellixTest, MissingSerialNumberIsMissedByEveryLookup) {
+TEST_F(PellixTest, MissingSerialNumberIsLoggedByEveryLookup) {
     master.SetAnswers("PARAM[21][0]?", {"FIN PARAM[21][0]\n"});
     InitAndSettle();
     EXPECT_TRUE(link->IsNamed("HVA"));
@@ -600,7 +600,7 @@ TEST_F(PellixTest, DeviceStringFollowsItsParameters) {
     EXPECT_EQ(link->GetDeviceString(), "HVA SN:7");
     link->GetDevice().SetParameter(19, 0, {'M', 'Z', 'D'});
     EXPECT_EQ(link->GetDeviceString(), "MZD SN:7");
-    link->GetDevice().SetMode(pellix::kModePowerFault);  // forgets them
+    link->GetDevice().SetMode(pellix::kModePowerFault);  // clears them
     EXPECT_FALSE(link->IsNamed("MZD SN:7"));
     EXPECT_TRUE(link->IsNamed(""));
 }
@@ -619,7 +619,7 @@ TEST_F(PellixTest, DeviceStringIsSafeForClients) {
     EXPECT_EQ(link->GetDeviceString(), "MZD?? SN:1?2\xC3\xA4");
 }
 
-TEST_F(PellixTest, DeviceInfoIsHandedOutOnlyWhileConnected) {
+TEST_F(PellixTest, DeviceInfoIsReturnedOnlyWhileConnected) {
     master.SetValue("MODE", "0");
     ASSERT_EQ(Init(), pellix::kResultOk);
     EXPECT_EQ(link->RequestDeviceInfo(), pellix::kResultOk);
@@ -631,7 +631,7 @@ TEST_F(PellixTest, DeviceInfoIsHandedOutOnlyWhileConnected) {
     EXPECT_EQ(link->GetDeviceInfo(), link->GetDevice().GetDeviceInfo());
 }
 
-TEST_F(PellixTest, IdIsWhatTheMasterLastReported) {
+TEST_F(PellixTest, IdIsTheLastOneReported) {
     master.SetValue("ID", "\"MARROK-7\"");
     InitAndSettle();
     EXPECT_EQ(link->GetID(), "MARROK-7");
@@ -664,7 +664,7 @@ TEST_F(PellixTest, ModeNamesAreThoseOfTheProtocol) {
     EXPECT_EQ(Pellix::GetModeName(9), "[unknown]");
 }
 
-TEST_F(PellixTest, SupportedMastersAreToldByTheirExactProduct) {
+TEST_F(PellixTest, SupportedMastersAreRecognisedByTheirExactProduct) {
     EXPECT_TRUE(Pellix::IsMasterProduct("PELLIX"));
     EXPECT_TRUE(Pellix::IsMasterProduct("MARROK-7"));
     for (const char* other :

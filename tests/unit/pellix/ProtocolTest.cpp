@@ -16,7 +16,7 @@ using Numbers = std::vector<std::uint32_t>;
 
 namespace {
 
-/// Texts from an alphabet that makes brackets, commas, numbers and nonsense about equally likely.
+/// Generates texts in which brackets, commas, digits and other characters are about equally likely.
 class RandomTexts {
 public:
     std::string Next() {
@@ -45,7 +45,7 @@ TEST(ProtocolTest, ByteListsAreLowerCaseHexadecimalWithoutLeadingZeros) {
     EXPECT_EQ(pellix::FormatByteList({0, 1, 15, 16, 171}), "[0,1,f,10,ab]");
 }
 
-TEST(ProtocolTest, EveryByteListIsFormattedAsByTheSlowReference) {
+TEST(ProtocolTest, ByteListsAreFormattedAsByTheSlowReference) {
     RandomTexts random;
     Bytes all;
     for (unsigned byte = 0; byte < 256; ++byte) {
@@ -63,7 +63,7 @@ TEST(ProtocolTest, EveryByteListIsFormattedAsByTheSlowReference) {
     }
 }
 
-TEST(ProtocolTest, WhatIsFormattedIsReadBack) {
+TEST(ProtocolTest, FormattedListsAreReadBack) {
     RandomTexts random;
     for (int i = 0; i < 200; ++i) {
         Bytes bytes(random.Number(0, 40));
@@ -85,7 +85,7 @@ TEST(ProtocolTest, BytesAreCutToTheirLowEightBits) {
               (Bytes{0, 255, 0x78, 0xe1}));
 }
 
-TEST(ProtocolTest, PieceThatIsNoNumberIsZero) {
+TEST(ProtocolTest, InvalidElementIsZero) {
     EXPECT_EQ(pellix::ReadByteList("[g,,0x,x1,\"1\",-1]"), (Bytes{0, 0, 0, 0, 0, 0}));
     EXPECT_EQ(pellix::ReadByteList("[,]"), (Bytes{0, 0}));
     EXPECT_EQ(pellix::ReadByteList("[1g,2 3]"), (Bytes{1, 2}));
@@ -103,14 +103,14 @@ TEST(ProtocolTest, ListEndsAtItsFirstClosingBracket) {
     EXPECT_EQ(pellix::ReadByteList("[1]\r"), Bytes{1});
 }
 
-TEST(ProtocolTest, WhatDoesNotBeginWithABracketIsNoList) {
+TEST(ProtocolTest, ListWithoutOpeningBracketIsInvalid) {
     for (const char* text : {"", "1,2]", " [1]", "x[1]", "]", "\"[1]\""}) {
         EXPECT_EQ(pellix::ReadByteList(text), std::nullopt) << text;
         EXPECT_EQ(pellix::ReadNumberList(text), std::nullopt) << text;
     }
 }
 
-TEST(ProtocolTest, ListThatNeverEndsIsNoList) {
+TEST(ProtocolTest, ListWithoutClosingBracketIsInvalid) {
     for (const char* text : {"[", "[1,2", "[[[["}) {
         EXPECT_EQ(pellix::ReadByteList(text), std::nullopt) << text;
         EXPECT_EQ(pellix::ReadNumberList(text), std::nullopt) << text;
@@ -130,7 +130,7 @@ TEST(ProtocolTest, RandomTextsAreReadAsByTheSlowReference) {
     EXPECT_GT(lists, 2000U);
 }
 
-TEST(ProtocolTest, AbsurdlyLongListsAreRead) {
+TEST(ProtocolTest, VeryLongListsAreRead) {
     constexpr std::size_t kElements = 200'000;
     std::string text = "[";
     for (std::size_t i = 0; i < kElements; ++i) {
@@ -180,12 +180,12 @@ TEST(ProtocolTest, ModeNumbersAreSignedDecimal) {
     }
 }
 
-TEST(ProtocolTest, ModeNumbersBeyondTheRangeAreCutToIt) {
+TEST(ProtocolTest, ModeNumbersOutOfRangeAreClamped) {
     EXPECT_EQ(pellix::ReadSigned("2147483648"), std::numeric_limits<int>::max());
     EXPECT_EQ(pellix::ReadSigned("-99999999999999999999"), std::numeric_limits<int>::min());
 }
 
-TEST(ProtocolTest, ParameterKeysCarryIndexAndSubindexInDecimal) {
+TEST(ProtocolTest, ParameterKeysHaveIndexAndSubindexInDecimal) {
     EXPECT_EQ(pellix::FormatParameterKey({19, 0}), "PARAM[19][0]");
     EXPECT_EQ(pellix::FormatParameterKey({0x60, 3}), "PARAM[96][3]");
     EXPECT_EQ(pellix::FormatParameterKey({4294967295, 4294967295}),
@@ -204,7 +204,7 @@ TEST(ProtocolTest, ParameterKeysAreReadBack) {
     }
 }
 
-TEST(ProtocolTest, KeysOfAnotherShapeAreNoParameter) {
+TEST(ProtocolTest, KeysOfAnotherFormAreNotParameters) {
     for (const char* key :
          {"", "PARAM", "PARAM[", "PARAM[19]", "PARAM[19][", "PARAM[19][0", "PARAM]19[0]",
           "PARAMS[19][0]", "PARAM [19][0]", "param[19][0]", "XPARAM[19][0]", "[19][0]"}) {
@@ -212,7 +212,7 @@ TEST(ProtocolTest, KeysOfAnotherShapeAreNoParameter) {
     }
 }
 
-TEST(ProtocolTest, OddNumbersInAParameterKeyAreReadAsNumbersAre) {
+TEST(ProtocolTest, UnusualNumbersInAParameterKeyFollowTheNumberRules) {
     const auto odd = pellix::ReadParameterKey("PARAM[x][]");
     ASSERT_TRUE(odd);
     EXPECT_EQ(odd->index, 0U);

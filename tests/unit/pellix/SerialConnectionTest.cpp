@@ -40,7 +40,7 @@ using support::Pty;
 
 namespace {
 
-/// The number that the next descriptor of this process will get.
+/// @return the number of the next descriptor that this process opens
 int NextDescriptor() {
     const int next = ::fcntl(STDIN_FILENO, F_DUPFD, 0);
     ::close(next);
@@ -51,7 +51,7 @@ bool IsOpen(int descriptor) {
     return ::fcntl(descriptor, F_GETFD) != -1;
 }
 
-/// Runs `action`, which may throw a pointer. @return whether it did
+/// @return whether `action` throws a pointer to an exception
 template <typename Action>
 bool ThrowsPointer(Action action) {
     try {
@@ -63,7 +63,7 @@ bool ThrowsPointer(Action action) {
     }
 }
 
-/// Whether the thread `id` of this process sleeps in the kernel.
+/// @return whether the thread `id` of this process sleeps in the kernel
 bool IsThreadAsleep(pid_t id) {
     std::ifstream file("/proc/self/task/" + std::to_string(id) + "/stat");
     const std::string text{std::istreambuf_iterator<char>(file), {}};
@@ -71,14 +71,14 @@ bool IsThreadAsleep(pid_t id) {
     return state < text.size() && text[state] == 'S';
 }
 
-/// Signals are taken, and what they find blocked ends early.
+/// Installs a signal handler that interrupts blocking system calls.
 void TakeSignals() {
     struct sigaction take {};
     take.sa_handler = [](int) {};  // without SA_RESTART
     ASSERT_EQ(::sigaction(SIGUSR1, &take, nullptr), 0);
 }
 
-/// A thread that writes one text, which is to block.
+/// A thread that writes one text and blocks in it.
 class Writer {
 public:
     Writer(SerialConnection& connection, const std::string& text)
@@ -99,7 +99,7 @@ public:
         }
     }
 
-    /// Sends a signal, which a handler takes.
+    /// Sends a signal to the thread, for which a handler is installed.
     void Interrupt() { ::pthread_kill(thread.native_handle(), SIGUSR1); }
 
     bool IsAsleep() const { return id != 0 && IsThreadAsleep(id); }
@@ -127,7 +127,7 @@ protected:
     Pty pty;
 };
 
-TEST_F(SerialConnectionTest, ConstructionOpensAndDestructionCloses) {
+TEST_F(SerialConnectionTest, ConstructorOpensAndDestructorCloses) {
     const int descriptor = NextDescriptor();
     {
         const SerialConnection connection(pty.Path());
@@ -139,7 +139,7 @@ TEST_F(SerialConnectionTest, ConstructionOpensAndDestructionCloses) {
     EXPECT_EQ(log.All(), Messages{Line("Closed device " + pty.Path())});
 }
 
-TEST_F(SerialConnectionTest, TtyGetsExactlyItsSettings) {
+TEST_F(SerialConnectionTest, TtyGetsExactlyTheSettings) {
     const Pty cooked(Pty::Settings::kCooked);
     termios before = cooked.GetSettings();
     ASSERT_NE(before.c_lflag & ECHO, 0U);
@@ -165,7 +165,7 @@ TEST_F(SerialConnectionTest, TtyGetsExactlyItsSettings) {
 TEST_F(SerialConnectionTest, TtyDoesNotBecomeTheControllingTerminal) {
     const pid_t child = ::fork();
     if (child == 0) {
-        ::setsid();  // a session without a terminal, which the next one opened could become
+        ::setsid();  // without a controlling terminal, the next tty opened could become it
         const SerialConnection connection(pty.KernelPath());
         ::_exit(::open("/dev/tty", O_RDWR | O_CLOEXEC) == -1 ? 0 : 1);
     }
@@ -174,7 +174,7 @@ TEST_F(SerialConnectionTest, TtyDoesNotBecomeTheControllingTerminal) {
     EXPECT_EQ(status, 0);
 }
 
-TEST_F(SerialConnectionTest, OpeningDiscardsWhatIsPending) {
+TEST_F(SerialConnectionTest, OpeningDiscardsPendingInput) {
     pty.Send("old\n");
     ASSERT_TRUE(support::WaitFor([this] { return pty.Pending() == 4; }));
     SerialConnection connection(pty.Path());
@@ -190,12 +190,12 @@ TEST_F(SerialConnectionTest, PathThatDoesNotExistThrowsAPointer) {
     EXPECT_EQ(log.All(), (Messages{Line("Opening device " + path), Line("Open call failed")}));
 }
 
-TEST_F(SerialConnectionTest, FileThatIsNoTerminalThrowsAPointerAndStaysOpen) {
+TEST_F(SerialConnectionTest, FileThatIsNotATerminalThrowsAPointerAndStaysOpen) {
     const int descriptor = NextDescriptor();
     std::string error;
     {
         const support::OutputCapture errors(STDERR_FILENO);
-        // The capture has descriptors of its own by now.
+        // The capture already has its own descriptors.
         const int opened = NextDescriptor();
         EXPECT_TRUE(ThrowsPointer([] { const SerialConnection connection("/dev/null"); }));
         EXPECT_TRUE(IsOpen(opened));
@@ -236,7 +236,7 @@ TEST_F(SerialConnectionTest, ClosingAgainChangesNothing) {
     EXPECT_EQ(connection.Read(), "again\n");
 }
 
-TEST_F(SerialConnectionTest, ReadReturnsWhatHasArrived) {
+TEST_F(SerialConnectionTest, ReadReturnsTheInputSoFar) {
     SerialConnection connection(pty.Path());
     pty.Send("ACK ID\nFIN");
     ASSERT_TRUE(support::WaitFor([this] { return pty.Pending() == 10; }));
@@ -245,7 +245,7 @@ TEST_F(SerialConnectionTest, ReadReturnsWhatHasArrived) {
     EXPECT_TRUE(log.All().empty());
 }
 
-TEST_F(SerialConnectionTest, NothingIsTranslatedOnTheWayIn) {
+TEST_F(SerialConnectionTest, InputIsNotTranslated) {
     SerialConnection connection(pty.Path());
     const std::string text =
         "a\r\n\x03\x04\x11\x13\x1A\x7F\xFF"
@@ -261,7 +261,7 @@ TEST_F(SerialConnectionTest, ReadWithoutInputEndsAfterASecond) {
     std::string text = "none";
     const auto waited = Measure([&] { text = connection.Read(); });
     EXPECT_EQ(text, "");
-    EXPECT_GE(waited, milliseconds(990));  // the kernel counts in ticks
+    EXPECT_GE(waited, milliseconds(990));  // the kernel rounds to ticks
     EXPECT_LT(waited, seconds(5));
     EXPECT_EQ(log.All(), Messages{"Input timeout"});
 }
@@ -275,7 +275,7 @@ TEST_F(SerialConnectionTest, ReadIsCutAtItsFirstZeroByte) {
     EXPECT_EQ(connection.Read(), "ID=3\n");
 }
 
-TEST_F(SerialConnectionTest, MoreInputThanOneReadTakesIsReadInPieces) {
+TEST_F(SerialConnectionTest, InputLongerThanTheBufferIsReadInPieces) {
     SerialConnection connection(pty.Path());
     std::string sent;
     while (sent.size() < 9000) {
@@ -292,14 +292,14 @@ TEST_F(SerialConnectionTest, MoreInputThanOneReadTakesIsReadInPieces) {
     EXPECT_EQ(received, sent);
 }
 
-TEST_F(SerialConnectionTest, ReadThatFillsTheBufferIsReturnedWhole) {
+TEST_F(SerialConnectionTest, ReadThatFillsTheBufferIsReturnedCompletely) {
     SerialConnection connection(pty.Path());
     const std::string text(4096, 'x');
     const support::ScriptedRead read(text);
     EXPECT_EQ(connection.Read(), text);
 }
 
-TEST_F(SerialConnectionTest, OneReadAsksForNoMoreThanItsBufferHolds) {
+TEST_F(SerialConnectionTest, ReadNeverExceedsItsBuffer) {
     SerialConnection connection(pty.Path());
     const support::ScriptedRead read(std::string(5000, 'x'));
     EXPECT_EQ(connection.Read().size(), 4096U);
@@ -313,7 +313,7 @@ TEST_F(SerialConnectionTest, FailedReadIsEmptyWithoutALogLine) {
     EXPECT_TRUE(log.All().empty());
 }
 
-TEST_F(SerialConnectionTest, WriteSendsTheTextAsItIs) {
+TEST_F(SerialConnectionTest, WriteSendsTheTextUnchanged) {
     const Pty cooked(Pty::Settings::kCooked);
     SerialConnection connection(cooked.Path());
     log.Clear();
@@ -323,7 +323,7 @@ TEST_F(SerialConnectionTest, WriteSendsTheTextAsItIs) {
     EXPECT_TRUE(log.All().empty());
 }
 
-TEST_F(SerialConnectionTest, HungUpTtyReadsNothingAndTakesNothing) {
+TEST_F(SerialConnectionTest, ReadsAreEmptyAndWritesFailAfterAHangUp) {
     SerialConnection connection(pty.Path());
     pty.HangUp();
     log.Clear();
@@ -336,7 +336,7 @@ TEST_F(SerialConnectionTest, HungUpTtyReadsNothingAndTakesNothing) {
     EXPECT_EQ(log.All(), Messages{"Failed to write to serial connection: -1"});
 }
 
-TEST_F(SerialConnectionTest, HangUpEndsAReadThatWaits) {
+TEST_F(SerialConnectionTest, HangUpEndsABlockedRead) {
     SerialConnection connection(pty.Path());
     milliseconds waited{0};
     std::thread reader([&] { waited = Measure([&] { EXPECT_EQ(connection.Read(), ""); }); });
@@ -394,7 +394,7 @@ TEST_F(SerialConnectionTest, ReopenAppliesTheSettingsAndDiscardsPendingInput) {
     EXPECT_EQ(connection.Read(), "new\n");
 }
 
-TEST_F(SerialConnectionTest, FailedReopenThrowsAPointerAndLeavesTheLineClosed) {
+TEST_F(SerialConnectionTest, FailedReopenThrowsAPointerAndLeavesTheConnectionClosed) {
     const int descriptor = NextDescriptor();
     SerialConnection connection(pty.Path());
     pty.RemovePath();
@@ -413,7 +413,7 @@ TEST_F(SerialConnectionTest, FailedReopenThrowsAPointerAndLeavesTheLineClosed) {
     EXPECT_EQ(support::LiveBytes(), before);
 }
 
-TEST_F(SerialConnectionTest, ReopeningWhatIsNoTtyAnyMoreUsesUpNoDescriptors) {
+TEST_F(SerialConnectionTest, FailedReopensDoNotUseUpDescriptors) {
     SerialConnection connection(pty.Path());
     const int next = NextDescriptor();
     pty.RemovePath();
@@ -424,7 +424,7 @@ TEST_F(SerialConnectionTest, ReopeningWhatIsNoTtyAnyMoreUsesUpNoDescriptors) {
             EXPECT_TRUE(ThrowsPointer([&] { connection.Reopen(); }));
         }
     }
-    EXPECT_EQ(NextDescriptor(), next);  // the one that it had is what is half open
+    EXPECT_EQ(NextDescriptor(), next);  // the half-opened descriptor was reused
     EXPECT_EQ(connection.Write("ID?\n"), -1);
     EXPECT_EQ(connection.Read(), "");
     pty.RemovePath();
@@ -434,7 +434,7 @@ TEST_F(SerialConnectionTest, ReopeningWhatIsNoTtyAnyMoreUsesUpNoDescriptors) {
     EXPECT_EQ(connection.Write("ID?\n"), 0);
 }
 
-TEST_F(SerialConnectionTest, DescriptorMayBeLargerThanASetHolds) {
+TEST_F(SerialConnectionTest, DescriptorMayExceedTheRangeOfTheReadSet) {
     rlimit limit{};
     ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
     const rlimit before = limit;
@@ -459,20 +459,20 @@ TEST_F(SerialConnectionTest, DescriptorMayBeLargerThanASetHolds) {
     ::setrlimit(RLIMIT_NOFILE, &before);
 }
 
-TEST_F(SerialConnectionTest, LineWorksAgainOnceTheTtyIsBack) {
+TEST_F(SerialConnectionTest, ConnectionWorksAgainAfterTheTtyReturns) {
     SerialConnection connection(pty.Path());
     pty.RemovePath();
     EXPECT_TRUE(ThrowsPointer([&] { connection.Reopen(); }));
     pty.RestorePath();
     connection.Reopen();
-    EXPECT_EQ(connection.Write("ID?\n"), 0);  // the lock was let go as well
+    EXPECT_EQ(connection.Write("ID?\n"), 0);  // the lock was released
     EXPECT_EQ(pty.Receive(4), "ID?\n");
     pty.Send("ACK ID\n");
     EXPECT_EQ(connection.Read(), "ACK ID\n");
 }
 
-// The old descriptor's number may belong to a client's socket by then.
-TEST_F(SerialConnectionTest, ClosedLineTouchesNoOtherFile) {
+// A client's socket may have got the number of the closed descriptor.
+TEST_F(SerialConnectionTest, ClosedConnectionAccessesNoOtherFile) {
     const int descriptor = NextDescriptor();
     SerialConnection connection(pty.Path());
     pty.RemovePath();
@@ -496,7 +496,7 @@ TEST_F(SerialConnectionTest, ClosedLineTouchesNoOtherFile) {
     ::close(ends[1]);
 }
 
-TEST_F(SerialConnectionTest, WriteWaitsForTheTtyToTakeBytes) {
+TEST_F(SerialConnectionTest, WriteWaitsForTheTtyToAcceptBytes) {
     SerialConnection connection(pty.Path());
     pty.Stall(true);
     log.Clear();
@@ -510,7 +510,7 @@ TEST_F(SerialConnectionTest, WriteWaitsForTheTtyToTakeBytes) {
     EXPECT_TRUE(log.All().empty());
 }
 
-TEST_F(SerialConnectionTest, WriteToATtyThatTakesNoBytesFailsAfterThreeSeconds) {
+TEST_F(SerialConnectionTest, WriteToATtyThatAcceptsNoBytesFailsAfterThreeSeconds) {
     SerialConnection connection(pty.Path());
     pty.Stall(true);
     log.Clear();
@@ -523,7 +523,7 @@ TEST_F(SerialConnectionTest, WriteToATtyThatTakesNoBytesFailsAfterThreeSeconds) 
     EXPECT_EQ(pty.Receive(6), "MODE?\n");  // nothing of the first was sent
 }
 
-TEST_F(SerialConnectionTest, SignalsDoNotShortenTheWaitForATtyThatTakesNoBytes) {
+TEST_F(SerialConnectionTest, SignalsDoNotShortenTheWaitForATtyThatAcceptsNoBytes) {
     TakeSignals();
     SerialConnection connection(pty.Path());
     pty.Stall(true);
@@ -567,7 +567,7 @@ TEST_F(SerialConnectionTest, ReopenBehindABlockedWriteTimesOutAfterASecond) {
     EXPECT_EQ(pty.Receive(6), "first\n");
 }
 
-TEST_F(SerialConnectionTest, ReadGoesOnWhileAWriteIsBlocked) {
+TEST_F(SerialConnectionTest, ReadContinuesWhileAWriteIsBlocked) {
     SerialConnection connection(pty.Path());
     pty.Stall(true);
     const Writer writer(connection, "first\n");

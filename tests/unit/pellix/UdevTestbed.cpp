@@ -6,7 +6,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-/// Text that glib has allocated.
+/// Owns a text allocated by glib.
 std::string Take(gchar* text) {
     std::string copy = text;
     g_free(text);
@@ -66,7 +66,7 @@ void UdevTestbed::SendEvent(const std::string& sysPath, const std::string& actio
     umockdev_testbed_uevent(testbed.get(), sysPath.c_str(), action.c_str());
 }
 
-// The monitor's socket bears the number of its descriptor.
+// The name of the monitor's socket contains the number of its descriptor.
 bool UdevTestbed::IsMonitored() const {
     constexpr int kDescriptors = 100;
     for (int descriptor = 0; descriptor < kDescriptors; ++descriptor) {

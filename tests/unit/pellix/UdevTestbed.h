@@ -9,11 +9,11 @@
 
 #include "common/Udev.h"
 
-/// The devices that udev knows of in this process, which runs with umockdev's preload library.
-/// A device that is added while a monitor listens comes with its event "add".
+/// The devices that udev lists in this process, which runs with umockdev's preload library.
+/// Adding a device also sends an "add" event to the monitors.
 class UdevTestbed {
 public:
-    /// USB identity of a master; what is not set is missing.
+    /// USB identity of a master; attributes without a value are missing.
     struct Usb {
         std::optional<std::string> vendor = "0483";
         std::optional<std::string> product = "5740";
@@ -26,21 +26,23 @@ public:
     UdevTestbed(const UdevTestbed&) = delete;
     UdevTestbed& operator=(const UdevTestbed&) = delete;
 
-    /// Adds the tty ttyACM<number> of a USB device. @return its path in sysfs
+    /// Adds the tty ttyACM<number> of a USB device.
+    /// @return its path in sysfs
     std::string AddMaster(std::size_t number, const Usb& usb);
 
-    /// Adds a device without a parent. @return its path in sysfs
+    /// Adds a device without a parent.
+    /// @return its path in sysfs
     std::string Add(const std::string& subsystem, const std::string& name);
 
-    /// Makes the tty at `path` the one behind /dev/ttyACM<number>.
+    /// Makes /dev/ttyACM<number> open the tty at `path`.
     void Connect(std::size_t number, const std::string& path) const;
 
-    /// Takes the node away again.
+    /// Removes the node again.
     void Disconnect(std::size_t number) const;
 
     void SendEvent(const std::string& sysPath, const std::string& action);
 
-    /// Whether a udev monitor of this process receives events.
+    /// @return whether a udev monitor of this process receives events
     bool IsMonitored() const;
 
     UdevDevice Find(const std::string& sysPath) const;

@@ -23,7 +23,7 @@ std::string DateText(std::time_t time) {
 
 }  // namespace
 
-TEST(DateHeaderTest, EverySecondHasItsOwnText) {
+TEST(DateHeaderTest, EachSecondHasItsOwnText) {
     for (int round = 0; round < 2; ++round) {
         EXPECT_EQ(DateText(0), "Thu, 01 Jan 1970 00:00:00 UTC");
         EXPECT_EQ(DateText(1'000'000'000), "Sun, 09 Sep 2001 01:46:40 UTC");
@@ -32,7 +32,7 @@ TEST(DateHeaderTest, EverySecondHasItsOwnText) {
     }
 }
 
-TEST(DateHeaderTest, EveryThreadHasATextOfItsOwn) {
+TEST(DateHeaderTest, EachThreadHasItsOwnText) {
     EXPECT_EQ(DateText(1'000'000'000), "Sun, 09 Sep 2001 01:46:40 UTC");
     std::thread([] { EXPECT_EQ(DateText(0), "Thu, 01 Jan 1970 00:00:00 UTC"); }).join();
     EXPECT_EQ(DateText(1'000'000'000), "Sun, 09 Sep 2001 01:46:40 UTC");

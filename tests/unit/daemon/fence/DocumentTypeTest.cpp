@@ -56,13 +56,13 @@ TEST(DocumentTypeTest, OtherMarkupBeforeTheFirstElementIsParsed) {
     }
 }
 
-TEST(DocumentTypeTest, TextOfADocumentTypeIsAllowedWhereNoneCanStand) {
+TEST(DocumentTypeTest, DocumentTypeTextIsAllowedInsideValuesAndComments) {
     EXPECT_TRUE(Contains(Answer("&lt;!DOCTYPE a&gt;"), "&lt;!DOCTYPE a"));
     EXPECT_TRUE(Contains(Answer("<![CDATA[<!DOCTYPE a>]]>"), "&lt;!DOCTYPE a"));
     EXPECT_TRUE(Contains(Answer("a<!-- <!DOCTYPE a> -->b"), "ab</string>"));
 }
 
-TEST(DocumentTypeTest, DocumentTypeBehindAnyPrologueIsAFault) {
+TEST(DocumentTypeTest, DocumentTypeAfterAnyPrologueIsAFault) {
     for (const char* const prologue :
          {"", " ", "\r\n", "<?xml version=\"1.0\"?>", "<!-- a -->", "<!---->", "<!-- <a> -->",
           "<?a <b>?>", "<?a?><!-- b --> <?c?>"}) {
@@ -72,7 +72,7 @@ TEST(DocumentTypeTest, DocumentTypeBehindAnyPrologueIsAFault) {
     }
 }
 
-TEST(DocumentTypeTest, DocumentTypeBehindTheFirstElementIsRefusedByTheParser) {
+TEST(DocumentTypeTest, ParserRejectsADocumentTypeAfterTheFirstElement) {
     for (const char* const prologue : {"<a/>", "a", "<a>", "<!-- -- ", "<?a", "<!ELEMENT a>"}) {
         const std::string answer =
             Answer("&b;", prologue + std::string("<!DOCTYPE a [<!ENTITY b \"c\">]>"));

@@ -5,7 +5,7 @@
 
 namespace {
 
-/// Answers its parameter.
+/// Returns its parameter.
 class Echo : public xmlrpc_c::method {
 public:
     void execute(const xmlrpc_c::paramList& params, xmlrpc_c::value* result) override {

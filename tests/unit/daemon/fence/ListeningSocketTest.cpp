@@ -25,7 +25,7 @@ bool SendsAtOnce(int socket) {
 
 }  // namespace
 
-TEST(ListeningSocketTest, ConnectionsInheritTheOptionsOfTheirListeningSocket) {
+TEST(ListeningSocketTest, ConnectionsInheritTheOptionsOfTheListeningSocket) {
     const int server = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in address{};
     address.sin_family = AF_INET;

@@ -48,7 +48,7 @@ GripperOption ParseGripper(std::string_view text, std::size_t number) {
     const std::string name = parts.empty() ? "" : parts.front();
     const GripperModel* const model = FindGripperModel(name);
     if (model == nullptr) {
-        throw UsageError("unknown model '" + name + "': expected TLM, HVA, MZD-S or MZD-L");
+        throw UsageError("unknown model '" + name + "': expected " + ModelNames());
     }
     constexpr unsigned kFirstSerial = 100001;
     GripperOption gripper{model, std::string(model->name), std::to_string(kFirstSerial + number),
@@ -104,7 +104,7 @@ void AddOptions(CLI::App& app, Options& options) {
     app.set_help_flag();
     MasterSettings& master = options.master;
     Add(app, "--gripper", "MODEL[,serial=TEXT][,product=TEXT][,id=TEXT]",
-        "add a master with this gripper: TLM, HVA, MZD-S or\nMZD-L", [&options](const auto& text) {
+        "add a master with this gripper:\n" + ModelNames(), [&options](const auto& text) {
             options.grippers.push_back(ParseGripper(text, options.grippers.size()));
         });
     Add(app, "--unplugged", "N", "start with master N unplugged",

@@ -60,6 +60,15 @@ Bytes LittleEndianBytes(std::uint32_t number) {
 
 }  // namespace
 
+std::string ModelNames() {
+    std::string names;
+    for (const GripperModel& model : kModels) {
+        const bool isLast = &model == &kModels.back();
+        names += (names.empty() ? "" : isLast ? " or " : ", ") + std::string(model.name);
+    }
+    return names;
+}
+
 const GripperModel* FindGripperModel(std::string_view name) {
     const auto* const place = std::ranges::find(kModels, name, &GripperModel::name);
     return place == kModels.end() ? nullptr : place;

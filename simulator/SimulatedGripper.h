@@ -22,6 +22,9 @@ struct GripperModel {
 /// @return null if `name` is not "TLM", "HVA", "MZD-S" or "MZD-L".
 const GripperModel* FindGripperModel(std::string_view name);
 
+/// The names of all models, as in "TLM, HVA or MZD-S".
+std::string ModelNames();
+
 /// The low nibble of the last PDIN byte.
 enum class GripperState : unsigned {
     Off = 0,

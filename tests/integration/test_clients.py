@@ -11,6 +11,7 @@ import xmlrpc.client
 
 from .harness.cell import PORTS, SLOWNESS, answers, wait_until
 from .harness.cell_test_case import CellTestCase, main
+from .harness.storm import wait_until_idle
 
 HVA = "HVA SN:100001"
 REQUEST = xmlrpc.client.dumps((HVA,), "GetPos").encode()
@@ -170,7 +171,9 @@ class ShortageTest(ClientTestCase):
     @classmethod
     def prepare(cls):
         super().prepare()
-        cls.idle = len(descriptors(cls.cell.daemon_pid()))
+        daemon = cls.cell.daemon_pid()
+        wait_until_idle(daemon, links=2)
+        cls.idle = len(descriptors(daemon))
 
     def test_a_port_that_ran_out_of_descriptors_answers_again(self):
         for port in PORTS:

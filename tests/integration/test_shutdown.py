@@ -114,7 +114,7 @@ class InterruptTest(StopTestCase):
 
     def test_while_a_client_takes_a_large_answer_slowly(self):
         cell = self.start()
-        calls = [{"methodName": "system.listMethods", "params": []}] * 1000
+        calls = [{"methodName": "system.listMethods", "params": []}] * 1900
         body = xmlrpc.client.dumps((calls,), "system.multicall").encode()
         with socket.socket() as client:
             client.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 65536)
@@ -132,7 +132,7 @@ class InterruptTest(StopTestCase):
         self.assertTrue(answer.endswith(b"</methodResponse>\r\n"))
         header, _, content = answer.partition(b"\r\n\r\n")
         self.assertIn(b"Content-length: %d\r\n" % len(content), header)
-        self.assertGreater(len(content), 2_000_000)
+        self.assertGreater(len(content), 4_300_000)  # more than the kernel holds for the client
         cell.expect_normal_end()
 
     def test_while_a_master_is_being_initialised(self):

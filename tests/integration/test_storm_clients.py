@@ -173,9 +173,11 @@ class HangUpTest(ClientStormTestCase):
 
     def test_answers_that_nobody_takes(self):
         with contextlib.ExitStack() as connections:
-            for _ in range(PLACES - 2):
-                connection = connections.enter_context(connect(CROWDED))
+            idle = [connections.enter_context(connect(CROWDED)) for _ in range(PLACES - 2)]
+            for connection in idle:
                 connection.sendall(large_answer() * 3)
+            for connection in idle:  # until its answer is held up, the daemon is at work on it
+                connection.recv(1, socket.MSG_PEEK)
             for port in PORTS:
                 self.assert_served(port)
 

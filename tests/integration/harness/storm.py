@@ -68,7 +68,6 @@ class MastersTestCase(StormTestCase):
 
     options = ("--gripper", "HVA", "--gripper", "MZD-S", "--gripper", "MZD-L", "--gripper", "TLM")
     NAMES = ("HVA SN:100001", "MZD-S SN:100002", "MZD-L SN:100003", "TLM SN:100004")
-    THREADS = 4 + 3 * len(NAMES)  # main, two servers, monitor; three for each link
 
     @classmethod
     def prepare(cls):
@@ -125,8 +124,7 @@ class MastersTestCase(StormTestCase):
     def take_baseline(self):
         """What the daemon holds when the connections of clients have ended, with their threads."""
         self.cell.close_clients()
-        threads = self.THREADS + sanitizer_threads(self.daemon)
-        wait_until(lambda: holdings(self.daemon).threads == threads)
+        wait_until_idle(self.daemon, len(self.NAMES))
         self.baseline = holdings(self.daemon)
         self.half_open = self.half_open_ttys()
 
@@ -175,6 +173,15 @@ def holdings(pid):
         status = dict(line.split(":", 1) for line in file if ":" in line)
     return Holdings(int(status["Threads"]), tuple(sorted(descriptors(pid))),
                     int(status["VmRSS"].split()[0]))
+
+
+def wait_until_idle(pid, links=0):
+    """Waits until the threads of all connections to a daemon have ended.
+
+    The others are main, two servers and the monitor, and three for each of the `links`.
+    """
+    threads = 4 + 3 * links + sanitizer_threads(pid)
+    wait_until(lambda: holdings(pid).threads == threads)
 
 
 def sanitizer_threads(pid):

@@ -57,7 +57,7 @@ def nothing():
 class Expectation(NamedTuple):
     """The master receives `lines`; `happens` changes the model."""
 
-    answer: Any  # None: what the process data tell
+    answer: Any  # None if the process data decide
     lines: tuple = ()
     happens: Callable[[], None] = nothing
 

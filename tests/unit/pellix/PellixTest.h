@@ -25,7 +25,7 @@ protected:
         return link->Init();
     }
 
-    /// Initialises the link on a master in mode 4 and waits for the last of its own requests.
+    /// Waits until an initialised link on a master in mode 4 has made the last of its own requests.
     void Settle() {
         constexpr std::size_t kOwnRequests = 6;
         ASSERT_TRUE(support::WaitFor([this] {

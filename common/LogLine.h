@@ -21,8 +21,8 @@ std::string threadIdText(pthread_t id);
 /// One log line: time, thread id and text. The destructor writes it to standard output in one call,
 /// so that lines of different threads do not mix. Nothing is buffered beyond the object.
 ///
-/// Any thread may log. Output errors are ignored. While standard output is a full pipe that nobody
-/// reads, the logging thread blocks.
+/// Any thread may log. Output errors are ignored. While standard output is a full pipe, the logging
+/// thread blocks.
 class LogLine {
 public:
     LogLine();

@@ -22,7 +22,7 @@ public:
 
     unsigned getPort() const { return port; }
 
-    /// Serves until terminate(). The library runs each connection's calls on a thread of its own.
+    /// Serves until terminate(). The library runs the calls of each connection on its own thread.
     /// If the library gives up, which it does only when out of memory, logs that and serves again.
     /// @throws std::exception if the port cannot be bound
     void run();

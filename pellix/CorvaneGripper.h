@@ -20,8 +20,7 @@ enum GripperModel : std::uint32_t {
     kMzdL = 50,
 };
 
-/// Operations common to all grippers. They keep no state of their own: it is in the link's device
-/// model.
+/// Operations common to all grippers. All state is in the link's device model.
 ///
 /// Any thread may call. Operations that send a request block as long as the link's requests do and
 /// return their result.

@@ -153,8 +153,8 @@ std::unique_lock<std::timed_mutex> LinkRegistry::Close() {
         }
     }
     // On purpose: destroys only every other link, because the list shrinks while i grows; the end
-    // of the process frees the rest. The threads of those links are told to end all at once: one
-    // after the other, silent masters would delay the stop by seconds each.
+    // of the process frees the rest. The threads of those links are all stopped first, because
+    // silent masters would otherwise delay the stop by seconds each, one after the other.
     for (std::size_t position = 0; position < links.size(); position += 2) {
         if (links[position] != nullptr) {
             links[position]->EndThreads();

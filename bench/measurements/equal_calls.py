@@ -1,12 +1,12 @@
-"""How often a Grip that was carried out is reported as not answered (5), when two clients send the
-same Grip to one gripper at the same instant, one on each port, again and again at full speed. For
-comparison, also when they send it in turn.
+"""Measures how often an executed Grip returns "not answered" (5) when two clients send the same
+Grip to one gripper at the same instant, one on each port, without a pause. For comparison, they
+also send it in turn.
 
-Usage: scripts/storm --equal-calls [PAIRS [SECONDS]]: so many pairs of calls, but no longer than
-SECONDS, for each way of answering (default 10000 and 120).
+Usage: scripts/storm --equal-calls [PAIRS [SECONDS]]: makes PAIRS pairs of calls for each way of
+answering (default 10000), but stops after SECONDS (default 120).
 
-The simulated master carries out every request that is sent to it. "Cut" counts the reads that ended
-within a line of its answers: such a line is lost.
+The simulated master executes every request. "Cut" counts the reads that ended within a line of its
+replies: such a line is lost.
 """
 
 import collections
@@ -26,7 +26,7 @@ TIMEOUT = 5
 
 
 class RawClient:
-    """A connection on which a prepared call is sent without any work in between."""
+    """A connection that sends a prepared call, to save time between two calls."""
 
     def __init__(self, port, method, *arguments):
         body = "".join(f"<param><value>{argument}</value></param>" for argument in arguments)
@@ -42,7 +42,7 @@ class RawClient:
         self.socket.sendall(self.request)
 
     def answer(self):
-        """What the call sent last has answered, a number, as text."""
+        """Returns the result of the last call, a number, as text."""
         length = 0
         while line := self.answers.readline().strip():
             if line.lower().startswith(b"content-length:"):
@@ -77,7 +77,7 @@ def measure(at_once, query_end, report, pairs, seconds):
 
 
 def quiet_size(log):
-    """The size of the log when nothing is written to it any more."""
+    """Returns the size of the log, or None while the daemon still writes to it."""
     size = log.seek(0, 2)
     time.sleep(0.1)
     return size if log.seek(0, 2) == size else None

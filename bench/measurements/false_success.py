@@ -1,12 +1,12 @@
-"""How often a refused request answers 0 because the FIN of the request before it, which has the
-same key, comes late: a reply ends the oldest request with its key.
+"""Measures how often a refused request returns 0 because the FIN of the previous request, which has
+the same key, comes late: a reply finishes the oldest request with its key.
 
-Usage: scripts/storm --false-success [TRIES]: so many for each row (default 300).
+Usage: scripts/storm --false-success [TRIES]: makes TRIES tries for each row (default 300).
 
-One client, one gripper. Each try reads a setting and sets another value, which the master refuses
-with 4; or it grips and then releases, which the master refuses with 44. "FIN" is how many ms the
-FIN of the first call comes after its data line, "pause" how many ms the client waits between both
-calls. "Found" are the settings whose false 0 was found by reading them back.
+There is one client and one gripper. Each try reads a setting and sets another value, which the
+master refuses with 4; or it grips and then releases, which the master refuses with 44. "FIN" is the
+time in ms from the data line of the first call to its FIN, "pause" the time in ms that the client
+waits between both calls. "Found" counts the settings whose false 0 was found by reading them back.
 """
 
 import collections
@@ -20,11 +20,11 @@ from tests.integration.harness.cell import PORTS, Cell
 from .equal_calls import RawClient
 
 GRIPPER = "HVA SN:100001"
-WHOLE = 0  # bytes of a piece: answers are not cut
+WHOLE = 0  # bytes of a piece; 0: replies are not split
 
 
 class Measurement:
-    """The tries of one row, in a cell of their own."""
+    """The tries of one row, in their own cell."""
 
     def __init__(self, late, pause, tries):
         self.late = late  # ms, like the pause
@@ -51,7 +51,7 @@ class Measurement:
                            for number in numbers))
 
     def sleep(self):
-        """The client's pause; without one, it does not even ask for the time."""
+        """Waits for the client's pause; without a pause, makes no system call."""
         if self.pause:
             time.sleep(self.pause / 1000)
 
@@ -62,8 +62,8 @@ class Measurement:
 
 
 class Limit(Measurement):
-    """The parameter has one byte too many for what is set; the simulator cuts its answer behind the
-    data line."""
+    """The parameter is one byte longer than the value that is set. The simulator splits its reply
+    after the data line."""
 
     NAME = "GetNoPartLimit, SetNoPartLimit"
     CODE = 4
@@ -93,12 +93,12 @@ class Limit(Measurement):
         self.settle()
 
     def settle(self):
-        """Returns when no late reply is under way: the master answers requests in turn."""
+        """Waits until no late reply is pending: the master answers requests in turn."""
         self.cell.call("GetOverrideGrip", GRIPPER)
 
 
 class Force(Limit):
-    """The same with methods that ask for the model, which is a request with another key."""
+    """The same with methods that check the model, which is a request with another key."""
 
     NAME = "GetForce, SetForce"
     PARAMETER = "96 3 0,32"
@@ -108,7 +108,7 @@ class Force(Limit):
 
 
 class Motion(Measurement):
-    """The master's part is sent by hand, so that its FIN comes as late as wanted."""
+    """The test sends the master's replies, so that it can delay the FIN."""
 
     NAME = "Grip, Release"
     CODE = 44
@@ -133,7 +133,7 @@ class Motion(Measurement):
         self.sleep()
         self.second.send()
         self.cell.log.wait_for(request, since=mark, count=2)
-        # Behind the FIN, because a master does one thing after the other.
+        # After the FIN, because a master executes one request after the other.
         self.type(f"wait {self.late + 2}", rf"send 0 ERR {self.KEY} {self.CODE}\n")
         self.statuses[self.second.status()] += 1
         self.cell.log.wait_for("ERR:", since=mark)

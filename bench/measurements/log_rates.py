@@ -1,7 +1,7 @@
-"""How many lines a second the daemon logs in each kind of trouble.
+"""Measures how many lines per second the daemon logs in each kind of trouble.
 
-Usage: scripts/storm --log-rates [SECONDS [NAME...]]: measures each of them, or those named, for
-SECONDS (default 3).
+Usage: scripts/storm --log-rates [SECONDS [NAME...]]: measures each kind, or those named, for SECONDS
+(default 3).
 
 The log goes to a file in the folder for temporary files: a slower reader slows the daemon down.
 """
@@ -82,13 +82,13 @@ def unknown(cell):
     cell.call("GetPos", "unknown")
 
 
-# What happens once, and what happens again and again.
+# STATES are set once, DEEDS are repeated.
 STATES = (nothing, silent, unplugged_unnoticed, refused, unplugged_while_refused, unanswered)
 DEEDS = (restarting, unmarked, motion, reading, position, unknown)
 
 
 def lie_of(function):
-    """A deed: the master sends what `function` draws, as fast as the tty takes it."""
+    """Returns a deed: the master sends texts of `function` as fast as the tty accepts them."""
     numbers = random.Random(function.__name__)
 
     def deed(cell):
@@ -99,16 +99,16 @@ def lie_of(function):
 
 
 def measure(trouble, repeated, seconds):
-    """Log lines a second in a cell of one gripper."""
+    """Returns the log lines per second in a cell with one gripper."""
     with tempfile.NamedTemporaryFile() as log, contextlib.ExitStack() as stack:
         cell = Cell("--gripper", "HVA", stdout=log)
         stack.callback(cell.end_by_force)
         wait_until(lambda: all(answers(port) for port in PORTS))
-        # Its last request on the way to operate: from then on, every other mode is news.
+        # The last request before operate: from then on, the daemon reacts to every other mode.
         wait_until(lambda: "PDOUT?" in cell.show(0)["requests"])
         wait_until(lambda: cell.call("Grip", GRIPPER, 1) == 0)
         trouble(cell)
-        time.sleep(1)  # until it has settled
+        time.sleep(1)  # until the log rate is constant
         before = count_lines(log.name)
         start = time.monotonic()
         while time.monotonic() < start + seconds:

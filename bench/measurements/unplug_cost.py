@@ -1,11 +1,11 @@
-"""What it costs to unplug one master while a request to it is under way: the calls to another one,
-and the request itself.
+"""Measures how an unplug of a master with a pending request affects that request and the calls to
+another master.
 
-Usage: scripts/storm --unplug-cost [ROUNDS]: so many unpluggings for each kind of request (default
-100).
+Usage: scripts/storm --unplug-cost [ROUNDS]: makes ROUNDS unplugs for each kind of request (default 100).
 
-Two kinds: the request of a call, and one of the link's own state thread. In each round another
-gripper is called without a pause; "undisturbed" are the same calls before the unplugging.
+There are two kinds of request: that of a call, and that of the link's own state thread. In each
+round, a client calls another gripper without a pause; "undisturbed" are its calls before the
+unplug.
 """
 
 import statistics
@@ -21,7 +21,7 @@ UNDISTURBED_TIME = 0.2  # seconds
 
 
 class OtherCalls(threading.Thread):
-    """Calls the other gripper until told to stop; keeps start, end and status of each call."""
+    """Calls the other gripper until stopped; records start, end and status of each call."""
 
     def __init__(self, cell):
         super().__init__()
@@ -53,7 +53,7 @@ class Measurement:
 
     def __init__(self, name, begin):
         self.name = name
-        self.begin = begin  # begins a request that stays unanswered; returns a wait for its end
+        self.begin = begin  # starts an unanswered request; returns a wait for its end
         self.undisturbed = []
         self.longest = []
         self.without_success = []
@@ -90,7 +90,7 @@ class Measurement:
 
 
 def begin_call(cell):
-    """A call whose request stays unanswered."""
+    """Starts a call whose request the master does not answer."""
     cell.command("mute 0 on PARAM[2][0]")
     ends = []
 
@@ -108,7 +108,7 @@ def begin_call(cell):
 
 
 def begin_state_request(cell):
-    """A request of the state thread, which reads the gripper anew, stays unanswered."""
+    """Makes the state thread read the gripper again, with a request that is not answered."""
     cell.command("mute 0 on DEVINFO")
     cell.command("mode 0 3")
     wait_until(lambda: cell.show(0)["requests"][-1] == "DEVINFO?", pause=0.001)

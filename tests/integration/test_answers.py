@@ -1,4 +1,4 @@
-"""Answers on the wire: their bytes, and how they reach a client."""
+"""The bytes of responses, and the TCP segments in which they reach a client."""
 
 import contextlib
 import email.utils
@@ -47,7 +47,7 @@ def positions(count):
 
 
 def lists(count):
-    """Of the names of all methods: the library's own, then the daemon's."""
+    """Returns the result of `count` calls of system.listMethods: the library's names come first."""
     own = ("listMethods", "methodExist", "methodHelp", "methodSignature", "multicall", "shutdown",
            "capabilities", "getCapabilities")
     names = array(*(f"<string>system.{name}</string>" for name in own),
@@ -73,14 +73,14 @@ def fault(code, text):
 
 
 def answer(body, connection=KEPT):
-    """The server's answer to a request that it accepts, without the date."""
+    """The response to an accepted request, without the date."""
     return ("HTTP/1.1 200 OK\r\nContent-type: text/xml; charset=utf-8\r\n"
             f"Content-length: {len(body)}\r\n{connection}Date: \r\n"
             f"Server: Xmlrpc-c_Abyss/1.33.14\r\n\r\n{body}").encode()
 
 
 def refusal(status, reason):
-    """The server's answer to a request that it refuses, without the date."""
+    """The response to a rejected request, without the date."""
     number = status.split()[0]
     return (f"HTTP/1.1 {status}\r\nContent-type: text/html\r\n{CLOSED}Date: \r\n"
             "Server: Xmlrpc-c_Abyss/1.33.14\r\n\r\n"
@@ -91,7 +91,7 @@ def refusal(status, reason):
 GET_POS = xmlrpc.client.dumps((HVA,), "GetPos")
 POSITION = result("<double>10</double>")
 
-# What a client sends, and the answer to it.
+# Requests and their responses.
 KINDS = {
     "a call": (http_request(GET_POS), answer(POSITION)),
     "a call whose client closes": (http_request(GET_POS, field="Connection: close\r\n"),
@@ -125,7 +125,7 @@ def connect(port=PORTS[0]):
 
 
 def receive(connection, length):
-    """`length` bytes, in the pieces in which they can be read."""
+    """Receives `length` bytes; returns them in the pieces that recv() returned."""
     pieces = []
     while (missing := length - sum(map(len, pieces))) > 0:
         pieces.append(connection.recv(missing))
@@ -143,7 +143,7 @@ def length_on_the_wire(expected):
 
 
 def data_segments(connection):
-    """Segments with data that have come in."""
+    """The number of data segments received."""
     information = connection.getsockopt(socket.IPPROTO_TCP, socket.TCP_INFO, 256)
     return struct.unpack_from("I", information, DATA_SEGMENTS_IN)[0]
 
@@ -157,7 +157,7 @@ class AnswerTest(CellTestCase):
         cls.cell.wait_until_operating(1)
         wait_until(lambda: cls.cell.call("GetPos", HVA) == 10.0)  # the first line of process data
 
-    def test_every_answer_has_its_bytes(self):
+    def test_the_bytes_of_every_response(self):
         for port in PORTS:
             for kind, (request, expected) in KINDS.items():
                 with self.subTest(port=port, kind=kind), connect(port) as connection:
@@ -194,7 +194,7 @@ class AnswerTest(CellTestCase):
                 for _ in range(100):
                     connection.sendall(request)
                     receive(connection, length_on_the_wire(expected))
-                # The kernel delays acknowledgements by 40 ms, and what is held back by 200 ms.
+                # The kernel delays acknowledgements by 40 ms and corked data by 200 ms.
                 self.assertLess(time.monotonic() - start, 2 * SLOWNESS)
 
     def test_the_interim_answer_comes_before_the_body_is_sent(self):
@@ -207,13 +207,13 @@ class AnswerTest(CellTestCase):
             data = b"".join(receive(connection, length_on_the_wire(answer(POSITION))))
             self.assertEqual(without_date(data), answer(POSITION))
 
-    def test_the_date_is_the_present_one(self):
+    def test_the_date_is_the_current_one(self):
         request, expected = KINDS["a call"]
         seen = set()
         with connect() as connection:
             deadline = time.monotonic() + 20 * SLOWNESS
             while len(seen) < 3 and time.monotonic() < deadline:
-                before = int(time.time()) - 1  # the library's clock may lag behind by a tick
+                before = int(time.time()) - 1  # the library's clock may be one tick late
                 connection.sendall(request)
                 data = b"".join(receive(connection, length_on_the_wire(expected)))
                 date = DATE.search(data)[1].decode()
@@ -224,7 +224,7 @@ class AnswerTest(CellTestCase):
 
 
 class MixTest(CellTestCase):
-    """Many clients at once, some of which hang up in the middle of an answer."""
+    """Many clients at once, some of which disconnect in the middle of a response."""
 
     def test_every_client_gets_its_own_answer(self):
         outcomes = []
@@ -241,7 +241,7 @@ class MixTest(CellTestCase):
 
 
 def calls(number):
-    """How many of a client's answers are not its own. A fault repeats the method's name."""
+    """Returns how many responses belong to another client. A fault repeats the method's name."""
     numbers = random.Random(number)
     wrong = 0
     with connect(PORTS[number % 2]) as connection:
@@ -262,7 +262,7 @@ def hang_up(number):
         with contextlib.suppress(OSError):
             connection.sendall(request)
             connection.recv(numbers.randrange(1, len(expected)))
-        # Ends it without a farewell.
+        # Closes the connection with a reset.
         connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
         connection.close()
 

@@ -1,4 +1,4 @@
-"""Clients that misbehave, many of them, and the other port meanwhile."""
+"""Misbehaving clients, many clients, and their effect on the other port."""
 
 import contextlib
 import os
@@ -28,7 +28,7 @@ def connect(port):
 
 
 def reset(connection):
-    """Ends a connection without a farewell."""
+    """Closes a connection with a reset."""
     connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
     connection.close()
 
@@ -42,13 +42,13 @@ class ClientTestCase(CellTestCase):
         cls.cell.wait_until_operating(2)
 
     def tearDown(self):
-        # Whatever a client did: both ports serve on.
+        # Whatever a client did, both ports still serve.
         self.cell.close_clients()
         for port in PORTS:
             wait_until(lambda port=port: answers(port))
 
     def answer_to(self, data, port=PORTS[0]):
-        """Everything that the daemon says to `data` until it hangs up or has said enough."""
+        """Sends `data` and returns everything that the daemon sends until it closes."""
         with connect(port) as connection:
             connection.sendall(data)
             connection.shutdown(socket.SHUT_WR)
@@ -69,7 +69,7 @@ class ClientTest(ClientTestCase):
                 self.assertIn(b"<fault>", answer)
         self.assertNotIn(b"<fault>", self.answer_to(http_request(REQUEST)))
 
-    def test_malformed_http_is_refused(self):
+    def test_malformed_http_is_rejected(self):
         for data in (http_request(b""), b"\r\n\r\n", b"GET / HTTP/1.1\r\n\r\n", b"NONSENSE\r\n\r\n",
                      b"POST /RPC2 HTTP/1.1\r\n\r\n", b"\0" * 1000 + b"\r\n\r\n",
                      http_request(REQUEST, length=-1), http_request(REQUEST, length="many"),
@@ -78,11 +78,11 @@ class ClientTest(ClientTestCase):
             with self.subTest(data=data[:60]):
                 try:
                     answer = self.answer_to(data)
-                except OSError:  # it may hang up before it was told everything
+                except OSError:  # the daemon may close before it has received everything
                     continue
                 self.assertNotIn(b"200 OK", answer)
 
-    def test_a_huge_body_is_refused(self):
+    def test_a_huge_body_is_rejected(self):
         for port in PORTS:
             try:
                 answer = self.answer_to(http_request(b"x" * 2_000_000), port)
@@ -90,7 +90,7 @@ class ClientTest(ClientTestCase):
                 continue
             self.assertNotIn(b"<methodResponse>\r\n<params>", answer)
 
-    def test_a_client_that_hangs_up_before_its_answer(self):
+    def test_a_client_that_disconnects_before_its_answer(self):
         self.cell.command("delay 0 300")
         self.addCleanup(self.cell.command, "delay 0 0")
         body = xmlrpc.client.dumps((HVA,), "StoreRemanent").encode()
@@ -102,7 +102,7 @@ class ClientTest(ClientTestCase):
             reset(connection)
             self.cell.log.wait_for("Pending command PARAM", since=mark)
 
-    def test_a_client_that_hangs_up_within_its_request(self):
+    def test_a_client_that_disconnects_within_its_request(self):
         data = http_request(REQUEST)
         for length in range(0, len(data), 25):
             connection = connect(PORTS[0])
@@ -123,7 +123,7 @@ class ClientTest(ClientTestCase):
             for connection in connections:
                 connection.close()
 
-    def test_an_unfinished_request_leaves_the_others_alone(self):
+    def test_an_unfinished_request_does_not_delay_others(self):
         with connect(PORTS[0]) as connection:
             connection.sendall(http_request(REQUEST)[:-10])
             for port in PORTS:
@@ -163,7 +163,7 @@ class ClientTest(ClientTestCase):
 
 
 class ShortageTest(ClientTestCase):
-    """A port out of descriptors, or of address space for the thread of a connection."""
+    """A port without free descriptors, or without address space for the thread of a connection."""
 
     REFUSAL = "No connection accepted: .*Trying again$"
     DESCRIPTORS_PER_CONNECTION = 3  # its socket and a pipe
@@ -186,10 +186,10 @@ class ShortageTest(ClientTestCase):
                         for _ in range(3):
                             connections.enter_context(connect(port))
                         self.cell.log.wait_for(self.REFUSAL, since=mark)
-                        # What is connected is served on.
+                        # Open connections are still served.
                         self.assertEqual(served.GetGripperInterface(HVA), 0)
                     wait_until(lambda port=port: answers(port))
-                    # However long it lasts, a shortage is reported once.
+                    # A shortage is reported once, however long it lasts.
                     self.assertEqual(len(self.cell.log.matching(self.REFUSAL, since=mark)), 1)
 
     def test_a_client_that_came_during_a_shortage_is_answered_after_it(self):
@@ -209,7 +209,7 @@ class ShortageTest(ClientTestCase):
         for port in PORTS:
             with self.subTest(port=port), contextlib.ExitStack() as clients:
                 mark = self.cell.log.mark()
-                # The stacks of threads that have ended are used again.
+                # New threads reuse the stacks of ended ones.
                 limit(pid, resource.RLIMIT_AS, address_space(pid))
                 try:
                     waiting = [clients.enter_context(connect(port)) for _ in range(6)]
@@ -235,16 +235,16 @@ class ShortageTest(ClientTestCase):
             self.assertEqual([served() for _ in range(10)], [True] * 10)
             mark = self.cell.log.mark()
             with self.shortage_of_descriptors(0, connected=10):
-                self.assertFalse(served())  # it takes the eleventh place after the shortage
+                self.assertFalse(served())  # it would be one connection too many
                 self.cell.log.wait_for(self.REFUSAL, since=mark)
             self.assertEqual([served() for _ in range(6)], [True] * 4 + [False] * 2)
 
     @contextlib.contextmanager
     def shortage_of_descriptors(self, spare, connected=0):
-        """The daemon can open `spare` descriptors more than for the `connected` clients.
+        """Limits the daemon to `spare` descriptors more than the `connected` clients need.
 
-        It first closes the connections of earlier clients, or it would have their descriptors to
-        spare as well.
+        Waits first until the connections of earlier clients are closed, because their descriptors
+        would be free as well.
         """
         pid = self.cell.daemon_pid()
         needed = self.idle + connected * self.DESCRIPTORS_PER_CONNECTION
@@ -261,13 +261,13 @@ def descriptors(pid):
 
 
 def limit_descriptors(pid, spare):
-    """Lets process `pid` have `spare` descriptors more than it has."""
+    """Limits process `pid` to `spare` descriptors more than it has open."""
     free = sorted(set(range(2000)) - descriptors(pid))
     limit(pid, resource.RLIMIT_NOFILE, free[spare])
 
 
 def address_space(pid):
-    """In bytes."""
+    """Returns the size of the address space in bytes."""
     with open(f"/proc/{pid}/status", encoding="utf-8") as status:
         return next(int(line.split()[1]) * 1024 for line in status if line.startswith("VmSize:"))
 
@@ -278,7 +278,7 @@ def limit(pid, kind, value):
 
 
 class NestedRequestTest(ClientTestCase):
-    def test_elements_within_elements_do_not_exhaust_the_stack(self):
+    def test_nested_elements_do_not_exhaust_the_stack(self):
         for depth in (100, 3000, 30000):
             for body in (b"<a>" * depth, b"<a>" * depth + b"</a>" * depth):
                 with self.subTest(depth=depth, closed=b"/" in body):

@@ -13,7 +13,7 @@ class CppClientTest(CellTestCase):
     def test_the_cpp_client_gets_every_type(self):
         self.cell.wait_until_operating(1)
         self.cell.master_sends(0, "@PDIN=[9,c4,0,a3]")
-        # A failed read answers with what the daemon has stored.
+        # After a failed read, the daemon returns the stored value.
         self.cell.command("error 0 9 PARAM[3][4]")
         self.cell.master_sends(0, "@PARAM[3][4]=[0,0,0,80]")
         program = subprocess.run([os.environ["TAVRIK_CPP_CLIENT"]], capture_output=True,

@@ -1,4 +1,4 @@
-"""The daemon without any master: start-up, log lines, both ports, the list of methods."""
+"""The daemon without masters: start, log lines, both ports, the list of methods."""
 
 import datetime
 import socket
@@ -17,12 +17,12 @@ BUILD_DAY = r"[A-Z][a-z]{2} [ \d]\d \d{4}"
 
 TYPE_NAMES = {"i": "int", "d": "double", "b": "boolean", "A": "array", "S": "struct"}
 
-# For every parameter type a value of another type.
+# For every parameter type, a value of a wrong type.
 WRONG = {str: 7, int: "7", float: "7.0", bool: "true"}
 
 
 class StartUpTest(CellTestCase):
-    # A time zone that no test machine lives in.
+    # A time zone that no test machine has.
     ZONE = datetime.timezone(datetime.timedelta(hours=5, minutes=45))
 
     @classmethod
@@ -108,7 +108,7 @@ class MethodListTest(CellTestCase):
 
 class DeviceLookupTest(CellTestCase):
     def expect_silence(self, mark):
-        """Nothing was logged since `mark` but the failed lookup that is made here."""
+        """Makes a failed lookup and checks that only this one was logged since `mark`."""
         self.call("GetGripperInterface", "end of test")
         self.cell.log.wait_for("GetGripperInterface: Failed", since=mark)
         self.assertEqual(len(self.cell.log.since(mark)), 2, self.cell.log.since(mark))
@@ -160,7 +160,7 @@ class DeviceLookupTest(CellTestCase):
 
 
 class PortTakenTest(unittest.TestCase):
-    def test_a_taken_port_ends_the_daemon_abnormally(self):
+    def test_an_occupied_port_ends_the_daemon_abnormally(self):
         for port in PORTS:
             with self.subTest(port=port), socket.create_server(("127.0.0.1", port)):
                 cell = Cell()

@@ -1,4 +1,4 @@
-"""Finding masters: at start-up, by hot-plug, and what names a gripper."""
+"""Discovery of masters at start and by hot-plug, and the names of grippers."""
 
 import threading
 import time
@@ -67,7 +67,7 @@ class StartUpScanTest(CellTestCase):
                          ["Got Device with action change", "Unknown udev action: change"])
         self.assertEqual(self.call("GetGripperInterface", "HVA SN:100001"), 0)
 
-    def test_a_second_add_makes_no_second_link(self):
+    def test_a_second_add_creates_no_second_link(self):
         mark = self.cell.log.mark()
         self.cell.command("event 0 add")
         self.cell.log.wait_for("Got Device with action add", since=mark)
@@ -121,7 +121,7 @@ class HotPlugTest(CellTestCase):
         self.assertEqual(self.listed(), [self.HVA])
         self.assertEqual(self.cell.log.matching("PELLIX removed", since=mark), [])
 
-    def test_a_call_that_is_under_way_survives_the_unplugging(self):
+    def test_a_call_in_progress_survives_an_unplug(self):
         self.plug()
         self.cell.command("mute 1 on")
         answers = []
@@ -154,7 +154,7 @@ class HotPlugTest(CellTestCase):
         self.addCleanup(self.cell.command, "silent 1 off")
         mark = self.cell.log.mark()
         self.cell.log.wait_for("Input timeout", since=mark)
-        # A call of a tenth of a second: by then the parser is inside its next read of a second,
+        # The call takes a tenth of a second. By then the parser is in its next read of a second,
         # and the registry has to wait for it.
         self.assertEqual(self.call("Grip", self.HVA, 1), 0)
         start = time.monotonic()
@@ -167,7 +167,7 @@ class HotPlugTest(CellTestCase):
 
 
 class StartingMasterTest(CellTestCase):
-    """Masters that are not ready when the daemon finds them."""
+    """Masters that do not answer when the daemon finds them."""
 
     options = ("--gripper", "HVA", "--unplugged", "0", "--gripper", "TLM")
     HVA, TLM = "HVA SN:100001", "TLM SN:100002"
@@ -188,7 +188,7 @@ class StartingMasterTest(CellTestCase):
         self.addCleanup(self.cell.command, "mute 0 off")
         mark = self.plug()
         self.cell.log.wait_for("Updating ID$", since=mark)
-        self.assertEqual(self.call("GetGrippers"), [self.TLM])  # nobody waits for it
+        self.assertEqual(self.call("GetGrippers"), [self.TLM])  # does not wait for the mute master
         self.cell.log.wait_for("Failed to add device$", since=mark)
         attempts = messages(self.cell.log.matching("update ID|Retrying|initialize new", since=mark))
         self.assertEqual(attempts, [text for attempt in range(5) for text in (
@@ -203,7 +203,7 @@ class StartingMasterTest(CellTestCase):
         self.cell.log.wait_for("Device added$", since=mark)
         self.assertIn(self.HVA, self.call("GetGrippers"))
 
-    def test_a_master_that_refuses_its_parameters_is_not_added(self):
+    def test_a_master_that_rejects_parameter_reads_is_not_added(self):
         self.cell.command("error 0 33 PARAM[19][0]")
         self.addCleanup(self.cell.command, "error 0 off PARAM[19][0]")
         mark = self.plug()
@@ -218,13 +218,13 @@ class MasterNameTest(CellTestCase):
     options = ("--gripper", "HVA,id=MARROK-7", "--gripper", "TLM,id=OTHER",
                "--gripper", 'MZD-S,id="PELLIX"')
 
-    def test_the_other_product_name_is_served_alike(self):
+    def test_the_other_product_name_is_supported(self):
         self.assertEqual(self.call("GetGripperInterface", "HVA SN:100001"), 0)
 
-    def test_quotes_around_the_name_do_not_count(self):
+    def test_quotes_around_the_name_are_removed(self):
         self.assertEqual(self.call("GetGripperInterface", "MZD-S SN:100003"), 0)
 
-    def test_any_other_master_is_asked_again_until_its_name_fits(self):
+    def test_any_other_master_is_queried_until_its_name_matches(self):
         self.cell.wait_until_operating(3)
         for _ in range(2):
             mark = self.cell.log.mark()
@@ -238,11 +238,11 @@ class MasterNameTest(CellTestCase):
 
 
 class OddNameTest(CellTestCase):
-    """Serial numbers that XML cannot carry must not spoil the list for other grippers."""
+    """Serial numbers that are invalid in XML must not make the list of grippers unreadable."""
 
     options = ("--gripper", "HVA", "--gripper", "MZD-S", "--unplugged", "1")
 
-    # What the master holds as its serial number, and what clients see of it.
+    # Serial number of the master, and its text for clients.
     NAMES = (
         (b"4711\0\0", "MZD-S SN:4711"),
         (b"", "MZD-S"),
@@ -275,16 +275,16 @@ class OddNameTest(CellTestCase):
 
 
 class FreshTtyTest(CellTestCase):
-    """A tty as the kernel hands it out: echo and line mode on, streaming at once."""
+    """A tty with the kernel's default settings, echo and line mode, on which the master sends."""
 
     options = ("--gripper", "HVA", "--cooked")
 
-    def test_a_retry_saves_the_first_request_which_the_fresh_tty_spoils(self):
+    def test_a_retry_follows_the_first_request_which_the_echo_corrupts(self):
         plugs = 1
         self.cell.wait_until_operating(plugs)
         while not self.cell.log.matching("Retrying"):
             self.assertLess(plugs, 20)
-            self.cell.command("unplug 0")  # the daemon was there before the stream
+            self.cell.command("unplug 0")  # the daemon opened the tty before the first line
             self.cell.command("plug 0")
             plugs += 1
             self.cell.wait_until_operating(plugs)

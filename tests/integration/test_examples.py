@@ -1,4 +1,4 @@
-"""The example clients, run as their page says, in simulated cells."""
+"""Runs the example clients with the commands of their page, in simulated cells."""
 
 import pathlib
 import subprocess
@@ -37,22 +37,22 @@ def setUpModule():
 
 
 def shell(command, *arguments):
-    """How to run a command of the page, but with its program in a folder of the tests."""
+    """Returns how to run a command of the page with the program in the tests' folder."""
     return {"args": ["sh", "-c", f'{command.replace("/tmp", folder)} "$@"', "sh", *arguments],
-            "cwd": ROOT, "env": {**ctl.CLEAN, "http_proxy": CLOSED_PORT},  # calls go past a proxy
+            "cwd": ROOT, "env": {**ctl.CLEAN, "http_proxy": CLOSED_PORT},  # must not be used
             "stdin": subprocess.DEVNULL}
 
 
 class ExamplesTestCase(CellTestCase):
     @staticmethod
     def start(devices, url=URL):
-        """Starts all examples, each for its gripper."""
+        """Starts all examples, each with its own gripper."""
         return [subprocess.Popen(**shell(command, device, url), stdout=subprocess.PIPE,
                                  stderr=subprocess.STDOUT, text=True)
                 for command, device in zip(EXAMPLES, devices, strict=True)]
 
     def expect(self, status, text, runs):
-        """Waits for the end of the examples; `text` is a pattern for all that they write."""
+        """Waits for the end of the examples, whose whole output must match `text`."""
         outputs = [run.communicate(timeout=60 * SLOWNESS)[0] for run in runs]
         for run, output in zip(runs, outputs):
             with self.subTest(command=run.args[2]):
@@ -61,7 +61,7 @@ class ExamplesTestCase(CellTestCase):
 
 
 class GripTest(ExamplesTestCase):
-    # Names that have to be written with care in XML.
+    # Names with characters that XML must escape.
     options = ("--gripper", r'HVA,product=H&A <">') * 3 * COUNT + ("--speed", "200")
     devices, slow, silent = ([f'H&A <"> SN:{number}' for number in range(first, first + COUNT)]
                              for first in (100001, 100001 + COUNT, 100001 + 2 * COUNT))
@@ -69,7 +69,7 @@ class GripTest(ExamplesTestCase):
 
     @classmethod
     def prepare(cls):
-        """Starts what takes the examples' patience; the tests run beside it."""
+        """Starts the examples that run into a timeout; the other tests run at the same time."""
         super().prepare()
         cls.cell.wait_until_operating(3 * COUNT)
         for device in cls.silent:
@@ -84,7 +84,7 @@ class GripTest(ExamplesTestCase):
         cls.without_master = cls.start(cls.silent)
 
     def setUp(self):
-        """All grippers have just been powered up."""
+        """Restarts all grippers."""
         mark = self.cell.log.mark()
         self.tell_all("unplug")
         self.cell.log.wait_for("PELLIX removed", since=mark, count=COUNT)
@@ -110,7 +110,7 @@ class GripTest(ExamplesTestCase):
             shown = self.cell.show(number)
             self.assertEqual((shown["state"], shown["position"]), (RELEASED, 28.0))
 
-    def test_without_a_part_a_position_of_zero_is_believed(self):
+    def test_without_a_part_a_position_of_zero_is_valid(self):
         self.tell_all("param", "96 1 0,0")
         self.run_all(0, rf"{self.DEVICE}: no part, closed to 0(.00)?\n{self.DEVICE}: released\n")
 
@@ -125,7 +125,7 @@ class GripTest(ExamplesTestCase):
         for number in range(COUNT):
             self.assertEqual(self.cell.show(number)["state"], HOLDING)
 
-    def test_every_status_is_put_in_words(self):
+    def test_every_status_is_explained(self):
         for status, text in ((3, "no such gripper, or its model cannot do this"),
                              (12, "nothing could be sent: look at the plug and power .*"),
                              (21, "no process data: .*"),
@@ -135,13 +135,13 @@ class GripTest(ExamplesTestCase):
                 self.change_all("error", f"{status} PDOUT", "off")
                 self.run_all(1, f"{self.DEVICE}: (Home: )?status {status}: {text}\n")
 
-    def test_a_failure_that_passes(self):
+    def test_a_temporary_failure(self):
         self.change_all("error", "3 PDOUT", "off")
         runs = self.start(self.devices)
         refused = set()
 
         def cured():
-            """Cures each master when it has refused once, before it is asked again."""
+            """Removes each master's error after its first refusal, before the next request."""
             for number in set(range(COUNT)) - refused:
                 if self.cell.show(number)["requests"][-1] == "PDOUT=[6,0]":
                     self.cell.command(f"error {number} off")
@@ -164,7 +164,7 @@ class GripTest(ExamplesTestCase):
                 self.run_all(1, f"{self.DEVICE}: reports a fault, in state 15\n")
                 self.tell_all("fault", f"{flag} off")
 
-    def test_a_gripper_that_is_not_there(self):
+    def test_an_unknown_gripper(self):
         self.expect(1, "nobody: (Release: )?status 3: no such gripper, .*\n", self.start(["nobody"] * COUNT))
 
     def test_more_than_one_gripper(self):
@@ -173,13 +173,13 @@ class GripTest(ExamplesTestCase):
         self.expect(1, ": the name of the gripper is empty\n", [script])
 
     def test_an_empty_name_does_not_reach_the_daemon(self):
-        """Not even if a server calls its only gripper so: it answers nothing but its list."""
+        """Not even if a server lists an empty name as its only gripper."""
         grippers = "<array><data><value><string></string></value></data></array>"
         with http_server(200, {"GetGrippers": grippers}) as port:
             self.expect(1, ".*: the name of the gripper is empty\n",
                         self.start([""] * COUNT, f"http://127.0.0.1:{port}/RPC2"))
 
-    # These come last in the alphabet, when the examples that prepare() has started are through.
+    # These run last, in alphabetical order, when the examples started by prepare() have ended.
 
     def test_without_an_answer_of_the_daemon(self):
         self.expect(1, r".*(timed out|timeout).*\n", self.without_answer)
@@ -209,7 +209,7 @@ class OnlyGripperTest(ExamplesTestCase):
     def test_no_daemon(self):
         self.expect(1, ".*(refused|REFUSED|connect).*\n", self.start(["HVA"] * COUNT, CLOSED_PORT))
 
-    def test_a_server_that_is_no_daemon(self):
+    def test_a_server_that_is_not_a_daemon(self):
         self.expect(1, ".*404.*\n", self.start(["HVA"] * COUNT, f"{URL}/other"))
 
 

@@ -1,4 +1,4 @@
-"""Masters that answer late, wrongly or not at all, and what callers get to see of it."""
+"""Masters that answer late, incorrectly or not at all, and the results for callers."""
 
 import threading
 import time
@@ -11,7 +11,7 @@ HVA, MZD = "HVA SN:100001", "MZD-S SN:100002"
 
 
 class TwoMastersTestCase(CellTestCase):
-    """Master 0 misbehaves, master 1 must not notice."""
+    """Master 0 misbehaves, which must not affect master 1."""
 
     options = ("--gripper", "HVA", "--gripper", "MZD-S")
 
@@ -21,7 +21,7 @@ class TwoMastersTestCase(CellTestCase):
         cls.cell.wait_until_operating(2)
 
     def set(self, command, undo):
-        """Has master 0 misbehave for the rest of the test."""
+        """Makes master 0 misbehave for the rest of the test."""
         self.cell.command(command)
         self.addCleanup(self.wait_until_well)
         self.addCleanup(self.cell.command, undo)
@@ -58,7 +58,7 @@ class AnswerTest(TwoMastersTestCase):
         self.set("mute 0 on", "mute 0 off")
         self.assertEqual(self.call("GetOverrideGrip", HVA), 42)
 
-    def test_a_muted_master_does_not_hold_up_other_calls(self):
+    def test_a_muted_master_does_not_delay_other_calls(self):
         self.set("mute 0 on", "mute 0 off")
         mark = self.cell.log.mark()
         caller = threading.Thread(target=self.cell.call_apart, args=("StoreRemanent", HVA))
@@ -88,7 +88,7 @@ class AnswerTest(TwoMastersTestCase):
                 self.assertEqual(self.call(method, HVA, *arguments), 44)
         self.assert_other_goes_on()
 
-    def test_an_error_for_one_key_leaves_the_others_alone(self):
+    def test_an_error_for_one_key_does_not_affect_others(self):
         self.set("error 0 17 PARAM[97][3]", "error 0 off PARAM[97][3]")
         self.assertEqual(self.call("SetForce", HVA, 1, 9), 17)
         self.assertEqual(self.call("SetForce", HVA, 2, 9), 0)
@@ -97,7 +97,7 @@ class AnswerTest(TwoMastersTestCase):
         self.set("error 0 0 PDOUT", "error 0 off PDOUT")
         self.assertEqual(self.call("Grip", HVA, 1), 0)
 
-    def test_an_error_that_is_no_number_leaves_the_request_unanswered(self):
+    def test_an_invalid_error_number_leaves_the_request_unanswered(self):
         self.set("mute 0 on", "mute 0 off")
         answers = []
         mark = self.cell.log.mark()
@@ -134,12 +134,12 @@ class AnswerTest(TwoMastersTestCase):
 
 
 class PiecewiseTest(CellTestCase):
-    """Answers in the pieces in which USB delivers them."""
+    """Replies in pieces, as USB delivers them."""
 
     options = ("--gripper", "MZD-L", "--split", "128")
     GRIPPER = "MZD-L SN:100001"
 
-    def test_a_gripper_comes_up_and_moves(self):
+    def test_a_gripper_starts_and_moves(self):
         self.cell.wait_until_operating(1)
         self.assertEqual(self.call("GetGrippers"), [self.GRIPPER])
         for _ in range(10):
@@ -159,7 +159,7 @@ class GarbageTest(TwoMastersTestCase):
         "UNKNOWN=[1]",
     )
 
-    def test_odd_lines_disturb_nobody(self):
+    def test_unusual_lines_are_harmless(self):
         for line in self.LINES:
             with self.subTest(line=line):
                 self.cell.master_sends(0, line)
@@ -171,7 +171,7 @@ class GarbageTest(TwoMastersTestCase):
         self.cell.master_sends(0, "")
         self.cell.log.wait_for("Line length is 0 without eof$", since=mark)
 
-    def test_a_nul_byte_cuts_what_was_read_with_it(self):
+    def test_a_nul_byte_truncates_its_read(self):
         mark = self.cell.log.mark()
         self.cell.master_sends(0, r"UNSEEN\0CUT\n")
         self.assertEqual(self.cell.log.matching("CUT", since=mark), [])
@@ -185,19 +185,19 @@ class GarbageTest(TwoMastersTestCase):
         self.cell.master_sends(0, "")
         self.assertEqual(self.call("Grip", HVA, 1), 0)
 
-    def test_absurd_device_information_costs_no_memory(self):
+    def test_impossible_device_information_allocates_no_memory(self):
         peak = self.peak_memory()
         for text in ("[]", "[1,2]", "[0,0,0,4294967295,4294967295]",
                      "[99999999999999999999,0,0,-1,-1,x,y,z]"):
             with self.subTest(text=text):
-                # Only empty process data is sized by the device information.
+                # The device information sets the length of empty process data only.
                 self.cell.master_sends(0, rf"@MODE=6\nDEVINFO={text}")
                 self.assert_other_goes_on()
         self.assertLess(self.peak_memory() - peak, 100_000)
         self.operate_again()
 
     def operate_again(self):
-        """Until the daemon has asked for what it asks for by itself: else garbage may cut that off."""
+        """Waits for the last of the daemon's own requests, whose replies garbage could corrupt."""
         mark = self.cell.log.mark()
         self.cell.master_sends(0, "@MODE=2")
         self.cell.log.wait_for("STARTUP$", since=mark)
@@ -205,7 +205,7 @@ class GarbageTest(TwoMastersTestCase):
         self.cell.wait_until_operating(1, since=mark)
 
     def peak_memory(self):
-        """The most memory that the daemon has ever used, in KiB."""
+        """Returns the daemon's peak memory use in KiB."""
         with open(f"/proc/{self.cell.daemon_pid()}/status", encoding="utf-8") as file:
             return next(int(line.split()[1]) for line in file if line.startswith("VmHWM"))
 
@@ -246,7 +246,7 @@ class ModeTest(TwoMastersTestCase):
         self.wait_until_operating_again(mark)
         self.assertEqual(len(self.cell.log.matching("New command RESTART", since=mark)), 1)
 
-    def test_a_power_fault_forgets_the_device(self):
+    def test_a_power_fault_clears_the_device(self):
         mark = self.set_mode(7)
         self.cell.log.wait_for(r"\d POWERFAULT$", since=mark)
         self.assertEqual(self.call("GetGrippers"), [MZD])
@@ -269,7 +269,7 @@ class ModeTest(TwoMastersTestCase):
         self.assertEqual(sent[:5],
                          ["DEVINFO", "PARAM[19][0]", "PARAM[21][0]", "OPERATE", "PDOUT"])
 
-    def test_process_data_is_valid_in_operate_alone(self):
+    def test_process_data_are_valid_only_in_operate(self):
         wait_until(lambda: self.call("GetPDINExcerpt", HVA) != 0)
         self.cell.command("pdin 0 0")
         self.addCleanup(self.cell.command, "pdin 0 100")
@@ -283,9 +283,9 @@ class ModeTest(TwoMastersTestCase):
 
 
 class HungDeviceTest(TwoMastersTestCase):
-    """A device that is plugged in but takes no more bytes."""
+    """A device that is plugged in but accepts no more bytes."""
 
-    def test_calls_come_back_with_an_error_and_others_go_on(self):
+    def test_calls_fail_and_other_calls_continue(self):
         self.set("stall 0 on", "stall 0 off")
         for _ in range(2):
             answers = []

@@ -1,4 +1,4 @@
-"""Every gripper method on every model: its answer, and what reaches the master."""
+"""Every gripper method on every model: its result and the requests that the master receives."""
 
 from .harness.cell import PORTS
 from .harness.cell_test_case import CellTestCase, main
@@ -9,12 +9,12 @@ METHOD = {method.name: method for method in METHODS}
 
 
 def byte_list(values):
-    """Bytes as they are written on the wire."""
+    """Returns a byte list in the format of the wire."""
     return "[" + ",".join(f"{byte:x}" for byte in values) + "]"
 
 
 class ModelsTestCase(CellTestCase):
-    """One master of each model; process data only when a test sends some."""
+    """One master of each model, which sends process data only if a test does."""
 
     options = [word for model in MODELS for word in ("--gripper", model)] + ["--pdin-hz", "0"]
 
@@ -78,14 +78,14 @@ class EveryMethod:
         self.cell.command(f"param {self.number} {index} {subindex} {text}")
 
     def expect_read(self, method, *arguments, key, value, answer):
-        """A read call asks for parameter `key` and answers what its bytes `value` mean."""
+        """Checks that a read call reads parameter `key` and decodes its bytes `value`."""
         with self.subTest(method=method, arguments=arguments, value=value):
             self.set_parameter(*key, *value)
             self.expect(method, *arguments, answer=answer,
                         requests=[f"PARAM[{key[0]}][{key[1]}]?"])
 
     def expect_write(self, method, *arguments, key, value):
-        """A write call sends the bytes `value` for parameter `key`, and the master keeps them."""
+        """Checks that a write call writes the bytes `value` to parameter `key`."""
         with self.subTest(method=method, arguments=arguments):
             self.expect(method, *arguments, answer=0,
                         requests=[f"PARAM[{key[0]}][{key[1]}]={byte_list(value)}"])
@@ -99,11 +99,11 @@ class EveryMethod:
         self.expect_pdout("Grip", 0, stored=(0xF8, 0x09), sent=(0xFB, 0x00))
         self.expect_pdout("Release", 2, stored=(0xFF, 0x09), sent=(0xFA, 0x02))
 
-    def test_parameter_sets_are_taken_as_bytes(self):
+    def test_parameter_sets_are_sent_as_bytes(self):
         self.expect_pdout("Grip", 256, stored=(0x00, 0x01), sent=(0x03, 0x00))
         self.expect_pdout("Release", -1, stored=(0x00, 0x01), sent=(0x02, 0xFF))
 
-    def test_disable_clears_enable_alone(self):
+    def test_disable_clears_only_enable(self):
         self.expect_pdout("Disable", stored=(0x1F, 0x05), sent=(0x1D, 0x05))
 
     def test_reference_and_home_request_a_reference_run(self):
@@ -114,7 +114,7 @@ class EveryMethod:
         self.expect_pdout("Holdfast", True, stored=(0x03, 0x09), sent=(0x13, 0x09))
         self.expect_pdout("Holdfast", False, stored=(0x13, 0x09), sent=(0x03, 0x09))
 
-    def test_the_led_preset_takes_the_upper_three_bits(self):
+    def test_the_led_preset_fills_the_upper_three_bits(self):
         self.expect_pdout("SetLEDPreset", 9, stored=(0x1B, 0x02), sent=(0x3B, 0x02))
         self.expect_pdout("SetLEDPreset", 7, stored=(0x02, 0x02), sent=(0xE2, 0x02))
         self.expect_pdout("SetLEDPreset", 0, stored=(0xE2, 0x02), sent=(0x02, 0x02))
@@ -126,7 +126,7 @@ class EveryMethod:
             with self.subTest(method=name):
                 self.expect(name, *arguments, answer=21)
 
-    def test_process_data_is_decoded(self):
+    def test_process_data_are_decoded(self):
         self.master_sends("PDIN=[9,c4,0,a3]")
         for name, answer in (("GetPos", 25.0), ("GetState", 3), ("GetFault", False),
                              ("GetTempFault", True), ("GetTempWarn", False),
@@ -147,11 +147,11 @@ class EveryMethod:
         self.expect("GetPos", answer=-2.0)
         self.expect("GetState", answer=15)
 
-    def test_the_excerpt_leaves_the_third_byte_out(self):
+    def test_the_excerpt_leaves_out_the_third_byte(self):
         self.master_sends("PDIN=[1,2,3,4]")
         self.expect("GetPDINExcerpt", answer=262657)
 
-    def test_process_data_of_another_length_reads_as_nothing(self):
+    def test_process_data_of_another_length_give_the_fallbacks(self):
         self.master_sends("PDIN=[9,c4]")
         mark = self.cell.log.mark()
         self.expect("GetPDINExcerpt", answer=0)
@@ -189,7 +189,7 @@ class EveryMethod:
         self.expect_read("GetForce", 6, key=(0x66, 3), value=(1, 2), answer=0)
         self.expect_write("SetForce", 1, 300, key=(0x61, 3), value=(44,))
 
-    def test_the_index_of_a_parameter_set_goes_beyond_a_byte(self):
+    def test_the_index_of_a_parameter_set_may_exceed_a_byte(self):
         self.expect_read("GetForce", -1, key=(0x60 + 255, 3), value=(7,), answer=7)
 
     def test_overrides(self):
@@ -207,7 +207,8 @@ class EveryMethod:
             self.expect_write(setter, False, key=(0x40, 3), value=(0x00,))
 
     def test_the_checksum_keeps_its_sign_bit(self):
-        # The master computes its checksum; one of our choice is what a failed read leaves.
+        # The master computes its checksum. To use another one, the test sends it and makes reads
+        # fail.
         self.cell.command(f"error {self.number} 9 PARAM[3][4]")
         self.addCleanup(self.cell.command, f"error {self.number} off PARAM[3][4]")
         for value, answer in (("78,56,34,12", 0x12345678), ("0,0,0,80", -2**31), ("1,2", 0)):

@@ -1,4 +1,4 @@
-"""Grippers that move: what calls do to fingers, parts and settings, seen through the calls."""
+"""Moving grippers: the effects of calls on fingers, parts and settings, seen through calls."""
 
 from .harness.cell import wait_until
 from .harness.cell_test_case import CellTestCase, main
@@ -67,7 +67,7 @@ class MotionTest(CellTestCase):
                 self.open(gripper)
                 self.assertGreater(self.call("GetPos", gripper), 12.5)
 
-    def test_the_fingers_take_their_time(self):
+    def test_the_fingers_move_at_the_configured_speed(self):
         self.open(HVA)
         self.carry_out("SetOverrideGrip", HVA, 50)
         self.addCleanup(self.carry_out, "SetOverrideGrip", HVA, 100)
@@ -110,7 +110,7 @@ class MotionTest(CellTestCase):
         self.carry_out("Holdfast", MZD, False)
         self.wait_for_state(MZD, OFF)
 
-    def test_faults_are_seen_and_stop_the_drive(self):
+    def test_faults_are_reported_and_stop_the_drive(self):
         flags = {"fault": "GetFault", "temp-fault": "GetTempFault",
                  "temp-warn": "GetTempWarn", "maintenance": "GetMaintenance"}
         for name, getter in flags.items():
@@ -133,7 +133,7 @@ class MotionTest(CellTestCase):
         self.carry_out("SetForce", HVA, 1, 40)
         self.assertEqual(self.call("GetParameterChecksum", HVA), before)
 
-    def test_stored_settings_outlast_an_unplugging(self):
+    def test_stored_settings_survive_an_unplug(self):
         self.carry_out("SetLEDColor", MZD, 2, 5)
         self.carry_out("StoreRemanent", MZD)
         self.carry_out("SetLEDColor", MZD, 2, 6)

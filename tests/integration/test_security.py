@@ -42,7 +42,7 @@ class FirewallTest(CellTestCase):
             with self.assertRaises(TimeoutError):
                 socket.create_connection(("127.0.0.1", port), 0.5 * SLOWNESS, ("127.0.0.2", 0))
 
-    def test_a_crowd_on_one_port_leaves_the_other_alone(self):
+    def test_many_connections_to_one_port_do_not_block_the_other(self):
         with contextlib.ExitStack() as connections:
             with self.assertRaises(TimeoutError):
                 for _ in range(25):

@@ -1,4 +1,4 @@
-"""The end of the daemon, in every state in which it can be asked to stop."""
+"""The stop of the daemon in every state."""
 
 import contextlib
 import http.client
@@ -18,7 +18,7 @@ HVA = "HVA SN:100001"
 
 
 class StopTestCase(CellTestCase):
-    """Every test stops a daemon of its own."""
+    """Every test stops its own daemon."""
 
     @classmethod
     def setUpClass(cls):
@@ -33,7 +33,7 @@ class StopTestCase(CellTestCase):
         return cell
 
     def wait_for_refusal(self):
-        """Both ports are closed."""
+        """Checks that both ports are closed."""
         for port in PORTS:
             with self.assertRaises(OSError):
                 http.client.HTTPConnection("127.0.0.1", port, timeout=5).connect()
@@ -102,17 +102,17 @@ class InterruptTest(StopTestCase):
         cell = self.start()
         mark = cell.log.mark()
         daemon = cell.daemon_pid()
-        # Far less than it has, so that the end of a thread makes no room for another one.
+        # Far below the current size, so that the end of a thread makes no room for another one.
         resource.prlimit(daemon, resource.RLIMIT_AS, (1 << 20, resource.RLIM_INFINITY))
         with contextlib.ExitStack() as clients:
-            for port in PORTS * 4:  # the stacks of threads that have ended are used again
+            for port in PORTS * 4:  # new threads reuse the stacks of ended ones
                 clients.enter_context(socket.create_connection(("127.0.0.1", port)))
             cell.log.wait_for("No connection accepted: ", since=mark, count=2)
             cell.process.send_signal(signal.SIGINT)
             cell.log.wait_for("Connection closed: no thread for it", since=mark, count=2)
         cell.expect_normal_end()
 
-    def test_while_a_client_takes_a_large_answer_slowly(self):
+    def test_while_a_client_reads_a_large_answer_slowly(self):
         cell = self.start()
         calls = [{"methodName": "system.listMethods", "params": []}] * 1900
         body = xmlrpc.client.dumps((calls,), "system.multicall").encode()
@@ -176,7 +176,7 @@ class InterruptTest(StopTestCase):
         cell.command("silent 0 on")
         cell.stop()
 
-    def test_twice(self):
+    def test_with_two_signals(self):
         cell = self.start("--gripper", "HVA", operating=1)
         daemon = cell.daemon_pid()
         os.kill(daemon, signal.SIGINT)
@@ -184,7 +184,7 @@ class InterruptTest(StopTestCase):
         kill_if_there(daemon, signal.SIGINT)
         cell.expect_normal_end()
 
-    def test_in_a_burst(self):
+    def test_with_a_burst_of_signals(self):
         for _ in range(5):
             cell = self.start("--gripper", "HVA", "--gripper", "MZD-S", operating=2)
             daemon = cell.daemon_pid()
@@ -193,7 +193,7 @@ class InterruptTest(StopTestCase):
                 time.sleep(0.0005)
             cell.expect_normal_end()
 
-    def test_all_through_the_stop(self):
+    def test_with_signals_during_the_whole_stop(self):
         cell = self.start("--gripper", "HVA", operating=1)
         daemon = cell.daemon_pid()
         while cell.process.poll() is None:
@@ -234,7 +234,7 @@ class OtherSignalTest(StopTestCase):
 
 
 class LostOutputTest(StopTestCase):
-    """A daemon whose log goes nowhere serves on."""
+    """The daemon still serves if it cannot write its log."""
 
     def start_without_log(self, **settings):
         cell = self.start_cell("--gripper", "HVA", **settings)
@@ -250,7 +250,7 @@ class LostOutputTest(StopTestCase):
         cell.process.send_signal(signal.SIGINT)
         self.assertEqual(cell.wait_for_end(), 0)
 
-    def test_a_pipe_that_nobody_reads_any_more(self):
+    def test_a_pipe_without_a_reader(self):
         reader, writer = os.pipe()
         try:
             cell = self.start_without_log(stdout=writer)
@@ -269,7 +269,8 @@ def kill_if_there(pid, number):
 
 
 def start_unanswered_grip(cell):
-    """A Grip that the mute master 0 leaves unanswered: its thread, and a list for its answer."""
+    """Starts a Grip that the mute master 0 does not answer; returns its thread and a list for the
+    result."""
     cell.command("mute 0 on")
     outcome = []
     mark = cell.log.mark()
@@ -280,7 +281,7 @@ def start_unanswered_grip(cell):
 
 
 def grip(cell):
-    """The status of a call, None when its connection was lost."""
+    """Returns the status of a Grip, or None if the connection was lost."""
     try:
         return cell.call_apart("Grip", HVA, 1)
     except (OSError, http.client.HTTPException):

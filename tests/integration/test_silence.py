@@ -1,4 +1,4 @@
-"""A master that falls silent for long: the one test that takes its time."""
+"""A master that is silent for a long time. Separate, because the test is slow."""
 
 import time
 

@@ -1,4 +1,4 @@
-"""Clients that crowd, stall, hang up and send nonsense, beyond what test_clients.py does once."""
+"""Many clients that stall, disconnect and send invalid requests, more than in test_clients.py."""
 
 import concurrent.futures
 import contextlib
@@ -20,13 +20,13 @@ HVA, MZD = "HVA SN:100001", "MZD-S SN:100002"
 CROWDED, OTHER = PORTS
 
 CROWD = 200
-PLACES = 15  # connections of a port that are served at once
-IDLE_LIMIT = 15.0  # seconds until the daemon closes a connection that says nothing
+PLACES = 15  # connections that a port serves at once
+IDLE_LIMIT = 15.0  # seconds until the daemon closes an idle connection
 LARGEST_REQUEST = 512 * 1024  # bytes
-DEEPEST = 64  # values within values
+DEEPEST = 64  # levels of nested values
 WRONG_TYPE = -501  # fault code, also of a wrong number of parameters
-ARENA_SLACK = 16384  # KiB that the allocator keeps of answers that were held up, in all threads
-CALL_LIMIT = 0.5 * SLOWNESS  # seconds that a call may take beside the misbehaviour of others
+ARENA_SLACK = 16384  # KiB that the allocator keeps of delayed answers, in all threads
+CALL_LIMIT = 0.5 * SLOWNESS  # seconds that a call may take while other clients misbehave
 
 
 def http_request(body, field="Connection: keep-alive"):
@@ -35,14 +35,14 @@ def http_request(body, field="Connection: keep-alive"):
 
 
 def request(method, *values):
-    """An XML-RPC request, its parameters as they stand in it."""
+    """Returns an XML-RPC request with these parameters in XML."""
     parameters = "".join(f"<param><value>{value}</value></param>" for value in values)
     return (f"<?xml version='1.0'?><methodCall><methodName>{method}</methodName>"
             f"<params>{parameters}</params></methodCall>").encode()
 
 
 def large_answer():
-    """A request of some kilobytes with an answer of many more."""
+    """Returns a request of some kilobytes with a much larger answer."""
     calls = [{"methodName": "system.listMethods", "params": []}] * 100
     return http_request(xmlrpc.client.dumps((calls,), "system.multicall").encode())
 
@@ -52,8 +52,8 @@ def connect(port):
 
 
 def connect_at_last(port):
-    """A connection to a crowded port. The kernel alone would try again after 1, 2, 4... s."""
-    deadline = time.monotonic() + 4 * PATIENCE  # 15 of them are let in every 2 s
+    """Connects to a crowded port. By itself, the kernel would only retry after 1, 2, 4... s."""
+    deadline = time.monotonic() + 4 * PATIENCE  # the server accepts 15 of them every 2 s
     while True:
         try:
             connection = socket.create_connection(("127.0.0.1", port), timeout=0.3)
@@ -66,14 +66,14 @@ def connect_at_last(port):
 
 
 def reset(connection):
-    """Ends a connection without a farewell."""
+    """Closes a connection with a reset."""
     connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
     connection.close()
 
 
 @contextlib.contextmanager
 def crowd(port):
-    """Connections that are open or wait to be, all at once, and say nothing."""
+    """Opens many idle connections at once."""
     with contextlib.ExitStack() as connections:
         for _ in range(CROWD):
             connection = connections.enter_context(socket.socket())
@@ -98,7 +98,7 @@ class ClientStormTestCase(StormTestCase):
         self.baseline = holdings(self.daemon)
 
     def tearDown(self):
-        # Whatever they did: both ports serve on, and nothing of it is left.
+        # Whatever the clients did, both ports still serve and no resources have leaked.
         for port in PORTS:
             wait_until(lambda port=port: answers(port))
             self.assertEqual(self.call("Grip", HVA, 1, port=port), 0)
@@ -120,7 +120,7 @@ class CrowdTest(ClientStormTestCase):
                     self.assert_served(OTHER)
             wait_until(lambda: answers(CROWDED))
 
-    def test_more_clients_at_once_than_there_are_places_are_all_served(self):
+    def test_more_clients_than_places_are_all_served(self):
         data = http_request(request("GetGripperInterface", HVA), "Connection: close")
 
         def call():
@@ -135,18 +135,18 @@ class CrowdTest(ClientStormTestCase):
             for call in calls:
                 self.assertIn(b"<i4>0</i4>", call.result())
 
-    def test_unfinished_requests_leave_the_other_places_free(self):
+    def test_unfinished_requests_do_not_block_the_other_places(self):
         with self.unfinished_requests(PLACES - 2):
             for _ in range(20):
                 for port in PORTS:
                     self.assert_served(port)
 
     @unittest.skipUnless(FACTOR > 1, "takes 15 s: only in long storms")
-    def test_unfinished_requests_are_given_up_after_a_while(self):
+    def test_unfinished_requests_time_out(self):
         with self.unfinished_requests(PLACES):
             start = time.monotonic()
             self.assert_served(OTHER)
-            # All places are taken, by clients that say no more.
+            # Clients that send no more occupy all places.
             self.assertTrue(answers(CROWDED))
             elapsed = time.monotonic() - start
             self.assertGreater(elapsed, IDLE_LIMIT / 2)
@@ -171,7 +171,7 @@ class HangUpTest(ClientStormTestCase):
             connection.recv(self.random.randrange(1, 50_000))
             reset(connection)
 
-    def test_answers_that_nobody_takes(self):
+    def test_answers_that_clients_do_not_read(self):
         with contextlib.ExitStack() as connections:
             idle = [connections.enter_context(connect(CROWDED)) for _ in range(PLACES - 2)]
             for connection in idle:
@@ -194,7 +194,7 @@ class HangUpTest(ClientStormTestCase):
 
 class SizeTest(ClientStormTestCase):
     def ask(self, body):
-        """Status and answer to a request; (None, None) if the daemon hangs up instead."""
+        """Returns status and body of the response; (None, None) if the daemon closes instead."""
         connection = http.client.HTTPConnection("127.0.0.1", CROWDED, timeout=20 * SLOWNESS)
         with contextlib.closing(connection):
             try:
@@ -225,7 +225,7 @@ class SizeTest(ClientStormTestCase):
                     self.assertNotEqual(status, 200)
                     self.assert_served(CROWDED)
 
-    def test_values_within_values(self):
+    def test_nested_values(self):
         nests = (("<array><data><value>", "</value></data></array>"),
                  ("<struct><member><name>a</name><value>", "</value></member></struct>"))
         for depth in (1, DEEPEST - 1, DEEPEST, DEEPEST + 1, 1000, 6000):
@@ -239,7 +239,7 @@ class SizeTest(ClientStormTestCase):
 
 
 class ArgumentTest(ClientStormTestCase):
-    """Arguments that a method does not take are a fault, and the gripper hears nothing of them."""
+    """Wrong arguments of a method are a fault, and nothing is sent to the gripper."""
 
     MALFORMED = ("<int>2147483648</int>", "<int></int>", "<int>one</int>", "<double>one</double>",
                  "<boolean>2</boolean>", "<unknown/>", "<int>1</int><int>2</int>")
@@ -260,7 +260,7 @@ class ArgumentTest(ClientStormTestCase):
         super().tearDown()
 
     def fault_code(self, method, values):
-        """None if the answer is no fault."""
+        """Returns the fault code, or None if the answer is not a fault."""
         self.connection.request("POST", "/RPC2", request(method, *values),
                                 {"Content-Type": "text/xml"})
         response = self.connection.getresponse()
@@ -300,7 +300,7 @@ class ArgumentTest(ClientStormTestCase):
                         self.assertIsNotNone(code)
         self.assertEqual(self.cell.show(1)["requests"], heard)
         self.assertEqual(self.cell.log.since(mark), [])
-        # The same road leads to an answer when all is right.
+        # Correct arguments, sent in the same way, are accepted.
         for method in METHODS:
             values = [self.VALUES[kind][0] for kind in method.parameters]
             self.assertIsNone(self.fault_code(method.name, values), method.name)

@@ -1,4 +1,4 @@
-"""Devices that hang, and what comes back in their place."""
+"""Devices that hang, and the devices that replace them."""
 
 import contextlib
 import os
@@ -11,19 +11,19 @@ from .harness import storm
 from .harness.cell import PORTS, SLOWNESS, wait_until
 from .harness.cell_test_case import main
 
-# A call to another master has nothing to wait for but the lock of the list of links, 0.1 s at most.
-# If it waited for the master that hangs, it would be for a request's time-out, a second or more.
+# A call to another master waits only for the lock of the list of links, at most 0.1 s. If it had to
+# wait for the hung master, it would take at least a request's timeout of one second.
 SHORT_CALL = 0.9 * SLOWNESS
 
-BAD_ARGUMENT = 2  # the answer of a master that finds a carriage return in a value
+BAD_ARGUMENT = 2  # the master's error for a carriage return in a value
 
-HANGING_TIME = 0.3 * SLOWNESS  # within it, calls are to reach a master that takes no bytes
+HANGING_TIME = 0.3 * SLOWNESS  # seconds in which calls must reach a master that accepts no bytes
 
 
 class Watch(threading.Thread):
-    """Calls one gripper all the time, which nothing may disturb."""
+    """Calls one gripper all the time; nothing may delay the calls or make them fail."""
 
-    # What each method answers, and what it answers when the list of links is locked for too long.
+    # Result of each method, and its result if the list of links is locked for too long.
     CALLS = (("Disable", 0, storm.NO_LINK), ("GetOverrideGrip", 100, 0), ("GetPos", 10.0, 0.0))
 
     def __init__(self, cell, port, name):
@@ -51,8 +51,8 @@ class Watch(threading.Thread):
 
 
 class HangTest(storm.MastersTestCase):
-    """Master 0 hangs, master 1 keeps the monitor thread busy where a test says so; the others are
-    called all the time."""
+    """Master 0 hangs, master 1 keeps the monitor thread busy in some tests; clients call the other
+    masters all the time."""
 
     HVA = storm.MastersTestCase.NAMES[0]
     WATCHED = storm.MastersTestCase.NAMES[2:]
@@ -62,7 +62,7 @@ class HangTest(storm.MastersTestCase):
     @classmethod
     def prepare(cls):
         super().prepare()
-        for name in cls.WATCHED:  # process data come some milliseconds after operate
+        for name in cls.WATCHED:  # the first process data arrive some milliseconds after operate
             wait_until(lambda name=name: cls.cell.call("GetPos", name) == 10.0)
 
     def tearDown(self):
@@ -97,7 +97,7 @@ class HangTest(storm.MastersTestCase):
         self.assertLess(longest, SHORT_CALL)
 
     def call_beside(self, method, *arguments):
-        """Begins a call for the gripper that hangs; the function returned waits for its answer."""
+        """Starts a call to the hung gripper; returns a function that waits for its answer."""
         answers = []
 
         def call():
@@ -118,10 +118,10 @@ class HangTest(storm.MastersTestCase):
         self.assertEqual(self.call("Grip", self.HVA, 1), 0)
         self.assertEqual(self.cell.show(0)["pdout"], [3, 1])
 
-    # It takes no more bytes
+    # The device accepts no more bytes
 
     @storm.repeated
-    def test_one_that_takes_no_bytes_for_a_moment(self):
+    def test_one_that_accepts_no_bytes_for_a_moment(self):
         with self.others_watched():
             self.cell.command("stall 0 on")
             answer = self.call_beside("Grip", 1)
@@ -133,7 +133,7 @@ class HangTest(storm.MastersTestCase):
             self.assert_it_works()
 
     @storm.repeated
-    def test_one_that_takes_no_bytes_and_is_unplugged(self):
+    def test_one_that_accepts_no_bytes_and_is_unplugged(self):
         with self.others_watched():
             self.cell.command("stall 0 on")
             answers = [self.call_beside("Grip", 1), self.call_beside("SetOverrideGrip", 50)]
@@ -147,7 +147,7 @@ class HangTest(storm.MastersTestCase):
             self.plug_again(0)
             self.assert_it_works()
 
-    # It streams, but answers nothing, or too late
+    # The device sends process data, but answers late or never
 
     @storm.repeated
     def test_one_that_streams_but_never_answers(self):
@@ -171,7 +171,7 @@ class HangTest(storm.MastersTestCase):
                 self.cell.log.wait_for(f"FIN:{key}$", since=mark)
             self.assert_it_works()
 
-    # Another program spoils the settings of its tty
+    # Another program changes the settings of its tty
 
     @storm.repeated
     def test_one_whose_tty_is_reset(self):
@@ -186,7 +186,7 @@ class HangTest(storm.MastersTestCase):
 
     @storm.repeated
     def test_one_whose_tty_is_reset_and_that_falls_silent(self):
-        """Nothing ends a read in line mode but the unplugging."""
+        """In line mode, only the unplug ends a read."""
         with self.others_watched():
             self.spoil_settings()
             self.cell.command("silent 0 on")
@@ -209,11 +209,11 @@ class HangTest(storm.MastersTestCase):
             os.close(tty)
         self.assertFalse(self.cell.show(0)["raw"])
 
-    # Something else comes in its place while the monitor thread is busy with another master
+    # Another device replaces it while the monitor thread is busy with another master
 
     @contextlib.contextmanager
     def monitor_busy(self):
-        """The monitor thread tries a master that does not answer."""
+        """Makes the monitor thread wait for a master that does not answer."""
         self.unplug(1)
         self.settle()
         self.cell.command("mute 1 on")
@@ -228,7 +228,7 @@ class HangTest(storm.MastersTestCase):
         self.plug_again(1)
 
     @storm.repeated
-    def test_one_in_whose_place_another_gripper_comes(self):
+    def test_one_that_another_gripper_replaces(self):
         other = "HVA SN:7"
         with self.others_watched():
             with self.monitor_busy():
@@ -237,7 +237,7 @@ class HangTest(storm.MastersTestCase):
                 self.cell.command("param 0 97 3 7")
                 mark = self.cell.log.mark()
                 self.cell.command("plug 0")
-                # The old link opens what is in its place now.
+                # The old link opens the new device.
                 self.cell.log.wait_for("Initialize device succeeded", since=mark)
             self.wait_until_working(0, other)
             self.assertEqual(self.call("Grip", self.HVA, 1), storm.NO_LINK)

@@ -1,4 +1,4 @@
-"""Masters that lie as fast as they can, and an honest one beside them that must not notice."""
+"""A faulty master that sends invalid data at full speed must not affect a correct one."""
 
 import concurrent.futures
 import fcntl
@@ -20,10 +20,10 @@ from .harness.storm import (MEMORY_COUNTS, NO_COMMAND, NO_LINK, NO_PROCESS_DATA,
 LIAR, HONEST = "HVA SN:100001", "MZD-S SN:100002"
 
 DURATION = 0.7 * SLOWNESS  # of each storm, in seconds
-LONGEST_CALL = 4.0  # seconds: two requests that nobody answers, and then some
-LONGEST_HONEST_CALL = 1.5  # seconds: one request that times out, and then some
+LONGEST_CALL = 4.0  # seconds: two requests that time out, and a reserve
+LONGEST_HONEST_CALL = 1.5  # seconds: one request that times out, and a reserve
 MODE_PERIOD = 0.001  # seconds
-# Of calls to the liar: the daemon's own, those of an honest master, those that a lie makes up.
+# Results of calls to the liar: the daemon's, those of a correct master, those of invalid data.
 STATUSES = (0, NO_LINK, TIMEOUT, WRONG_MODE, NO_COMMAND, NO_PROCESS_DATA, *lies.ERROR_CODES)
 LOG_ROOM = 1 << 20  # bytes between the daemon and the reader of its log
 PEAK_SLACK = 8192  # KiB that the daemon may need during a storm
@@ -35,7 +35,7 @@ class LyingMasterTest(StormTestCase):
     @classmethod
     def prepare(cls):
         super().prepare()
-        # A log that is not read for a moment holds up whoever writes to it.
+        # A full log pipe blocks the threads that log.
         fcntl.fcntl(cls.cell.log.stream, fcntl.F_SETPIPE_SZ, LOG_ROOM)
         cls.cell.wait_until_operating(2)
 
@@ -58,13 +58,13 @@ class LyingMasterTest(StormTestCase):
 
     def test_a_mode_that_changes_a_thousand_times_a_second(self):
         for _ in range(rounds(1)):
-            # In order, then at random; truly in each mode, then only saying so.
+            # In order, then at random; first in the mode, then only reporting it.
             codes = itertools.cycle(range(8))
             self.storm(lambda codes=codes: self.change_mode(next(codes)), "modes in order")
             self.storm(lambda: self.change_mode(self.random.randrange(8)), "modes at random")
             self.storm(lambda: self.claim_mode(self.random.choice(lies.MODES)), "claimed modes")
 
-    # What the liar does
+    # Behaviour of the liar
 
     def say(self, text):
         self.cell.command(f"send 0 {text}")
@@ -78,7 +78,7 @@ class LyingMasterTest(StormTestCase):
         time.sleep(MODE_PERIOD)
 
     def storm(self, lie, name):
-        """Repeats `lie`, while both masters are called, and has the liar repent at the end."""
+        """Repeats `lie` while clients call both masters, then makes the liar behave correctly."""
         over = threading.Event()
         self.refused = 0
         mark = self.cell.log.mark()
@@ -96,8 +96,8 @@ class LyingMasterTest(StormTestCase):
         print(f"{name}: {rate:.0f} log lines/s; {len(honest)} calls to the honest master, median "
               f"{statistics.median(honest) * 1000:.1f} ms, slowest {max(honest) * 1000:.0f} ms; "
               f"{len(lied)} to the liar, slowest {max(lied) * 1000:.0f} ms", file=sys.stderr)
-        # Nobody waits longer than 100 ms for the list of links. On a processor that is busy with a
-        # storm that may be too short, but rarely.
+        # A call waits at most 100 ms for the list of links. On a busy processor that is rarely too
+        # short.
         given_up = self.cell.log.matching("Timeout while trying to acquire lock", since=mark)
         self.assertLessEqual(self.refused, len(given_up))
         self.assertLess(self.refused, 1 + len(honest) / 100)
@@ -106,12 +106,12 @@ class LyingMasterTest(StormTestCase):
         self.assertLess(max(lied), LONGEST_CALL * SLOWNESS)
         self.repent()
         self.cell.log.forget()
-        self.cell.errors.forget("^pellix-sim: ok")  # and keeps what a sanitizer says
+        self.cell.errors.forget("^pellix-sim: ok")  # keeps the output of a sanitizer
 
-    # What its callers see
+    # Results of the calls
 
     def call_honest_master(self, over):
-        """Calls until it is `over`; returns how long each took, in seconds."""
+        """Calls until `over` is set; returns the duration of each call in seconds."""
         random = random_numbers("honest")
         times = []
         with self.cell.new_client(PORTS[1]) as client:
@@ -132,7 +132,7 @@ class LyingMasterTest(StormTestCase):
         return times
 
     def call_liar(self, over):
-        """Whatever is answered: an answer comes, and a status is one that there is."""
+        """Every call must return, and every status must be a possible one."""
         random = random_numbers("liar")
         times = []
         with self.cell.new_client(PORTS[0]) as client:
@@ -144,21 +144,21 @@ class LyingMasterTest(StormTestCase):
                     if method.fallback == NO_LINK:
                         self.assertIn(answer, STATUSES, method.name)
                 except xmlrpc.client.Fault:
-                    pass  # its device information lacks the gripper's id
+                    pass  # the device information lacks the gripper's id
                 times.append(time.monotonic() - start)
         return times
 
     def repent(self):
-        """An honest restart of the data link; the gripper works again."""
+        """Restarts the data link and waits until the gripper works again."""
         restart_data_link(self.cell, 0)
-        wait_until(lambda: LIAR in self.call("GetGrippers"))  # asks for its name, if it was false
+        wait_until(lambda: LIAR in self.call("GetGrippers"))  # queries its name again
         wait_until(lambda: self.call("Grip", LIAR, 1) == 0)
         self.assertEqual(self.call("SetForce", LIAR, 3, 77), 0)
         self.assertEqual(self.call("GetForce", LIAR, 3), 77)
 
 
 def peak_memory(pid):
-    """The most memory that a process has ever used, in KiB."""
+    """Returns the peak memory use of a process in KiB."""
     with open(f"/proc/{pid}/status", encoding="utf-8") as file:
         return next(int(line.split()[1]) for line in file if line.startswith("VmHWM"))
 

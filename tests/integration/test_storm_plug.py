@@ -1,4 +1,4 @@
-"""Masters that come and go all the time while clients call all of them at random."""
+"""Masters are plugged and unplugged all the time while clients call all of them at random."""
 
 import collections
 import enum
@@ -11,15 +11,15 @@ from .harness.cell import PORTS, wait_until
 from .harness.cell_test_case import main
 from .harness.methods import METHODS
 
-CYCLES = 14  # of about a second: a call to a master that is gone ends by its time-out
+CYCLES = 14  # about a second each: a call to an unplugged master ends by its timeout
 CLIENTS = 8
-LONGEST_PAUSE = 0.1  # seconds that a master stays away
+LONGEST_PAUSE = 0.1  # seconds that a master stays unplugged
 
 FALLBACKS = {method.name: method.fallback for method in METHODS}
 
 
 class Outcome(enum.Enum):
-    """What became of a call to a gripper that was there, as far as the answer tells."""
+    """Outcome of a call to a plugged gripper, as far as the answer shows it."""
 
     SERVED = "served"
     NOT_FOUND = "not found"
@@ -28,7 +28,7 @@ class Outcome(enum.Enum):
 
 
 class Gripper:
-    """A gripper whose values are like those of no other one.
+    """A gripper whose values differ from those of all others.
 
     Its flags are its own. Every byte that is written to it or read from it leaves the remainder
     `number` when divided by 4, and so does every limit, in hundredths. All but the TLM stand at
@@ -50,7 +50,7 @@ class Gripper:
             self.status_methods |= {"SetForce", "SetOverrideGrip", "SetReferenceDirection"}
         if self.model.startswith("MZD"):
             self.status_methods |= {"Holdfast", "SetLEDColor"}
-        # Their answer for want of a gripper or a value is never this gripper's own.
+        # Their fallback never equals this gripper's own value.
         self.telling_getters = {
             "GetGripperInterface", "GetPDINExcerpt", "GetPos", "GetState", "GetNoPartLimit",
             "GetReleaseLimit", "GetOverrideGrip"}
@@ -64,7 +64,7 @@ class Gripper:
             self.telling_getters.add("GetLEDColor")
 
     def settings(self):
-        """Commands of the simulator that give the gripper its values, for good."""
+        """Returns the simulator's commands that give the gripper its permanent values."""
         yield f"fault {self.number} temp-warn {'on' if self.temperature_warning else 'off'}"
         yield f"fault {self.number} maintenance {'on' if self.maintenance else 'off'}"
         for subindex in (1, 2):
@@ -85,7 +85,7 @@ class Gripper:
         return (4 * numbers.randint(1, 400) + self.number) / 100
 
     def random_call(self, numbers):
-        """A method and its arguments after the device string."""
+        """Returns a method and its arguments after the device string."""
         byte, limit, index = self.own_byte(numbers), self.own_limit(numbers), numbers.randrange(8)
         return numbers.choice((
             ("GetGripperInterface",), ("GetPDINExcerpt",), ("GetPDINExcerpt",), ("GetPos",),
@@ -98,7 +98,7 @@ class Gripper:
             ("SetReferenceDirection", False), ("GetLEDColor", index), ("SetLEDColor", index, byte)))
 
     def may_answer(self, method, answer, steady):
-        """Whether this gripper may give this answer; a `steady` one has been there all along."""
+        """Whether the answer is possible for this gripper; a `steady` one was never unplugged."""
         if method == "GetGripperInterface":
             return answer in (0, -1)
         if method in ("GetFault", "GetTempFault", "GetReferenceDirection"):
@@ -124,7 +124,7 @@ class Gripper:
         return answer in (0, storm.NO_LINK, storm.TIMEOUT)
 
     def outcome(self, method, answer):
-        """None if the answer does not tell."""
+        """Returns the outcome, or None if the answer does not show it."""
         if method not in self.status_methods | self.telling_getters:
             return None
         if answer == FALLBACKS[method]:
@@ -149,20 +149,20 @@ class PlugStormTest(storm.MastersTestCase):
 
     def setUp(self):
         super().setUp()
-        self.working_since = {}  # by number; no entry while a master may be away
+        self.working_since = {}  # by number; no entry while a master may be unplugged
         self.over = threading.Event()
         self.plugs = 0
-        self.outcomes = []  # of all calls; None where nobody can tell
+        self.outcomes = []  # of all calls; None if unknown
         self.wrong = []
 
-    def test_nothing_wrong_is_answered_and_nothing_is_left_behind(self):
-        self.rage(2)  # what is allocated once and kept comes before the baseline
+    def test_all_answers_are_correct_and_no_resources_leak(self):
+        self.rage(2)  # makes the daemon allocate permanent memory before the baseline
         self.take_baseline()
         self.rage(storm.rounds(CYCLES))
         self.assert_every_gripper_works()
 
     def rage(self, cycles):
-        """Masters come and go `cycles` times while the clients call."""
+        """Unplugs and plugs masters `cycles` times while the clients call."""
         self.over.clear()
         self.outcomes.clear()
         self.plugs = 0
@@ -181,14 +181,14 @@ class PlugStormTest(storm.MastersTestCase):
             for client in clients:
                 client.join()
         seconds = time.monotonic() - start
-        self.cell.log.mark()  # reads all that has been written
+        self.cell.log.mark()  # reads the whole log so far
         given_up = len(self.cell.log.matching("Timeout while trying to acquire lock", mark))
         counts = collections.Counter(filter(None, self.outcomes))
         self.report(cycles, seconds, counts, given_up)
         self.assertEqual(len(self.wrong), 0, self.wrong[:20])
-        # A gripper that is there is only ever not found because the list of links was locked.
+        # A lookup of a plugged gripper fails only if the list of links is locked.
         self.assertLessEqual(counts[Outcome.NOT_FOUND], given_up)
-        # A getter tells of neither that nor a request that timed out; only the latter is left here.
+        # A getter reports neither that nor a timeout; only the timeouts are counted here.
         timed_out = (counts[Outcome.NOT_FOUND] + counts[Outcome.NO_VALUE] +
                      counts[Outcome.TIMED_OUT] - given_up)
         self.assertLess(timed_out, 2 + counts.total() / 200)
@@ -199,7 +199,7 @@ class PlugStormTest(storm.MastersTestCase):
               "there: " + ", ".join(f"{counts[outcome]} {outcome.value}" for outcome in Outcome),
               file=sys.stderr)
 
-    # The one who plugs
+    # Plugging
 
     def plug_and_unplug(self, cycles):
         numbers = storm.random_numbers("plug")
@@ -212,7 +212,7 @@ class PlugStormTest(storm.MastersTestCase):
                 time.sleep(numbers.uniform(0, LONGEST_PAUSE))
                 self.cell.command(f"plug {gripper.number}")
             if numbers.random() < 0.25:
-                # Back for too short a time to be noticed.
+                # Plugged in for too short a time to be noticed.
                 time.sleep(numbers.uniform(0, LONGEST_PAUSE))
                 self.cell.command(f"unplug {away[0].number}")
                 self.cell.command(f"plug {away[0].number}")
@@ -227,7 +227,7 @@ class PlugStormTest(storm.MastersTestCase):
         wait_until(lambda: self.call("GetPDINExcerpt", gripper.name) != 0)
         self.working_since[gripper.number] = time.monotonic()
 
-    # The clients
+    # Clients
 
     def call_on(self, number):
         numbers = storm.random_numbers(f"client {number}")
@@ -240,7 +240,7 @@ class PlugStormTest(storm.MastersTestCase):
                     return
 
     def steady(self, start):
-        """The masters that have been there all the time from `start` to now."""
+        """Returns the masters that were plugged in all the time since `start`."""
         return [number for number, since in list(self.working_since.items()) if since < start]
 
     def call_once(self, client, numbers):
@@ -263,7 +263,7 @@ class PlugStormTest(storm.MastersTestCase):
         if len(set(listed)) != len(listed) or not there <= set(listed) <= names:
             self.wrong.append(f"GetGrippers: {listed}, there: {there}")
 
-    # Afterwards
+    # Checks at the end
 
     def assert_every_gripper_works(self):
         self.assertEqual(sorted(self.call("GetGrippers")),

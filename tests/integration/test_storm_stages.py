@@ -1,4 +1,4 @@
-"""A master that is unplugged at each stage of its link's life."""
+"""A master is unplugged at each stage of its link."""
 
 import collections
 import re
@@ -12,7 +12,7 @@ from .harness.cell_test_case import main
 
 NO_ANSWER = (storm.TIMEOUT, storm.NO_COMMAND)
 
-# A request that is not answered ends after a second; so must whatever waits for it, soon after.
+# An unanswered request ends after a second; everything that waits for it must end soon after.
 LONGEST_CALL = 2.9 * SLOWNESS
 
 
@@ -21,7 +21,7 @@ def key_of(request):
 
 
 class StagesTestCase(storm.MastersTestCase):
-    """Masters 0 to 2 are unplugged; master 3 stays, and must work all the time.
+    """Masters 0 to 2 are unplugged; master 3 stays plugged in and must work all the time.
 
     A stage is reached when its request has come to the master, which leaves it unanswered.
     """
@@ -32,7 +32,7 @@ class StagesTestCase(storm.MastersTestCase):
         self.cell.command(f"mute {number} on {key_of(request)}")
 
     def wait_until_asked(self, number, request, count=1, among=1):
-        """Waits until the last requests, `among` of them, that a master has got are the right ones.
+        """Waits until the last `among` requests that a master has received are the right ones.
 
         Older ones do not count: a gripper that works has been asked for PDOUT=[0,0] last.
         """
@@ -51,7 +51,7 @@ class StagesTestCase(storm.MastersTestCase):
 
 class OpenStageTest(StagesTestCase):
     @storm.repeated
-    def test_a_node_that_has_gone_before_it_is_opened(self):
+    def test_a_node_that_vanishes_before_it_is_opened(self):
         mark = self.cell.log.mark()
         self.cell.command("hangup 0")
         self.cell.command("event 0 remove")
@@ -59,8 +59,8 @@ class OpenStageTest(StagesTestCase):
         self.cell.log.wait_for("Failed to add device$", since=mark)
         self.wait_until_gone(0)
 
-    def test_a_master_that_goes_within_the_first_milliseconds(self):
-        """The unplugging meets the report, the opening, the settings, the first requests."""
+    def test_a_master_that_is_unplugged_within_the_first_milliseconds(self):
+        """Unplugs during the udev event, the opening, the tty settings and the first requests."""
         numbers = storm.random_numbers("opening")
         mark = self.cell.log.mark()
         for _ in range(storm.rounds(6)):
@@ -75,7 +75,7 @@ class OpenStageTest(StagesTestCase):
         print(dict(met), file=sys.stderr)
 
     def plug_and_hang_up(self, number, commands_between):
-        """Faster than a reply can be waited for; every command between takes some microseconds."""
+        """Does not wait for replies; each command in between takes some microseconds."""
         between = ["show 1"] * commands_between
         with self.cell.commands:
             mark = self.cell.errors.mark()
@@ -120,10 +120,10 @@ class InitStageTest(StagesTestCase):
 
 
 class StateStageTest(StagesTestCase):
-    """The state thread's actions. The list of links stays locked until the last of its requests
-    has ended, so calls for others may find nothing for so long, but they come back at once."""
+    """The state thread's actions. The list of links stays locked until its last request has ended,
+    so calls to other masters may fail until then, but must return at once."""
 
-    # Modes that the master reports, and the request that stays unanswered then.
+    # Modes that the master reports, and the request that it then does not answer.
     ACTIONS = (((3,), "DEVINFO?"), ((3,), "PARAM[19][0]?"), ((3,), "PARAM[21][0]?"),
                ((3,), "OPERATE()"), ((2, 4), "PDOUT?"), ((5,), "RESTART()"))
 
@@ -164,9 +164,9 @@ class StateStageTest(StagesTestCase):
 
 
 class CallStageTest(StagesTestCase):
-    """Calls that are under way: each kind of request, alone and two at once."""
+    """Calls in progress: each kind of request, alone and two at once."""
 
-    # Method and arguments, the request that stays unanswered, what may be answered.
+    # Method and arguments, the request that the master does not answer, the possible results.
     GRIP = ("Grip", (1,), "PDOUT=[3,1]", NO_ANSWER)
     CALLS = (
         GRIP,
@@ -182,7 +182,7 @@ class CallStageTest(StagesTestCase):
 
     @storm.repeated
     def test_each_kind_of_call(self):
-        """Three masters at a time, each with a call of another kind under way."""
+        """Three masters at a time, each with a call of another kind in progress."""
         calls = list(self.CALLS)
         while calls:
             group, calls = calls[:3], calls[3:]
@@ -228,10 +228,10 @@ class CallStageTest(StagesTestCase):
 
 
 class IdStageTest(StagesTestCase):
-    """GetGrippers asks a master that does not name itself as one again, with the list locked."""
+    """GetGrippers queries a master without a valid ID again, while the list of links is locked."""
 
     @storm.repeated
-    def test_the_question_for_the_id(self):
+    def test_the_query_of_the_id(self):
         self.cell.command("unplug 0")
         self.cell.command("id 0 OTHER")
         self.settle()

@@ -1,4 +1,4 @@
-"""A system that fails under the daemon: ttys, descriptors, memory, the log, the clock, signals."""
+"""Failures of the system: ttys, descriptors, memory, the log, the clock, signals."""
 
 import concurrent.futures
 import contextlib
@@ -37,7 +37,7 @@ WITHOUT_PRIVILEGES = ["setpriv", "--inh-caps=-all", "--bounding-set=-all"]
 
 
 class SystemTestCase(StormTestCase):
-    """Two masters; the first one has the trouble."""
+    """Two masters; the failures affect the first one."""
 
     options = ("--gripper", "HVA", "--gripper", "MZD-S")
 
@@ -56,21 +56,21 @@ class SystemTestCase(StormTestCase):
         wait_until(lambda: self.call("Grip", FIRST, 1) == 0)
 
     def pull(self):
-        """The tty of the first master is gone, and its link too; udev still knows the device."""
+        """Removes the tty of the first master and its link; udev still lists the device."""
         mark = self.cell.log.mark()
         self.cell.command("hangup 0")
         self.cell.command("event 0 remove")
         self.cell.log.wait_for("PELLIX removed", since=mark)
 
     def try_to_add(self, number=0):
-        """Has udev report a master; returns the log line that tells the outcome."""
+        """Makes udev report a master; returns the log line with the outcome."""
         mark = self.cell.log.mark()
         self.cell.command(f"event {number} add")
         return self.cell.log.wait_for("Device added$|Failed to add device$", since=mark)
 
 
 class TtyTest(SystemTestCase):
-    """What is found in the place of a tty."""
+    """Files that replace a tty."""
 
     @classmethod
     def start_cell(cls, *options, **settings):
@@ -82,7 +82,7 @@ class TtyTest(SystemTestCase):
         with open(f"/proc/{self.daemon}/environ", encoding="utf-8") as file:
             environment = dict(entry.split("=", 1) for entry in file.read().split("\0") if entry)
         self.node = environment["UMOCKDEV_DIR"] + "/dev/ttyACM0"
-        self.assert_second_served()  # its connections stay
+        self.assert_second_served()  # over its open connections
         self.descriptors = len(holdings(self.daemon).descriptors)
 
     def tearDown(self):
@@ -90,8 +90,8 @@ class TtyTest(SystemTestCase):
         self.wait_until_first_operates()
 
     def faults(self):
-        """By the error that the daemon meets: what lies in the tty's place, and whether it can be
-        opened at all."""
+        """Returns, by the error of the daemon: the file that replaces the tty, and whether it can
+        be opened."""
         return {"ENOENT": ("/nowhere", False), "ELOOP": (self.node, False),
                 "EISDIR": ("/dev", False), "ENOTTY": ("/dev/null", True),
                 "EACCES": (self.pty(closed=True), False), "EBUSY": (self.pty(busy=True), False),
@@ -115,7 +115,7 @@ class TtyTest(SystemTestCase):
             os.remove(self.node)
         os.symlink(target, self.node)
 
-    def test_a_tty_that_cannot_be_opened_is_left_out(self):
+    def test_a_tty_that_cannot_be_opened_is_skipped(self):
         self.pull()
         opened = 0
         for _ in range(rounds(1)):
@@ -130,11 +130,11 @@ class TtyTest(SystemTestCase):
                     self.assertEqual(self.call("Grip", FIRST, 1), NO_LINK)
                     self.assert_second_served()
                     opened += can_be_opened
-        # On purpose, what was opened and is no tty stays open.
+        # The daemon keeps a file that is not a tty open, on purpose.
         self.assertEqual(len(holdings(self.daemon).descriptors), self.descriptors - 1 + opened)
         self.cell.command("plug 0")
 
-    def test_a_tty_that_is_replaced_is_tried_until_it_is_back(self):
+    def test_a_replaced_tty_is_retried_until_it_is_back(self):
         for _ in range(rounds(1)):
             for name, (target, can_be_opened) in self.faults().items():
                 with self.subTest(error=name):
@@ -155,7 +155,7 @@ class TtyTest(SystemTestCase):
             tty.setraw(slave)
             mark = self.cell.log.mark()
             self.put(os.ttyname(slave))
-            # Repeated because what comes before the daemon has set up the tty is dropped.
+            # Repeated because the daemon drops input until it has configured the tty.
             wait_until(lambda master=master, mark=mark: os.write(master, b"@MODE=6\n") and
                        self.cell.log.matching("Setting device mode to 6$", since=mark), pause=0.02)
             os.close(master)  # ends a read with EIO
@@ -168,7 +168,7 @@ class TtyTest(SystemTestCase):
         mark = self.cell.log.mark()
         self.cell.command("plug 0")
         self.cell.log.wait_for("device succeeded$", since=mark)
-        # The daemon has kept its link, and has not seen that the gripper lost its power.
+        # The daemon has kept its link and has not noticed that the gripper lost its power.
         restart_data_link(self.cell, 0)
         self.wait_until_first_operates()
 
@@ -195,7 +195,7 @@ class ShortageTest(SystemTestCase):
         resource.prlimit(self.daemon, kind, (value, most))
 
     @unittest.skipIf(SLOWNESS > 1, "a sanitizer opens pipes to check an object's type")
-    def test_a_master_comes_when_descriptors_are_used_up(self):
+    def test_a_master_is_plugged_in_without_free_descriptors(self):
         failures = 0
         for spare in (*range(6), *(self.random.randrange(6) for _ in range(rounds(1)))):
             with self.subTest(spare=spare):
@@ -215,14 +215,14 @@ class ShortageTest(SystemTestCase):
         self.assertGreater(failures, 0, "there was no shortage")
 
     @unittest.skipIf(SLOWNESS > 1, "a sanitizer ends the process that has no address space left")
-    def test_address_space_for_threads_is_used_up(self):
+    def test_no_address_space_for_threads(self):
         failures = 0
         for spare in (0, 4, 9, 14, 20, 30, *(self.random.randrange(40) for _ in range(rounds(1)))):
             with self.subTest(spare=spare):
                 self.pull()
                 self.limit(resource.RLIMIT_AS, address_space(self.daemon) + spare * MEBIBYTE)
                 mark = self.cell.log.mark()
-                # The second one needs threads beyond those whose stacks were kept from the first.
+                # The second one needs more threads than there are kept stacks of the first.
                 self.cell.command("plug 0")
                 self.cell.command("plug 2")
                 self.cell.command("event 1 change")
@@ -248,13 +248,13 @@ class ShortageTest(SystemTestCase):
 
 
 def address_space(pid):
-    """In bytes."""
+    """Returns the size of the address space in bytes."""
     with open(f"/proc/{pid}/statm", encoding="utf-8") as file:
         return int(file.read().split()[0]) * resource.getpagesize()
 
 
 class OwnDaemonTestCase(SystemTestCase):
-    """Every test starts daemons of its own."""
+    """Every test starts its own daemons."""
 
     @classmethod
     def setUpClass(cls):
@@ -268,7 +268,7 @@ class OwnDaemonTestCase(SystemTestCase):
 
 class StartTest(OwnDaemonTestCase):
     @unittest.skipIf(SLOWNESS > 1, "sanitizers reserve terabytes of address space")
-    def test_with_little_address_space_it_serves_or_says_that_it_cannot(self):
+    def test_with_little_address_space_it_serves_or_reports_that_it_cannot(self):
         random = random_numbers(self.id())
         served = 0
         for _ in range(rounds(12)):
@@ -302,7 +302,7 @@ class LostOutputTest(OwnDaemonTestCase):
 
 @unittest.skipUnless(FAKE_CLOCK, "the package faketime is missing")
 class ClockTest(OwnDaemonTestCase):
-    """The system's clock is set while requests are under way; no wait depends on it."""
+    """The system clock is changed during requests; no wait depends on it."""
 
     def setUp(self):
         self.clock = tempfile.NamedTemporaryFile("w", suffix=".clock")
@@ -327,7 +327,7 @@ class ClockTest(OwnDaemonTestCase):
         self.clock.flush()
 
     def call_while_the_clock_is_set(self, offset, *call):
-        """Answer and duration of a call to the first master."""
+        """Returns result and duration of a call to the first master."""
         mark = self.cell.log.mark()
         start = time.monotonic()
         with concurrent.futures.ThreadPoolExecutor() as caller:
@@ -358,7 +358,7 @@ class ClockTest(OwnDaemonTestCase):
                 self.assert_second_served()
 
     def assert_log_follows(self, offset):
-        """Or the clock was not set at all."""
+        """Checks that the clock was really changed."""
         mark = self.cell.log.mark()
         self.call("Disable", SECOND)
         text = self.cell.log.wait_for("New command", since=mark).split()[0]
@@ -370,9 +370,9 @@ class ClockTest(OwnDaemonTestCase):
 
 
 class InterruptTest(OwnDaemonTestCase):
-    # Seconds after the first line: in the start, or later.
+    # Seconds after the first line: during the start, or later.
     LATEST = (0.02 * SLOWNESS, 0.4 * SLOWNESS)
-    LONGEST_STOP = 6.0 * SLOWNESS  # seconds: a request's time-out, the library's 2 s, and some
+    LONGEST_STOP = 6.0 * SLOWNESS  # seconds: a request's timeout, the library's 2 s, and a reserve
 
     TROUBLES = ("", "mute 0 on", "silent 0 on", "stall 0 on", "unplug 1", "unplug 1\nplug 1", "")
 
@@ -383,7 +383,7 @@ class InterruptTest(OwnDaemonTestCase):
 
     def test_at_random_moments(self):
         for number in range(rounds(25)):
-            # With clients, the library takes its 2 s.
+            # With clients, the library needs 2 s to stop.
             with self.subTest(number=number), calls_on_both_ports(number % 6 == 0):
                 self.interrupt()
         print(f"{self.outcomes}, slowest stop {self.longest:.2f} s", file=sys.stderr)
@@ -401,10 +401,10 @@ class InterruptTest(OwnDaemonTestCase):
         ready = bool(cell.log.matching("TavrikDaemon started$"))
         start = time.monotonic()
         for _ in range(self.random.choice((1, 1, 20))):
-            cell.process.send_signal(signal.SIGINT)  # passed on at once
+            cell.process.send_signal(signal.SIGINT)  # the simulator passes it on at once
             time.sleep(0.0005)
         if not ready:
-            # One that comes before this line may be lost.
+            # A signal before this line may be lost.
             wait_until(lambda: cell.process.poll() is not None or
                        cell.log.matching("TavrikDaemon started$"))
             start = time.monotonic()
@@ -412,7 +412,7 @@ class InterruptTest(OwnDaemonTestCase):
         status = cell.wait_for_end()
         elapsed = time.monotonic() - start
         if status == 128 + signal.SIGINT:
-            # Killed, as long as there was no handler.
+            # Killed, because the handler was not installed yet.
             self.assertEqual(cell.log.matching("Port number"), [])
             self.outcomes["killed at the start"] += 1
             return
@@ -424,7 +424,7 @@ class InterruptTest(OwnDaemonTestCase):
 
 @contextlib.contextmanager
 def calls_on_both_ports(wanted):
-    """A client on each port, if `wanted`, that calls whether or not anybody serves it."""
+    """If `wanted`, runs a client on each port that calls even if the port is closed."""
     over = threading.Event()
     with concurrent.futures.ThreadPoolExecutor() as callers:
         calls = [callers.submit(call_until, over, *pair)

@@ -1,6 +1,6 @@
-"""One client of the soak: calls all methods at random for grippers of its own, checks every answer.
+"""One client of the soak: calls all methods at random on its own grippers and checks every answer.
 
-Nobody else commands these grippers, so what they must do and answer is known.
+No other client calls these grippers, so their behaviour and answers are known in advance.
 """
 
 import random
@@ -14,29 +14,29 @@ from tests.integration.harness.cell import SLOWNESS, Cell
 from tests.integration.harness.methods import METHODS
 
 TYPES = {"i": int, "b": bool, "d": float, "A": list}
-LINES_BETWEEN_AUDITS = 40  # the simulator remembers the last 50
-TIME_TO_STAND = 10.0 * SLOWNESS  # seconds, generously
-MOST_COMPLAINTS = 10  # then the client gives up
-LOOKUP_WAIT, REQUEST_WAIT = 0.1, 1.0  # seconds until the daemon gives up; no call fails sooner
-NO_ANSWER = 5  # status of a request that was given up
+LINES_BETWEEN_AUDITS = 40  # the simulator records the last 50
+TIME_TO_STAND = 10.0 * SLOWNESS  # seconds until a motion must have ended
+MOST_COMPLAINTS = 10  # the client then ends
+LOOKUP_WAIT, REQUEST_WAIT = 0.1, 1.0  # the daemon's timeouts in seconds; no call fails earlier
+NO_ANSWER = 5  # status of a request that timed out
 MOST_TRIES = 5  # until a call is on time again
 PAUSE = 0.003  # seconds between two calls, on average
 
 
 class Tally:
-    """What a client did and found; sent to the soak's main process at the end."""
+    """Results of a client, which it sends to the soak's main process at the end."""
 
     def __init__(self):
-        self.calls = Counter()  # by method, as all of these
+        self.calls = Counter()  # by method, like all counters but `ends`
         self.wrong = Counter()
-        self.late = Counter()  # so late that the daemon may have given up
-        self.given_up = 0  # calls whose answer shows that it has
+        self.late = Counter()  # calls so slow that the daemon may have timed out
+        self.given_up = 0  # calls whose answer shows a timeout of the daemon
         self.slowest = dict.fromkeys(METHOD, 0.0)  # seconds
-        self.ends = Counter()  # of motions, by state code
+        self.ends = Counter()  # ended motions, by state code
         self.audits = 0
-        self.commands = 0  # that were answered 0
-        self.lost = 0  # of these
-        self.clients_at_end = 0  # that worked until then
+        self.commands = 0  # commands that returned 0
+        self.lost = 0  # such commands that did not reach the master
+        self.clients_at_end = 0  # clients that worked until the end
         self.complaints = []
 
     def add(self, other):
@@ -49,7 +49,7 @@ class Tally:
 
 
 class Simulator:
-    """The simulator, which only the main process speaks to."""
+    """The simulator, to which only the main process is connected."""
 
     def __init__(self, pipe):
         self.pipe = pipe
@@ -66,13 +66,13 @@ class Simulator:
 
 
 class Post:
-    """A gripper with what its client remembers of it."""
+    """A gripper and its client's data about it."""
 
     def __init__(self, number, state):
         self.gripper = Gripper(number, state)
         self.request_count = state["requestCount"]
-        self.lines = []  # that must have reached the master since then
-        self.commands = []  # those of them that were answered 0
+        self.lines = []  # request lines that the master must have received since then
+        self.commands = []  # those of them for which the call returned 0
         self.last_key = None
         self.changed = time.monotonic()
 
@@ -119,10 +119,10 @@ class Client:
             self.carry_out(post, method.name, arguments, expected)
 
     def fits_now(self, post, method, arguments, expected):
-        """Whether the outcome of a call can be told now.
+        """Whether the outcome of a call can be predicted now.
 
-        A data line ends its request. A FIN that comes in a later read than that would end the next
-        request with the same key, as documented; so another one has to come in between.
+        A data line finishes its request. A FIN in a later read would then finish the next request
+        with the same key, as documented, so a request with another key has to come in between.
         """
         if expected.lines and expected.first_key() == post.last_key:
             return False
@@ -163,8 +163,8 @@ class Client:
         return gripper.stands() or time.monotonic() < post.changed + TIME_TO_STAND
 
     def is_excusable(self, _post, method, answer, expected):
-        """Whether a late call may answer so: the daemon may not have found the gripper in time, or
-        its master may not have answered in time. A reading then tells what was read before."""
+        """Whether a late call may return this: the lookup or the request may have timed out. A
+        getter then returns the stored value."""
         if type(answer) is not TYPES[METHOD[method].signature[0]]:
             return False
         if expected.answer is None or expected.is_met_by(answer):
@@ -175,9 +175,9 @@ class Client:
         return self.took >= REQUEST_WAIT and (method.startswith("Get") or answer == NO_ANSWER)
 
     def settle(self, post, expected):
-        """Finds out what has become of a late call.
+        """Finds out the outcome of a late call.
 
-        When a reading after it is answered in time, nothing of the call is under way any more.
+        When a getter after it returns in time, the late call has no pending request.
         """
         doubtful = [expected]
         for _ in range(MOST_TRIES):
@@ -201,7 +201,7 @@ class Client:
             self.complain(method, (), answer, expected)
 
     def misfit(self, post):
-        """A call that nothing can come of: no such gripper, or a parameter too few."""
+        """Makes an invalid call: of an unknown gripper, or with one parameter too many."""
         method = self.random.choice(METHODS)
         if not method.takes_device():
             return
@@ -239,7 +239,7 @@ class Client:
         if kinds == (bool,):
             return [self.random.random() < 0.5]
         if kinds == (int,) and "Override" in method.name:
-            # Of 0, the fingers would stand still.
+            # With 0, the fingers would not move.
             return [self.random.randrange(25, 256) + self.random.choice((0, 256))]
         numbers = [self.number(gripper)] if kinds else []
         values = {int: lambda: self.random.randrange(-10, 300),
@@ -247,11 +247,11 @@ class Client:
         return numbers + [values[kind]() for kind in kinds[1:]]
 
     def number(self, gripper):
-        """Of a parameter set or an LED: mostly one that exists."""
+        """Returns the number of a parameter set or an LED, usually one that exists."""
         return self.random.choice((*range(8), *range(8), 8, 33, 256, 258, -1))
 
     def limit(self, gripper, method):
-        """Mostly so that there is room for a part between the limits."""
+        """Returns a limit, usually one that leaves room for a part."""
         low, high = (0.0, 0.3) if method == "SetNoPartLimit" else (0.6, 1.0)
         usual = self.random.uniform(low, high) * STROKES[gripper.model] / 100
         anything = self.random.choice((-2.0, 400.0, -400.0, float("nan"), 0.0,
@@ -261,7 +261,7 @@ class Client:
     # The simulator
 
     def surprise(self, post):
-        """A part is put in or taken out, or a flag of the gripper changes."""
+        """Inserts or removes a part, or changes a flag of the gripper."""
         gripper = post.gripper
         raised = [name for name in FAULTS if gripper.flags[name]]
         if raised or self.random.random() < 0.3:
@@ -276,9 +276,10 @@ class Client:
             self.let_happen(post, lambda: gripper.set_part(part))
 
     def audit(self, post, doubtful=()):
-        """What was answered must have been carried out, and nothing else but, perhaps, `doubtful`.
+        """Checks that the master received all confirmed requests, and else only `doubtful` ones.
 
-        These are the expectations of calls after the others; what came of them happens now.
+        `doubtful` are the expectations of the last calls, whose outcome was unknown. The requests
+        among them that the master received are applied to the model now.
         """
         state = self.simulator.show(post.gripper.number)
         new = state["requestCount"] - post.request_count
@@ -299,20 +300,20 @@ class Client:
         post.request_count, post.lines, post.commands = state["requestCount"], [], []
 
     def complain(self, method, arguments, answer, expected):
-        """`method` may also be what was compared with the simulator."""
+        """`method` may also name the data that were compared with the simulator's."""
         self.tally.wrong[method] += 1
         text = ", ".join(map(repr, arguments))
         self.tally.complaints.append(f"{method}({text}): {answer!r} instead of {expected!r}")
 
 
 def is_part_of(lines, all_lines):
-    """Whether `lines` are some of `all_lines`, in their order."""
+    """Whether `lines` is a subsequence of `all_lines`."""
     rest = iter(all_lines)
     return all(line in rest for line in lines)
 
 
 def run(pipe, port, numbers, devices, seed, deadline):
-    """The life of a client process: requests to the simulator, at last the tally, on `pipe`."""
+    """Runs a client process, which sends requests to the simulator and its tally over `pipe`."""
     simulator = Simulator(pipe)
     client = Client(simulator, port, numbers, devices, seed)
     try:
@@ -320,4 +321,4 @@ def run(pipe, port, numbers, devices, seed, deadline):
     except Exception as error:
         client.tally.complaints.append(f"client of port {port} ended early: {error!r}")
     pipe.send(("done", client.tally))
-    pipe.poll(None)  # the connection lasts until the main process has taken its last sample
+    pipe.poll(None)  # keeps the connection until the main process has taken its last sample

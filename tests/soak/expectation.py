@@ -1,4 +1,4 @@
-"""What a call must answer and what it must make the daemon send, given the model of the gripper."""
+"""The expected result of a call and the expected requests, from the model of the gripper."""
 
 from typing import Any, Callable, NamedTuple
 
@@ -8,7 +8,7 @@ from tests.integration.harness.methods import METHODS
 
 METHOD = {method.name: method for method in METHODS}
 
-# What a method makes of the two bytes of PDOUT.
+# Changes of the two PDOUT bytes by each method.
 PDOUT = {
     "Grip": lambda first, _, number: [first & ~REFERENCE | GRIP | ENABLE, number & 0xFF],
     "Release": lambda first, _, number: [first & ~(REFERENCE | GRIP) | ENABLE, number & 0xFF],
@@ -20,7 +20,7 @@ PDOUT = {
 }
 
 
-# The XML-RPC library writes doubles with sixteen digits, the last of which is not exact.
+# The XML-RPC library writes doubles with sixteen digits, of which the last is not exact.
 ROUNDING = 1e-9
 
 
@@ -36,7 +36,7 @@ def is_excerpt(phase, answer):
     return phase.has_position(position) and phase.state == last & 0xF and phase.flags == flags
 
 
-# Whether process data of a phase may make a method answer so.
+# Whether a method may return this value during a phase.
 PROCESS_DATA = {
     "GetPos": is_position,
     "GetState": lambda phase, answer: phase.state == answer,
@@ -55,9 +55,9 @@ def nothing():
 
 
 class Expectation(NamedTuple):
-    """`lines` reach the master, `happens` to the model."""
+    """The master receives `lines`; `happens` changes the model."""
 
-    answer: Any  # None: what the process data tell
+    answer: Any  # None if the process data decide
     lines: tuple = ()
     happens: Callable[[], None] = nothing
 
@@ -71,7 +71,7 @@ class Expectation(NamedTuple):
 
 
 def expectation(gripper, method, *arguments):
-    """Of a call of `method` for `gripper`; `arguments` are those after the device string."""
+    """Returns the expectation of a call; `arguments` are those after the device string."""
     check = METHOD[method].check
     asked = ("DEVINFO?",) if check else ()
     if check not in gripper.checks:
@@ -109,16 +109,16 @@ def writing(gripper, asked, setting, *arguments):
 
 
 def written_key(method, arguments):
-    """The parameter that a call writes, if any."""
+    """Returns the parameter that a call writes, if any."""
     setting = method.startswith("Set") and SETTINGS.get(method.removeprefix("Set"))
     return setting.key(arguments[0]) if setting else None
 
 
 def byte_list(values):
-    """Bytes as they are written on the wire."""
+    """Returns a byte list in the format of the wire."""
     return "[" + ",".join(f"{byte:x}" for byte in values) + "]"
 
 
 def key_of(line):
-    """What the master's replies to a request line name."""
+    """Returns the key in the master's replies to a request line."""
     return line.partition("=")[0].removesuffix("?")

@@ -1,4 +1,4 @@
-"""What a simulated gripper must do and tell, given all that was asked of it."""
+"""Model of a simulated gripper: its expected behaviour after the requests so far."""
 
 import zlib
 from typing import NamedTuple
@@ -22,7 +22,7 @@ FAULTS = ("fault", "temp-fault", "temp-warn", "maintenance")
 
 
 class Move(NamedTuple):
-    """Where the fingers go from here, the state on the way, and the state at the end."""
+    """Target of the fingers, the state during the motion, and the state at its end."""
 
     target: int
     on_the_way: int
@@ -30,7 +30,7 @@ class Move(NamedTuple):
 
 
 class Phase:
-    """What process data may tell for a while: any position from `near` to `far`, one state."""
+    """Possible process data for a while: a position from `near` to `far` and one state."""
 
     def __init__(self, near, far, state, flags):
         self.near, self.far, self.state, self.flags = near, far, state, flags
@@ -50,7 +50,7 @@ class Gripper:
     """
 
     def __init__(self, number, state):
-        """`state` is what the simulator shows of gripper `number`, which stands still."""
+        """`state` is the simulator's state of gripper `number`, which must not be moving."""
         self.number = number
         self.model = state["model"]
         self.device = f"{self.model} SN:{100001 + number}"
@@ -70,11 +70,11 @@ class Gripper:
     # Settings
 
     def read(self, key):
-        """The bytes of a parameter; none if there is no such one."""
+        """Returns the bytes of a parameter; none if it does not exist."""
         return self.checksum() if key == (3, 4) else self.parameters.get(key, [])
 
     def code_of_writing(self, key, data):
-        """The master's answer to an assignment."""
+        """Returns the master's status for an assignment."""
         if key not in self.parameters:
             return NO_SUCH_PARAMETER
         return 0 if len(data) == len(self.parameters[key]) else BAD_LENGTH
@@ -90,7 +90,7 @@ class Gripper:
         return list(zlib.crc32(written).to_bytes(4, "little"))
 
     def moves_by(self, key):
-        """Whether another value of this parameter could change where the fingers go now."""
+        """Whether another value of this parameter could change the current motion."""
         limits = {SETTINGS[limit].key(self.pdout[1]) for limit in ("NoPartLimit", "ReleaseLimit")}
         return key in limits or key == (0x40, 3) and not self.stands()
 
@@ -115,7 +115,7 @@ class Gripper:
         return self.flags["fault"] or self.flags["temp-fault"]
 
     def _react(self):
-        """Only for a gripper that stands."""
+        """The gripper must not be moving."""
         before = self.phases[-1]
         move = self._move()
         way = Phase(self.position, move.target, move.on_the_way, before.flags)
@@ -180,11 +180,11 @@ class Gripper:
         return Phase(self.position, self.position, self.state, tuple(self.flags.values()))
 
     def stands(self):
-        """Whether process data from after the last change have been seen, with nothing to come."""
+        """Whether the motion has ended and its last process data have been seen."""
         return len(self.phases) == 1
 
     def tells(self, matches):
-        """Whether process data may look so now; what comes before that is over then."""
+        """Whether process data may match now; earlier phases are then over."""
         for at, phase in enumerate(self.phases):
             if matches(phase):
                 del self.phases[:at]
@@ -192,13 +192,14 @@ class Gripper:
         return False
 
     def saw_position(self, position):
-        """Fingers do not go back."""
+        """Records a position: fingers do not move back."""
         self.phases[0].near = position
 
     # Comparison
 
     def differences(self, state):
-        """What the simulator's `state` shows unlike this model: name, shown, expected."""
+        """Returns the differences between the simulator's `state` and this model: name, shown,
+        expected."""
         position = round(state["position"] * 100)
         shown = parameters_of(state)
         seen = {
@@ -223,7 +224,7 @@ class Gripper:
                 for name in seen if seen[name] != expected[name]]
 
     def _possible(self, position, state):
-        """That position and state if the simulator may have them; else the latest."""
+        """Returns position and state if they are possible, otherwise the latest ones."""
         if any(phase.has_position(position) and phase.state == state for phase in self.phases):
             return position, state
         return self.position, self.state
@@ -236,7 +237,7 @@ class Gripper:
 
 
 def parameters_of(state):
-    """The parameters that can be written, by index and subindex."""
+    """Returns the writable parameters, by index and subindex."""
     shown = {tuple(map(int, key.split("/"))): data for key, data in state["parameters"].items()}
     return {key: data for key, data in shown.items() if key not in READ_ONLY}
 

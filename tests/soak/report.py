@@ -1,9 +1,9 @@
-"""The report of a soak: a table of the methods, the resources, and a verdict for every bound."""
+"""The report of a soak: a table of the methods, the resources, and a verdict for every limit."""
 
 from gripper import STATE_NAMES
 from tests.integration.harness.methods import METHODS
 
-CALLS_PER_GIVEN_UP_ONE = 1000  # generous: a busy machine stalls its programs for a second
+CALLS_PER_GIVEN_UP_ONE = 1000  # a busy machine may stop its programs for a second
 MOST_GROWTH = 1024  # KiB of RSS after the warm-up
 
 
@@ -19,7 +19,7 @@ class Report:
         self.threads = {sample.threads for sample in self.samples}
 
     def show(self):
-        """Returns whether every bound was kept."""
+        """Returns whether every limit was kept."""
         self.show_methods()
         self.show_work()
         self.show_resources()

@@ -1,11 +1,11 @@
-"""What the daemon takes of memory, descriptors and threads."""
+"""The daemon's use of memory, descriptors and threads."""
 
 import os
 import time
 from typing import NamedTuple
 
 PERIOD = 1.0  # seconds
-WARM_UP = 30.0  # seconds; what the daemon takes by then is no growth
+WARM_UP = 30.0  # seconds; later use counts as growth
 
 
 class Sample(NamedTuple):
@@ -16,7 +16,7 @@ class Sample(NamedTuple):
 
 
 class Resources:
-    """What the daemon takes, once a second."""
+    """Samples the daemon's resources once a second."""
 
     def __init__(self, pid):
         self.pid = pid
@@ -37,6 +37,6 @@ class Resources:
                                    descriptors, int(status["Threads"][0])))
 
     def after_warm_up(self):
-        """All from 30 s on; in a run shorter than a minute, the second half."""
+        """Returns the samples after 30 s; in a run shorter than a minute, the second half."""
         warm = min(WARM_UP, self.samples[-1].time / 2)
         return [sample for sample in self.samples if sample.time >= warm]

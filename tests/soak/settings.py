@@ -1,4 +1,4 @@
-"""The settings of a gripper: which methods read and write them, where and how they are kept."""
+"""The settings of a gripper: their methods, their parameters and their encoding."""
 
 from typing import NamedTuple
 
@@ -27,7 +27,7 @@ class Flag:
 
 
 class Hundredths:
-    """Signed, high byte first; a half is added before the rest is cut off."""
+    """Signed, high byte first; adds 0.5 and truncates toward zero."""
 
     @staticmethod
     def encode(value):
@@ -49,14 +49,14 @@ class Setting(NamedTuple):
     index: int
     subindex: int
     codec: type
-    numbered: bool = False  # by parameter set or LED: that many behind `index`
+    numbered: bool = False  # by parameter set or LED, whose number is added to `index`
 
     def key(self, number):
-        """The parameter of a set or LED; methods take its number by the low 8 bits."""
+        """Returns the parameter of a set or LED; methods use the low 8 bits of its number."""
         return (self.index + (number & 0xFF if self.numbered else 0), self.subindex)
 
 
-# By what follows "Get" and "Set" in the names of the methods.
+# By the names of the methods without "Get" and "Set".
 SETTINGS = {
     "NoPartLimit": Setting(0x60, 1, Hundredths, numbered=True),
     "ReleaseLimit": Setting(0x60, 2, Hundredths, numbered=True),

@@ -1,10 +1,11 @@
 #!/usr/bin/env python3
-"""Runs the daemon for minutes on eight simulated grippers with four clients, and judges it.
+"""Runs the daemon for minutes with eight simulated grippers and four clients, and checks it.
 
-Usage: soak.py [MINUTES [SEED]]. scripts/soak builds what it needs and runs it.
+Usage: soak.py [MINUTES [SEED]]. scripts/soak builds the programs and runs it.
 
-Every answer is checked, every command that was answered 0 is looked for in the simulator, and the
-daemon's memory, descriptors and threads are sampled once a second. Ends with 0 if all is well.
+Checks every answer, compares every command that returned 0 with the requests that the simulator
+received, and samples the daemon's memory, descriptors and threads once a second. The exit status is
+0 if every check passes.
 """
 
 import multiprocessing
@@ -25,9 +26,9 @@ from tests.integration.harness import own_network  # noqa: E402
 from tests.integration.harness.cell import PORTS, Cell, wait_until  # noqa: E402
 
 MODELS = tuple(STROKES) * 2
-# Of each client: its port and its grippers, all models evenly.
+# Port and grippers of each client; the models are distributed evenly.
 CLIENTS = ((PORTS[0], (0, 6)), (PORTS[0], (1, 7)), (PORTS[1], (2, 4)), (PORTS[1], (3, 5)))
-SPEED = 200  # mm/s; motions of a tenth of a second leave time for many
+SPEED = 200  # mm/s; motions take about a tenth of a second, so that there are many
 LINES_KEPT = 2000  # of the daemon's log
 
 
@@ -56,7 +57,7 @@ class Soak:
             process.join()
 
     def start_clients(self, devices):
-        """A process for each: threads of one process would take turns."""
+        """Starts a process for each client: threads would not run in parallel."""
         deadline = time.monotonic() + self.seconds
         context = multiprocessing.get_context("spawn")
         clients = {}
@@ -71,7 +72,7 @@ class Soak:
         return clients
 
     def watch(self, working):
-        """Serves the clients at work and samples the daemon, until all have done theirs."""
+        """Serves the `working` clients and samples the daemon until all clients have ended."""
         while working:
             wait = max(0.0, self.resources.due() - time.monotonic())
             for pipe in multiprocessing.connection.wait(working, wait):
@@ -83,7 +84,7 @@ class Soak:
                     output.forget_all_but(LINES_KEPT)
 
     def serve(self, pipe):
-        """One request of a client to the simulator; false when the client has ended."""
+        """Handles one request of a client to the simulator; returns false at the client's end."""
         try:
             request, argument = pipe.recv()
         except EOFError:

@@ -19,7 +19,7 @@ xmlrpc_c::paramList Parameters(const std::string& device) {
 
 class XmlRpcClientTest : public testing::TestWithParam<unsigned> {
 protected:
-    /// The outcome of one call to the tested port, on a connection of its own.
+    /// Makes one call to the tested port, on a new connection.
     static xmlrpc_c::rpcOutcome Call(const std::string& method,
                                      const xmlrpc_c::paramList& parameters) {
         xmlrpc_c::clientXmlTransport_curl transport;

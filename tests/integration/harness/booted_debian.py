@@ -1,4 +1,4 @@
-"""A bare Debian that runs as a container, booted by systemd; what changes in it is gone with it."""
+"""A bare Debian that systemd boots in a container; changes in it are discarded at its end."""
 
 import os
 import pathlib
@@ -8,7 +8,7 @@ import subprocess
 
 from .cell import PATIENCE, wait_until
 
-# What a container needs so that the restrictions of a service are in force as on a host.
+# Options that a container needs so that the restrictions of a service work as on a host.
 POWERS = ("--capability=CAP_BPF,CAP_NET_ADMIN", "--system-call-filter=bpf")
 SETTINGS = {"SYSTEMD_NSPAWN_UNIFIED_HIERARCHY": "1", "SYSTEMD_NSPAWN_API_VFS_WRITABLE": "network"}
 
@@ -16,10 +16,10 @@ PATH = "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"
 
 
 def container(tree, packages, *arguments):
-    """The command line that starts a container, but for `arguments`: more options, or a command.
+    """Returns the command line that starts a container; `arguments` are more options or a command.
 
-    What it changes in the Debian in the folder `tree` is gone with it; the folder `packages` is at
-    /packages. It shares the network of the caller, who has to be in one of his own.
+    The container discards its changes to the Debian in the folder `tree` and has the folder
+    `packages` at /packages. It shares the caller's network, which must be a private one.
     """
     return ["systemd-nspawn", "--quiet", f"--directory={tree}", "--volatile=overlay",
             "--register=no", "--keep-unit", "--console=pipe", f"--bind-ro={packages}:/packages",
@@ -41,7 +41,7 @@ class Machine:
         wait_until(lambda: self.output("systemctl is-system-running") == "running", pause=0.1)
 
     def _find_init(self):
-        """The process id of its systemd, the child that is the first process of its namespace."""
+        """Returns the process id of its systemd: the child with id 1 in its own namespace."""
         if self.process.poll() is not None:
             raise AssertionError(f"the machine has ended: {self.process.stdout.read()}")
         own = self.process.pid
@@ -51,28 +51,28 @@ class Machine:
         return None
 
     def command(self, text):
-        """The command line that runs a shell command in it, as root in /packages."""
+        """Returns the command line that runs a shell command in it, as root in /packages."""
         return ["nsenter", f"--target={self.init}", "--all", "env", "-i", f"PATH={PATH}",
                 "sh", "-c", f"cd /packages && {text}"]
 
     def attempt(self, text):
-        """Runs a shell command in it; standard error goes to the output."""
+        """Runs a shell command in it; its output includes standard error."""
         return subprocess.run(self.command(text), stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
                               stderr=subprocess.STDOUT, text=True, timeout=4 * PATIENCE)
 
     def output(self, text):
-        """What a shell command writes, whatever its exit status."""
+        """Returns the output of a shell command, whatever its exit status."""
         return self.attempt(text).stdout.strip()
 
     def run(self, text):
-        """What a shell command writes that has to succeed."""
+        """Returns the output of a shell command, which must succeed."""
         result = self.attempt(text)
         if result.returncode != 0:
             raise AssertionError(f"{text}: status {result.returncode}\n{result.stdout}")
         return result.stdout.strip()
 
     def path(self, path):
-        """A path of the machine, as the caller reaches it."""
+        """Returns the caller's path of a file in the machine."""
         return pathlib.Path(f"/proc/{self.init}/root{path}")
 
     def write(self, path, text):
@@ -80,7 +80,7 @@ class Machine:
         self.path(path).write_text(text)
 
     def end(self):
-        """Takes its power away."""
+        """Kills the machine, like a power failure."""
         if self.init:
             os.kill(self.init, signal.SIGKILL)
         else:

@@ -1,7 +1,6 @@
-"""What a master says that is broken or lies: texts for the simulator's command `send`.
+"""Output of a broken master, as texts for the simulator's command `send`.
 
-Each function draws one text from a generator of random numbers, about as long as the simulator
-takes at once.
+Each function generates one random text, about as long as the simulator accepts at once.
 """
 
 LENGTH = 4000  # of a text, in bytes on the wire
@@ -13,7 +12,7 @@ ERROR_NUMBERS = (*(f" {code}" for code in ERROR_CODES), " abc", " 99999999999", 
 
 
 def lines(line, length):
-    """As many lines as fit, `length` being that of a long one."""
+    """Returns as many lines as fit; `length` is that of a long line."""
     return "".join(line() + r"\n" for _ in range(LENGTH // (length + 1)))
 
 
@@ -38,7 +37,7 @@ def errors(random):
 
 
 def answers(random):
-    """To questions that nobody asked, and to some that the daemon has just asked."""
+    """Replies without a request, and replies to requests of the daemon."""
     def line():
         key = random.choice(KEYS)
         return random.choice((f"ACK {key}", f"FIN {key}", f"{key}=[{random.randrange(256):x}]"))
@@ -46,7 +45,7 @@ def answers(random):
 
 
 def names(random):
-    """What it is called, and what gripper it has."""
+    """Names of the master and of its gripper."""
     return lines(lambda: random.choice(('ID="OTHER"', "ID=", "ID=PELLIX", "PARAM[19][0]=[58]",
                                         "PARAM[21][0]=[]", "DEVINFO=[0,0,0,32,16,0,0,31249]",
                                         "DEVINFO=[4294967295,4294967295]", "DEVINFO=[]")), 32)

@@ -1,4 +1,4 @@
-"""The daemon's public methods, as clients rely on them."""
+"""The public methods of the daemon."""
 
 from typing import NamedTuple
 
@@ -8,10 +8,10 @@ PLACEHOLDER = "---"
 class Method(NamedTuple):
     name: str
     signature: str  # as registered: result, colon, parameters
-    parameters: tuple  # types that are really read
-    fallback: object  # answer without a device; a NaN reaches clients as 0.0
-    check: str = ""  # model that is asked for: "", "HVA" or "MZD"
-    class_name: str = ""  # where it differs from the name; logged
+    parameters: tuple  # types that the method reads
+    fallback: object  # result without a device; clients receive a NaN as 0.0
+    check: str = ""  # model that the method checks: "", "HVA" or "MZD"
+    class_name: str = ""  # in the log, if it differs from the name
 
     def logged_name(self):
         return self.class_name or self.name
@@ -20,7 +20,7 @@ class Method(NamedTuple):
         return self.parameters[:1] == (str,)
 
     def sample_arguments(self, device):
-        """Arguments of the right types, with `device` as the device string."""
+        """Returns arguments of the right types, with `device` as the device string."""
         samples = {str: device, int: 0, float: 1.0, bool: True}
         return [samples[kind] for kind in self.parameters]
 

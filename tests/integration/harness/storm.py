@@ -1,4 +1,4 @@
-"""What the storms share: how long they last, their random numbers, what a process holds.
+"""Common parts of the storms: duration, random numbers, resources of a process.
 
 The short form of a storm is one of the daily tests; scripts/storm runs all of them in their long
 form. The environment says which:
@@ -26,20 +26,20 @@ SEED = os.environ.get("TAVRIK_STORM_SEED", "1")
 # no process data.
 NO_LINK, TIMEOUT, WRONG_MODE, NO_COMMAND, NO_PROCESS_DATA = 3, 5, 6, 12, 21
 
-# Memory that a process may hold beyond its baseline, in KiB: an allocator does not give all back.
+# Memory in KiB that a process may use beyond its baseline: an allocator does not return all memory.
 MEMORY_SLACK = 2048
 
-# Sanitizers keep freed memory to themselves, and look for leaks by their own means.
+# Sanitizers do not return freed memory and check for leaks themselves.
 MEMORY_COUNTS = SLOWNESS == 1
 
 
 def rounds(short):
-    """How many rounds to make of what the short form makes `short` rounds of."""
+    """Returns the number of rounds; `short` is that of the short form."""
     return max(1, round(short * FACTOR))
 
 
 def repeated(test):
-    """Decorates a test that is one round by itself."""
+    """Decorator of a test that makes one round."""
     @functools.wraps(test)
     def repeat(self):
         for _ in range(rounds(1)):
@@ -48,12 +48,12 @@ def repeated(test):
 
 
 def random_numbers(name):
-    """A generator of random numbers; each thread has one, under a name of its own."""
+    """Returns a generator of random numbers; each thread has its own, with its own name."""
     return random.Random(f"{SEED} {name}")
 
 
 class StormTestCase(CellTestCase):
-    """Tests whose output begins with what is needed to repeat them."""
+    """Tests that print the settings with which they can be repeated."""
 
     @classmethod
     def setUpClass(cls):
@@ -63,8 +63,8 @@ class StormTestCase(CellTestCase):
 
 
 class MastersTestCase(StormTestCase):
-    """Four masters with a gripper each. Whatever a test has unplugged or muted works again at its
-    end, and the daemon holds no more than before it."""
+    """Four masters with a gripper each. At the end of a test, all masters must work again and the
+    daemon must use no more resources than before."""
 
     options = ("--gripper", "HVA", "--gripper", "MZD-S", "--gripper", "MZD-L", "--gripper", "TLM")
     NAMES = ("HVA SN:100001", "MZD-S SN:100002", "MZD-L SN:100003", "TLM SN:100004")
@@ -81,7 +81,7 @@ class MastersTestCase(StormTestCase):
         self.take_baseline()
 
     def tearDown(self):
-        """Whatever was unplugged works again, and nothing was left behind."""
+        """Checks that all masters work again and that no resources have leaked."""
         for number in range(len(self.NAMES)):
             self.cell.command(f"mute {number} off")
             if not self.cell.show(number)["plugged"]:
@@ -93,15 +93,14 @@ class MastersTestCase(StormTestCase):
         print(f"before: {self.baseline}; after: {now}", file=sys.stderr)
 
     def half_open_ttys(self):
-        """How many ttys went between being opened and being set up: their descriptors stay."""
+        """Returns how many ttys vanished between open() and tcgetattr(): their descriptors stay."""
         return len(self.cell.errors.matching("tcgetattr"))
 
     def wait_until_working(self, number, name=None):
-        """Waits until a gripper can be called, and none of the requests before is under way.
+        """Waits until a gripper can be called and no earlier request is pending.
 
-        It can be called some milliseconds before the state thread asks for PDOUT. A second call is
-        answered only by its own lines, and only when that request, which has the same name, is out
-        of the way.
+        The gripper can be called some milliseconds before the state thread requests PDOUT. A second
+        call gets only its own replies if that request, which has the same name, has ended.
         """
         self.settle()
         for _ in range(2):
@@ -110,19 +109,19 @@ class MastersTestCase(StormTestCase):
             self.wait_until_all_is_handled(number)
 
     def wait_until_all_is_handled(self, number):
-        """Waits until the daemon has handled all that a master has sent so far."""
+        """Waits until the daemon has handled everything that a master has sent so far."""
         mark = self.cell.log.mark()
         self.cell.command(rf"send {number} HANDLED=\n")
         self.cell.log.wait_for("Active command HANDLED could not be found$", since=mark)
 
     def settle(self):
-        """Waits until the daemon has handled every event of udev so far."""
+        """Waits until the daemon has handled all udev events so far."""
         mark = self.cell.log.mark()
         self.cell.command("event 3 change")
         self.cell.log.wait_for("Unknown udev action: change$", since=mark)
 
     def take_baseline(self):
-        """What the daemon holds when the connections of clients have ended, with their threads."""
+        """Records the daemon's resources after all connections and their threads have ended."""
         self.cell.close_clients()
         wait_until_idle(self.daemon, len(self.NAMES))
         self.baseline = holdings(self.daemon)
@@ -157,10 +156,10 @@ def asked_for_pdout(requests):
 
 
 class Holdings(NamedTuple):
-    """What a process holds at one moment."""
+    """The resources of a process at one moment."""
 
     threads: int
-    descriptors: tuple  # what each one leads to, sorted
+    descriptors: tuple  # target of each one, sorted
     memory: int  # resident, in KiB
 
     def __str__(self):
@@ -185,7 +184,7 @@ def wait_until_idle(pid, links=0):
 
 
 def sanitizer_threads(pid):
-    """The thread sanitizer has one thread of its own."""
+    """Returns the number of the sanitizer's own threads: the thread sanitizer has one."""
     with open(f"/proc/{pid}/maps", encoding="utf-8", errors="replace") as file:
         return 1 if "/libtsan." in file.read() else 0
 
@@ -196,7 +195,7 @@ def descriptors(pid):
         try:
             yield os.readlink(f"{folder}/{number}").partition(":")[0]  # without an inode's number
         except FileNotFoundError:
-            pass  # closed since
+            pass  # closed in the meantime
 
 
 def wait_until_back(pid, baseline, more_descriptors=0, memory_slack=MEMORY_SLACK,
@@ -219,11 +218,11 @@ def wait_until_back(pid, baseline, more_descriptors=0, memory_slack=MEMORY_SLACK
 
 
 def restart_data_link(cell, number):
-    """Has a gripper lose its power, whatever the daemon thought of it, and come up again."""
+    """Makes a gripper lose its power and start again, whatever mode the daemon had stored."""
     mark = cell.log.mark()
     codes = itertools.cycle((1, 7))
-    # Repeated because the daemon looks at the mode every 10 ms, when it has nothing else to do,
-    # and drops what comes while it opens a tty.
+    # Repeated because the daemon checks the mode only every 10 ms, if it is not busy, and drops
+    # input while it opens a tty.
     wait_until(lambda: cell.command(f"mode {number} {next(codes)}") or
                cell.log.matching(r"\d POWERFAULT$", since=mark), pause=0.05)
     cell.command(f"mode {number} 3")

@@ -20,9 +20,8 @@
 
 #include "tests/support/LogCapture.h"
 #include "tests/support/WaitFor.h"
-#include "tests/unit/daemon/FailingConnection.h"
 #include "tests/unit/daemon/GripperCell.h"
-#include "tests/unit/daemon/HeldTermination.h"
+#include "tests/unit/daemon/LibraryFaults.h"
 #include "tests/unit/daemon/RunningServer.h"
 #include "tests/unit/daemon/Values.h"
 

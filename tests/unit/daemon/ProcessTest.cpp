@@ -26,7 +26,7 @@
 #include "tests/support/LogCapture.h"
 #include "tests/support/OutputCapture.h"
 #include "tests/support/WaitFor.h"
-#include "tests/unit/daemon/HeldTermination.h"
+#include "tests/unit/daemon/LibraryFaults.h"
 #include "tests/unit/daemon/RunningServer.h"
 
 using support::LogCapture;

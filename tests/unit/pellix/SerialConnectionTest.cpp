@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <pthread.h>
 #include <sys/resource.h>
 #include <sys/select.h>
 #include <sys/socket.h>
@@ -12,12 +11,8 @@
 
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <chrono>
-#include <csignal>
 #include <exception>
-#include <fstream>
-#include <iterator>
 #include <optional>
 #include <string>
 #include <thread>
@@ -62,56 +57,6 @@ bool ThrowsPointer(Action action) {
         return true;
     }
 }
-
-/// @return whether the thread `id` of this process sleeps in the kernel
-bool IsThreadAsleep(pid_t id) {
-    std::ifstream file("/proc/self/task/" + std::to_string(id) + "/stat");
-    const std::string text{std::istreambuf_iterator<char>(file), {}};
-    const std::size_t state = text.rfind(')') + 2;
-    return state < text.size() && text[state] == 'S';
-}
-
-/// Installs a signal handler that interrupts blocking system calls.
-void TakeSignals() {
-    struct sigaction take {};
-    take.sa_handler = [](int) {};  // without SA_RESTART
-    ASSERT_EQ(::sigaction(SIGUSR1, &take, nullptr), 0);
-}
-
-/// A thread that writes one text and blocks in it.
-class Writer {
-public:
-    Writer(SerialConnection& connection, const std::string& text)
-        : thread([this, &connection, text] {
-              id = ::gettid();
-              result = connection.Write(text);
-              done = true;
-          }) {
-        EXPECT_TRUE(support::WaitFor([this] { return IsAsleep(); }));
-    }
-    Writer(const Writer&) = delete;
-    Writer& operator=(const Writer&) = delete;
-    ~Writer() { Join(); }
-
-    void Join() {
-        if (thread.joinable()) {
-            thread.join();
-        }
-    }
-
-    /// Sends a signal to the thread, for which a handler is installed.
-    void Interrupt() { ::pthread_kill(thread.native_handle(), SIGUSR1); }
-
-    bool IsAsleep() const { return id != 0 && IsThreadAsleep(id); }
-    bool IsDone() const { return done; }
-
-    int result = 1;  ///< valid after Join()
-
-private:
-    std::atomic<pid_t> id = 0;
-    std::atomic<bool> done = false;
-    std::thread thread;
-};
 
 }  // namespace
 
@@ -313,16 +258,6 @@ TEST_F(SerialConnectionTest, FailedReadIsEmptyWithoutALogLine) {
     EXPECT_TRUE(log.All().empty());
 }
 
-TEST_F(SerialConnectionTest, WriteSendsTheTextUnchanged) {
-    const Pty cooked(Pty::Settings::kCooked);
-    SerialConnection connection(cooked.Path());
-    log.Clear();
-    EXPECT_EQ(connection.Write("PDOUT=[3,3]\n"), 0);
-    EXPECT_EQ(connection.Write("\r\n"), 0);
-    EXPECT_EQ(cooked.Receive(14), "PDOUT=[3,3]\n\r\n");
-    EXPECT_TRUE(log.All().empty());
-}
-
 TEST_F(SerialConnectionTest, ReadsAreEmptyAndWritesFailAfterAHangUp) {
     SerialConnection connection(pty.Path());
     pty.HangUp();
@@ -343,24 +278,6 @@ TEST_F(SerialConnectionTest, HangUpEndsABlockedRead) {
     pty.HangUp();
     reader.join();
     EXPECT_LT(waited, milliseconds(900));
-}
-
-TEST_F(SerialConnectionTest, ShortWriteIsAFailureWithItsCount) {
-    TakeSignals();
-    SerialConnection connection(pty.Path());
-    log.Clear();
-    Writer writer(connection, std::string(1'000'000, 'x'));
-    EXPECT_TRUE(support::WaitFor([&] {
-        writer.Interrupt();
-        return writer.IsDone();
-    }));
-    writer.Join();
-    EXPECT_EQ(writer.result, -1);
-    const std::string start = "Failed to write to serial connection: ";
-    const std::string message = log.All().at(0);
-    ASSERT_EQ(message.substr(0, start.size()), start);
-    EXPECT_GT(std::stol(message.substr(start.size())), 0);
-    EXPECT_LT(std::stol(message.substr(start.size())), 1'000'000);
 }
 
 TEST_F(SerialConnectionTest, ReopenClosesAndOpens) {
@@ -494,106 +411,4 @@ TEST_F(SerialConnectionTest, ClosedConnectionAccessesNoOtherFile) {
     EXPECT_EQ(::read(ends[1], buffer.data(), buffer.size()), -1);
     ::close(ends[0]);
     ::close(ends[1]);
-}
-
-TEST_F(SerialConnectionTest, WriteWaitsForTheTtyToAcceptBytes) {
-    SerialConnection connection(pty.Path());
-    pty.Stall(true);
-    log.Clear();
-    {
-        Writer writer(connection, "ID?\n");
-        pty.Stall(false);
-        writer.Join();
-        EXPECT_EQ(writer.result, 0);
-    }
-    EXPECT_EQ(pty.Receive(4), "ID?\n");
-    EXPECT_TRUE(log.All().empty());
-}
-
-TEST_F(SerialConnectionTest, WriteToATtyThatAcceptsNoBytesFailsAfterThreeSeconds) {
-    SerialConnection connection(pty.Path());
-    pty.Stall(true);
-    log.Clear();
-    const auto waited = Measure([&] { EXPECT_EQ(connection.Write("ID?\n"), -1); });
-    EXPECT_GE(waited, seconds(3));
-    EXPECT_LT(waited, seconds(8));
-    EXPECT_EQ(log.All(), Messages{"Failed to write to serial connection: -1"});
-    pty.Stall(false);
-    EXPECT_EQ(connection.Write("MODE?\n"), 0);
-    EXPECT_EQ(pty.Receive(6), "MODE?\n");  // nothing of the first was sent
-}
-
-TEST_F(SerialConnectionTest, SignalsDoNotShortenTheWaitForATtyThatAcceptsNoBytes) {
-    TakeSignals();
-    SerialConnection connection(pty.Path());
-    pty.Stall(true);
-    Writer writer(connection, "ID?\n");
-    for (int i = 0; i < 20; ++i) {
-        writer.Interrupt();
-        ASSERT_TRUE(support::WaitFor([&] { return writer.IsAsleep(); }));
-    }
-    pty.Stall(false);
-    writer.Join();
-    EXPECT_EQ(writer.result, 0);
-}
-
-TEST_F(SerialConnectionTest, WriteBehindABlockedOneTimesOutAfterASecond) {
-    SerialConnection connection(pty.Path());
-    pty.Stall(true);
-    log.Clear();
-    Writer writer(connection, "first\n");
-    const auto waited = Measure([&] { EXPECT_EQ(connection.Write("second\n"), -1); });
-    EXPECT_GE(waited, seconds(1));
-    EXPECT_EQ(log.All(), Messages{"Timeout writing to serial connection"});
-    pty.Stall(false);
-    writer.Join();
-    EXPECT_EQ(writer.result, 0);
-    EXPECT_EQ(pty.Receive(6), "first\n");
-    EXPECT_EQ(connection.Write("third\n"), 0);
-    EXPECT_EQ(pty.Receive(6), "third\n");
-}
-
-TEST_F(SerialConnectionTest, ReopenBehindABlockedWriteTimesOutAfterASecond) {
-    SerialConnection connection(pty.Path());
-    pty.Stall(true);
-    log.Clear();
-    Writer writer(connection, "first\n");
-    const auto waited = Measure([&] { connection.Reopen(); });
-    EXPECT_GE(waited, seconds(1));
-    EXPECT_EQ(log.All(), (Messages{Line("Reopening"), Line("Timeout reopening")}));
-    pty.Stall(false);
-    writer.Join();
-    EXPECT_EQ(writer.result, 0);
-    EXPECT_EQ(pty.Receive(6), "first\n");
-}
-
-TEST_F(SerialConnectionTest, ReadContinuesWhileAWriteIsBlocked) {
-    SerialConnection connection(pty.Path());
-    pty.Stall(true);
-    const Writer writer(connection, "first\n");
-    pty.Send("@EV=1\n");
-    std::string text;
-    EXPECT_LT(Measure([&] { text = connection.Read(); }), milliseconds(900));
-    EXPECT_EQ(text, "@EV=1\n");
-    pty.Stall(false);
-}
-
-TEST_F(SerialConnectionTest, WritesOfManyThreadsDoNotMix) {
-    SerialConnection connection(pty.Path());
-    std::vector<std::thread> threads;
-    for (const char letter : {'a', 'b', 'c'}) {
-        threads.emplace_back([&connection, line = std::string(20, letter) + "\n"] {
-            for (int i = 0; i < 50; ++i) {
-                EXPECT_EQ(connection.Write(line), 0);
-            }
-        });
-    }
-    const std::string text = pty.Receive(std::size_t{3} * 50 * 21);
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-    ASSERT_EQ(text.size(), 3U * 50U * 21U);
-    for (std::size_t start = 0; start < text.size(); start += 21) {
-        ASSERT_EQ(text.substr(start, 21), std::string(20, text[start]) + "\n");
-    }
 }

@@ -1,5 +1,10 @@
 #pragma once
 
+// Replacements of functions of the HTTP library, with which a test makes them fail or block.
+
+/// Makes the HTTP library fail to create its next connection, as if it were out of memory.
+void FailNextConnection();
+
 /// During its lifetime, or until Release(), keeps a thread that terminates a server inside the
 /// library's function, as happens on a busy machine.
 class HeldTermination {

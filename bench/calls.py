@@ -74,9 +74,8 @@ def latency_under_stream(plan):
 def grips(plan):
     """A command against what it cannot do without: a call, and a round trip through the tty."""
     def handover():
-        with Cell(PROGRAMS / "pty-handover", "--rounds", str(plan.handovers), masters=1) as cell:
-            result = cell.result()
-            return result | {"cpuUs": result["cpuNsPerRound"] / 1000}
+        with Cell(PROGRAMS / "pty-handover", *ttys(1), str(plan.handovers), masters=1) as cell:
+            return cell.result()
     with Server(BARE, masters=1) as bare, Server(DAEMON, masters=1) as daemon:
         ours, call, tty = in_turn(plan.rounds, lambda server: server.load("Grip", 1, plan.seconds),
                                   daemon, bare, beside=[handover])

@@ -87,7 +87,7 @@ class Cell:
         self.pid = None  # of the command
         self.masters = masters
         self.output = tempfile.NamedTemporaryFile(prefix="bench-")
-        options = ["--masters", str(masters), "--rate", "0", *(["--fin-file", fin_file] if fin_file else [])]
+        options = ["--masters", str(masters), *(["--fin-file", fin_file] if fin_file else [])]
         # A session of its own: Ctrl-C is for the driver, which then ends everything in order.
         self.process = subprocess.Popen(
             [*MORTAL, PROGRAMS / "bench-cell", *options, "--", *command],

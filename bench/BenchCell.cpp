@@ -1,30 +1,53 @@
-// bench-cell: runs COMMAND with masters that cost less than what is measured on their other side.
+// bench-cell: runs COMMAND with simulated masters that cost less than what is measured on their
+// other side: one thread serves them all, and a write carries as many lines as there are to send.
 
+#include <fcntl.h>
+#include <sys/epoll.h>
 #include <sys/signalfd.h>
+#include <sys/timerfd.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
+#include <chrono>
 #include <csignal>
 #include <cstddef>
+#include <cstdint>
 #include <exception>
+#include <map>
 #include <optional>
+#include <sstream>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "bench/CellCommands.h"
-#include "bench/CellOptions.h"
-#include "bench/FastMasters.h"
-#include "bench/LineBuffer.h"
-#include "bench/SharedTime.h"
+#include <CLI/CLI.hpp>
+
 #include "simulator/ChildProcess.h"
 #include "simulator/FileDescriptor.h"
+#include "simulator/LineProtocol.h"
+#include "simulator/Pty.h"
 #include "simulator/Testbed.h"
-#include "simulator/TextTools.h"
 
 namespace bench {
 namespace {
 
-constexpr int kUsageStatus = 2;
+using std::chrono::nanoseconds;
+
+constexpr std::string_view kStreamLine = "@PDIN=[9,c4,0,3]\n";  // position 25.0
+constexpr std::size_t kLinesPerWrite = 240;  // the most that are within 4096 bytes
+constexpr unsigned kHighestRate = 10000;
+
+std::string RepeatedStreamLine() {
+    std::string text;
+    for (std::size_t line = 0; line < kLinesPerWrite; ++line) {
+        text += kStreamLine;
+    }
+    return text;
+}
+
+const std::string kStreamText = RepeatedStreamLine();
 
 /// One line with one write, so that it does not mix with what COMMAND writes.
 void Print(const std::string& text) {
@@ -32,94 +55,342 @@ void Print(const std::string& text) {
     [[maybe_unused]] const auto written = write(STDERR_FILENO, line.data(), line.size());
 }
 
-/// Executes what one read of standard input brings.
-/// @return false at its end
-bool ReadCommands(LineBuffer& input, CellCommands& commands) {
-    const ssize_t count = read(STDIN_FILENO, input.Room(), LineBuffer::kReadSize);
-    if (count <= 0) {
-        return false;
+/// A master in operate that answers at once. Its gripper is an HVA with the serial number "B07"
+/// behind master 7. Assignments and calls are accepted and change nothing.
+class FastMaster {
+public:
+    /// @param number 0 to 99
+    explicit FastMaster(std::size_t number)
+        : serial("[42,3" + std::to_string(number / 10) + ",3" + std::to_string(number % 10) + "]") {
+        pty.SetRaw();
     }
-    input.Take(static_cast<std::size_t>(count),
-               [&commands](std::string_view line) { Print(commands.Execute(line)); });
-    return true;
-}
 
-/// Passes a signal on to COMMAND.
-/// @return COMMAND's exit status when it has ended
-std::optional<int> HandleSignal(int signals, simulator::ChildProcess& child) {
-    signalfd_siginfo signal{};
-    if (read(signals, &signal, sizeof signal) != sizeof signal) {
-        return std::nullopt;
+    const std::string& NodePath() const { return pty.NodePath(); }
+    int Descriptor() const { return pty.Descriptor(); }
+
+    /// True when there is text that the tty had no room for.
+    bool WaitsForRoom() const { return !unsent.empty(); }
+
+    /// Answers the requests that are there, all with one write.
+    /// @param finFile gets the time just before the FIN of each PDOUT is written; -1 for nowhere
+    void Receive(int finFile) {
+        std::array<char, 4096> buffer;
+        const ssize_t count = read(pty.Descriptor(), buffer.data(), buffer.size());
+        if (count <= 0) {
+            return;
+        }
+        bool commanded = false;
+        for (const std::string& line : requests.Add({buffer.data(), static_cast<size_t>(count)})) {
+            if (const auto request = simulator::ParseRequest(line)) {
+                Append(*request, unsent);
+                commanded = commanded || line.starts_with("PDOUT=");
+            }
+        }
+        if (commanded && finFile != -1) {
+            const nanoseconds now = std::chrono::system_clock::now().time_since_epoch();
+            [[maybe_unused]] const auto written = pwrite(finFile, &now, sizeof now, 0);
+        }
+        Flush();
     }
-    if (signal.ssi_signo == SIGCHLD) {
+
+    /// Sends what waits, and then lines of process data, all with one write. Lines that the tty has
+    /// no room for are lost, but none is cut.
+    /// @return how many were sent
+    std::size_t Stream(std::size_t lines) {
+        if (unsent.size() >= kStreamLine.size()) {
+            Flush();
+            return 0;
+        }
+        const std::size_t count = std::min(lines, kLinesPerWrite);
+        unsent.append(kStreamText, 0, count * kStreamLine.size());
+        Flush();
+        const std::size_t lost = unsent.size() / kStreamLine.size();
+        unsent.resize(unsent.size() % kStreamLine.size());
+        return count - lost;
+    }
+
+    bool isWatchedForRoom = false;
+
+private:
+    void Flush() {
+        const ssize_t count = write(pty.Descriptor(), unsent.data(), unsent.size());
+        unsent.erase(0, count > 0 ? static_cast<std::size_t>(count) : 0);
+    }
+
+    void Append(const simulator::Request& request, std::string& answers) const {
+        answers += "ACK " + request.key + "\n";
+        const std::string value =
+            request.form == simulator::RequestForm::Query ? ValueOf(request.key) : "";
+        if (!value.empty()) {
+            answers += request.key + "=" + value + "\n";
+        }
+        answers += "FIN " + request.key + "\n";
+    }
+
+    std::string ValueOf(const std::string& key) const {
+        static const std::map<std::string, std::string> kValues{
+            {"ID", "PELLIX"},
+            {"MODE", "4"},
+            {"DEVINFO", "[1,3,17,32,16,20,0,31249,20]"},
+            {"PDOUT", "[0,0]"},
+            {"PARAM[19][0]", "[48,56,41]"},  // "HVA"
+        };
+        if (key == "PARAM[21][0]") {
+            return serial;
+        }
+        const auto place = kValues.find(key);
+        if (place != kValues.end()) {
+            return place->second;
+        }
+        return key.starts_with("PARAM[") ? "[1]" : "";
+    }
+
+    std::string serial;  // as a byte list
+    simulator::Pty pty;
+    simulator::FileDescriptor tty{pty.OpenTty()};  // while nobody has it open, it is hung up
+    simulator::LineAssembler requests;
+    std::string unsent;
+};
+
+/// All masters, and the commands that plug them and have them stream. Not thread-safe.
+class FastCell {
+public:
+    /// @param finPath of a file that exists; empty for none
+    FastCell(std::size_t count, const std::string& finPath)
+        : finFile(finPath.empty() ? -1 : open(finPath.c_str(), O_WRONLY | O_CLOEXEC)),
+          masters(count) {
+        Watch(EPOLL_CTL_ADD, signals.Get(), EPOLLIN, kSignals);
+        Watch(EPOLL_CTL_ADD, timer.Get(), EPOLLIN, kTimer);
+        Watch(EPOLL_CTL_ADD, STDIN_FILENO, EPOLLIN, kInput);  // not possible for a file
+        for (std::size_t number = 0; number < count; ++number) {
+            Plug(number);
+        }
+    }
+
+    /// Serves the masters and the commands on standard input until COMMAND has ended.
+    /// @return its exit status
+    int Run(const std::vector<std::string>& command) {
+        simulator::ChildProcess child;
+        const pid_t pid = child.Start(
+            command, {{"LD_PRELOAD", simulator::PreloadList(testbed.Folder(), PRELOAD_FOLDER)},
+                      {"UMOCKDEV_DIR", testbed.Folder().string()}});
+        Print("pid " + std::to_string(pid));
+        while (true) {
+            std::array<epoll_event, 64> ready{};
+            const int count = epoll_wait(epoll.Get(), ready.data(), ready.size(), -1);
+            for (int index = 0; index < count; ++index) {
+                const epoll_event& event = ready[static_cast<std::size_t>(index)];
+                if (event.data.u32 < masters.size()) {
+                    Serve(event.data.u32, event.events);
+                } else if (event.data.u32 == kTimer) {
+                    Tick();
+                } else if (event.data.u32 == kInput) {
+                    ReadCommands();
+                } else if (const auto status = HandleSignal(child)) {
+                    return *status;
+                }
+            }
+        }
+    }
+
+private:
+    /// What epoll tells apart besides the numbers of masters.
+    enum Source : std::uint32_t { kTimer = 1000, kInput, kSignals };
+
+    void Watch(int operation, int descriptor, std::uint32_t events, std::uint32_t source) {
+        epoll_event event{.events = events, .data = {.u32 = source}};
+        epoll_ctl(epoll.Get(), operation, descriptor, &event);
+    }
+
+    void Serve(std::uint32_t number, std::uint32_t events) {
+        std::optional<FastMaster>& master = masters[number];
+        if (!master) {
+            return;  // unplugged a moment ago
+        }
+        if ((events & EPOLLIN) != 0) {
+            master->Receive(finFile.Get());
+        }
+        if ((events & EPOLLOUT) != 0) {
+            linesSent += master->Stream(fullSpeed ? kLinesPerWrite : 0);
+        }
+        WatchForRoom(number);
+    }
+
+    /// Being told of room that nobody needs would cost a wake-up for each line that is read.
+    void WatchForRoom(std::size_t number) {
+        FastMaster& master = *masters[number];
+        const bool needsRoom = fullSpeed || master.WaitsForRoom();
+        if (needsRoom != master.isWatchedForRoom) {
+            master.isWatchedForRoom = needsRoom;
+            Watch(EPOLL_CTL_MOD, master.Descriptor(), needsRoom ? EPOLLIN | EPOLLOUT : EPOLLIN,
+                  static_cast<std::uint32_t>(number));
+        }
+    }
+
+    /// Passes a signal on to COMMAND.
+    /// @return COMMAND's exit status when it has ended
+    std::optional<int> HandleSignal(simulator::ChildProcess& child) const {
+        signalfd_siginfo signal{};
+        if (read(signals.Get(), &signal, sizeof signal) == sizeof signal &&
+            signal.ssi_signo != SIGCHLD) {
+            child.Signal(static_cast<int>(signal.ssi_signo));
+            return std::nullopt;
+        }
         return child.Collect();
     }
-    child.Signal(static_cast<int>(signal.ssi_signo));
-    return std::nullopt;
-}
 
-/// Serves the masters until COMMAND has ended.
-/// @return its exit status
-int ServeUntilEnd(FastMasters& masters, CellCommands& commands, simulator::ChildProcess& child,
-                  int signals) {
-    LineBuffer input;
-    masters.Watch(signals);
-    if (!masters.Watch(STDIN_FILENO)) {
-        while (ReadCommands(input, commands)) {
+    /// Ticks that were missed are made up for, so that the rate is what was asked for.
+    void Tick() {
+        std::uint64_t ticks = 0;
+        if (read(timer.Get(), &ticks, sizeof ticks) != sizeof ticks) {
+            return;
         }
-    }
-    while (true) {
-        if (masters.Serve() != signals) {
-            if (!ReadCommands(input, commands)) {
-                masters.Unwatch(STDIN_FILENO);
+        for (std::size_t number = 0; number < masters.size(); ++number) {
+            if (masters[number]) {
+                linesSent += masters[number]->Stream(ticks);
+                WatchForRoom(number);
             }
-        } else if (const auto status = HandleSignal(signals, child)) {
-            return *status;
         }
     }
-}
 
-int Run(const CellOptions& options) {
-    const sigset_t blocked = simulator::BlockSignals();
-    const simulator::FileDescriptor signals(signalfd(-1, &blocked, SFD_CLOEXEC | SFD_NONBLOCK));
-    simulator::ChildProcess child;
+    /// Executes what one read of standard input brings; at its end there is no more.
+    void ReadCommands() {
+        std::array<char, 4096> buffer;
+        const ssize_t count = read(STDIN_FILENO, buffer.data(), buffer.size());
+        if (count <= 0) {
+            Watch(EPOLL_CTL_DEL, STDIN_FILENO, 0, kInput);
+            return;
+        }
+        for (const std::string& line : commands.Add({buffer.data(), static_cast<size_t>(count)})) {
+            try {
+                Print("ok" + Execute(line));
+            } catch (const std::exception& failure) {
+                Print("error: " + line + ": " + failure.what());
+            }
+        }
+    }
+
+    /// @return what follows the "ok": nothing, or a blank and a number
+    std::string Execute(const std::string& line) {
+        std::istringstream words(line);
+        std::string name;
+        std::string argument;
+        words >> name >> argument;
+        if (name == "rate") {
+            SetRate(argument);
+            return "";
+        }
+        if (name == "lines") {
+            return " " + std::to_string(linesSent);
+        }
+        if (name == "plug") {
+            return " " + std::to_string(Plug(std::stoul(argument)).count());
+        }
+        if (name == "unplug") {
+            return " " + std::to_string(Unplug(std::stoul(argument)).count());
+        }
+        throw std::runtime_error("no such command");
+    }
+
+    /// @param text lines a second of each master, or "full" for as fast as their ttys take them
+    void SetRate(const std::string& text) {
+        fullSpeed = text == "full";
+        const unsigned long rate = fullSpeed ? 0 : std::stoul(text);
+        if (rate > kHighestRate) {
+            throw std::runtime_error("too fast");
+        }
+        constexpr long kSecond = std::nano::den;
+        const long period = rate == 0 ? 0 : kSecond / static_cast<long>(rate);
+        itimerspec ticks{};
+        ticks.it_interval = {.tv_sec = period / kSecond, .tv_nsec = period % kSecond};
+        ticks.it_value = ticks.it_interval;
+        timerfd_settime(timer.Get(), 0, &ticks, nullptr);
+        for (std::size_t number = 0; number < masters.size(); ++number) {
+            if (masters[number]) {
+                WatchForRoom(number);
+            }
+        }
+    }
+
+    /// @return when the udev event was about to be sent
+    nanoseconds Plug(std::size_t number) {
+        if (masters.at(number)) {
+            throw std::runtime_error("the master is plugged in already");
+        }
+        const FastMaster& master = masters[number].emplace(number);
+        Watch(EPOLL_CTL_ADD, master.Descriptor(), EPOLLIN, static_cast<std::uint32_t>(number));
+        WatchForRoom(number);
+        testbed.Add(number, master.NodePath());
+        return SendEvent(number, "add");
+    }
+
+    nanoseconds Unplug(std::size_t number) {
+        if (!masters.at(number)) {
+            throw std::runtime_error("the master is not plugged in");
+        }
+        testbed.RemoveNode(number);
+        masters[number].reset();
+        testbed.RemoveDevices(number);
+        return SendEvent(number, "remove");
+    }
+
+    nanoseconds SendEvent(std::size_t number, const std::string& action) {
+        const auto now = std::chrono::steady_clock::now().time_since_epoch();
+        testbed.SendEvent(number, action);
+        return now;
+    }
+
+    sigset_t blocked = simulator::BlockSignals();  // before there is a testbed to be left behind
+    simulator::FileDescriptor signals{signalfd(-1, &blocked, SFD_CLOEXEC | SFD_NONBLOCK)};
     simulator::Testbed testbed;
-    std::optional<SharedTime> finTime;
-    if (!options.finFile.empty()) {
-        finTime.emplace(options.finFile);
-    }
-    FastMasters masters(options.masters, finTime ? &*finTime : nullptr);
-    CellCommands commands(masters, testbed);
-    for (std::size_t number = 0; number < options.masters && !options.unplugged; ++number) {
-        commands.Plug(number);
-    }
-    masters.SetRate(options.rate);
-    const pid_t pid = child.Start(
-        options.command, {{"LD_PRELOAD", simulator::PreloadList(testbed.Folder(), PRELOAD_FOLDER)},
-                          {"UMOCKDEV_DIR", testbed.Folder().string()}});
-    Print("pid " + std::to_string(pid));
-    return ServeUntilEnd(masters, commands, child, signals.Get());
-}
+    simulator::FileDescriptor finFile;
+    std::vector<std::optional<FastMaster>> masters;
+    simulator::FileDescriptor epoll{epoll_create1(EPOLL_CLOEXEC)};
+    simulator::FileDescriptor timer{timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK)};
+    simulator::LineAssembler commands;
+    bool fullSpeed = false;
+    std::uint64_t linesSent = 0;
+};
+
+constexpr const char* kDescription =
+    R"(bench-cell [OPTIONS] -- COMMAND...
+Runs COMMAND in a world with simulated PELLIX masters that cost next to nothing.
+Master N, counted from 0, is /dev/ttyACM<N> with the gripper "HVA SN:B<NN>".
+Exits with COMMAND's status.)";
+
+constexpr const char* kCommands =
+    R"(Commands on standard input, each answered by one line on standard error:
+  rate HZ|full   process data lines a second of each master, 0 at the start;
+                 full: as fast as its tty takes them
+  plug N         answers with CLOCK_MONOTONIC in ns just before the udev event
+  unplug N       hangs the tty up; answers as plug does
+  lines          answers with the number of process data lines sent, of all masters)";
 
 }  // namespace
 }  // namespace bench
 
 int main(int argc, char** argv) {
-    using namespace bench;
     try {
-        const std::vector<std::string> arguments(argv + 1, argv + argc);
-        const CellOptions options = ParseCellOptions(arguments);
-        if (options.help) {
-            [[maybe_unused]] const auto written =
-                write(STDOUT_FILENO, kCellHelp.data(), kCellHelp.size());
-            return 0;
+        unsigned masters = 1;
+        std::string finFile;
+        CLI::App app(bench::kDescription, "bench-cell");
+        app.footer(bench::kCommands);
+        app.add_option("--masters", masters, "how many, all plugged in")
+            ->check(CLI::Range(0, 64))
+            ->capture_default_str();
+        app.add_option("--fin-file", finFile,
+                       "write there CLOCK_REALTIME in ns, 8 bytes, just before the FIN of a PDOUT");
+        // COMMAND is not for CLI11, which takes words in brackets apart.
+        char** const end = argv + argc;
+        char** const dashes =
+            std::find_if(argv, end, [](std::string_view word) { return word == "--"; });
+        CLI11_PARSE(app, static_cast<int>(dashes - argv), argv);
+        if (end - dashes < 2) {
+            throw std::runtime_error("no COMMAND given; bench-cell --help tells more");
         }
-        return Run(options);
-    } catch (const simulator::UsageError& error) {
-        Print("usage: " + std::string(error.what()) + "; bench-cell --help tells more");
-        return kUsageStatus;
-    } catch (const std::exception& error) {
-        Print("error: " + std::string(error.what()));
+        return bench::FastCell(masters, finFile).Run({dashes + 1, end});
+    } catch (const std::exception& failure) {
+        bench::Print("error: " + std::string(failure.what()));
         return 1;
     }
 }

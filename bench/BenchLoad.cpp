@@ -1,104 +1,319 @@
 // bench-load: keeps servers busy with one call, checks every answer, and tells how long they took.
 
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <array>
+#include <cerrno>
+#include <charconv>
 #include <chrono>
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <ctime>
 #include <deque>
 #include <exception>
-#include <limits>
+#include <latch>
 #include <optional>
+#include <stdexcept>
 #include <string>
+#include <string_view>
+#include <system_error>
 #include <thread>
 #include <vector>
 
-#include "bench/LoadClient.h"
-#include "bench/LoadOptions.h"
-#include "bench/Percentile.h"
-#include "bench/SharedTime.h"
-#include "simulator/TextTools.h"
+#include <CLI/CLI.hpp>
+
+#include "simulator/FileDescriptor.h"
 
 namespace bench {
 namespace {
 
-constexpr int kUsageStatus = 2;
+using Clock = std::chrono::steady_clock;
+using RealClock = std::chrono::system_clock;  // as in the kernel's timestamps
+using simulator::FileDescriptor;
+using std::chrono::nanoseconds;
 
-constexpr const char* kUsage =
-    "bench-load --ports P[,P2] --connections C (--seconds S | --calls N)\n"
-    "           --method M --device TEXT [--int N] --expect TEXT [--fin-file FILE]\n"
-    "--fin-file: a call lasts from the time in FILE, by bench-cell, to the last byte sent\n";
+constexpr unsigned kWarmUpCalls = 50;  // not counted
+constexpr timeval kLongestSilence{.tv_sec = 10, .tv_usec = 0};
 
-std::deque<LoadClient> Connect(const LoadOptions& options, SharedTime* finTime) {
-    const std::string request = BuildRequest(options);
-    const ExpectedValue expected(options.expected);
-    std::deque<LoadClient> clients;
-    for (unsigned number = 0; number < options.connections; ++number) {
-        const unsigned port = options.ports[number % options.ports.size()];
-        clients.emplace_back(LoadConnection(port, request), expected, finTime);
+struct Options {
+    std::vector<std::uint16_t> ports;
+    unsigned connections = 1;
+    double seconds = 1;
+    std::string method;
+    std::string device;
+    std::optional<unsigned> number;
+    double expected = 0;
+    std::string finFile;
+};
+
+std::string BuildRequest(const Options& options) {
+    std::string body = "<?xml version=\"1.0\"?>\r\n<methodCall><methodName>" + options.method +
+                       "</methodName><params><param><value><string>" + options.device +
+                       "</string></value></param>";
+    if (options.number) {
+        body += "<param><value><int>" + std::to_string(*options.number) + "</int></value></param>";
     }
-    return clients;
+    body += "</params></methodCall>";
+    return "POST /RPC2 HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Type: text/xml\r\nContent-Length: " +
+           std::to_string(body.size()) + "\r\n\r\n" + body;
 }
 
-void RunAll(std::deque<LoadClient>& clients, const LoadOptions& options) {
-    using Clock = LoadClient::Clock;
-    std::atomic<std::int64_t> callsLeft = std::numeric_limits<std::int64_t>::max();
-    Clock::duration time = Clock::duration::max();
-    if (options.calls) {
-        callsLeft = static_cast<std::int64_t>(*options.calls);
-    } else {
-        time = std::chrono::duration_cast<Clock::duration>(
-            std::chrono::duration<double>(*options.seconds));
+/// @param answer what has arrived of an HTTP answer
+/// @return whether that is all of it
+/// @throws std::runtime_error unless it has status 200 and a length or chunks
+bool IsWhole(const std::string& answer) {
+    const std::size_t headerEnd = answer.find("\r\n\r\n");
+    if (headerEnd == std::string::npos) {
+        return false;
     }
-    std::latch warmedUp(static_cast<std::ptrdiff_t>(clients.size()));
-    std::deque<std::jthread> threads;
-    for (LoadClient& client : clients) {
-        threads.emplace_back([&, time] { client.Run(warmedUp, callsLeft, time); });
+    if (!answer.starts_with("HTTP/1.1 200 ")) {
+        throw std::runtime_error("status: " + answer.substr(0, answer.find('\r')));
     }
+    const std::size_t bodyLength = answer.size() - headerEnd - 4;
+    constexpr std::string_view kLength = "\r\nContent-Length: ";
+    if (const char* const field = strcasestr(answer.c_str(), kLength.data())) {
+        const std::size_t length = std::strtoul(field + kLength.size(), nullptr, 10);
+        if (bodyLength > length) {
+            throw std::runtime_error("more bytes than the answer's length: " + answer);
+        }
+        return bodyLength == length;
+    }
+    if (strcasestr(answer.c_str(), "\r\nTransfer-Encoding: chunked\r\n") == nullptr) {
+        throw std::runtime_error("answer without a length: " + answer);
+    }
+    return answer.ends_with("\r\n0\r\n\r\n");
 }
 
-/// @return the number of wrong answers
-std::uint64_t Report(const std::deque<LoadClient>& clients) {
-    std::vector<std::chrono::nanoseconds> latencies;
-    auto start = LoadClient::Clock::time_point::max();
-    auto end = LoadClient::Clock::time_point::min();
+/// @return whether `answer` holds one XML-RPC value, and that is the number expected, in whatever
+///     spelling
+bool HoldsOnly(std::string_view answer, double expected) {
+    constexpr std::string_view kOpening = "<value>";
+    const std::size_t opening = answer.find(kOpening);
+    if (opening == std::string_view::npos || opening != answer.rfind(kOpening)) {
+        return false;
+    }
+    const std::size_t type = answer.find('>', opening + kOpening.size());
+    if (type == std::string_view::npos) {
+        return false;
+    }
+    double number = 0;
+    const auto [end, error] =
+        std::from_chars(answer.data() + type + 1, answer.data() + answer.size(), number);
+    answer.remove_prefix(static_cast<std::size_t>(end - answer.data()));
+    return error == std::errc() && number == expected && answer.starts_with("</") &&
+           answer.find("></value>") != std::string_view::npos;
+}
+
+/// One connection that makes the same call again and again, the next one when the last is answered.
+/// Its results are for others when Run() has returned.
+class Client {
+public:
+    /// @param ownFinFile where bench-cell leaves the time of FIN: a latency is then the time from
+    ///     there to the last byte that the server sends; null for the whole call
+    Client(const Options& options, std::uint16_t port, const FileDescriptor* ownFinFile)
+        : request(BuildRequest(options)), expected(options.expected), finFile(ownFinFile) {
+        const int on = 1;
+        setsockopt(socket.Get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+        setsockopt(socket.Get(), SOL_SOCKET, SO_RCVTIMEO, &kLongestSilence, sizeof kLongestSilence);
+        // The kernel notes when the last byte of an answer arrives. On this machine that is when
+        // the server's send() hands it over, however late this client wakes up to read it.
+        const int noteArrivals = finFile != nullptr ? 1 : 0;
+        setsockopt(socket.Get(), SOL_SOCKET, SO_TIMESTAMPNS, &noteArrivals, sizeof noteArrivals);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(port);
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        if (connect(socket.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) !=
+            0) {
+            throw std::system_error(errno, std::generic_category(), "connect");
+        }
+        // Address space only, until it is used: a vector that moves would show in the latencies.
+        constexpr std::size_t kRoomForCalls = std::size_t{1} << 20;
+        latencies.reserve(kRoomForCalls);
+    }
+
+    /// Warms up, waits for the other clients, and makes calls for so long, or until the connection
+    /// fails.
+    void Run(std::latch& warmedUp, Clock::duration time) {
+        try {
+            WarmUp();
+        } catch (const std::exception& failure) {
+            NoteWrong(failure.what());
+        }
+        warmedUp.arrive_and_wait();
+        start = end = Clock::now();
+        if (wrong != 0) {
+            return;
+        }
+        try {
+            while (end - start < time) {
+                const auto called = end;
+                const auto calledAt =
+                    finFile == nullptr ? RealClock::time_point() : RealClock::now();
+                Call();
+                end = Clock::now();
+                latencies.push_back(finFile == nullptr ? end - called : SinceFin(calledAt));
+            }
+        } catch (const std::exception& failure) {
+            NoteWrong(failure.what());
+        }
+    }
+
+    unsigned warmUpCalls = 0;
+    std::vector<nanoseconds> latencies;
+    Clock::time_point start;
+    Clock::time_point end;
+    std::uint64_t wrong = 0;  // answers that were not the expected one, and failed calls
+    std::string firstWrong;
+
+private:
+    /// The kernel begins to note arrivals a moment after it was told to.
+    void WarmUp() {
+        constexpr unsigned kMostCalls = 100 * kWarmUpCalls;
+        const auto isReady = [this] {
+            return finFile == nullptr || arrival != RealClock::time_point();
+        };
+        while (warmUpCalls < kWarmUpCalls || (!isReady() && warmUpCalls < kMostCalls)) {
+            Call();
+            ++warmUpCalls;
+        }
+    }
+
+    void Call() {
+        if (send(socket.Get(), request.data(), request.size(), MSG_NOSIGNAL) !=
+            std::ssize(request)) {
+            throw std::system_error(errno, std::generic_category(), "send");
+        }
+        answer.clear();
+        do {
+            Receive();
+        } while (!IsWhole(answer));
+        if (!HoldsOnly(answer, expected)) {
+            NoteWrong("wrong answer: " + answer);
+        }
+    }
+
+    /// Appends to `answer`.
+    void Receive() {
+        std::array<char, 4096> buffer;
+        iovec part{buffer.data(), buffer.size()};
+        alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(timespec))> control;
+        msghdr message{};
+        message.msg_iov = &part;
+        message.msg_iovlen = 1;
+        message.msg_control = control.data();
+        message.msg_controllen = control.size();
+        ssize_t count = 0;
+        do {
+            count = recvmsg(socket.Get(), &message, 0);
+        } while (count < 0 && errno == EINTR);  // SIGSTOP ends a wait that has a timeout
+        if (count <= 0) {
+            throw std::system_error(count == 0 ? ECONNRESET : errno, std::generic_category(),
+                                    "recvmsg");
+        }
+        answer.append(buffer.data(), static_cast<std::size_t>(count));
+        if (const cmsghdr* const noted = CMSG_FIRSTHDR(&message)) {
+            timespec time{};
+            std::memcpy(&time, CMSG_DATA(noted), sizeof time);
+            arrival = RealClock::time_point(std::chrono::seconds(time.tv_sec) +
+                                            nanoseconds(time.tv_nsec));
+        }
+    }
+
+    nanoseconds SinceFin(RealClock::time_point called) {
+        nanoseconds::rep nanosecondsOfFin = 0;
+        pread(finFile->Get(), &nanosecondsOfFin, sizeof nanosecondsOfFin, 0);
+        const RealClock::time_point fin{nanoseconds(nanosecondsOfFin)};
+        if (fin < called || arrival < fin) {
+            NoteWrong("no FIN before the answer");
+        }
+        return arrival - fin;
+    }
+
+    void NoteWrong(const std::string& reason) {
+        if (wrong++ == 0) {
+            firstWrong = reason;
+        }
+    }
+
+    FileDescriptor socket{::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)};
+    std::string request;
+    double expected;
+    const FileDescriptor* finFile;
+    std::string answer;
+    RealClock::time_point arrival;  // of the last answer
+};
+
+/// @return whether all answers were right
+bool Report(const std::deque<Client>& clients) {
+    std::vector<nanoseconds> latencies;
+    auto start = Clock::time_point::max();
+    auto end = Clock::time_point::min();
     unsigned warmUpCalls = 0;
     std::uint64_t wrong = 0;
-    for (const LoadClient& client : clients) {
-        latencies.insert(latencies.end(), client.Latencies().begin(), client.Latencies().end());
-        start = std::min(start, client.Start());
-        end = std::max(end, client.End());
-        warmUpCalls += client.WarmUpCalls();
-        wrong += client.Wrong();
+    for (const Client& client : clients) {
+        latencies.insert(latencies.end(), client.latencies.begin(), client.latencies.end());
+        start = std::min(start, client.start);
+        end = std::max(end, client.end);
+        warmUpCalls += client.warmUpCalls;
+        wrong += client.wrong;
     }
-    std::sort(latencies.begin(), latencies.end());
-    const double seconds = std::chrono::duration<double>(end - start).count();
+    std::ranges::sort(latencies);
     const auto calls = static_cast<double>(latencies.size());
-    const auto percentile = [&](double percent) {
-        return latencies.empty() ? 0 : PercentileUs(latencies, percent);
+    // The smallest latency that at least `percent` of them do not exceed.
+    const auto percentileUs = [&](double percent) {
+        if (latencies.empty()) {
+            return 0.0;
+        }
+        const auto rank = static_cast<std::size_t>(std::ceil(percent / 100 * calls));
+        return std::chrono::duration<double, std::micro>(latencies[rank - 1]).count();
     };
+    const double seconds = std::chrono::duration<double>(end - start).count();
     std::printf(
         "{\"warmUpCalls\": %u, \"calls\": %zu, \"seconds\": %.6f, \"callsPerSecond\": %.1f, "
         "\"p50Us\": %.2f, \"p90Us\": %.2f, \"p99Us\": %.2f, \"p999Us\": %.2f, \"maxUs\": %.2f, "
         "\"wrong\": %llu}\n",
         warmUpCalls, latencies.size(), seconds, latencies.empty() ? 0 : calls / seconds,
-        percentile(50), percentile(90), percentile(99), percentile(99.9), percentile(100),
+        percentileUs(50), percentileUs(90), percentileUs(99), percentileUs(99.9), percentileUs(100),
         static_cast<unsigned long long>(wrong));
-    return wrong;
+    return wrong == 0;
 }
 
-int Run(const std::vector<std::string>& arguments) {
-    const LoadOptions options = ParseLoadOptions(arguments);
-    std::optional<SharedTime> finTime;
-    if (!options.finFile.empty()) {
-        finTime.emplace(options.finFile);
+int Run(const Options& options) {
+    const FileDescriptor finFile(open(options.finFile.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!options.finFile.empty() && finFile.Get() == -1) {
+        throw std::system_error(errno, std::generic_category(), options.finFile);
     }
-    std::deque<LoadClient> clients = Connect(options, finTime ? &*finTime : nullptr);
-    RunAll(clients, options);
-    if (Report(clients) == 0) {
+    std::deque<Client> clients;
+    for (unsigned number = 0; number < options.connections; ++number) {
+        clients.emplace_back(options, options.ports[number % options.ports.size()],
+                             options.finFile.empty() ? nullptr : &finFile);
+    }
+    {
+        const auto time = std::chrono::duration_cast<Clock::duration>(
+            std::chrono::duration<double>(options.seconds));
+        std::latch warmedUp(static_cast<std::ptrdiff_t>(clients.size()));
+        std::deque<std::jthread> threads;
+        for (Client& client : clients) {
+            threads.emplace_back([&, time] { client.Run(warmedUp, time); });
+        }
+    }
+    if (Report(clients)) {
         return EXIT_SUCCESS;
     }
-    const auto first = std::ranges::find_if(clients, &LoadClient::Wrong);
-    std::fprintf(stderr, "bench-load: %s\n", first->FirstWrong().c_str());
+    const auto first =
+        std::ranges::find_if(clients, [](const auto& one) { return one.wrong != 0; });
+    std::fprintf(stderr, "bench-load: %s\n", first->firstWrong.c_str());
     return EXIT_FAILURE;
 }
 
@@ -107,12 +322,25 @@ int Run(const std::vector<std::string>& arguments) {
 
 int main(int argc, char** argv) {
     try {
-        return bench::Run({argv + 1, argv + argc});
-    } catch (const simulator::UsageError& error) {
-        std::fprintf(stderr, "bench-load: usage: %s\n%s", error.what(), bench::kUsage);
-        return bench::kUsageStatus;
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "bench-load: error: %s\n", error.what());
+        bench::Options options;
+        CLI::App app("Keeps servers on 127.0.0.1 busy with one call and checks every answer.",
+                     "bench-load");
+        app.add_option("--ports", options.ports)->delimiter(',')->required();
+        app.add_option("--connections", options.connections, "spread over the ports")
+            ->check(CLI::Range(1, 1000));
+        app.add_option("--seconds", options.seconds)->check(CLI::PositiveNumber);
+        app.add_option("--method", options.method)->required();
+        app.add_option("--device", options.device, "the first parameter")->required();
+        app.add_option("--int", options.number, "the second parameter");
+        app.add_option("--expect", options.expected, "the number that answers every call")
+            ->required();
+        app.add_option(
+            "--fin-file", options.finFile,
+            "a call lasts from the time in this file, by bench-cell, to the last byte sent");
+        CLI11_PARSE(app, argc, argv);
+        return bench::Run(options);
+    } catch (const std::exception& failure) {
+        std::fprintf(stderr, "bench-load: error: %s\n", failure.what());
         return EXIT_FAILURE;
     }
 }

@@ -1,10 +1,15 @@
-// plain-readers: what the process data of many masters costs at the very least.
+// plain-readers [--sleepers] TTY...: what the process data of many masters costs at the very least.
+// One thread for each tty cuts lines and decodes them. With --sleepers two more sleep 10 ms again
+// and again. Ends on SIGINT and tells how many lines there were, and how many were wrong.
 
-#include <unistd.h>
+#include <termios.h>
 
+#include <array>
 #include <atomic>
+#include <charconv>
 #include <chrono>
 #include <csignal>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -12,35 +17,75 @@
 #include <exception>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <thread>
 #include <vector>
 
-#include "bench/PlainReader.h"
-#include "bench/ProcessorTime.h"
+#include "bench/MasterTty.h"
+#include "simulator/FileDescriptor.h"
 
 namespace bench {
 namespace {
 
-constexpr int kSleepersPerTty = 2;
-constexpr std::chrono::milliseconds kNap{10};
+/// Reads "@PDIN=[9,c4,0,3]".
+/// @return false, with anything in `input`, for every other line
+bool Decode(std::string_view line, std::array<std::uint8_t, 4>& input) {
+    constexpr std::string_view kStart = "@PDIN=[";
+    if (!line.starts_with(kStart)) {
+        return false;
+    }
+    const char* place = line.data() + kStart.size();
+    const char* const end = line.data() + line.size();
+    for (std::size_t index = 0; index < input.size(); ++index) {
+        const auto result = std::from_chars(place, end, input[index], 16);
+        const char expected = index + 1 < input.size() ? ',' : ']';
+        if (result.ec != std::errc() || result.ptr == end || *result.ptr != expected) {
+            return false;
+        }
+        place = result.ptr + 1;
+    }
+    return place == end;
+}
+
+/// Splits what one master sends into lines and decodes its process data.
+class PlainReader {
+public:
+    explicit PlainReader(const std::string& path) : tty(OpenTty(path)) {}
+
+    /// Reads until `stopping`, which it looks at once a second at least, or until the tty is hung
+    /// up.
+    void Run(const std::atomic<bool>& stopping) {
+        while (!stopping.load(std::memory_order_relaxed)) {
+            if (!ReadLines(tty, text, [this](std::string_view line) { TakeLine(line); })) {
+                termios settings{};
+                if (tcgetattr(tty.Get(), &settings) == -1) {
+                    return;  // hung up, or else it was silent
+                }
+            }
+        }
+    }
+
+    std::uint64_t lines = 0;
+    std::uint64_t wrong = 0;
+
+private:
+    /// What is before the first line feed may be half a line.
+    void TakeLine(std::string_view line) {
+        if (!Decode(line, latest) && lines != 0) {
+            ++wrong;
+        }
+        ++lines;
+    }
+
+    simulator::FileDescriptor tty;
+    std::string text;
+    std::array<std::uint8_t, 4> latest{};
+};
 
 void Sleep(const std::atomic<bool>& stopping) {
     while (!stopping.load(std::memory_order_relaxed)) {
-        std::this_thread::sleep_for(kNap);
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
-}
-
-void Report(const std::deque<PlainReader>& readers) {
-    std::uint64_t lines = 0;
-    std::uint64_t wrong = 0;
-    for (const PlainReader& reader : readers) {
-        lines += reader.Lines();
-        wrong += reader.WrongLines();
-    }
-    std::printf("{\"lines\": %llu, \"cpuNs\": %lld, \"wrong\": %llu}\n",
-                static_cast<unsigned long long>(lines),
-                static_cast<long long>(ProcessorTime().count()),
-                static_cast<unsigned long long>(wrong));
 }
 
 void Run(const std::vector<std::string>& ttys, bool withSleepers) {
@@ -58,18 +103,23 @@ void Run(const std::vector<std::string>& ttys, bool withSleepers) {
         std::vector<std::jthread> threads;
         for (PlainReader& reader : readers) {
             threads.emplace_back([&reader, &stopping] { reader.Run(stopping); });
-            for (int count = 0; withSleepers && count < kSleepersPerTty; ++count) {
+            for (int count = 0; withSleepers && count < 2; ++count) {
                 threads.emplace_back([&stopping] { Sleep(stopping); });
             }
         }
-        constexpr std::string_view kStarted = "started\n";
-        [[maybe_unused]] const auto written =
-            write(STDOUT_FILENO, kStarted.data(), kStarted.size());
+        std::puts("started");
+        std::fflush(stdout);
         int number = 0;
         sigwait(&interrupt, &number);
         stopping = true;
     }
-    Report(readers);
+    unsigned long long lines = 0;
+    unsigned long long wrong = 0;
+    for (const PlainReader& reader : readers) {
+        lines += reader.lines;
+        wrong += reader.wrong;
+    }
+    std::printf("{\"lines\": %llu, \"wrong\": %llu}\n", lines, wrong);
 }
 
 }  // namespace
@@ -78,7 +128,7 @@ void Run(const std::vector<std::string>& ttys, bool withSleepers) {
 int main(int argc, char** argv) {
     std::vector<std::string> ttys(argv + 1, argv + argc);
     const bool withSleepers = std::erase(ttys, "--sleepers") != 0;
-    if (ttys.empty() || ttys.front().starts_with("--")) {
+    if (ttys.empty()) {
         std::fputs("Usage: plain-readers [--sleepers] TTY...\n", stderr);
         return 2;
     }

@@ -12,7 +12,6 @@
 #include <cstdlib>
 #include <deque>
 #include <exception>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -20,14 +19,14 @@
 #include <utility>
 #include <vector>
 
+#include <CLI/CLI.hpp>
+
 #include "simulator/FileDescriptor.h"
-#include "simulator/TextTools.h"
 
 namespace {
 
 using simulator::FileDescriptor;
 
-constexpr unsigned kLargestPort = 65535;
 constexpr std::string_view kRequestEnd = "</methodCall>";
 constexpr std::string_view kAnswer =
     "HTTP/1.1 200 OK\r\n"
@@ -46,13 +45,13 @@ constexpr std::string_view kAnswer =
     "</methodResponse>\r\n";
 
 /// @throws std::system_error when the port cannot be had
-FileDescriptor Listen(unsigned port) {
+FileDescriptor Listen(std::uint16_t port) {
     FileDescriptor listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     const int on = 1;
     setsockopt(listener.Get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
     sockaddr_in address{};
     address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<std::uint16_t>(port));
+    address.sin_port = htons(port);
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     if (bind(listener.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
         listen(listener.Get(), SOMAXCONN) != 0) {
@@ -90,12 +89,14 @@ void Serve(const FileDescriptor& listener) {
 /// Serves until a signal ends it.
 int main(int argc, char** argv) {
     try {
-        if (argc == 1) {
-            throw std::invalid_argument("no PORT given");
-        }
+        std::vector<std::uint16_t> ports;
+        CLI::App app("Answers each request with the bytes of the daemon's answer to GetPos.",
+                     "plain-server");
+        app.add_option("PORT", ports)->required();
+        CLI11_PARSE(app, argc, argv);
         std::deque<FileDescriptor> listeners;
-        for (const std::string& port : std::vector<std::string>(argv + 1, argv + argc)) {
-            listeners.push_back(Listen(simulator::ParseUnsigned(port, kLargestPort)));
+        for (const std::uint16_t port : ports) {
+            listeners.push_back(Listen(port));
         }
         std::deque<std::jthread> threads;
         for (const FileDescriptor& listener : listeners) {

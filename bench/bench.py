@@ -4,13 +4,16 @@
 Usage: bench.py [--quick] [--out FOLDER]. scripts/bench builds what it needs and runs it.
 
 Prints a table, and writes all that was measured to run.json in FOLDER (build/bench by default,
-build/bench-quick of a quick run) and plots of it beside. The exit status tells whether everything worked and every answer was right; it
-does not judge the figures.
+build/bench-quick of a quick run) and plots of it beside. The exit status tells whether everything
+worked and every answer was right; it does not judge the figures.
 """
 
 import argparse
 import json
+import os
 import pathlib
+import platform
+import re
 import signal
 import subprocess
 import sys
@@ -20,24 +23,17 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent
 sys.path.insert(0, str(ROOT))
 
 import calls  # noqa: E402
-import growth  # noqa: E402
-import idling  # noqa: E402
-import machine  # noqa: E402
-import micro  # noqa: E402
-import peers  # noqa: E402
-import plots  # noqa: E402
-import plugging  # noqa: E402
+import costs  # noqa: E402
+import figures  # noqa: E402
+import publish  # noqa: E402
 import servers  # noqa: E402
-import starting  # noqa: E402
-import streams  # noqa: E402
-import table  # noqa: E402
-from rounds import FULL, QUICK  # noqa: E402
 from tests.integration.harness import own_network  # noqa: E402
 
 # In the order of the table.
 SUBJECTS = (calls.two_processors, calls.one_processor, calls.latency_under_stream, calls.grips,
-            calls.grips_against_nine_sends, streams.full_speed, streams.busy_cell, idling.polls,
-            idling.memory, streams.memory_growth, starting.starting, plugging.plugging, peers.peers)
+            calls.grips_against_nine_sends, costs.full_speed, costs.busy_cell, costs.polls,
+            costs.memory, costs.memory_growth, costs.starting, costs.plugging, calls.peers)
+PACKAGES = ("g++", "libxmlrpc-core-c3", "python3", "nodejs")  # whose versions tell on the figures
 
 
 def main():
@@ -48,22 +44,23 @@ def main():
     require_free_ports()
     folder = options.out or ROOT / "build" / ("bench-quick" if options.quick else "bench")
     folder.mkdir(parents=True, exist_ok=True)
-    plan = QUICK if options.quick else FULL
+    plan = figures.QUICK if options.quick else figures.FULL
     run = {"quick": options.quick, "date": time.strftime("%Y-%m-%d"),
-           "machine": machine.description(), "plan": plan._asdict()}
-    print(machine.sentence(run["machine"]), flush=True)
+           "machine": machine(), "plan": plan._asdict()}
+    print(publish.sentence(run["machine"]), flush=True)
     problems = run["problems"] = []
     run["figures"] = [figure.record() for subject in SUBJECTS
                       for figure in attempt(subject, plan, problems)]
-    run["growth"] = dict(attempt(growth.growth, plan, problems))
+    run["growth"] = dict(attempt(costs.growth, plan, problems))
     run["loads"] = servers.journal
-    print("\n" + table.as_text(run["figures"], judged=not options.quick), "", sep="\n", flush=True)
+    print("\n" + figures.as_text(run["figures"], judged=not options.quick), "", sep="\n",
+          flush=True)
     try:
-        run["micro"] = micro.run(folder, options.quick)
+        run["micro"] = micro(folder, options.quick)
     finally:
         (folder / "run.json").write_text(json.dumps(run, indent=1) + "\n")
     if run["growth"]:
-        plots.draw(run["growth"], folder)
+        publish.draw(run["growth"], folder)
     print(f"\nEverything measured is in {folder}/run.json", *problems, sep="\n")
     return 1 if problems else 0
 
@@ -95,6 +92,41 @@ def attempt(subject, plan, problems):
         return []
     print(f"{time.monotonic() - start:.0f} s", flush=True)
     return results
+
+
+def micro(folder, quick):
+    """Runs the micro-benchmarks of the daemon's own classes; returns their records."""
+    results = folder / "micro.json"
+    subprocess.run([servers.PROGRAMS / "bench-micro", f"--benchmark_out={results}",
+                    "--benchmark_out_format=json",
+                    *["--benchmark_min_time=0.01"] * quick], check=True, timeout=600)
+    return json.loads(results.read_text())["benchmarks"]
+
+
+def machine():
+    """What the figures were measured on."""
+    memory = pathlib.Path("/proc/meminfo").read_text()
+    processor = re.search(r"^model name\s*: (.*)$", pathlib.Path("/proc/cpuinfo").read_text(),
+                          re.MULTILINE)
+    system = platform.freedesktop_os_release()["PRETTY_NAME"]
+    return {"processor": processor[1] if processor else platform.machine(),
+            "processors": os.cpu_count(),
+            "memoryGib": round(int(re.search(r"MemTotal:\s+(\d+)", memory)[1]) / 2**20, 1),
+            "virtualization": output("systemd-detect-virt", "--vm") or "no virtual machine",
+            "system": f"{system}, Linux {platform.release()}",
+            "packages": {name: output("dpkg-query", "-W", "-f", "${Version}", name)
+                         for name in PACKAGES},
+            "revision": output("git", "-C", ROOT, "describe", "--always", "--dirty"),
+            "loadAverage": os.getloadavg()[0]}
+
+
+def output(*command):
+    """What a command prints, nothing if it cannot."""
+    try:
+        run = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
+    except FileNotFoundError:
+        return ""
+    return run.stdout.strip()
 
 
 if __name__ == "__main__":

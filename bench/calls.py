@@ -1,21 +1,21 @@
-"""What a call costs: against the bare library, a plain server, a tty; while masters stream."""
+"""What a call costs: against the bare library, a plain server, a tty, what else one would write;
+while masters stream."""
 
 import tempfile
 import time
 from functools import partial
 
-from figures import Figure, at_least, at_most
-from processes import pinned_to_one
-from rounds import SETTLING, alternate, column, in_turn
-from servers import BARE, DAEMON, NINE_SENDS, PLAIN, Server
-from streams import MASTERS, RATE, Readers
-from world import PROGRAMS, Cell
+from costs import RATE, MASTERS
+from figures import SETTLING, Figure, alternate, at_least, at_most, column, in_turn
+from servers import (BARE, DAEMON, NINE_SENDS, NODE_PEER, PLAIN, PROGRAMS, Cell, Readers, Server,
+                     pinned_to_one, python_peer, ttys)
 
+CONNECTIONS = 8
 BARE_CALL = "bare server of the same library"
 PLAIN_CALL = "plain TCP server"
 BARE_AND_TTY = "bare call + pty hand-over"
 WITH_NINE_SENDS = "the same daemon, nine sends"
-CONNECTIONS = 8
+PYTHON_DAEMON = "threading Python daemon"
 
 
 def get_pos(connections, seconds):
@@ -73,14 +73,15 @@ def latency_under_stream(plan):
 
 def grips(plan):
     """A command against what it cannot do without: a call, and a round trip through the tty."""
+    def handover():
+        with Cell(PROGRAMS / "pty-handover", *ttys(1), str(plan.handovers), masters=1) as cell:
+            return cell.result()
     with Server(BARE, masters=1) as bare, Server(DAEMON, masters=1) as daemon:
-        ours, call, tty = in_turn(
-            plan.rounds, lambda server: server.load("Grip", 1, plan.seconds), daemon, bare,
-            beside=[lambda: handover(plan.handovers)])
-    p50 = [a["p50Us"] + b["p50Us"] for a, b in zip(call, tty)]
-    cpu = [a["cpuUs"] + b["cpuNsPerRound"] / 1000 for a, b in zip(call, tty)]
-    yield Figure("Grip p50", "µs", column(ours, "p50Us"), p50, BARE_AND_TTY, at_most(1.10))
-    yield Figure("CPU of a Grip", "µs", column(ours, "cpuUs"), cpu, BARE_AND_TTY, at_most(1.15))
+        ours, call, tty = in_turn(plan.rounds, lambda server: server.load("Grip", 1, plan.seconds),
+                                  daemon, bare, beside=[handover])
+    for name, key, goal in (("Grip p50", "p50Us", 1.10), ("CPU of a Grip", "cpuUs", 1.15)):
+        limit = [a[key] + b[key] for a, b in zip(call, tty)]
+        yield Figure(name, "µs", column(ours, key), limit, BARE_AND_TTY, at_most(goal))
 
 
 def grips_against_nine_sends(plan):
@@ -98,18 +99,34 @@ def grips_against_nine_sends(plan):
         return alternate(plan.rounds, partial(measure, DAEMON), partial(measure, NINE_SENDS))
 
     with pinned_to_one():
-        one_processor = compare(grip)
-    two_processors = compare(grip)
+        pinned = compare(grip)
+    free = compare(grip)
     for name, unit, key, results, goal in (
-            ("Grip, one processor", "/s", "callsPerSecond", one_processor, at_least(1.3)),
+            ("Grip, one processor", "/s", "callsPerSecond", pinned, at_least(1.3)),
             ("Grip, FIN to the last byte sent", "µs", "p50Us", compare(grip_from_fin),
              at_most(0.6)),
-            ("Grip, two processors", "/s", "callsPerSecond", two_processors, None),
-            ("Grip p50", "µs", "p50Us", two_processors, None)):
+            ("Grip, two processors", "/s", "callsPerSecond", free, None),
+            ("Grip p50", "µs", "p50Us", free, None)):
         ours, limit = (column(result, key) for result in results)
         yield Figure(name, unit, ours, limit, WITH_NINE_SENDS, goal)
 
 
-def handover(rounds):
-    with Cell(PROGRAMS / "pty-handover", "--rounds", str(rounds), masters=1) as cell:
-        return cell.result()
+def peers(plan):
+    """Against what one would write instead."""
+    def compare(name, load, goal, peer=python_peer(1), peer_is=PYTHON_DAEMON, ours=DAEMON,
+                masters=1):
+        with Server(peer, masters=masters) as theirs, Server(ours, masters=masters) as server:
+            values, limits = in_turn(plan.rounds, load, server, theirs)
+        return Figure(name, "/s", column(values, "callsPerSecond"),
+                      column(limits, "callsPerSecond"), peer_is, goal)
+
+    load = get_pos(CONNECTIONS, plan.seconds)
+    yield compare("GetPos, 8 connections", load, at_least(6.5))
+    yield compare("The same, of the bare server", load, None, ours=BARE)
+    yield compare("Grip, 8 connections, a gripper each",
+                  lambda server: server.load_grippers("Grip", plan.seconds), at_least(1.3),
+                  python_peer(CONNECTIONS), masters=CONNECTIONS)
+    yield compare("Grip, 1 connection", lambda server: server.load("Grip", 1, plan.seconds),
+                  at_least(1.3))
+    if (PROGRAMS / "peers" / "node_modules").is_dir():  # not there where nothing can be fetched
+        yield compare("GetPos, 8 connections", load, None, NODE_PEER, "Node server of constants")

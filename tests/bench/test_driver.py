@@ -1,4 +1,4 @@
-"""The benchmarks' driver: what it makes of what was measured, and how it looks at processes."""
+"""The benchmarks' driver: what it makes of what was measured, and how it looks at servers."""
 
 import json
 import math
@@ -11,15 +11,14 @@ import unittest
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 BENCH = ROOT / "bench"
-sys.path[:0] = [str(BENCH), str(ROOT)]
+sys.path[:0] = [str(ROOT), str(BENCH)]
 
-import growth  # noqa: E402
-import processes  # noqa: E402
+import costs  # noqa: E402
+import figures  # noqa: E402
 import publish  # noqa: E402
-import rounds  # noqa: E402
-import table  # noqa: E402
-from figures import Figure, at_least, at_most, spread  # noqa: E402
+import servers  # noqa: E402
 from tests.integration.harness.cell import wait_until  # noqa: E402
+from figures import Figure, at_least, at_most, spread  # noqa: E402
 
 
 class SpreadTest(unittest.TestCase):
@@ -67,37 +66,37 @@ class TableTest(unittest.TestCase):
         return json.loads(json.dumps([figure.record() for figure in self.FIGURES]))
 
     def test_text(self):
-        title, *rows = table.as_text(self.records(), judged=True).splitlines()
+        title, *rows = figures.as_text(self.records(), judged=True).splitlines()
         self.assertEqual(title.split("  ")[0], "figure")
         self.assertRegex(rows[0], "^GetPos +12,345 /s ±2 % +24,690 /s +bare "
                          r"+0\.500 +≥ 0\.6 +NO$")
         self.assertRegex(rows[1], r"^a start +1\.23 ms +≤ 1\.5 +yes$")
 
     def test_nothing_is_judged_in_a_quick_run(self):
-        for row in table.as_text(self.records(), judged=False).splitlines()[1:]:
+        for row in figures.as_text(self.records(), judged=False).splitlines()[1:]:
             self.assertNotRegex(row, "NO|yes")
 
     def test_markdown(self):
-        lines = table.as_markdown(self.records(), judged=True).splitlines()
+        lines = figures.as_markdown(self.records(), judged=True).splitlines()
         self.assertEqual(lines[1], "| --- | ---: | ---: | --- | ---: | ---: | --- |")
         self.assertEqual(lines[3], "| a start | 1.23 ms |  |  |  | ≤ 1.5 | yes |")
 
     def test_digits(self):
         for number, text in ((123456.7, "123,457"), (99.94, "99.9"), (9.876, "9.88"), (0.5, "0.50"),
                              (0.0123, "0.0123"), (0, "0.00"), (-8.0, "-8.00")):
-            self.assertEqual(table.rounded(number), text)
+            self.assertEqual(figures.rounded(number), text)
 
 
 class RoundsTest(unittest.TestCase):
     def test_measures_take_turns(self):
         order = []
-        results = rounds.alternate(2, lambda: order.append("A") or len(order),
+        results = figures.alternate(2, lambda: order.append("A") or len(order),
                                    lambda: order.append("B") or -len(order))
         self.assertEqual("".join(order), "ABAB")
         self.assertEqual(results, [(1, 3), (-2, -4)])
 
     def test_rates_are_those_of_a_second(self):
-        clock, nothing = rounds.rates(0.1, time.monotonic, lambda: 5)
+        clock, nothing = figures.rates(0.1, time.monotonic, lambda: 5)
         self.assertTrue(math.isclose(clock, 1, rel_tol=0.1))
         self.assertEqual(nothing, 0)
 
@@ -105,8 +104,8 @@ class RoundsTest(unittest.TestCase):
 class GrowthTest(unittest.TestCase):
     def test_a_point_is_the_median_of_its_repeats(self):
         measured = [7, 1, 2]
-        plan = rounds.QUICK._replace(series_rounds=3)
-        points = growth.series(plan, lambda _, step: {"rate": step, "p50Us": measured.pop(0)},
+        plan = figures.QUICK._replace(series_rounds=3)
+        points = costs.series(plan, lambda _, step: {"rate": step, "p50Us": measured.pop(0)},
                                ["full"])
         self.assertEqual(points, [{"rate": "full", "p50Us": 2}])
 
@@ -121,9 +120,9 @@ class ProcessesTest(unittest.TestCase):
 
     def test_processor_time(self):
         busy = self.start("sh", "-c", "while :; do :; done")
-        wait_until(lambda: processes.cpu_seconds(busy.pid) > 0.1)
+        wait_until(lambda: servers.cpu_seconds(busy.pid) > 0.1)
         idle = self.start("sleep", "100")
-        self.assertLess(processes.cpu_seconds(idle.pid), 0.1)
+        self.assertLess(servers.cpu_seconds(idle.pid), 0.1)
 
     def test_wakeups_of_all_threads(self):
         threads = self.start(sys.executable, "-c", "import threading, time\n"
@@ -131,48 +130,40 @@ class ProcessesTest(unittest.TestCase):
                              "threading.Thread(target=doze).start()\nprint(1, flush=True)\n"
                              "time.sleep(100)")
         threads.stdout.readline()
-        before = processes.wakeups(threads.pid)
-        wait_until(lambda: processes.wakeups(threads.pid) >= before + 10)
+        before = servers.wakeups(threads.pid)
+        wait_until(lambda: servers.wakeups(threads.pid) >= before + 10)
 
     def test_a_process_that_has_ended_has_no_wakeups(self):
         ended = self.start("true")
         ended.wait()
         with self.assertRaises(AssertionError):
-            processes.wakeups(ended.pid)
+            servers.wakeups(ended.pid)
 
     def test_memory(self):
         large = self.start(sys.executable, "-c", "block = bytes(range(256)) * 200_000\n"
                            "print(1, flush=True)\nimport time; time.sleep(100)")
         large.stdout.readline()
-        self.assertGreater(processes.rss_kib(large.pid), 50_000)
+        self.assertGreater(servers.rss_kib(large.pid), 50_000)
 
     def test_pinned_children(self):
         before = os.sched_getaffinity(0)
-        with processes.pinned_to_one():
+        with servers.pinned_to_one():
             child = subprocess.run(["nproc"], stdout=subprocess.PIPE, check=True)
         self.assertEqual(child.stdout.strip(), b"1")
         self.assertEqual(os.sched_getaffinity(0), before)
 
 
-class StarterTest(unittest.TestCase):
-    def starter(self, number, *servers):
-        return subprocess.run([sys.executable, BENCH / "starter.py", str(number),
-                               json.dumps(servers)],
-                              stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, timeout=60)
-
-    def test_times_of_servers_in_turn(self):
-        slow = ["sh", "-c", "sleep 0.2; echo ready; exec sleep 100"], "ready"
-        quick = ["sh", "-c", "echo ready; exec sleep 100"], "ready"
-        run = self.starter(3, slow, quick)
-        times = json.loads(run.stdout)
-        self.assertEqual([len(rounds) for rounds in times], [3, 3])
-        self.assertTrue(all(time >= 200 for time in times[0]))
-        self.assertLess(min(times[1]), 200)
+class StartTest(unittest.TestCase):
+    def test_times_until_the_text_is_there(self):
+        for wait in 0.2, 0:
+            script = f"sleep {wait}; echo is ready now; exec sleep 100"
+            taken = costs.milliseconds_of_start(["sh", "-c", script], b"ready", os.environ)
+            self.assertGreaterEqual(taken, wait * 1000)
+        self.assertLess(taken, 200)
 
     def test_a_server_that_ends_instead(self):
-        run = self.starter(1, (["true"], "ready"))
-        self.assertNotEqual(run.returncode, 0)
-        self.assertIn("true does not start", run.stderr)
+        with self.assertRaisesRegex(AssertionError, "true does not start"):
+            costs.milliseconds_of_start(["true"], b"ready", os.environ)
 
 
 class PageTest(unittest.TestCase):

@@ -1,9 +1,10 @@
-"""The programs that the benchmarks measure with, each in a cell of fast masters."""
+"""The programs that the benchmarks measure with."""
 
 import contextlib
 import json
 import os
 import pathlib
+import pty
 import re
 import signal
 import socket
@@ -11,17 +12,22 @@ import struct
 import subprocess
 import sys
 import tempfile
+import threading
 import time
+import tty
 import unittest
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 PROGRAMS = pathlib.Path(os.environ.get("TAVRIK_BENCH_PROGRAMS", ROOT / "build/dev/bench"))
 
-sys.path.insert(0, str(ROOT))
-from tests.integration.harness.cell import PATIENCE, PORTS, Output, wait_until  # noqa: E402
-from tests.integration.harness.cell_test_case import main  # noqa: E402
+sys.path[:0] = [str(ROOT), str(ROOT / "bench")]
+import servers  # noqa: E402
+from servers import Cell, cpu_seconds, ttys  # noqa: E402
+from tests.integration.harness import own_network  # noqa: E402
+from tests.integration.harness.cell import PATIENCE, PORTS, wait_until  # noqa: E402
 
-USAGE = 2
+servers.PROGRAMS = PROGRAMS
+
 DAEMON_PORT, PLAIN_PORT = PORTS[0], 44233
 WARM_UP_CALLS = 50  # of bench-load
 SO_TIMESTAMPNS = 35
@@ -30,66 +36,31 @@ BODY = b"<methodCall><methodName>GetPos</methodName><params><param><value><strin
        b"</string></value></param></params></methodCall>"
 REQUEST = b"POST /RPC2 HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Type: text/xml\r\n" \
           b"Content-Length: %d\r\n\r\n%s" % (len(BODY), BODY)
-ANSWER = b"HTTP/1.1 200 OK\r\nContent-Length: 36\r\n\r\n<value><double>25.0</double></value>"
+LINE = b"@PDIN=[9,c4,0,3]\n"
 
 
-class Cell:
-    """bench-cell with a command in it."""
+def http(body, header=b"Content-Length: %d"):
+    return b"HTTP/1.1 200 OK\r\n" + (header % len(body) if b"%" in header else header) + \
+        b"\r\n\r\n" + body
 
-    def __init__(self, *arguments, stdin=subprocess.PIPE):
-        self.process = subprocess.Popen([PROGRAMS / "bench-cell", *arguments], stdin=stdin,
-                                        stdout=subprocess.PIPE, stderr=subprocess.PIPE)
-        self.output = Output("output", self.process.stdout)
-        self.errors = Output("errors", self.process.stderr)
 
-    def __enter__(self):
-        return self
+ANSWER = http(b"<value><double>25.0</double></value>")
 
-    def __exit__(self, *_):
-        self.process.kill()
-        self.process.wait()
-        if self.process.stdin:
-            self.process.stdin.close()
 
-    def ask(self, line):
-        mark = self.errors.mark()
-        self.process.stdin.write(line.encode() + b"\n")
-        self.process.stdin.flush()
-        return self.errors.wait_for("^bench-cell: (ok|error)", since=mark).split(": ", 1)[1]
-
-    def number(self, line):
-        return int(self.ask(line).split()[1])
-
-    def command(self):
-        """The process id of the command."""
-        return int(self.errors.wait_for(r"^bench-cell: pid \d+$").split()[-1])
-
-    def status(self):
-        return self.process.wait(PATIENCE)
-
-    def result(self):
-        """The JSON of the last line, when the command has ended well."""
-        status = self.status()
-        if status != 0:
-            raise AssertionError(f"exit status {status}: {self.errors.since(0)}")
-        wait_until(lambda: self.output.ended)
-        return json.loads(self.output.since(0)[-1])
-
-    def interrupt(self):
-        self.process.send_signal(signal.SIGINT)
-        return self.result()
+def run(program, *arguments):
+    return subprocess.run([PROGRAMS / program, *map(str, arguments)], check=False, text=True,
+                          stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=PATIENCE)
 
 
 def sleeps_on(pid):
     """Whether no thread of the process runs or waits for a processor for a moment."""
-    cpu_clock = (~pid << 3) | 2
-    before = time.clock_gettime_ns(cpu_clock)
+    before = cpu_seconds(pid)
     for _ in range(10):
         for thread in pathlib.Path(f"/proc/{pid}/task").iterdir():
             if ") S " not in (thread / "stat").read_text():
                 return False
         time.sleep(0.01)
-    return time.clock_gettime_ns(cpu_clock) == before
+    return cpu_seconds(pid) == before
 
 
 def answers(port, count):
@@ -127,144 +98,348 @@ def without_date(answer):
     return re.sub(rb"\r\nDate: [^\r]*", b"", answer)
 
 
-def ttys(count):
-    return [f"/dev/ttyACM{number}" for number in range(count)]
-
-
 class BenchCellTest(unittest.TestCase):
     def test_ends_with_the_status_of_its_command(self):
         for script, status in (("exit 7", 7), ("kill -TERM $$", 128 + signal.SIGTERM)):
-            with Cell("--", "sh", "-c", script) as cell:
-                self.assertEqual(cell.status(), status)
+            with Cell("sh", "-c", script) as cell:
+                self.assertEqual(cell.process.wait(PATIENCE), status)
 
     def test_tells_the_pid_of_its_command(self):
-        with Cell("--", "sh", "-c", "echo $$; exec sleep 60") as cell:
-            self.assertEqual(cell.command(), int(cell.output.wait_for(".")))
+        with Cell("sh", "-c", "echo $$; exec sleep 60") as cell:
+            cell.wait_for("\n")
+            self.assertEqual(cell.pid, int(cell.text()))
+
+    def test_words_of_its_command_stay_as_they_are(self):
+        with Cell("echo", "--help", "[[1, 2], [3]]", "--", "a b") as cell:
+            cell.wait_for("\n")
+            self.assertEqual(cell.text(), "--help [[1, 2], [3]] -- a b\n")
 
     def test_a_command_that_cannot_run(self):
-        with Cell("--", "/nonexistent") as cell:
-            self.assertEqual(cell.status(), 127)
+        with Cell("/nonexistent") as cell:
+            self.assertEqual(cell.process.wait(PATIENCE), 127)
             self.assertTrue(cell.errors.wait_for("^bench-cell: error: cannot run /nonexistent$"))
 
     def test_passes_signals_on(self):
         for number in (signal.SIGINT, signal.SIGTERM):
+            mask = f"import signal; signal.pthread_sigmask(signal.SIG_BLOCK, [{number.value}]); "
             script = "import signal; print('ready', flush=True); " \
                      f"signal.sigwait([{number.value}]); exit(5)"
-            mask = f"import signal; signal.pthread_sigmask(signal.SIG_BLOCK, [{number.value}]); "
-            with Cell("--", sys.executable, "-c", mask + script) as cell:
-                cell.output.wait_for("ready")
+            with Cell(sys.executable, "-c", mask + script) as cell:
+                cell.wait_for("ready")
                 cell.process.send_signal(number)
-                self.assertEqual(cell.status(), 5)
+                self.assertEqual(cell.process.wait(PATIENCE), 5)
 
     def test_usage(self):
-        for arguments in ([], ["--"], ["--masters", "65", "--", "true"], ["--rate", "x"]):
-            with Cell(*arguments) as cell:
-                self.assertEqual(cell.status(), USAGE)
-                self.assertTrue(cell.errors.wait_for("^bench-cell: usage: "))
+        for arguments in ([], ["--"], ["--masters", "65", "--", "true"], ["--rate", "--", "true"]):
+            self.assertNotIn(run("bench-cell", *arguments).returncode, (0, 127), arguments)
+        help_text = run("bench-cell", "--help")
+        self.assertEqual(help_text.returncode, 0)
+        self.assertIn("--masters", help_text.stdout)
 
-    def test_help(self):
-        with Cell("--help") as cell:
-            self.assertEqual(cell.status(), 0)
-            self.assertTrue(cell.output.wait_for("--masters N"))
-
-    def test_takes_commands_from_a_file_too(self):
-        with tempfile.TemporaryFile() as script:
-            script.write(b"lines\nunplug 9\n")
-            script.seek(0)
-            with Cell("--", "sleep", "60", stdin=script) as cell:
-                cell.errors.wait_for("^bench-cell: ok 0$")
-                cell.errors.wait_for("^bench-cell: error: there is no such master$")
+    def test_says_what_is_wrong(self):
+        with Cell("sleep", "60", masters=1) as cell:
+            for line in ("jump", "rate", "rate fast", "rate 10001", "plug", "plug x", "plug 1",
+                         "plug 0", "unplug 1"):
+                with self.assertRaisesRegex(AssertionError, "bench-cell: error: " + line):
+                    cell.ask(line)
 
     def test_outlives_its_standard_input(self):
-        with Cell("--rate", "0", "--", "sleep", "60") as cell:
-            cell.command()
+        with Cell("sleep", "60", masters=1) as cell:
             cell.process.stdin.close()
-            cell.process.stdin = None
             wait_until(lambda: sleeps_on(cell.process.pid))
-            self.assertIsNone(cell.process.poll())
-
-    def test_sleeps_while_nobody_reads(self):
-        with Cell("--masters", "2", "--rate", "full", "--", "sleep", "60") as cell:
-            cell.command()
-            wait_until(lambda: sleeps_on(cell.process.pid))
-            self.assertGreater(cell.number("lines"), 0)
+            self.assertFalse(cell.has_ended())
 
 
-class PlainReadersTest(unittest.TestCase):
-    def cell(self, *options, masters=2, readers=()):
-        return Cell("--masters", str(masters), *options, "--",
-                    PROGRAMS / "plain-readers", *readers, *ttys(masters))
+class MasterTest(unittest.TestCase):
+    """What is on the other side of a tty."""
 
-    def test_decode_all_lines_at_full_speed(self):
-        with self.cell("--rate", "full") as cell:
-            cell.output.wait_for("^started$")
-            enough = cell.number("lines") + 100000
-            wait_until(lambda: cell.number("lines") > enough)
-            result = cell.interrupt()
+    def cell(self, masters=1):
+        cell = Cell("sleep", "60", masters=masters)
+        self.addCleanup(cell.end)
+        return cell
+
+    def tty(self, cell, number=0):
+        folder = cell.environment()["UMOCKDEV_DIR"]
+        node = os.open(os.path.realpath(f"{folder}/dev/ttyACM{number}"), os.O_RDWR | os.O_NOCTTY)
+        self.addCleanup(os.close, node)
+        return node
+
+    def read(self, node, size):
+        text = b""
+        while len(text) < size:
+            text += os.read(node, size - len(text))
+        return text
+
+    def expect(self, node, request, answer):
+        os.write(node, request)
+        self.assertEqual(self.read(node, len(answer)), answer)
+
+    def test_answers(self):
+        node = self.tty(self.cell(masters=13), 12)
+        for key, value in ((b"ID", b"PELLIX"), (b"MODE", b"4"), (b"PDOUT", b"[0,0]"),
+                           (b"DEVINFO", b"[1,3,17,32,16,20,0,31249,20]"),
+                           (b"PARAM[19][0]", b"[48,56,41]"), (b"PARAM[21][0]", b"[42,31,32]"),
+                           (b"PARAM[40][2]", b"[1]")):
+            self.expect(node, key + b"?\n",
+                        b"ACK %s\n%s=%s\nFIN %s\n" % (key, key, value, key))
+        for request in b"PDOUT=[3,1]", b"PARAM[21][0]=[1]", b"OPERATE()", b"DOUTINFO?":
+            key = re.split(rb"[=(?]", request)[0]
+            self.expect(node, request + b"\n", b"ACK %s\nFIN %s\n" % (key, key))
+
+    def test_requests_in_pieces_and_no_requests(self):
+        node = self.tty(self.cell())
+        self.expect(node, b"\nPDOUT\nOPERATE()\nPDOUT=[0", b"ACK OPERATE\nFIN OPERATE\n")
+        self.expect(node, b",0]\n", b"ACK PDOUT\nFIN PDOUT\n")
+
+    def test_streams_to_all_of_them(self):
+        cell = self.cell(masters=2)
+        nodes = self.tty(cell, 0), self.tty(cell, 1)
+        cell.stream(1000)
+        for node in nodes:
+            self.assertEqual(self.read(node, 3 * len(LINE)), 3 * LINE)
+        cell.stream(0)
+        wait_until(lambda: sleeps_on(cell.process.pid))
+        self.assertEqual(cell.lines() % 2, 0)
+
+    def test_missed_ticks_are_made_up_for(self):
+        cell = self.cell()
+        cell.stream(1000)
+        cell.process.send_signal(signal.SIGSTOP)
+        before = time.monotonic()
+        time.sleep(0.1)
+        missed = (time.monotonic() - before) * 1000
+        cell.process.send_signal(signal.SIGCONT)
+        self.assertGreaterEqual(wait_until(cell.lines), int(missed))
+
+    def test_at_full_speed_it_fills_the_tty_and_then_waits(self):
+        cell = self.cell()
+        node = self.tty(cell)
+        cell.stream("full")
+        wait_until(lambda: sleeps_on(cell.process.pid))
+        lines = cell.lines()
+        self.assertGreater(lines * len(LINE), 4096)
+        self.assertEqual(self.read(node, 2 * lines * len(LINE)), 2 * lines * LINE)
+
+    def test_answers_also_when_the_stream_leaves_no_room(self):
+        cell = self.cell()
+        node = self.tty(cell)
+        cell.stream("full")
+        wait_until(lambda: sleeps_on(cell.process.pid))
+        os.write(node, 100 * b"OPERATE()\n")
+        text = b""
+        while text.count(b"FIN OPERATE\n") < 100:
+            text += os.read(node, 4096)
+        lines = text[:text.rindex(b"\n") + 1].splitlines(keepends=True)
+        self.assertEqual(set(lines), {LINE, b"ACK OPERATE\n", b"FIN OPERATE\n"})
+
+    def test_unplugging_hangs_the_tty_up(self):
+        cell = self.cell()
+        node = self.tty(cell)
+        before = time.monotonic_ns()
+        self.assertGreater(cell.ask("unplug 0"), before)
+        with self.assertRaises(OSError):
+            os.write(node, b"x")
+        with self.assertRaisesRegex(AssertionError, "the master is not plugged in"):
+            cell.ask("unplug 0")
+        self.assertGreater(cell.ask("plug 0"), before)
+        self.expect(self.tty(cell), b"OPERATE()\n", b"ACK OPERATE\nFIN OPERATE\n")
+
+
+class TtyProgramTest(unittest.TestCase):
+    """plain-readers and pty-handover."""
+
+    def interrupt(self, cell):
+        cell.process.send_signal(signal.SIGINT)
+        return cell.result()
+
+    def readers(self, masters, *options):
+        cell = servers.Readers(masters, *options)
+        self.addCleanup(cell.end)
+        return cell
+
+    def test_readers_decode_all_lines_at_full_speed(self):
+        cell = self.readers(2)
+        cell.stream("full")
+        wait_until(lambda: cell.lines() > 100000)
+        result = self.interrupt(cell)
         self.assertGreater(result["lines"], 50000)
         self.assertEqual(result["wrong"], 0)
-        self.assertGreater(result["cpuNs"], 0)
 
-    def test_get_every_line_of_a_rate(self):
-        with self.cell("--rate", "0") as cell:
-            cell.output.wait_for("^started$")
-            cell.ask("rate 1000")
-            wait_until(lambda: cell.number("lines") >= 200)
-            cell.ask("rate 0")
-            wait_until(lambda: sleeps_on(cell.command()))
-            sent = cell.number("lines")
-            self.assertEqual(cell.interrupt()["lines"], sent)
+    def test_readers_get_every_line_of_a_rate(self):
+        cell = self.readers(2)
+        cell.stream(1000)
+        wait_until(lambda: cell.lines() >= 200)
+        cell.stream(0)
+        wait_until(lambda: sleeps_on(cell.pid))
+        sent = cell.lines()
+        self.assertEqual(self.interrupt(cell)["lines"], sent)
 
     def test_sleepers_are_two_more_threads_a_tty(self):
-        for readers, threads in ([], 1 + 2), (["--sleepers"], 1 + 2 * 3):
-            with self.cell("--rate", "1000", readers=readers) as cell:
-                cell.output.wait_for("^started$")
-                self.assertEqual(len(os.listdir(f"/proc/{cell.command()}/task")), threads)
+        for options, threads in ([], 1 + 2), (["--sleepers"], 1 + 2 * 3):
+            cell = self.readers(2, *options)
+            self.assertEqual(len(os.listdir(f"/proc/{cell.pid}/task")), threads)
 
     def test_a_master_that_is_pulled_ends_its_reader_alone(self):
-        with self.cell("--rate", "1000") as cell:
-            cell.output.wait_for("^started$")
-            before = time.monotonic_ns()
-            self.assertGreater(cell.number("unplug 0"), before)
-            self.assertEqual(cell.ask("unplug 0"), "error: the master is not plugged in")
-            self.assertGreater(cell.number("plug 0"), before)
-            enough = cell.number("lines") + 100
-            wait_until(lambda: cell.number("lines") > enough)
-            self.assertEqual(cell.interrupt()["wrong"], 0)
+        cell = self.readers(2)
+        cell.stream(1000)
+        cell.ask("unplug 0")
+        enough = cell.lines() + 100
+        wait_until(lambda: cell.lines() > enough)
+        self.assertEqual(self.interrupt(cell)["wrong"], 0)
 
-    def test_a_tty_that_is_not_there(self):
-        with self.cell("--unplugged") as cell:
-            self.assertEqual(cell.status(), 1)
-            cell.errors.wait_for("^plain-readers: error: /dev/ttyACM0")
-        self.assertEqual(subprocess.run([PROGRAMS / "plain-readers"], check=False,
-                                        stderr=subprocess.DEVNULL).returncode, USAGE)
+    def test_readers_count_what_is_no_process_data(self):
+        master, node = pty.openpty()
+        self.addCleanup(os.close, master)
+        self.addCleanup(os.close, node)
+        tty.setraw(node)
+        with subprocess.Popen([PROGRAMS / "plain-readers", os.ttyname(node)],
+                              stdout=subprocess.PIPE) as readers:
+            readers.stdout.readline()
+            os.write(master, b"c4,0,3]\n" + LINE + b"@PDIN=[9,c4]\n@PDIN=[9,c4,0,3x\nFIN PDOUT\n"
+                     + b"@PDIN=[9,c4,0,100]\n" + LINE + LINE[:9])
+            wait_until(lambda: sleeps_on(readers.pid))
+            readers.send_signal(signal.SIGINT)
+            self.assertEqual(json.loads(readers.stdout.read()), {"lines": 7, "wrong": 4})
 
-
-class PtyHandoverTest(unittest.TestCase):
-    def test_measures_its_rounds(self):
-        for rate in ("0", "1000"):
-            with Cell("--rate", rate, "--", PROGRAMS / "pty-handover", "--rounds", "100") as cell:
+    def test_handover_measures_its_rounds(self):
+        for rate in 0, 1000:
+            with Cell(PROGRAMS / "pty-handover", *ttys(1), "3000", masters=1) as cell:
+                cell.stream(rate)
                 result = cell.result()
-            self.assertEqual(result["rounds"], 100)
             self.assertGreater(result["p50Us"], 0)
-            self.assertGreaterEqual(result["p90Us"], result["p50Us"])
-            self.assertGreaterEqual(result["p99Us"], result["p90Us"])
-            self.assertGreater(result["cpuNsPerRound"], 0)
+            self.assertGreater(result["cpuUs"], 0)
 
-    def test_takes_any_tty(self):
-        with Cell("--masters", "2", "--",
-                  PROGRAMS / "pty-handover", "--rounds", "1", "/dev/ttyACM1") as cell:
-            self.assertEqual(cell.result()["rounds"], 1)
-        with Cell("--", PROGRAMS / "pty-handover", "--rounds", "1", "/dev/ttyACM1") as cell:
-            self.assertEqual(cell.status(), 1)
-            cell.errors.wait_for("^pty-handover: error: /dev/ttyACM1")
+    def test_handover_waits_for_the_right_line(self):
+        master, node = pty.openpty()
+        self.addCleanup(os.close, master)
+        self.addCleanup(os.close, node)
+        tty.setraw(node)
+        answerer = threading.Thread(target=lambda: os.read(master, 100) and os.write(
+            master, b"ACK PDOUT\nFIN PDIN\nFIN PDOU\n"))
+        answerer.start()
+        self.addCleanup(answerer.join)
+        self.assertEqual(run("pty-handover", os.ttyname(node), 1).stderr,
+                         "pty-handover: error: the master does not answer\n")
 
     def test_usage(self):
-        for arguments in ([], ["--rounds"], ["--rounds", "0"], ["--rounds", "1", "a", "b"]):
-            done = subprocess.run([PROGRAMS / "pty-handover", *arguments], check=False,
-                                  stderr=subprocess.PIPE)
-            self.assertEqual(done.returncode, USAGE)
-            self.assertRegex(done.stderr, b"usage: ")
+        for program, *arguments in (("plain-readers",), ("pty-handover",), ("pty-handover", "a"),
+                                    ("pty-handover", "a", "0"), ("pty-handover", "a", "1", "b")):
+            self.assertEqual(run(program, *arguments).returncode, 2)
+
+    def test_a_tty_that_is_not_there(self):
+        for path in "/nonexistent", "/dev/null":
+            for program, *arguments in ("plain-readers", path), ("pty-handover", path, "1"):
+                result = run(program, *arguments)
+                self.assertEqual(result.returncode, 1)
+                self.assertIn(f"{program}: error: {path}", result.stderr)
+
+
+class BenchLoadTest(unittest.TestCase):
+    """Against a server with answers of its own, on any port."""
+
+    def serve(self, pieces, listener):
+        """Answers every request with the pieces that `pieces` gives for its number, from 0 on;
+        hangs up when there are none."""
+        client, _ = listener.accept()
+        with client:
+            client.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+            number = 0
+            while client.recv(4096) and pieces(number):
+                for piece in pieces(number):
+                    client.sendall(piece)
+                number += 1
+
+    def load(self, pieces, expected="25", seconds="0.01"):
+        """The result of bench-load, and the first line of what it complains of."""
+        with socket.create_server(("127.0.0.1", 0)) as listener:
+            server = threading.Thread(target=self.serve, args=(pieces, listener))
+            server.start()
+            done = run("bench-load", "--ports", listener.getsockname()[1], "--seconds", seconds,
+                       "--method", "GetPos", "--device", "HVA SN:B00", "--expect", expected)
+            server.join()
+        self.assertEqual(done.returncode, 1 if done.stderr else 0)
+        return json.loads(done.stdout), done.stderr
+
+    def test_counts_and_times_its_calls(self):
+        result, complaint = self.load(lambda _: [ANSWER], seconds="0.1")
+        self.assertEqual((complaint, result["wrong"]), ("", 0))
+        self.assertEqual(result["warmUpCalls"], WARM_UP_CALLS)
+        self.assertGreaterEqual(result["seconds"], 0.1)
+        self.assertAlmostEqual(result["callsPerSecond"], result["calls"] / result["seconds"],
+                               delta=1)
+        times = [result[f"{name}Us"] for name in ("p50", "p90", "p99", "p999", "max")]
+        self.assertEqual(times, sorted(times))
+        self.assertGreater(times[0], 0)
+
+    def test_percentiles(self):
+        def slow_first(number):
+            time.sleep(0.2 if number == WARM_UP_CALLS else 0)
+            return [ANSWER]
+        result, _ = self.load(slow_first, seconds="0.1")
+        self.assertEqual(result["calls"], 1)
+        for name in "p50", "p99", "max":
+            self.assertGreaterEqual(result[f"{name}Us"], 0.2e6)
+
+    def test_takes_right_answers(self):
+        value = b"<value><double>25.0</double></value>"
+        chunks = http(b"24\r\n" + value + b"\r\n0\r\n\r\n", b"Transfer-Encoding: chunked")
+        for pieces in ([http(b"<value><double>25</double></value>")],
+                       [http(b"<value><int>25</int></value>")],
+                       [http(value, b"content-length: %d")],
+                       [ANSWER[:7], ANSWER[7:30], ANSWER[30:-1], ANSWER[-1:]],
+                       [chunks], [chunks[:-9], chunks[-9:-2], chunks[-2:]],
+                       [http(b" " * 10000 + value)]):
+            result, complaint = self.load(lambda _, pieces=pieces: pieces)
+            self.assertEqual(complaint, "")
+            self.assertGreater(result["calls"], 0)
+
+    def test_complains_of_wrong_answers(self):
+        fault = b"<methodResponse><fault><value><struct><member><name>faultCode</name><value>" \
+                b"<int>25</int></value></member></struct></value></fault></methodResponse>"
+        for body in (b"", b"<value><int>25", b"<value><int>25</int>", b"<value><int></int></value>",
+                     b"<value><double>25.01</double></value>", b"<value><int>-25</int></value>",
+                     b"<value><double>25x</double></value>", b"<value>", fault,
+                     2 * b"<value><int>25</int></value>"):
+            result, complaint = self.load(lambda _, body=body: [http(body)])
+            self.assertIn("bench-load: wrong answer: ", complaint)
+            self.assertEqual(result["wrong"], result["warmUpCalls"] + result["calls"])
+
+    def test_complains_of_what_is_no_answer(self):
+        for answer, reason in ((ANSWER.replace(b"200 OK", b"500 No"), "status: HTTP/1.1 500 No"),
+                               (ANSWER + b"x", "more bytes than the answer's length"),
+                               (http(b"x", b"Server: x"), "answer without a length"),
+                               (b"", "Connection reset")):
+            self.assertIn(reason, self.load(lambda _, answer=answer: answer and [answer])[1])
+
+    def test_one_wrong_answer_is_enough(self):
+        wrong = http(b"<value><int>12</int></value>")
+        for place in 0, WARM_UP_CALLS - 1, WARM_UP_CALLS:
+            result, complaint = self.load(
+                lambda number, place=place: [wrong if number == place else ANSWER])
+            self.assertEqual(result["wrong"], 1)
+            self.assertIn("<int>12</int>", complaint)
+
+    def test_stops_when_the_server_hangs_up(self):
+        result, complaint = self.load(lambda number: number < WARM_UP_CALLS + 3 and [ANSWER],
+                                      seconds="10")
+        self.assertEqual((result["calls"], result["wrong"]), (3, 1))
+        self.assertIn("Connection reset", complaint)
+
+    def test_usage(self):
+        needed = ["--ports", "1", "--method", "m", "--device", "d", "--expect", "0"]
+        for arguments in ([], needed[2:], [*needed, "--seconds", "0"], [*needed, "--ports", "x"],
+                          [*needed, "--connections", "0"], [*needed[:-1], "HVA"]):
+            result = run("bench-load", *arguments)
+            self.assertNotEqual(result.returncode, 0)
+            self.assertNotIn("bench-load: error", result.stderr)
+
+    def test_a_port_without_a_server(self):
+        with socket.create_server(("127.0.0.1", 0)) as listener:
+            port = listener.getsockname()[1]
+        result = run("bench-load", "--ports", port, "--method", "m", "--device", "d",
+                     "--expect", "0")
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("bench-load: error: connect", result.stderr)
 
 
 class ServersTest(unittest.TestCase):
@@ -274,10 +449,11 @@ class ServersTest(unittest.TestCase):
         self.addCleanup(process.kill)
         return process
 
-    def daemon(self, *options):
-        cell = Cell(*options, "--", PROGRAMS / "nine-sends-daemon")
-        self.addCleanup(cell.__exit__)
-        cell.output.wait_for("TavrikDaemon started")
+    def daemon(self, **options):
+        cell = Cell(PROGRAMS / "nine-sends-daemon", masters=1, **options)
+        self.addCleanup(cell.end)
+        cell.wait_for("TavrikDaemon started")
+        cell.settle()
         return cell
 
     def test_plain_server_answers_like_the_daemon_with_one_send(self):
@@ -302,8 +478,8 @@ class ServersTest(unittest.TestCase):
     def test_plain_server_needs_a_port(self):
         for ports in (), ("0x",), ("70000",):
             process = self.start(PROGRAMS / "plain-server", *ports, stderr=subprocess.PIPE)
-            self.assertIn(b"plain-server: error: ", process.communicate(timeout=PATIENCE)[1])
-            self.assertEqual(process.returncode, 1)
+            self.assertIn(b"PORT", process.communicate(timeout=PATIENCE)[1])
+            self.assertNotEqual(process.returncode, 0)
 
     def test_nine_sends_daemon_sends_more_than_once(self):
         self.daemon()
@@ -315,13 +491,18 @@ class ServersTest(unittest.TestCase):
 
     def test_time_from_fin_is_part_of_a_call(self):
         with tempfile.NamedTemporaryFile() as fin:
-            self.daemon("--fin-file", fin.name)
+            self.daemon(fin_file=fin.name)
             grip = self.load("Grip", "--ports", str(DAEMON_PORT), "--int", "1", "--expect", "0",
-                             "--calls", "200")
+                             "--seconds", "0.1")
             wait_until(lambda: subprocess.run(grip, stdout=subprocess.DEVNULL).returncode == 0)
             call, from_fin = (json.loads(subprocess.run([*grip, *options], check=True,
                                                         stdout=subprocess.PIPE).stdout)
                               for options in ((), ("--fin-file", fin.name)))
+            no_fin = subprocess.run(
+                [*self.load("GetPos", "--ports", str(DAEMON_PORT), "--expect", "25",
+                            "--seconds", "0.1"), "--fin-file", fin.name],
+                check=False, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
+        self.assertIn(b"no FIN before the answer", no_fin.stderr)
         self.assertGreater(from_fin["p50Us"], 0)
         self.assertLess(from_fin["p50Us"], 2 * call["p50Us"])  # twice: the machine has other work
 
@@ -332,7 +513,7 @@ class ServersTest(unittest.TestCase):
                 socket.create_server(("127.0.0.1", 0)) as listener, \
                 timestamps():
             load = self.start(*self.load("GetPos", "--ports", str(listener.getsockname()[1]),
-                                         "--expect", "25", "--calls", "1", "--fin-file", fin.name),
+                                         "--expect", "25", "--seconds", "0.1", "--fin-file", fin.name),
                               stdout=subprocess.PIPE)
             client, _ = listener.accept()
             with client:
@@ -353,4 +534,5 @@ class ServersTest(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    main()
+    own_network.enter()
+    unittest.main()

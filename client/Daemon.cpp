@@ -16,7 +16,7 @@ xmlrpc_c::value Daemon::Call(const std::string& method, const xmlrpc_c::paramLis
         client.call(nullptr, method, parameters, &outcome);
     } catch (const std::exception&) {
         transport.RethrowFailure();
-        throw BadAnswer(method, "the answer is no XML-RPC");
+        throw BadAnswer(method, "the reply is not XML-RPC");
     }
     ++answeredCalls;
     if (!outcome.succeeded()) {

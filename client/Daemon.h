@@ -42,7 +42,7 @@ public:
             xmlrpc_c::fromValue(result, answer);
             return result;
         } catch (const std::exception&) {
-            throw BadAnswer(method, "the answer has an unexpected type");
+            throw BadAnswer(method, "the reply has an unexpected type");
         }
     }
 

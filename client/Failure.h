@@ -10,15 +10,15 @@ enum class ExitStatus {
     Done = 0,
     Refused = 1,         ///< any other status: an error code of the gripper's master; or a setting
                          ///< has another value than was set
-    Usage = 2,           ///< the command line is not understood
+    Usage = 2,           ///< invalid command line
     NotPossible = 3,     ///< no such gripper, or its model cannot do it
-    NoDaemon = 4,        ///< the daemon cannot be reached, or has not answered in time
-    NoAnswer = 5,        ///< the gripper's master has not answered
+    NoDaemon = 4,        ///< the daemon cannot be reached or did not answer in time
+    NoAnswer = 5,        ///< the gripper's master did not answer
     BadAnswer = 6,       ///< the daemon answered with a fault, or not as it should
-    NoGripper = 7,       ///< no gripper, or more than one, has the name given
-    NotAtRest = 8,       ///< --wait: the gripper still moves
+    NoGripper = 7,       ///< no gripper, or more than one, matches the name
+    NotAtRest = 8,       ///< --wait: the gripper is still moving
     Failed = 9,          ///< tavrikctl itself has failed
-    Faulty = 10,         ///< --wait: the gripper is at rest, with a fault
+    Faulty = 10,         ///< --wait: the gripper is at rest with a fault
     NotSent = 12,        ///< nothing could be sent to the gripper's master
     NoProcessData = 21,  ///< the data link to the gripper is not in operate
 };

@@ -41,7 +41,7 @@ std::string Gripper::Name() const {
 ProcessData Gripper::ReadProcessData() const {
     const ProcessData data(Get<int>("GetPDINExcerpt"));
     if (!data.certain && Get<int>("GetState") < 0) {
-        throw Failure(ExitStatus::NoGripper, Name() + ": the daemon does not know it any more");
+        throw Failure(ExitStatus::NoGripper, Name() + ": no longer known to the daemon");
     }
     return data;
 }
@@ -67,7 +67,7 @@ xmlrpc_c::value Gripper::ReadSetting(const std::string& method,
                                      const xmlrpc_c::carray& rest) const {
     xmlrpc_c::value answer;
     if (!IsInTime([&] { answer = Call(method, rest); })) {
-        throw Failure(ExitStatus::NoAnswer, Name() + ": its master has not answered within 1 s");
+        throw Failure(ExitStatus::NoAnswer, Name() + ": its master did not answer within 1 s");
     }
     return answer;
 }
@@ -89,8 +89,8 @@ std::string Gripper::StatusText(int status) const {
     }
     const bool isKnown = Get<int>("GetGripperInterface") == 0;
     return Name() + ": status 3: " +
-           (isKnown ? "its model or its master cannot do this, or the daemon was busy for a moment"
-                    : "the daemon does not know it any more");
+           (isKnown ? "not supported by its model or its master, or the daemon was briefly busy"
+                    : "no longer known to the daemon");
 }
 
 ProcessData Gripper::AwaitRest(const ProcessData& before, std::chrono::milliseconds limit) const {
@@ -113,8 +113,9 @@ ProcessData Gripper::AwaitRest(const ProcessData& before, std::chrono::milliseco
         std::this_thread::sleep_for(kPollPause);
     }
     if (!MasterAnswers()) {
-        throw Failure(ExitStatus::NoAnswer, Name() + ": its master has fallen silent; its last " +
-                                                "position was " + HundredthsText(data.position));
+        throw Failure(ExitStatus::NoAnswer, Name() +
+                                                ": its master stopped answering; last position " +
+                                                HundredthsText(data.position));
     }
     if (!data.certain) {
         throw Failure(ExitStatus::NoProcessData,
@@ -122,7 +123,7 @@ ProcessData Gripper::AwaitRest(const ProcessData& before, std::chrono::milliseco
     }
     if (wereMissing) {
         throw Failure(ExitStatus::NoProcessData,
-                      Name() + ": process data were missing meanwhile; at rest at " +
+                      Name() + ": process data were lost during the wait; at rest at " +
                           HundredthsText(data.position) + " in state " +
                           std::to_string(data.state));
     }

@@ -44,17 +44,17 @@ std::string Join(const std::vector<std::string>& texts) {
 std::string Doubt(const std::vector<std::string>& grippers, const std::vector<std::string>& found,
                   const std::string& name) {
     if (grippers.empty()) {
-        return "the daemon knows no gripper";
+        return "no grippers found";
     }
     if (found.empty()) {
-        return "no gripper is called '" + Printable(name) + "'; there " +
-               (grippers.size() == 1 ? "is " : "are ") + Join(grippers);
+        return "no gripper matches '" + Printable(name) + "'; available: " + Join(grippers);
     }
     if (std::set<std::string>(found.begin(), found.end()).size() == 1) {
-        return std::to_string(found.size()) + " grippers are called " + Join({found.front()}) +
-               ", and calls reach the first: unplug all but one";
+        return std::to_string(found.size()) + " grippers are named " + Join({found.front()}) +
+               " and calls reach only the first: unplug all but one";
     }
-    return (name.empty() ? "name one of the grippers " : "several grippers fit: ") + Join(found);
+    return (name.empty() ? "several grippers found, name one of: " : "several grippers match: ") +
+           Join(found);
 }
 
 }  // namespace

@@ -39,7 +39,7 @@ int IsStopped(const void* token, curl_off_t /*total*/, curl_off_t /*received*/,
 }
 
 Failure NotADaemon(const Endpoint& endpoint, const std::string& reason) {
-    return {ExitStatus::BadAnswer, endpoint.Address() + " is no TavrikDaemon: " + reason};
+    return {ExitStatus::BadAnswer, endpoint.Address() + " is not a TavrikDaemon: " + reason};
 }
 
 std::string SecondsText(std::chrono::milliseconds time) {
@@ -64,7 +64,7 @@ HttpTransport::HttpTransport(const Endpoint& endpoint, std::stop_token stop)
       headers(curl_slist_append(nullptr, "Content-Type: text/xml")),
       handle(curl_easy_init()) {
     if (handle == nullptr || headers == nullptr) {
-        throw std::runtime_error("libcurl cannot be used");
+        throw std::runtime_error("failed to initialize libcurl");
     }
     const std::string url = "http://" + server.Address() + "/RPC2";
     curl_easy_setopt(handle.get(), CURLOPT_URL, url.c_str());
@@ -111,7 +111,7 @@ void HttpTransport::Post(const std::string& body, std::string& answer) {
         throw NotADaemon(server, "HTTP status " + std::to_string(status));
     }
     if (MayDeclareEntities(answer)) {
-        throw NotADaemon(server, "the answer may declare entities");
+        throw NotADaemon(server, "the reply may declare XML entities");
     }
 }
 
@@ -126,7 +126,7 @@ Failure HttpTransport::Trouble(int result) const {
     switch (code) {
         case CURLE_OPERATION_TIMEDOUT:
             return {ExitStatus::NoDaemon,
-                    server.Address() + " has not answered within " + SecondsText(server.timeout)};
+                    server.Address() + " did not answer within " + SecondsText(server.timeout)};
         case CURLE_COULDNT_CONNECT:
             return {ExitStatus::NoDaemon, server.Address() + " cannot be reached" + Reason()};
         case CURLE_COULDNT_RESOLVE_HOST:
@@ -135,13 +135,13 @@ Failure HttpTransport::Trouble(int result) const {
                     server.Address() + " cannot be reached: " + curl_easy_strerror(code)};
         case CURLE_UNSUPPORTED_PROTOCOL:
         case CURLE_WEIRD_SERVER_REPLY:
-            return NotADaemon(server, "the answer is no HTTP");
+            return NotADaemon(server, "the reply is not HTTP");
         case CURLE_WRITE_ERROR:    // by Append()
         case CURLE_OUT_OF_MEMORY:  // so libcurl calls a head that never ends
-            return NotADaemon(server, "too long an answer");
+            return NotADaemon(server, "the reply is too long");
         default:
             return {ExitStatus::NoDaemon,
-                    server.Address() + " has not answered: " + curl_easy_strerror(code)};
+                    server.Address() + " did not answer: " + curl_easy_strerror(code)};
     }
 }
 

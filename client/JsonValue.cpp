@@ -18,7 +18,7 @@ int CheckedInteger(const nlohmann::ordered_json& json) {
     using Limits = std::numeric_limits<int>;
     const auto number = json.get<double>();  // takes any integer, and those of 32 bits exactly
     if (number < Limits::min() || number > Limits::max()) {
-        throw std::out_of_range("an integer of more than 32 bits");
+        throw std::out_of_range("an integer exceeds 32 bits");
     }
     return static_cast<int>(number);
 }
@@ -59,7 +59,7 @@ nlohmann::ordered_json ToJson(const xmlrpc_c::value& value) {
 
 xmlrpc_c::value ToValue(const nlohmann::ordered_json& json, int levels) {
     if (levels == 0) {
-        throw std::out_of_range("too many levels of arrays");
+        throw std::out_of_range("nested too deeply");
     }
     if (json.is_boolean()) {
         return xmlrpc_c::value_boolean(json.get<bool>());

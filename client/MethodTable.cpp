@@ -96,7 +96,8 @@ xmlrpc_c::value ParseJson(const std::string& text) {
     try {
         return ToValue(json);
     } catch (const std::out_of_range& excess) {
-        throw Failure(ExitStatus::Usage, "'" + Printable(text) + "' has " + excess.what());
+        throw Failure(ExitStatus::Usage,
+                      "invalid argument '" + Printable(text) + "': " + excess.what());
     }
 }
 

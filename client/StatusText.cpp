@@ -15,17 +15,17 @@ std::string StatusText(int status) {
         case kDone:
             return "done";
         case kNotPossible:
-            return "status 3: no such gripper, a model that cannot do it, a daemon that was busy "
-                   "for a moment, or error 3 of the gripper's master";
+            return "status 3: unknown gripper, not supported by its model, daemon briefly busy, or "
+                   "error 3 of the gripper's master";
         case kNoAnswer:
-            return "status 5: the gripper's master has not answered within 1 s, or with its "
-                   "error 5; whether it did what was asked is not known";
+            return "status 5: the gripper's master did not answer within 1 s, or reported error 5; "
+                   "the command may or may not have been carried out";
         case kNotSent:
-            return "status 12: nothing could be sent, or error 12 of the gripper's master; look at "
-                   "its plug and power";
+            return "status 12: nothing could be sent to the gripper's master, or its error 12; "
+                   "check its USB plug and power";
         case kNoProcessData:
-            return "status 21: there are no process data, the gripper may be starting; or error 21 "
-                   "of its master";
+            return "status 21: no process data, the gripper may be starting; or error 21 of its "
+                   "master";
         default:
             return "status " + std::to_string(status) +
                    ": error code of the gripper's master, see its manual";

@@ -35,7 +35,7 @@ void Check(int result, const Archive& file, const std::string& path) {
     if (result != ARCHIVE_OK) {
         const char* const reason = archive_error_string(file.get());
         throw Failure(ExitStatus::Failed,
-                      path + " cannot be written: " + (reason == nullptr ? "" : reason));
+                      "failed to write " + path + ": " + (reason == nullptr ? "" : reason));
     }
 }
 
@@ -45,7 +45,7 @@ void RestrictToOwner(const std::string& path) {
     if (stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
         chmod(path.c_str(), S_IRUSR | S_IWUSR) != 0) {
         throw Failure(ExitStatus::Failed,
-                      path + " cannot be written: " + std::generic_category().message(errno));
+                      "failed to write " + path + ": " + std::generic_category().message(errno));
     }
 }
 

@@ -31,8 +31,9 @@ bool AreWell(const Findings& findings) {
 Findings CutOff(const std::vector<std::string>& grippers) {
     Findings findings;
     for (const std::string& device : grippers) {
-        findings.push_back({Mark::Wrong, device, "what TavrikDaemon answers is old: no tty is open",
-                            "plug its master in again"});
+        findings.push_back({Mark::Wrong, device,
+                            "the answers of TavrikDaemon are stale: no tty is open",
+                            "replug its master"});
     }
     return findings;
 }
@@ -43,7 +44,7 @@ void Doctor::Examine() {
     sawMachine = IsThisMachine(endpoint.host);
     if (!sawMachine) {
         Add({{Mark::Unknown, "service", endpoint.host + " is not this machine",
-              "run tavrikctl doctor there to see its service, ttys and masters"}});
+              "to check its service, ttys and masters, run there: tavrikctl doctor"}});
         ExaminePorts(nullptr);
         ExamineGrippers(nullptr);
         return;
@@ -98,7 +99,7 @@ void Doctor::ExamineGrippers(const Host* host) {
     }
     Add(answered);
     if (status == ExitStatus::NoGripper) {
-        Add({{Mark::Wrong, "grippers", "TavrikDaemon lists none", "fix what is wrong above"}});
+        Add({{Mark::Wrong, "grippers", "TavrikDaemon lists none", "fix the problems above"}});
     }
 }
 
@@ -113,7 +114,7 @@ std::optional<std::vector<std::string>> Doctor::ListGrippers(Daemon& daemon) {
     } catch (const Failure& failure) {
         status = failure.Status();
         Add({{Mark::Wrong, "grippers", failure.what(),
-              "a silent master without a name holds this up: unplug it; or restart TavrikDaemon"}});
+              "a silent master without a name blocks this: unplug it, or restart TavrikDaemon"}});
         return std::nullopt;
     }
 }
@@ -127,8 +128,9 @@ Findings Doctor::AskGrippers(Daemon& daemon, const std::vector<std::string>& gri
         answered.insert(answered.end(), more.begin(), more.end());
         status = status == ExitStatus::Done ? status : check.Status();
         if (!names.insert(device).second) {
-            answered.push_back({Mark::Wrong, device, "two have this name: calls reach the first",
-                                "give one another serial number, or take it away"});
+            answered.push_back({Mark::Wrong, device,
+                                "two grippers have this name: calls reach the first",
+                                "give one of them another serial number, or unplug it"});
         }
     }
     return answered;

@@ -11,7 +11,7 @@ Findings GripperCheck::Run() {
         return {Look()};
     } catch (const Failure& failure) {
         status = failure.Status();
-        return {{Mark::Wrong, gripper.Name(), failure.what(), "run the doctor once more"}};
+        return {{Mark::Wrong, gripper.Name(), failure.what(), "run again: tavrikctl doctor"}};
     }
 }
 
@@ -19,13 +19,13 @@ Finding GripperCheck::Look() {
     const ProcessData data = gripper.ReadProcessData();
     if (!gripper.MasterAnswers()) {
         return {Mark::Wrong, gripper.Name(), "its master does not answer",
-                "look at the master's power and cable; plug it in again"};
+                "check the master's power and cable, then replug it"};
     }
     if (!data.certain) {
         status = ExitStatus::NoProcessData;
         return {Mark::Unknown, gripper.Name(),
-                "its master answers; it is at 0.00 in state 0, or there are no process data",
-                "if it is not at 0.00 with its drive off: look at its cable and power; it may be "
+                "its master answers; it is at 0.00 in state 0, or has no process data",
+                "unless it is at 0.00 with its drive off: check its cable and power; it may be "
                 "starting"};
     }
     status = ExitStatus::Done;
@@ -43,7 +43,8 @@ Finding GripperCheck::Describe(const ProcessData& data) const {
     const Model model = NarrowModel(told, gripper.DeviceString());
     if (told == "TLM?" && model.name != "TLM") {
         return {Mark::Unknown, gripper.Name(), text + ", no force: a TLM, or an unknown model",
-                "if it is no TLM: set its force; TavrikDaemon may not know its vendor or device"};
+                "if it is not a TLM: tavrikctl set force N; TavrikDaemon may not know its vendor "
+                "or device"};
     }
     return {Mark::Ok, gripper.Name(), text + ", model " + model.Text(), ""};
 }

@@ -12,14 +12,14 @@ struct Mode {
     const char* remedy;  // empty if all is well
 };
 
-constexpr const char* kStarts = "wait; if it stays so, gripper or master are faulty";
-constexpr const char* kLookAtGripper = "look at the gripper's cable and power";
+constexpr const char* kStarts = "wait; if this persists, the gripper or its master is faulty";
+constexpr const char* kLookAtGripper = "check the gripper's cable and power";
 
 constexpr std::array kModes{
     Mode{"none", kLookAtGripper}, Mode{"looking for a gripper", kLookAtGripper},
     Mode{"startup", kStarts},     Mode{"preoperate", kStarts},
     Mode{"operate", ""},          Mode{"fallback", kLookAtGripper},
-    Mode{"block mode", kStarts},  Mode{"power fault", "look at the gripper's supply"}};
+    Mode{"block mode", kStarts},  Mode{"power fault", "check the gripper's power supply"}};
 
 Mode ModeOf(int number) {
     const bool isKnown = number >= 0 && number < static_cast<int>(kModes.size());
@@ -28,16 +28,16 @@ Mode ModeOf(int number) {
 
 Finding Judge(const std::string& node, const LoggedMaster& master) {
     if (!master.failure.empty()) {
-        return {Mark::Wrong, node, "by the log: " + master.failure,
-                "look at the master's power and who has its tty; plug it in again"};
+        return {Mark::Wrong, node, "log: " + master.failure,
+                "check the master's power and which programs have its tty open, then replug it"};
     }
-    const std::string id = "by the log: ID " + (master.id ? "\"" + *master.id + "\"" : "not there");
+    const std::string id = "log: ID " + (master.id ? "\"" + *master.id + "\"" : "unknown");
     if (master.id && *master.id != "PELLIX" && *master.id != "MARROK-7") {
         return {Mark::Wrong, node, id + R"(, not "PELLIX" or "MARROK-7")",
-                "TavrikDaemon does not list it: it is no such master"};
+                "not a supported master: TavrikDaemon does not list it"};
     }
     if (!master.mode) {
-        return {Mark::Unknown, node, id + ", mode not there", ""};
+        return {Mark::Unknown, node, id + ", mode unknown", ""};
     }
     const Mode mode = ModeOf(*master.mode);
     const bool isWell = *mode.remedy == '\0';
@@ -57,8 +57,8 @@ Findings LinkCheck::Run() const {
     const bool isThere = std::any_of(host.ttys.begin(), host.ttys.end(),
                                      [](const UsbTty& tty) { return tty.IsMaster(); });
     if (findings.empty() && missed && isThere) {
-        return {{Mark::Unknown, "log", "the journal shows nothing of the masters' IDs and modes",
-                 "run the doctor as root, or read the log where TavrikDaemon writes it"}};
+        return {{Mark::Unknown, "log", "the journal does not have the IDs and modes of the masters",
+                 "run as root: tavrikctl doctor; or read the log where TavrikDaemon writes it"}};
     }
     return findings;
 }

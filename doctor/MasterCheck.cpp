@@ -11,12 +11,13 @@ constexpr const char* kMasters = "masters";
 Findings MasterCheck::Run() const {
     const std::size_t attached = AttachedCount();
     if (attached == 0 && listed.value_or(0) > 0) {
-        return {{Mark::Unknown, kMasters, "none is attached as far as udev knows; some are listed",
-                 "run the doctor as root, and where TavrikDaemon runs, if that is a container"}};
+        return {{Mark::Unknown, kMasters,
+                 "none is attached according to udev, but grippers are listed",
+                 "run as root, in the container if TavrikDaemon runs in one: tavrikctl doctor"}};
     }
     if (attached == 0) {
-        return {{Mark::Wrong, kMasters, "no master is attached, as far as udev knows",
-                 "look at the USB cable and the master's power; see dmesg"}};
+        return {{Mark::Wrong, kMasters, "no master is attached, according to udev",
+                 "check the USB cable and the master's power; see: dmesg"}};
     }
     return {Compare(attached)};
 }
@@ -36,16 +37,16 @@ Finding MasterCheck::Compare(std::size_t attached) const {
     }
     text += ", " + std::to_string(*listed) + (*listed == 1 ? " gripper" : " grippers") + " listed";
     if (opened && *opened > *listed) {
-        return {Mark::Wrong, kMasters, text + ": a device string is empty, or an ID wrong",
-                "look at the gripper's cable and power; then plug its master in again"};
+        return {Mark::Wrong, kMasters, text + ": a device string is empty or an ID is wrong",
+                "check the gripper's cable and power, then replug its master"};
     }
     if (opened && *opened < *listed) {
-        return {Mark::Wrong, kMasters, text + ": what is known of a gripper is old",
-                "plug its master in again"};
+        return {Mark::Wrong, kMasters, text + ": the data of a gripper are stale",
+                "replug its master"};
     }
     if (!opened && attached > *listed) {
-        return {Mark::Unknown, kMasters, text + "; which are open, only root can see",
-                "run the doctor as root"};
+        return {Mark::Unknown, kMasters, text + "; only root can see which are open",
+                "run as root: tavrikctl doctor"};
     }
     return {Mark::Ok, kMasters, text, ""};
 }

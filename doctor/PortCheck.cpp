@@ -47,7 +47,7 @@ Finding PortCheck::Judge(const std::string& listens) const {
     const std::string number = version->substr(0, version->find(' '));
     const std::string text = listens + "version " + number;
     if (number != TAVRIK_VERSION) {
-        return {Mark::Warning, subject, text + ", not " TAVRIK_VERSION " as tavrikctl",
+        return {Mark::Warning, subject, text + ", not " TAVRIK_VERSION " like tavrikctl",
                 "after an upgrade: systemctl restart tavrikdaemon"};
     }
     return {Mark::Ok, subject, text, ""};
@@ -56,30 +56,33 @@ Finding PortCheck::Judge(const std::string& listens) const {
 Finding PortCheck::Unanswered(const TcpSocket* listener, const Failure& failure) const {
     if (listener == nullptr) {
         return {Mark::Wrong, subject, Reason(endpoint, failure),
-                "is it the right host? Run tavrikctl doctor there; mind firewall and network.conf"};
+                "check the host name, its firewall and network.conf; run there: tavrikctl doctor"};
     }
-    const std::string text = HolderText(*listener) + " has it: " + Reason(endpoint, failure);
+    const std::string text =
+        HolderText(*listener) + " holds the port: " + Reason(endpoint, failure);
     const auto holder = host->processes.HolderOfSocket(listener->inode);
     if (holder && host->daemon && holder->pid == host->daemon->pid) {
         return {Mark::Wrong, subject, text,
-                "close idle clients, it serves 15; have its log read; else restart it"};
+                "close idle clients (it serves 15); make sure that its log is read; otherwise "
+                "restart it"};
     }
     return {Mark::Wrong, subject, text, RemedyForHolder(*listener)};
 }
 
 Finding PortCheck::WithoutListener(const TcpSocket* socket) const {
     if (socket == nullptr && host->daemon && !host->daemon->isStopped) {
-        return {Mark::Wrong, subject, "nobody listens; TavrikDaemon is starting or stopping",
-                "wait: at its start it tries each silent master for 5.5 s"};
+        return {Mark::Wrong, subject, "no program listens; TavrikDaemon is starting or stopping",
+                "wait: at startup it waits up to 5.5 s for each silent master"};
     }
     if (socket == nullptr) {
-        return {Mark::Wrong, subject, "nobody listens", ""};
+        return {Mark::Wrong, subject, "no program listens", ""};
     }
     if (socket->inode == 0) {
-        return {Mark::Wrong, subject, "held by a connection that has ended",
+        return {Mark::Wrong, subject, "held by a closed connection",
                 "wait a minute, then: " + host->StartCommand()};
     }
-    return {Mark::Wrong, subject, HolderText(*socket) + " has it for a connection of its own",
+    return {Mark::Wrong, subject,
+            HolderText(*socket) + " holds the port for a connection of its own",
             RemedyForHolder(*socket)};
 }
 
@@ -92,8 +95,8 @@ std::string PortCheck::RemedyForHolder(const TcpSocket& socket) const {
     const bool isNamed = host->processes.HolderOfSocket(socket.inode).has_value();
     return (isNamed || host->processes.SeesAll()
                 ? ""
-                : "run the doctor as root, it names the program; ") +
-           ("end it, then: " + host->StartCommand());
+                : "to see which program, run as root: tavrikctl doctor; ") +
+           ("stop it, then: " + host->StartCommand());
 }
 
 }  // namespace tavrik

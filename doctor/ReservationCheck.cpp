@@ -15,8 +15,8 @@ Findings ReservationCheck::Run() const {
     unsigned first = 0;
     unsigned last = 0;
     if (!(range >> first >> last)) {
-        return {{Mark::Unknown, kSubject,
-                 "which ports outgoing connections may take cannot be read from here", ""}};
+        return {{Mark::Unknown, kSubject, "failed to read which ports outgoing connections may use",
+                 ""}};
     }
     const std::string reserved = Setting("ip_local_reserved_ports");
     const PortList list(reserved);
@@ -26,12 +26,11 @@ Findings ReservationCheck::Run() const {
     if (!isOpen) {
         return {{Mark::Ok, kSubject, "no outgoing connection can take the two ports", ""}};
     }
-    return {{Mark::Warning, kSubject, "an outgoing connection may take a port: not reserved",
-             "sysctl -w net.ipv4.ip_local_reserved_ports=" + reserved +
-                 (reserved.empty() ? "" : ",") + std::to_string(kPorts[0]) + "," +
-                 std::to_string(kPorts[1]) +
-                 " ; for every boot name both in the last file of sysctl.d that sets "
-                 "it"}};
+    return {
+        {Mark::Warning, kSubject, "an outgoing connection may take a port: not reserved",
+         "sysctl -w net.ipv4.ip_local_reserved_ports=" + reserved + (reserved.empty() ? "" : ",") +
+             std::to_string(kPorts[0]) + "," + std::to_string(kPorts[1]) +
+             " ; to keep this after a reboot, add both to the last file in sysctl.d that sets it"}};
 }
 
 std::string ReservationCheck::Setting(const std::string& name) const {

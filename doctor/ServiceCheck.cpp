@@ -27,21 +27,21 @@ Finding ServiceCheck::Running() const {
     if (host.DaemonIsBehindSimulator()) {
         return {Mark::Warning, kService,
                 process + ", in pellix-sim: its masters are simulated or tapped",
-                "if that is not on purpose: kill -INT " + pid + "; " + host.StartCommand()};
+                "unless this is intended: kill -INT " + pid + "; " + host.StartCommand()};
     }
     if (!host.service || !host.service->IsInstalled()) {
-        return {Mark::Ok, kService, process + ", not by systemd", ""};
+        return {Mark::Ok, kService, process + ", not started by systemd", ""};
     }
     if (!host.service->Has(host.daemon->pid)) {
         return {Mark::Warning, kService,
-                process + ", not by the service, which is " + host.service->active,
-                "if that is not on purpose: kill -INT " + pid + "; systemctl restart tavrikdaemon"};
+                process + ", not started by the service, which is " + host.service->active,
+                "unless this is intended: kill -INT " + pid + "; systemctl restart tavrikdaemon"};
     }
     if (host.service->active != "active") {
         return {Mark::Wrong, kService, process + ", is being stopped",
                 "wait up to 45 s, then: systemctl start tavrikdaemon"};
     }
-    return {Mark::Ok, kService, process + ", by systemd", ""};
+    return {Mark::Ok, kService, process + ", started by systemd", ""};
 }
 
 Finding ServiceCheck::Restricted() const {
@@ -49,40 +49,44 @@ Finding ServiceCheck::Restricted() const {
     const std::string text = "systemd denies " + host.service->denied;
     if (host.service->allowed.empty()) {
         return {Mark::Warning, kNetwork, text,
-                "if the robot is meant: name it in the service's network.conf, IPAddressAllow="};
+                "if this blocks the robot: add its address to IPAddressAllow= in the service's "
+                "network.conf"};
     }
     return {Mark::Ok, kNetwork, text + ", but allows " + host.service->allowed, ""};
 }
 
 Finding ServiceCheck::Hidden() const {
     if (host.service && host.service->active == "active") {
-        return {Mark::Ok, kService, "process " + host.service->mainPid + ", by systemd", ""};
+        return {Mark::Ok, kService, "process " + host.service->mainPid + ", started by systemd",
+                ""};
     }
-    return {Mark::Unknown, kService, "whether TavrikDaemon runs, only root can see here",
-            "run the doctor as root, where /proc has all processes"};
+    return {Mark::Unknown, kService, "only root can see whether TavrikDaemon runs",
+            "run as root, where /proc shows all processes: tavrikctl doctor"};
 }
 
 Finding ServiceCheck::Stopped() const {
     if (!host.service) {
-        return {Mark::Wrong, kService, "no TavrikDaemon runs, and systemd cannot be asked",
+        return {Mark::Wrong, kService, "TavrikDaemon is not running, and systemd does not answer",
                 "start TavrikDaemon"};
     }
     const ServiceState& service = *host.service;
     if (service.load == "masked") {
-        return {Mark::Wrong, kService, "no TavrikDaemon runs; its service is masked",
+        return {Mark::Wrong, kService, "TavrikDaemon is not running; its service is masked",
                 "systemctl unmask tavrikdaemon; systemctl enable --now tavrikdaemon"};
     }
     if (!service.IsInstalled()) {
-        return {Mark::Wrong, kService, "no TavrikDaemon runs, and systemd has no service for it",
+        return {Mark::Wrong, kService,
+                "TavrikDaemon is not running, and systemd has no service for it",
                 "install the package tavrikdaemon, or start TavrikDaemon"};
     }
-    const std::string state =
-        "no TavrikDaemon; systemd: " + service.active + " (" + service.sub + "), " + service.result;
+    const std::string state = "TavrikDaemon is not running; systemd: " + service.active + " (" +
+                              service.sub + "), " + service.result;
     if (service.active == "inactive") {
         return {Mark::Wrong, kService, state, "systemctl enable --now tavrikdaemon"};
     }
     return {Mark::Wrong, kService, state,
-            "see journalctl -u tavrikdaemon and below; then: systemctl reset-failed tavrikdaemon; "
+            "see: journalctl -u tavrikdaemon; fix the problems below, then: systemctl reset-failed "
+            "tavrikdaemon; "
             "systemctl restart tavrikdaemon"};
 }
 

@@ -22,12 +22,13 @@ bool HasAccessList(const std::string& path) {
 Findings TtyCheck::Run() const {
     const std::string mismatch = tty.Mismatch();
     if (!mismatch.empty()) {
-        return {{Mark::Unknown, tty.node, "no master: " + mismatch, ""}};
+        return {{Mark::Unknown, tty.node, "not a master: " + mismatch, ""}};
     }
     const auto node = StatusOfNode(tty.node);
     if (!node) {
-        return {{Mark::Wrong, tty.node, "udev knows a master there, but the node cannot be reached",
-                 "plug the master in again; in a container, give it the node"}};
+        return {{Mark::Wrong, tty.node,
+                 "udev reports a master here, but the node is not accessible",
+                 "replug the master; in a container, pass the node into it"}};
     }
     if (const auto tap = Tap(*node)) {
         return {{Mark::Ok, tty.node, "master, tapped by " + tap->Text() + " for TavrikDaemon", ""}};
@@ -62,7 +63,7 @@ void TtyCheck::CheckPermission(const struct stat& node, Findings& findings) cons
     if (!host.account) {
         findings.push_back(
             {Mark::Unknown, tty.node,
-             "master, " + PermissionText(node) + "; the user for the service is not there yet",
+             "master, " + PermissionText(node) + "; the user of the service does not exist yet",
              "install the package tavrikdaemon, or start TavrikDaemon"});
     } else if (!host.account->MayReadAndWrite(node)) {
         findings.push_back(ForbiddenTo(host.account->Name(), node));
@@ -72,9 +73,8 @@ void TtyCheck::CheckPermission(const struct stat& node, Findings& findings) cons
 Finding TtyCheck::ForbiddenTo(const std::string& user, const struct stat& node) const {
     if (HasAccessList(tty.node)) {
         return {Mark::Unknown, tty.node,
-                "master, " + PermissionText(node) + "; its access list must let user " + user +
-                    " open it",
-                "see getfacl " + tty.node};
+                "master, " + PermissionText(node) + "; its access list must allow user " + user,
+                "see: getfacl " + tty.node};
     }
     return {Mark::Wrong, tty.node,
             "master, but user " + user + " may not open it: " + PermissionText(node),
@@ -86,21 +86,21 @@ void TtyCheck::CheckHolders(const struct stat& node, Findings& findings) const {
         if (holder.name != kDaemonName && !IsSimulator(holder, node)) {
             findings.push_back({Mark::Wrong, tty.node,
                                 "master, but " + holder.Text() + " has it open too",
-                                "end it: it takes the master's answers away"});
+                                "stop it: it takes answers that TavrikDaemon needs"});
         }
     }
     const bool isDaemonSeen = host.daemon && host.processes.Sees(host.daemon->pid);
     if (findings.empty() && isDaemonSeen && !host.DaemonHasOpen(tty)) {
         findings.push_back(
             {Mark::Wrong, tty.node,
-             "master, but TavrikDaemon has not opened it, or has given it up",
-             "look at the master's power, then plug it in again; or: " + host.StartCommand()});
+             "master, but TavrikDaemon has not opened it or has given up on it",
+             "check the master's power, then replug it; or: " + host.StartCommand()});
     }
     if (!host.processes.SeesAll()) {
         findings.push_back(
             {Mark::Unknown, tty.node,
              "master, " + PermissionText(node) + "; only root can see who has it open",
-             "run the doctor as root"});
+             "run as root: tavrikctl doctor"});
     }
 }
 

@@ -24,19 +24,19 @@ namespace {
 constexpr const char* kExitStatuses =
     R"(Exit status:
   0    done
-  1    the gripper's master has refused with an error code of its own, or
-       a setting has another value than was set
-  2    the command line is not understood
-  3    no such gripper any more, or its model cannot do it
-  4    the daemon cannot be reached, or has not answered in time
-  5    the gripper's master has not answered
-  6    the daemon has answered with a fault, or is no TavrikDaemon
-  7    no gripper, or more than one, has the name given
-  8    --wait: the gripper still moves
-  9    the output cannot be written, or tavrikctl has failed
-  10   --wait: the gripper is at rest, with a fault
+  1    the gripper's master refused with an error code of its own, or a
+       setting does not have the value that was set
+  2    invalid command line
+  3    gripper no longer known, or not supported by its model
+  4    the daemon cannot be reached or did not answer in time
+  5    the gripper's master did not answer
+  6    the daemon replied with a fault, or is not a TavrikDaemon
+  7    no gripper, or more than one, matches the name
+  8    --wait: the gripper is still moving
+  9    the output cannot be written, or tavrikctl failed
+  10   --wait: the gripper is at rest with a fault
   12   nothing could be sent to the gripper's master
-  21   there are no process data: the gripper may be starting)";
+  21   no process data: the gripper may be starting)";
 
 void PrintError(std::string text) {
     std::replace(text.begin(), text.end(), '\n', ' ');
@@ -47,12 +47,12 @@ void PrintError(std::string text) {
 std::string NameOfHost(const std::string& text) {
     const bool isHost = !text.empty() && text.find_first_of("/?#@\\ \t\r\n") == std::string::npos &&
                         std::count(text.begin(), text.end(), ':') != 1;
-    return isHost ? "" : "'" + text + "' is no name of a host";
+    return isHost ? "" : "invalid host name '" + text + "'";
 }
 
 }  // namespace
 
-CommandLine::CommandLine() : app("Operates grippers through a running TavrikDaemon.", "tavrikctl") {
+CommandLine::CommandLine() : app("Operate grippers through a running TavrikDaemon.", "tavrikctl") {
     constexpr std::size_t kOptionWidth = 24;  // leaves 56 columns of 80 for what they do
     app.require_subcommand(0, 1);
     app.get_formatter()->column_width(kOptionWidth);
@@ -65,28 +65,33 @@ CommandLine::CommandLine() : app("Operates grippers through a running TavrikDaem
 
 void CommandLine::AddOptions() {
     constexpr unsigned kLargestPort = 65535;
-    app.add_option("--host", endpoint.host, "where the daemon runs (127.0.0.1 if not given)")
+    app.add_option("--host", endpoint.host,
+                   "host name or address of the daemon (default: 127.0.0.1)")
         ->check(NameOfHost)
         ->option_text("HOST");
     app.add_option("--port", endpoint.port,
-                   std::to_string(kPorts[0]) + " (if not given) or " + std::to_string(kPorts[1]))
+                   std::to_string(kPorts[0]) + " (default) or " + std::to_string(kPorts[1]))
         ->check(CheckDecimal)
         ->check(CLI::Range(1U, kLargestPort))
         ->option_text("PORT");
     AddTimeOption(app, "--timeout", endpoint.timeout,
-                  "seconds that one call may take (10 if not given)");
+                  "time limit of one call, 0.001 to 3600 s (default: 10)");
 }
 
 void CommandLine::AddCommands() {
     using Argument = Motion::Argument;
     Add<ListCommand>();
-    Add<MotionCommand>(Motion{"grip", "Grip", "Grip", Argument::Set});
-    Add<MotionCommand>(Motion{"release", "Release", "Release", Argument::Set});
-    Add<MotionCommand>(Motion{"home", "Make a reference run", "Reference"});
+    Add<MotionCommand>(
+        Motion{"grip", "Close the fingers on a part, with the force and limits of a parameter set",
+               "Grip", Argument::Set});
+    Add<MotionCommand>(Motion{"release", "Open the fingers, with the limits of a parameter set",
+                              "Release", Argument::Set});
+    Add<MotionCommand>(Motion{"home", "Perform a reference run", "Reference"});
     Add<MotionCommand>(Motion{"disable", "Switch the drive off", "Disable"});
-    Add<MotionCommand>(Motion{"holdfast", "Hold the part with the drive off, or no longer",
-                              "Holdfast", Argument::OnOff, false});
-    Add<MotionCommand>(Motion{"store", "Have the gripper keep its settings over a power failure",
+    Add<MotionCommand>(
+        Motion{"holdfast", "Turn holdfast on or off", "Holdfast", Argument::OnOff, false});
+    Add<MotionCommand>(Motion{"store",
+                              "Save the gripper's settings so that they survive a power failure",
                               "StoreRemanent", Argument::None, false});
     Add<GetCommand>();
     Add<SetCommand>();
@@ -127,7 +132,7 @@ ExitStatus CommandLine::ReadAndRun(int argc, const char* const* argv) {
     const auto command = std::find_if(commands.begin(), commands.end(),
                                       [](const auto& each) { return each->IsChosen(); });
     if (command == commands.end()) {
-        throw Failure(ExitStatus::Usage, "a command is missing; see tavrikctl --help");
+        throw Failure(ExitStatus::Usage, "missing command; see tavrikctl --help");
     }
     Daemon daemon(endpoint);
     return (*command)->Run(daemon, printer);

@@ -80,7 +80,7 @@ void Printer::Json(const nlohmann::ordered_json& json) {
 
 void Printer::Flush() {
     if (!out.flush()) {
-        throw Failure(ExitStatus::Failed, "standard output cannot be written");
+        throw Failure(ExitStatus::Failed, "failed to write to standard output");
     }
 }
 

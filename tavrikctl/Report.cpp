@@ -33,7 +33,7 @@ Findings Gather(const Findings& findings) {
             gathered.insert(gathered.end(), first, last);
         } else {
             gathered.push_back(*first);
-            gathered.back().text += "; so " + std::to_string(count - 1) + " more";
+            gathered.back().text += "; " + std::to_string(count - 1) + " more like this";
         }
         first = last;
     }

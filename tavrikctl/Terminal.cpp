@@ -56,7 +56,7 @@ Terminal::Terminal(bool withColours) : colours(withColours) {
     EndBySignals();
     terminal.reset(newterm(nullptr, stdout, stdin));
     if (!terminal) {
-        throw Failure(ExitStatus::Failed, "this type of terminal is not known (TERM)");
+        throw Failure(ExitStatus::Failed, "unknown terminal type: set TERM to a known one");
     }
     raw();  // Ctrl-C is a key too, so that the terminal is always restored
     noecho();

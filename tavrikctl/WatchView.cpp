@@ -55,9 +55,9 @@ std::string WatchView::ValuesText(const Observation& observation) {
                "the master has not answered for " + std::to_string(silence.count()) + " s";
     }
     if (!observation.data->certain) {
-        return "all zero: perhaps no process data";
+        return "all zero: possibly no process data";
     }
-    return observation.probed ? "fresh" : "perhaps old: the master was not asked";
+    return observation.probed ? "fresh" : "possibly old: the master was not polled";
 }
 
 std::vector<Cell> WatchView::Render(std::size_t width, std::size_t height) const {
@@ -75,7 +75,7 @@ std::vector<Cell> WatchView::Render(std::size_t width, std::size_t height) const
         AddPlot(lines, width, std::min(height - lines.size() - kLinesBelow, kMostPlotRows));
     }
     lines.push_back({""});
-    lines.push_back({"q leaves"});
+    lines.push_back({"q: quit"});
     lines.resize(std::min(lines.size(), height));
     for (Cell& line : lines) {
         line.text = Cut(line.text, width);

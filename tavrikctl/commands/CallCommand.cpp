@@ -35,7 +35,7 @@ std::string MethodList() {
 /// yet, so that a variable that is not set would move one.
 void RefuseEmptyGripper(bool isEmpty) {
     if (isEmpty) {
-        throw Failure(ExitStatus::Usage, "GRIPPER: is empty");
+        throw Failure(ExitStatus::Usage, "GRIPPER: must not be empty");
     }
 }
 
@@ -62,9 +62,9 @@ CallCommand::CallCommand(CLI::App& program)
     // One by one: "[a,b]" would be taken for two elements of a list.
     for (std::string& text : texts) {
         const std::string name = "ARG" + std::to_string(&text - texts.data() + 1);
-        options.push_back(app.add_option(name, text, "an argument of it")->option_text(" "));
+        options.push_back(app.add_option(name, text, "argument of the method")->option_text(" "));
     }
-    app.add_flag("--exact", exact, "send the device string as it is typed");
+    app.add_flag("--exact", exact, "send the device string exactly as typed");
     AddJson(json);
     app.footer(MethodList);
 }
@@ -97,10 +97,12 @@ std::vector<std::string> CallCommand::Arguments() const {
 const Method& CallCommand::ChosenMethod() const {
     const Method* const method = FindMethod(methodName);
     if (method == nullptr) {
-        throw Failure(ExitStatus::Usage, "there is no method '" + Printable(methodName) + "'");
+        throw Failure(ExitStatus::Usage,
+                      "unknown method '" + Printable(methodName) + "'; see tavrikctl call --help");
     }
     if (Arguments().size() != method->parameters.size()) {
-        throw Failure(ExitStatus::Usage, "the call is: " + Usage(*method));
+        throw Failure(ExitStatus::Usage,
+                      "wrong number of arguments, usage: call " + Usage(*method));
     }
     return *method;
 }

@@ -7,10 +7,10 @@ namespace tavrik {
 void Command::AddGripper() {
     auto* const name =
         app.add_option("GRIPPER", gripperName,
-                       "part of its device string; not needed for an only one")
+                       "unique part of its device string; optional if there is only one")
             ->check(CheckNotEmpty)  // a variable that is not set must not mean the only gripper
             ->option_text(" ");
-    app.add_flag("--exact", isWholeName, "GRIPPER is the whole device string")->needs(name);
+    app.add_flag("--exact", isWholeName, "GRIPPER is the complete device string")->needs(name);
 }
 
 std::string Command::ChosenGripper(Daemon& daemon) const {
@@ -26,14 +26,14 @@ CLI::Option* Command::AddNumber(const std::string& name, int& number, int larges
                                 const std::string& description) {
     return app
         .add_option(name, number,
-                    description + ", 0 to " + std::to_string(largest) + " (0 if not given)")
+                    description + ", 0 to " + std::to_string(largest) + " (default: 0)")
         ->check(CheckDecimal)
         ->check(CLI::Range(0, largest))
         ->option_text("N");
 }
 
 void Command::AddJson(bool& json) {
-    app.add_flag("--json", json, "answer in JSON, for programs");
+    app.add_flag("--json", json, "print JSON");
 }
 
 }  // namespace tavrik

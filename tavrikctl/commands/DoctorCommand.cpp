@@ -29,9 +29,10 @@ std::string TextOf(Print print) {
 }  // namespace
 
 DoctorCommand::DoctorCommand(CLI::App& program, const Endpoint& endpoint)
-    : Command(program, "doctor", "Tell what is right and wrong between robot and gripper"),
+    : Command(program, "doctor", "Check everything between the robot and the gripper"),
       server(endpoint) {
-    app.add_option("--bundle", bundle, "also write it to FILE, a tar.gz with versions and log")
+    app.add_option("--bundle", bundle,
+                   "also write the report, versions and the log to FILE (tar.gz)")
         ->check(CheckNotEmpty)
         ->option_text("FILE");
     AddJson(json);
@@ -46,7 +47,7 @@ ExitStatus DoctorCommand::Run(Daemon& /*daemon*/, Printer& printer) {
                     {{"report.txt", TextOf([&](Printer& text) { Print(doctor, text); })},
                      {"report.json", TextOf([&](Printer& text) { text.Json(doctor.Json()); })}});
         if (!json) {
-            printer.Line(bundle + " has this and more: look through it before you pass it on.");
+            printer.Line(bundle + " contains this report and more: review it before you share it.");
         }
     }
     return doctor.Status();

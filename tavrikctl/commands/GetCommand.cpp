@@ -34,7 +34,7 @@ ExitStatus GetCommand::Run(Daemon& daemon, Printer& printer) {
         printer.Json(object);
     } else {
         printer.Line(Title(setting, gripper) + " is " + ValueText(setting, value) +
-                     (certain ? "" : ", or the gripper has no such setting"));
+                     (certain ? "" : ", or the gripper does not have this setting"));
     }
     return ExitStatus::Done;
 }

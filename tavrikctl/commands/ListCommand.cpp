@@ -18,8 +18,9 @@ bool IsShownExactly(const std::string& device) {
 }  // namespace
 
 ListCommand::ListCommand(CLI::App& program)
-    : Command(program, "list", "Show all grippers, a row each") {
-    app.add_flag("--passive", passive, "send nothing to grippers, and so notice no silent one");
+    : Command(program, "list", "List all grippers with their model, state and position") {
+    app.add_flag("--passive", passive,
+                 "send nothing to the grippers: silent ones are not detected");
     AddJson(json);
 }
 
@@ -36,7 +37,7 @@ ExitStatus ListCommand::Run(Daemon& daemon, Printer& printer) {
             continue;  // it has just been unplugged
         }
         if (!seen.insert(device).second) {
-            entries.back().note = "same name: calls reach the first";
+            entries.back().note = "duplicate name: calls reach the first";
         }
     }
     json ? PrintJson(entries, printer) : PrintTable(entries, printer);
@@ -50,9 +51,9 @@ ListCommand::Entry ListCommand::Look(const Gripper& gripper) const {
         entry.answers = gripper.MasterAnswers();
     }
     if (entry.answers == false) {
-        entry.note = "master silent, values may be old";
+        entry.note = "master does not answer, values may be old";
     } else if (!entry.data.certain) {
-        entry.note = "zero, or no process data";
+        entry.note = "zero or no process data";
     } else if (!passive) {
         model = gripper.Model();
     }
@@ -65,7 +66,7 @@ ListCommand::Entry ListCommand::Look(const Gripper& gripper) const {
 
 void ListCommand::PrintTable(const std::vector<Entry>& entries, Printer& printer) {
     if (entries.empty()) {
-        printer.Line("The daemon knows no gripper.");
+        printer.Line("No grippers found.");
         return;
     }
     std::vector<std::vector<Cell>> rows;

@@ -26,8 +26,8 @@ MotionCommand::MotionCommand(CLI::App& program, const Motion& aMotion)
 }
 
 void MotionCommand::AddWaiting() {
-    auto* const flag = app.add_flag("--wait", wait, "return when the gripper has come to rest");
-    AddTimeOption(app, "--within", limit, "seconds that this may take (30 if not given)")
+    auto* const flag = app.add_flag("--wait", wait, "wait until the gripper has come to rest");
+    AddTimeOption(app, "--within", limit, "time limit of --wait, 0.001 to 3600 s (default: 30)")
         ->needs(flag);
 }
 
@@ -47,7 +47,7 @@ ExitStatus MotionCommand::Run(Daemon& daemon, Printer& printer) {
             data.state != before.state || RestDetector::IsMotion(before.position, data.position);
         data.AddTo(object);
         object["changed"] = changed;
-        Tell(data, text + (changed ? "" : ", but nothing has changed"), object, printer);
+        Tell(data, text + (changed ? "" : ", but nothing changed"), object, printer);
     } else {
         json ? printer.Json(object) : printer.Line(text);
     }

@@ -18,7 +18,7 @@ constexpr std::chrono::milliseconds kLateReplies(100);
 
 SetCommand::SetCommand(CLI::App& program)
     : SettingCommand(program, "set", "Change a setting of the gripper") {
-    app.add_option("VALUE", value, "its new value, see below")->required();
+    app.add_option("VALUE", value, "new value, see below")->required();
     AddGripper();
     AddNumbers();
 }
@@ -41,7 +41,7 @@ ExitStatus SetCommand::Run(Daemon& daemon, Printer& printer) {
         Confirm(setting, gripper, text);
     }
     printer.Line(Title(setting, gripper) + " set to " + text +
-                 (isReadable ? "" : ", not confirmed: it cannot be read"));
+                 (isReadable ? "" : ", not confirmed: it cannot be read back"));
     return ExitStatus::Done;
 }
 

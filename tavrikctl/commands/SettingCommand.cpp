@@ -48,13 +48,14 @@ std::string SettingList() {
     constexpr std::size_t kNameWidth = 22;
     constexpr std::size_t kRangeWidth = 20;
     constexpr std::size_t kOptionWidth = 8;
-    std::string text = "Settings, their values, the option for one of several, and the models:";
+    std::string text =
+        "Settings: values, the option that selects a set or LED, and supported models:";
     for (const Setting& setting : Settings()) {
         text += "\n  " + Padded(std::string(setting.name), kNameWidth) +
                 Padded(ValueRange(setting), kRangeWidth) +
                 Padded(NumberOption(setting.place), kOptionWidth) + std::string(setting.models);
     }
-    return text + "\n\nLimits are positions, in the gripper's unit and steps of 0.01.";
+    return text + "\n\nLimits are positions in the gripper's unit, in steps of 0.01.";
 }
 
 }  // namespace
@@ -75,10 +76,10 @@ void SettingCommand::AddNumbers() {
 const Setting& SettingCommand::ChosenSetting() const {
     const Setting& setting = FindSetting(settingName);
     if (setting.place != Place::Set && setOption->count() > 0) {
-        throw Failure(ExitStatus::Usage, settingName + " is not in parameter sets");
+        throw Failure(ExitStatus::Usage, settingName + " has no parameter sets: omit --set");
     }
     if (setting.place != Place::Led && ledOption->count() > 0) {
-        throw Failure(ExitStatus::Usage, settingName + " is not of an LED");
+        throw Failure(ExitStatus::Usage, settingName + " does not belong to an LED: omit --led");
     }
     return setting;
 }
@@ -112,7 +113,7 @@ nlohmann::ordered_json SettingCommand::Read(const Setting& setting, const Grippe
     const std::string getter(setting.getter);
     const auto answer = gripper.ReadSetting(getter, Numbers(setting));
     if (answer.type() != AnswerType(setting.kind)) {
-        throw Failure(ExitStatus::BadAnswer, getter + ": the answer has an unexpected type");
+        throw Failure(ExitStatus::BadAnswer, getter + ": the reply has an unexpected type");
     }
     return ToJson(answer);
 }

@@ -21,12 +21,15 @@ std::chrono::system_clock::time_point WallTimeOf(const Observation& observation)
 
 }  // namespace
 
-WatchCommand::WatchCommand(CLI::App& program) : Command(program, "watch", "Show a gripper live") {
+WatchCommand::WatchCommand(CLI::App& program)
+    : Command(program, "watch", "Show the state and position of a gripper live") {
     AddGripper();
     auto* const csvFlag =
-        app.add_flag("--csv", csv, "rows of comma-separated values, no live screen");
-    app.add_flag("--json", json, "a JSON object a line, for programs")->excludes(csvFlag);
-    app.add_flag("--passive", passive, "send nothing to the gripper: no notice of frozen values");
+        app.add_flag("--csv", csv, "print rows of comma-separated values, no live screen");
+    app.add_flag("--json", json, "print one JSON object per line, no live screen")
+        ->excludes(csvFlag);
+    app.add_flag("--passive", passive,
+                 "send nothing to the gripper: frozen values are not detected");
 }
 
 ExitStatus WatchCommand::Run(Daemon& daemon, Printer& printer) {

@@ -74,7 +74,7 @@ class ListTest(CtlTestCase):
     def test_the_values_of_a_silent_master_are_marked_as_old(self):
         with self.condition("silent 0 on", "silent 0 off"):
             row = self.ctl("list").splitlines()[1]
-            self.assertIn("master silent, values may be old", row)
+            self.assertIn("master does not answer, values may be old", row)
             self.assertIn("10.00", row)
             row = self.json("list")[0]
             self.assertEqual((row["answers"], row["position"]), (False, 10.0))
@@ -87,8 +87,8 @@ class ListTest(CtlTestCase):
         wait_until(lambda: not self.call("GetPDINExcerpt", HVA))
         self.assertNotIn("DEVINFO?", self.requests_during(0, "list")[1:])
         self.assertFalse(self.json("list")[0]["certain"])
-        self.assertIn("zero, or no process data", self.ctl("list"))
-        self.expect_failure(NO_PROCESS_DATA, "status 21: there are no process data", "grip", HVA)
+        self.assertIn("zero or no process data", self.ctl("list"))
+        self.expect_failure(NO_PROCESS_DATA, "status 21: no process data", "grip", HVA)
         self.cell.command("mode 0 4")
         self.cell.log.wait_for("Pending command PDOUT deleted", since=mark)
         wait_until(lambda: self.json("list")[0]["certain"])
@@ -111,8 +111,8 @@ class OddGrippersTest(CtlTestCase):
     def test_a_gripper_behind_another_of_its_name_is_marked(self):
         rows = self.ctl("list").splitlines()
         self.assertNotIn("same name", rows[2])
-        self.assertTrue(rows[3].endswith("same name: calls reach the first"))
-        self.expect_failure(NO_GRIPPER, "2 grippers are called 'TLM SN:7'", "store", "sn:7")
+        self.assertTrue(rows[3].endswith("duplicate name: calls reach the first"))
+        self.expect_failure(NO_GRIPPER, "2 grippers are named 'TLM SN:7'", "store", "sn:7")
         self.assertEqual(self.ctl("call", "StoreRemanent", "TLM SN:7", "--exact"), "0: done\n")
 
     def test_characters_of_two_columns_do_not_move_the_next_column(self):
@@ -191,7 +191,7 @@ class MotionTest(CtlTestCase):
         self.assertFalse(self.json("release", "HVA", "--wait")["changed"])
         with self.condition("pdin 0 0", "pdin 0 100"):
             self.assertEqual(self.ctl("grip", "HVA", "--wait"),
-                             f"{HVA}: done, but nothing has changed, at rest at 28.00 in state 4\n")
+                             f"{HVA}: done, but nothing changed, at rest at 28.00 in state 4\n")
         self.wait_for_process_data(0, HVA)
 
     def test_without_waiting_the_answer_comes_at_once(self):
@@ -220,13 +220,13 @@ class MotionTest(CtlTestCase):
 
     def test_a_model_that_cannot_is_named_as_the_reason(self):
         for command in (("home", "TLM"), ("holdfast", "on", "HVA")):
-            self.expect_failure(NOT_POSSIBLE, "status 3: its model or its master cannot do this",
+            self.expect_failure(NOT_POSSIBLE, "status 3: not supported by its model or its master",
                                 *command)
 
     def test_a_master_that_does_not_answer(self):
         with self.condition("mute 0 on", "mute 0 off"):
             self.expect_failure(
-                NO_ANSWER, f"{HVA}: status 5: the gripper's master has not answered within 1 s",
+                NO_ANSWER, f"{HVA}: status 5: the gripper's master did not answer within 1 s",
                 "grip", "HVA")
 
     def test_a_master_that_takes_nothing(self):
@@ -240,10 +240,10 @@ class MotionTest(CtlTestCase):
                                 "release", "TLM")
 
     def test_a_gripper_has_to_be_named(self):
-        self.expect_failure(NO_GRIPPER, f"name one of the grippers '{HVA}', '{MZD}', '{TLM}'",
-                            "grip")
-        self.expect_failure(NO_GRIPPER, "no gripper is called 'XYZ'; there are", "grip", "XYZ")
-        self.expect_failure(NO_GRIPPER, "several grippers fit", "grip", "sn:")
+        self.expect_failure(NO_GRIPPER, "several grippers found, name one of: "
+                            f"'{HVA}', '{MZD}', '{TLM}'", "grip")
+        self.expect_failure(NO_GRIPPER, "no gripper matches 'XYZ'; available:", "grip", "XYZ")
+        self.expect_failure(NO_GRIPPER, "several grippers match", "grip", "sn:")
 
     def test_an_empty_name_never_reaches_the_daemon(self):
         """The daemon would take it for a gripper whose name it does not know yet."""
@@ -254,13 +254,13 @@ class MotionTest(CtlTestCase):
                         ("watch", ""), ("grip", "", "--exact"), ("call", "Grip", "", 0),
                         ("call", "Grip", "", 0, "--exact"), ("call", "system.multicall", calls)):
             with self.subTest(command=command):
-                self.expect_failure(USAGE, "GRIPPER: is empty", *command)
+                self.expect_failure(USAGE, "GRIPPER: must not be empty", *command)
         self.assertEqual(self.cell.log.matching("Device '' not found", since=mark), [])
 
     def test_a_part_is_not_exact(self):
         for command in (("grip", "MZD"), ("get", "force", "MZD"), ("set", "force", 9, "MZD"),
                         ("watch", "MZD")):
-            self.expect_failure(NO_GRIPPER, "no gripper is called 'MZD'", *command, "--exact")
+            self.expect_failure(NO_GRIPPER, "no gripper matches 'MZD'", *command, "--exact")
         self.assertIn(MZD, self.ctl("get", "force", MZD, "--exact"))
         self.expect_failure(USAGE, "--exact requires GRIPPER", "grip", "--exact")
 
@@ -293,7 +293,7 @@ class SlowMotionTest(CtlTestCase):
     def test_a_master_that_falls_silent_is_no_rest(self):
         process = self.moving("release", "--wait")
         with self.condition("silent 0 on", "silent 0 off"):
-            self.expect_end(process, NO_ANSWER, "its master has fallen silent; its last position")
+            self.expect_end(process, NO_ANSWER, "its master stopped answering; last position")
         wait_until(lambda: self.call("Disable", "TLM SN:100001") == 0)
 
     def test_process_data_that_were_missing_are_no_rest(self):
@@ -304,16 +304,17 @@ class SlowMotionTest(CtlTestCase):
         self.cell.log.wait_for("STARTUP$", since=mark)
         self.cell.command("mode 0 4")
         self.cell.wait_until_operating(1, since=mark)
-        self.expect_end(process, NO_PROCESS_DATA, "process data were missing meanwhile; at rest at")
+        self.expect_end(process, NO_PROCESS_DATA,
+                        "process data were lost during the wait; at rest at")
         wait_until(lambda: self.call("Disable", "TLM SN:100001") == 0)
 
     def test_a_master_that_is_unplugged_is_no_rest(self):
         process = self.moving("release", "--wait")
         with self.condition("unplug 0", "plug 0"):
-            self.expect_end(process, NO_GRIPPER, "the daemon does not know it any more")
-            self.assertEqual(self.ctl("list"), "The daemon knows no gripper.\n")
+            self.expect_end(process, NO_GRIPPER, "no longer known to the daemon")
+            self.assertEqual(self.ctl("list"), "No grippers found.\n")
             self.assertEqual(self.json("list"), [])
-            self.expect_failure(NO_GRIPPER, "the daemon knows no gripper", "grip")
+            self.expect_failure(NO_GRIPPER, "no grippers found", "grip")
             mark = self.cell.log.mark()
         self.cell.wait_until_operating(1, since=mark)
         wait_until(lambda: self.call("Disable", "TLM SN:100001") == 0)
@@ -386,7 +387,7 @@ class SettingTest(CtlTestCase):
         answers[getter] = "<string>3</string>"
         with http_server(200, answers) as port:
             self.expect_failure(BAD_ANSWER, "failed to confirm led-color of LED 2: GetLEDColor: "
-                                "the answer has an unexpected type", "set", *arguments,
+                                "the reply has an unexpected type", "set", *arguments,
                                 "--port", port)
 
     def set_limit(self, *replies):
@@ -417,11 +418,11 @@ class SettingTest(CtlTestCase):
         status, lines = self.set_limit("FIN PARAM[96][1]")
         self.assertEqual((status, lines), (NO_ANSWER, [
             f"tavrikctl: failed to confirm no-part-limit of set 0: {HVA}: "
-            "its master has not answered within 1 s"]))
+            "its master did not answer within 1 s"]))
 
     def test_the_led_preset_is_set_and_the_checksum_read(self):
         self.assertEqual(self.ctl("set", "led-preset", 5, "MZD"),
-                         f"{MZD}: led-preset set to 5, not confirmed: it cannot be read\n")
+                         f"{MZD}: led-preset set to 5, not confirmed: it cannot be read back\n")
         self.assertEqual(self.cell.show(1)["leds"]["preset"], 5)
         self.expect_failure(USAGE, "led-preset cannot be read", "get", "led-preset", "MZD")
         checksum = int.from_bytes(bytes(self.parameter(2, 3, 4)), "little", signed=True)
@@ -430,17 +431,17 @@ class SettingTest(CtlTestCase):
 
     def test_a_value_that_may_be_a_failure_is_told_so(self):
         self.assertEqual(self.ctl("get", "force", "TLM"),
-                         f"{TLM}: force of set 0 is 0, or the gripper has no such setting\n")
+                         f"{TLM}: force of set 0 is 0, or the gripper does not have this setting\n")
         self.assertFalse(self.json("get", "led-color", "HVA")["certain"])
         self.assertFalse(self.json("get", "reference-direction", "HVA")["certain"])
 
     def test_a_value_that_came_late_is_no_value(self):
         with self.condition("mute 0 on", "mute 0 off"):
-            self.expect_failure(NO_ANSWER, f"{HVA}: its master has not answered within 1 s",
+            self.expect_failure(NO_ANSWER, f"{HVA}: its master did not answer within 1 s",
                                 "get", "force", "HVA")
 
     def test_what_the_gripper_refuses(self):
-        self.expect_failure(NOT_POSSIBLE, "its model or its master cannot do this",
+        self.expect_failure(NOT_POSSIBLE, "not supported by its model or its master",
                             "set", "force", 60, "TLM")
         with self.condition("error 0 9", "error 0 off"):
             self.expect_failure(REFUSED, "status 9: error code of the gripper's master",
@@ -448,13 +449,14 @@ class SettingTest(CtlTestCase):
 
     def test_numbers_that_a_setting_does_not_have(self):
         for text, arguments in (
-                ("there is no setting 'power'", ("get", "power")),
-                ("checksum is not in parameter sets", ("get", "checksum", "--set", 1)),
-                ("force is not of an LED", ("set", "force", 60, "--led", 1)),
+                ("unknown setting 'power'", ("get", "power")),
+                ("checksum has no parameter sets: omit --set", ("get", "checksum", "--set", 1)),
+                ("force does not belong to an LED: omit --led", ("set", "force", 60, "--led", 1)),
                 ("--led", ("get", "led-color", "--led", 128)),
-                ("force takes 0 to 255, not '256'", ("set", "force", 256)),
+                ("invalid force '256': must be 0 to 255", ("set", "force", 256)),
                 ("'much' is not an integer", ("set", "force", "much")),
-                ("no-part-limit takes -327.68 to 327.67", ("set", "no-part-limit", 400))):
+                ("invalid no-part-limit '400': must be -327.68 to 327.67",
+                 ("set", "no-part-limit", 400))):
             with self.subTest(arguments=arguments):
                 self.expect_failure(USAGE, text, *arguments)
 
@@ -515,23 +517,24 @@ class CallTest(CtlTestCase):
         self.assertEqual(self.json("call", "GetGripperInterface", "mzd"), 0)
         self.assertEqual(self.json("call", "GetGripperInterface", "mzd", "--exact"), -1)
         self.assertEqual(self.json("call", "GetGripperInterface", "---"), -2)
-        self.expect_failure(NO_GRIPPER, "no gripper is called 'nobody'",
+        self.expect_failure(NO_GRIPPER, "no gripper matches 'nobody'",
                             "call", "GetPos", "nobody")
-        self.expect_failure(NOT_POSSIBLE, "status 3: no such gripper",
+        self.expect_failure(NOT_POSSIBLE, "status 3: unknown gripper",
                             "call", "Grip", "nobody", 0, "--exact")
 
     def test_what_cannot_be_called(self):
         for text, arguments in (
-                ("there is no method 'grip'", ("call", "grip")),
-                ("the call is: Grip GRIPPER INTEGER", ("call", "Grip", "mzd")),
-                ("the call is: GetVersion", ("call", "GetVersion", 1)),
+                ("unknown method 'grip'", ("call", "grip")),
+                ("wrong number of arguments, usage: call Grip GRIPPER INTEGER",
+                 ("call", "Grip", "mzd")),
+                ("wrong number of arguments, usage: call GetVersion", ("call", "GetVersion", 1)),
                 ("not expected: 4", ("call", "Grip", 1, 2, 3, 4)),
                 ("'on' is not an integer", ("call", "Grip", "mzd", "on")),
                 ("'1,5' is not a number", ("call", "SetNoPartLimit", "mzd", 0, "1,5")),
                 ("'inf' is not a number", ("call", "SetNoPartLimit", "mzd", 0, "inf")),
                 ("'?' is not UTF-8", ("call", "GetPos", "\udcff", "--exact")),
                 ("'x' is not a JSON array", ("call", "system.multicall", "x")),
-                ("has too many levels", ("call", "system.multicall", 20000 * "[" + 20000 * "]"))):
+                ("': nested too deeply", ("call", "system.multicall", 20000 * "[" + 20000 * "]"))):
             with self.subTest(arguments=arguments):
                 self.expect_failure(USAGE, text, *arguments)
 
@@ -556,7 +559,7 @@ class ServerTest(CtlTestCase):
             for command in (["list"], ["grip"], ["get", "force"], ["call", "GetVersion"]):
                 with self.subTest(command=command):
                     start = time.monotonic()
-                    self.expect_failure(NO_DAEMON, "has not answered within 0.2 s",
+                    self.expect_failure(NO_DAEMON, "did not answer within 0.2 s",
                                         *command, "--port", port, "--timeout", 0.2)
                     took = time.monotonic() - start
                     self.assertGreaterEqual(took, 0.2)
@@ -567,27 +570,27 @@ class ServerTest(CtlTestCase):
         with socket.create_server(("127.0.0.1", 0)) as server:
             dripping = threading.Thread(target=drip, args=(server,))
             dripping.start()
-            self.expect_failure(NO_DAEMON, "has not answered within 0.5 s",
+            self.expect_failure(NO_DAEMON, "did not answer within 0.5 s",
                                 "list", "--port", server.getsockname()[1], "--timeout", 0.5)
             dripping.join()
 
     def test_a_server_that_is_no_daemon(self):
         for status, body, text in (
-                (404, b"", "is no TavrikDaemon: HTTP status 404"),
-                (200, b"hello", "GetGrippers: the answer is no XML-RPC"),
-                (200, xml_answer("<int>1</int>"), "GetGrippers: the answer has an unexpected type"),
-                (200, b" " * 2000000, "is no TavrikDaemon: too long an answer")):
+                (404, b"", "is not a TavrikDaemon: HTTP status 404"),
+                (200, b"hello", "GetGrippers: the reply is not XML-RPC"),
+                (200, xml_answer("<int>1</int>"), "GetGrippers: the reply has an unexpected type"),
+                (200, b" " * 2000000, "is not a TavrikDaemon: the reply is too long")):
             with self.subTest(text=text), http_server(status, body) as port:
                 self.expect_failure(BAD_ANSWER, text, "list", "--port", port)
 
     def test_a_server_that_breaks_off_or_is_of_another_kind(self):
         for answer, status, text in (
-                (b"", NO_DAEMON, "has not answered: Server returned nothing"),
+                (b"", NO_DAEMON, "did not answer: Server returned nothing"),
                 (b"HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nabc", NO_DAEMON,
-                 "has not answered: Transferred a partial file"),
-                (b"SSH-2.0-Server\r\n", BAD_ANSWER, "is no TavrikDaemon: the answer is no HTTP"),
+                 "did not answer: Transferred a partial file"),
+                (b"SSH-2.0-Server\r\n", BAD_ANSWER, "is not a TavrikDaemon: the reply is not HTTP"),
                 (b"HTTP/1.1 200 OK\r\nX: " + 200000 * b"x", BAD_ANSWER,
-                 "is no TavrikDaemon: too long an answer")):
+                 "is not a TavrikDaemon: the reply is too long")):
             with self.subTest(answer=answer[:40]), raw_server(answer) as port:
                 self.expect_failure(status, f"127.0.0.1:{port} {text}", "list", "--port", port)
 
@@ -599,7 +602,7 @@ class ServerTest(CtlTestCase):
             for command in (["get", "force"], ["get", "no-part-limit"], ["grip"],
                             ["get", "reference-direction"], ["get", "checksum"]):
                 with self.subTest(command=command):
-                    self.expect_failure(BAD_ANSWER, "the answer has an unexpected type",
+                    self.expect_failure(BAD_ANSWER, "the reply has an unexpected type",
                                         *command, "--port", port)
 
     def test_a_gripper_that_goes_while_it_is_listed_is_left_out(self):
@@ -622,9 +625,10 @@ class ServerTest(CtlTestCase):
                     b"".join(b'<!ENTITY %c "%s">' % (98 + level, b"&%c;" % (97 + level) * 50)
                              for level in range(8)) +
                     b"]>" + xml_answer("&i;"))
-        for body, text in ((xml_answer("<i8>x</i8>"), "the answer is no XML-RPC"),
-                           (entities, "the answer may declare entities"),
-                           (entities.decode().encode("utf-16"), "the answer may declare entities")):
+        for body, text in ((xml_answer("<i8>x</i8>"), "the reply is not XML-RPC"),
+                           (entities, "the reply may declare XML entities"),
+                           (entities.decode().encode("utf-16"),
+                            "the reply may declare XML entities")):
             with self.subTest(text=text), http_server(200, body) as port:
                 self.expect_failure(BAD_ANSWER, text, "call", "GetVersion", "--port", port)
 
@@ -634,7 +638,7 @@ class ServerTest(CtlTestCase):
         self.expect_failure(NO_DAEMON, "nobody.invalid:44221 cannot be reached: "
                             "Couldn't resolve host name", "list", "--host", "nobody.invalid")
         for host in ("", "a b", "a/b", "user@localhost", "localhost?", "localhost:44222"):
-            self.expect_failure(USAGE, f"'{host}' is no name of a host", "list", "--host", host)
+            self.expect_failure(USAGE, f"invalid host name '{host}'", "list", "--host", host)
 
     def test_a_fault_is_one_line(self):
         fault = (b"<methodResponse><fault><value><struct><member><name>faultCode</name><value>"
@@ -651,7 +655,7 @@ class ServerTest(CtlTestCase):
 
     def test_a_daemon_without_grippers_is_no_failure(self):
         with http_server(200, xml_answer("<array><data></data></array>")) as port:
-            self.assertEqual(self.ctl("list", "--port", port), "The daemon knows no gripper.\n")
+            self.assertEqual(self.ctl("list", "--port", port), "No grippers found.\n")
 
 
 def drip(server):
@@ -701,7 +705,7 @@ class TerminalTest(CtlTestCase):
             result = subprocess.run(ctl.arguments_of("list"), stdout=full, stderr=subprocess.PIPE,
                                     text=True, env=ctl.CLEAN, timeout=60 * SLOWNESS)
         self.assertEqual((result.returncode, result.stderr),
-                         (FAILED, "tavrikctl: standard output cannot be written\n"))
+                         (FAILED, "tavrikctl: failed to write to standard output\n"))
 
     def test_a_closed_standard_output_is_a_failure(self):
         """No socket may take its place."""
@@ -709,21 +713,22 @@ class TerminalTest(CtlTestCase):
             with self.subTest(command=command):
                 result = ctl.run(command, preexec_fn=lambda: os.close(1))
                 self.assertEqual((result.returncode, result.stderr),
-                                 (FAILED, "tavrikctl: standard output cannot be written\n"))
+                                 (FAILED, "tavrikctl: failed to write to standard output\n"))
 
 
 class CommandLineTest(CtlTestCase):
     options = ()
 
     def test_what_is_not_understood_is_told_in_one_line(self):
-        for text, arguments in (("a command is missing", ()),
+        for text, arguments in (("missing command", ()),
                                 ("dance", ("dance",)),
                                 ("--loud", ("list", "--loud")),
                                 ("extra", ("list", "extra")),
                                 ("--port", ("list", "--port", 0)),
                                 ("--port", ("list", "--port", 65536)),
-                                ("not a decimal number", ("list", "--port", "044221")),
-                                ("--bundle: is empty", ("doctor", "--bundle", "")),
+                                ("--port: invalid number '044221': leading zero",
+                                 ("list", "--port", "044221")),
+                                ("--bundle: must not be empty", ("doctor", "--bundle", "")),
                                 ("--timeout", ("list", "--timeout", 0)),
                                 ("--timeout", ("list", "--timeout", "soon")),
                                 ("--timeout", ("list", "--timeout", "nan")),

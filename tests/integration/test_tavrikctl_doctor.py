@@ -174,9 +174,9 @@ class NoDaemonTest(DoctorTestCase):
         cell.wait_for_end()
 
     def test_nothing_runs(self):
-        self.expect(NO_DAEMON, "wrong", "service", "no TavrikDaemon runs")
+        self.expect(NO_DAEMON, "wrong", "service", "TavrikDaemon is not running")
         for port in PORTS:
-            self.expect(NO_DAEMON, "wrong", f"port {port}", "nobody listens")
+            self.expect(NO_DAEMON, "wrong", f"port {port}", "no program listens")
 
     def test_a_daemon_behind_a_tap(self):
         with tempfile.TemporaryDirectory() as folder:
@@ -197,7 +197,7 @@ class NoDaemonTest(DoctorTestCase):
             self.expect(NO_DAEMON, "ok", "service", f"TavrikDaemon (process {pid}), user root")
             for port in PORTS:
                 self.expect(NO_DAEMON, "wrong", f"port {port}",
-                            "nobody listens; TavrikDaemon is starting or stopping")
+                            "no program listens; TavrikDaemon is starting or stopping")
 
     def test_a_service_that_was_not_started(self):
         environment = self.fake_systemctl(ActiveState="inactive", SubState="dead", User="root")
@@ -217,7 +217,7 @@ class NoDaemonTest(DoctorTestCase):
 
     def test_no_systemd(self):
         with tempfile.TemporaryDirectory() as folder:
-            self.expect(NO_DAEMON, "wrong", "service", "systemd cannot be asked",
+            self.expect(NO_DAEMON, "wrong", "service", "systemd does not answer",
                         environment={"PATH": folder})
 
     def test_a_service_that_is_not_installed(self):
@@ -230,12 +230,12 @@ class NoDaemonTest(DoctorTestCase):
                                  "sh", *ctl.arguments_of("doctor")], env=ctl.CLEAN,
                                 capture_output=True, text=True)
         self.assertEqual((result.returncode, result.stderr), (NO_DAEMON, ""))
-        self.assertRegex(result.stdout, r"(?m)^\? +service +whether TavrikDaemon runs,")
+        self.assertRegex(result.stdout, r"(?m)^\? +service +only root can see whether TavrikDaemon")
         self.assertIn("cannot be reached: Connection refused", result.stdout)
 
     def test_a_user_that_is_not_there(self):
         environment = self.fake_systemctl(ActiveState="inactive", User="no-such-user")
-        self.expect(NO_DAEMON, "?", TTY, "the user for the service is not there yet",
+        self.expect(NO_DAEMON, "?", TTY, "the user of the service does not exist yet",
                     environment=environment)
 
     def test_a_user_without_permission(self):
@@ -246,10 +246,10 @@ class NoDaemonTest(DoctorTestCase):
     def test_a_foreign_server_on_a_port(self):
         with socket.create_server(("127.0.0.1", PORTS[0])):
             self.expect(NO_DAEMON, "wrong", f"port {PORTS[0]}",
-                        f"(process {os.getpid()}) has it: has not answered within 0.2 s",
+                        f"(process {os.getpid()}) holds the port: did not answer within 0.2 s",
                         "--timeout", "0.2")
             self.assertRegex(self.output_as_nobody(), rf"port {PORTS[0]} +a program of user root "
-                                                      "has it: ")
+                                                      "holds the port: ")
 
     def test_a_foreign_server_that_answers(self):
         with self.foreign_server(GetVersion=lambda: "1.0 (other)"):
@@ -260,7 +260,7 @@ class NoDaemonTest(DoctorTestCase):
             longest = max(len(each["finding"]) for each in self.findings(BAD_ANSWER))
             self.assertEqual(longest, 1000)
         with self.foreign_server(GetVersion=lambda: 5):
-            self.expect(NO_DAEMON, "wrong", f"port {PORTS[0]}", "GetVersion: the answer has an")
+            self.expect(NO_DAEMON, "wrong", f"port {PORTS[0]}", "GetVersion: the reply has an")
 
     def test_a_gripper_that_fails_while_it_is_asked(self):
         with self.foreign_server(GetVersion=lambda: "2.2.4 (other)", GetGrippers=lambda: [HVA]):
@@ -283,7 +283,7 @@ class NoDaemonTest(DoctorTestCase):
     def test_a_foreign_connection_on_a_port(self):
         with self.foreign_connection():
             self.expect(NO_DAEMON, "wrong", f"port {PORTS[1]}",
-                        f"(process {os.getpid()}) has it for a connection of its own")
+                        f"(process {os.getpid()}) holds the port for a connection of its own")
 
     @contextlib.contextmanager
     def foreign_connection(self):
@@ -311,7 +311,7 @@ class NoDaemonTest(DoctorTestCase):
                                 env={**ctl.CLEAN, "PYTHONPATH": os.path.dirname(__file__)},
                                 capture_output=True, text=True)
         self.assertEqual(result.returncode, NO_DAEMON, result)
-        self.assertIn(f"port {PORTS[0]}  held by a connection that has ended", result.stdout)
+        self.assertIn(f"port {PORTS[0]}  held by a closed connection", result.stdout)
 
     def test_each_value_that_makes_a_master(self):
         for name, word, value in (("idVendor", "vendor", "0484"),
@@ -319,13 +319,13 @@ class NoDaemonTest(DoctorTestCase):
                                   ("manufacturer", "manufacturer", "zentrova"),
                                   ("product", "product", "PELLIX 2")):
             with self.subTest(name=name), self.attribute(name, value):
-                self.expect(NO_DAEMON, "?", TTY, f'no master: {word} is "{value}", not "')
+                self.expect(NO_DAEMON, "?", TTY, f'not a master: {word} is "{value}", not "')
                 self.expect(NO_DAEMON, "wrong", "masters", "no master is attached")
 
     def test_values_that_are_missing(self):
         with self.attribute("manufacturer", None), self.attribute("product", None):
             self.expect(NO_DAEMON, "?", TTY,
-                        'no master: manufacturer is missing, not "Zentrova"; '
+                        'not a master: manufacturer is missing, not "Zentrova"; '
                         'product is missing, not "PELLIX" or "MARROK-7"')
 
     @contextlib.contextmanager
@@ -350,7 +350,7 @@ class NoDaemonTest(DoctorTestCase):
         target = os.readlink(node)
         node.unlink()
         try:
-            self.expect(NO_DAEMON, "wrong", TTY, "the node cannot be reached")
+            self.expect(NO_DAEMON, "wrong", TTY, "the node is not accessible")
         finally:
             node.symlink_to(target)
 
@@ -385,7 +385,7 @@ class NoDaemonTest(DoctorTestCase):
 
     def test_a_modem_manager_and_no_master(self):
         with self.attribute("product", "PELLIX 2"), self.program("ModemManager"):
-            self.expect(NO_DAEMON, "?", "modems", " runs; with a master, ")
+            self.expect(NO_DAEMON, "?", "modems", " is running; attach a master")
 
     def test_a_modem_manager_that_is_kept_off(self):
         uevent = next(self.usb_device().glob("**/ttyACM0/uevent"))
@@ -393,7 +393,7 @@ class NoDaemonTest(DoctorTestCase):
         uevent.write_text(text + "ID_MM_DEVICE_IGNORE=1\n")
         try:
             with self.program("ModemManager"):
-                self.expect(NO_DAEMON, "ok", "modems", "keeps off the masters")
+                self.expect(NO_DAEMON, "ok", "modems", "ignores the masters")
         finally:
             uevent.write_text(text)
 
@@ -401,8 +401,8 @@ class NoDaemonTest(DoctorTestCase):
         hide = ("unshare", "-m", "sh", "-c",
                 'mount -t proc -o hidepid=2 proc /proc && exec "$@"', "sh")
         output = self.output_as_nobody(*hide)
-        for what in ("service +whether TavrikDaemon runs, only root can see",
-                     "modems +whether a ModemManager runs, only root can see",
+        for what in ("service +only root can see whether TavrikDaemon runs",
+                     "modems +only root can see whether ModemManager runs",
                      f"{TTY} +master, root:root 0600; only root can see who has it open"):
             self.assertRegex(output, rf"(?m)^\? +{what}")
 
@@ -503,7 +503,7 @@ class OneGripperTest(DoctorTestCase):
 
     def test_what_an_ordinary_user_sees_of_a_cell_from_outside(self):
         output = self.output_as_nobody(world={})
-        self.assertRegex(output, r"(?m)^\? +masters +none is attached as far as udev knows; some are")
+        self.assertRegex(output, r"(?m)^\? +masters +none is attached according to udev, but ")
         self.assertIn("A gripper answers.", output)
 
     def test_a_silent_master(self):
@@ -517,13 +517,13 @@ class OneGripperTest(DoctorTestCase):
         mark = self.cell.log.mark()
         self.cell.command("hangup 0")
         self.cell.log.wait_for("SerialConnection: Closed device", since=mark)
-        self.expect(NO_ANSWER, "wrong", HVA, "is old: no tty is open")
-        self.expect(NO_ANSWER, "wrong", "masters", "what is known of a gripper is old")
+        self.expect(NO_ANSWER, "wrong", HVA, "are stale: no tty is open")
+        self.expect(NO_ANSWER, "wrong", "masters", "the data of a gripper are stale")
 
     def test_a_gripper_without_process_data(self):
         self.cell.command("mode 0 2")
         wait_until(lambda: self.cell.call_apart("GetPDINExcerpt", HVA) == 0)
-        self.expect(NO_PROCESS_DATA, "?", HVA, "or there are no process data")
+        self.expect(NO_PROCESS_DATA, "?", HVA, "or has no process data")
         self.cell.command("mode 0 4")
         self.await_process_data()
 
@@ -533,7 +533,7 @@ class OneGripperTest(DoctorTestCase):
         self.expect(NO_GRIPPER, "wrong", "masters", "0 grippers listed: a device string is empty")
         self.expect(NO_GRIPPER, "wrong", "grippers", "TavrikDaemon lists none")
         self.assertRegex(self.output_as_nobody(),
-                         r"(?m)^\? +masters +1 attached, 0 grippers listed; which are open")
+                         r"(?m)^\? +masters +1 attached, 0 grippers listed; only root can see which ")
         self.replug()
 
     def test_a_master_that_did_not_answer_when_it_was_found(self):
@@ -544,7 +544,7 @@ class OneGripperTest(DoctorTestCase):
             self.cell.command("plug 0")
             self.cell.log.wait_for("Failed to add device", since=mark)
             self.expect(NO_GRIPPER, "wrong", TTY, "TavrikDaemon has not opened it")
-            self.expect(NO_GRIPPER, "wrong", TTY, "by the log: Failed to initialize new device: 5",
+            self.expect(NO_GRIPPER, "wrong", TTY, "log: Failed to initialize new device: 5",
                         environment=self.fake_journal())
         self.replug()
 
@@ -606,16 +606,17 @@ class OneGripperTest(DoctorTestCase):
                 clients.enter_context(socket.create_connection(("127.0.0.1", PORTS[0])))
             findings = self.findings(DONE, "--timeout", str(0.5 * SLOWNESS))
         self.assertEqual([finding["mark"] for finding in findings[1:3]], ["wrong", "ok"], findings)
-        self.assertRegex(findings[1]["finding"], "^TavrikDaemon .* has it: has not answered within")
+        self.assertRegex(findings[1]["finding"],
+                         "^TavrikDaemon .* holds the port: did not answer within")
         self.assertIn("close idle clients", findings[1]["remedy"])
 
     def test_what_systemd_says_of_a_daemon_that_runs(self):
         groups = pathlib.Path(f"/proc/{self.cell.daemon_pid()}/cgroup").read_text()
         ours = groups.splitlines()[0].split(":", 2)[2]
         for state, group, mark, text in (
-                ("active", ours, "ok", ", by systemd"),
-                ("active", f"{ours}/other", "warn", "not by the service, which is active"),
-                ("inactive", "", "warn", "not by the service, which is inactive"),
+                ("active", ours, "ok", ", started by systemd"),
+                ("active", f"{ours}/other", "warn", "not started by the service, which is active"),
+                ("inactive", "", "warn", "not started by the service, which is inactive"),
                 ("deactivating", ours, "wrong", "is being stopped"),
                 ("failed", ours, "wrong", "is being stopped")):
             with self.subTest(state=state, group=group):
@@ -623,7 +624,7 @@ class OneGripperTest(DoctorTestCase):
                             environment=self.fake_systemctl(ActiveState=state, ControlGroup=group))
 
     def test_id_and_mode_of_a_master_by_the_log(self):
-        self.expect(DONE, "ok", TTY, 'by the log: ID "PELLIX", mode 4, operate',
+        self.expect(DONE, "ok", TTY, 'log: ID "PELLIX", mode 4, operate',
                     environment=self.fake_journal())
         for mode, word in ((2, "startup"), (5, "fallback"), (7, "power fault")):
             with self.subTest(mode=mode):
@@ -632,7 +633,7 @@ class OneGripperTest(DoctorTestCase):
                 self.cell.log.wait_for(f"Setting device mode to {mode}$", since=mark)
                 findings = self.findings_by_log()
                 self.assertIn({"mark": "wrong", "what": TTY,
-                               "finding": f'by the log: ID "PELLIX", mode {mode}, {word}'}, findings)
+                               "finding": f'log: ID "PELLIX", mode {mode}, {word}'}, findings)
         self.replug()
 
     def findings_by_log(self):
@@ -642,7 +643,7 @@ class OneGripperTest(DoctorTestCase):
 
     def test_a_log_that_cannot_be_read(self):
         with self.condition("mute 0 on", "mute 0 off"):
-            self.expect(NO_ANSWER, "?", "log", "the journal shows nothing")
+            self.expect(NO_ANSWER, "?", "log", "the journal does not have")
 
     def test_no_machine(self):
         for host in ("192.0.2.1", "no-such-machine.invalid"):  # one for documentation, and none
@@ -686,7 +687,8 @@ class OneGripperTest(DoctorTestCase):
     def test_a_person_is_told_what_the_bundle_has(self):
         with tempfile.TemporaryDirectory() as folder:
             path = os.path.join(folder, "bundle.tar.gz")
-            self.assertIn(f"{path} has this and more", self.run_doctor("--bundle", path).stdout)
+            self.assertIn(f"{path} contains this report and more",
+                          self.run_doctor("--bundle", path).stdout)
 
     def test_the_bundle_of_another_machine_has_nothing_of_this_one(self):
         with tempfile.TemporaryDirectory() as folder:
@@ -702,7 +704,7 @@ class OneGripperTest(DoctorTestCase):
                 result = self.run_doctor("--bundle", path)
                 self.assertEqual(result.returncode, FAILED)
                 self.assertRegex(result.stderr,
-                                 rf"\Atavrikctl: {path} cannot be written: [^\n]+\n\Z")
+                                 rf"\Atavrikctl: failed to write {path}: [^\n]+\n\Z")
 
 
 class OtherUserTest(DoctorTestCase):
@@ -751,11 +753,12 @@ class OddMastersTest(DoctorTestCase):
     def test_odd_masters(self):
         journal = self.fake_journal()
         self.expect(DONE, "wrong", "masters", "3 attached, 3 opened, 2 grippers listed: ")
-        self.expect(DONE, "wrong", TTY, 'by the log: ID "PELLOX", not "PELLIX" or "MARROK-7"',
+        self.expect(DONE, "wrong", TTY, 'log: ID "PELLOX", not "PELLIX" or "MARROK-7"',
                     environment=journal)
-        self.expect(DONE, "ok", "/dev/ttyACM2", 'by the log: ID "PELLIX", mode 4, operate',
+        self.expect(DONE, "ok", "/dev/ttyACM2", 'log: ID "PELLIX", mode 4, operate',
                     environment=journal)
-        self.expect(DONE, "wrong", "HVA SN:1?[2J", "two have this name: calls reach the first")
+        self.expect(DONE, "wrong", "HVA SN:1?[2J",
+                    "two grippers have this name: calls reach the first")
 
 
 if __name__ == "__main__":

@@ -143,7 +143,7 @@ class ScreenTest(CtlTestCase):
             "   0.00 |",
             "         -30 s                                           now",
             "",
-            "q leaves"])
+            "q: quit"])
         self.assertTrue(lines[8].endswith("*"))
 
     def test_it_looks_twenty_times_a_second(self):
@@ -208,7 +208,7 @@ class ScreenTest(CtlTestCase):
         watch = self.watch()
         watch.wait_for("^values    fresh$")
         with self.condition("unplug 0", "plug 0"):
-            lines = watch.wait_for("^values    .*the daemon does not know it any more$")
+            lines = watch.wait_for("^values    .*no longer known to the daemon$")
             self.assertRegex(lines[2], "position +-   state +-")
             self.assertEqual(lines[3], "flags     -")
         watch.wait_for("^values    fresh$")
@@ -217,20 +217,20 @@ class ScreenTest(CtlTestCase):
 
     def test_without_process_data_the_log_is_not_flooded(self):
         watch = self.watch("--passive")
-        watch.wait_for("^values    perhaps old: the master was not asked$")
+        watch.wait_for("^values    possibly old: the master was not polled$")
         mark = self.cell.log.mark()
         with self.condition("mode 0 2", "mode 0 4"):
-            watch.wait_for("^values    all zero: perhaps no process data$")
+            watch.wait_for("^values    all zero: possibly no process data$")
             start = time.monotonic()
             self.cell.log.wait_for("PDIN length mismatch: 0", since=mark, count=3)
             self.assertGreater(time.monotonic() - start, 0.9)
-        watch.wait_for("^values    perhaps old: the master was not asked$")
+        watch.wait_for("^values    possibly old: the master was not polled$")
 
     def test_q_escape_and_control_c_leave_the_terminal_as_it_was(self):
         for key in (b"q", b"Q", b"\x1b", b"\x03"):
             with self.subTest(key=key):
                 watch = self.watch()
-                watch.wait_for("^q leaves$")
+                watch.wait_for("^q: quit$")
                 self.assertNotEqual(termios.tcgetattr(watch.slave), watch.settings)
                 watch.press(b"x")
                 watch.press(key)
@@ -244,9 +244,9 @@ class ScreenTest(CtlTestCase):
         watch = self.watch(command=["bash", "-c", "exec bash --norc -i 2>&1"])
         watch.wait_for(r"[$#]$")
         watch.press(" ".join(ctl.arguments_of("watch")).encode() + b"\n")
-        watch.wait_for("^q leaves$")
+        watch.wait_for("^q: quit$")
         self.expect_output(watch, b"\x1a", b"\x1b[?1049l", b"Stopped")
-        self.expect_output(watch, b"fg\n", b"\x1b[?1049h", b"q leaves")
+        self.expect_output(watch, b"fg\n", b"\x1b[?1049h", b"q: quit")
         self.expect_output(watch, b"q", b"\x1b[?1049l")
 
     def expect_output(self, watch, keys, *parts):
@@ -259,7 +259,7 @@ class ScreenTest(CtlTestCase):
         for number in (signal.SIGHUP, signal.SIGINT, signal.SIGQUIT, signal.SIGTERM):
             with self.subTest(number=number):
                 watch = self.watch()
-                watch.wait_for("^q leaves$")
+                watch.wait_for("^q: quit$")
                 watch.process.send_signal(number)
                 self.assertEqual(watch.wait_for_end(), (-number, ""))
                 self.assertEqual(termios.tcgetattr(watch.slave), watch.settings)
@@ -267,15 +267,15 @@ class ScreenTest(CtlTestCase):
     def test_it_ends_when_the_terminal_has_gone(self):
         """Also where the signal for that is ignored."""
         watch = self.watch(before=lambda: signal.signal(signal.SIGHUP, signal.SIG_IGN))
-        watch.wait_for("^q leaves$")
+        watch.wait_for("^q: quit$")
         watch.hang_up()
         self.assertEqual(watch.process.wait(60 * SLOWNESS), 0)
 
     def test_the_screen_follows_the_size_of_the_terminal(self):
         watch = self.watch()
-        wait_until(lambda: watch.lines()[22] == "q leaves")
+        wait_until(lambda: watch.lines()[22] == "q: quit")
         watch.set_size(16, 50)
-        wait_until(lambda: watch.lines()[15] == "q leaves")
+        wait_until(lambda: watch.lines()[15] == "q: quit")
         self.assertEqual(watch.lines()[0], "HVA SN:100001                      127.0.0.1:44221")
         watch.set_size(5, 20)
         wait_until(lambda: watch.lines()[4] == "values    fresh")
@@ -284,7 +284,7 @@ class ScreenTest(CtlTestCase):
         for number in range(200):
             watch.set_size(1 + number % 50, 1 + number % 150)
         watch.set_size(24, 80)
-        wait_until(lambda: watch.lines()[22] == "q leaves")
+        wait_until(lambda: watch.lines()[22] == "q: quit")
 
     def test_passive_sends_nothing(self):
         watch = self.watch("--passive")
@@ -295,7 +295,7 @@ class ScreenTest(CtlTestCase):
     def test_an_unknown_terminal_is_told_in_one_line(self):
         watch = self.watch(environment={"TERM": "no-such-terminal"})
         self.assertEqual(watch.wait_for_end(),
-                         (FAILED, "tavrikctl: this type of terminal is not known (TERM)\n"))
+                         (FAILED, "tavrikctl: unknown terminal type: set TERM to a known one\n"))
 
     def test_it_ends_when_the_terminal_of_its_output_has_gone(self):
         master, slave = pty.openpty()
@@ -306,7 +306,7 @@ class ScreenTest(CtlTestCase):
         self.assertEqual(watch.process.wait(60 * SLOWNESS), 0)
 
     def test_a_gripper_has_to_be_there_at_the_start(self):
-        self.expect_failure(NO_GRIPPER, "no gripper is called 'nobody'", "watch", "nobody")
+        self.expect_failure(NO_GRIPPER, "no gripper matches 'nobody'", "watch", "nobody")
 
 
 class TroubleTest(CtlTestCase):
@@ -319,7 +319,7 @@ class TroubleTest(CtlTestCase):
         with http_server(200, self.GRIPPER) as port:
             watch = Watch("--port", port)
             with watch:
-                watch.wait_for("^values    GetPDINExcerpt: the answer has an unexpected type$")
+                watch.wait_for("^values    GetPDINExcerpt: the reply has an unexpected type$")
 
     def test_q_leaves_while_the_daemon_does_not_answer(self):
         with http_server(200, self.GRIPPER, answers=1) as port:

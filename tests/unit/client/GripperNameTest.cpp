@@ -19,7 +19,7 @@ TEST(GripperNameTest, APartInEitherCaseIsEnough) {
 }
 
 TEST(GripperNameTest, NoOtherGripperIsTakenForOneThatIsUnplugged) {
-    const char* const text = "no gripper is called 'HVA SN:12'; there is 'HVA SN:123'";
+    const char* const text = "no gripper matches 'HVA SN:12'; available: 'HVA SN:123'";
     EXPECT_FAILURE(MatchGripper({"HVA SN:123"}, "HVA SN:12"), NoGripper, text);
     EXPECT_EQ(MatchGripper({"HVA SN:123"}, "23"), "HVA SN:123");
     EXPECT_EQ(MatchGripper({"HVA SN:123"}, "a sn:"), "HVA SN:123");
@@ -29,9 +29,9 @@ TEST(GripperNameTest, NoOtherGripperIsTakenForOneThatIsUnplugged) {
 TEST(GripperNameTest, APartIsNotExact) {
     EXPECT_EQ(MatchGripper({"HVA", "HVA SN:1"}, "HVA", true), "HVA");
     EXPECT_FAILURE(MatchGripper({"HVA SN:1"}, "HVA", true), NoGripper,
-                   "no gripper is called 'HVA'; there is 'HVA SN:1'");
+                   "no gripper matches 'HVA'; available: 'HVA SN:1'");
     EXPECT_FAILURE(MatchGripper({"HVA SN:1"}, "hva sn:1", true), NoGripper,
-                   "no gripper is called 'hva sn:1'; there is 'HVA SN:1'");
+                   "no gripper matches 'hva sn:1'; available: 'HVA SN:1'");
 }
 
 TEST(GripperNameTest, OnlyAsciiHasTwoCases) {
@@ -44,7 +44,7 @@ TEST(GripperNameTest, AnOnlyGripperNeedsNoName) {
 
 TEST(GripperNameTest, TwoOfOneNameAreRefused) {
     const char* const text =
-        "2 grippers are called 'HVA', and calls reach the first: unplug all but one";
+        "2 grippers are named 'HVA' and calls reach only the first: unplug all but one";
     EXPECT_FAILURE(MatchGripper({"HVA", "TLM", "HVA"}, "HVA"), NoGripper, text);
     EXPECT_FAILURE(MatchGripper({"HVA", "TLM", "HVA"}, "h"), NoGripper, text);
     EXPECT_FAILURE(MatchGripper({"HVA", "HVA"}, ""), NoGripper, text);
@@ -52,21 +52,21 @@ TEST(GripperNameTest, TwoOfOneNameAreRefused) {
 
 TEST(GripperNameTest, AnAmbiguousPartIsRefusedWithTheNames) {
     EXPECT_FAILURE(MatchGripper(kThree, "HVA"), NoGripper,
-                   "several grippers fit: 'HVA SN:1', 'HVA SN:12'");
+                   "several grippers match: 'HVA SN:1', 'HVA SN:12'");
     EXPECT_FAILURE(MatchGripper(kThree, ""), NoGripper,
-                   "name one of the grippers 'HVA SN:1', 'HVA SN:12', 'MZD-S SN:2'");
+                   "several grippers found, name one of: 'HVA SN:1', 'HVA SN:12', 'MZD-S SN:2'");
 }
 
 TEST(GripperNameTest, AnUnknownNameIsRefusedWithTheNamesThatThereAre) {
     EXPECT_FAILURE(MatchGripper({"A\nB"}, "TLM\n"), NoGripper,
-                   "no gripper is called 'TLM?'; there is 'A?B'");
+                   "no gripper matches 'TLM?'; available: 'A?B'");
     EXPECT_FAILURE(MatchGripper(kThree, "TLM"), NoGripper,
-                   "no gripper is called 'TLM'; there are 'HVA SN:1', 'HVA SN:12', 'MZD-S SN:2'");
+                   "no gripper matches 'TLM'; available: 'HVA SN:1', 'HVA SN:12', 'MZD-S SN:2'");
 }
 
 TEST(GripperNameTest, WithoutGrippersAnyNameIsRefused) {
-    EXPECT_FAILURE(MatchGripper({}, "HVA"), NoGripper, "the daemon knows no gripper");
-    EXPECT_FAILURE(MatchGripper({}, ""), NoGripper, "the daemon knows no gripper");
+    EXPECT_FAILURE(MatchGripper({}, "HVA"), NoGripper, "no grippers found");
+    EXPECT_FAILURE(MatchGripper({}, ""), NoGripper, "no grippers found");
 }
 
 }  // namespace

@@ -50,7 +50,7 @@ TEST(MethodTableTest, AnArrayIsJson) {
     EXPECT_FAILURE(ParseArgument('a', "7"), Usage, "'7' is not a JSON array");
     EXPECT_FAILURE(ParseArgument('a', "[7"), Usage, "'[7' is not a JSON array");
     EXPECT_FAILURE(ParseArgument('a', "[3000000000]"), Usage,
-                   "'[3000000000]' has an integer of more than 32 bits");
+                   "invalid argument '[3000000000]': an integer exceeds 32 bits");
 }
 
 }  // namespace

@@ -7,10 +7,10 @@ namespace {
 
 TEST(StatusTextTest, EveryStatusHasWordsAndItsNumber) {
     EXPECT_EQ(StatusText(0), "done");
-    EXPECT_EQ(StatusText(3).find("status 3: no such gripper"), 0U);
-    EXPECT_EQ(StatusText(5).find("status 5: the gripper's master has not answered"), 0U);
+    EXPECT_EQ(StatusText(3).find("status 3: unknown gripper"), 0U);
+    EXPECT_EQ(StatusText(5).find("status 5: the gripper's master did not answer"), 0U);
     EXPECT_EQ(StatusText(12).find("status 12: nothing could be sent"), 0U);
-    EXPECT_EQ(StatusText(21).find("status 21: there are no process data"), 0U);
+    EXPECT_EQ(StatusText(21).find("status 21: no process data"), 0U);
     EXPECT_EQ(StatusText(44).find("status 44: error code of the gripper's master"), 0U);
 }
 

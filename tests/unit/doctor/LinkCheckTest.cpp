@@ -27,7 +27,7 @@ Finding CheckMode(const std::string& mode) {
 
 TEST(LinkCheckTest, OperateIsWellAndEveryOtherModeIsNot) {
     EXPECT_EQ(CheckMode("4").mark, Mark::Ok);
-    EXPECT_EQ(CheckMode("4").text, "by the log: ID \"PELLIX\", mode 4, operate");
+    EXPECT_EQ(CheckMode("4").text, "log: ID \"PELLIX\", mode 4, operate");
     for (const char* const mode : {"-1", "0", "1", "2", "3", "5", "6", "7", "8"}) {
         EXPECT_EQ(CheckMode(mode).mark, Mark::Wrong) << mode;
         EXPECT_NE(CheckMode(mode).remedy, "") << mode;
@@ -38,7 +38,7 @@ TEST(LinkCheckTest, ALogThatDoesNotReachBackIsNotGuessedAt) {
     const Finding finding =
         CheckLink({"08:00:00 2 SerialConnection: Opening device /dev/ttyACM0"}).front();
     EXPECT_EQ(finding.mark, Mark::Unknown);
-    EXPECT_EQ(finding.text, "by the log: ID not there, mode not there");
+    EXPECT_EQ(finding.text, "log: ID unknown, mode unknown");
 }
 
 TEST(LinkCheckTest, ALogWithNothingIsToldIfItMatters) {

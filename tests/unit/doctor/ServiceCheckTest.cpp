@@ -21,7 +21,7 @@ Finding CheckWhereProcessesAreHidden(const std::string& active) {
 TEST(ServiceCheckTest, ADaemonThatIsHiddenIsKnownFromSystemd) {
     const Finding finding = CheckWhereProcessesAreHidden("active");
     EXPECT_EQ(finding.mark, Mark::Ok);
-    EXPECT_EQ(finding.text, "process 5, by systemd");
+    EXPECT_EQ(finding.text, "process 5, started by systemd");
 }
 
 TEST(ServiceCheckTest, ADaemonThatIsHiddenMayRunWithoutSystemd) {

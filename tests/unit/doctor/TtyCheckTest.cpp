@@ -49,7 +49,7 @@ TEST(TtyCheckTest, AnAccessListMayGiveThePermission) {
     const Findings findings = CheckForNobody(MasterAt(node));
     ASSERT_EQ(findings.size(), 1U);
     EXPECT_EQ(findings.front().mark, Mark::Unknown);
-    EXPECT_EQ(findings.front().remedy, "see getfacl " + node);
+    EXPECT_EQ(findings.front().remedy, "see: getfacl " + node);
 }
 
 }  // namespace

@@ -16,10 +16,10 @@ std::string ReportText(const Findings& findings, bool colours = false) {
 
 TEST(ReportTest, ColumnsAreAlignedAndRemediesBelow) {
     EXPECT_EQ(ReportText({{Mark::Ok, "service", "runs", ""},
-                          {Mark::Wrong, "port 44221", "nobody listens", "start it"}}),
+                          {Mark::Wrong, "port 44221", "no program listens", "start it"}}),
               "       WHAT        FINDING\n"
               "ok     service     runs\n"
-              "wrong  port 44221  nobody listens\n"
+              "wrong  port 44221  no program listens\n"
               "       do: start it\n");
 }
 
@@ -55,7 +55,7 @@ TEST(ReportTest, ManyThatSayTheSameAreOne) {
     EXPECT_EQ(ReportText(findings),
               "   WHAT  FINDING\n"
               "?  x     other\n"
-              "?  tty   no master; so 7 more\n");
+              "?  tty   no master; 7 more like this\n");
 }
 
 TEST(ReportTest, NoLineIsLongerThanAScreenIsWide) {

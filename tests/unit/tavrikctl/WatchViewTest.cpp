@@ -38,7 +38,7 @@ protected:
 
 TEST_F(WatchViewTest, WithoutAnObservationItWaits) {
     EXPECT_EQ(Lines(30, 24), (std::vector<std::string>{"HVA SN:1       localhost:44221", "",
-                                                       "waiting for the daemon", "", "q leaves"}));
+                                                       "waiting for the daemon", "", "q: quit"}));
 }
 
 TEST_F(WatchViewTest, TheScreenHasValuesBarAndPlot) {
@@ -60,7 +60,7 @@ TEST_F(WatchViewTest, TheScreenHasValuesBarAndPlot) {
                                  "   0.00 |                                    ",
                                  "         -30 s                            now",
                                  "",
-                                 "q leaves",
+                                 "q: quit",
                              }));
 }
 
@@ -71,7 +71,7 @@ TEST_F(WatchViewTest, ThePlotTakesTheHeightThatThereIs) {
     EXPECT_EQ(Lines(80, 20).size(), 20U);
     EXPECT_EQ(Lines(80, 14).size(), 14U);
     EXPECT_EQ(Lines(80, 13).size(), 9U);
-    EXPECT_EQ(Lines(80, 13).back(), "q leaves");
+    EXPECT_EQ(Lines(80, 13).back(), "q: quit");
     EXPECT_EQ(Lines(80, 3).size(), 3U);
     EXPECT_TRUE(Lines(80, 0).empty());
 }
@@ -137,7 +137,7 @@ TEST_F(WatchViewTest, WithoutProcessDataTheReasonIsTold) {
     EXPECT_EQ(Lines(45, 14)[4], "values    unplugged");
     EXPECT_EQ(Lines(45, 14)[6], "0.00 [                                ] 10.00");
     view.Add(At(seconds(2), 0));
-    EXPECT_EQ(Lines(45, 14)[4], "values    all zero: perhaps no process data");
+    EXPECT_EQ(Lines(45, 14)[4], "values    all zero: possibly no process data");
 }
 
 }  // namespace

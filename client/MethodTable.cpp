@@ -1,12 +1,12 @@
 #include "client/MethodTable.h"
 
+#include <algorithm>
 #include <array>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
-#include "client/JsonValue.h"
 #include "client/Printable.h"
-#include "client/ValueText.h"
+#include "client/Values.h"
 
 namespace tavrik {
 
@@ -116,12 +116,8 @@ std::string Usage(const Method& method) {
 }
 
 const Method* FindMethod(std::string_view name) {
-    for (const Method& method : kMethods) {
-        if (method.name == name) {
-            return &method;
-        }
-    }
-    return nullptr;
+    const auto* const place = std::ranges::find(kMethods, name, &Method::name);
+    return place == kMethods.end() ? nullptr : place;
 }
 
 xmlrpc_c::value ParseArgument(char letter, const std::string& text) {

@@ -37,7 +37,7 @@ Character First(std::string_view text) {
     wchar_t letter = 0;
     // NOLINTNEXTLINE(concurrency-mt-unsafe): its state is here
     const std::size_t size = std::mbrtowc(&letter, text.data(), text.size(), &state);
-    if (size == 0 || size > text.size()) {  // a zero byte, or no UTF-8
+    if (size == 0 || size > text.size()) {  // a zero byte, or invalid UTF-8
         return {text.substr(0, 1), 0};
     }
     const int width = wcwidth(letter);

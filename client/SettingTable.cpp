@@ -7,7 +7,7 @@
 #include "client/Failure.h"
 #include "client/Printable.h"
 #include "client/ProcessData.h"
-#include "client/ValueText.h"
+#include "client/Values.h"
 
 namespace tavrik {
 
@@ -64,8 +64,7 @@ std::span<const Setting> Settings() {
 }
 
 const Setting& FindSetting(const std::string& name) {
-    const auto* const place = std::find_if(kSettings.begin(), kSettings.end(),
-                                           [&name](const auto& each) { return each.name == name; });
+    const auto* const place = std::ranges::find(kSettings, name, &Setting::name);
     if (place == kSettings.end()) {
         throw Failure(ExitStatus::Usage,
                       "unknown setting '" + Printable(name) + "'; see tavrikctl get --help");
@@ -110,7 +109,7 @@ std::string SettingText(const Setting& setting, const std::string& text) {
     switch (setting.kind) {
         case Kind::Flag:
             return OnOffText(ParseBoolean(text));
-        case Kind::Limit:  // through an integer, because there is no -0.00
+        case Kind::Limit:  // through an integer, to avoid -0.00
             return HundredthsText(
                 static_cast<double>(std::lround(ParseReal(text) * kStepsPerUnit)) / kStepsPerUnit);
         default:

@@ -15,7 +15,7 @@
 
 #include "client/Failure.h"
 #include "common/Version.h"
-#include "doctor/ServiceState.h"
+#include "doctor/Service.h"
 #include "doctor/ToolOutput.h"
 
 namespace tavrik {
@@ -39,7 +39,7 @@ void Check(int result, const Archive& file, const std::string& path) {
     }
 }
 
-/// A file that is there already would keep its mode.
+/// An existing file would keep its mode.
 void RestrictToOwner(const std::string& path) {
     struct stat status = {};
     if (stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&

@@ -8,14 +8,6 @@
 #include "client/Failure.h"
 #include "client/Printable.h"
 #include "common/Version.h"
-#include "tavrikctl/Options.h"
-#include "tavrikctl/commands/CallCommand.h"
-#include "tavrikctl/commands/DoctorCommand.h"
-#include "tavrikctl/commands/GetCommand.h"
-#include "tavrikctl/commands/ListCommand.h"
-#include "tavrikctl/commands/MotionCommand.h"
-#include "tavrikctl/commands/SetCommand.h"
-#include "tavrikctl/commands/WatchCommand.h"
 
 namespace tavrik {
 
@@ -43,8 +35,8 @@ void PrintError(std::string text) {
     std::cerr << "tavrikctl: " << Printable(text) << '\n';
 }
 
-/// What a URL would not take for one, or for another. One colon is that of a port; IPv6 has more.
-std::string NameOfHost(const std::string& text) {
+/// Rejects what would change the meaning of a URL. A single colon begins a port; IPv6 has more.
+std::string CheckHost(const std::string& text) {
     const bool isHost = !text.empty() && text.find_first_of("/?#@\\ \t\r\n") == std::string::npos &&
                         std::count(text.begin(), text.end(), ':') != 1;
     return isHost ? "" : "invalid host name '" + text + "'";
@@ -53,21 +45,21 @@ std::string NameOfHost(const std::string& text) {
 }  // namespace
 
 CommandLine::CommandLine() : app("Operate grippers through a running TavrikDaemon.", "tavrikctl") {
-    constexpr std::size_t kOptionWidth = 24;  // leaves 56 columns of 80 for what they do
+    constexpr std::size_t kOptionWidth = 24;  // leaves 56 columns of 80 for the descriptions
     app.require_subcommand(0, 1);
     app.get_formatter()->column_width(kOptionWidth);
     app.fallthrough();
     app.set_version_flag("--version", "tavrikctl " TAVRIK_VERSION);
     AddOptions();
     AddCommands();
-    app.footer(kExitStatuses);  // now: commands take over what is set before
+    app.footer(kExitStatuses);  // last: commands inherit what is set before
 }
 
 void CommandLine::AddOptions() {
     constexpr unsigned kLargestPort = 65535;
     app.add_option("--host", endpoint.host,
                    "host name or address of the daemon (default: 127.0.0.1)")
-        ->check(NameOfHost)
+        ->check(CheckHost)
         ->option_text("HOST");
     app.add_option("--port", endpoint.port,
                    std::to_string(kPorts[0]) + " (default) or " + std::to_string(kPorts[1]))
@@ -80,29 +72,23 @@ void CommandLine::AddOptions() {
 
 void CommandLine::AddCommands() {
     using Argument = Motion::Argument;
-    Add<ListCommand>();
-    Add<MotionCommand>(
-        Motion{"grip", "Close the fingers on a part, with the force and limits of a parameter set",
-               "Grip", Argument::Set});
-    Add<MotionCommand>(Motion{"release", "Open the fingers, with the limits of a parameter set",
-                              "Release", Argument::Set});
-    Add<MotionCommand>(Motion{"home", "Perform a reference run", "Reference"});
-    Add<MotionCommand>(Motion{"disable", "Switch the drive off", "Disable"});
-    Add<MotionCommand>(
-        Motion{"holdfast", "Turn holdfast on or off", "Holdfast", Argument::OnOff, false});
-    Add<MotionCommand>(Motion{"store",
-                              "Save the gripper's settings so that they survive a power failure",
-                              "StoreRemanent", Argument::None, false});
-    Add<GetCommand>();
-    Add<SetCommand>();
-    Add<WatchCommand>();
-    Add<CallCommand>();
-    Add<DoctorCommand>(endpoint);
-}
-
-template <typename Kind, typename... Arguments>
-void CommandLine::Add(const Arguments&... arguments) {
-    commands.push_back(std::make_unique<Kind>(app, arguments...));
+    commands.push_back(MakeListCommand(app));
+    for (const Motion& motion :
+         {Motion{"grip", "Close the fingers on a part, using a parameter set", "Grip",
+                 Argument::Set},
+          Motion{"release", "Open the fingers, using a parameter set", "Release", Argument::Set},
+          Motion{"home", "Perform a reference run", "Reference"},
+          Motion{"disable", "Switch the drive off", "Disable"},
+          Motion{"holdfast", "Turn holdfast on or off", "Holdfast", Argument::OnOff, false},
+          Motion{"store", "Save the gripper's settings to its permanent memory", "StoreRemanent",
+                 Argument::None, false}}) {
+        commands.push_back(MakeMotionCommand(app, motion));
+    }
+    commands.push_back(MakeGetCommand(app));
+    commands.push_back(MakeSetCommand(app));
+    commands.push_back(MakeWatchCommand(app));
+    commands.push_back(MakeCallCommand(app));
+    commands.push_back(MakeDoctorCommand(app, endpoint));
 }
 
 ExitStatus CommandLine::Run(int argc, const char* const* argv) {
@@ -129,8 +115,8 @@ ExitStatus CommandLine::ReadAndRun(int argc, const char* const* argv) {
         printer.Flush();
         return ExitStatus::Done;
     }
-    const auto command = std::find_if(commands.begin(), commands.end(),
-                                      [](const auto& each) { return each->IsChosen(); });
+    const auto command =
+        std::ranges::find_if(commands, [](const auto& each) { return each->IsChosen(); });
     if (command == commands.end()) {
         throw Failure(ExitStatus::Usage, "missing command; see tavrikctl --help");
     }

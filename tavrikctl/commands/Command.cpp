@@ -1,25 +1,25 @@
 #include "tavrikctl/commands/Command.h"
 
-#include "tavrikctl/Options.h"
+#include <cmath>
 
 namespace tavrik {
 
 void Command::AddGripper() {
     auto* const name =
         app.add_option("GRIPPER", gripperName,
-                       "unique part of its device string; optional if there is only one")
-            ->check(CheckNotEmpty)  // a variable that is not set must not mean the only gripper
+                       "unique part of its device string; optional if only one")
+            ->check(CheckNotEmpty)  // an unset variable must not mean the only gripper
             ->option_text(" ");
-    app.add_flag("--exact", isWholeName, "GRIPPER is the complete device string")->needs(name);
+    app.add_flag("--exact", isExact, "GRIPPER is the complete device string")->needs(name);
 }
 
 std::string Command::ChosenGripper(Daemon& daemon) const {
-    return daemon.FindGripper(gripperName, isWholeName);
+    return daemon.FindGripper(gripperName, isExact);
 }
 
 CLI::Option* Command::AddSetNumber(int& number) {
-    constexpr int kLargestSet = 31;  // higher indices are no parameter sets
-    return AddNumber("-s,--set", number, kLargestSet, "number of the parameter set");
+    constexpr int kLargestSet = 31;  // higher indices are not parameter sets
+    return AddNumber("-s,--set", number, kLargestSet, "parameter set (force and limits)");
 }
 
 CLI::Option* Command::AddNumber(const std::string& name, int& number, int largest,
@@ -32,8 +32,33 @@ CLI::Option* Command::AddNumber(const std::string& name, int& number, int larges
         ->option_text("N");
 }
 
-void Command::AddJson(bool& json) {
+void Command::AddJson() {
     app.add_flag("--json", json, "print JSON");
+}
+
+std::string CheckDecimal(const std::string& text) {
+    const bool isDecimal = text.find_first_not_of("0123456789") == std::string::npos;
+    if (isDecimal && (text == "0" || !text.starts_with('0'))) {
+        return "";
+    }
+    return "invalid number '" + text + "': " + (isDecimal ? "leading zero" : "not decimal");
+}
+
+std::string CheckNotEmpty(const std::string& text) {
+    return text.empty() ? "must not be empty" : "";
+}
+
+CLI::Option* AddTimeOption(CLI::App& app, const std::string& name, std::chrono::milliseconds& time,
+                           const std::string& description) {
+    const auto take = [name, &time](double seconds) {
+        constexpr double kShortest = 0.001;
+        constexpr double kLongest = 3600;
+        if (!(seconds >= kShortest && seconds <= kLongest)) {  // true for NaN, too
+            throw CLI::ValidationError(name, "must be 0.001 to 3600 seconds");
+        }
+        time = std::chrono::milliseconds(std::llround(seconds * std::milli::den));
+    };
+    return app.add_option_function<double>(name, take, description)->option_text("SECONDS");
 }
 
 }  // namespace tavrik

@@ -645,7 +645,7 @@ class LifeCycleTest(MachineTestCase):
         self.machine.run("cp /usr/bin/tavrikctl /var/tmp")
         self.machine.run(REMOVE)
         report = self.machine.output("/var/tmp/tavrikctl doctor")
-        self.assertIn(" TavrikDaemon is not running, and systemd has no service for it\n", report)
+        self.assertIn(" TavrikDaemon is not running; systemd has no service for it\n", report)
         for port in PORTS:
             self.assertFalse(answers(port))
         self.assertEqual(self.machine.output("pidof TavrikDaemon"), "")

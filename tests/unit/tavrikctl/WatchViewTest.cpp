@@ -2,11 +2,75 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <ctime>
+
 namespace tavrik {
 namespace {
 
 using std::chrono::milliseconds;
 using std::chrono::seconds;
+
+class WatchRowsTest : public testing::Test {
+protected:
+    void SetUp() override {
+        setenv("TZ", "UTC", 1);  // NOLINT(concurrency-mt-unsafe)
+        tzset();
+        observation.data = ProcessData(0x44e204);  // position 12.50, state 4, temperature warning
+    }
+
+    std::string Row(RowForm form) const {
+        return WatchRow(form, observation,
+                        std::chrono::system_clock::time_point(milliseconds(1700000000045)));
+    }
+
+    Observation observation;
+};
+
+TEST_F(WatchRowsTest, AlignedRowsStandBelowTheirTitles) {
+    EXPECT_EQ(WatchHeader(RowForm::Aligned), "TIME          STATE  POSITION  VALUES  FLAGS");
+    EXPECT_EQ(Row(RowForm::Aligned), "22:13:20.045      4     12.50  fresh   temperature warning");
+    observation.data = ProcessData(0x04e204);
+    EXPECT_EQ(Row(RowForm::Aligned), "22:13:20.045      4     12.50  fresh   none");
+}
+
+TEST_F(WatchRowsTest, CsvHasAColumnForEachFlag) {
+    EXPECT_EQ(WatchHeader(RowForm::Csv),
+              "time,state,position,fault,temperature_fault,temperature_warning,maintenance,values");
+    EXPECT_EQ(Row(RowForm::Csv), "2023-11-14T22:13:20.045,4,12.50,0,0,1,0,fresh");
+    observation.data = ProcessData(0xb00000);
+    EXPECT_EQ(Row(RowForm::Csv), "2023-11-14T22:13:20.045,0,0.00,1,1,0,1,fresh");
+}
+
+TEST_F(WatchRowsTest, JsonHasAnObjectALine) {
+    EXPECT_EQ(WatchHeader(RowForm::Json), "");
+    EXPECT_EQ(Row(RowForm::Json),
+              R"({"time":"2023-11-14T22:13:20.045","state":4,"position":12.5,"fault":false,)"
+              R"("temperatureFault":false,"temperatureWarning":true,"maintenance":false,)"
+              R"("certain":true,"values":"fresh"})");
+}
+
+TEST_F(WatchRowsTest, WithoutDataCellsAreEmpty) {
+    observation.data.reset();
+    observation.error = "unplugged";
+    EXPECT_EQ(Row(RowForm::Aligned), "22:13:20.045      -         -  none    unplugged");
+    EXPECT_EQ(Row(RowForm::Csv), "2023-11-14T22:13:20.045,,,,,,,none");
+    EXPECT_EQ(Row(RowForm::Json), R"({"time":"2023-11-14T22:13:20.045","values":"none"})");
+}
+
+TEST_F(WatchRowsTest, AWordTellsHowFarTheValuesCanBeTrusted) {
+    EXPECT_EQ(ValuesWord(observation), "fresh");
+    observation.silentSince = Observation::Clock::now();
+    EXPECT_EQ(ValuesWord(observation), "silent");
+    observation.frozen = true;
+    EXPECT_EQ(ValuesWord(observation), "frozen");
+    observation.silentSince.reset();
+    observation.frozen = false;
+    observation.probed = false;
+    EXPECT_EQ(ValuesWord(observation), "unasked");
+    observation.data = ProcessData(0);
+    EXPECT_EQ(ValuesWord(observation), "zero");
+}
 
 constexpr int kState = 0x060000;
 
@@ -130,7 +194,7 @@ TEST_F(WatchViewTest, WithoutProcessDataTheReasonIsTold) {
     view.Add(At(seconds(0), Excerpt(1000)));
     Observation observation;
     observation.time = Observation::Clock::time_point(seconds(1));
-    observation.trouble = "unplugged";
+    observation.error = "unplugged";
     view.Add(observation);
     EXPECT_EQ(Lines(45, 14)[2], "position        -   state   -     0 calls/s");
     EXPECT_EQ(Lines(45, 14)[3], "flags     -");

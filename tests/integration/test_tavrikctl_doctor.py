@@ -233,7 +233,7 @@ class NoDaemonTest(DoctorTestCase):
         self.assertRegex(result.stdout, r"(?m)^\? +service +only root can see whether TavrikDaemon")
         self.assertIn("cannot be reached: Connection refused", result.stdout)
 
-    def test_a_user_that_is_not_there(self):
+    def test_an_unknown_user(self):
         environment = self.fake_systemctl(ActiveState="inactive", User="no-such-user")
         self.expect(NO_DAEMON, "?", TTY, "the user of the service does not exist yet",
                     environment=environment)
@@ -313,7 +313,7 @@ class NoDaemonTest(DoctorTestCase):
         self.assertEqual(result.returncode, NO_DAEMON, result)
         self.assertIn(f"port {PORTS[0]}  held by a closed connection", result.stdout)
 
-    def test_each_value_that_makes_a_master(self):
+    def test_each_value_that_identifies_a_master(self):
         for name, word, value in (("idVendor", "vendor", "0484"),
                                   ("idProduct", "product id", "5741"),
                                   ("manufacturer", "manufacturer", "zentrova"),
@@ -354,7 +354,7 @@ class NoDaemonTest(DoctorTestCase):
         finally:
             node.symlink_to(target)
 
-    def test_texts_of_a_device_do_not_steer_the_terminal(self):
+    def test_device_texts_do_not_control_the_terminal(self):
         environment = self.fake_systemctl(ActiveState="inactive", User="root")
         for name in ("manufacturer", "product", "serial"):
             with self.subTest(name=name), self.attribute(name, "a\x1b[2J"):
@@ -362,7 +362,7 @@ class NoDaemonTest(DoctorTestCase):
                 self.assertIn("a?[2J", result.stdout)
                 self.assertNotIn("\x1b", result.stdout)
 
-    def test_texts_of_a_device_do_not_fill_the_screen(self):
+    def test_device_texts_do_not_fill_the_screen(self):
         long = "p" * 126  # USB has no longer ones
         with self.attribute("manufacturer", long), self.attribute("product", long):
             self.expect_a_screen(self.run_doctor().stdout)
@@ -378,7 +378,7 @@ class NoDaemonTest(DoctorTestCase):
                 finally:
                     process.kill()
 
-    def test_a_modem_manager_that_is_not_kept_off(self):
+    def test_a_modem_manager_that_is_not_told_to_ignore_the_master(self):
         with self.program("ModemManager") as pid:
             self.expect(NO_DAEMON, "wrong", "modems",
                         f"ModemManager (process {pid}) may talk to {TTY}")
@@ -387,7 +387,7 @@ class NoDaemonTest(DoctorTestCase):
         with self.attribute("product", "PELLIX 2"), self.program("ModemManager"):
             self.expect(NO_DAEMON, "?", "modems", " is running; attach a master")
 
-    def test_a_modem_manager_that_is_kept_off(self):
+    def test_a_modem_manager_that_ignores_the_master(self):
         uevent = next(self.usb_device().glob("**/ttyACM0/uevent"))
         text = uevent.read_text()
         uevent.write_text(text + "ID_MM_DEVICE_IGNORE=1\n")
@@ -457,7 +457,7 @@ class OneGripperTest(DoctorTestCase):
         self.await_process_data()
 
     @unittest.skipUnless(own_network.ENTERED in os.environ, "this host may reserve no ports")
-    def test_all_is_well(self):
+    def test_everything_is_ok(self):
         findings = self.findings(DONE)
         self.assertEqual({finding["mark"] for finding in findings}, {"ok"}, findings)
         self.assertEqual([finding["what"] for finding in findings],
@@ -476,7 +476,7 @@ class OneGripperTest(DoctorTestCase):
         self.assertNotIn("\x1b", result.stdout)
         self.assertIn("answers: state 1, position 10.00, model HVA by name", result.stdout)
 
-    def test_on_a_terminal_what_is_wrong_is_red(self):
+    def test_wrong_findings_are_red_on_a_terminal(self):
         with self.condition("mute 0 on", "mute 0 off"):
             self.assertIn("\x1b[31mwrong", self.output_on_terminal())
             self.assertNotIn("\x1b", self.output_on_terminal(NO_COLOR="1"))
@@ -610,7 +610,7 @@ class OneGripperTest(DoctorTestCase):
                          "^TavrikDaemon .* holds the port: did not answer within")
         self.assertIn("close idle clients", findings[1]["remedy"])
 
-    def test_what_systemd_says_of_a_daemon_that_runs(self):
+    def test_systemd_state_of_a_running_daemon(self):
         groups = pathlib.Path(f"/proc/{self.cell.daemon_pid()}/cgroup").read_text()
         ours = groups.splitlines()[0].split(":", 2)[2]
         for state, group, mark, text in (
@@ -623,7 +623,7 @@ class OneGripperTest(DoctorTestCase):
                 self.expect(DONE, mark, "service", text,
                             environment=self.fake_systemctl(ActiveState=state, ControlGroup=group))
 
-    def test_id_and_mode_of_a_master_by_the_log(self):
+    def test_id_and_mode_of_a_master_from_the_log(self):
         self.expect(DONE, "ok", TTY, 'log: ID "PELLIX", mode 4, operate',
                     environment=self.fake_journal())
         for mode, word in ((2, "startup"), (5, "fallback"), (7, "power fault")):
@@ -684,7 +684,7 @@ class OneGripperTest(DoctorTestCase):
         for text in texts.values():
             self.assertNotIn("UMOCKDEV_DIR", text)
 
-    def test_a_person_is_told_what_the_bundle_has(self):
+    def test_the_bundle_is_announced(self):
         with tempfile.TemporaryDirectory() as folder:
             path = os.path.join(folder, "bundle.tar.gz")
             self.assertIn(f"{path} contains this report and more",
@@ -726,7 +726,7 @@ class OtherUserTest(DoctorTestCase):
         self.assertRegex(output, rf"(?m)^\? +{TTY} +master, root:root 0600; only root can see who has it open$")
         self.expect_a_screen(output)
 
-    def test_the_user_is_told(self):
+    def test_the_user_is_shown(self):
         self.expect(NO_GRIPPER, "ok", "service", ", user nobody")
 
 

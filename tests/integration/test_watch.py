@@ -146,7 +146,7 @@ class ScreenTest(CtlTestCase):
             "q: quit"])
         self.assertTrue(lines[8].endswith("*"))
 
-    def test_it_looks_twenty_times_a_second(self):
+    def test_it_samples_twenty_times_a_second(self):
         watch = self.watch("--passive")
         rate = re.compile(r"(\d+) calls/s")
         watch.wait_for(rate)
@@ -177,14 +177,14 @@ class ScreenTest(CtlTestCase):
         self.ctl("release")
         watch.wait_for(r"position +28\.00   state +4")
 
-    def test_flags_are_red_unless_colours_are_refused(self):
+    def test_flags_are_red_unless_colours_are_disabled(self):
         with self.condition("fault 0 temp-warn on", "fault 0 temp-warn off"):
             for environment, colour in (({}, "red"), ({"NO_COLOR": "1"}, "default")):
                 watch = self.watch(environment=environment)
                 watch.wait_for("^flags     temperature warning$")
                 self.assertEqual(watch.colour_of("temperature warning"), colour)
 
-    def test_frozen_values_are_told_as_long_as_they_are(self):
+    def test_frozen_values_are_marked_while_frozen(self):
         watch = self.watch()
         watch.wait_for("^values    fresh$")
         with self.condition("silent 0 on", "silent 0 off"):
@@ -226,7 +226,7 @@ class ScreenTest(CtlTestCase):
             self.assertGreater(time.monotonic() - start, 0.9)
         watch.wait_for("^values    possibly old: the master was not polled$")
 
-    def test_q_escape_and_control_c_leave_the_terminal_as_it_was(self):
+    def test_q_escape_and_control_c_restore_the_terminal(self):
         for key in (b"q", b"Q", b"\x1b", b"\x03"):
             with self.subTest(key=key):
                 watch = self.watch()
@@ -255,7 +255,7 @@ class ScreenTest(CtlTestCase):
         watch.press(keys)
         wait_until(lambda: watch.lines() and all(part in watch.output[mark:] for part in parts))
 
-    def test_a_signal_that_ends_it_leaves_the_terminal_as_it_was(self):
+    def test_a_terminating_signal_restores_the_terminal(self):
         for number in (signal.SIGHUP, signal.SIGINT, signal.SIGQUIT, signal.SIGTERM):
             with self.subTest(number=number):
                 watch = self.watch()
@@ -292,7 +292,7 @@ class ScreenTest(CtlTestCase):
         watch.wait_for(r"2\d calls/s")
         self.assertEqual(self.cell.show(0)["requestCount"], before)
 
-    def test_an_unknown_terminal_is_told_in_one_line(self):
+    def test_an_unknown_terminal_is_reported_in_one_line(self):
         watch = self.watch(environment={"TERM": "no-such-terminal"})
         self.assertEqual(watch.wait_for_end(),
                          (FAILED, "tavrikctl: unknown terminal type: set TERM to a known one\n"))
@@ -305,7 +305,7 @@ class ScreenTest(CtlTestCase):
         os.close(master)
         self.assertEqual(watch.process.wait(60 * SLOWNESS), 0)
 
-    def test_a_gripper_has_to_be_there_at_the_start(self):
+    def test_a_gripper_must_exist_at_the_start(self):
         self.expect_failure(NO_GRIPPER, "no gripper matches 'nobody'", "watch", "nobody")
 
 
@@ -315,13 +315,13 @@ class TroubleTest(CtlTestCase):
     options = ()
     GRIPPER = xml_answer("<array><data><value>HVA</value></data></array>")
 
-    def test_a_daemon_that_goes_may_be_waited_for(self):
+    def test_a_daemon_may_come_back(self):
         with http_server(200, self.GRIPPER) as port:
             watch = Watch("--port", port)
             with watch:
                 watch.wait_for("^values    GetPDINExcerpt: the reply has an unexpected type$")
 
-    def test_q_leaves_while_the_daemon_does_not_answer(self):
+    def test_q_quits_while_the_daemon_does_not_answer(self):
         with http_server(200, self.GRIPPER, answers=1) as port:
             with Watch("--port", port, "--timeout", 600) as watch:
                 watch.wait_for("^waiting for the daemon$")
@@ -330,7 +330,7 @@ class TroubleTest(CtlTestCase):
                 self.assertEqual(watch.wait_for_end(), (0, ""))
                 self.assertLess(time.monotonic() - start, 3 * SLOWNESS)
 
-    def test_a_daemon_has_to_be_there_at_the_start(self):
+    def test_a_daemon_must_answer_at_the_start(self):
         self.expect_failure(NO_DAEMON, "cannot be reached", "watch", "--port", 1)
 
 
@@ -381,7 +381,7 @@ class RowsTest(CtlTestCase):
                 watch.wait_for(r"^\d\d:\d\d:\d\d\.\d{3}      1     10\.00  fresh   none$")
                 self.assertNotIn(b"\x1b", watch.output)
 
-    def test_csv_can_be_had_on_a_terminal_too(self):
+    def test_csv_works_on_a_terminal_too(self):
         with Watch("--csv") as watch:
             watch.wait_for("^time,state,position,")
             watch.wait_for(r",1,10\.00,0,0,0,0,fresh$")
@@ -393,7 +393,7 @@ class RowsTest(CtlTestCase):
             mark = rows.mark()
         rows.wait_for(r",1,10\.00,0,0,0,0,fresh$", since=mark)
 
-    def test_already_the_first_row_of_a_silent_master_is_not_fresh(self):
+    def test_the_first_row_of_a_silent_master_is_not_fresh(self):
         with self.condition("silent 0 on", "silent 0 off"):
             for options in ((), ("--timeout", "0.5")):
                 with self.subTest(options=options):
@@ -405,7 +405,7 @@ class RowsTest(CtlTestCase):
     def test_without_asking_values_are_not_called_fresh(self):
         self.rows("--csv", "--passive").wait_for(r",1,10\.00,0,0,0,0,unasked$")
 
-    def test_rows_that_are_held_up_have_the_time_at_which_they_were_seen(self):
+    def test_delayed_rows_have_the_time_of_their_observation(self):
         reader, writer = os.pipe()
         with open(reader, "rb", buffering=0) as rows, open(writer, "wb", buffering=0) as full:
             os.set_blocking(writer, False)
@@ -424,7 +424,7 @@ class RowsTest(CtlTestCase):
         for row in text.splitlines()[:2]:
             self.assertLess(json.loads(row)["time"], now)
 
-    def test_a_reader_that_goes_ends_it(self):
+    def test_a_closed_reader_ends_it(self):
         watch = " ".join(ctl.arguments_of("watch"))
         result = subprocess.run(["bash", "-c", f"{watch} | head -n 2; exit ${{PIPESTATUS[0]}}"],
                                 env=ctl.CLEAN, capture_output=True, text=True,

@@ -13,12 +13,12 @@ TEST(GripperNameTest, TheWholeNameWinsOverParts) {
     EXPECT_EQ(MatchGripper(kThree, "HVA SN:1"), "HVA SN:1");
 }
 
-TEST(GripperNameTest, APartInEitherCaseIsEnough) {
+TEST(GripperNameTest, AUniquePartMatchesInAnyCase) {
     EXPECT_EQ(MatchGripper(kThree, "mzd"), "MZD-S SN:2");
     EXPECT_EQ(MatchGripper(kThree, ":12"), "HVA SN:12");
 }
 
-TEST(GripperNameTest, NoOtherGripperIsTakenForOneThatIsUnplugged) {
+TEST(GripperNameTest, AnUnpluggedGripperMatchesNoOther) {
     const char* const text = "no gripper matches 'HVA SN:12'; available: 'HVA SN:123'";
     EXPECT_FAILURE(MatchGripper({"HVA SN:123"}, "HVA SN:12"), NoGripper, text);
     EXPECT_EQ(MatchGripper({"HVA SN:123"}, "23"), "HVA SN:123");
@@ -26,7 +26,7 @@ TEST(GripperNameTest, NoOtherGripperIsTakenForOneThatIsUnplugged) {
     EXPECT_EQ(MatchGripper({"HVA SN:1212"}, "12"), "HVA SN:1212");
 }
 
-TEST(GripperNameTest, APartIsNotExact) {
+TEST(GripperNameTest, APartIsRejectedIfExact) {
     EXPECT_EQ(MatchGripper({"HVA", "HVA SN:1"}, "HVA", true), "HVA");
     EXPECT_FAILURE(MatchGripper({"HVA SN:1"}, "HVA", true), NoGripper,
                    "no gripper matches 'HVA'; available: 'HVA SN:1'");
@@ -34,15 +34,15 @@ TEST(GripperNameTest, APartIsNotExact) {
                    "no gripper matches 'hva sn:1'; available: 'HVA SN:1'");
 }
 
-TEST(GripperNameTest, OnlyAsciiHasTwoCases) {
+TEST(GripperNameTest, CaseIsIgnoredForAsciiOnly) {
     EXPECT_EQ(MatchGripper({"\xc3\x84", "\xc3\xa4"}, "\xc3\x84"), "\xc3\x84");
 }
 
-TEST(GripperNameTest, AnOnlyGripperNeedsNoName) {
+TEST(GripperNameTest, ASingleGripperNeedsNoName) {
     EXPECT_EQ(MatchGripper({"HVA SN:1"}, ""), "HVA SN:1");
 }
 
-TEST(GripperNameTest, TwoOfOneNameAreRefused) {
+TEST(GripperNameTest, DuplicateNamesAreRejected) {
     const char* const text =
         "2 grippers are named 'HVA' and calls reach only the first: unplug all but one";
     EXPECT_FAILURE(MatchGripper({"HVA", "TLM", "HVA"}, "HVA"), NoGripper, text);
@@ -50,21 +50,21 @@ TEST(GripperNameTest, TwoOfOneNameAreRefused) {
     EXPECT_FAILURE(MatchGripper({"HVA", "HVA"}, ""), NoGripper, text);
 }
 
-TEST(GripperNameTest, AnAmbiguousPartIsRefusedWithTheNames) {
+TEST(GripperNameTest, AnAmbiguousPartIsRejectedWithTheCandidates) {
     EXPECT_FAILURE(MatchGripper(kThree, "HVA"), NoGripper,
                    "several grippers match: 'HVA SN:1', 'HVA SN:12'");
     EXPECT_FAILURE(MatchGripper(kThree, ""), NoGripper,
                    "several grippers found, name one of: 'HVA SN:1', 'HVA SN:12', 'MZD-S SN:2'");
 }
 
-TEST(GripperNameTest, AnUnknownNameIsRefusedWithTheNamesThatThereAre) {
+TEST(GripperNameTest, AnUnknownNameIsRejectedWithTheAvailableNames) {
     EXPECT_FAILURE(MatchGripper({"A\nB"}, "TLM\n"), NoGripper,
                    "no gripper matches 'TLM?'; available: 'A?B'");
     EXPECT_FAILURE(MatchGripper(kThree, "TLM"), NoGripper,
                    "no gripper matches 'TLM'; available: 'HVA SN:1', 'HVA SN:12', 'MZD-S SN:2'");
 }
 
-TEST(GripperNameTest, WithoutGrippersAnyNameIsRefused) {
+TEST(GripperNameTest, WithoutGrippersAnyNameIsRejected) {
     EXPECT_FAILURE(MatchGripper({}, "HVA"), NoGripper, "no grippers found");
     EXPECT_FAILURE(MatchGripper({}, ""), NoGripper, "no grippers found");
 }

@@ -5,7 +5,7 @@
 namespace tavrik {
 namespace {
 
-TEST(StatusTextTest, EveryStatusHasWordsAndItsNumber) {
+TEST(StatusTextTest, EveryTextHasTheStatusNumber) {
     EXPECT_EQ(StatusText(0), "done");
     EXPECT_EQ(StatusText(3).find("status 3: unknown gripper"), 0U);
     EXPECT_EQ(StatusText(5).find("status 5: the gripper's master did not answer"), 0U);
@@ -20,7 +20,7 @@ TEST(StatusTextTest, TheDaemonsOwnStatusesAreExitStatuses) {
     }
 }
 
-TEST(StatusTextTest, AMastersCodeIsNeverMistakenForAnExitStatusForOurs) {
+TEST(StatusTextTest, AMastersErrorCodeIsRefused) {
     for (const int status : {1, 2, 4, 6, 7, 8, 9, 44, 255, 256, -1}) {
         EXPECT_EQ(ExitStatusFor(status), ExitStatus::Refused) << status;
     }

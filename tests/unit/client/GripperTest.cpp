@@ -30,27 +30,27 @@ TEST_F(RestDetectorTest, HalfASecondWithoutChangeIsRest) {
     EXPECT_TRUE(IsAtRest(5, 4, 1500));
 }
 
-TEST_F(RestDetectorTest, AMotionBeginsTheTimeAnew) {
+TEST_F(RestDetectorTest, AMotionRestartsTheWait) {
     KeepLooking(5, 4, 1000, 1400);
     KeepLooking(5.03, 4, 1400, 1900);
     EXPECT_FALSE(IsAtRest(5.03, 4, 1899));
     EXPECT_TRUE(IsAtRest(5.03, 4, 1900));
 }
 
-TEST_F(RestDetectorTest, AChangeOfStateBeginsTheTimeAnew) {
+TEST_F(RestDetectorTest, AChangeOfStateRestartsTheWait) {
     KeepLooking(5, 4, 1000, 1500);
     KeepLooking(5, 5, 1500, 2000);
     EXPECT_TRUE(IsAtRest(5, 5, 2000));
 }
 
-TEST_F(RestDetectorTest, TrembleIsNoMotionButSlowMotionIs) {
+TEST_F(RestDetectorTest, TremorIsNotMotionButSlowMotionIs) {
     KeepLooking(5, 4, 1000, 1300);
     KeepLooking(5.02, 4, 1300, 1500);
     EXPECT_TRUE(IsAtRest(4.98, 4, 1500));
     EXPECT_FALSE(IsAtRest(5.04, 4, 1600));
 }
 
-TEST_F(RestDetectorTest, WhoHasNotLookedHasSeenNoRest) {
+TEST_F(RestDetectorTest, ASamplingGapRestartsTheWait) {
     KeepLooking(5, 4, 1000, 1400);
     KeepLooking(5, 4, 1501, 2001);
     EXPECT_TRUE(IsAtRest(5, 4, 2001));

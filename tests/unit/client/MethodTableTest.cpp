@@ -9,7 +9,7 @@
 namespace tavrik {
 namespace {
 
-TEST(MethodTableTest, EveryMethodIsThereOnce) {
+TEST(MethodTableTest, EveryMethodIsListedOnce) {
     std::set<std::string_view> names;
     std::size_t own = 0;
     for (const Method& method : Methods()) {
@@ -20,12 +20,12 @@ TEST(MethodTableTest, EveryMethodIsThereOnce) {
     EXPECT_EQ(own, 40U);
 }
 
-TEST(MethodTableTest, NamesAreTakenLiterally) {
+TEST(MethodTableTest, NamesAreCaseSensitive) {
     EXPECT_EQ(FindMethod("grip"), nullptr);
     EXPECT_EQ(FindMethod(""), nullptr);
 }
 
-TEST(MethodTableTest, ACallIsToldInWords) {
+TEST(MethodTableTest, UsageNamesTheParameters) {
     EXPECT_EQ(Usage(*FindMethod("SetReleaseLimit")), "SetReleaseLimit GRIPPER INTEGER NUMBER");
     EXPECT_EQ(Usage(*FindMethod("Holdfast")), "Holdfast GRIPPER on|off");
     EXPECT_EQ(Usage(*FindMethod("GetVersion")), "GetVersion");

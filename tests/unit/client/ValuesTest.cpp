@@ -11,7 +11,7 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-TEST(ValueTextTest, IntegersAreWholeNumbersOf32Bits) {
+TEST(ValueTextTest, IntegersHave32Bits) {
     EXPECT_EQ(ParseInteger("-2147483648"), -2147483647 - 1);
     EXPECT_EQ(ParseInteger("255"), 255);
     for (const char* const wrong : {"", "1.0", "1 ", " 1", "0x10", "2147483648", "one"}) {
@@ -20,7 +20,7 @@ TEST(ValueTextTest, IntegersAreWholeNumbersOf32Bits) {
     }
 }
 
-TEST(ValueTextTest, RealNumbersHaveAPointNotAComma) {
+TEST(ValueTextTest, RealNumbersHaveADecimalPoint) {
     EXPECT_EQ(ParseReal("-12.5"), -12.5);
     EXPECT_EQ(ParseReal("5"), 5.0);
     EXPECT_FAILURE(ParseReal("12,5"), Usage, "'12,5' is not a number");
@@ -30,7 +30,7 @@ TEST(ValueTextTest, RealNumbersHaveAPointNotAComma) {
     }
 }
 
-TEST(ValueTextTest, ABooleanHasSeveralNames) {
+TEST(ValueTextTest, BooleansHaveSynonyms) {
     for (const char* const text : {"on", "true", "yes", "1"}) {
         EXPECT_TRUE(ParseBoolean(text)) << text;
     }
@@ -40,7 +40,7 @@ TEST(ValueTextTest, ABooleanHasSeveralNames) {
     EXPECT_FAILURE(ParseBoolean("2"), Usage, "'2' is neither on nor off");
 }
 
-TEST(ValueTextTest, WhatIsWrongIsShownWithoutControlCharacters) {
+TEST(ValueTextTest, InvalidTextIsShownWithoutControlCharacters) {
     EXPECT_FAILURE(ParseInteger("\x1b[2J"), Usage, "'?[2J' is not an integer");
 }
 
@@ -51,7 +51,7 @@ TEST(ValueTextTest, HundredthsHaveTwoDecimals) {
     EXPECT_EQ(HundredthsText(-1e300).size(), 305U);  // no digit of a lying server's is cut
 }
 
-TEST(JsonValueTest, EveryTypeOfAnAnswerHasItsJson) {
+TEST(JsonValueTest, EveryReplyTypeConvertsToJson) {
     EXPECT_EQ(ToJson(xmlrpc_c::value_int(-7)), Json(-7));
     EXPECT_EQ(ToJson(xmlrpc_c::value_i8(-2147483648LL)), Json(-2147483648LL));
     EXPECT_EQ(ToJson(xmlrpc_c::value_boolean(true)), Json(true));
@@ -63,17 +63,17 @@ TEST(JsonValueTest, EveryTypeOfAnAnswerHasItsJson) {
               Json::parse(R"({"x": 1})"));
 }
 
-TEST(JsonValueTest, PositionsComeBackToTheirHundredths) {
+TEST(JsonValueTest, PositionsAreRoundedToHundredths) {
     EXPECT_EQ(ToJson(xmlrpc_c::value_double(7.139999999999999)).dump(), "7.14");
     EXPECT_EQ(ToJson(xmlrpc_c::value_double(-327.68)).dump(), "-327.68");
 }
 
-TEST(JsonValueTest, AParameterOfAnyTypeComesThrough) {
+TEST(JsonValueTest, EveryParameterTypeSurvivesARoundTrip) {
     const Json json = Json::parse(R"([1, -2.5, true, "x", null, {"y": [2]}, []])");
     EXPECT_EQ(ToJson(ToValue(json)), json);
 }
 
-TEST(JsonValueTest, AnIntegerBeyond32BitsIsRefused) {
+TEST(JsonValueTest, AnIntegerBeyond32BitsIsRejected) {
     EXPECT_THROW(ToValue(Json(2147483648LL)), std::out_of_range);
     EXPECT_THROW(ToValue(Json(-2147483649LL)), std::out_of_range);
     EXPECT_THROW(ToValue(Json(18446744073709551615ULL)), std::out_of_range);

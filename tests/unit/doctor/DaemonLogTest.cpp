@@ -34,13 +34,13 @@ TEST(DaemonLogTest, EachMasterHasItsIdAndLastMode) {
     EXPECT_EQ(log.Find("/dev/ttyACM2"), nullptr);
 }
 
-TEST(DaemonLogTest, AMasterThatWasRemovedIsForgotten) {
+TEST(DaemonLogTest, ARemovedMasterIsForgotten) {
     const DaemonLog log(Longer(kTwoMasters, {"08:00:01 1 PELLIX removed: /dev/ttyACM0"}));
     EXPECT_EQ(log.Find("/dev/ttyACM0"), nullptr);
     EXPECT_NE(log.Find("/dev/ttyACM1"), nullptr);
 }
 
-TEST(DaemonLogTest, AMasterThatIsPluggedInAgainStartsAnew) {
+TEST(DaemonLogTest, ARepluggedMasterStartsAnew) {
     const DaemonLog log(
         Longer(kTwoMasters, {"08:00:01 1 SerialConnection: Opening device /dev/ttyACM0",
                              "08:00:01 4 Parser thread active"}));
@@ -48,7 +48,7 @@ TEST(DaemonLogTest, AMasterThatIsPluggedInAgainStartsAnew) {
     EXPECT_FALSE(log.Find("/dev/ttyACM0")->mode);
 }
 
-TEST(DaemonLogTest, WhatIsReopenedKeepsWhatIsKnown) {
+TEST(DaemonLogTest, AReopenedTtyKeepsIdAndMode) {
     const DaemonLog log(
         Longer(kTwoMasters, {"08:00:01 2 SerialConnection: Opening device /dev/ttyACM0",
                              "08:00:01 2 Setting device mode to 5"}));
@@ -56,7 +56,7 @@ TEST(DaemonLogTest, WhatIsReopenedKeepsWhatIsKnown) {
     EXPECT_EQ(log.Find("/dev/ttyACM0")->mode, 5);
 }
 
-TEST(DaemonLogTest, ALinkThatFailedHasItsLine) {
+TEST(DaemonLogTest, AFailedLinkHasItsLogLine) {
     const DaemonLog log(
         Longer(kTwoMasters, {"08:00:01 1 SerialConnection: Opening device /dev/ttyACM2",
                              "08:00:01 4 Parser thread active", "08:00:06 1 Failed to update ID: 5",
@@ -65,7 +65,7 @@ TEST(DaemonLogTest, ALinkThatFailedHasItsLine) {
     EXPECT_EQ(log.Find("/dev/ttyACM1")->failure, "");
 }
 
-TEST(DaemonLogTest, OtherLinesDoNoHarm) {
+TEST(DaemonLogTest, OtherLinesAreIgnored) {
     const DaemonLog log({"", "-- Boot --", "08:00:00", "08:00:00 2",
                          "08:00:00 2 Parser thread active", "08:00:00 2 Setting device mode to 4",
                          "08:00:00 1 SerialConnection: Opening device /dev/ttyACM0",
@@ -92,7 +92,7 @@ Finding CheckMode(const std::string& mode) {
         .front();
 }
 
-TEST(LinkCheckTest, OperateIsWellAndEveryOtherModeIsNot) {
+TEST(LinkCheckTest, OnlyOperateIsOk) {
     EXPECT_EQ(CheckMode("4").mark, Mark::Ok);
     EXPECT_EQ(CheckMode("4").text, "log: ID \"PELLIX\", mode 4, operate");
     for (const char* const mode : {"-1", "0", "1", "2", "3", "5", "6", "7", "8"}) {
@@ -101,14 +101,14 @@ TEST(LinkCheckTest, OperateIsWellAndEveryOtherModeIsNot) {
     }
 }
 
-TEST(LinkCheckTest, ALogThatDoesNotReachBackIsNotGuessedAt) {
+TEST(LinkCheckTest, AShortLogIsReportedAsUnknown) {
     const Finding finding =
         CheckLink({"08:00:00 2 SerialConnection: Opening device /dev/ttyACM0"}).front();
     EXPECT_EQ(finding.mark, Mark::Unknown);
     EXPECT_EQ(finding.text, "log: ID unknown, mode unknown");
 }
 
-TEST(LinkCheckTest, ALogWithNothingIsToldIfItMatters) {
+TEST(LinkCheckTest, AnEmptyLogIsReportedIfItMatters) {
     EXPECT_EQ(CheckLink({}).front().mark, Mark::Unknown);
     EXPECT_TRUE(CheckLink({}, false).empty());
 }

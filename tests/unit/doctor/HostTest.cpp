@@ -18,7 +18,7 @@ struct stat Node(uid_t user, gid_t group, mode_t mode) {
     return node;
 }
 
-TEST(AccountTest, OwnerGroupAndOthersNeedBothRightsOfTheirOwn) {
+TEST(AccountTest, ReadAndWritePermissionAreBothNeeded) {
     const auto nobody = Account::OfUser("nobody");
     ASSERT_TRUE(nobody);
     EXPECT_TRUE(nobody->MayReadAndWrite(Node(kNobody, kStranger, 0600)));
@@ -29,11 +29,11 @@ TEST(AccountTest, OwnerGroupAndOthersNeedBothRightsOfTheirOwn) {
     EXPECT_FALSE(nobody->MayReadAndWrite(Node(kStranger, kStranger, 0664)));
 }
 
-TEST(AccountTest, RootMayAll) {
+TEST(AccountTest, RootMayDoEverything) {
     EXPECT_TRUE(Account::OfUser("root")->MayReadAndWrite(Node(kStranger, kStranger, 0)));
 }
 
-TEST(AccountTest, AnUnknownUserHasNone) {
+TEST(AccountTest, AnUnknownUserHasNoAccount) {
     EXPECT_FALSE(Account::OfUser("no such user"));
 }
 
@@ -42,7 +42,7 @@ TEST(AccountTest, AProcessHasItsUser) {
     EXPECT_FALSE(Account::OfProcess(0));
 }
 
-TEST(AccountTest, UsersWithoutANameAreNumbers) {
+TEST(AccountTest, UsersWithoutANameAreShownAsNumbers) {
     EXPECT_EQ(UserName(0), "root");
     EXPECT_EQ(UserName(3999999999), "3999999999");
     EXPECT_EQ(PermissionText(Node(0, 3999999999, 0660)), "root:3999999999 0660");

@@ -20,7 +20,7 @@ TEST(UsbTtyTest, BothProductsAreMasters) {
     EXPECT_TRUE(tty.IsMaster());
 }
 
-TEST(UsbTtyTest, EveryValueThatFailsIsNamed) {
+TEST(UsbTtyTest, EveryMismatchIsNamed) {
     UsbTty tty = kMaster;
     tty.vendor = "0403";
     tty.product = "PELLIX ";
@@ -29,7 +29,7 @@ TEST(UsbTtyTest, EveryValueThatFailsIsNamed) {
               "product is \"PELLIX \", not \"PELLIX\" or \"MARROK-7\"");
 }
 
-TEST(UsbTtyTest, AValueThatIsMissingIsNamed) {
+TEST(UsbTtyTest, AMissingValueIsNamed) {
     UsbTty tty = kMaster;
     tty.manufacturer.clear();
     EXPECT_EQ(tty.Mismatch(), "manufacturer is missing, not \"Zentrova\"");
@@ -57,7 +57,7 @@ TEST(TtyCheckTest, AUserWithoutPermissionIsNamed) {
     EXPECT_EQ(findings.front().text.find("master, but user nobody may not open it: "), 0U);
 }
 
-TEST(TtyCheckTest, AnAccessListMayGiveThePermission) {
+TEST(TtyCheckTest, AnAccessListMayGrantPermission) {
     const FakeFolder dev;
     dev.Write("ttyACM0", "");
     const std::string node = dev.Path() + "/ttyACM0";

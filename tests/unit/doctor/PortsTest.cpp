@@ -29,25 +29,25 @@ std::vector<std::uint64_t> Inodes(const std::string& tcp, const std::string& tcp
     return inodes;
 }
 
-TEST(TcpSocketTest, OnlyThoseOfThePort) {
+TEST(TcpSocketTest, OnlySocketsOfThePortAreListed) {
     EXPECT_EQ(Inodes(Line("0100007F:ACBD", "01", 0, 5) + Line("0100007F:ACBE", "01", 0, 6), ""),
               (std::vector<std::uint64_t>{5}));
 }
 
-TEST(TcpSocketTest, ListenersComeFirstThenThoseOfProcesses) {
+TEST(TcpSocketTest, ListenersComeFirstAndOrphansLast) {
     EXPECT_EQ(Inodes(Line("0100007F:ACBD", "06", 0, 0) + Line("0100007F:ACBD", "01", 0, 6),
                      Line("00000000000000000000000000000000:ACBD", "0A", 0, 7)),
               (std::vector<std::uint64_t>{7, 6, 0}));
 }
 
-TEST(TcpSocketTest, OfIpv6OnlyThoseThatTakeIpv4) {
+TEST(TcpSocketTest, Ipv6SocketsAreListedIfTheyAcceptIpv4) {
     EXPECT_EQ(Inodes("", Line("0000000000000000FFFF00000100007F:ACBD", "01", 0, 5) +
                              Line("00000000000000000000000000000000:ACBD", "0A", 0, 6) +
                              Line("00000000000000000000000001000000:ACBD", "0A", 0, 7)),
               (std::vector<std::uint64_t>{6, 5}));
 }
 
-TEST(TcpSocketTest, ItHasItsUserAndState) {
+TEST(TcpSocketTest, UserAndStateAreRead) {
     const FakeFolder net;
     net.Write("tcp", Line("00000000:ACBD", "0A", 998, 5));
     const auto sockets = ListTcpSockets(kLookedForPort, net.Path() + "/");
@@ -56,11 +56,11 @@ TEST(TcpSocketTest, ItHasItsUserAndState) {
     EXPECT_TRUE(sockets->front().IsListening());
 }
 
-TEST(TcpSocketTest, BrokenLinesDoNoHarm) {
+TEST(TcpSocketTest, MalformedLinesAreIgnored) {
     EXPECT_TRUE(Inodes("   0: 0100007F:ACBD\n\n   1: x y z\n", "").empty());
 }
 
-TEST(TcpSocketTest, WithoutTablesNothingIsKnown) {
+TEST(TcpSocketTest, MissingTablesAreReported) {
     EXPECT_FALSE(ListTcpSockets(kLookedForPort, "/no/such/folder/"));
 }
 
@@ -74,7 +74,7 @@ TEST(PortListTest, RangesAndSinglePorts) {
     }
 }
 
-TEST(PortListTest, AnEmptyOrStrangeListHasNone) {
+TEST(PortListTest, AnEmptyOrMalformedListHasNoPorts) {
     EXPECT_FALSE(IsPortInList(0, ""));
     EXPECT_FALSE(IsPortInList(0, ",x,-"));
 }
@@ -93,14 +93,14 @@ TEST(ReservationCheckTest, BothPortsMustBeReserved) {
     EXPECT_EQ(CheckPorts("32768\t60999\n", "\n").mark, Mark::Warning);
 }
 
-TEST(ReservationCheckTest, PortsOutsideOfTheRangeNeedNotBeReserved) {
+TEST(ReservationCheckTest, PortsOutsideTheRangeNeedNoReservation) {
     EXPECT_EQ(CheckPorts("50000\t60999\n", "\n").mark, Mark::Ok);
     EXPECT_EQ(CheckPorts("32768\t44220\n", "\n").mark, Mark::Ok);
     EXPECT_EQ(CheckPorts("44222\t60999\n", "\n").mark, Mark::Warning);
     EXPECT_EQ(CheckPorts("32768\t44221\n", "\n").mark, Mark::Warning);
 }
 
-TEST(ReservationCheckTest, TheRemedyKeepsWhatOthersHaveReserved) {
+TEST(ReservationCheckTest, TheRemedyKeepsOtherReservations) {
     EXPECT_EQ(CheckPorts("32768\t60999\n", "50000,50010-50020\n")
                   .remedy.find("sysctl -w net.ipv4.ip_local_reserved_ports="
                                "50000,50010-50020,44221,44222 ; "),
@@ -110,7 +110,7 @@ TEST(ReservationCheckTest, TheRemedyKeepsWhatOthersHaveReserved) {
               0U);
 }
 
-TEST(ReservationCheckTest, WithoutTheSettingsNothingIsSaid) {
+TEST(ReservationCheckTest, MissingSettingsAreReportedAsUnknown) {
     EXPECT_EQ(CheckReservation("/no/such/folder/").mark, Mark::Unknown);
 }
 

@@ -19,13 +19,13 @@ Finding CheckWhereProcessesAreHidden(const std::string& active) {
     return CheckService(host).front();
 }
 
-TEST(ServiceCheckTest, ADaemonThatIsHiddenIsKnownFromSystemd) {
+TEST(ServiceCheckTest, AHiddenDaemonIsKnownFromSystemd) {
     const Finding finding = CheckWhereProcessesAreHidden("active");
     EXPECT_EQ(finding.mark, Mark::Ok);
     EXPECT_EQ(finding.text, "process 5, started by systemd");
 }
 
-TEST(ServiceCheckTest, ADaemonThatIsHiddenMayRunWithoutSystemd) {
+TEST(ServiceCheckTest, AHiddenDaemonMayRunWithoutSystemd) {
     EXPECT_EQ(CheckWhereProcessesAreHidden("inactive").mark, Mark::Unknown);
 }
 

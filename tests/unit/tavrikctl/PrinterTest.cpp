@@ -30,7 +30,7 @@ TEST(PrinterTest, ColoursDoNotMoveColumns) {
               "longer  -12  \x1b[31mhot\x1b[0m\n");
 }
 
-TEST(PrinterTest, JsonIsIndentedAlwaysValidAndAscii) {
+TEST(PrinterTest, JsonIsIndentedValidAndAscii) {
     std::ostringstream out;
     Printer(out, true).Json({{"name", "a\x80\x7f"}});
     EXPECT_EQ(out.str(), "{\n  \"name\": \"a\\ufffd\\u007f\"\n}\n");
@@ -52,7 +52,7 @@ TEST(ReportTest, ColumnsAreAlignedAndRemediesBelow) {
               "       do: start it\n");
 }
 
-TEST(ReportTest, WhatIsWrongIsRed) {
+TEST(ReportTest, WrongFindingsAreRed) {
     const std::string text = ReportText({{Mark::Wrong, "a", "b", "c"},
                                          {Mark::Warning, "d", "e", ""},
                                          {Mark::Unknown, "f", "g", ""}},
@@ -64,7 +64,7 @@ TEST(ReportTest, WhatIsWrongIsRed) {
         << text;
 }
 
-TEST(ReportTest, ARemedyForSeveralInARowStandsOnce) {
+TEST(ReportTest, ASharedRemedyIsPrintedOnce) {
     EXPECT_EQ(ReportText({{Mark::Wrong, "a", "b", "cure"},
                           {Mark::Wrong, "c", "d", "cure"},
                           {Mark::Ok, "e", "f", ""},
@@ -78,7 +78,7 @@ TEST(ReportTest, ARemedyForSeveralInARowStandsOnce) {
               "       do: cure\n");
 }
 
-TEST(ReportTest, ManyThatSayTheSameAreOne) {
+TEST(ReportTest, EqualFindingsAreJoined) {
     Findings findings{{Mark::Unknown, "x", "other", ""}};
     findings.insert(findings.end(), 8, {Mark::Unknown, "tty", "no master", ""});
     EXPECT_EQ(ReportText(findings),
@@ -87,7 +87,7 @@ TEST(ReportTest, ManyThatSayTheSameAreOne) {
               "?  tty   no master; 7 more like this\n");
 }
 
-TEST(ReportTest, NoLineIsLongerThanAScreenIsWide) {
+TEST(ReportTest, NoLineIsWiderThan80Columns) {
     const std::string text = ReportText(
         {{Mark::Wrong, std::string(100, 's'), std::string(200, 't'), std::string(200, 'u')},
          {Mark::Wrong, "a b", std::string(40, 't') + " " + std::string(40, 'u'), "v w"}});

@@ -27,7 +27,7 @@ protected:
     Observation observation;
 };
 
-TEST_F(WatchRowsTest, AlignedRowsStandBelowTheirTitles) {
+TEST_F(WatchRowsTest, AlignedRowsMatchTheirTitles) {
     EXPECT_EQ(WatchHeader(RowForm::Aligned), "TIME          STATE  POSITION  VALUES  FLAGS");
     EXPECT_EQ(Row(RowForm::Aligned), "22:13:20.045      4     12.50  fresh   temperature warning");
     observation.data = ProcessData(0x04e204);
@@ -42,7 +42,7 @@ TEST_F(WatchRowsTest, CsvHasAColumnForEachFlag) {
     EXPECT_EQ(Row(RowForm::Csv), "2023-11-14T22:13:20.045,0,0.00,1,1,0,1,fresh");
 }
 
-TEST_F(WatchRowsTest, JsonHasAnObjectALine) {
+TEST_F(WatchRowsTest, JsonHasOneObjectPerLine) {
     EXPECT_EQ(WatchHeader(RowForm::Json), "");
     EXPECT_EQ(Row(RowForm::Json),
               R"({"time":"2023-11-14T22:13:20.045","state":4,"position":12.5,"fault":false,)"
@@ -128,7 +128,7 @@ TEST_F(WatchViewTest, TheScreenHasValuesBarAndPlot) {
                              }));
 }
 
-TEST_F(WatchViewTest, ThePlotTakesTheHeightThatThereIs) {
+TEST_F(WatchViewTest, ThePlotUsesTheAvailableHeight) {
     view.Add(At(seconds(0), Excerpt(0)));
     EXPECT_EQ(Lines(80, 100).size(), 23U);
     EXPECT_EQ(Lines(80, 24).size(), 23U);
@@ -149,12 +149,12 @@ TEST_F(WatchViewTest, NoLineIsWiderThanTheScreen) {
     }
 }
 
-TEST_F(WatchViewTest, ALongNameTakesThePlaceOfTheServer) {
+TEST_F(WatchViewTest, ALongNameReplacesTheServer) {
     const WatchView longNamed(std::string(40, 'n'), "localhost:44221");
     EXPECT_EQ(longNamed.Render(30, 24)[0].text, std::string(30, 'n'));
 }
 
-TEST_F(WatchViewTest, TheScaleHoldsAllPositionsSeenAlsoThoseOfLongAgo) {
+TEST_F(WatchViewTest, TheScaleCoversAllPositionsSeen) {
     view.Add(At(seconds(0), Excerpt(-500)));
     view.Add(At(seconds(1), Excerpt(2000)));
     view.Add(At(seconds(100), Excerpt(2000)));
@@ -171,14 +171,14 @@ TEST_F(WatchViewTest, CallsAreCountedOverTheLastSecond) {
     EXPECT_EQ(Lines(80, 24)[2], "position     0.00   state   6    20 calls/s");
 }
 
-TEST_F(WatchViewTest, FlagsAlarm) {
+TEST_F(WatchViewTest, FlagsAreAlarming) {
     view.Add(At(seconds(0), 0x300000));
     EXPECT_EQ(Lines(80, 24)[3], "flags     fault, temperature fault");
     EXPECT_TRUE(view.Render(80, 24)[3].alarming);
     EXPECT_FALSE(view.Render(80, 24)[4].alarming);
 }
 
-TEST_F(WatchViewTest, FrozenValuesAlarm) {
+TEST_F(WatchViewTest, FrozenValuesAreAlarming) {
     Observation observation = At(seconds(10), Excerpt(0));
     observation.silentSince = Observation::Clock::time_point(seconds(6));
     observation.frozen = true;
@@ -190,7 +190,7 @@ TEST_F(WatchViewTest, FrozenValuesAlarm) {
     EXPECT_EQ(Lines(80, 24)[4], "values    changing, but the master has not answered for 4 s");
 }
 
-TEST_F(WatchViewTest, WithoutProcessDataTheReasonIsTold) {
+TEST_F(WatchViewTest, WithoutProcessDataTheReasonIsShown) {
     view.Add(At(seconds(0), Excerpt(1000)));
     Observation observation;
     observation.time = Observation::Clock::time_point(seconds(1));

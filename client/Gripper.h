@@ -67,8 +67,8 @@ public:
     xmlrpc_c::value ReadSetting(const std::string& method, const xmlrpc_c::carray& rest) const;
 
     /// The model, as far as methods answer differently: "MZD", "HVA or MZD", or "TLM?", which may
-    /// also be a gripper whose force is set to 0. Only for a gripper with process data: without
-    /// them, asking for the model would make the daemon treat them as zeros.
+    /// also be a gripper whose force is set to 0. Only for a gripper with process data: otherwise
+    /// asking for the model would make the daemon treat missing process data as zeros.
     std::string Model() const;
 
     /// A status code in words. For status 3, asks the daemon for the reason.

@@ -61,7 +61,7 @@ struct Observation {
 /// when the gripper or the daemon disappears: they may come back.
 class GripperMonitor {
 public:
-    /// @param device its device string
+    /// @param device device string of the gripper
     /// @param passive sends nothing to the gripper: silence of its master is not detected then
     GripperMonitor(const Endpoint& endpoint, const std::string& device, bool passive);
 

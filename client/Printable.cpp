@@ -10,7 +10,7 @@ namespace tavrik {
 
 namespace {
 
-/// Makes the C library read UTF-8 in this thread, whatever the user's language is.
+/// Makes the C library read UTF-8 in this thread, regardless of the user's locale.
 class Utf8 {
 public:
     Utf8() : previous(uselocale(Locale())) {}
@@ -29,7 +29,7 @@ private:
 
 struct Character {
     std::string_view bytes;
-    std::size_t width;  // in columns; 0 if it is not printable
+    std::size_t width;  // in columns; 0 if not printable
 };
 
 Character First(std::string_view text) {

@@ -34,7 +34,7 @@ struct Model {
     std::string name;
     std::string from;  ///< its source: "answers", "name" or "nothing"
 
-    /// For people.
+    /// As printed, with a remark if only the name tells it.
     std::string Text() const { return name + (from == "name" ? " by name" : ""); }
 };
 

@@ -23,11 +23,11 @@ std::string OnOffText(bool on);
 /// A position or limit with its two decimals.
 std::string HundredthsText(double value);
 
-/// An answer as JSON; floating point numbers are rounded to the hundredths that the daemon means.
+/// A reply as JSON; floating point numbers are rounded to hundredths, the daemon's unit.
 nlohmann::ordered_json ToJson(const xmlrpc_c::value& value);
 
 /// JSON as a parameter.
-/// @param levels how deep arrays and objects may lie in each other; the XML-RPC library takes 64
+/// @param levels the deepest nesting of arrays and objects; the XML-RPC library accepts 64
 /// @throws std::out_of_range for more levels, and for an integer of more than 32 bits
 xmlrpc_c::value ToValue(const nlohmann::ordered_json& json, int levels = 64);
 

@@ -61,7 +61,7 @@ Finding CheckLink(const std::string& node, const LoggedMaster& master) {
                 "not a supported master: TavrikDaemon does not list it"};
     }
     if (!master.mode) {
-        return {Mark::Unknown, node, id + ", mode unknown", ""};
+        return {Mark::Unknown, node, id + ", mode unknown"};
     }
     const Mode mode = ModeOf(*master.mode);
     const bool isNormal = *mode.remedy == '\0';

@@ -50,7 +50,7 @@ Finding Describe(const Gripper& gripper, const ProcessData& data) {
                 "if it is not a TLM: tavrikctl set force N; TavrikDaemon may not know its vendor "
                 "or device"};
     }
-    return {Mark::Ok, gripper.Name(), text + ", model " + model.Text(), ""};
+    return {Mark::Ok, gripper.Name(), text + ", model " + model.Text()};
 }
 
 /// Whether a gripper that the daemon lists answers.

@@ -17,7 +17,7 @@ struct Finding {
     Mark mark;
     std::string subject;  ///< what was checked
     std::string text;
-    std::string remedy;  ///< what to do; may be empty
+    std::string remedy = {};  ///< what to do; may be empty
 };
 
 using Findings = std::vector<Finding>;

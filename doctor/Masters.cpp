@@ -155,7 +155,7 @@ std::vector<UsbTty> ListUsbTtys() {
 
 Findings CheckTty(const Host& host, const UsbTty& tty) {
     if (!tty.IsMaster()) {
-        return {{Mark::Unknown, tty.node, "not a master: " + tty.Mismatch(), ""}};
+        return {{Mark::Unknown, tty.node, "not a master: " + tty.Mismatch()}};
     }
     const auto node = StatusOfNode(tty.node);
     if (!node) {
@@ -164,7 +164,7 @@ Findings CheckTty(const Host& host, const UsbTty& tty) {
                  "replug the master; in a container, pass the node into it"}};
     }
     if (const auto tap = FindTap(host, *node)) {
-        return {{Mark::Ok, tty.node, "master, tapped by " + tap->Text() + " for TavrikDaemon", ""}};
+        return {{Mark::Ok, tty.node, "master, tapped by " + tap->Text() + " for TavrikDaemon"}};
     }
     Findings findings;
     CheckPermission(host, tty, *node, findings);
@@ -172,8 +172,7 @@ Findings CheckTty(const Host& host, const UsbTty& tty) {
     if (findings.empty()) {
         findings.push_back({Mark::Ok, tty.node,
                             "master, serial " + tty.serial + ", " + PermissionText(*node) +
-                                (host.DaemonHasOpen(tty) ? ", open" : ""),
-                            ""});
+                                (host.DaemonHasOpen(tty) ? ", open" : "")});
     }
     return findings;
 }
@@ -186,16 +185,16 @@ Finding CheckModemManager(const Host& host) {
                 "run as root, where /proc shows all processes: tavrikctl doctor"};
     }
     if (!manager) {
-        return {Mark::Ok, kSubject, "ModemManager is not running", ""};
+        return {Mark::Ok, kSubject, "ModemManager is not running"};
     }
     if (CountAttached(host) == 0) {
         return {Mark::Unknown, kSubject,
-                manager->Text() + " is running; attach a master to see whether it ignores it", ""};
+                manager->Text() + " is running; attach a master to see whether it ignores it"};
     }
     const auto exposed = std::ranges::find_if(
         host.ttys, [](const UsbTty& tty) { return tty.IsMaster() && !tty.modemManagerIgnores; });
     if (exposed == host.ttys.end()) {
-        return {Mark::Ok, kSubject, manager->Text() + " is running and ignores the masters", ""};
+        return {Mark::Ok, kSubject, manager->Text() + " is running and ignores the masters"};
     }
     return {Mark::Wrong, kSubject, manager->Text() + " may talk to " + exposed->node,
             "install the package's udev rule (ID_MM_DEVICE_IGNORE), then replug the master"};
@@ -219,7 +218,7 @@ Finding CheckMasters(const Host& host, std::optional<std::size_t> listed) {
         text += ", " + std::to_string(*opened) + " opened";
     }
     if (!listed) {
-        return {Mark::Ok, kSubject, text, ""};
+        return {Mark::Ok, kSubject, text};
     }
     text += ", " + std::to_string(*listed) + (*listed == 1 ? " gripper" : " grippers") + " listed";
     if (opened && *opened > *listed) {
@@ -234,7 +233,7 @@ Finding CheckMasters(const Host& host, std::optional<std::size_t> listed) {
         return {Mark::Unknown, kSubject, text + "; only root can see which are open",
                 "run as root: tavrikctl doctor"};
     }
-    return {Mark::Ok, kSubject, text, ""};
+    return {Mark::Ok, kSubject, text};
 }
 
 bool AreMastersCutOff(const Host& host) {

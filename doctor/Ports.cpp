@@ -60,7 +60,7 @@ Finding ExplainNoListener(const std::string& subject, const Host& host, const Tc
                 "wait: at startup it waits up to 5.5 s for each silent master"};
     }
     if (socket == nullptr) {
-        return {Mark::Wrong, subject, "no program listens", ""};
+        return {Mark::Wrong, subject, "no program listens"};
     }
     if (socket->inode == 0) {
         return {Mark::Wrong, subject, "held by a closed connection",
@@ -162,7 +162,7 @@ PortResult CheckPort(Endpoint endpoint, const Host* host) {
                      "after an upgrade: systemctl restart tavrikdaemon"},
                     version};
         }
-        return {{Mark::Ok, subject, text, ""}, version};
+        return {{Mark::Ok, subject, text}, version};
     } catch (const Failure& failure) {
         return {ExplainNoVersion(subject, host, first, endpoint, failure.what()), std::nullopt};
     }
@@ -174,14 +174,13 @@ Finding CheckReservation(const std::string& folder) {
     unsigned first = 0;
     unsigned last = 0;
     if (!(range >> first >> last)) {
-        return {Mark::Unknown, kSubject, "failed to read which ports outgoing connections may use",
-                ""};
+        return {Mark::Unknown, kSubject, "failed to read which ports outgoing connections may use"};
     }
     const std::string reserved = FirstLine(folder + "ip_local_reserved_ports");
     if (std::ranges::none_of(kPorts, [&](unsigned port) {
             return first <= port && port <= last && !IsPortInList(port, reserved);
         })) {
-        return {Mark::Ok, kSubject, "no outgoing connection can take the two ports", ""};
+        return {Mark::Ok, kSubject, "no outgoing connection can take the two ports"};
     }
     return {Mark::Warning, kSubject, "an outgoing connection may take a port: not reserved",
             "sysctl -w net.ipv4.ip_local_reserved_ports=" + reserved +

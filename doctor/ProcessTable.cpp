@@ -36,7 +36,7 @@ std::optional<Process> ReadProcess(pid_t pid, const std::string& path) {
         return std::nullopt;
     }
     pid_t parent = 0;
-    constexpr std::size_t kParent = 4;  // behind the parenthesis, a blank and the state
+    constexpr std::size_t kParent = 4;  // after the parenthesis, a blank and the state
     std::from_chars(text.data() + std::min(last + kParent, text.size()), text.data() + text.size(),
                     parent);
     return Process{pid, text.substr(first + 1, last - first - 1), parent, state == 'T'};
@@ -81,7 +81,7 @@ ProcessTable::Device ProcessTable::DeviceOf(const struct stat& node) {
     return {node.st_rdev, IsPseudoTerminal(node.st_rdev) ? node.st_dev : 0};
 }
 
-/// Every step may fail, because processes end and close files meanwhile.
+/// Every step may fail, because processes end and close files at any time.
 void ProcessTable::ReadOpenFiles(const std::string& folder, Entry& entry) {
     std::error_code error;
     fs::directory_iterator files(folder, error);
@@ -138,7 +138,7 @@ bool ProcessTable::SeesAll() const {
 }
 
 bool ProcessTable::SeesAllNames() const {
-    return entries.contains(1);  // it never ends, and is root's
+    return entries.contains(1);  // init, which never ends and belongs to root
 }
 
 }  // namespace tavrik

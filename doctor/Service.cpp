@@ -26,7 +26,7 @@ Finding CheckRunning(const Host& host) {
                 "unless this is intended: kill -INT " + pid + "; " + host.StartCommand()};
     }
     if (!host.service || !host.service->IsInstalled()) {
-        return {Mark::Ok, kService, process + ", not started by systemd", ""};
+        return {Mark::Ok, kService, process + ", without systemd"};
     }
     if (!host.service->Has(host.daemon->pid)) {
         return {Mark::Warning, kService,
@@ -37,7 +37,7 @@ Finding CheckRunning(const Host& host) {
         return {Mark::Wrong, kService, process + ", is being stopped",
                 "wait up to 45 s, then: systemctl start tavrikdaemon"};
     }
-    return {Mark::Ok, kService, process + ", started by systemd", ""};
+    return {Mark::Ok, kService, process + ", under systemd"};
 }
 
 Finding CheckAccess(const ServiceState& service) {
@@ -48,7 +48,7 @@ Finding CheckAccess(const ServiceState& service) {
                 "if this blocks the robot: add its address to IPAddressAllow= in the service's "
                 "network.conf"};
     }
-    return {Mark::Ok, kNetwork, text + ", but allows " + service.allowed, ""};
+    return {Mark::Ok, kNetwork, text + ", but allows " + service.allowed};
 }
 
 Finding CheckStopped(const std::optional<ServiceState>& service) {
@@ -121,7 +121,7 @@ Findings CheckService(const Host& host) {
         return {CheckStopped(service)};
     }
     if (service && service->active == "active") {
-        return {{Mark::Ok, kService, "process " + service->mainPid + ", started by systemd", ""}};
+        return {{Mark::Ok, kService, "process " + service->mainPid + ", under systemd"}};
     }
     return {{Mark::Unknown, kService, "only root can see whether TavrikDaemon runs",
              "run as root, where /proc shows all processes: tavrikctl doctor"}};

@@ -33,7 +33,7 @@ DONE, NO_DAEMON, NO_ANSWER, BAD_ANSWER, NO_GRIPPER, FAILED, NO_PROCESS_DATA = 0,
 
 
 def world_of(cell):
-    """The environment of pellix-sim's command, once that runs."""
+    """The environment of pellix-sim's command, once it runs."""
     def read():
         with contextlib.suppress(AssertionError, FileNotFoundError):  # it may not run yet
             environ = pathlib.Path(f"/proc/{cell.daemon_pid()}/environ").read_text()
@@ -45,7 +45,7 @@ def world_of(cell):
 
 
 class DoctorTestCase(CellTestCase):
-    """A cell, and the doctor in its world: with the devices that pellix-sim shows its command."""
+    """A cell, and the doctor with the devices that pellix-sim simulates."""
 
     options = ("--gripper", "HVA")
 
@@ -69,7 +69,7 @@ class DoctorTestCase(CellTestCase):
         return ctl.run("doctor", *arguments, environment={**self.world(), **(environment or {})})
 
     def output_as_nobody(self, *before, world=None):
-        """What the doctor tells an ordinary user; the command `before` starts it."""
+        """The doctor's output for an ordinary user; the command `before` starts it."""
         self.folder().chmod(0o755)
         program = shutil.copy(os.environ["TAVRIK_CTL"], self.folder())
         environment = {**ctl.CLEAN, **(self.world() if world is None else world)}
@@ -77,7 +77,7 @@ class DoctorTestCase(CellTestCase):
                               env=environment, capture_output=True, text=True).stdout
 
     def fake_tool(self, name, text, command="cat"):
-        """An environment in which the tool `name` of the system says what `command` makes of `text`."""
+        """An environment with a tool `name` that prints `text`, filtered by `command`."""
         folder = tempfile.TemporaryDirectory()
         self.addCleanup(folder.cleanup)
         path = pathlib.Path(folder.name, name)
@@ -86,13 +86,13 @@ class DoctorTestCase(CellTestCase):
         return {"PATH": f"{folder.name}:{os.environ['PATH']}"}
 
     def fake_systemctl(self, **properties):
-        """An environment in which systemd says this of the service."""
+        """An environment in which systemd reports these properties of the service."""
         properties = {"LoadState": "loaded", "Result": "success", "MainPID": "0", **properties}
         return self.fake_tool("systemctl", "".join(f"{name}={value}\n"
                                                    for name, value in properties.items()))
 
     def fake_journal(self):
-        """An environment in which the journal has the daemon's log so far, the newest line first."""
+        """An environment whose journal has the daemon's log so far, newest line first."""
         grep = ('for word; do case $word in --grep=*) pattern=${word#--grep=} ;; esac; done\n'
                 'grep -P -e "$pattern"')
         return self.fake_tool("journalctl", "".join(
@@ -126,7 +126,7 @@ class DoctorTestCase(CellTestCase):
         self.assertLessEqual(max(map(len, lines)), WIDTH, text)
 
     def findings(self, status, *arguments, **options):
-        """Examines; `status` is the exit status that has to come."""
+        """Runs the doctor and expects exit status `status`."""
         result = self.run_doctor("--json", *arguments, **options)
         self.assertEqual((result.returncode, result.stderr), (status, ""), result.stdout)
         report = json.loads(result.stdout)
@@ -134,7 +134,7 @@ class DoctorTestCase(CellTestCase):
         return report["findings"]
 
     def expect(self, status, mark, what, text, *arguments, **options):
-        """Examines; one finding has to be this one, with `text` in it."""
+        """Runs the doctor and expects a finding that contains `text`."""
         findings = self.findings(status, *arguments, **options)
         self.assertTrue(any(finding["mark"] == mark and finding["what"] == what
                             and text in finding["finding"] for finding in findings),
@@ -142,7 +142,7 @@ class DoctorTestCase(CellTestCase):
 
 
 def leave_nothing(connection):
-    """The connection is reset at its end, so that nothing of it stays on the port."""
+    """Makes close() reset the connection, so that it does not stay on the port."""
     connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, b"\1\0\0\0\0\0\0\0")
 
 
@@ -153,12 +153,12 @@ class ForeignServer(xmlrpc.server.SimpleXMLRPCServer):
         return connection, address
 
     def shutdown_request(self, request):
-        """Without an orderly end before, which a quick client would make one that stays."""
+        """Skips the orderly shutdown, which would leave the connection on the port."""
         self.close_request(request)
 
 
 class NoDaemonTest(DoctorTestCase):
-    """The world of a cell in which something else than the daemon runs."""
+    """A cell that runs another program instead of the daemon."""
 
     @classmethod
     def start_cell(cls, *options, **settings):
@@ -330,7 +330,7 @@ class NoDaemonTest(DoctorTestCase):
 
     @contextlib.contextmanager
     def attribute(self, name, value):
-        """An attribute of the USB device with another value, or without any."""
+        """Gives an attribute of the USB device another value, or removes it."""
         path = self.usb_device() / name
         text = path.read_text()
         path.unlink()
@@ -369,7 +369,7 @@ class NoDaemonTest(DoctorTestCase):
 
     @contextlib.contextmanager
     def program(self, name):
-        """A process of this name that does nothing; its process id."""
+        """Runs an idle process of this name; yields its process id."""
         with tempfile.TemporaryDirectory() as folder:
             program = shutil.copy("/bin/sleep", os.path.join(folder, name))
             with subprocess.Popen([program, "infinity"]) as process:
@@ -447,7 +447,7 @@ class OneGripperTest(DoctorTestCase):
         self.cell.close_clients()
 
     def replug(self):
-        """Plugs the master in again and waits until its gripper is as at the start."""
+        """Replugs the master and waits until its gripper is in its initial state."""
         mark = self.cell.log.mark()
         if self.cell.show(0)["plugged"]:
             self.cell.command("unplug 0")
@@ -511,7 +511,7 @@ class OneGripperTest(DoctorTestCase):
             self.expect(NO_ANSWER, "wrong", HVA, "its master does not answer")
 
     def test_a_tty_that_has_hung_up(self):
-        """What it cannot ask a master, the daemon answers at once, with what it has."""
+        """Without a tty the daemon answers at once, from old data."""
         self.addCleanup(self.replug)
         self.addCleanup(self.cell.command, "plug 0")
         mark = self.cell.log.mark()
@@ -614,7 +614,7 @@ class OneGripperTest(DoctorTestCase):
         groups = pathlib.Path(f"/proc/{self.cell.daemon_pid()}/cgroup").read_text()
         ours = groups.splitlines()[0].split(":", 2)[2]
         for state, group, mark, text in (
-                ("active", ours, "ok", ", started by systemd"),
+                ("active", ours, "ok", ", under systemd"),
                 ("active", f"{ours}/other", "warn", "not started by the service, which is active"),
                 ("inactive", "", "warn", "not started by the service, which is inactive"),
                 ("deactivating", ours, "wrong", "is being stopped"),
@@ -739,7 +739,7 @@ class AnotherModelTest(DoctorTestCase):
 
 
 class OddMastersTest(DoctorTestCase):
-    """Masters whose ID or names are not as they should be."""
+    """Masters with unexpected IDs or names."""
 
     options = ("--gripper", "HVA,id=PELLOX", "--gripper", "HVA,serial=1\\x1b[2J",
                "--gripper", "HVA,serial=1\\x1b[2J")

@@ -22,7 +22,7 @@ Finding CheckWhereProcessesAreHidden(const std::string& active) {
 TEST(ServiceCheckTest, AHiddenDaemonIsKnownFromSystemd) {
     const Finding finding = CheckWhereProcessesAreHidden("active");
     EXPECT_EQ(finding.mark, Mark::Ok);
-    EXPECT_EQ(finding.text, "process 5, started by systemd");
+    EXPECT_EQ(finding.text, "process 5, under systemd");
 }
 
 TEST(ServiceCheckTest, AHiddenDaemonMayRunWithoutSystemd) {

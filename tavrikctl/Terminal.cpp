@@ -11,6 +11,8 @@
 #include <clocale>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
+#include <string>
 
 #include "client/Failure.h"
 
@@ -56,7 +58,10 @@ Terminal::Terminal(bool colours) : colours(colours) {
     EndBySignals();
     terminal.reset(newterm(nullptr, stdout, stdin));
     if (!terminal) {
-        throw Failure(ExitStatus::Failed, "unknown terminal type: set TERM to a known one");
+        const char* const type = std::getenv("TERM");  // NOLINT(concurrency-mt-unsafe)
+        throw Failure(ExitStatus::Failed, "unknown terminal type '" +
+                                              std::string(type == nullptr ? "" : type) +
+                                              "': set TERM to a known one");
     }
     raw();  // Ctrl-C is read as a key, so that the terminal is always restored
     noecho();
@@ -79,7 +84,7 @@ void Terminal::Show(const std::vector<Cell>& lines) const {
     erase();
     for (std::size_t row = 0; row < lines.size(); ++row) {
         const bool isRed = colours && lines[row].alarming;
-        attrset(static_cast<int>(isRed ? COLOR_PAIR(kAlarm) : A_NORMAL));
+        attrset(isRed ? COLOR_PAIR(kAlarm) : 0);
         mvaddnstr(static_cast<int>(row), 0, lines[row].text.c_str(), -1);
     }
     refresh();

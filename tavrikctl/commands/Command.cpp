@@ -1,6 +1,7 @@
 #include "tavrikctl/commands/Command.h"
 
 #include <cmath>
+#include <sstream>
 
 namespace tavrik {
 
@@ -54,7 +55,9 @@ CLI::Option* AddTimeOption(CLI::App& app, const std::string& name, std::chrono::
         constexpr double kShortest = 0.001;
         constexpr double kLongest = 3600;
         if (!(seconds >= kShortest && seconds <= kLongest)) {  // true for NaN, too
-            throw CLI::ValidationError(name, "must be 0.001 to 3600 seconds");
+            std::ostringstream text;
+            text << "invalid time '" << seconds << "': must be 0.001 to 3600 seconds";
+            throw CLI::ValidationError(name, text.str());
         }
         time = std::chrono::milliseconds(std::llround(seconds * std::milli::den));
     };

@@ -1,4 +1,4 @@
-"""tavrikctl against the real daemon in a simulated cell: every command, every status in words."""
+"""tavrikctl against the real daemon in a simulated cell: every command, every status text."""
 
 import json
 import os
@@ -147,7 +147,7 @@ class OddGrippersTest(CtlTestCase):
 
 
 class MotionTest(CtlTestCase):
-    """The commands that are one call with a status."""
+    """The commands that make one call and return a status."""
 
     options = (*CtlTestCase.options, "--speed", "500")
 
@@ -269,7 +269,7 @@ class SlowMotionTest(CtlTestCase):
     options = ("--gripper", "TLM", "--speed", "2")
 
     def moving(self, *arguments):
-        """Starts a command; returns it when its call is over and the gripper moves."""
+        """Starts a command; returns it once its call has ended and the gripper moves."""
         mark = self.cell.log.mark()
         process = ctl.Running(*arguments)
         self.addCleanup(process.__exit__)
@@ -566,7 +566,7 @@ class ServerTest(CtlTestCase):
                     self.assertLess(took, 2 * SLOWNESS)
 
     def test_a_server_that_answers_too_slowly_is_given_up_in_time(self):
-        """The time-out counts for the whole answer, not from byte to byte."""
+        """The timeout covers the whole reply, not each byte."""
         with socket.create_server(("127.0.0.1", 0)) as server:
             dripping = threading.Thread(target=drip, args=(server,))
             dripping.start()
@@ -659,7 +659,7 @@ class ServerTest(CtlTestCase):
 
 
 def drip(server):
-    """Sends a byte of an answer from time to time until the client has gone."""
+    """Sends a reply byte by byte until the client disconnects."""
     connection, _ = server.accept()
     with connection:
         try:
@@ -671,7 +671,7 @@ def drip(server):
 
 
 class TerminalTest(CtlTestCase):
-    """What depends on where the output goes."""
+    """What depends on the kind of standard output."""
 
     options = ("--gripper", "HVA")
 
@@ -708,7 +708,7 @@ class TerminalTest(CtlTestCase):
                          (FAILED, "tavrikctl: failed to write to standard output\n"))
 
     def test_a_closed_standard_output_is_a_failure(self):
-        """No socket may take its place."""
+        """No socket may get its descriptor."""
         for command in ("list", "--help", "--version"):
             with self.subTest(command=command):
                 result = ctl.run(command, preexec_fn=lambda: os.close(1))
@@ -729,7 +729,7 @@ class CommandLineTest(CtlTestCase):
                                 ("--port: invalid number '044221': leading zero",
                                  ("list", "--port", "044221")),
                                 ("--bundle: must not be empty", ("doctor", "--bundle", "")),
-                                ("--timeout", ("list", "--timeout", 0)),
+                                ("--timeout: invalid time '0': must be", ("list", "--timeout", 0)),
                                 ("--timeout", ("list", "--timeout", "soon")),
                                 ("--timeout", ("list", "--timeout", "nan")),
                                 ("--timeout", ("list", "--timeout", "1e300")),
@@ -761,7 +761,7 @@ class CommandLineTest(CtlTestCase):
 
 
 class PageTest(CtlTestCase):
-    """docs/tavrikctl.md: its sessions, and its tables."""
+    """The sessions and tables of docs/tavrikctl.md."""
 
     options = ("--gripper", "HVA", "--gripper", "MZD-S")
     TEXT = (pathlib.Path(__file__).resolve().parents[2] / "docs" / "tavrikctl.md").read_text()

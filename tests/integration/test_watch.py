@@ -45,7 +45,7 @@ class Watch:
             env={**ctl.CLEAN, "TERM": "xterm-256color", **(environment or {})})
 
     def prepare(self):
-        """Makes the terminal that of the calling process: only then is it told of a new size."""
+        """Makes it the controlling terminal of this process: only then it gets SIGWINCH."""
         fcntl.ioctl(self.slave, termios.TIOCSCTTY, 0)
         self.before()
 
@@ -69,7 +69,7 @@ class Watch:
         self.screen.resize(rows, columns)
 
     def lines(self):
-        """What the screen shows now, without blanks at the right."""
+        """The lines of the screen, without trailing blanks."""
         while select.select([self.master], [], [], 0)[0]:
             data = os.read(self.master, 65536)
             self.output += data
@@ -100,7 +100,7 @@ class Watch:
         os.write(self.master, keys)
 
     def wait_for_end(self):
-        """Waits until it has left; returns its exit status and standard error."""
+        """Waits until it has ended; returns its exit status and standard error."""
         wait_until(lambda: self.lines() and self.process.poll() is not None)
         self.lines()
         return self.process.returncode, self.process.stderr.read()
@@ -153,7 +153,7 @@ class ScreenTest(CtlTestCase):
         start = time.monotonic()
 
         def is_twenty():
-            """The rate is that of the last second, and grows until there has been one."""
+            """The rate covers the last second, so it grows at first."""
             shown = rate.search(watch.lines()[2])
             if not shown or time.monotonic() - start < 1.1:
                 return False
@@ -295,7 +295,8 @@ class ScreenTest(CtlTestCase):
     def test_an_unknown_terminal_is_reported_in_one_line(self):
         watch = self.watch(environment={"TERM": "no-such-terminal"})
         self.assertEqual(watch.wait_for_end(),
-                         (FAILED, "tavrikctl: unknown terminal type: set TERM to a known one\n"))
+                         (FAILED, "tavrikctl: unknown terminal type 'no-such-terminal': "
+                          "set TERM to a known one\n"))
 
     def test_it_ends_when_the_terminal_of_its_output_has_gone(self):
         master, slave = pty.openpty()
@@ -310,7 +311,7 @@ class ScreenTest(CtlTestCase):
 
 
 class TroubleTest(CtlTestCase):
-    """Servers that are no daemon; the one of the cell goes on."""
+    """Servers that are not a daemon; the daemon of the cell keeps running."""
 
     options = ()
     GRIPPER = xml_answer("<array><data><value>HVA</value></data></array>")
@@ -338,7 +339,7 @@ class RowsTest(CtlTestCase):
     options = ("--gripper", "HVA")
 
     def rows(self, *arguments):
-        """The output of a watch without terminal, which goes on."""
+        """The output of a watch without a terminal, which keeps running."""
         process = ctl.Running("watch", *arguments)
         self.addCleanup(process.__exit__)
         return process.output

@@ -14,8 +14,17 @@
 
 namespace tavrik {
 
-/// A running TavrikDaemon, as its clients see it. One thread at a time; connects with the first
-/// call.
+/// The one of `grippers` that is `name`, otherwise the only one that contains `name`, ignoring the
+/// case of ASCII letters; a part that ends in the serial number must be its end. Two with the same
+/// name do not match: the daemon would take the first. An empty `name` matches all.
+/// @param exact only the whole name matches: "HVA" does not mean "HVA SN:1" while "HVA" is
+/// unplugged
+/// @throws Failure (NoGripper)
+std::string MatchGripper(const std::vector<std::string>& grippers, const std::string& name,
+                         bool exact = false);
+
+/// A client's connection to a running TavrikDaemon, opened by the first call. One thread at a
+/// time.
 class Daemon {
 public:
     /// @param stop ends a running call early, with a Failure (NoDaemon)
@@ -25,7 +34,7 @@ public:
     xmlrpc_c::value Call(const std::string& method, const xmlrpc_c::paramList& parameters);
 
     /// Calls with arguments of the types std::string, int, double and bool.
-    /// @throws Failure (NoDaemon, BadAnswer), also when the answer is no `Result`
+    /// @throws Failure (NoDaemon, BadAnswer), also when the reply is not a `Result`
     template <typename Result, typename... Arguments>
     Result Get(const std::string& method, const Arguments&... arguments) {
         xmlrpc_c::paramList parameters;
@@ -33,7 +42,7 @@ public:
         return As<Result>(method, Call(method, parameters));
     }
 
-    /// What `method` answered, as a value of C++.
+    /// The reply of `method` as a C++ value.
     /// @throws Failure (BadAnswer)
     template <typename Result>
     static Result As(const std::string& method, const xmlrpc_c::value& answer) {
@@ -42,26 +51,26 @@ public:
             xmlrpc_c::fromValue(result, answer);
             return result;
         } catch (const std::exception&) {
-            throw BadAnswer(method, "the answer has an unexpected type");
+            throw BadAnswer(method, "the reply has an unexpected type");
         }
     }
 
-    const Endpoint& Server() const { return server; }
+    const Endpoint& Server() const { return endpoint; }
 
-    /// How many calls have been answered, faults too.
+    /// How many calls were answered, including faults.
     std::uint64_t AnsweredCalls() const { return answeredCalls; }
 
     /// The device strings of all grippers.
     std::vector<std::string> Grippers();
 
-    /// The gripper that `name` means, see MatchGripper().
+    /// The gripper that `name` matches, see MatchGripper().
     /// @throws Failure (NoGripper)
     std::string FindGripper(const std::string& name, bool exact = false);
 
 private:
     static Failure BadAnswer(const std::string& method, const std::string& text);
 
-    Endpoint server;
+    const Endpoint endpoint;
     HttpTransport transport;
     xmlrpc_c::client_xml client;  // uses the transport
     std::uint64_t answeredCalls = 0;

@@ -8,30 +8,36 @@ namespace tavrik {
 /// Exit statuses of tavrikctl. 3, 5, 12 and 21 are the daemon's status codes.
 enum class ExitStatus {
     Done = 0,
-    Refused = 1,         ///< any other status: an error code of the gripper's master; or a setting
-                         ///< has another value than was set
-    Usage = 2,           ///< the command line is not understood
-    NotPossible = 3,     ///< no such gripper, or its model cannot do it
-    NoDaemon = 4,        ///< the daemon cannot be reached, or has not answered in time
-    NoAnswer = 5,        ///< the gripper's master has not answered
-    BadAnswer = 6,       ///< the daemon answered with a fault, or not as it should
-    NoGripper = 7,       ///< no gripper, or more than one, has the name given
-    NotAtRest = 8,       ///< --wait: the gripper still moves
-    Failed = 9,          ///< tavrikctl itself has failed
-    Faulty = 10,         ///< --wait: the gripper is at rest, with a fault
+    Refused = 1,         ///< an error code of the gripper's master, or a setting does not have the
+                         ///< value that was set
+    Usage = 2,           ///< invalid command line
+    NotPossible = 3,     ///< unknown gripper, or not supported by its model
+    NoDaemon = 4,        ///< the daemon cannot be reached or did not answer in time
+    NoAnswer = 5,        ///< the gripper's master did not answer
+    BadAnswer = 6,       ///< the daemon replied with a fault, or is not a TavrikDaemon
+    NoGripper = 7,       ///< no gripper, or more than one, matches the name
+    NotAtRest = 8,       ///< --wait: the gripper is still moving
+    Failed = 9,          ///< tavrikctl itself failed
+    Faulty = 10,         ///< --wait: the gripper is at rest with a fault
     NotSent = 12,        ///< nothing could be sent to the gripper's master
-    NoProcessData = 21,  ///< the data link to the gripper is not in operate
+    NoProcessData = 21,  ///< the data link to the gripper is not in mode operate
 };
 
-/// Ends the program: the text, one line, goes to standard error.
+/// An error that ends the program: the text, one line, goes to standard error.
 class Failure : public std::runtime_error {
 public:
     Failure(ExitStatus status, const std::string& text)
-        : std::runtime_error(text), exitStatus(status) {}
-    ExitStatus Status() const { return exitStatus; }
+        : std::runtime_error(text), status(status) {}
+    ExitStatus Status() const { return status; }
 
 private:
-    ExitStatus exitStatus;
+    ExitStatus status;
 };
+
+/// A status code of the daemon in words.
+std::string StatusText(int status);
+
+/// The exit status for a status code of the daemon.
+ExitStatus ExitStatusFor(int status);
 
 }  // namespace tavrik

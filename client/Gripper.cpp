@@ -1,14 +1,12 @@
 #include "client/Gripper.h"
-#include "client/ValueText.h"
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <thread>
 
-#include "client/Failure.h"
 #include "client/Printable.h"
-#include "client/RestDetector.h"
-#include "client/StatusText.h"
+#include "client/Values.h"
 
 namespace tavrik {
 
@@ -16,12 +14,19 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/// The daemon waits 1 s for a master. An answer that took so long is not the gripper's.
+constexpr std::chrono::milliseconds kRest(500);
+constexpr std::chrono::milliseconds kLongestGap(200);
+constexpr double kTremor = 0.025;  // two steps of a position; not a motion
+
+/// The daemon waits 1 s for a master. A reply that took so long is not the gripper's.
 constexpr std::chrono::milliseconds kMasterTimeout(950);
 
 constexpr std::chrono::milliseconds kPollPause(20);
 
-/// Whether `call` was over before the daemon can have stopped waiting for the master.
+/// Between two calls of GetPDINExcerpt while there is no process data.
+constexpr std::chrono::seconds kExcerptPause(1);
+
+/// Whether `call` ended before the daemon can have stopped waiting for the master.
 template <typename Call>
 bool IsInTime(Call call) {
     const auto start = Clock::now();
@@ -29,19 +34,29 @@ bool IsInTime(Call call) {
     return Clock::now() - start < kMasterTimeout;
 }
 
-/// Between two calls of GetPDINExcerpt while there are no process data.
-constexpr std::chrono::seconds kExcerptPause(1);
-
 }  // namespace
 
+bool RestDetector::IsMotion(double from, double to) {
+    return std::abs(to - from) > kTremor;
+}
+
+bool RestDetector::IsAtRest(double position, int state, TimePoint now) {
+    const bool hadGap = now - lastSample > kLongestGap;
+    lastSample = now;
+    if (!resting || hadGap || IsMotion(resting->position, position) || state != resting->state) {
+        resting = {position, state, now};
+    }
+    return now - resting->since >= kRest;
+}
+
 std::string Gripper::Name() const {
-    return Printable(device);
+    return Printable(deviceString);
 }
 
 ProcessData Gripper::ReadProcessData() const {
     const ProcessData data(Get<int>("GetPDINExcerpt"));
     if (!data.certain && Get<int>("GetState") < 0) {
-        throw Failure(ExitStatus::NoGripper, Name() + ": the daemon does not know it any more");
+        throw Failure(ExitStatus::NoGripper, Name() + ": no longer known to the daemon");
     }
     return data;
 }
@@ -52,11 +67,11 @@ bool Gripper::MasterAnswers() const {
 
 xmlrpc_c::value Gripper::Call(const std::string& method, const xmlrpc_c::carray& rest) const {
     xmlrpc_c::paramList parameters;
-    parameters.addc(device);
+    parameters.addc(deviceString);
     for (const auto& parameter : rest) {
         parameters.add(parameter);
     }
-    return server->Call(method, parameters);
+    return daemon.Call(method, parameters);
 }
 
 int Gripper::Command(const std::string& method, const xmlrpc_c::carray& rest) const {
@@ -67,7 +82,7 @@ xmlrpc_c::value Gripper::ReadSetting(const std::string& method,
                                      const xmlrpc_c::carray& rest) const {
     xmlrpc_c::value answer;
     if (!IsInTime([&] { answer = Call(method, rest); })) {
-        throw Failure(ExitStatus::NoAnswer, Name() + ": its master has not answered within 1 s");
+        throw Failure(ExitStatus::NoAnswer, Name() + ": its master did not answer within 1 s");
     }
     return answer;
 }
@@ -75,8 +90,8 @@ xmlrpc_c::value Gripper::ReadSetting(const std::string& method,
 std::string Gripper::Model() const {
     static constexpr int kFirst = 0;  // parameter set, LED
     constexpr std::array kMethodsOfMzd{"GetLEDAnimation", "GetLEDColor", "GetLEDSpeed"};
-    if (std::any_of(kMethodsOfMzd.begin(), kMethodsOfMzd.end(),
-                    [this](const char* method) { return Get<int>(method, kFirst) != 0; })) {
+    if (std::ranges::any_of(kMethodsOfMzd,
+                            [this](const char* method) { return Get<int>(method, kFirst) != 0; })) {
         return "MZD";
     }
     const bool isOther = Get<int>("GetForce", kFirst) != 0 || Get<bool>("GetReferenceDirection");
@@ -84,13 +99,13 @@ std::string Gripper::Model() const {
 }
 
 std::string Gripper::StatusText(int status) const {
-    if (ExitStatusOf(status) != ExitStatus::NotPossible) {
+    if (ExitStatusFor(status) != ExitStatus::NotPossible) {
         return Name() + ": " + tavrik::StatusText(status);
     }
     const bool isKnown = Get<int>("GetGripperInterface") == 0;
     return Name() + ": status 3: " +
-           (isKnown ? "its model or its master cannot do this, or the daemon was busy for a moment"
-                    : "the daemon does not know it any more");
+           (isKnown ? "not supported by its model or its master, or the daemon was briefly busy"
+                    : "no longer known to the daemon");
 }
 
 ProcessData Gripper::AwaitRest(const ProcessData& before, std::chrono::milliseconds limit) const {
@@ -98,14 +113,14 @@ ProcessData Gripper::AwaitRest(const ProcessData& before, std::chrono::milliseco
     ProcessDataReader reader(*this);
     RestDetector detector;
     ProcessData data = before;
-    bool wereMissing = false;
-    const auto look = [&] {
+    bool wasLost = false;
+    const auto isAtRest = [&] {
         const bool wasCertain = data.certain;
         data = reader.Read();
-        wereMissing = wereMissing || (wasCertain && !data.certain);
+        wasLost = wasLost || (wasCertain && !data.certain);
         return detector.IsAtRest(data.position, data.state, Clock::now());
     };
-    while (!look()) {
+    while (!isAtRest()) {
         if (Clock::now() > deadline) {
             throw Failure(ExitStatus::NotAtRest,
                           Name() + ": still moving, at " + HundredthsText(data.position));
@@ -113,16 +128,17 @@ ProcessData Gripper::AwaitRest(const ProcessData& before, std::chrono::milliseco
         std::this_thread::sleep_for(kPollPause);
     }
     if (!MasterAnswers()) {
-        throw Failure(ExitStatus::NoAnswer, Name() + ": its master has fallen silent; its last " +
-                                                "position was " + HundredthsText(data.position));
+        throw Failure(ExitStatus::NoAnswer, Name() +
+                                                ": its master stopped answering; last position " +
+                                                HundredthsText(data.position));
     }
     if (!data.certain) {
         throw Failure(ExitStatus::NoProcessData,
                       Name() + ": no process data, or at rest at 0.00 in state 0");
     }
-    if (wereMissing) {
+    if (wasLost) {
         throw Failure(ExitStatus::NoProcessData,
-                      Name() + ": process data were missing meanwhile; at rest at " +
+                      Name() + ": process data were lost during the wait; at rest at " +
                           HundredthsText(data.position) + " in state " +
                           std::to_string(data.state));
     }
@@ -130,17 +146,17 @@ ProcessData Gripper::AwaitRest(const ProcessData& before, std::chrono::milliseco
 }
 
 ProcessData ProcessDataReader::Read() {
-    const auto now = std::chrono::steady_clock::now();
-    const bool isTime = now - lastExcerpt >= kExcerptPause;
-    if (last.certain || isTime || !StillZero()) {
-        last = source.ReadProcessData();
+    const auto now = Clock::now();
+    const bool isDue = now - lastExcerpt >= kExcerptPause;
+    if (last.certain || isDue || !IsStillZero()) {
+        last = gripper.ReadProcessData();
         lastExcerpt = now;
     }
     return last;
 }
 
-bool ProcessDataReader::StillZero() const {
-    return source.Get<int>("GetState") == 0 && source.Get<double>("GetPos") == 0;
+bool ProcessDataReader::IsStillZero() const {
+    return gripper.Get<int>("GetState") == 0 && gripper.Get<double>("GetPos") == 0;
 }
 
 }  // namespace tavrik

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <optional>
 #include <string>
 #include <utility>
 #include <xmlrpc-c/base.hpp>
@@ -10,67 +11,90 @@
 
 namespace tavrik {
 
+/// Tells whether a gripper has come to rest: neither position nor state has changed for half a
+/// second, because a motion may begin that long after its call. A sampling gap of more than 0.2 s
+/// restarts the wait: what is read after it may be old.
+class RestDetector {
+public:
+    using TimePoint = std::chrono::steady_clock::time_point;
+
+    /// Whether the fingers have moved from one position to the other.
+    static bool IsMotion(double from, double to);
+
+    /// Takes the values read at `now`.
+    bool IsAtRest(double position, int state, TimePoint now);
+
+private:
+    struct Values {
+        double position;
+        int state;
+        TimePoint since;
+    };
+    std::optional<Values> resting;
+    TimePoint lastSample{};
+};
+
 /// One gripper of a daemon. Device strings are the daemon's, unchanged.
 class Gripper {
 public:
     /// @param daemon must outlive the gripper
     Gripper(Daemon& daemon, std::string deviceString)
-        : server(&daemon), device(std::move(deviceString)) {}
+        : daemon(daemon), deviceString(std::move(deviceString)) {}
 
-    /// The device string as it may be shown.
+    /// The device string in printable form.
     std::string Name() const;
-    const std::string& DeviceString() const { return device; }
+    const std::string& DeviceString() const { return deviceString; }
 
     /// Calls a method with the device string and `arguments`.
     template <typename Result, typename... Arguments>
     Result Get(const std::string& method, const Arguments&... arguments) const {
-        return server->Get<Result>(method, device, arguments...);
+        return daemon.Get<Result>(method, deviceString, arguments...);
     }
 
     /// What the master sent last. Sends nothing to it.
-    /// @throws Failure (NoGripper) when the daemon does not know the gripper any more
+    /// @throws Failure (NoGripper) when the daemon no longer knows the gripper
     ProcessData ReadProcessData() const;
 
-    /// Whether the master answers a request: without that, the daemon goes on answering the
-    /// process data and settings that it had last. Takes a second or more if it does not.
+    /// Whether the master answers a request. The daemon returns the last process data and settings
+    /// even if it does not. Takes a second or more if it does not.
     bool MasterAnswers() const;
 
-    /// Calls a method that answers a status. `rest` are the parameters behind the device string.
+    /// Calls a method that returns a status. `rest` are the parameters after the device string.
     int Command(const std::string& method, const xmlrpc_c::carray& rest) const;
 
-    /// Calls a method that reads a setting. `rest` are the parameters behind the device string.
-    /// @throws Failure (NoAnswer) when the answer came so late that it is not the gripper's
+    /// Calls a method that reads a setting. `rest` are the parameters after the device string.
+    /// @throws Failure (NoAnswer) when the reply came so late that it is not the gripper's
     xmlrpc_c::value ReadSetting(const std::string& method, const xmlrpc_c::carray& rest) const;
 
     /// The model, as far as methods answer differently: "MZD", "HVA or MZD", or "TLM?", which may
-    /// also be a gripper whose force is set to 0. Only for a gripper with process data: asking
-    /// for the model would make the daemon take missing ones for zeros.
+    /// also be a gripper whose force is set to 0. Only for a gripper with process data: otherwise
+    /// asking for the model would make the daemon treat missing process data as zeros.
     std::string Model() const;
 
-    /// A status code in words. For status 3 the daemon is asked which of its reasons it was.
+    /// A status code in words. For status 3, asks the daemon for the reason.
     std::string StatusText(int status) const;
 
     /// Waits until position and state have not changed for a while.
     /// @param before the process data before the command that is waited for
     /// @return the process data then
     /// @throws Failure (NotAtRest) when it takes longer than `limit`; (NoAnswer) when the values
-    /// stand still because the master has fallen silent; (NoProcessData) when they may be missing,
-    /// or were meanwhile: the motion may have been broken off
+    /// stand still because the master stopped answering; (NoProcessData) when process data may be
+    /// missing, or were lost during the wait: the motion may have been aborted
     ProcessData AwaitRest(const ProcessData& before, std::chrono::milliseconds limit) const;
 
 private:
     xmlrpc_c::value Call(const std::string& method, const xmlrpc_c::carray& rest) const;
 
-    Daemon* server;
-    std::string device;
+    Daemon& daemon;
+    std::string deviceString;
 };
 
-/// Reads a gripper's process data again and again without flooding the daemon's log: while there
-/// are none, GetPDINExcerpt logs a line each time, so it is called once a second then.
+/// Polls a gripper's process data without flooding the daemon's log: while there is none,
+/// GetPDINExcerpt logs a line at each call, so it is called once a second then.
 class ProcessDataReader {
 public:
     /// @param gripper must outlive the reader
-    explicit ProcessDataReader(const Gripper& gripper) : source(gripper) {}
+    explicit ProcessDataReader(const Gripper& gripper) : gripper(gripper) {}
 
     /// What the master sent last. While that is all zero, a change of the flags alone is seen up
     /// to a second late.
@@ -78,9 +102,9 @@ public:
     ProcessData Read();
 
 private:
-    bool StillZero() const;
+    bool IsStillZero() const;
 
-    const Gripper& source;
+    const Gripper& gripper;
     ProcessData last{0};
     std::chrono::steady_clock::time_point lastExcerpt{};
 };

@@ -7,6 +7,13 @@
 
 namespace tavrik {
 
+namespace {
+constexpr std::chrono::milliseconds kSamplePeriod(50);
+constexpr std::chrono::seconds kRetryPeriod(1);  // each call may log a line in the daemon
+constexpr std::chrono::seconds kProbePause(1);
+constexpr std::chrono::milliseconds kPatienceWithProbe(1500);  // a probe without answer takes 1 s
+}  // namespace
+
 void SilenceDetector::AddData(const std::optional<ProcessData>& data, TimePoint time) {
     if (lastData && data && *data != *lastData) {
         lastChange = time;
@@ -23,17 +30,10 @@ bool SilenceDetector::IsFrozen() const {
     return lastData && silentSince && !(lastChange && *lastChange > *silentSince);
 }
 
-namespace {
-constexpr std::chrono::milliseconds kSamplePeriod(50);
-constexpr std::chrono::seconds kTroublePeriod(1);  // each call may be a line in the daemon's log
-constexpr std::chrono::seconds kProbePause(1);
-constexpr std::chrono::milliseconds kPatienceWithProbe(1500);  // one that is not answered takes 1 s
-}  // namespace
-
 GripperMonitor::GripperMonitor(const Endpoint& endpoint, const std::string& device, bool passive)
     : sampleDaemon(endpoint, stop.get_token()),
       probeDaemon(endpoint, stop.get_token()),
-      gripperName(device),
+      device(device),
       patienceWithProbe(passive ? 0 : kPatienceWithProbe.count()),
       sampler(&GripperMonitor::Sample, this) {
     if (!passive) {
@@ -56,7 +56,7 @@ std::vector<Observation> GripperMonitor::Take(std::chrono::milliseconds patience
 }
 
 void GripperMonitor::Sample() {
-    const Gripper gripper(sampleDaemon, gripperName);
+    const Gripper gripper(sampleDaemon, device);
     ProcessDataReader reader(gripper);
     AwaitProbe();
     auto next = Clock::now();
@@ -66,15 +66,15 @@ void GripperMonitor::Sample() {
         try {
             observation.data = reader.Read();
         } catch (const Failure& failure) {
-            observation.trouble = failure.what();
+            observation.error = failure.what();
         }
-        next = std::max<Clock::time_point>(
-            next + (observation.data ? kSamplePeriod : kTroublePeriod), Clock::now());
+        next = std::max<Clock::time_point>(next + (observation.data ? kSamplePeriod : kRetryPeriod),
+                                           Clock::now());
         Publish(observation);
     } while (PauseUntil(next));
 }
 
-/// So that already the first data are known to be fresh, or not.
+/// So that the first observation already says whether its data is fresh.
 void GripperMonitor::AwaitProbe() {
     std::unique_lock lock(mutex);
     changed.wait_for(lock, stop.get_token(), patienceWithProbe,
@@ -93,7 +93,7 @@ void GripperMonitor::Publish(Observation& observation) {
 }
 
 void GripperMonitor::Probe() {
-    const Gripper gripper(probeDaemon, gripperName);
+    const Gripper gripper(probeDaemon, device);
     do {
         ProbeOnce(gripper);
     } while (PauseUntil(Clock::now() + kProbePause));
@@ -104,7 +104,7 @@ void GripperMonitor::ProbeOnce(const Gripper& gripper) {
     bool answers = false;
     try {
         answers = gripper.MasterAnswers();
-    } catch (const Failure&) {  // also when the call was given up before the daemon gave up
+    } catch (const Failure&) {  // also when the call timed out before the daemon did
     }
     const std::lock_guard lock(mutex);
     silence.AddProbe(answers, start);

@@ -14,13 +14,13 @@ namespace {
 constexpr std::size_t kLargestAnswer = 1U << 20U;  // bytes
 constexpr long kHttpOk = 200;
 
-/// A document type may declare entities made of entities, which keep the parser busy for hours. In
-/// UTF-16 it is not found, but there are zeros then.
+/// A document type may declare nested entities that keep the parser busy for hours. In UTF-16 the
+/// text is not found, but there are zero bytes then.
 bool MayDeclareEntities(const std::string& xml) {
     return xml.find("<!DOCTYPE") != std::string::npos || xml.find('\0') != std::string::npos;
 }
 
-/// Taking less than was offered makes libcurl give up.
+/// libcurl aborts the transfer if less is taken than was offered.
 std::size_t Append(const char* data, std::size_t size, std::size_t count, void* target) {
     auto& answer = *static_cast<std::string*>(target);
     const std::size_t length = size * count;
@@ -31,15 +31,14 @@ std::size_t Append(const char* data, std::size_t size, std::size_t count, void* 
     return length;
 }
 
-/// libcurl asks this while it works and waits, at least once a second; anything but 0 makes it
-/// stop.
+/// libcurl calls this at least once a second; anything but 0 aborts the transfer.
 int IsStopped(const void* token, curl_off_t /*total*/, curl_off_t /*received*/,
               curl_off_t /*toSend*/, curl_off_t /*sent*/) {
     return static_cast<const std::stop_token*>(token)->stop_requested() ? 1 : 0;
 }
 
 Failure NotADaemon(const Endpoint& endpoint, const std::string& reason) {
-    return {ExitStatus::BadAnswer, endpoint.Address() + " is no TavrikDaemon: " + reason};
+    return {ExitStatus::BadAnswer, endpoint.Address() + " is not a TavrikDaemon: " + reason};
 }
 
 std::string SecondsText(std::chrono::milliseconds time) {
@@ -59,24 +58,24 @@ void HttpTransport::Deleter::operator()(curl_slist* list) const {
 }
 
 HttpTransport::HttpTransport(const Endpoint& endpoint, std::stop_token stop)
-    : server(endpoint),
-      stopToken(std::move(stop)),
+    : endpoint(endpoint),
+      stop(std::move(stop)),
       headers(curl_slist_append(nullptr, "Content-Type: text/xml")),
       handle(curl_easy_init()) {
     if (handle == nullptr || headers == nullptr) {
-        throw std::runtime_error("libcurl cannot be used");
+        throw std::runtime_error("failed to initialize libcurl");
     }
-    const std::string url = "http://" + server.Address() + "/RPC2";
+    const std::string url = "http://" + endpoint.Address() + "/RPC2";
     curl_easy_setopt(handle.get(), CURLOPT_URL, url.c_str());
     curl_easy_setopt(handle.get(), CURLOPT_PROTOCOLS_STR, "http");
     curl_easy_setopt(handle.get(), CURLOPT_NOPROXY, "*");
     curl_easy_setopt(handle.get(), CURLOPT_NOSIGNAL, 1L);
-    curl_easy_setopt(handle.get(), CURLOPT_TIMEOUT_MS, static_cast<long>(server.timeout.count()));
+    curl_easy_setopt(handle.get(), CURLOPT_TIMEOUT_MS, static_cast<long>(endpoint.timeout.count()));
     curl_easy_setopt(handle.get(), CURLOPT_HTTPHEADER, headers.get());
     curl_easy_setopt(handle.get(), CURLOPT_WRITEFUNCTION, Append);
     curl_easy_setopt(handle.get(), CURLOPT_NOPROGRESS, 0L);
     curl_easy_setopt(handle.get(), CURLOPT_XFERINFOFUNCTION, IsStopped);
-    curl_easy_setopt(handle.get(), CURLOPT_XFERINFODATA, &stopToken);
+    curl_easy_setopt(handle.get(), CURLOPT_XFERINFODATA, &this->stop);
 }
 
 void HttpTransport::call(xmlrpc_c::carriageParm* /*carriageParm*/, const std::string& callXml,
@@ -103,15 +102,15 @@ void HttpTransport::Post(const std::string& body, std::string& answer) {
     curl_easy_setopt(handle.get(), CURLOPT_WRITEDATA, &answer);
     const CURLcode result = curl_easy_perform(handle.get());
     if (result != CURLE_OK) {
-        throw Trouble(result);
+        throw ToFailure(result);
     }
     long status = 0;
     curl_easy_getinfo(handle.get(), CURLINFO_RESPONSE_CODE, &status);
     if (status != kHttpOk) {
-        throw NotADaemon(server, "HTTP status " + std::to_string(status));
+        throw NotADaemon(endpoint, "HTTP status " + std::to_string(status));
     }
     if (MayDeclareEntities(answer)) {
-        throw NotADaemon(server, "the answer may declare entities");
+        throw NotADaemon(endpoint, "the reply may declare XML entities");
     }
 }
 
@@ -121,27 +120,27 @@ std::string HttpTransport::Reason() const {
     return error == 0 ? "" : ": " + std::generic_category().message(static_cast<int>(error));
 }
 
-Failure HttpTransport::Trouble(int result) const {
+Failure HttpTransport::ToFailure(int result) const {
     const auto code = static_cast<CURLcode>(result);
     switch (code) {
         case CURLE_OPERATION_TIMEDOUT:
             return {ExitStatus::NoDaemon,
-                    server.Address() + " has not answered within " + SecondsText(server.timeout)};
+                    endpoint.Address() + " did not answer within " + SecondsText(endpoint.timeout)};
         case CURLE_COULDNT_CONNECT:
-            return {ExitStatus::NoDaemon, server.Address() + " cannot be reached" + Reason()};
+            return {ExitStatus::NoDaemon, endpoint.Address() + " cannot be reached" + Reason()};
         case CURLE_COULDNT_RESOLVE_HOST:
         case CURLE_URL_MALFORMAT:
             return {ExitStatus::NoDaemon,
-                    server.Address() + " cannot be reached: " + curl_easy_strerror(code)};
+                    endpoint.Address() + " cannot be reached: " + curl_easy_strerror(code)};
         case CURLE_UNSUPPORTED_PROTOCOL:
         case CURLE_WEIRD_SERVER_REPLY:
-            return NotADaemon(server, "the answer is no HTTP");
+            return NotADaemon(endpoint, "the reply is not HTTP");
         case CURLE_WRITE_ERROR:    // by Append()
-        case CURLE_OUT_OF_MEMORY:  // so libcurl calls a head that never ends
-            return NotADaemon(server, "too long an answer");
+        case CURLE_OUT_OF_MEMORY:  // reported for an endless header
+            return NotADaemon(endpoint, "the reply is too long");
         default:
             return {ExitStatus::NoDaemon,
-                    server.Address() + " has not answered: " + curl_easy_strerror(code)};
+                    endpoint.Address() + " did not answer: " + curl_easy_strerror(code)};
     }
 }
 

@@ -27,23 +27,23 @@ struct Endpoint {
     }
 };
 
-/// Carries the XML of an XML-RPC client to one server, over one connection that is kept. Those that
-/// come with the XML-RPC library are no choice: they round time-outs up to multiples of 3 s and
-/// take the proxy of the environment.
+/// Carries the XML of an XML-RPC client to one server, over one persistent connection. The
+/// transports of the XML-RPC library are unsuitable: they round timeouts up to multiples of 3 s and
+/// use the proxy of the environment.
 class HttpTransport : public xmlrpc_c::clientXmlTransport {
 public:
-    /// @param endpoint its time-out is for connecting, sending and the answer together
+    /// @param endpoint its timeout covers connecting, sending and receiving
     /// @param stop ends a running call within about a second, with a Failure (NoDaemon)
     HttpTransport(const Endpoint& endpoint, std::stop_token stop);
 
-    /// Posts `callXml`. The carriage parameter says nothing: there is one server.
-    /// @param responseXml the body of the answer
+    /// Posts `callXml`. The carriage parameter is unused: there is one server.
+    /// @param responseXml the body of the reply
     /// @throws Failure (NoDaemon, BadAnswer)
     void call(xmlrpc_c::carriageParm* carriageParm, const std::string& callXml,
               std::string* responseXml) override;
 
-    /// Throws again what the last call threw, if it did: the library's client makes an exception of
-    /// its own of it.
+    /// Rethrows the exception of the last call, if any: the library's client replaces it with one
+    /// of its own.
     void RethrowFailure() const;
 
     HttpTransport(const HttpTransport&) = delete;
@@ -56,11 +56,11 @@ private:
     };
 
     void Post(const std::string& body, std::string& answer);
-    Failure Trouble(int result) const;
+    Failure ToFailure(int result) const;
     std::string Reason() const;  // why no connection could be made
 
-    const Endpoint server;
-    std::stop_token stopToken;  // libcurl has its address
+    const Endpoint endpoint;
+    std::stop_token stop;  // libcurl has its address
     std::unique_ptr<curl_slist, Deleter> headers;
     std::unique_ptr<void, Deleter> handle;  // libcurl's; uses the headers
     std::exception_ptr failure;

@@ -1,12 +1,12 @@
 #include "client/MethodTable.h"
 
+#include <algorithm>
 #include <array>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
-#include "client/JsonValue.h"
 #include "client/Printable.h"
-#include "client/ValueText.h"
+#include "client/Values.h"
 
 namespace tavrik {
 
@@ -96,7 +96,8 @@ xmlrpc_c::value ParseJson(const std::string& text) {
     try {
         return ToValue(json);
     } catch (const std::out_of_range& excess) {
-        throw Failure(ExitStatus::Usage, "'" + Printable(text) + "' has " + excess.what());
+        throw Failure(ExitStatus::Usage,
+                      "invalid argument '" + Printable(text) + "': " + excess.what());
     }
 }
 
@@ -115,12 +116,8 @@ std::string Usage(const Method& method) {
 }
 
 const Method* FindMethod(std::string_view name) {
-    for (const Method& method : kMethods) {
-        if (method.name == name) {
-            return &method;
-        }
-    }
-    return nullptr;
+    const auto* const place = std::ranges::find(kMethods, name, &Method::name);
+    return place == kMethods.end() ? nullptr : place;
 }
 
 xmlrpc_c::value ParseArgument(char letter, const std::string& text) {

@@ -10,7 +10,7 @@ namespace tavrik {
 
 namespace {
 
-/// Makes the C library read UTF-8 in this thread, whatever the user's language is.
+/// Makes the C library read UTF-8 in this thread, regardless of the user's locale.
 class Utf8 {
 public:
     Utf8() : previous(uselocale(Locale())) {}
@@ -29,7 +29,7 @@ private:
 
 struct Character {
     std::string_view bytes;
-    std::size_t width;  // in columns; 0 if it is not printable
+    std::size_t width;  // in columns; 0 if not printable
 };
 
 Character First(std::string_view text) {
@@ -37,7 +37,7 @@ Character First(std::string_view text) {
     wchar_t letter = 0;
     // NOLINTNEXTLINE(concurrency-mt-unsafe): its state is here
     const std::size_t size = std::mbrtowc(&letter, text.data(), text.size(), &state);
-    if (size == 0 || size > text.size()) {  // a zero byte, or no UTF-8
+    if (size == 0 || size > text.size()) {  // a zero byte, or invalid UTF-8
         return {text.substr(0, 1), 0};
     }
     const int width = wcwidth(letter);

@@ -6,8 +6,8 @@
 
 namespace tavrik {
 
-/// `text`, UTF-8, with a question mark for each character that takes no place of its own, such as
-/// control characters, and for what is no UTF-8: a device string must not steer the terminal.
+/// `text`, UTF-8, with a question mark for each character without a width, such as control
+/// characters, and for invalid UTF-8: a device string must not control the terminal.
 std::string Printable(const std::string& text);
 
 /// How many columns of a terminal printable `text` takes.

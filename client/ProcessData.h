@@ -5,12 +5,12 @@
 
 namespace tavrik {
 
-/// What the gripper's master sent last, all of one moment.
+/// What the gripper's master sent last, all from one moment.
 struct ProcessData {
-    /// @param excerpt the answer of GetPDINExcerpt
+    /// @param excerpt the reply to GetPDINExcerpt
     explicit ProcessData(int excerpt);
 
-    /// The flags that are set, in words, with commas between.
+    /// The flags that are set, in words, separated by commas.
     std::string FlagText() const;
 
     /// Adds every value to a JSON object.
@@ -19,28 +19,28 @@ struct ProcessData {
     bool operator==(const ProcessData&) const = default;
 
     double position;  ///< in the gripper's unit, in steps of 0.01
-    int state;        ///< 0 to 15; the gripper's manual tells the meaning
+    int state;        ///< 0 to 15; see the gripper's manual
     bool fault;
     bool tempFault;
     bool tempWarn;
     bool maintenance;
-    bool certain;  ///< false when all is zero: that is also the answer without process data
+    bool certain;  ///< false if all is zero, which may also mean no process data
 };
 
 constexpr const char* kModelNotAsked = "?";
 
-/// The model of a gripper, as far as a client can know it.
+/// The model of a gripper, as far as a client can tell.
 struct Model {
     std::string name;
-    std::string from;  ///< what tells it: "answers", "name" or "nothing"
+    std::string from;  ///< its source: "answers", "name" or "nothing"
 
-    /// For people.
+    /// As printed, with a remark if only the name tells it.
     std::string Text() const { return name + (from == "name" ? " by name" : ""); }
 };
 
-/// What answers have told, made more exact by the name that the gripper gives itself.
-/// @param told as Gripper::Model() says it, or kModelNotAsked
-/// @param deviceString its beginning is the gripper's product name, which may be any text
+/// Narrows the model down by the name that the gripper gives itself.
+/// @param told the result of Gripper::Model(), or kModelNotAsked
+/// @param deviceString begins with the gripper's product name, which may be any text
 Model NarrowModel(const std::string& told, const std::string& deviceString);
 
 }  // namespace tavrik

@@ -7,7 +7,7 @@
 #include "client/Failure.h"
 #include "client/Printable.h"
 #include "client/ProcessData.h"
-#include "client/ValueText.h"
+#include "client/Values.h"
 
 namespace tavrik {
 
@@ -25,9 +25,9 @@ constexpr std::array kSettings{
     Setting{"no-part-limit", "GetNoPartLimit", "SetNoPartLimit", Kind::Limit, Place::Set, kAll},
     Setting{"release-limit", "GetReleaseLimit", "SetReleaseLimit", Kind::Limit, Place::Set, kAll},
     Setting{"override-grip", "GetOverrideGrip", "SetOverrideGrip", Kind::Byte, Place::Gripper,
-            "HVA, MZD; to read: all"},
+            "HVA, MZD; read: all"},
     Setting{"override-release", "GetOverrideRelease", "SetOverrideRelease", Kind::Byte,
-            Place::Gripper, "HVA, MZD; to read: all"},
+            Place::Gripper, "HVA, MZD; read: all"},
     Setting{"reference-direction", "GetReferenceDirection", "SetReferenceDirection", Kind::Flag,
             Place::Gripper, kHvaMzd},
     Setting{"led-animation", "GetLEDAnimation", "SetLEDAnimation", Kind::Byte, Place::Led, kMzd},
@@ -45,8 +45,8 @@ constexpr int kLargestByte = 255;
 constexpr int kLargestPreset = 7;
 
 Failure OutOfRange(const Setting& setting, const std::string& text) {
-    return {ExitStatus::Usage, std::string(setting.name) + " takes " + ValueRange(setting) +
-                                   ", not '" + Printable(text) + "'"};
+    return {ExitStatus::Usage, "invalid " + std::string(setting.name) + " '" + Printable(text) +
+                                   "': must be " + ValueRange(setting)};
 }
 
 int ParseUpTo(const Setting& setting, const std::string& text, int largest) {
@@ -64,10 +64,10 @@ std::span<const Setting> Settings() {
 }
 
 const Setting& FindSetting(const std::string& name) {
-    const auto* const place = std::find_if(kSettings.begin(), kSettings.end(),
-                                           [&name](const auto& each) { return each.name == name; });
+    const auto* const place = std::ranges::find(kSettings, name, &Setting::name);
     if (place == kSettings.end()) {
-        throw Failure(ExitStatus::Usage, "there is no setting '" + Printable(name) + "'");
+        throw Failure(ExitStatus::Usage,
+                      "unknown setting '" + Printable(name) + "'; see tavrikctl get --help");
     }
     return *place;
 }
@@ -81,7 +81,7 @@ std::string ValueRange(const Setting& setting) {
         case Kind::Preset:
             return "0 to " + std::to_string(kLargestPreset);
         case Kind::Checksum:
-            return "32 bits, signed";
+            return "signed 32-bit";
         default:
             return "0 to " + std::to_string(kLargestByte);
     }
@@ -109,7 +109,7 @@ std::string SettingText(const Setting& setting, const std::string& text) {
     switch (setting.kind) {
         case Kind::Flag:
             return OnOffText(ParseBoolean(text));
-        case Kind::Limit:  // through an integer, because there is no -0.00
+        case Kind::Limit:  // through an integer, to avoid -0.00
             return HundredthsText(
                 static_cast<double>(std::lround(ParseReal(text) * kStepsPerUnit)) / kStepsPerUnit);
         default:

@@ -7,17 +7,17 @@
 
 namespace tavrik {
 
-/// Something of the gripper that can be read or set.
+/// A setting of the gripper that can be read, set or both.
 struct Setting {
     enum class Kind { Byte, Preset, Limit, Flag, Checksum };
-    enum class Place { Gripper, Set, Led };  ///< what has one of its own
+    enum class Place { Gripper, Set, Led };  ///< what has a value of its own
 
     std::string_view name;
     std::string_view getter;  ///< empty if it cannot be read
     std::string_view setter;  ///< empty if it cannot be set
     Kind kind;
     Place place;
-    std::string_view models;  ///< that have it, and what else the help says
+    std::string_view models;  ///< that support it, and remarks for the help
 };
 
 std::span<const Setting> Settings();
@@ -25,19 +25,19 @@ std::span<const Setting> Settings();
 /// @throws Failure (Usage)
 const Setting& FindSetting(const std::string& name);
 
-/// The values that there are, in words as in "0 to 255".
+/// The valid values in words, as in "0 to 255".
 std::string ValueRange(const Setting& setting);
 
-/// `text` as the parameter of the setter. The daemon checks no range, so this does.
+/// `text` as the parameter of the setter. The daemon does not check ranges, so this does.
 /// @throws Failure (Usage)
 xmlrpc_c::value ParseSetting(const Setting& setting, const std::string& text);
 
-/// `text` as the gripper gets it, and as "get" shows it: limits have no more than two decimals.
+/// `text` as the gripper gets it and "get" shows it: limits are rounded to two decimals.
 /// @throws Failure (Usage)
 std::string SettingText(const Setting& setting, const std::string& text);
 
-/// What to send for a limit, so that the gripper gets exactly the nearest hundredth: the daemon
-/// cuts limit x 100 + 0.5 off after the point, which by itself would raise a negative limit.
+/// The number to send for a limit, so that the gripper gets the nearest hundredth: the daemon
+/// truncates limit x 100 + 0.5, which alone would raise a negative limit.
 double LimitToSend(double limit);
 
 }  // namespace tavrik

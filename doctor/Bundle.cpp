@@ -15,7 +15,7 @@
 
 #include "client/Failure.h"
 #include "common/Version.h"
-#include "doctor/ServiceState.h"
+#include "doctor/Service.h"
 #include "doctor/ToolOutput.h"
 
 namespace tavrik {
@@ -35,17 +35,17 @@ void Check(int result, const Archive& file, const std::string& path) {
     if (result != ARCHIVE_OK) {
         const char* const reason = archive_error_string(file.get());
         throw Failure(ExitStatus::Failed,
-                      path + " cannot be written: " + (reason == nullptr ? "" : reason));
+                      "failed to write " + path + ": " + (reason == nullptr ? "" : reason));
     }
 }
 
-/// A file that is there already would keep its mode.
+/// An existing file would keep its mode.
 void RestrictToOwner(const std::string& path) {
     struct stat status = {};
     if (stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
         chmod(path.c_str(), S_IRUSR | S_IWUSR) != 0) {
         throw Failure(ExitStatus::Failed,
-                      path + " cannot be written: " + std::generic_category().message(errno));
+                      "failed to write " + path + ": " + std::generic_category().message(errno));
     }
 }
 

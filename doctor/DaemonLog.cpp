@@ -1,16 +1,18 @@
 #include "doctor/DaemonLog.h"
 
 #include <algorithm>
+#include <array>
 #include <sstream>
 
+#include "doctor/Host.h"
 #include "doctor/ToolOutput.h"
 
 namespace tavrik {
 
 namespace {
 
-/// The rest of `text` behind `prefix`; nothing if it begins otherwise.
-std::optional<std::string> Behind(const std::string& prefix, const std::string& text) {
+/// The rest of `text` after `prefix`; nothing if it begins differently.
+std::optional<std::string> After(const std::string& prefix, const std::string& text) {
     return text.starts_with(prefix) ? std::optional(text.substr(prefix.size())) : std::nullopt;
 }
 
@@ -25,8 +27,46 @@ std::vector<std::string> LinesInReverse(const std::string& text) {
     for (std::string line; std::getline(stream, line);) {
         lines.push_back(line);
     }
-    std::reverse(lines.begin(), lines.end());
+    std::ranges::reverse(lines);
     return lines;
+}
+
+struct Mode {
+    const char* text;
+    const char* remedy;  // empty if the mode is normal
+};
+
+constexpr const char* kWait = "wait; if this persists, the gripper or its master is faulty";
+constexpr const char* kCheckGripper = "check the gripper's cable and power";
+
+constexpr std::array kModes{
+    Mode{"none", kCheckGripper}, Mode{"looking for a gripper", kCheckGripper},
+    Mode{"startup", kWait},      Mode{"preoperate", kWait},
+    Mode{"operate", ""},         Mode{"fallback", kCheckGripper},
+    Mode{"block mode", kWait},   Mode{"power fault", "check the gripper's power supply"}};
+
+Mode ModeOf(int number) {
+    const bool isKnown = number >= 0 && number < static_cast<int>(kModes.size());
+    return isKnown ? kModes.at(static_cast<std::size_t>(number)) : Mode{"unknown", kWait};
+}
+
+Finding CheckLink(const std::string& node, const LoggedMaster& master) {
+    if (!master.failure.empty()) {
+        return {Mark::Wrong, node, "log: " + master.failure,
+                "check the master's power and which programs have its tty open, then replug it"};
+    }
+    const std::string id = "log: ID " + (master.id ? "\"" + *master.id + "\"" : "unknown");
+    if (master.id && *master.id != "PELLIX" && *master.id != "MARROK-7") {
+        return {Mark::Wrong, node, id + R"(, not "PELLIX" or "MARROK-7")",
+                "not a supported master: TavrikDaemon does not list it"};
+    }
+    if (!master.mode) {
+        return {Mark::Unknown, node, id + ", mode unknown"};
+    }
+    const Mode mode = ModeOf(*master.mode);
+    const bool isNormal = *mode.remedy == '\0';
+    return {isNormal ? Mark::Ok : Mark::Wrong, node,
+            id + ", mode " + std::to_string(*master.mode) + ", " + mode.text, mode.remedy};
 }
 
 }  // namespace
@@ -47,7 +87,7 @@ DaemonLog DaemonLog::OfProcess(pid_t daemon) {
     constexpr const char* kWanted =
         "--grep=Opening device|Parser thread active|Setting device mode|line: ID=|"
         "Failed to (initialize|open)|PELLIX removed";
-    // The newest first, because a log of days takes longer.
+    // Newest first, because a log of several days takes longer to read.
     constexpr std::chrono::seconds kPatience(5);
     const ToolOutput output =
         RunTool({"journalctl", "--boot", "--no-pager", "--output=cat", "--reverse", "--lines=2000",
@@ -58,21 +98,21 @@ DaemonLog DaemonLog::OfProcess(pid_t daemon) {
 
 void DaemonLog::Take(const std::string& thread, const std::string& message) {
     LoggedMaster* const master = MasterOf(thread);
-    if (const auto node = Behind("SerialConnection: Opening device ", message)) {
+    if (const auto node = After("SerialConnection: Opening device ", message)) {
         openedNode = *node;
         threadNodes[thread] = *node;
         masters[*node].failure.clear();
     } else if (message == "Parser thread active" && !openedNode.empty()) {
-        // It belongs to the tty opened before: masters are set up one after the other.
+        // It belongs to the tty opened last: masters are set up one at a time.
         threadNodes[thread] = openedNode;
         masters[openedNode] = {};
-    } else if (const auto gone = Behind("PELLIX removed: ", message)) {
+    } else if (const auto gone = After("PELLIX removed: ", message)) {
         masters.erase(*gone);
     } else if (master == nullptr) {
         return;
-    } else if (const auto id = Behind("Parsing line: ID=", message)) {
+    } else if (const auto id = After("Parsing line: ID=", message)) {
         master->id = WithoutQuotes(*id);
-    } else if (const auto mode = Behind("Setting device mode to ", message)) {
+    } else if (const auto mode = After("Setting device mode to ", message)) {
         int number = 0;
         if (std::istringstream(*mode) >> number) {
             master->mode = number;
@@ -92,6 +132,20 @@ LoggedMaster* DaemonLog::MasterOf(const std::string& thread) {
 const LoggedMaster* DaemonLog::Find(const std::string& node) const {
     const auto found = masters.find(node);
     return found == masters.end() ? nullptr : &found->second;
+}
+
+Findings CheckLinks(const Host& host, const DaemonLog& log, bool isMissed) {
+    Findings findings;
+    for (const UsbTty& tty : host.ttys) {
+        if (const LoggedMaster* const master = log.Find(tty.node)) {
+            findings.push_back(CheckLink(tty.node, *master));
+        }
+    }
+    if (findings.empty() && isMissed && std::ranges::any_of(host.ttys, &UsbTty::IsMaster)) {
+        return {{Mark::Unknown, "log", "the journal does not have the IDs and modes of the masters",
+                 "run as root: tavrikctl doctor; or read the log where TavrikDaemon writes it"}};
+    }
+    return findings;
 }
 
 }  // namespace tavrik

@@ -7,26 +7,29 @@
 #include <string>
 #include <vector>
 
+#include "doctor/Finding.h"
+
 namespace tavrik {
 
-/// What the daemon's log tells of a master, as far as it reaches back.
+struct Host;
+
+/// What the daemon's log says about a master, as far as it reaches back.
 struct LoggedMaster {
     std::optional<std::string> id;
     std::optional<int> mode;  ///< of its data link, 0 to 7
     std::string failure;      ///< the line with which its link failed; empty if it did not
 };
 
-/// The daemon's log, which alone tells the ID and the mode of a master: no call does.
+/// The daemon's log: the only source of the ID and the mode of a master, which no call returns.
 class DaemonLog {
 public:
-    /// @param lines those of the log, oldest first; others between them do no harm
+    /// @param lines of the log, oldest first; other lines are ignored
     explicit DaemonLog(const std::vector<std::string>& lines);
 
-    /// What the system's journal has of the process `daemon`; nothing if it has none of it, or may
-    /// not be read.
+    /// What the journal has of the process `daemon`; empty if it has nothing or may not be read.
     static DaemonLog OfProcess(pid_t daemon);
 
-    /// What was logged of the master at `node` since its tty was last opened; null if nothing was.
+    /// What was logged about the master at `node` since its tty was last opened, or null.
     const LoggedMaster* Find(const std::string& node) const;
 
 private:
@@ -34,8 +37,12 @@ private:
     LoggedMaster* MasterOf(const std::string& thread);
 
     std::map<std::string, LoggedMaster> masters;     // by node
-    std::map<std::string, std::string> threadNodes;  // the node that a thread is busy with
+    std::map<std::string, std::string> threadNodes;  // the node that a thread works on
     std::string openedNode;                          // the last one
 };
+
+/// What the log says about the masters: their ID, and the mode of their data link.
+/// @param isMissed whether it matters if the log says nothing
+Findings CheckLinks(const Host& host, const DaemonLog& log, bool isMissed);
 
 }  // namespace tavrik

@@ -5,36 +5,77 @@
 #include <set>
 
 #include "client/Failure.h"
+#include "client/Gripper.h"
 #include "client/Printable.h"
+#include "client/ProcessData.h"
+#include "client/Values.h"
 #include "common/Ports.h"
 #include "common/Version.h"
-#include "doctor/GripperCheck.h"
-#include "doctor/LinkCheck.h"
-#include "doctor/MasterCheck.h"
-#include "doctor/ModemManagerCheck.h"
-#include "doctor/PortCheck.h"
-#include "doctor/ReservationCheck.h"
-#include "doctor/ServiceCheck.h"
-#include "doctor/ThisMachine.h"
-#include "doctor/TtyCheck.h"
+#include "doctor/DaemonLog.h"
+#include "doctor/Masters.h"
+#include "doctor/Ports.h"
+#include "doctor/Service.h"
 
 namespace tavrik {
 
 namespace {
 
-bool AreWell(const Findings& findings) {
-    return std::all_of(findings.begin(), findings.end(),
-                       [](const Finding& each) { return each.mark == Mark::Ok; });
+bool AreAllOk(const Findings& findings) {
+    return std::ranges::all_of(findings, [](const Finding& each) { return each.mark == Mark::Ok; });
 }
 
-/// Where nothing is sent, the daemon answers at once with what it has.
-Findings CutOff(const std::vector<std::string>& grippers) {
+/// The daemon answers calls that send nothing from the data it has, however old they are.
+Findings ReportStaleGrippers(const std::vector<std::string>& grippers) {
     Findings findings;
     for (const std::string& device : grippers) {
-        findings.push_back({Mark::Wrong, device, "what TavrikDaemon answers is old: no tty is open",
-                            "plug its master in again"});
+        findings.push_back({Mark::Wrong, device,
+                            "the answers of TavrikDaemon are stale: no tty is open",
+                            "replug its master"});
     }
     return findings;
+}
+
+/// The finding for a gripper that answers.
+Finding Describe(const Gripper& gripper, const ProcessData& data) {
+    const std::string text = "answers: state " + std::to_string(data.state) + ", position " +
+                             HundredthsText(data.position);
+    const std::string flags = data.FlagText();
+    if (!flags.empty()) {
+        return {Mark::Wrong, gripper.Name(), text + ", " + flags, "see the gripper's manual"};
+    }
+    const std::string told = gripper.Model();
+    const Model model = NarrowModel(told, gripper.DeviceString());
+    if (told == "TLM?" && model.name != "TLM") {
+        return {Mark::Unknown, gripper.Name(), text + ", no force: a TLM, or an unknown model",
+                "if it is not a TLM: tavrikctl set force N; TavrikDaemon may not know its vendor "
+                "or device"};
+    }
+    return {Mark::Ok, gripper.Name(), text + ", model " + model.Text()};
+}
+
+/// Whether a gripper that the daemon lists answers.
+/// @param status becomes Done if it does
+Finding CheckGripper(const Gripper& gripper, ExitStatus& status) {
+    status = ExitStatus::NoAnswer;
+    try {
+        const ProcessData data = gripper.ReadProcessData();
+        if (!gripper.MasterAnswers()) {
+            return {Mark::Wrong, gripper.Name(), "its master does not answer",
+                    "check the master's power and cable, then replug it"};
+        }
+        if (!data.certain) {
+            status = ExitStatus::NoProcessData;
+            return {Mark::Unknown, gripper.Name(),
+                    "its master answers; it is at 0.00 in state 0, or has no process data",
+                    "unless it is at 0.00 with its drive off: check its cable and power; it may be "
+                    "starting"};
+        }
+        status = ExitStatus::Done;
+        return Describe(gripper, data);
+    } catch (const Failure& failure) {
+        status = failure.Status();
+        return {Mark::Wrong, gripper.Name(), failure.what(), "run again: tavrikctl doctor"};
+    }
 }
 
 }  // namespace
@@ -43,15 +84,15 @@ void Doctor::Examine() {
     sawMachine = IsThisMachine(endpoint.host);
     if (!sawMachine) {
         Add({{Mark::Unknown, "service", endpoint.host + " is not this machine",
-              "run tavrikctl doctor there to see its service, ttys and masters"}});
+              "to check its service, ttys and masters, run there: tavrikctl doctor"}});
         ExaminePorts(nullptr);
         ExamineGrippers(nullptr);
         return;
     }
     const Host host;
-    Add(ServiceCheck(host).Run());
+    Add(CheckService(host));
     ExaminePorts(&host);
-    Add(ReservationCheck().Run());
+    Add({CheckReservation()});
     ExamineDevices(host);
     ExamineGrippers(&host);
 }
@@ -60,11 +101,11 @@ void Doctor::ExaminePorts(const Host* host) {
     for (const unsigned port : kPorts) {
         Endpoint server = endpoint;
         server.port = port;
-        PortCheck check(server, host);
-        Add(check.Run());
-        if (check.Version() && !answers) {
+        const PortResult result = CheckPort(server, host);
+        Add({result.finding});
+        if (result.version && !answers) {
             answers = true;
-            version = Printable(*check.Version());
+            version = Printable(*result.version);
             endpoint.port = port;
         }
     }
@@ -72,9 +113,9 @@ void Doctor::ExaminePorts(const Host* host) {
 
 void Doctor::ExamineDevices(const Host& host) {
     for (const UsbTty& tty : host.ttys) {
-        Add(TtyCheck(host, tty).Run());
+        Add(CheckTty(host, tty));
     }
-    Add(ModemManagerCheck(host).Run());
+    Add({CheckModemManager(host)});
 }
 
 void Doctor::ExamineGrippers(const Host* host) {
@@ -82,23 +123,22 @@ void Doctor::ExamineGrippers(const Host* host) {
     const auto grippers = ListGrippers(daemon);
     Findings answered = AskGrippers(daemon, grippers.value_or(std::vector<std::string>()));
     if (host != nullptr && !host->DaemonIsBehindSimulator()) {
-        const auto count = grippers ? std::optional(grippers->size()) : std::nullopt;
-        const MasterCheck check(*host, count);
-        const Findings masters = check.Run();
-        Add(masters);
-        if (check.IsCutOff() && status == ExitStatus::Done) {
+        const Finding masters =
+            CheckMasters(*host, grippers ? std::optional(grippers->size()) : std::nullopt);
+        Add({masters});
+        if (status == ExitStatus::Done && AreMastersCutOff(*host)) {
             status = ExitStatus::NoAnswer;
-            answered = CutOff(*grippers);
+            answered = ReportStaleGrippers(*grippers);
         }
-        const bool isWell = status == ExitStatus::Done && AreWell(masters) && AreWell(answered);
         if (host->daemon) {
-            const DaemonLog log = DaemonLog::OfProcess(host->daemon->pid);
-            Add(LinkCheck(*host, log, !isWell).Run());
+            const bool isMissed =
+                status != ExitStatus::Done || masters.mark != Mark::Ok || !AreAllOk(answered);
+            Add(CheckLinks(*host, DaemonLog::OfProcess(host->daemon->pid), isMissed));
         }
     }
     Add(answered);
     if (status == ExitStatus::NoGripper) {
-        Add({{Mark::Wrong, "grippers", "TavrikDaemon lists none", "fix what is wrong above"}});
+        Add({{Mark::Wrong, "grippers", "TavrikDaemon lists none", "fix the problems above"}});
     }
 }
 
@@ -113,7 +153,7 @@ std::optional<std::vector<std::string>> Doctor::ListGrippers(Daemon& daemon) {
     } catch (const Failure& failure) {
         status = failure.Status();
         Add({{Mark::Wrong, "grippers", failure.what(),
-              "a silent master without a name holds this up: unplug it; or restart TavrikDaemon"}});
+              "a silent master without a name blocks this: unplug it, or restart TavrikDaemon"}});
         return std::nullopt;
     }
 }
@@ -122,20 +162,22 @@ Findings Doctor::AskGrippers(Daemon& daemon, const std::vector<std::string>& gri
     Findings answered;
     std::set<std::string> names;
     for (const std::string& device : grippers) {
-        GripperCheck check(Gripper(daemon, device));
-        const Findings more = check.Run();
-        answered.insert(answered.end(), more.begin(), more.end());
-        status = status == ExitStatus::Done ? status : check.Status();
+        ExitStatus result{};
+        answered.push_back(CheckGripper(Gripper(daemon, device), result));
+        if (status != ExitStatus::Done) {
+            status = result;
+        }
         if (!names.insert(device).second) {
-            answered.push_back({Mark::Wrong, device, "two have this name: calls reach the first",
-                                "give one another serial number, or take it away"});
+            answered.push_back({Mark::Wrong, device,
+                                "two grippers have this name: calls reach the first",
+                                "give one of them another serial number, or unplug it"});
         }
     }
     return answered;
 }
 
-/// All texts may come from devices, processes and servers: they must not steer the terminal, nor
-/// fill it.
+/// All texts may come from devices, processes and servers: they must neither control the terminal
+/// nor fill it.
 void Doctor::Add(const Findings& more) {
     constexpr std::size_t kLongest = 1000;
     for (const Finding& each : more) {

@@ -12,12 +12,11 @@
 
 namespace tavrik {
 
-/// Walks the road from the robot to the gripper and collects what is right and what is wrong.
-/// Looks, and changes nothing.
+/// Checks everything between the robot and the gripper, without changing anything.
 class Doctor {
 public:
-    /// @param server host and time-out of the daemon; both ports are looked at
-    explicit Doctor(const Endpoint& server) : endpoint(server) {}
+    /// @param endpoint host and timeout of the daemon; both ports are checked
+    explicit Doctor(const Endpoint& endpoint) : endpoint(endpoint) {}
 
     void Examine();
 
@@ -25,9 +24,9 @@ public:
 
     /// Done only if a gripper answers.
     ExitStatus Status() const { return status; }
-    /// What GetVersion answered; empty without an answer.
+    /// The reply to GetVersion; empty if there was none.
     const std::string& DaemonVersion() const { return version; }
-    /// Whether the daemon's machine was looked at too: it is this one.
+    /// Whether the daemon's machine was checked too: it is this one.
     bool SawMachine() const { return sawMachine; }
     const Findings& Result() const { return findings; }
     nlohmann::ordered_json Json() const;
@@ -40,7 +39,7 @@ private:
     Findings AskGrippers(Daemon& daemon, const std::vector<std::string>& grippers);
     void Add(const Findings& more);
 
-    Endpoint endpoint;  // its port answers, once one has
+    Endpoint endpoint;  // its port is one that answers, once found
     bool answers = false;
     bool sawMachine = false;
     std::string version;

@@ -8,16 +8,16 @@ namespace tavrik {
 enum class Mark {
     Ok,
     Wrong,
-    Warning,  ///< does no harm yet, or need not
-    Unknown,  ///< cannot be told from here, or may be right or wrong
+    Warning,  ///< harmless so far
+    Unknown,  ///< cannot be determined from here
 };
 
 /// One result of a check.
 struct Finding {
     Mark mark;
-    std::string subject;  ///< what was looked at
+    std::string subject;  ///< what was checked
     std::string text;
-    std::string remedy;  ///< what to do; empty if nothing is
+    std::string remedy = {};  ///< what to do; may be empty
 };
 
 using Findings = std::vector<Finding>;

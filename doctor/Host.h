@@ -1,38 +1,67 @@
 #pragma once
 
+#include <sys/stat.h>
+#include <sys/types.h>
+
 #include <optional>
+#include <string>
 #include <vector>
 
-#include "doctor/Account.h"
+#include "doctor/Masters.h"
 #include "doctor/ProcessTable.h"
-#include "doctor/ServiceState.h"
-#include "doctor/UsbTty.h"
+#include "doctor/Service.h"
 
 namespace tavrik {
 
-/// What the machine that the daemon runs on tells, at the time of construction.
+/// A user with all groups, as the kernel checks permissions.
+struct Account {
+    uid_t user;
+    std::vector<gid_t> groups;
+
+    /// The account of a running process.
+    static std::optional<Account> OfProcess(pid_t pid);
+
+    /// The account of a process that runs as user `name`.
+    static std::optional<Account> OfUser(const std::string& name);
+
+    std::string Name() const;
+
+    /// By owner, group and mode; an access control list may grant more.
+    bool MayReadAndWrite(const struct stat& file) const;
+};
+
+/// The state of this machine at the time of construction.
 struct Host {
     ProcessTable processes;
     std::optional<ServiceState> service = ServiceState::Read();
     std::optional<Process> daemon = processes.Find(kDaemonName);
-    std::optional<Account> account = FindAccount();  ///< as which the daemon runs, or would
+    std::optional<Account> account = FindAccount();  ///< of the daemon, also if it does not run
     std::vector<UsbTty> ttys = ListUsbTtys();
 
-    /// Whether the daemon is seen to run in pellix-sim, and the doctor not in the same: udev tells
-    /// the doctor of other masters then.
+    /// Whether the daemon runs in pellix-sim and the doctor does not: then udev reports other
+    /// masters to the doctor.
     bool DaemonIsBehindSimulator() const;
 
-    /// Whether the daemon runs and is seen to have the tty open.
+    /// Whether the daemon is seen to have the tty open.
     bool DaemonHasOpen(const UsbTty& tty) const;
 
-    /// How to start the daemon, or to start it again.
+    /// The command that starts or restarts the daemon.
     std::string StartCommand() const;
 
-    /// By its process, or else by the service, or else by what the package gives it.
+    /// From the process, otherwise from the service, otherwise the default of the package.
     std::optional<Account> FindAccount() const;
 };
 
-/// The file behind `node` without opening the device; nothing if it cannot be reached.
+/// The name of a user, or the number if it has no name.
+std::string UserName(uid_t user);
+
+/// Owner, group and mode of a file: "root:dialout 0660".
+std::string PermissionText(const struct stat& file);
+
+/// The status of `node` without opening the device; nothing if it is not accessible.
 std::optional<struct stat> StatusOfNode(const std::string& node);
+
+/// Whether `host`, a name or an address, is this machine. May ask a name server.
+bool IsThisMachine(const std::string& host);
 
 }  // namespace tavrik

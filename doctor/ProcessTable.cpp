@@ -14,7 +14,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-/// Empty if it may not be asked.
+/// Empty if it may not be read.
 std::string NetworkOf(const std::string& folder) {
     std::error_code error;
     return fs::read_symlink(folder + "/ns/net", error);
@@ -36,7 +36,7 @@ std::optional<Process> ReadProcess(pid_t pid, const std::string& path) {
         return std::nullopt;
     }
     pid_t parent = 0;
-    constexpr std::size_t kParent = 4;  // behind the parenthesis, a blank and the state
+    constexpr std::size_t kParent = 4;  // after the parenthesis, a blank and the state
     std::from_chars(text.data() + std::min(last + kParent, text.size()), text.data() + text.size(),
                     parent);
     return Process{pid, text.substr(first + 1, last - first - 1), parent, state == 'T'};
@@ -54,16 +54,15 @@ bool IsPseudoTerminal(dev_t device) {
     return major(device) >= kFirst && major(device) <= kLast;
 }
 
-ProcessTable::ProcessTable(const std::string& processes)
-    : ourNetwork(NetworkOf(processes + "/self")) {
+ProcessTable::ProcessTable(const std::string& folder) : ourNetwork(NetworkOf(folder + "/self")) {
     std::error_code error;
-    for (fs::directory_iterator folder(processes, error);
-         !error && folder != fs::directory_iterator(); folder.increment(error)) {
-        const std::string number = folder->path().filename();
+    for (fs::directory_iterator process(folder, error);
+         !error && process != fs::directory_iterator(); process.increment(error)) {
+        const std::string number = process->path().filename();
         pid_t pid = 0;
         std::from_chars(number.data(), number.data() + number.size(), pid);
         if (pid > 0) {
-            Add(pid, folder->path());
+            Add(pid, process->path());
         }
     }
 }
@@ -82,7 +81,7 @@ ProcessTable::Device ProcessTable::DeviceOf(const struct stat& node) {
     return {node.st_rdev, IsPseudoTerminal(node.st_rdev) ? node.st_dev : 0};
 }
 
-/// Every step may fail, because processes end and close files meanwhile.
+/// Every step may fail, because processes end and close files at any time.
 void ProcessTable::ReadOpenFiles(const std::string& folder, Entry& entry) {
     std::error_code error;
     fs::directory_iterator files(folder, error);
@@ -102,7 +101,7 @@ void ProcessTable::ReadOpenFiles(const std::string& folder, Entry& entry) {
 
 std::optional<Process> ProcessTable::Find(const std::string& name) const {
     for (const std::string& network : {ourNetwork, std::string()}) {
-        const auto found = std::find_if(entries.begin(), entries.end(), [&](const auto& each) {
+        const auto found = std::ranges::find_if(entries, [&](const auto& each) {
             return each.second.process.name == name && each.second.network == network;
         });
         if (found != entries.end()) {
@@ -123,9 +122,8 @@ std::vector<Process> ProcessTable::HoldersOfDevice(const struct stat& node) cons
 }
 
 std::optional<Process> ProcessTable::HolderOfSocket(std::uint64_t inode) const {
-    const auto found = std::find_if(entries.begin(), entries.end(), [=](const auto& each) {
-        return each.second.sockets.contains(inode);
-    });
+    const auto found = std::ranges::find_if(
+        entries, [=](const auto& each) { return each.second.sockets.contains(inode); });
     return found == entries.end() ? std::nullopt : std::optional(found->second.process);
 }
 
@@ -135,12 +133,12 @@ bool ProcessTable::Sees(pid_t pid) const {
 }
 
 bool ProcessTable::SeesAll() const {
-    return SeesAllNames() && std::all_of(entries.begin(), entries.end(),
-                                         [](const auto& each) { return each.second.readable; });
+    return SeesAllNames() &&
+           std::ranges::all_of(entries, [](const auto& each) { return each.second.readable; });
 }
 
 bool ProcessTable::SeesAllNames() const {
-    return entries.contains(1);  // it never ends, and is root's
+    return entries.contains(1);  // init, which never ends and belongs to root
 }
 
 }  // namespace tavrik

@@ -16,7 +16,7 @@ namespace tavrik {
 struct Process {
     pid_t pid;
     std::string name;        ///< the kernel's: 15 bytes at most
-    pid_t parent = 0;        ///< its id; 0 if it has none, or is not known
+    pid_t parent = 0;        ///< process id; 0 if none or unknown
     bool isStopped = false;  ///< by a signal
 
     /// "NAME (process PID)".
@@ -26,21 +26,20 @@ struct Process {
 /// Whether a device is a pseudo-terminal. Each container has its own, with the same numbers.
 bool IsPseudoTerminal(dev_t device);
 
-/// The processes, and what they have open, at the time of construction. Those that have ended and
-/// wait for their parent do not count.
+/// The processes, and what they have open, at the time of construction. Zombies do not count.
 class ProcessTable {
 public:
-    /// @param processes where the kernel shows them
-    explicit ProcessTable(const std::string& processes = "/proc");
+    /// @param folder where the kernel shows them
+    explicit ProcessTable(const std::string& folder = "/proc");
 
-    /// The first process of this name in this host's network: those of another, as in a container,
-    /// serve others. Without root, one whose network may not be asked if there is no better.
+    /// The first process of this name in this network namespace: one in a container serves others.
+    /// Without root, a process of unknown network if there is no other.
     std::optional<Process> Find(const std::string& name) const;
 
-    /// Who has the character device `node` open. Incomplete without root.
+    /// The processes that have the character device `node` open. Incomplete without root.
     std::vector<Process> HoldersOfDevice(const struct stat& node) const;
 
-    /// Who has the socket open; unknown without root if it is another user's.
+    /// The process that has the socket open; unknown without root if it is another user's.
     std::optional<Process> HolderOfSocket(std::uint64_t inode) const;
 
     /// Whether what `pid` has open could be read.
@@ -49,15 +48,15 @@ public:
     /// Whether what all processes have open could be read.
     bool SeesAll() const;
 
-    /// Whether no process is hidden, as the system may do it for all but root.
+    /// Whether no process is hidden: the system may hide those of other users.
     bool SeesAllNames() const;
 
 private:
-    using Device = std::pair<dev_t, dev_t>;  // its number and, if that is not enough, its place
+    using Device = std::pair<dev_t, dev_t>;  // number, and file system of a pseudo-terminal
 
     struct Entry {
         Process process;
-        std::string network;  // empty if it may not be asked
+        std::string network;  // empty if unknown
         bool readable = false;
         std::set<Device> devices = {};
         std::set<std::uint64_t> sockets = {};  // inodes

@@ -14,7 +14,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/// To its end, which does not come while a program that the tool has left behind has the pipe open.
+/// Reads to the end, or to the deadline: a background process of the tool may keep the pipe open.
 std::string Read(int descriptor, Clock::time_point deadline) {
     std::string text;
     std::array<char, 4096> buffer{};
@@ -56,7 +56,7 @@ ToolOutput RunTool(std::vector<std::string> command, std::chrono::seconds limit)
         posix_spawnp(&pid, arguments[0], &actions, nullptr, arguments.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
     close(ends[1]);
-    constexpr std::chrono::seconds kEnding(1);  // of what has been ended
+    constexpr std::chrono::seconds kEnding(1);  // for a tool that was ended
     const std::string text = Read(ends[0], Clock::now() + limit + kEnding);
     close(ends[0]);
     int status = 0;

@@ -8,14 +8,6 @@
 #include "client/Failure.h"
 #include "client/Printable.h"
 #include "common/Version.h"
-#include "tavrikctl/Options.h"
-#include "tavrikctl/commands/CallCommand.h"
-#include "tavrikctl/commands/DoctorCommand.h"
-#include "tavrikctl/commands/GetCommand.h"
-#include "tavrikctl/commands/ListCommand.h"
-#include "tavrikctl/commands/MotionCommand.h"
-#include "tavrikctl/commands/SetCommand.h"
-#include "tavrikctl/commands/WatchCommand.h"
 
 namespace tavrik {
 
@@ -24,80 +16,79 @@ namespace {
 constexpr const char* kExitStatuses =
     R"(Exit status:
   0    done
-  1    the gripper's master has refused with an error code of its own, or
-       a setting has another value than was set
-  2    the command line is not understood
-  3    no such gripper any more, or its model cannot do it
-  4    the daemon cannot be reached, or has not answered in time
-  5    the gripper's master has not answered
-  6    the daemon has answered with a fault, or is no TavrikDaemon
-  7    no gripper, or more than one, has the name given
-  8    --wait: the gripper still moves
-  9    the output cannot be written, or tavrikctl has failed
-  10   --wait: the gripper is at rest, with a fault
+  1    the gripper's master refused with an error code of its own, or a
+       setting does not have the value that was set
+  2    invalid command line
+  3    gripper no longer known, or not supported by its model
+  4    the daemon cannot be reached or did not answer in time
+  5    the gripper's master did not answer
+  6    the daemon replied with a fault, or is not a TavrikDaemon
+  7    no gripper, or more than one, matches the name
+  8    --wait: the gripper is still moving
+  9    the output cannot be written, or tavrikctl failed
+  10   --wait: the gripper is at rest with a fault
   12   nothing could be sent to the gripper's master
-  21   there are no process data: the gripper may be starting)";
+  21   no process data: the gripper may be starting)";
 
 void PrintError(std::string text) {
     std::replace(text.begin(), text.end(), '\n', ' ');
     std::cerr << "tavrikctl: " << Printable(text) << '\n';
 }
 
-/// What a URL would not take for one, or for another. One colon is that of a port; IPv6 has more.
-std::string NameOfHost(const std::string& text) {
+/// Rejects what would change the meaning of a URL. A single colon begins a port; IPv6 has more.
+std::string CheckHost(const std::string& text) {
     const bool isHost = !text.empty() && text.find_first_of("/?#@\\ \t\r\n") == std::string::npos &&
                         std::count(text.begin(), text.end(), ':') != 1;
-    return isHost ? "" : "'" + text + "' is no name of a host";
+    return isHost ? "" : "invalid host name '" + text + "'";
 }
 
 }  // namespace
 
-CommandLine::CommandLine() : app("Operates grippers through a running TavrikDaemon.", "tavrikctl") {
-    constexpr std::size_t kOptionWidth = 24;  // leaves 56 columns of 80 for what they do
+CommandLine::CommandLine() : app("Operate grippers through a running TavrikDaemon.", "tavrikctl") {
+    constexpr std::size_t kOptionWidth = 24;  // leaves 56 columns of 80 for the descriptions
     app.require_subcommand(0, 1);
     app.get_formatter()->column_width(kOptionWidth);
     app.fallthrough();
     app.set_version_flag("--version", "tavrikctl " TAVRIK_VERSION);
     AddOptions();
     AddCommands();
-    app.footer(kExitStatuses);  // now: commands take over what is set before
+    app.footer(kExitStatuses);  // last: commands inherit what is set before
 }
 
 void CommandLine::AddOptions() {
     constexpr unsigned kLargestPort = 65535;
-    app.add_option("--host", endpoint.host, "where the daemon runs (127.0.0.1 if not given)")
-        ->check(NameOfHost)
+    app.add_option("--host", endpoint.host,
+                   "host name or address of the daemon (default: 127.0.0.1)")
+        ->check(CheckHost)
         ->option_text("HOST");
     app.add_option("--port", endpoint.port,
-                   std::to_string(kPorts[0]) + " (if not given) or " + std::to_string(kPorts[1]))
+                   std::to_string(kPorts[0]) + " (default) or " + std::to_string(kPorts[1]))
         ->check(CheckDecimal)
         ->check(CLI::Range(1U, kLargestPort))
         ->option_text("PORT");
     AddTimeOption(app, "--timeout", endpoint.timeout,
-                  "seconds that one call may take (10 if not given)");
+                  "time limit of one call, 0.001 to 3600 s (default: 10)");
 }
 
 void CommandLine::AddCommands() {
     using Argument = Motion::Argument;
-    Add<ListCommand>();
-    Add<MotionCommand>(Motion{"grip", "Grip", "Grip", Argument::Set});
-    Add<MotionCommand>(Motion{"release", "Release", "Release", Argument::Set});
-    Add<MotionCommand>(Motion{"home", "Make a reference run", "Reference"});
-    Add<MotionCommand>(Motion{"disable", "Switch the drive off", "Disable"});
-    Add<MotionCommand>(Motion{"holdfast", "Hold the part with the drive off, or no longer",
-                              "Holdfast", Argument::OnOff, false});
-    Add<MotionCommand>(Motion{"store", "Have the gripper keep its settings over a power failure",
-                              "StoreRemanent", Argument::None, false});
-    Add<GetCommand>();
-    Add<SetCommand>();
-    Add<WatchCommand>();
-    Add<CallCommand>();
-    Add<DoctorCommand>(endpoint);
-}
-
-template <typename Kind, typename... Arguments>
-void CommandLine::Add(const Arguments&... arguments) {
-    commands.push_back(std::make_unique<Kind>(app, arguments...));
+    commands.push_back(MakeListCommand(app));
+    for (const Motion& motion :
+         {Motion{"grip", "Close the fingers on a part, using a parameter set", "Grip",
+                 Argument::Set},
+          Motion{"release", "Open the fingers, using a parameter set", "Release", Argument::Set},
+          Motion{"home", "Perform a reference run", "Reference"},
+          Motion{"disable", "Switch the drive off", "Disable"},
+          Motion{"holdfast", "Turn holdfast on or off", "Holdfast", Argument::OnOff, false},
+          Motion{"store", "Save the gripper's settings to its permanent memory", "StoreRemanent",
+                 Argument::None, false}}) {
+        commands.push_back(MakeMotionCommand(app, motion));
+    }
+    commands.push_back(MakeGetCommand(app));
+    commands.push_back(MakeSetCommand(app));
+    commands.push_back(MakeWatchCommand(app));
+    commands.push_back(MakeCallCommand(app));
+    commands.push_back(MakeDoctorCommand(app, endpoint));
 }
 
 ExitStatus CommandLine::Run(int argc, const char* const* argv) {
@@ -124,10 +115,10 @@ ExitStatus CommandLine::ReadAndRun(int argc, const char* const* argv) {
         printer.Flush();
         return ExitStatus::Done;
     }
-    const auto command = std::find_if(commands.begin(), commands.end(),
-                                      [](const auto& each) { return each->IsChosen(); });
+    const auto command =
+        std::ranges::find_if(commands, [](const auto& each) { return each->IsChosen(); });
     if (command == commands.end()) {
-        throw Failure(ExitStatus::Usage, "a command is missing; see tavrikctl --help");
+        throw Failure(ExitStatus::Usage, "missing command; see tavrikctl --help");
     }
     Daemon daemon(endpoint);
     return (*command)->Run(daemon, printer);

@@ -11,20 +11,18 @@
 
 namespace tavrik {
 
-/// The command line of tavrikctl: the options that all commands share, and the list of commands.
+/// The command line of tavrikctl: the options that all commands share, and the commands.
 class CommandLine {
 public:
     CommandLine();
 
-    /// Reads the command line and runs the command that it names; errors go to standard error.
+    /// Parses the command line and runs its command; errors go to standard error.
     /// @return the exit status of the program
     ExitStatus Run(int argc, const char* const* argv);
 
 private:
     void AddOptions();
     void AddCommands();
-    template <typename Kind, typename... Arguments>
-    void Add(const Arguments&... arguments);
     ExitStatus ReadAndRun(int argc, const char* const* argv);
 
     CLI::App app;

@@ -11,20 +11,22 @@
 #include <clocale>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
+#include <string>
 
 #include "client/Failure.h"
 
 namespace tavrik {
 
 namespace {
-constexpr short kAlarm = 1;  // pair of colours
+constexpr short kAlarm = 1;  // colour pair
 constexpr int kEscape = 0x1b;
 constexpr int kControlC = 0x03;
 constexpr int kControlZ = 0x1a;
 
 volatile std::sig_atomic_t endingSignal = 0;
 
-/// ncurses would end the program with a status, as if it had failed, and knows two of them only.
+/// ncurses would exit with a failure status, and handles only two of these signals.
 void EndBySignals() {
     for (const int number : {SIGHUP, SIGINT, SIGQUIT, SIGTERM}) {
         struct sigaction action = {};
@@ -51,20 +53,23 @@ void Terminal::Restorer::operator()(screen* terminal) const {
     }
 }
 
-Terminal::Terminal(bool withColours) : colours(withColours) {
+Terminal::Terminal(bool colours) : colours(colours) {
     std::setlocale(LC_CTYPE, "");  // NOLINT(concurrency-mt-unsafe)
     EndBySignals();
     terminal.reset(newterm(nullptr, stdout, stdin));
     if (!terminal) {
-        throw Failure(ExitStatus::Failed, "this type of terminal is not known (TERM)");
+        const char* const type = std::getenv("TERM");  // NOLINT(concurrency-mt-unsafe)
+        throw Failure(ExitStatus::Failed, "unknown terminal type '" +
+                                              std::string(type == nullptr ? "" : type) +
+                                              "': set TERM to a known one");
     }
-    raw();  // Ctrl-C is a key too, so that the terminal is always restored
+    raw();  // Ctrl-C is read as a key, so that the terminal is always restored
     noecho();
     curs_set(0);
     set_escdelay(0);
     keypad(stdscr, TRUE);
-    colours = colours && has_colors() && start_color() == OK && use_default_colors() == OK &&
-              init_pair(kAlarm, COLOR_RED, -1) == OK;
+    this->colours = colours && has_colors() && start_color() == OK && use_default_colors() == OK &&
+                    init_pair(kAlarm, COLOR_RED, -1) == OK;
 }
 
 std::size_t Terminal::Width() const {
@@ -79,7 +84,7 @@ void Terminal::Show(const std::vector<Cell>& lines) const {
     erase();
     for (std::size_t row = 0; row < lines.size(); ++row) {
         const bool isRed = colours && lines[row].alarming;
-        attrset(static_cast<int>(isRed ? COLOR_PAIR(kAlarm) : A_NORMAL));
+        attrset(isRed ? COLOR_PAIR(kAlarm) : 0);
         mvaddnstr(static_cast<int>(row), 0, lines[row].text.c_str(), -1);
     }
     refresh();
@@ -92,7 +97,7 @@ bool Terminal::IsLeaving(std::chrono::milliseconds patience) {
         return endingSignal != 0 || HasHungUp();
     }
     if (key == kControlZ) {
-        std::raise(SIGTSTP);  // ncurses catches it: the terminal is the shell's meanwhile
+        std::raise(SIGTSTP);  // ncurses catches it and gives the terminal to the shell
     }
     return key == 'q' || key == 'Q' || key == kEscape || key == kControlC;
 }

@@ -10,28 +10,28 @@ struct screen;
 
 namespace tavrik {
 
-/// The whole terminal, for as long as this object lives; one at a time. Afterwards the terminal is
-/// as it was, and the program ends if a signal that ends it has come meanwhile.
+/// The whole terminal, as long as this object lives; one at a time. The destructor restores the
+/// terminal, and ends the program if a signal for that has arrived.
 class Terminal {
 public:
-    /// @throws Failure (Failed) when the terminal is of no known type
-    explicit Terminal(bool withColours);
+    /// @throws Failure (Failed) if the type of the terminal is unknown
+    explicit Terminal(bool colours);
 
     std::size_t Width() const;
     std::size_t Height() const;
 
     void Show(const std::vector<Cell>& lines) const;
 
-    /// Waits for a key until `patience` has passed. Ctrl-Z suspends the program.
-    /// @return whether the user wants to leave: q, Escape or Ctrl-C, the terminal has gone, or
-    /// a signal wants the program to end
+    /// Waits up to `patience` for a key. Ctrl-Z suspends the program.
+    /// @return whether to quit: q, Escape or Ctrl-C was pressed, the terminal has gone, or a
+    /// signal asks for it
     bool IsLeaving(std::chrono::milliseconds patience);
 
 private:
     struct Restorer {
         void operator()(screen* terminal) const;
     };
-    std::unique_ptr<screen, Restorer> terminal;  // of ncurses
+    std::unique_ptr<screen, Restorer> terminal;  // owned by ncurses
     bool colours;
 };
 

@@ -1,11 +1,15 @@
 #include "tavrikctl/WatchView.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <cstdio>
+#include <ctime>
+#include <nlohmann/json.hpp>
 #include <utility>
 
 #include "client/Printable.h"
-#include "client/ValueText.h"
+#include "client/Values.h"
 
 namespace tavrik {
 
@@ -30,10 +34,93 @@ std::deque<Observation>::const_iterator Since(const std::deque<Observation>& his
     });
 }
 
+/// Local time in `format`, with milliseconds.
+std::string LocalTime(std::chrono::system_clock::time_point time, const char* format) {
+    using std::chrono::milliseconds;
+    const auto sinceEpoch = std::chrono::floor<milliseconds>(time.time_since_epoch());
+    const auto fraction = sinceEpoch % std::chrono::seconds(1);
+    const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
+    std::tm parts{};
+    localtime_r(&seconds, &parts);
+    std::array<char, 32> whole{};
+    std::strftime(whole.data(), whole.size(), format, &parts);
+    std::array<char, 8> rest{};
+    std::snprintf(rest.data(), rest.size(), ".%03d", static_cast<int>(fraction.count()));
+    return std::string(whole.data()) + rest.data();
+}
+
+std::string CsvRow(const Observation& observation, const std::string& time) {
+    std::string row = time + ",";
+    if (const auto& data = observation.data) {
+        row += std::to_string(data->state) + "," + HundredthsText(data->position);
+        for (const bool flag : {data->fault, data->tempFault, data->tempWarn, data->maintenance}) {
+            row += flag ? ",1" : ",0";
+        }
+    } else {
+        row += ",,,,,";
+    }
+    return row + "," + ValuesWord(observation);
+}
+
+std::string JsonRow(const Observation& observation, const std::string& time) {
+    nlohmann::ordered_json object{{"time", time}};
+    if (observation.data) {
+        observation.data->AddTo(object);
+    }
+    object["values"] = ValuesWord(observation);
+    return object.dump();
+}
+
+std::string AlignedRow(const Observation& observation, const std::string& time) {
+    const auto& data = observation.data;
+    const std::string flags = data ? data->FlagText() : observation.error;
+    std::array<char, 64> columns{};
+    std::snprintf(columns.data(), columns.size(), "  %5s  %8s  %-6s  ",
+                  data ? std::to_string(data->state).c_str() : "-",
+                  data ? HundredthsText(data->position).c_str() : "-",
+                  ValuesWord(observation).c_str());
+    return time + columns.data() + (flags.empty() ? "none" : flags);
+}
+
 }  // namespace
 
-WatchView::WatchView(std::string title, std::string serverText)
-    : name(std::move(title)), server(std::move(serverText)) {}
+std::string WatchHeader(RowForm form) {
+    switch (form) {
+        case RowForm::Csv:
+            return "time,state,position,fault,temperature_fault,temperature_warning,maintenance,"
+                   "values";
+        case RowForm::Json:
+            return "";
+        default:
+            return "TIME          STATE  POSITION  VALUES  FLAGS";
+    }
+}
+
+std::string WatchRow(RowForm form, const Observation& observation,
+                     std::chrono::system_clock::time_point time) {
+    constexpr const char* kDateAndTime = "%FT%T";
+    switch (form) {
+        case RowForm::Csv:
+            return CsvRow(observation, LocalTime(time, kDateAndTime));
+        case RowForm::Json:
+            return JsonRow(observation, LocalTime(time, kDateAndTime));
+        default:
+            return AlignedRow(observation, LocalTime(time, "%T"));
+    }
+}
+
+std::string ValuesWord(const Observation& observation) {
+    if (!observation.data) {
+        return "none";
+    }
+    if (observation.silentSince) {
+        return observation.frozen ? "frozen" : "silent";
+    }
+    if (!observation.data->certain) {
+        return "zero";
+    }
+    return observation.probed ? "fresh" : "unasked";
+}
 
 void WatchView::Add(const Observation& observation) {
     history.push_back(observation);
@@ -46,7 +133,7 @@ void WatchView::Add(const Observation& observation) {
 
 std::string WatchView::ValuesText(const Observation& observation) {
     if (!observation.data) {
-        return observation.trouble;
+        return observation.error;
     }
     if (observation.silentSince) {
         const auto silence =
@@ -55,9 +142,9 @@ std::string WatchView::ValuesText(const Observation& observation) {
                "the master has not answered for " + std::to_string(silence.count()) + " s";
     }
     if (!observation.data->certain) {
-        return "all zero: perhaps no process data";
+        return "all zero: possibly no process data";
     }
-    return observation.probed ? "fresh" : "perhaps old: the master was not asked";
+    return observation.probed ? "fresh" : "possibly old: the master was not polled";
 }
 
 std::vector<Cell> WatchView::Render(std::size_t width, std::size_t height) const {
@@ -75,7 +162,7 @@ std::vector<Cell> WatchView::Render(std::size_t width, std::size_t height) const
         AddPlot(lines, width, std::min(height - lines.size() - kLinesBelow, kMostPlotRows));
     }
     lines.push_back({""});
-    lines.push_back({"q leaves"});
+    lines.push_back({"q: quit"});
     lines.resize(std::min(lines.size(), height));
     for (Cell& line : lines) {
         line.text = Cut(line.text, width);
@@ -95,7 +182,7 @@ void WatchView::AddValues(std::vector<Cell>& lines) const {
 }
 
 Cell WatchView::TitleLine(std::size_t width) const {
-    return {name + " " + Right(server, width - std::min(width, Width(name) + 1))};
+    return {title + " " + Right(server, width - std::min(width, Width(title) + 1))};
 }
 
 /// Over the last second.

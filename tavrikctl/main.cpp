@@ -4,6 +4,6 @@
 #include "tavrikctl/CommandLine.h"
 
 int main(int argc, char** argv) {
-    KeepStandardDescriptors(O_RDONLY);  // output that is lost is a failure, not dropped
+    KeepStandardDescriptors(O_RDONLY);  // lost output is a failure
     return static_cast<int>(tavrik::CommandLine().Run(argc, argv));
 }

@@ -1,13 +1,11 @@
-#include "tavrikctl/commands/CallCommand.h"
-
 #include <algorithm>
+#include <array>
 #include <nlohmann/json.hpp>
 
-#include "client/Failure.h"
-#include "client/JsonValue.h"
 #include "client/MethodTable.h"
 #include "client/Printable.h"
-#include "client/StatusText.h"
+#include "client/Values.h"
+#include "tavrikctl/commands/Command.h"
 
 namespace tavrik {
 
@@ -15,9 +13,9 @@ namespace {
 
 constexpr char kGripperLetter = 'g';
 constexpr char kArrayLetter = 'a';
-constexpr const char* kNoGripper = "---";  // what the daemon takes for no gripper at all
+constexpr const char* kNoGripper = "---";  // the daemon takes it for no gripper at all
 
-/// The methods that there are, for the help text: two columns.
+/// All methods in two columns, for the help text.
 std::string MethodList() {
     constexpr std::size_t kColumnWidth = 40;
     std::string text = "Methods:";
@@ -31,11 +29,11 @@ std::string MethodList() {
     return text;
 }
 
-/// Refuses an empty device string: the daemon takes it for a gripper whose name it does not know
-/// yet, so that a variable that is not set would move one.
+/// Rejects an empty device string: the daemon takes it for a gripper whose name it does not know
+/// yet, so that an unset variable would move one.
 void RefuseEmptyGripper(bool isEmpty) {
     if (isEmpty) {
-        throw Failure(ExitStatus::Usage, "GRIPPER: is empty");
+        throw Failure(ExitStatus::Usage, "GRIPPER: must not be empty");
     }
 }
 
@@ -54,71 +52,88 @@ void RefuseEmptyGrippers(const std::string& calls) {
     }
 }
 
+/// Calls any method, with its arguments as text.
+class CallCommand : public Command {
+public:
+    explicit CallCommand(CLI::App& program)
+        : Command(program, "call", "Call any method of the daemon") {
+        app.add_option("METHOD", methodName, "see below")->required();
+        // One by one: "[a,b]" would be taken for two elements of a list.
+        for (std::string& text : texts) {
+            const std::string name = "ARG" + std::to_string(&text - texts.data() + 1);
+            options.push_back(
+                app.add_option(name, text, "argument of the method")->option_text(" "));
+        }
+        app.add_flag("--exact", exact, "send the device string exactly as typed");
+        AddJson();
+        app.footer(MethodList);
+    }
+
+    ExitStatus Run(Daemon& daemon, Printer& printer) override {
+        const Method& method = ChosenMethod();
+        const xmlrpc_c::value answer = daemon.Call(methodName, Parameters(method, daemon));
+        const auto value = ToJson(answer);
+        const int status = method.answersStatus ? Daemon::As<int>(methodName, answer) : 0;
+        if (json || !(value.is_string() || method.answersStatus)) {
+            printer.Json(value);
+        } else if (status == 0) {
+            printer.Line(value.is_string() ? Printable(value.get<std::string>())
+                                           : "0: " + StatusText(status));
+        }
+        if (status != 0) {
+            throw Failure(ExitStatusFor(status), methodName + ": " + StatusText(status));
+        }
+        return ExitStatus::Done;
+    }
+
+private:
+    std::vector<std::string> Arguments() const {
+        std::vector<std::string> arguments;
+        for (std::size_t i = 0; i < texts.size() && options[i]->count() > 0; ++i) {
+            arguments.push_back(texts[i]);
+        }
+        return arguments;
+    }
+
+    const Method& ChosenMethod() const {
+        const Method* const method = FindMethod(methodName);
+        if (method == nullptr) {
+            throw Failure(ExitStatus::Usage, "unknown method '" + Printable(methodName) +
+                                                 "'; see tavrikctl call --help");
+        }
+        if (Arguments().size() != method->parameters.size()) {
+            throw Failure(ExitStatus::Usage,
+                          "wrong number of arguments, usage: call " + Usage(*method));
+        }
+        return *method;
+    }
+
+    xmlrpc_c::paramList Parameters(const Method& method, Daemon& daemon) const {
+        const std::vector<std::string> arguments = Arguments();
+        xmlrpc_c::paramList parameters;
+        for (std::size_t i = 0; i < arguments.size(); ++i) {
+            const char letter = method.parameters[i];
+            RefuseEmptyGripper(letter == kGripperLetter && arguments[i].empty());
+            const bool isName = letter == kGripperLetter && !exact && arguments[i] != kNoGripper;
+            parameters.add(
+                ParseArgument(letter, isName ? daemon.FindGripper(arguments[i]) : arguments[i]));
+            if (letter == kArrayLetter) {
+                RefuseEmptyGrippers(arguments[i]);
+            }
+        }
+        return parameters;
+    }
+
+    std::string methodName;
+    std::array<std::string, 3> texts;   // as many as any method takes
+    std::vector<CLI::Option*> options;  // of the texts; the app's
+    bool exact = false;
+};
+
 }  // namespace
 
-CallCommand::CallCommand(CLI::App& program)
-    : Command(program, "call", "Call any method of the daemon") {
-    app.add_option("METHOD", methodName, "see below")->required();
-    // One by one: "[a,b]" would be taken for two elements of a list.
-    for (std::string& text : texts) {
-        const std::string name = "ARG" + std::to_string(&text - texts.data() + 1);
-        options.push_back(app.add_option(name, text, "an argument of it")->option_text(" "));
-    }
-    app.add_flag("--exact", exact, "send the device string as it is typed");
-    AddJson(json);
-    app.footer(MethodList);
-}
-
-ExitStatus CallCommand::Run(Daemon& daemon, Printer& printer) {
-    const Method& method = ChosenMethod();
-    const xmlrpc_c::value answer = daemon.Call(methodName, Parameters(method, daemon));
-    const auto value = ToJson(answer);
-    const int status = method.answersStatus ? Daemon::As<int>(methodName, answer) : 0;
-    if (json || !(value.is_string() || method.answersStatus)) {
-        printer.Json(value);
-    } else if (status == 0) {
-        printer.Line(value.is_string() ? Printable(value.get<std::string>())
-                                       : "0: " + StatusText(status));
-    }
-    if (status != 0) {
-        throw Failure(ExitStatusOf(status), methodName + ": " + StatusText(status));
-    }
-    return ExitStatus::Done;
-}
-
-std::vector<std::string> CallCommand::Arguments() const {
-    std::vector<std::string> arguments;
-    for (std::size_t i = 0; i < texts.size() && options[i]->count() > 0; ++i) {
-        arguments.push_back(texts[i]);
-    }
-    return arguments;
-}
-
-const Method& CallCommand::ChosenMethod() const {
-    const Method* const method = FindMethod(methodName);
-    if (method == nullptr) {
-        throw Failure(ExitStatus::Usage, "there is no method '" + Printable(methodName) + "'");
-    }
-    if (Arguments().size() != method->parameters.size()) {
-        throw Failure(ExitStatus::Usage, "the call is: " + Usage(*method));
-    }
-    return *method;
-}
-
-xmlrpc_c::paramList CallCommand::Parameters(const Method& method, Daemon& daemon) const {
-    const std::vector<std::string> arguments = Arguments();
-    xmlrpc_c::paramList parameters;
-    for (std::size_t i = 0; i < arguments.size(); ++i) {
-        const char letter = method.parameters[i];
-        RefuseEmptyGripper(letter == kGripperLetter && arguments[i].empty());
-        const bool isName = letter == kGripperLetter && !exact && arguments[i] != kNoGripper;
-        parameters.add(
-            ParseArgument(letter, isName ? daemon.FindGripper(arguments[i]) : arguments[i]));
-        if (letter == kArrayLetter) {
-            RefuseEmptyGrippers(arguments[i]);
-        }
-    }
-    return parameters;
+std::unique_ptr<Command> MakeCallCommand(CLI::App& program) {
+    return std::make_unique<CallCommand>(program);
 }
 
 }  // namespace tavrik

@@ -1,39 +1,67 @@
 #include "tavrikctl/commands/Command.h"
 
-#include "tavrikctl/Options.h"
+#include <cmath>
+#include <sstream>
 
 namespace tavrik {
 
 void Command::AddGripper() {
     auto* const name =
         app.add_option("GRIPPER", gripperName,
-                       "part of its device string; not needed for an only one")
-            ->check(CheckNotEmpty)  // a variable that is not set must not mean the only gripper
+                       "unique part of its device string; optional if only one")
+            ->check(CheckNotEmpty)  // an unset variable must not mean the only gripper
             ->option_text(" ");
-    app.add_flag("--exact", isWholeName, "GRIPPER is the whole device string")->needs(name);
+    app.add_flag("--exact", isExact, "GRIPPER is the complete device string")->needs(name);
 }
 
 std::string Command::ChosenGripper(Daemon& daemon) const {
-    return daemon.FindGripper(gripperName, isWholeName);
+    return daemon.FindGripper(gripperName, isExact);
 }
 
 CLI::Option* Command::AddSetNumber(int& number) {
-    constexpr int kLargestSet = 31;  // higher indices are no parameter sets
-    return AddNumber("-s,--set", number, kLargestSet, "number of the parameter set");
+    constexpr int kLargestSet = 31;  // higher indices are not parameter sets
+    return AddNumber("-s,--set", number, kLargestSet, "parameter set (force and limits)");
 }
 
 CLI::Option* Command::AddNumber(const std::string& name, int& number, int largest,
                                 const std::string& description) {
     return app
         .add_option(name, number,
-                    description + ", 0 to " + std::to_string(largest) + " (0 if not given)")
+                    description + ", 0 to " + std::to_string(largest) + " (default: 0)")
         ->check(CheckDecimal)
         ->check(CLI::Range(0, largest))
         ->option_text("N");
 }
 
-void Command::AddJson(bool& json) {
-    app.add_flag("--json", json, "answer in JSON, for programs");
+void Command::AddJson() {
+    app.add_flag("--json", json, "print JSON");
+}
+
+std::string CheckDecimal(const std::string& text) {
+    const bool isDecimal = text.find_first_not_of("0123456789") == std::string::npos;
+    if (isDecimal && (text == "0" || !text.starts_with('0'))) {
+        return "";
+    }
+    return "invalid number '" + text + "': " + (isDecimal ? "leading zero" : "not decimal");
+}
+
+std::string CheckNotEmpty(const std::string& text) {
+    return text.empty() ? "must not be empty" : "";
+}
+
+CLI::Option* AddTimeOption(CLI::App& app, const std::string& name, std::chrono::milliseconds& time,
+                           const std::string& description) {
+    const auto take = [name, &time](double seconds) {
+        constexpr double kShortest = 0.001;
+        constexpr double kLongest = 3600;
+        if (!(seconds >= kShortest && seconds <= kLongest)) {  // true for NaN, too
+            std::ostringstream text;
+            text << "invalid time '" << seconds << "': must be 0.001 to 3600 seconds";
+            throw CLI::ValidationError(name, text.str());
+        }
+        time = std::chrono::milliseconds(std::llround(seconds * std::milli::den));
+    };
+    return app.add_option_function<double>(name, take, description)->option_text("SECONDS");
 }
 
 }  // namespace tavrik

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <CLI/App.hpp>
+#include <chrono>
+#include <memory>
 #include <string>
 
 #include "client/Daemon.h"
@@ -9,8 +11,8 @@
 
 namespace tavrik {
 
-/// A subcommand. Its constructor declares it and its options; Run() does the work, once the
-/// command line has been read.
+/// A subcommand. Its constructor declares it and its options; Run() executes it after the command
+/// line has been parsed.
 class Command {
 public:
     Command(CLI::App& program, const std::string& name, const std::string& description)
@@ -30,17 +32,50 @@ protected:
     CLI::Option* AddSetNumber(int& number);
     CLI::Option* AddNumber(const std::string& name, int& number, int largest,
                            const std::string& description);
-    void AddJson(bool& json);
+    void AddJson();
 
     /// The device string of the gripper that is named, or of the only one.
     /// @throws Failure (NoGripper)
     std::string ChosenGripper(Daemon& daemon) const;
 
     CLI::App& app;  // the program's
+    bool json = false;
 
 private:
     std::string gripperName;
-    bool isWholeName = false;
+    bool isExact = false;
 };
+
+// The commands, each declared in `program`, which must outlive it.
+std::unique_ptr<Command> MakeCallCommand(CLI::App& program);
+/// @param endpoint the program's; must outlive the command
+std::unique_ptr<Command> MakeDoctorCommand(CLI::App& program, const Endpoint& endpoint);
+std::unique_ptr<Command> MakeGetCommand(CLI::App& program);
+std::unique_ptr<Command> MakeListCommand(CLI::App& program);
+std::unique_ptr<Command> MakeSetCommand(CLI::App& program);
+std::unique_ptr<Command> MakeWatchCommand(CLI::App& program);
+
+/// A command to the gripper: one call that returns a status.
+struct Motion {
+    enum class Argument { None, Set, OnOff };
+
+    std::string name;
+    std::string description;
+    std::string method;
+    Argument argument = Argument::None;
+    bool moves = true;  ///< whether its end can be waited for
+};
+std::unique_ptr<Command> MakeMotionCommand(CLI::App& program, const Motion& motion);
+
+// Checks for CLI11: the error in `text` as the value of an option, empty if there is none.
+
+/// Accepts no leading zero: CLI11 reads 010 as 8.
+std::string CheckDecimal(const std::string& text);
+std::string CheckNotEmpty(const std::string& text);
+
+/// Declares the option `name` of `app`: a time in seconds, from a millisecond to an hour, that is
+/// stored in `time`.
+CLI::Option* AddTimeOption(CLI::App& app, const std::string& name, std::chrono::milliseconds& time,
+                           const std::string& description);
 
 }  // namespace tavrik

@@ -1,12 +1,9 @@
-#include "tavrikctl/commands/DoctorCommand.h"
-
 #include <nlohmann/json.hpp>
 #include <sstream>
 
 #include "doctor/Bundle.h"
 #include "doctor/Doctor.h"
-#include "tavrikctl/Options.h"
-#include "tavrikctl/Report.h"
+#include "tavrikctl/commands/Command.h"
 
 namespace tavrik {
 
@@ -26,30 +23,44 @@ std::string TextOf(Print print) {
     return text.str();
 }
 
+/// Finds out why a gripper does not answer.
+class DoctorCommand : public Command {
+public:
+    DoctorCommand(CLI::App& program, const Endpoint& endpoint)
+        : Command(program, "doctor", "Check everything between the robot and the gripper"),
+          endpoint(endpoint) {
+        app.add_option("--bundle", bundle, "also write report, versions and log to FILE (tar.gz)")
+            ->check(CheckNotEmpty)
+            ->option_text("FILE");
+        AddJson();
+    }
+
+    ExitStatus Run(Daemon& /*daemon*/, Printer& printer) override {
+        Doctor doctor(endpoint);
+        doctor.Examine();
+        json ? printer.Json(doctor.Json()) : Print(doctor, printer);
+        if (!bundle.empty()) {
+            WriteBundle(
+                bundle, doctor,
+                {{"report.txt", TextOf([&](Printer& text) { Print(doctor, text); })},
+                 {"report.json", TextOf([&](Printer& text) { text.Json(doctor.Json()); })}});
+            if (!json) {
+                printer.Line(bundle +
+                             " contains this report and more: review it before you share it.");
+            }
+        }
+        return doctor.Status();
+    }
+
+private:
+    const Endpoint& endpoint;
+    std::string bundle;
+};
+
 }  // namespace
 
-DoctorCommand::DoctorCommand(CLI::App& program, const Endpoint& endpoint)
-    : Command(program, "doctor", "Tell what is right and wrong between robot and gripper"),
-      server(endpoint) {
-    app.add_option("--bundle", bundle, "also write it to FILE, a tar.gz with versions and log")
-        ->check(CheckNotEmpty)
-        ->option_text("FILE");
-    AddJson(json);
-}
-
-ExitStatus DoctorCommand::Run(Daemon& /*daemon*/, Printer& printer) {
-    Doctor doctor(server);
-    doctor.Examine();
-    json ? printer.Json(doctor.Json()) : Print(doctor, printer);
-    if (!bundle.empty()) {
-        WriteBundle(bundle, doctor,
-                    {{"report.txt", TextOf([&](Printer& text) { Print(doctor, text); })},
-                     {"report.json", TextOf([&](Printer& text) { text.Json(doctor.Json()); })}});
-        if (!json) {
-            printer.Line(bundle + " has this and more: look through it before you pass it on.");
-        }
-    }
-    return doctor.Status();
+std::unique_ptr<Command> MakeDoctorCommand(CLI::App& program, const Endpoint& endpoint) {
+    return std::make_unique<DoctorCommand>(program, endpoint);
 }
 
 }  // namespace tavrik

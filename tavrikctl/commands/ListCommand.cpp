@@ -1,58 +1,39 @@
-#include "tavrikctl/commands/ListCommand.h"
-
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <set>
 
+#include "client/Gripper.h"
 #include "client/Printable.h"
-#include "client/ValueText.h"
+#include "client/Values.h"
+#include "tavrikctl/commands/Command.h"
 
 namespace tavrik {
 
 namespace {
 
-/// Whether the table shows a device string letter by letter, as calls have to name it.
+struct Entry {
+    std::string gripper;  // device string
+    ProcessData data;
+    Model model;
+    std::string note;
+    std::optional<bool> answers;  // whether its master does; nothing if not asked
+};
+
+/// Whether the table shows a device string exactly as calls must pass it.
 bool IsShownExactly(const std::string& device) {
     return Printable(device) == device && !device.starts_with(' ') && !device.ends_with(' ');
 }
 
-}  // namespace
-
-ListCommand::ListCommand(CLI::App& program)
-    : Command(program, "list", "Show all grippers, a row each") {
-    app.add_flag("--passive", passive, "send nothing to grippers, and so notice no silent one");
-    AddJson(json);
-}
-
-ExitStatus ListCommand::Run(Daemon& daemon, Printer& printer) {
-    std::vector<Entry> entries;
-    std::set<std::string> seen;
-    for (const std::string& device : daemon.Grippers()) {
-        try {
-            entries.push_back(Look(Gripper(daemon, device)));
-        } catch (const Failure& failure) {
-            if (failure.Status() != ExitStatus::NoGripper) {
-                throw;
-            }
-            continue;  // it has just been unplugged
-        }
-        if (!seen.insert(device).second) {
-            entries.back().note = "same name: calls reach the first";
-        }
-    }
-    json ? PrintJson(entries, printer) : PrintTable(entries, printer);
-    return ExitStatus::Done;
-}
-
-ListCommand::Entry ListCommand::Look(const Gripper& gripper) const {
+Entry Examine(const Gripper& gripper, bool passive) {
     Entry entry{gripper.DeviceString(), gripper.ReadProcessData(), {}, "", std::nullopt};
     std::string model = kModelNotAsked;
     if (!passive) {
         entry.answers = gripper.MasterAnswers();
     }
     if (entry.answers == false) {
-        entry.note = "master silent, values may be old";
+        entry.note = "master does not answer, values may be old";
     } else if (!entry.data.certain) {
-        entry.note = "zero, or no process data";
+        entry.note = "zero or no process data";
     } else if (!passive) {
         model = gripper.Model();
     }
@@ -63,9 +44,9 @@ ListCommand::Entry ListCommand::Look(const Gripper& gripper) const {
     return entry;
 }
 
-void ListCommand::PrintTable(const std::vector<Entry>& entries, Printer& printer) {
+void PrintTable(const std::vector<Entry>& entries, Printer& printer) {
     if (entries.empty()) {
-        printer.Line("The daemon knows no gripper.");
+        printer.Line("No grippers found.");
         return;
     }
     std::vector<std::vector<Cell>> rows;
@@ -87,7 +68,7 @@ void ListCommand::PrintTable(const std::vector<Entry>& entries, Printer& printer
                   rows);
 }
 
-void ListCommand::PrintJson(const std::vector<Entry>& entries, Printer& printer) {
+void PrintJson(const std::vector<Entry>& entries, Printer& printer) {
     auto list = nlohmann::ordered_json::array();
     for (const Entry& entry : entries) {
         nlohmann::ordered_json object{{"gripper", entry.gripper},
@@ -101,6 +82,45 @@ void ListCommand::PrintJson(const std::vector<Entry>& entries, Printer& printer)
         list.push_back(object);
     }
     printer.Json(list);
+}
+
+/// Prints one row for each gripper.
+class ListCommand : public Command {
+public:
+    explicit ListCommand(CLI::App& program)
+        : Command(program, "list", "List all grippers with their model, state and position") {
+        app.add_flag("--passive", passive, "send nothing: silent grippers are not detected");
+        AddJson();
+    }
+
+    ExitStatus Run(Daemon& daemon, Printer& printer) override {
+        std::vector<Entry> entries;
+        std::set<std::string> names;
+        for (const std::string& device : daemon.Grippers()) {
+            try {
+                entries.push_back(Examine(Gripper(daemon, device), passive));
+            } catch (const Failure& failure) {
+                if (failure.Status() != ExitStatus::NoGripper) {
+                    throw;
+                }
+                continue;  // it has just been unplugged
+            }
+            if (!names.insert(device).second) {
+                entries.back().note = "duplicate name: calls reach the first";
+            }
+        }
+        json ? PrintJson(entries, printer) : PrintTable(entries, printer);
+        return ExitStatus::Done;
+    }
+
+private:
+    bool passive = false;
+};
+
+}  // namespace
+
+std::unique_ptr<Command> MakeListCommand(CLI::App& program) {
+    return std::make_unique<ListCommand>(program);
 }
 
 }  // namespace tavrik

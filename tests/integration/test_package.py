@@ -173,7 +173,7 @@ class FirstInstallTest(MachineTestCase):
 
     def test_one_command_leads_to_a_running_service(self):
         self.assertEqual(self.machine.run(f"systemctl is-active {UNIT}"), "active")
-        self.assertEqual(self.machine.run(LIST), "The daemon knows no gripper.")
+        self.assertEqual(self.machine.run(LIST), "No grippers found.")
         self.expect_doctor(NO_GRIPPER, ("ok", "service"), ("ok", f"port {PORTS[0]}"),
                            ("ok", f"port {PORTS[1]}"), ("wrong", "masters"), ("wrong", "grippers"))
 
@@ -433,7 +433,7 @@ class CellTest(MachineTestCase):
             return {(finding["mark"], finding["what"], finding["finding"])
                     for finding in report["findings"]}
 
-        by_the_log = ("ok", "/dev/ttyACM0", 'by the log: ID "PELLIX", mode 4, operate')
+        by_the_log = ("ok", "/dev/ttyACM0", 'log: ID "PELLIX", mode 4, operate')
         wait_until(lambda: by_the_log in findings())
 
     def test_a_cell_can_be_tried_by_hand(self):
@@ -457,7 +457,7 @@ class CellTest(MachineTestCase):
         findings = self.expect_doctor(NO_DAEMON, ("wrong", "service"),
                                       *(("wrong", f"port {port}") for port in PORTS))
         self.assertEqual(findings["service"],
-                         "no TavrikDaemon; systemd: inactive (dead), success")
+                         "TavrikDaemon is not running; systemd: inactive (dead), success")
         self.restart()
 
 
@@ -478,8 +478,9 @@ class SupervisionTest(MachineTestCase):
             wait_until(lambda: self.unit("ActiveState") == "failed")
             findings = self.expect_doctor(NO_DAEMON, ("wrong", "service"), ("wrong", TAKEN_PORT))
         self.assertRegex(findings["service"],
-                         r"^no TavrikDaemon; systemd: failed \(failed\), (signal|core-dump)$")
-        self.assertRegex(findings[TAKEN_PORT], "^a program of user root has it: ")
+                         r"^TavrikDaemon is not running; systemd: failed \(failed\), "
+                         r"(signal|core-dump)$")
+        self.assertRegex(findings[TAKEN_PORT], "^a program of user root holds the port: ")
         self.assertEqual(self.unit("NRestarts"), "20")
         self.assertNotEqual(self.machine.attempt(RESTART).returncode, 0)
         self.machine.run(RESET)
@@ -492,7 +493,8 @@ class SupervisionTest(MachineTestCase):
                               stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL) as daemon:
             self.wait_until_serving()
             findings = self.expect_doctor(NO_GRIPPER, ("warn", "service"))
-            self.assertRegex(findings["service"], ", not by the service, which is inactive$")
+            self.assertRegex(findings["service"],
+                             ", not started by the service, which is inactive$")
             self.machine.run("kill -INT $(pidof TavrikDaemon)")
             self.assertEqual(daemon.wait(PATIENCE), 0)
         self.restart()
@@ -500,7 +502,7 @@ class SupervisionTest(MachineTestCase):
     def test_a_service_that_is_masked_stays_away(self):
         self.machine.run(f"{STOP} && systemctl mask tavrikdaemon")
         findings = self.expect_doctor(NO_DAEMON, ("wrong", "service"))
-        self.assertEqual(findings["service"], "no TavrikDaemon runs; its service is masked")
+        self.assertEqual(findings["service"], "TavrikDaemon is not running; its service is masked")
         self.machine.run("systemctl unmask tavrikdaemon && systemctl enable --now tavrikdaemon")
         self.wait_until_serving()
 
@@ -642,7 +644,7 @@ class LifeCycleTest(MachineTestCase):
         self.machine.run("cp /usr/bin/tavrikctl /var/tmp")
         self.machine.run(REMOVE)
         report = self.machine.output("/var/tmp/tavrikctl doctor")
-        self.assertIn(" no TavrikDaemon runs, and systemd has no service for it\n", report)
+        self.assertIn(" TavrikDaemon is not running; systemd has no service for it\n", report)
         for port in PORTS:
             self.assertFalse(answers(port))
         self.assertEqual(self.machine.output("pidof TavrikDaemon"), "")

@@ -1,4 +1,4 @@
-"""tavrikctl against the real daemon in a simulated cell: every command, every status in words."""
+"""tavrikctl against the real daemon in a simulated cell: every command, every status text."""
 
 import json
 import os
@@ -31,20 +31,20 @@ class ListTest(CtlTestCase):
                          "MZD-S SN:100002  MZD by name      1     10.00  none\n"
                          "TLM SN:100003    TLM by name      0     10.00  none\n")
 
-    def test_an_led_that_is_set_tells_an_mzd(self):
+    def test_an_led_setting_identifies_an_mzd(self):
         self.call("SetLEDSpeed", MZD, 0, 40)
         self.assertEqual([(row["model"], row["modelFrom"]) for row in self.json("list")],
                          [("HVA", "name"), ("MZD", "answers"), ("TLM", "name")])
         self.call("SetLEDSpeed", MZD, 0, 0)
 
-    def test_json_has_the_same_for_programs(self):
+    def test_json_has_the_same_content(self):
         self.assertEqual(self.json("list")[0],
                          {"gripper": HVA, "model": "HVA", "modelFrom": "name", "state": 1,
                           "position": 10.0, "fault": False, "temperatureFault": False,
                           "temperatureWarning": False, "maintenance": False,
                           "certain": True, "answers": True})
 
-    def test_flags_are_in_words(self):
+    def test_flags_are_named(self):
         for flag, word, name in (("fault", "fault", "fault"),
                                  ("temp-fault", "temperature fault", "temperatureFault"),
                                  ("temp-warn", "temperature warning", "temperatureWarning"),
@@ -62,7 +62,7 @@ class ListTest(CtlTestCase):
         self.assertIs(self.json("list")[0]["answers"], True)
         self.assertNotEqual(self.requests_during(0, "list"), [])
 
-    def test_nothing_of_the_gripper_is_changed(self):
+    def test_list_changes_nothing_in_the_gripper(self):
         before = [self.cell.show(number) for number in range(3)]
         self.ctl("list")
         for number, state in enumerate(before):
@@ -75,7 +75,7 @@ class ListTest(CtlTestCase):
     def test_the_values_of_a_silent_master_are_marked_as_old(self):
         with self.condition("silent 0 on", "silent 0 off"):
             row = self.ctl("list").splitlines()[1]
-            self.assertIn("master silent, values may be old", row)
+            self.assertIn("master does not answer, values may be old", row)
             self.assertIn("10.00", row)
             row = self.json("list")[0]
             self.assertEqual((row["answers"], row["position"]), (False, 10.0))
@@ -88,8 +88,8 @@ class ListTest(CtlTestCase):
         wait_until(lambda: not self.call("GetPDINExcerpt", HVA))
         self.assertNotIn("DEVINFO?", self.requests_during(0, "list")[1:])
         self.assertFalse(self.json("list")[0]["certain"])
-        self.assertIn("zero, or no process data", self.ctl("list"))
-        self.expect_failure(NO_PROCESS_DATA, "status 21: there are no process data", "grip", HVA)
+        self.assertIn("zero or no process data", self.ctl("list"))
+        self.expect_failure(NO_PROCESS_DATA, "status 21: no process data", "grip", HVA)
         self.cell.command("mode 0 4")
         self.cell.log.wait_for("Pending command PDOUT deleted", since=mark)
         wait_until(lambda: self.json("list")[0]["certain"])
@@ -102,18 +102,18 @@ class OddGrippersTest(CtlTestCase):
                "--gripper", "HVA,serial=9 ")
     HVA = "A\tB?[31m\u00e4 SN:1"
 
-    def test_names_cannot_steer_the_terminal(self):
+    def test_names_cannot_control_the_terminal(self):
         rows = self.ctl("list").splitlines()
         self.assertTrue(rows[1].startswith("A?B?[31m\u00e4 SN:1  HVA or MZD"))
         self.assertEqual(rows[0].index("MODEL"), rows[1].index("HVA or MZD"))
         self.assertEqual(self.json("list")[0]["gripper"], self.HVA)
         self.assertIn("A?B?[31m\u00e4 SN:1: done", self.ctl("store", "A\tB"))
 
-    def test_a_gripper_behind_another_of_its_name_is_marked(self):
+    def test_a_duplicate_name_is_marked(self):
         rows = self.ctl("list").splitlines()
         self.assertNotIn("same name", rows[2])
-        self.assertTrue(rows[3].endswith("same name: calls reach the first"))
-        self.expect_failure(NO_GRIPPER, "2 grippers are called 'TLM SN:7'", "store", "sn:7")
+        self.assertTrue(rows[3].endswith("duplicate name: calls reach the first"))
+        self.expect_failure(NO_GRIPPER, "2 grippers are named 'TLM SN:7'", "store", "sn:7")
         self.assertEqual(self.ctl("call", "StoreRemanent", "TLM SN:7", "--exact"), "0: done\n")
 
     def test_characters_of_two_columns_do_not_move_the_next_column(self):
@@ -141,21 +141,21 @@ class OddGrippersTest(CtlTestCase):
         self.call("SetForce", self.HVA, 0, 50)
         self.assertEqual(self.model("--passive"), ("?", "nothing"))
 
-    def test_a_name_that_answers_deny_is_not_believed(self):
+    def test_a_name_that_contradicts_the_answers_is_ignored(self):
         row = self.json("list")[3]
         self.assertEqual((row["model"], row["modelFrom"]), ("HVA or MZD", "answers"))
         self.assertEqual(self.json("list", "--passive")[3]["model"], "TLM")
 
 
 class MotionTest(CtlTestCase):
-    """The commands that are one call with a status."""
+    """The commands that make one call and return a status."""
 
     options = (*CtlTestCase.options, "--speed", "500")
 
     def referenced(self, name):
         self.ctl("home", name, "--wait")
 
-    def test_a_grip_is_waited_for_with_its_position(self):
+    def test_wait_prints_the_position(self):
         self.referenced("HVA")
         with self.condition("part 0 12.5", "part 0 none"):
             self.assertEqual(self.ctl("grip", "HVA", "--wait"),
@@ -163,7 +163,7 @@ class MotionTest(CtlTestCase):
         self.assertEqual(self.ctl("release", "HVA", "--wait"),
                          f"{HVA}: done, at rest at 28.00 in state 4\n")
 
-    def test_waiting_tells_flags_and_speaks_json(self):
+    def test_wait_prints_flags_and_json(self):
         self.referenced("mzd")
         with self.condition("fault 1 temp-warn on", "fault 1 temp-warn off"):
             self.wait_for_process_data(1, MZD)
@@ -186,16 +186,16 @@ class MotionTest(CtlTestCase):
             self.assertEqual(result.returncode, FAULTY, result)
             self.assertTrue(json.loads(result.stdout)[name])
 
-    def test_a_rest_that_no_motion_came_before_is_told_so(self):
+    def test_rest_without_motion_is_reported(self):
         self.referenced("HVA")
         self.assertTrue(self.json("release", "HVA", "--wait")["changed"])
         self.assertFalse(self.json("release", "HVA", "--wait")["changed"])
         with self.condition("pdin 0 0", "pdin 0 100"):
             self.assertEqual(self.ctl("grip", "HVA", "--wait"),
-                             f"{HVA}: done, but nothing has changed, at rest at 28.00 in state 4\n")
+                             f"{HVA}: done, but nothing changed, at rest at 28.00 in state 4\n")
         self.wait_for_process_data(0, HVA)
 
-    def test_without_waiting_the_answer_comes_at_once(self):
+    def test_without_wait_the_command_returns_at_once(self):
         self.assertEqual(self.ctl("disable", "TLM"), f"{TLM}: done\n")
         self.assertEqual(self.json("disable", "TLM"), {"gripper": TLM, "status": 0})
 
@@ -216,21 +216,21 @@ class MotionTest(CtlTestCase):
         self.assertEqual(self.cell.show(1)["pdout"][0] & 0x10, 0)
         self.expect_failure(USAGE, "'maybe' is neither on nor off", "holdfast", "maybe", "MZD")
 
-    def test_store_has_the_gripper_keep_its_settings(self):
+    def test_store_saves_the_settings(self):
         self.assertEqual(self.requests_during(2, "store", "TLM")[-1], "PARAM[2][0]=[e0]")
 
-    def test_a_model_that_cannot_is_named_as_the_reason(self):
+    def test_an_unsupported_model_is_named_as_the_reason(self):
         for command in (("home", "TLM"), ("holdfast", "on", "HVA")):
-            self.expect_failure(NOT_POSSIBLE, "status 3: its model or its master cannot do this",
+            self.expect_failure(NOT_POSSIBLE, "status 3: not supported by its model or its master",
                                 *command)
 
     def test_a_master_that_does_not_answer(self):
         with self.condition("mute 0 on", "mute 0 off"):
             self.expect_failure(
-                NO_ANSWER, f"{HVA}: status 5: the gripper's master has not answered within 1 s",
+                NO_ANSWER, f"{HVA}: status 5: the gripper's master did not answer within 1 s",
                 "grip", "HVA")
 
-    def test_a_master_that_takes_nothing(self):
+    def test_a_master_that_accepts_no_bytes(self):
         with self.condition("stall 0 on", "stall 0 off"):
             self.expect_failure(NOT_SENT, "status 12: nothing could be sent", "grip", "HVA")
         wait_until(lambda: self.call("Disable", HVA) == 0)
@@ -240,11 +240,11 @@ class MotionTest(CtlTestCase):
             self.expect_failure(REFUSED, "status 44: error code of the gripper's master",
                                 "release", "TLM")
 
-    def test_a_gripper_has_to_be_named(self):
-        self.expect_failure(NO_GRIPPER, f"name one of the grippers '{HVA}', '{MZD}', '{TLM}'",
-                            "grip")
-        self.expect_failure(NO_GRIPPER, "no gripper is called 'XYZ'; there are", "grip", "XYZ")
-        self.expect_failure(NO_GRIPPER, "several grippers fit", "grip", "sn:")
+    def test_a_gripper_must_be_named(self):
+        self.expect_failure(NO_GRIPPER, "several grippers found, name one of: "
+                            f"'{HVA}', '{MZD}', '{TLM}'", "grip")
+        self.expect_failure(NO_GRIPPER, "no gripper matches 'XYZ'; available:", "grip", "XYZ")
+        self.expect_failure(NO_GRIPPER, "several grippers match", "grip", "sn:")
 
     def test_an_empty_name_never_reaches_the_daemon(self):
         """The daemon would take it for a gripper whose name it does not know yet."""
@@ -255,13 +255,13 @@ class MotionTest(CtlTestCase):
                         ("watch", ""), ("grip", "", "--exact"), ("call", "Grip", "", 0),
                         ("call", "Grip", "", 0, "--exact"), ("call", "system.multicall", calls)):
             with self.subTest(command=command):
-                self.expect_failure(USAGE, "GRIPPER: is empty", *command)
+                self.expect_failure(USAGE, "GRIPPER: must not be empty", *command)
         self.assertEqual(self.cell.log.matching("Device '' not found", since=mark), [])
 
-    def test_a_part_is_not_exact(self):
+    def test_a_part_is_rejected_with_exact(self):
         for command in (("grip", "MZD"), ("get", "force", "MZD"), ("set", "force", 9, "MZD"),
                         ("watch", "MZD")):
-            self.expect_failure(NO_GRIPPER, "no gripper is called 'MZD'", *command, "--exact")
+            self.expect_failure(NO_GRIPPER, "no gripper matches 'MZD'", *command, "--exact")
         self.assertIn(MZD, self.ctl("get", "force", MZD, "--exact"))
         self.expect_failure(USAGE, "--exact requires GRIPPER", "grip", "--exact")
 
@@ -270,7 +270,7 @@ class SlowMotionTest(CtlTestCase):
     options = ("--gripper", "TLM", "--speed", "2")
 
     def moving(self, *arguments):
-        """Starts a command; returns it when its call is over and the gripper moves."""
+        """Starts a command; returns it once its call has ended and the gripper moves."""
         mark = self.cell.log.mark()
         process = ctl.Running(*arguments)
         self.addCleanup(process.__exit__)
@@ -286,18 +286,18 @@ class SlowMotionTest(CtlTestCase):
         self.assertEqual(self.call("Grip", "TLM SN:100001", 0), 0)
         wait_until(lambda: self.cell.show(0)["stateName"] in ("no part", "gripping"))
 
-    def test_the_only_gripper_needs_no_name_and_waiting_has_an_end(self):
+    def test_a_single_gripper_needs_no_name_and_wait_has_a_limit(self):
         self.expect_failure(NOT_AT_REST, "TLM SN:100001: still moving, at ",
                             "release", "--wait", "--within", 0.3)
         self.expect_failure(USAGE, "--within requires --wait", "release", "--within", 0.3)
 
-    def test_a_master_that_falls_silent_is_no_rest(self):
+    def test_a_master_that_falls_silent_is_not_rest(self):
         process = self.moving("release", "--wait")
         with self.condition("silent 0 on", "silent 0 off"):
-            self.expect_end(process, NO_ANSWER, "its master has fallen silent; its last position")
+            self.expect_end(process, NO_ANSWER, "its master stopped answering; last position")
         wait_until(lambda: self.call("Disable", "TLM SN:100001") == 0)
 
-    def test_process_data_that_were_missing_are_no_rest(self):
+    def test_lost_process_data_is_not_rest(self):
         process = self.moving("release", "--wait")
         mark = self.cell.log.mark()
         self.cell.command("mode 0 2")
@@ -305,16 +305,17 @@ class SlowMotionTest(CtlTestCase):
         self.cell.log.wait_for("STARTUP$", since=mark)
         self.cell.command("mode 0 4")
         self.cell.wait_until_operating(1, since=mark)
-        self.expect_end(process, NO_PROCESS_DATA, "process data were missing meanwhile; at rest at")
+        self.expect_end(process, NO_PROCESS_DATA,
+                        "process data were lost during the wait; at rest at")
         wait_until(lambda: self.call("Disable", "TLM SN:100001") == 0)
 
-    def test_a_master_that_is_unplugged_is_no_rest(self):
+    def test_an_unplugged_master_is_not_rest(self):
         process = self.moving("release", "--wait")
         with self.condition("unplug 0", "plug 0"):
-            self.expect_end(process, NO_GRIPPER, "the daemon does not know it any more")
-            self.assertEqual(self.ctl("list"), "The daemon knows no gripper.\n")
+            self.expect_end(process, NO_GRIPPER, "no longer known to the daemon")
+            self.assertEqual(self.ctl("list"), "No grippers found.\n")
             self.assertEqual(self.json("list"), [])
-            self.expect_failure(NO_GRIPPER, "the daemon knows no gripper", "grip")
+            self.expect_failure(NO_GRIPPER, "no grippers found", "grip")
             mark = self.cell.log.mark()
         self.cell.wait_until_operating(1, since=mark)
         wait_until(lambda: self.call("Disable", "TLM SN:100001") == 0)
@@ -346,7 +347,7 @@ class SettingTest(CtlTestCase):
                 self.assertEqual([answer[key] for key in ("set", "led") if key in answer],
                                  list(options[1:]) or [0] * (index >= 0x60))
 
-    def test_values_are_told_with_what_they_belong_to(self):
+    def test_values_are_printed_with_their_set_and_gripper(self):
         self.assertEqual(self.ctl("set", "force", 70, "HVA", "--set", 4),
                          f"{HVA}: force of set 4 set to 70\n")
         self.assertEqual(self.ctl("get", "force", "HVA", "--set", 4),
@@ -360,7 +361,7 @@ class SettingTest(CtlTestCase):
             self.assertRegex(self.ctl("get", "reference-direction", "MZD"),
                              f"^{MZD}: reference-direction is {word}\\b")
 
-    def test_what_is_told_to_be_set_is_what_the_gripper_has(self):
+    def test_the_printed_value_is_the_one_the_gripper_has(self):
         for typed, told in (("12.346", "12.35"), ("-1.996", "-2.00"), ("1e2", "100.00")):
             with self.subTest(typed=typed):
                 self.assertEqual(self.ctl("set", "release-limit", typed, "TLM"),
@@ -368,7 +369,7 @@ class SettingTest(CtlTestCase):
                 self.assertEqual(self.ctl("get", "release-limit", "TLM"),
                                  f"{TLM}: release-limit of set 0 is {told}\n")
 
-    def test_a_value_that_the_gripper_does_not_have_afterwards_is_a_failure(self):
+    def test_a_different_value_after_set_is_a_failure(self):
         for getter, setter, answer, arguments, text in (
                 ("GetForce", "SetForce", "<int>50</int>", ("force", 60, "--set", 1),
                  "force of set 1 to 60: the gripper reports 50"),
@@ -387,7 +388,7 @@ class SettingTest(CtlTestCase):
         answers[getter] = "<string>3</string>"
         with http_server(200, answers) as port:
             self.expect_failure(BAD_ANSWER, "failed to confirm led-color of LED 2: GetLEDColor: "
-                                "the answer has an unexpected type", "set", *arguments,
+                                "the reply has an unexpected type", "set", *arguments,
                                 "--port", port)
 
     def set_limit(self, *replies):
@@ -401,14 +402,14 @@ class SettingTest(CtlTestCase):
                 status = process.wait_for_end()
         return status, process.output.lines + process.errors.lines
 
-    def test_a_refused_value_is_noticed_although_its_status_is_0(self):
+    def test_a_refused_value_is_detected_although_its_status_is_0(self):
         self.assertEqual(
             self.set_limit("FIN PARAM[96][1]",  # late, of a reading before
                            "ERR PARAM[96][1] 44", "PARAM[96][1]=[0,c8]"),
             (REFUSED, [f"tavrikctl: {HVA}: failed to set no-part-limit of set 0 to 7.25: "
                        "the gripper reports 2.00"]))
 
-    def test_late_replies_do_not_deny_a_value(self):
+    def test_late_replies_do_not_fail_a_set(self):
         self.assertEqual(
             self.set_limit("FIN PARAM[96][1]",  # late, of a reading before
                            "FIN PARAM[96][1]", "PARAM[96][1]=[2,d5]"),
@@ -418,44 +419,45 @@ class SettingTest(CtlTestCase):
         status, lines = self.set_limit("FIN PARAM[96][1]")
         self.assertEqual((status, lines), (NO_ANSWER, [
             f"tavrikctl: failed to confirm no-part-limit of set 0: {HVA}: "
-            "its master has not answered within 1 s"]))
+            "its master did not answer within 1 s"]))
 
     def test_the_led_preset_is_set_and_the_checksum_read(self):
         self.assertEqual(self.ctl("set", "led-preset", 5, "MZD"),
-                         f"{MZD}: led-preset set to 5, not confirmed: it cannot be read\n")
+                         f"{MZD}: led-preset set to 5, not confirmed: it cannot be read back\n")
         self.assertEqual(self.cell.show(1)["leds"]["preset"], 5)
         self.expect_failure(USAGE, "led-preset cannot be read", "get", "led-preset", "MZD")
         checksum = int.from_bytes(bytes(self.parameter(2, 3, 4)), "little", signed=True)
         self.assertEqual(self.json("get", "checksum", "TLM")["value"], checksum)
         self.expect_failure(USAGE, "checksum cannot be set", "set", "checksum", 5, "TLM")
 
-    def test_a_value_that_may_be_a_failure_is_told_so(self):
+    def test_a_value_that_may_be_a_failure_is_marked(self):
         self.assertEqual(self.ctl("get", "force", "TLM"),
-                         f"{TLM}: force of set 0 is 0, or the gripper has no such setting\n")
+                         f"{TLM}: force of set 0 is 0, or the gripper does not have this setting\n")
         self.assertFalse(self.json("get", "led-color", "HVA")["certain"])
         self.assertFalse(self.json("get", "reference-direction", "HVA")["certain"])
 
-    def test_a_value_that_came_late_is_no_value(self):
+    def test_a_late_value_is_rejected(self):
         with self.condition("mute 0 on", "mute 0 off"):
-            self.expect_failure(NO_ANSWER, f"{HVA}: its master has not answered within 1 s",
+            self.expect_failure(NO_ANSWER, f"{HVA}: its master did not answer within 1 s",
                                 "get", "force", "HVA")
 
-    def test_what_the_gripper_refuses(self):
-        self.expect_failure(NOT_POSSIBLE, "its model or its master cannot do this",
+    def test_values_that_the_gripper_refuses(self):
+        self.expect_failure(NOT_POSSIBLE, "not supported by its model or its master",
                             "set", "force", 60, "TLM")
         with self.condition("error 0 9", "error 0 off"):
             self.expect_failure(REFUSED, "status 9: error code of the gripper's master",
                                 "set", "no-part-limit", 1, "HVA")
 
-    def test_numbers_that_a_setting_does_not_have(self):
+    def test_invalid_settings_numbers_and_values(self):
         for text, arguments in (
-                ("there is no setting 'power'", ("get", "power")),
-                ("checksum is not in parameter sets", ("get", "checksum", "--set", 1)),
-                ("force is not of an LED", ("set", "force", 60, "--led", 1)),
+                ("unknown setting 'power'", ("get", "power")),
+                ("checksum has no parameter sets: omit --set", ("get", "checksum", "--set", 1)),
+                ("force does not belong to an LED: omit --led", ("set", "force", 60, "--led", 1)),
                 ("--led", ("get", "led-color", "--led", 128)),
-                ("force takes 0 to 255, not '256'", ("set", "force", 256)),
+                ("invalid force '256': must be 0 to 255", ("set", "force", 256)),
                 ("'much' is not an integer", ("set", "force", "much")),
-                ("no-part-limit takes -327.68 to 327.67", ("set", "no-part-limit", 400))):
+                ("invalid no-part-limit '400': must be -327.68 to 327.67",
+                 ("set", "no-part-limit", 400))):
             with self.subTest(arguments=arguments):
                 self.expect_failure(USAGE, text, *arguments)
 
@@ -507,32 +509,33 @@ class CallTest(CtlTestCase):
             result = ctl.run("call", "Grip", "mzd", 1, "--json")
             self.assertEqual((result.returncode, result.stdout), (REFUSED, "44\n"))
 
-    def test_text_is_printed_as_it_is_and_in_json_with_quotes(self):
+    def test_text_is_printed_plainly_and_in_json_with_quotes(self):
         version = self.call("GetVersion")
         self.assertEqual(self.ctl("call", "GetVersion"), version + "\n")
         self.assertEqual(self.json("call", "GetVersion"), version)
 
-    def test_the_gripper_is_found_by_a_part_unless_it_is_to_be_exact(self):
+    def test_the_gripper_is_found_by_a_part_unless_exact(self):
         self.assertEqual(self.json("call", "GetGripperInterface", "mzd"), 0)
         self.assertEqual(self.json("call", "GetGripperInterface", "mzd", "--exact"), -1)
         self.assertEqual(self.json("call", "GetGripperInterface", "---"), -2)
-        self.expect_failure(NO_GRIPPER, "no gripper is called 'nobody'",
+        self.expect_failure(NO_GRIPPER, "no gripper matches 'nobody'",
                             "call", "GetPos", "nobody")
-        self.expect_failure(NOT_POSSIBLE, "status 3: no such gripper",
+        self.expect_failure(NOT_POSSIBLE, "status 3: unknown gripper",
                             "call", "Grip", "nobody", 0, "--exact")
 
-    def test_what_cannot_be_called(self):
+    def test_invalid_calls(self):
         for text, arguments in (
-                ("there is no method 'grip'", ("call", "grip")),
-                ("the call is: Grip GRIPPER INTEGER", ("call", "Grip", "mzd")),
-                ("the call is: GetVersion", ("call", "GetVersion", 1)),
+                ("unknown method 'grip'", ("call", "grip")),
+                ("wrong number of arguments, usage: call Grip GRIPPER INTEGER",
+                 ("call", "Grip", "mzd")),
+                ("wrong number of arguments, usage: call GetVersion", ("call", "GetVersion", 1)),
                 ("not expected: 4", ("call", "Grip", 1, 2, 3, 4)),
                 ("'on' is not an integer", ("call", "Grip", "mzd", "on")),
                 ("'1,5' is not a number", ("call", "SetNoPartLimit", "mzd", 0, "1,5")),
                 ("'inf' is not a number", ("call", "SetNoPartLimit", "mzd", 0, "inf")),
                 ("'?' is not UTF-8", ("call", "GetPos", "\udcff", "--exact")),
                 ("'x' is not a JSON array", ("call", "system.multicall", "x")),
-                ("has too many levels", ("call", "system.multicall", 20000 * "[" + 20000 * "]"))):
+                ("': nested too deeply", ("call", "system.multicall", 20000 * "[" + 20000 * "]"))):
             with self.subTest(arguments=arguments):
                 self.expect_failure(USAGE, text, *arguments)
 
@@ -545,7 +548,7 @@ class ServerTest(CtlTestCase):
             self.assertIn(HVA, self.ctl("--port", port, "list"))
             self.assertIn(HVA, self.ctl("list", "--host", "localhost", "--port", port))
 
-    def test_nobody_listens(self):
+    def test_no_program_listens(self):
         with socket.create_server(("127.0.0.1", 0)) as server:
             port = server.getsockname()[1]
         self.expect_failure(NO_DAEMON, f"127.0.0.1:{port} cannot be reached: Connection refused",
@@ -557,38 +560,38 @@ class ServerTest(CtlTestCase):
             for command in (["list"], ["grip"], ["get", "force"], ["call", "GetVersion"]):
                 with self.subTest(command=command):
                     start = time.monotonic()
-                    self.expect_failure(NO_DAEMON, "has not answered within 0.2 s",
+                    self.expect_failure(NO_DAEMON, "did not answer within 0.2 s",
                                         *command, "--port", port, "--timeout", 0.2)
                     took = time.monotonic() - start
                     self.assertGreaterEqual(took, 0.2)
                     self.assertLess(took, 2 * SLOWNESS)
 
     def test_a_server_that_answers_too_slowly_is_given_up_in_time(self):
-        """The time-out counts for the whole answer, not from byte to byte."""
+        """The timeout covers the whole reply, not each byte."""
         with socket.create_server(("127.0.0.1", 0)) as server:
             dripping = threading.Thread(target=drip, args=(server,))
             dripping.start()
-            self.expect_failure(NO_DAEMON, "has not answered within 0.5 s",
+            self.expect_failure(NO_DAEMON, "did not answer within 0.5 s",
                                 "list", "--port", server.getsockname()[1], "--timeout", 0.5)
             dripping.join()
 
-    def test_a_server_that_is_no_daemon(self):
+    def test_a_server_that_is_not_a_daemon(self):
         for status, body, text in (
-                (404, b"", "is no TavrikDaemon: HTTP status 404"),
-                (200, b"hello", "GetGrippers: the answer is no XML-RPC"),
-                (200, xml_answer("<int>1</int>"), "GetGrippers: the answer has an unexpected type"),
-                (200, b" " * 2000000, "is no TavrikDaemon: too long an answer")):
+                (404, b"", "is not a TavrikDaemon: HTTP status 404"),
+                (200, b"hello", "GetGrippers: the reply is not XML-RPC"),
+                (200, xml_answer("<int>1</int>"), "GetGrippers: the reply has an unexpected type"),
+                (200, b" " * 2000000, "is not a TavrikDaemon: the reply is too long")):
             with self.subTest(text=text), http_server(status, body) as port:
                 self.expect_failure(BAD_ANSWER, text, "list", "--port", port)
 
-    def test_a_server_that_breaks_off_or_is_of_another_kind(self):
+    def test_a_server_that_disconnects_or_speaks_another_protocol(self):
         for answer, status, text in (
-                (b"", NO_DAEMON, "has not answered: Server returned nothing"),
+                (b"", NO_DAEMON, "did not answer: Server returned nothing"),
                 (b"HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nabc", NO_DAEMON,
-                 "has not answered: Transferred a partial file"),
-                (b"SSH-2.0-Server\r\n", BAD_ANSWER, "is no TavrikDaemon: the answer is no HTTP"),
+                 "did not answer: Transferred a partial file"),
+                (b"SSH-2.0-Server\r\n", BAD_ANSWER, "is not a TavrikDaemon: the reply is not HTTP"),
                 (b"HTTP/1.1 200 OK\r\nX: " + 200000 * b"x", BAD_ANSWER,
-                 "is no TavrikDaemon: too long an answer")):
+                 "is not a TavrikDaemon: the reply is too long")):
             with self.subTest(answer=answer[:40]), raw_server(answer) as port:
                 self.expect_failure(status, f"127.0.0.1:{port} {text}", "list", "--port", port)
 
@@ -600,7 +603,7 @@ class ServerTest(CtlTestCase):
             for command in (["get", "force"], ["get", "no-part-limit"], ["grip"],
                             ["get", "reference-direction"], ["get", "checksum"]):
                 with self.subTest(command=command):
-                    self.expect_failure(BAD_ANSWER, "the answer has an unexpected type",
+                    self.expect_failure(BAD_ANSWER, "the reply has an unexpected type",
                                         *command, "--port", port)
 
     def test_a_gripper_that_goes_while_it_is_listed_is_left_out(self):
@@ -618,24 +621,25 @@ class ServerTest(CtlTestCase):
                                 "X: no process data, or at rest at 0.00 in state 0",
                                 "grip", "--wait", "--port", port)
 
-    def test_an_answer_cannot_end_it_or_keep_it_busy(self):
+    def test_a_malicious_reply_neither_crashes_nor_blocks_it(self):
         entities = (b'<!DOCTYPE x [<!ENTITY a "aaaaaaaaaa">' +
                     b"".join(b'<!ENTITY %c "%s">' % (98 + level, b"&%c;" % (97 + level) * 50)
                              for level in range(8)) +
                     b"]>" + xml_answer("&i;"))
-        for body, text in ((xml_answer("<i8>x</i8>"), "the answer is no XML-RPC"),
-                           (entities, "the answer may declare entities"),
-                           (entities.decode().encode("utf-16"), "the answer may declare entities")):
+        for body, text in ((xml_answer("<i8>x</i8>"), "the reply is not XML-RPC"),
+                           (entities, "the reply may declare XML entities"),
+                           (entities.decode().encode("utf-16"),
+                            "the reply may declare XML entities")):
             with self.subTest(text=text), http_server(200, body) as port:
                 self.expect_failure(BAD_ANSWER, text, "call", "GetVersion", "--port", port)
 
-    def test_hosts_have_names_and_addresses(self):
+    def test_host_names_and_addresses(self):
         self.expect_failure(NO_DAEMON, "[::1]:1 cannot be reached", "list", "--host", "::1",
                             "--port", 1)
         self.expect_failure(NO_DAEMON, "nobody.invalid:44221 cannot be reached: "
                             "Couldn't resolve host name", "list", "--host", "nobody.invalid")
         for host in ("", "a b", "a/b", "user@localhost", "localhost?", "localhost:44222"):
-            self.expect_failure(USAGE, f"'{host}' is no name of a host", "list", "--host", host)
+            self.expect_failure(USAGE, f"invalid host name '{host}'", "list", "--host", host)
 
     def test_a_fault_is_one_line(self):
         fault = (b"<methodResponse><fault><value><struct><member><name>faultCode</name><value>"
@@ -646,17 +650,17 @@ class ServerTest(CtlTestCase):
             self.expect_failure(BAD_ANSWER, "GetVersion: fault -501, two?lines?",
                                 "call", "GetVersion", "--port", port)
 
-    def test_no_proxy_of_the_environment_is_asked(self):
+    def test_proxies_of_the_environment_are_ignored(self):
         dead = "http://127.0.0.1:9/"
         self.assertIn(HVA, self.ctl("list", environment={"http_proxy": dead, "ALL_PROXY": dead}))
 
-    def test_a_daemon_without_grippers_is_no_failure(self):
+    def test_a_daemon_without_grippers_is_not_a_failure(self):
         with http_server(200, xml_answer("<array><data></data></array>")) as port:
-            self.assertEqual(self.ctl("list", "--port", port), "The daemon knows no gripper.\n")
+            self.assertEqual(self.ctl("list", "--port", port), "No grippers found.\n")
 
 
 def drip(server):
-    """Sends a byte of an answer from time to time until the client has gone."""
+    """Sends a reply byte by byte until the client disconnects."""
     connection, _ = server.accept()
     with connection:
         try:
@@ -668,7 +672,7 @@ def drip(server):
 
 
 class TerminalTest(CtlTestCase):
-    """What depends on where the output goes."""
+    """What depends on the kind of standard output."""
 
     options = ("--gripper", "HVA")
 
@@ -685,7 +689,7 @@ class TerminalTest(CtlTestCase):
                     output += terminal.read(4096)
         return output
 
-    def test_colours_are_for_terminals_and_can_be_refused(self):
+    def test_colours_are_for_terminals_and_can_be_disabled(self):
         with self.condition("fault 0 temp-warn on", "fault 0 temp-warn off"):
             self.wait_for_process_data(0, HVA)
             coloured = self.on_terminal("list", environment={"TERM": "xterm"})
@@ -702,30 +706,31 @@ class TerminalTest(CtlTestCase):
             result = subprocess.run(ctl.arguments_of("list"), stdout=full, stderr=subprocess.PIPE,
                                     text=True, env=ctl.CLEAN, timeout=60 * SLOWNESS)
         self.assertEqual((result.returncode, result.stderr),
-                         (FAILED, "tavrikctl: standard output cannot be written\n"))
+                         (FAILED, "tavrikctl: failed to write to standard output\n"))
 
     def test_a_closed_standard_output_is_a_failure(self):
-        """No socket may take its place."""
+        """No socket may get its descriptor."""
         for command in ("list", "--help", "--version"):
             with self.subTest(command=command):
                 result = ctl.run(command, preexec_fn=lambda: os.close(1))
                 self.assertEqual((result.returncode, result.stderr),
-                                 (FAILED, "tavrikctl: standard output cannot be written\n"))
+                                 (FAILED, "tavrikctl: failed to write to standard output\n"))
 
 
 class CommandLineTest(CtlTestCase):
     options = ()
 
-    def test_what_is_not_understood_is_told_in_one_line(self):
-        for text, arguments in (("a command is missing", ()),
+    def test_an_invalid_command_line_is_reported_in_one_line(self):
+        for text, arguments in (("missing command", ()),
                                 ("dance", ("dance",)),
                                 ("--loud", ("list", "--loud")),
                                 ("extra", ("list", "extra")),
                                 ("--port", ("list", "--port", 0)),
                                 ("--port", ("list", "--port", 65536)),
-                                ("not a decimal number", ("list", "--port", "044221")),
-                                ("--bundle: is empty", ("doctor", "--bundle", "")),
-                                ("--timeout", ("list", "--timeout", 0)),
+                                ("--port: invalid number '044221': leading zero",
+                                 ("list", "--port", "044221")),
+                                ("--bundle: must not be empty", ("doctor", "--bundle", "")),
+                                ("--timeout: invalid time '0': must be", ("list", "--timeout", 0)),
                                 ("--timeout", ("list", "--timeout", "soon")),
                                 ("--timeout", ("list", "--timeout", "nan")),
                                 ("--timeout", ("list", "--timeout", "1e300")),
@@ -738,7 +743,7 @@ class CommandLineTest(CtlTestCase):
             with self.subTest(arguments=arguments):
                 self.expect_failure(USAGE, text, *arguments)
 
-    def test_help_tells_every_command_and_every_exit_status(self):
+    def test_help_lists_every_command_and_every_exit_status(self):
         text = self.ctl("--help")
         self.assertLessEqual(max(map(len, text.splitlines())), 80, text)
         for status in (0, REFUSED, USAGE, NOT_POSSIBLE, NO_DAEMON, NO_ANSWER, BAD_ANSWER,
@@ -757,12 +762,12 @@ class CommandLineTest(CtlTestCase):
 
 
 class PageTest(CtlTestCase):
-    """docs/tavrikctl.md: its sessions, and its tables."""
+    """The sessions and tables of docs/tavrikctl.md."""
 
     options = ("--gripper", "HVA", "--gripper", "MZD-S")
     TEXT = (pathlib.Path(__file__).resolve().parents[2] / "docs" / "tavrikctl.md").read_text()
 
-    def test_the_sessions_are_true(self):
+    def test_the_sessions_match_the_real_output(self):
         steps = list(ctl.session(self.TEXT))
         self.assertGreater(len(steps), 10)
         for command, expected in steps:
@@ -772,7 +777,7 @@ class PageTest(CtlTestCase):
                 else:
                     self.assertEqual(ctl.shell(command), expected)
 
-    def test_every_setting_is_there_with_its_values(self):
+    def test_every_setting_is_listed_with_its_values(self):
         rows = re.findall(r"^  ([a-z-]+) +(\S.*?)  ", self.ctl("set", "--help").partition(
             "\nSettings")[2], re.MULTILINE)
         self.assertIn(("force", "0 to 255"), rows)
@@ -780,7 +785,7 @@ class PageTest(CtlTestCase):
         self.assertEqual(rows, re.findall(r"^\| `([a-z-]+)` \| (.+?) \|",
                                           section.replace(r"on\|off", "on|off"), re.MULTILINE))
 
-    def test_every_command_and_every_exit_status_is_there_and_no_other(self):
+    def test_exactly_all_commands_and_exit_statuses_are_listed(self):
         text = self.ctl("--help")
         commands = text[text.index("Subcommands:"):text.index("Exit status:")]
         listed = self.TEXT[self.TEXT.index("## Commands"):self.TEXT.index("## The list")]

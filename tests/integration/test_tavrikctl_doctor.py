@@ -32,7 +32,7 @@ DONE, NO_DAEMON, NO_ANSWER, BAD_ANSWER, NO_GRIPPER, FAILED, NO_PROCESS_DATA = 0,
 
 
 def world_of(cell):
-    """The environment of pellix-sim's command, once that runs."""
+    """The environment of pellix-sim's command, once it runs."""
     def read():
         with contextlib.suppress(AssertionError, FileNotFoundError):  # it may not run yet
             environ = pathlib.Path(f"/proc/{cell.daemon_pid()}/environ").read_text()
@@ -44,7 +44,7 @@ def world_of(cell):
 
 
 class DoctorTestCase(CellTestCase):
-    """A cell, and the doctor in its world: with the devices that pellix-sim shows its command."""
+    """A cell, and the doctor with the devices that pellix-sim simulates."""
 
     options = ("--gripper", "HVA")
 
@@ -68,7 +68,7 @@ class DoctorTestCase(CellTestCase):
         return ctl.run("doctor", *arguments, environment={**self.world(), **(environment or {})})
 
     def output_as_nobody(self, *before, world=None):
-        """What the doctor tells an ordinary user; the command `before` starts it."""
+        """The doctor's output for an ordinary user; the command `before` starts it."""
         self.folder().chmod(0o755)
         program = shutil.copy(os.environ["TAVRIK_CTL"], self.folder())
         environment = {**ctl.CLEAN, **(self.world() if world is None else world)}
@@ -76,7 +76,7 @@ class DoctorTestCase(CellTestCase):
                               env=environment, capture_output=True, text=True).stdout
 
     def fake_tool(self, name, text, command="cat"):
-        """An environment in which the tool `name` of the system says what `command` makes of `text`."""
+        """An environment with a tool `name` that prints `text`, filtered by `command`."""
         folder = tempfile.TemporaryDirectory()
         self.addCleanup(folder.cleanup)
         path = pathlib.Path(folder.name, name)
@@ -85,13 +85,13 @@ class DoctorTestCase(CellTestCase):
         return {"PATH": f"{folder.name}:{os.environ['PATH']}"}
 
     def fake_systemctl(self, **properties):
-        """An environment in which systemd says this of the service."""
+        """An environment in which systemd reports these properties of the service."""
         properties = {"LoadState": "loaded", "Result": "success", "MainPID": "0", **properties}
         return self.fake_tool("systemctl", "".join(f"{name}={value}\n"
                                                    for name, value in properties.items()))
 
     def fake_journal(self):
-        """An environment in which the journal has the daemon's log so far, the newest line first."""
+        """An environment whose journal has the daemon's log so far, newest line first."""
         grep = ('for word; do case $word in --grep=*) pattern=${word#--grep=} ;; esac; done\n'
                 'grep -P -e "$pattern"')
         return self.fake_tool("journalctl", "".join(
@@ -125,7 +125,7 @@ class DoctorTestCase(CellTestCase):
         self.assertLessEqual(max(map(len, lines)), WIDTH, text)
 
     def findings(self, status, *arguments, **options):
-        """Examines; `status` is the exit status that has to come."""
+        """Runs the doctor and expects exit status `status`."""
         result = self.run_doctor("--json", *arguments, **options)
         self.assertEqual((result.returncode, result.stderr), (status, ""), result.stdout)
         report = json.loads(result.stdout)
@@ -133,7 +133,7 @@ class DoctorTestCase(CellTestCase):
         return report["findings"]
 
     def expect(self, status, mark, what, text, *arguments, **options):
-        """Examines; one finding has to be this one, with `text` in it."""
+        """Runs the doctor and expects a finding that contains `text`."""
         findings = self.findings(status, *arguments, **options)
         self.assertTrue(any(finding["mark"] == mark and finding["what"] == what
                             and text in finding["finding"] for finding in findings),
@@ -141,7 +141,7 @@ class DoctorTestCase(CellTestCase):
 
 
 def leave_nothing(connection):
-    """The connection is reset at its end, so that nothing of it stays on the port."""
+    """Makes close() reset the connection, so that it does not stay on the port."""
     connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, b"\1\0\0\0\0\0\0\0")
 
 
@@ -152,12 +152,12 @@ class ForeignServer(xmlrpc.server.SimpleXMLRPCServer):
         return connection, address
 
     def shutdown_request(self, request):
-        """Without an orderly end before, which a quick client would make one that stays."""
+        """Skips the orderly shutdown, which would leave the connection on the port."""
         self.close_request(request)
 
 
 class NoDaemonTest(DoctorTestCase):
-    """The world of a cell in which something else than the daemon runs."""
+    """A cell that runs another program instead of the daemon."""
 
     @classmethod
     def start_cell(cls, *options, **settings):
@@ -173,9 +173,9 @@ class NoDaemonTest(DoctorTestCase):
         cell.wait_for_end()
 
     def test_nothing_runs(self):
-        self.expect(NO_DAEMON, "wrong", "service", "no TavrikDaemon runs")
+        self.expect(NO_DAEMON, "wrong", "service", "TavrikDaemon is not running")
         for port in PORTS:
-            self.expect(NO_DAEMON, "wrong", f"port {port}", "nobody listens")
+            self.expect(NO_DAEMON, "wrong", f"port {port}", "no program listens")
 
     def test_a_daemon_behind_a_tap(self):
         with tempfile.TemporaryDirectory() as folder:
@@ -196,7 +196,7 @@ class NoDaemonTest(DoctorTestCase):
             self.expect(NO_DAEMON, "ok", "service", f"TavrikDaemon (process {pid}), user root")
             for port in PORTS:
                 self.expect(NO_DAEMON, "wrong", f"port {port}",
-                            "nobody listens; TavrikDaemon is starting or stopping")
+                            "no program listens; TavrikDaemon is starting or stopping")
 
     def test_a_service_that_was_not_started(self):
         environment = self.fake_systemctl(ActiveState="inactive", SubState="dead", User="root")
@@ -216,7 +216,7 @@ class NoDaemonTest(DoctorTestCase):
 
     def test_no_systemd(self):
         with tempfile.TemporaryDirectory() as folder:
-            self.expect(NO_DAEMON, "wrong", "service", "systemd cannot be asked",
+            self.expect(NO_DAEMON, "wrong", "service", "systemd does not answer",
                         environment={"PATH": folder})
 
     def test_a_service_that_is_not_installed(self):
@@ -229,12 +229,12 @@ class NoDaemonTest(DoctorTestCase):
                                  "sh", *ctl.arguments_of("doctor")], env=ctl.CLEAN,
                                 capture_output=True, text=True)
         self.assertEqual((result.returncode, result.stderr), (NO_DAEMON, ""))
-        self.assertRegex(result.stdout, r"(?m)^\? +service +whether TavrikDaemon runs,")
+        self.assertRegex(result.stdout, r"(?m)^\? +service +only root can see whether TavrikDaemon")
         self.assertIn("cannot be reached: Connection refused", result.stdout)
 
-    def test_a_user_that_is_not_there(self):
+    def test_an_unknown_user(self):
         environment = self.fake_systemctl(ActiveState="inactive", User="no-such-user")
-        self.expect(NO_DAEMON, "?", TTY, "the user for the service is not there yet",
+        self.expect(NO_DAEMON, "?", TTY, "the user of the service does not exist yet",
                     environment=environment)
 
     def test_a_user_without_permission(self):
@@ -245,10 +245,10 @@ class NoDaemonTest(DoctorTestCase):
     def test_a_foreign_server_on_a_port(self):
         with socket.create_server(("127.0.0.1", PORTS[0])):
             self.expect(NO_DAEMON, "wrong", f"port {PORTS[0]}",
-                        f"(process {os.getpid()}) has it: has not answered within 0.2 s",
+                        f"(process {os.getpid()}) holds the port: did not answer within 0.2 s",
                         "--timeout", "0.2")
             self.assertRegex(self.output_as_nobody(), rf"port {PORTS[0]} +a program of user root "
-                                                      "has it: ")
+                                                      "holds the port: ")
 
     def test_a_foreign_server_that_answers(self):
         with self.foreign_server(GetVersion=lambda: "1.0 (other)"):
@@ -259,7 +259,7 @@ class NoDaemonTest(DoctorTestCase):
             longest = max(len(each["finding"]) for each in self.findings(BAD_ANSWER))
             self.assertEqual(longest, 1000)
         with self.foreign_server(GetVersion=lambda: 5):
-            self.expect(NO_DAEMON, "wrong", f"port {PORTS[0]}", "GetVersion: the answer has an")
+            self.expect(NO_DAEMON, "wrong", f"port {PORTS[0]}", "GetVersion: the reply has an")
 
     def test_a_gripper_that_fails_while_it_is_asked(self):
         with self.foreign_server(GetVersion=lambda: "2.2.4 (other)", GetGrippers=lambda: [HVA]):
@@ -282,7 +282,7 @@ class NoDaemonTest(DoctorTestCase):
     def test_a_foreign_connection_on_a_port(self):
         with self.foreign_connection():
             self.expect(NO_DAEMON, "wrong", f"port {PORTS[1]}",
-                        f"(process {os.getpid()}) has it for a connection of its own")
+                        f"(process {os.getpid()}) holds the port for a connection of its own")
 
     @contextlib.contextmanager
     def foreign_connection(self):
@@ -311,26 +311,26 @@ class NoDaemonTest(DoctorTestCase):
                                 cwd=pathlib.Path(__file__).resolve().parents[2], env=ctl.CLEAN,
                                 capture_output=True, text=True)
         self.assertEqual(result.returncode, NO_DAEMON, result)
-        self.assertIn(f"port {PORTS[0]}  held by a connection that has ended", result.stdout)
+        self.assertIn(f"port {PORTS[0]}  held by a closed connection", result.stdout)
 
-    def test_each_value_that_makes_a_master(self):
+    def test_each_value_that_identifies_a_master(self):
         for name, word, value in (("idVendor", "vendor", "0484"),
                                   ("idProduct", "product id", "5741"),
                                   ("manufacturer", "manufacturer", "zentrova"),
                                   ("product", "product", "PELLIX 2")):
             with self.subTest(name=name), self.attribute(name, value):
-                self.expect(NO_DAEMON, "?", TTY, f'no master: {word} is "{value}", not "')
+                self.expect(NO_DAEMON, "?", TTY, f'not a master: {word} is "{value}", not "')
                 self.expect(NO_DAEMON, "wrong", "masters", "no master is attached")
 
     def test_values_that_are_missing(self):
         with self.attribute("manufacturer", None), self.attribute("product", None):
             self.expect(NO_DAEMON, "?", TTY,
-                        'no master: manufacturer is missing, not "Zentrova"; '
+                        'not a master: manufacturer is missing, not "Zentrova"; '
                         'product is missing, not "PELLIX" or "MARROK-7"')
 
     @contextlib.contextmanager
     def attribute(self, name, value):
-        """An attribute of the USB device with another value, or without any."""
+        """Gives an attribute of the USB device another value, or removes it."""
         path = self.usb_device() / name
         text = path.read_text()
         path.unlink()
@@ -350,11 +350,11 @@ class NoDaemonTest(DoctorTestCase):
         target = os.readlink(node)
         node.unlink()
         try:
-            self.expect(NO_DAEMON, "wrong", TTY, "the node cannot be reached")
+            self.expect(NO_DAEMON, "wrong", TTY, "the node is not accessible")
         finally:
             node.symlink_to(target)
 
-    def test_texts_of_a_device_do_not_steer_the_terminal(self):
+    def test_device_texts_do_not_control_the_terminal(self):
         environment = self.fake_systemctl(ActiveState="inactive", User="root")
         for name in ("manufacturer", "product", "serial"):
             with self.subTest(name=name), self.attribute(name, "a\x1b[2J"):
@@ -362,14 +362,14 @@ class NoDaemonTest(DoctorTestCase):
                 self.assertIn("a?[2J", result.stdout)
                 self.assertNotIn("\x1b", result.stdout)
 
-    def test_texts_of_a_device_do_not_fill_the_screen(self):
+    def test_device_texts_do_not_fill_the_screen(self):
         long = "p" * 126  # USB has no longer ones
         with self.attribute("manufacturer", long), self.attribute("product", long):
             self.expect_a_screen(self.run_doctor().stdout)
 
     @contextlib.contextmanager
     def program(self, name):
-        """A process of this name that does nothing; its process id."""
+        """Runs an idle process of this name; yields its process id."""
         with tempfile.TemporaryDirectory() as folder:
             program = shutil.copy("/bin/sleep", os.path.join(folder, name))
             with subprocess.Popen([program, "infinity"]) as process:
@@ -378,22 +378,22 @@ class NoDaemonTest(DoctorTestCase):
                 finally:
                     process.kill()
 
-    def test_a_modem_manager_that_is_not_kept_off(self):
+    def test_a_modem_manager_that_is_not_told_to_ignore_the_master(self):
         with self.program("ModemManager") as pid:
             self.expect(NO_DAEMON, "wrong", "modems",
                         f"ModemManager (process {pid}) may talk to {TTY}")
 
     def test_a_modem_manager_and_no_master(self):
         with self.attribute("product", "PELLIX 2"), self.program("ModemManager"):
-            self.expect(NO_DAEMON, "?", "modems", " runs; with a master, ")
+            self.expect(NO_DAEMON, "?", "modems", " is running; attach a master")
 
-    def test_a_modem_manager_that_is_kept_off(self):
+    def test_a_modem_manager_that_ignores_the_master(self):
         uevent = next(self.usb_device().glob("**/ttyACM0/uevent"))
         text = uevent.read_text()
         uevent.write_text(text + "ID_MM_DEVICE_IGNORE=1\n")
         try:
             with self.program("ModemManager"):
-                self.expect(NO_DAEMON, "ok", "modems", "keeps off the masters")
+                self.expect(NO_DAEMON, "ok", "modems", "ignores the masters")
         finally:
             uevent.write_text(text)
 
@@ -401,8 +401,8 @@ class NoDaemonTest(DoctorTestCase):
         hide = ("unshare", "-m", "sh", "-c",
                 'mount -t proc -o hidepid=2 proc /proc && exec "$@"', "sh")
         output = self.output_as_nobody(*hide)
-        for what in ("service +whether TavrikDaemon runs, only root can see",
-                     "modems +whether a ModemManager runs, only root can see",
+        for what in ("service +only root can see whether TavrikDaemon runs",
+                     "modems +only root can see whether ModemManager runs",
                      f"{TTY} +master, root:root 0600; only root can see who has it open"):
             self.assertRegex(output, rf"(?m)^\? +{what}")
 
@@ -447,7 +447,7 @@ class OneGripperTest(DoctorTestCase):
         self.cell.close_clients()
 
     def replug(self):
-        """Plugs the master in again and waits until its gripper is as at the start."""
+        """Replugs the master and waits until its gripper is in its initial state."""
         mark = self.cell.log.mark()
         if self.cell.show(0)["plugged"]:
             self.cell.command("unplug 0")
@@ -457,7 +457,7 @@ class OneGripperTest(DoctorTestCase):
         self.await_process_data()
 
     @unittest.skipUnless(own_network.is_own(), "this host may reserve no ports")
-    def test_all_is_well(self):
+    def test_everything_is_ok(self):
         findings = self.findings(DONE)
         self.assertEqual({finding["mark"] for finding in findings}, {"ok"}, findings)
         self.assertEqual([finding["what"] for finding in findings],
@@ -476,7 +476,7 @@ class OneGripperTest(DoctorTestCase):
         self.assertNotIn("\x1b", result.stdout)
         self.assertIn("answers: state 1, position 10.00, model HVA by name", result.stdout)
 
-    def test_on_a_terminal_what_is_wrong_is_red(self):
+    def test_wrong_findings_are_red_on_a_terminal(self):
         with self.condition("mute 0 on", "mute 0 off"):
             self.assertIn("\x1b[31mwrong", self.output_on_terminal())
             self.assertNotIn("\x1b", self.output_on_terminal(NO_COLOR="1"))
@@ -503,7 +503,7 @@ class OneGripperTest(DoctorTestCase):
 
     def test_what_an_ordinary_user_sees_of_a_cell_from_outside(self):
         output = self.output_as_nobody(world={})
-        self.assertRegex(output, r"(?m)^\? +masters +none is attached as far as udev knows; some are")
+        self.assertRegex(output, r"(?m)^\? +masters +none is attached according to udev, but ")
         self.assertIn("A gripper answers.", output)
 
     def test_a_silent_master(self):
@@ -511,19 +511,19 @@ class OneGripperTest(DoctorTestCase):
             self.expect(NO_ANSWER, "wrong", HVA, "its master does not answer")
 
     def test_a_tty_that_has_hung_up(self):
-        """What it cannot ask a master, the daemon answers at once, with what it has."""
+        """Without a tty the daemon answers at once, from old data."""
         self.addCleanup(self.replug)
         self.addCleanup(self.cell.command, "plug 0")
         mark = self.cell.log.mark()
         self.cell.command("hangup 0")
         self.cell.log.wait_for("SerialConnection: Closed device", since=mark)
-        self.expect(NO_ANSWER, "wrong", HVA, "is old: no tty is open")
-        self.expect(NO_ANSWER, "wrong", "masters", "what is known of a gripper is old")
+        self.expect(NO_ANSWER, "wrong", HVA, "are stale: no tty is open")
+        self.expect(NO_ANSWER, "wrong", "masters", "the data of a gripper are stale")
 
     def test_a_gripper_without_process_data(self):
         self.cell.command("mode 0 2")
         wait_until(lambda: self.cell.call_apart("GetPDINExcerpt", HVA) == 0)
-        self.expect(NO_PROCESS_DATA, "?", HVA, "or there are no process data")
+        self.expect(NO_PROCESS_DATA, "?", HVA, "or has no process data")
         self.cell.command("mode 0 4")
         self.await_process_data()
 
@@ -533,7 +533,7 @@ class OneGripperTest(DoctorTestCase):
         self.expect(NO_GRIPPER, "wrong", "masters", "0 grippers listed: a device string is empty")
         self.expect(NO_GRIPPER, "wrong", "grippers", "TavrikDaemon lists none")
         self.assertRegex(self.output_as_nobody(),
-                         r"(?m)^\? +masters +1 attached, 0 grippers listed; which are open")
+                         r"(?m)^\? +masters +1 attached, 0 grippers listed; only root can see which ")
         self.replug()
 
     def test_a_master_that_did_not_answer_when_it_was_found(self):
@@ -544,7 +544,7 @@ class OneGripperTest(DoctorTestCase):
             self.cell.command("plug 0")
             self.cell.log.wait_for("Failed to add device", since=mark)
             self.expect(NO_GRIPPER, "wrong", TTY, "TavrikDaemon has not opened it")
-            self.expect(NO_GRIPPER, "wrong", TTY, "by the log: Failed to initialize new device: 5",
+            self.expect(NO_GRIPPER, "wrong", TTY, "log: Failed to initialize new device: 5",
                         environment=self.fake_journal())
         self.replug()
 
@@ -606,24 +606,25 @@ class OneGripperTest(DoctorTestCase):
                 clients.enter_context(socket.create_connection(("127.0.0.1", PORTS[0])))
             findings = self.findings(DONE, "--timeout", str(0.5 * SLOWNESS))
         self.assertEqual([finding["mark"] for finding in findings[1:3]], ["wrong", "ok"], findings)
-        self.assertRegex(findings[1]["finding"], "^TavrikDaemon .* has it: has not answered within")
+        self.assertRegex(findings[1]["finding"],
+                         "^TavrikDaemon .* holds the port: did not answer within")
         self.assertIn("close idle clients", findings[1]["remedy"])
 
-    def test_what_systemd_says_of_a_daemon_that_runs(self):
+    def test_systemd_state_of_a_running_daemon(self):
         groups = pathlib.Path(f"/proc/{self.cell.daemon_pid()}/cgroup").read_text()
         ours = groups.splitlines()[0].split(":", 2)[2]
         for state, group, mark, text in (
-                ("active", ours, "ok", ", by systemd"),
-                ("active", f"{ours}/other", "warn", "not by the service, which is active"),
-                ("inactive", "", "warn", "not by the service, which is inactive"),
+                ("active", ours, "ok", ", under systemd"),
+                ("active", f"{ours}/other", "warn", "not started by the service, which is active"),
+                ("inactive", "", "warn", "not started by the service, which is inactive"),
                 ("deactivating", ours, "wrong", "is being stopped"),
                 ("failed", ours, "wrong", "is being stopped")):
             with self.subTest(state=state, group=group):
                 self.expect(DONE, mark, "service", text,
                             environment=self.fake_systemctl(ActiveState=state, ControlGroup=group))
 
-    def test_id_and_mode_of_a_master_by_the_log(self):
-        self.expect(DONE, "ok", TTY, 'by the log: ID "PELLIX", mode 4, operate',
+    def test_id_and_mode_of_a_master_from_the_log(self):
+        self.expect(DONE, "ok", TTY, 'log: ID "PELLIX", mode 4, operate',
                     environment=self.fake_journal())
         for mode, word in ((2, "startup"), (5, "fallback"), (7, "power fault")):
             with self.subTest(mode=mode):
@@ -632,7 +633,7 @@ class OneGripperTest(DoctorTestCase):
                 self.cell.log.wait_for(f"Setting device mode to {mode}$", since=mark)
                 findings = self.findings_by_log()
                 self.assertIn({"mark": "wrong", "what": TTY,
-                               "finding": f'by the log: ID "PELLIX", mode {mode}, {word}'}, findings)
+                               "finding": f'log: ID "PELLIX", mode {mode}, {word}'}, findings)
         self.replug()
 
     def findings_by_log(self):
@@ -642,7 +643,7 @@ class OneGripperTest(DoctorTestCase):
 
     def test_a_log_that_cannot_be_read(self):
         with self.condition("mute 0 on", "mute 0 off"):
-            self.expect(NO_ANSWER, "?", "log", "the journal shows nothing")
+            self.expect(NO_ANSWER, "?", "log", "the journal does not have")
 
     def test_no_machine(self):
         for host in ("192.0.2.1", "no-such-machine.invalid"):  # one for documentation, and none
@@ -683,10 +684,11 @@ class OneGripperTest(DoctorTestCase):
         for text in texts.values():
             self.assertNotIn("UMOCKDEV_DIR", text)
 
-    def test_a_person_is_told_what_the_bundle_has(self):
+    def test_the_bundle_is_announced(self):
         with tempfile.TemporaryDirectory() as folder:
             path = os.path.join(folder, "bundle.tar.gz")
-            self.assertIn(f"{path} has this and more", self.run_doctor("--bundle", path).stdout)
+            self.assertIn(f"{path} contains this report and more",
+                          self.run_doctor("--bundle", path).stdout)
 
     def test_the_bundle_of_another_machine_has_nothing_of_this_one(self):
         with tempfile.TemporaryDirectory() as folder:
@@ -702,7 +704,7 @@ class OneGripperTest(DoctorTestCase):
                 result = self.run_doctor("--bundle", path)
                 self.assertEqual(result.returncode, FAILED)
                 self.assertRegex(result.stderr,
-                                 rf"\Atavrikctl: {path} cannot be written: [^\n]+\n\Z")
+                                 rf"\Atavrikctl: failed to write {path}: [^\n]+\n\Z")
 
 
 class OtherUserTest(DoctorTestCase):
@@ -724,7 +726,7 @@ class OtherUserTest(DoctorTestCase):
         self.assertRegex(output, rf"(?m)^\? +{TTY} +master, root:root 0600; only root can see who has it open$")
         self.expect_a_screen(output)
 
-    def test_the_user_is_told(self):
+    def test_the_user_is_shown(self):
         self.expect(NO_GRIPPER, "ok", "service", ", user nobody")
 
 
@@ -737,7 +739,7 @@ class AnotherModelTest(DoctorTestCase):
 
 
 class OddMastersTest(DoctorTestCase):
-    """Masters whose ID or names are not as they should be."""
+    """Masters with unexpected IDs or names."""
 
     options = ("--gripper", "HVA,id=PELLOX", "--gripper", "HVA,serial=1\\x1b[2J",
                "--gripper", "HVA,serial=1\\x1b[2J")
@@ -751,11 +753,12 @@ class OddMastersTest(DoctorTestCase):
     def test_odd_masters(self):
         journal = self.fake_journal()
         self.expect(DONE, "wrong", "masters", "3 attached, 3 opened, 2 grippers listed: ")
-        self.expect(DONE, "wrong", TTY, 'by the log: ID "PELLOX", not "PELLIX" or "MARROK-7"',
+        self.expect(DONE, "wrong", TTY, 'log: ID "PELLOX", not "PELLIX" or "MARROK-7"',
                     environment=journal)
-        self.expect(DONE, "ok", "/dev/ttyACM2", 'by the log: ID "PELLIX", mode 4, operate',
+        self.expect(DONE, "ok", "/dev/ttyACM2", 'log: ID "PELLIX", mode 4, operate',
                     environment=journal)
-        self.expect(DONE, "wrong", "HVA SN:1?[2J", "two have this name: calls reach the first")
+        self.expect(DONE, "wrong", "HVA SN:1?[2J",
+                    "two grippers have this name: calls reach the first")
 
 
 if __name__ == "__main__":

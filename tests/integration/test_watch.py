@@ -45,7 +45,7 @@ class Watch:
             env={**ctl.CLEAN, "TERM": "xterm-256color", **(environment or {})})
 
     def prepare(self):
-        """Makes the terminal that of the calling process: only then is it told of a new size."""
+        """Makes it the controlling terminal of this process: only then it gets SIGWINCH."""
         fcntl.ioctl(self.slave, termios.TIOCSCTTY, 0)
         self.before()
 
@@ -69,7 +69,7 @@ class Watch:
         self.screen.resize(rows, columns)
 
     def lines(self):
-        """What the screen shows now, without blanks at the right."""
+        """The lines of the screen, without trailing blanks."""
         while select.select([self.master], [], [], 0)[0]:
             data = os.read(self.master, 65536)
             self.output += data
@@ -100,7 +100,7 @@ class Watch:
         os.write(self.master, keys)
 
     def wait_for_end(self):
-        """Waits until it has left; returns its exit status and standard error."""
+        """Waits until it has ended; returns its exit status and standard error."""
         wait_until(lambda: self.lines() and self.process.poll() is not None)
         self.lines()
         return self.process.returncode, self.process.stderr.read()
@@ -143,17 +143,17 @@ class ScreenTest(CtlTestCase):
             "   0.00 |",
             "         -30 s                                           now",
             "",
-            "q leaves"])
+            "q: quit"])
         self.assertTrue(lines[8].endswith("*"))
 
-    def test_it_looks_twenty_times_a_second(self):
+    def test_it_samples_twenty_times_a_second(self):
         watch = self.watch("--passive")
         rate = re.compile(r"(\d+) calls/s")
         watch.wait_for(rate)
         start = time.monotonic()
 
         def is_twenty():
-            """The rate is that of the last second, and grows until there has been one."""
+            """The rate covers the last second, so it grows at first."""
             shown = rate.search(watch.lines()[2])
             if not shown or time.monotonic() - start < 1.1:
                 return False
@@ -177,14 +177,14 @@ class ScreenTest(CtlTestCase):
         self.ctl("release")
         watch.wait_for(r"position +28\.00   state +4")
 
-    def test_flags_are_red_unless_colours_are_refused(self):
+    def test_flags_are_red_unless_colours_are_disabled(self):
         with self.condition("fault 0 temp-warn on", "fault 0 temp-warn off"):
             for environment, colour in (({}, "red"), ({"NO_COLOR": "1"}, "default")):
                 watch = self.watch(environment=environment)
                 watch.wait_for("^flags     temperature warning$")
                 self.assertEqual(watch.colour_of("temperature warning"), colour)
 
-    def test_frozen_values_are_told_as_long_as_they_are(self):
+    def test_frozen_values_are_marked_while_frozen(self):
         watch = self.watch()
         watch.wait_for("^values    fresh$")
         with self.condition("silent 0 on", "silent 0 off"):
@@ -208,7 +208,7 @@ class ScreenTest(CtlTestCase):
         watch = self.watch()
         watch.wait_for("^values    fresh$")
         with self.condition("unplug 0", "plug 0"):
-            lines = watch.wait_for("^values    .*the daemon does not know it any more$")
+            lines = watch.wait_for("^values    .*no longer known to the daemon$")
             self.assertRegex(lines[2], "position +-   state +-")
             self.assertEqual(lines[3], "flags     -")
         watch.wait_for("^values    fresh$")
@@ -217,20 +217,20 @@ class ScreenTest(CtlTestCase):
 
     def test_without_process_data_the_log_is_not_flooded(self):
         watch = self.watch("--passive")
-        watch.wait_for("^values    perhaps old: the master was not asked$")
+        watch.wait_for("^values    possibly old: the master was not polled$")
         mark = self.cell.log.mark()
         with self.condition("mode 0 2", "mode 0 4"):
-            watch.wait_for("^values    all zero: perhaps no process data$")
+            watch.wait_for("^values    all zero: possibly no process data$")
             start = time.monotonic()
             self.cell.log.wait_for("PDIN length mismatch: 0", since=mark, count=3)
             self.assertGreater(time.monotonic() - start, 0.9)
-        watch.wait_for("^values    perhaps old: the master was not asked$")
+        watch.wait_for("^values    possibly old: the master was not polled$")
 
-    def test_q_escape_and_control_c_leave_the_terminal_as_it_was(self):
+    def test_q_escape_and_control_c_restore_the_terminal(self):
         for key in (b"q", b"Q", b"\x1b", b"\x03"):
             with self.subTest(key=key):
                 watch = self.watch()
-                watch.wait_for("^q leaves$")
+                watch.wait_for("^q: quit$")
                 self.assertNotEqual(termios.tcgetattr(watch.slave), watch.settings)
                 watch.press(b"x")
                 watch.press(key)
@@ -244,9 +244,9 @@ class ScreenTest(CtlTestCase):
         watch = self.watch(command=["bash", "-c", "exec bash --norc -i 2>&1"])
         watch.wait_for(r"[$#]$")
         watch.press(" ".join(ctl.arguments_of("watch")).encode() + b"\n")
-        watch.wait_for("^q leaves$")
+        watch.wait_for("^q: quit$")
         self.expect_output(watch, b"\x1a", b"\x1b[?1049l", b"Stopped")
-        self.expect_output(watch, b"fg\n", b"\x1b[?1049h", b"q leaves")
+        self.expect_output(watch, b"fg\n", b"\x1b[?1049h", b"q: quit")
         self.expect_output(watch, b"q", b"\x1b[?1049l")
 
     def expect_output(self, watch, keys, *parts):
@@ -255,11 +255,11 @@ class ScreenTest(CtlTestCase):
         watch.press(keys)
         wait_until(lambda: watch.lines() and all(part in watch.output[mark:] for part in parts))
 
-    def test_a_signal_that_ends_it_leaves_the_terminal_as_it_was(self):
+    def test_a_terminating_signal_restores_the_terminal(self):
         for number in (signal.SIGHUP, signal.SIGINT, signal.SIGQUIT, signal.SIGTERM):
             with self.subTest(number=number):
                 watch = self.watch()
-                watch.wait_for("^q leaves$")
+                watch.wait_for("^q: quit$")
                 watch.process.send_signal(number)
                 self.assertEqual(watch.wait_for_end(), (-number, ""))
                 self.assertEqual(termios.tcgetattr(watch.slave), watch.settings)
@@ -267,15 +267,15 @@ class ScreenTest(CtlTestCase):
     def test_it_ends_when_the_terminal_has_gone(self):
         """Also where the signal for that is ignored."""
         watch = self.watch(before=lambda: signal.signal(signal.SIGHUP, signal.SIG_IGN))
-        watch.wait_for("^q leaves$")
+        watch.wait_for("^q: quit$")
         watch.hang_up()
         self.assertEqual(watch.process.wait(60 * SLOWNESS), 0)
 
     def test_the_screen_follows_the_size_of_the_terminal(self):
         watch = self.watch()
-        wait_until(lambda: watch.lines()[22] == "q leaves")
+        wait_until(lambda: watch.lines()[22] == "q: quit")
         watch.set_size(16, 50)
-        wait_until(lambda: watch.lines()[15] == "q leaves")
+        wait_until(lambda: watch.lines()[15] == "q: quit")
         self.assertEqual(watch.lines()[0], "HVA SN:100001                      127.0.0.1:44221")
         watch.set_size(5, 20)
         wait_until(lambda: watch.lines()[4] == "values    fresh")
@@ -284,7 +284,7 @@ class ScreenTest(CtlTestCase):
         for number in range(200):
             watch.set_size(1 + number % 50, 1 + number % 150)
         watch.set_size(24, 80)
-        wait_until(lambda: watch.lines()[22] == "q leaves")
+        wait_until(lambda: watch.lines()[22] == "q: quit")
 
     def test_passive_sends_nothing(self):
         watch = self.watch("--passive")
@@ -292,10 +292,11 @@ class ScreenTest(CtlTestCase):
         watch.wait_for(r"2\d calls/s")
         self.assertEqual(self.cell.show(0)["requestCount"], before)
 
-    def test_an_unknown_terminal_is_told_in_one_line(self):
+    def test_an_unknown_terminal_is_reported_in_one_line(self):
         watch = self.watch(environment={"TERM": "no-such-terminal"})
         self.assertEqual(watch.wait_for_end(),
-                         (FAILED, "tavrikctl: this type of terminal is not known (TERM)\n"))
+                         (FAILED, "tavrikctl: unknown terminal type 'no-such-terminal': "
+                          "set TERM to a known one\n"))
 
     def test_it_ends_when_the_terminal_of_its_output_has_gone(self):
         master, slave = pty.openpty()
@@ -305,23 +306,23 @@ class ScreenTest(CtlTestCase):
         os.close(master)
         self.assertEqual(watch.process.wait(60 * SLOWNESS), 0)
 
-    def test_a_gripper_has_to_be_there_at_the_start(self):
-        self.expect_failure(NO_GRIPPER, "no gripper is called 'nobody'", "watch", "nobody")
+    def test_a_gripper_must_exist_at_the_start(self):
+        self.expect_failure(NO_GRIPPER, "no gripper matches 'nobody'", "watch", "nobody")
 
 
 class TroubleTest(CtlTestCase):
-    """Servers that are no daemon; the one of the cell goes on."""
+    """Servers that are not a daemon; the daemon of the cell keeps running."""
 
     options = ()
     GRIPPER = xml_answer("<array><data><value>HVA</value></data></array>")
 
-    def test_a_daemon_that_goes_may_be_waited_for(self):
+    def test_a_daemon_may_come_back(self):
         with http_server(200, self.GRIPPER) as port:
             watch = Watch("--port", port)
             with watch:
-                watch.wait_for("^values    GetPDINExcerpt: the answer has an unexpected type$")
+                watch.wait_for("^values    GetPDINExcerpt: the reply has an unexpected type$")
 
-    def test_q_leaves_while_the_daemon_does_not_answer(self):
+    def test_q_quits_while_the_daemon_does_not_answer(self):
         with http_server(200, self.GRIPPER, answers=1) as port:
             with Watch("--port", port, "--timeout", 600) as watch:
                 watch.wait_for("^waiting for the daemon$")
@@ -330,7 +331,7 @@ class TroubleTest(CtlTestCase):
                 self.assertEqual(watch.wait_for_end(), (0, ""))
                 self.assertLess(time.monotonic() - start, 3 * SLOWNESS)
 
-    def test_a_daemon_has_to_be_there_at_the_start(self):
+    def test_a_daemon_must_answer_at_the_start(self):
         self.expect_failure(NO_DAEMON, "cannot be reached", "watch", "--port", 1)
 
 
@@ -338,7 +339,7 @@ class RowsTest(CtlTestCase):
     options = ("--gripper", "HVA")
 
     def rows(self, *arguments):
-        """The output of a watch without terminal, which goes on."""
+        """The output of a watch without a terminal, which keeps running."""
         process = ctl.Running("watch", *arguments)
         self.addCleanup(process.__exit__)
         return process.output
@@ -381,7 +382,7 @@ class RowsTest(CtlTestCase):
                 watch.wait_for(r"^\d\d:\d\d:\d\d\.\d{3}      1     10\.00  fresh   none$")
                 self.assertNotIn(b"\x1b", watch.output)
 
-    def test_csv_can_be_had_on_a_terminal_too(self):
+    def test_csv_works_on_a_terminal_too(self):
         with Watch("--csv") as watch:
             watch.wait_for("^time,state,position,")
             watch.wait_for(r",1,10\.00,0,0,0,0,fresh$")
@@ -393,7 +394,7 @@ class RowsTest(CtlTestCase):
             mark = rows.mark()
         rows.wait_for(r",1,10\.00,0,0,0,0,fresh$", since=mark)
 
-    def test_already_the_first_row_of_a_silent_master_is_not_fresh(self):
+    def test_the_first_row_of_a_silent_master_is_not_fresh(self):
         with self.condition("silent 0 on", "silent 0 off"):
             for options in ((), ("--timeout", "0.5")):
                 with self.subTest(options=options):
@@ -405,7 +406,7 @@ class RowsTest(CtlTestCase):
     def test_without_asking_values_are_not_called_fresh(self):
         self.rows("--csv", "--passive").wait_for(r",1,10\.00,0,0,0,0,unasked$")
 
-    def test_rows_that_are_held_up_have_the_time_at_which_they_were_seen(self):
+    def test_delayed_rows_have_the_time_of_their_observation(self):
         reader, writer = os.pipe()
         with open(reader, "rb", buffering=0) as rows, open(writer, "wb", buffering=0) as full:
             os.set_blocking(writer, False)
@@ -424,7 +425,7 @@ class RowsTest(CtlTestCase):
         for row in text.splitlines()[:2]:
             self.assertLess(json.loads(row)["time"], now)
 
-    def test_a_reader_that_goes_ends_it(self):
+    def test_a_closed_reader_ends_it(self):
         watch = " ".join(ctl.arguments_of("watch"))
         result = subprocess.run(["bash", "-c", f"{watch} | head -n 2; exit ${{PIPESTATUS[0]}}"],
                                 env=ctl.CLEAN, capture_output=True, text=True,

@@ -23,7 +23,7 @@ def run(*arguments, environment=None, **options):
 
 
 def shell(command, environment=None, **options):
-    """What a shell shows when a command with tavrikctl is typed, errors too."""
+    """The output and errors of a shell command that uses tavrikctl."""
     return subprocess.run(["bash", "-c", f'tavrikctl() {{ "$TAVRIK_CTL" "$@"; }}; {command}'],
                           env={**CLEAN, **(environment or {})}, stdin=subprocess.DEVNULL,
                           stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
@@ -35,7 +35,7 @@ STEP = re.compile(r"^\$ (.*)\n((?:(?!\$ ).*\n)*)", re.MULTILINE)
 
 
 def session(text):
-    """What a page does, in its order: commands with what they show, and with None the simulator's."""
+    """The steps of a page: commands with their output, or with None for the simulator's."""
     for language, block in BLOCK.findall(text):
         if language == "pellix-sim":
             yield from ((command, None) for command in block.splitlines())
@@ -44,7 +44,7 @@ def session(text):
 
 
 class Running:
-    """tavrikctl while it runs; its output is read all the time."""
+    """A running tavrikctl whose output is read continuously."""
 
     def __init__(self, *arguments):
         self.process = subprocess.Popen(arguments_of(*arguments), env=CLEAN,
@@ -61,7 +61,7 @@ class Running:
         self.wait_for_end()
 
     def wait_for_end(self):
-        """Waits until it has ended by itself; returns its exit status."""
+        """Waits until it ends by itself; returns its exit status."""
         status = self.process.wait(60 * SLOWNESS)
         for output in (self.output, self.errors):
             output.reader.join()

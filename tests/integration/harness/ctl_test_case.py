@@ -1,4 +1,4 @@
-"""Base of the tests of tavrikctl, and servers that are no daemon."""
+"""Base of the tests of tavrikctl, and fake servers."""
 
 import contextlib
 import http.server
@@ -62,7 +62,7 @@ class CtlTestCase(CellTestCase):
         return shown["requests"][-count:] if count else []
 
     def wait_for_process_data(self, number, device):
-        """Waits until the daemon has what the master of `device` streams now."""
+        """Waits until the daemon has the latest process data of `device`."""
         def is_there():
             pdin = self.cell.show(number)["pdin"]
             return (self.call("GetPDINExcerpt", device) ==
@@ -71,7 +71,7 @@ class CtlTestCase(CellTestCase):
 
 
 class HttpServer(http.server.BaseHTTPRequestHandler):
-    """Answers calls with what the server object says, and no more of them than it says."""
+    """Answers calls as the server object says, up to its limit."""
 
     def do_POST(self):
         call = self.rfile.read(int(self.headers["Content-Length"]))
@@ -93,7 +93,7 @@ class HttpServer(http.server.BaseHTTPRequestHandler):
 
 @contextlib.contextmanager
 def http_server(status, body, answers=-1):
-    """A server that gives this answer, always or so many times, and none afterwards.
+    """A server that gives this answer, always or a limited number of times.
 
     `body` may also be a dictionary: the value that each method answers.
     """

@@ -12,7 +12,7 @@ SilenceDetector::TimePoint At(int seconds) {
     return SilenceDetector::TimePoint(std::chrono::seconds(seconds));
 }
 
-TEST(SilenceDetectorTest, WhileTheMasterAnswersNothingIsFrozen) {
+TEST(SilenceDetectorTest, NothingIsFrozenWhileTheMasterAnswers) {
     SilenceDetector detector;
     detector.AddData(kSome, At(1));
     EXPECT_FALSE(detector.IsFrozen());
@@ -21,7 +21,7 @@ TEST(SilenceDetectorTest, WhileTheMasterAnswersNothingIsFrozen) {
     EXPECT_EQ(detector.SilentSince(), std::nullopt);
 }
 
-TEST(SilenceDetectorTest, SilenceBeginsWithTheFirstProbeWithoutAnswer) {
+TEST(SilenceDetectorTest, SilenceStartsWithTheFirstProbeWithoutAnswer) {
     SilenceDetector detector;
     detector.AddData(kSome, At(1));
     detector.AddProbe(false, At(2));
@@ -34,14 +34,14 @@ TEST(SilenceDetectorTest, SilenceBeginsWithTheFirstProbeWithoutAnswer) {
     EXPECT_EQ(detector.SilentSince(), At(7));
 }
 
-TEST(SilenceDetectorTest, TheFirstDataAreNoChange) {
+TEST(SilenceDetectorTest, TheFirstDataIsNotAChange) {
     SilenceDetector detector;
     detector.AddProbe(false, At(1));
     detector.AddData(kSome, At(2));
     EXPECT_TRUE(detector.IsFrozen());
 }
 
-TEST(SilenceDetectorTest, DataThatChangeAreNotFrozen) {
+TEST(SilenceDetectorTest, ChangingDataIsNotFrozen) {
     SilenceDetector detector;
     detector.AddData(kSome, At(1));
     detector.AddProbe(false, At(2));

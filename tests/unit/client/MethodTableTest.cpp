@@ -9,7 +9,7 @@
 namespace tavrik {
 namespace {
 
-TEST(MethodTableTest, EveryMethodIsThereOnce) {
+TEST(MethodTableTest, EveryMethodIsListedOnce) {
     std::set<std::string_view> names;
     std::size_t own = 0;
     for (const Method& method : Methods()) {
@@ -20,12 +20,12 @@ TEST(MethodTableTest, EveryMethodIsThereOnce) {
     EXPECT_EQ(own, 40U);
 }
 
-TEST(MethodTableTest, NamesAreTakenLiterally) {
+TEST(MethodTableTest, NamesAreCaseSensitive) {
     EXPECT_EQ(FindMethod("grip"), nullptr);
     EXPECT_EQ(FindMethod(""), nullptr);
 }
 
-TEST(MethodTableTest, ACallIsToldInWords) {
+TEST(MethodTableTest, UsageNamesTheParameters) {
     EXPECT_EQ(Usage(*FindMethod("SetReleaseLimit")), "SetReleaseLimit GRIPPER INTEGER NUMBER");
     EXPECT_EQ(Usage(*FindMethod("Holdfast")), "Holdfast GRIPPER on|off");
     EXPECT_EQ(Usage(*FindMethod("GetVersion")), "GetVersion");
@@ -50,7 +50,7 @@ TEST(MethodTableTest, AnArrayIsJson) {
     EXPECT_FAILURE(ParseArgument('a', "7"), Usage, "'7' is not a JSON array");
     EXPECT_FAILURE(ParseArgument('a', "[7"), Usage, "'[7' is not a JSON array");
     EXPECT_FAILURE(ParseArgument('a', "[3000000000]"), Usage,
-                   "'[3000000000]' has an integer of more than 32 bits");
+                   "invalid argument '[3000000000]': an integer exceeds 32 bits");
 }
 
 }  // namespace

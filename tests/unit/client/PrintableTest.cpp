@@ -8,7 +8,7 @@ namespace {
 constexpr const char* kUmlaut = "\xc3\xa4";
 constexpr const char* kWide = "\xe4\xb8\xad";  // U+4E2D, two columns
 
-TEST(PrintableTest, OrdinaryTextStays) {
+TEST(PrintableTest, OrdinaryTextIsUnchanged) {
     for (const char* const text : {"HVA SN:1 ~", kUmlaut, kWide, "\xc2\xa0"}) {
         EXPECT_EQ(Printable(text), text);
     }
@@ -22,11 +22,11 @@ TEST(PrintableTest, ControlCharactersBecomeQuestionMarks) {
               "?2J");
 }
 
-TEST(PrintableTest, CharactersThatAreNotSeenBecomeQuestionMarks) {
+TEST(PrintableTest, InvisibleCharactersBecomeQuestionMarks) {
     EXPECT_EQ(Printable("a\xe2\x80\x8b z"), "a? z");  // U+200B, like those that turn a line around
 }
 
-TEST(PrintableTest, WhatIsNoUtf8BecomesQuestionMarks) {
+TEST(PrintableTest, InvalidUtf8BecomesQuestionMarks) {
     EXPECT_EQ(Printable("a\xff z\xc2"), "a? z?");
 }
 
@@ -58,11 +58,11 @@ TEST(TextWrapTest, ALongWordIsCut) {
     EXPECT_EQ(Wrap("abcde", 2), (Lines{"ab", "cd", "e"}));
 }
 
-TEST(TextWrapTest, CharactersStayWhole) {
+TEST(TextWrapTest, CharactersAreNotSplit) {
     EXPECT_EQ(Wrap("\xc3\xa4\xc3\xb6\xe2\x82\xac", 2), (Lines{"\xc3\xa4\xc3\xb6", "\xe2\x82\xac"}));
 }
 
-TEST(TextWrapTest, NoTextIsOneLine) {
+TEST(TextWrapTest, EmptyTextIsOneLine) {
     EXPECT_EQ(Wrap("", 5), (Lines{""}));
 }
 

@@ -7,7 +7,7 @@
 namespace tavrik {
 namespace {
 
-TEST(ProcessDataTest, PositionAndStateAreTakenApart) {
+TEST(ProcessDataTest, PositionAndStateAreDecoded) {
     const ProcessData data(323594);  // bytes 0a f0 .. 04
     EXPECT_EQ(data.position, 28.0);
     EXPECT_EQ(data.state, 4);
@@ -20,7 +20,7 @@ TEST(ProcessDataTest, APositionMayBeNegative) {
     EXPECT_EQ(ProcessData(0x0080).position, -327.68);
 }
 
-TEST(ProcessDataTest, EachFlagHasItsBitAndItsWords) {
+TEST(ProcessDataTest, EachFlagHasItsBitAndText) {
     EXPECT_TRUE(ProcessData(0x100000).fault);
     EXPECT_TRUE(ProcessData(0x200000).tempFault);
     EXPECT_TRUE(ProcessData(0x400000).tempWarn);
@@ -49,7 +49,7 @@ std::string Narrowed(const std::string& told, const std::string& deviceString) {
     return model.Text() + " (" + model.from + ")";
 }
 
-TEST(ModelTest, TheNameDecidesWhatAnswersLeaveOpen) {
+TEST(ModelTest, TheNameDecidesAmbiguousAnswers) {
     EXPECT_EQ(Narrowed("HVA or MZD", "HVA SN:1"), "HVA by name (name)");
     EXPECT_EQ(Narrowed("HVA or MZD", "MZD-S SN:1"), "MZD by name (name)");
     EXPECT_EQ(Narrowed("TLM?", "TLM SN:1"), "TLM by name (name)");
@@ -57,12 +57,12 @@ TEST(ModelTest, TheNameDecidesWhatAnswersLeaveOpen) {
     EXPECT_EQ(Narrowed("?", "MZD-L SN:1"), "MZD by name (name)");
 }
 
-TEST(ModelTest, ANameThatAnswersDenyIsNotBelieved) {
+TEST(ModelTest, ANameThatContradictsTheAnswersIsIgnored) {
     EXPECT_EQ(Narrowed("MZD", "HVA SN:1"), "MZD (answers)");
     EXPECT_EQ(Narrowed("HVA or MZD", "TLM SN:1"), "HVA or MZD (answers)");
 }
 
-TEST(ModelTest, WhatAnswersTellNeedsNoName) {
+TEST(ModelTest, UnambiguousAnswersNeedNoName) {
     EXPECT_EQ(Narrowed("MZD", "MZD-S SN:1"), "MZD (answers)");
     EXPECT_EQ(Narrowed("HVA or MZD", "4711 HVA"), "HVA or MZD (answers)");
     EXPECT_EQ(Narrowed("TLM?", "4711"), "TLM? (answers)");

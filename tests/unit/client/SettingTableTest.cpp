@@ -8,7 +8,7 @@
 namespace tavrik {
 namespace {
 
-TEST(SettingTableTest, EveryMethodOfASettingTakesWhatTheSettingHas) {
+TEST(SettingTableTest, MethodsTakeThePlaceAndKindOfTheSetting) {
     for (const Setting& setting : Settings()) {
         const std::string place = setting.place == Setting::Place::Gripper ? "g" : "gi";
         const std::string value = setting.kind == Setting::Kind::Flag    ? "b"
@@ -24,29 +24,31 @@ TEST(SettingTableTest, EveryMethodOfASettingTakesWhatTheSettingHas) {
     }
 }
 
-TEST(SettingTableTest, AnUnknownSettingIsRefused) {
+TEST(SettingTableTest, AnUnknownSettingIsRejected) {
     EXPECT_EQ(FindSetting("force").getter, "GetForce");
-    EXPECT_FAILURE(FindSetting("power"), Usage, "there is no setting 'power'");
+    EXPECT_FAILURE(FindSetting("power"), Usage,
+                   "unknown setting 'power'; see tavrikctl get --help");
 }
 
-TEST(SettingTableTest, ValuesOutOfRangeAreRefused) {
+TEST(SettingTableTest, ValuesOutOfRangeAreRejected) {
     const Setting& force = FindSetting("force");
     EXPECT_EQ(xmlrpc_c::value_int(ParseSetting(force, "255")).cvalue(), 255);
-    EXPECT_FAILURE(ParseSetting(force, "256"), Usage, "force takes 0 to 255, not '256'");
-    EXPECT_FAILURE(ParseSetting(force, "-1"), Usage, "force takes 0 to 255, not '-1'");
+    EXPECT_FAILURE(ParseSetting(force, "256"), Usage, "invalid force '256': must be 0 to 255");
+    EXPECT_FAILURE(ParseSetting(force, "-1"), Usage, "invalid force '-1': must be 0 to 255");
     EXPECT_FAILURE(ParseSetting(FindSetting("led-preset"), "8"), Usage,
-                   "led-preset takes 0 to 7, not '8'");
+                   "invalid led-preset '8': must be 0 to 7");
     const Setting& limit = FindSetting("no-part-limit");
     for (const char* const wrong : {"327.68", "-327.69"}) {
         EXPECT_FAILURE(
             ParseSetting(limit, wrong), Usage,
-            ("no-part-limit takes -327.68 to 327.67, not '" + std::string(wrong) + "'").c_str());
+            ("invalid no-part-limit '" + std::string(wrong) + "': must be -327.68 to 327.67")
+                .c_str());
     }
     EXPECT_TRUE(
         xmlrpc_c::value_boolean(ParseSetting(FindSetting("reference-direction"), "on")).cvalue());
 }
 
-TEST(SettingTableTest, TheTextIsWhatTheGripperGetsAndNotWhatWasTyped) {
+TEST(SettingTableTest, TheTextIsTheValueTheGripperGets) {
     const Setting& limit = FindSetting("release-limit");
     EXPECT_EQ(SettingText(limit, "12.346"), "12.35");
     EXPECT_EQ(SettingText(limit, "-12.346"), "-12.35");
@@ -61,7 +63,7 @@ int EncodedLimit(double limit) {
     return static_cast<int>(limit * 100 + 0.5);  // NOLINT(bugprone-incorrect-roundings)
 }
 
-TEST(SettingTableTest, EveryLimitArrivesAsItIsTyped) {
+TEST(SettingTableTest, EveryLimitArrivesAsTyped) {
     for (int hundredths = -32768; hundredths <= 32767; ++hundredths) {
         ASSERT_EQ(EncodedLimit(LimitToSend(hundredths / 100.0)), hundredths);
     }

@@ -20,7 +20,7 @@ struct stat StatusOf(const char* node) {
     return status;
 }
 
-TEST(ProcessTableTest, WhoHasADeviceOpen) {
+TEST(ProcessTableTest, HoldersOfADeviceAreFound) {
     const FakeFolder proc;
     proc.AddProcess(1, "init");
     proc.AddProcess(7, "terminal", "/dev/null");
@@ -32,7 +32,7 @@ TEST(ProcessTableTest, WhoHasADeviceOpen) {
     EXPECT_TRUE(table.SeesAll());
 }
 
-TEST(ProcessTableTest, APseudoTerminalOfAContainerIsAnother) {
+TEST(ProcessTableTest, PseudoTerminalsOfContainersAreDistinct) {
     const FakeFolder proc;
     const int otherEnd = posix_openpt(O_RDWR);
     const std::string tty = ptsname(otherEnd);  // NOLINT(concurrency-mt-unsafe)
@@ -45,7 +45,7 @@ TEST(ProcessTableTest, APseudoTerminalOfAContainerIsAnother) {
     EXPECT_TRUE(table.HoldersOfDevice(node).empty());
 }
 
-TEST(ProcessTableTest, AnyOtherDeviceIsTheSameInAContainer) {
+TEST(ProcessTableTest, OtherDevicesAreTheSameInAContainer) {
     const FakeFolder proc;
     proc.AddProcess(7, "terminal", "/dev/null");
     struct stat node = StatusOf("/dev/null");
@@ -53,7 +53,7 @@ TEST(ProcessTableTest, AnyOtherDeviceIsTheSameInAContainer) {
     EXPECT_EQ(ProcessTable(proc.Path()).HoldersOfDevice(node).size(), 1U);
 }
 
-TEST(ProcessTableTest, AProcessThatCannotBeReadIsLeftOut) {
+TEST(ProcessTableTest, AnUnreadableProcessIsSkipped) {
     const FakeFolder proc;
     proc.AddProcess(7, "init");
     std::filesystem::create_directories(proc.Path() + "/8/stat");  // reading it fails
@@ -66,13 +66,13 @@ TEST(ProcessTableTest, NamesMayHaveBlanksAndParentheses) {
     EXPECT_EQ(ProcessTable(proc.Path()).Find("a) S (b")->pid, 7);
 }
 
-TEST(ProcessTableTest, AProcessThatHasEndedDoesNotCount) {
+TEST(ProcessTableTest, ZombiesDoNotCount) {
     const FakeFolder proc;
     proc.AddProcess(7, "TavrikDaemon", "", 'Z');
     EXPECT_FALSE(ProcessTable(proc.Path()).Find("TavrikDaemon"));
 }
 
-TEST(ProcessTableTest, AProcessMayBeStopped) {
+TEST(ProcessTableTest, AStoppedProcessIsRecognized) {
     const FakeFolder proc;
     proc.AddProcess(7, "stopped", "", 'T');
     proc.AddProcess(8, "sleeping");
@@ -94,7 +94,7 @@ TEST(ProcessTableTest, ProcessesOfAnotherNetworkHoldDevicesButServeOthers) {
     EXPECT_TRUE(table.Find("ours"));
 }
 
-TEST(ProcessTableTest, AProcessKnownToBeInOurNetworkComesFirst) {
+TEST(ProcessTableTest, AProcessInOurNetworkComesFirst) {
     const FakeFolder proc;
     proc.Link("self/ns/net", "net:[1]");
     proc.AddProcess(7, "TavrikDaemon");
@@ -104,7 +104,7 @@ TEST(ProcessTableTest, AProcessKnownToBeInOurNetworkComesFirst) {
     EXPECT_EQ(ProcessTable(proc.Path()).Find("TavrikDaemon")->pid, 8);
 }
 
-TEST(ProcessTableTest, WhatIsHiddenIsKnownToBe) {
+TEST(ProcessTableTest, HiddenProcessesAreDetected) {
     const FakeFolder proc;
     proc.AddProcess(7, "mine");
     const ProcessTable table(proc.Path());
@@ -114,7 +114,7 @@ TEST(ProcessTableTest, WhatIsHiddenIsKnownToBe) {
     EXPECT_FALSE(table.Sees(8));
 }
 
-TEST(ProcessTableTest, WhatIsOpenMayBeHidden) {
+TEST(ProcessTableTest, HiddenOpenFilesAreDetected) {
     const FakeFolder proc;
     proc.Write("1/stat", "1 (init) S 0\n");  // and no list of files, like one that may not be read
     const ProcessTable table(proc.Path());
@@ -122,7 +122,7 @@ TEST(ProcessTableTest, WhatIsOpenMayBeHidden) {
     EXPECT_FALSE(table.SeesAll());
 }
 
-TEST(ProcessTableTest, BrokenEntriesDoNoHarm) {
+TEST(ProcessTableTest, MalformedEntriesAreIgnored) {
     const FakeFolder proc;
     proc.Write("7/stat", "");
     proc.Write("8/stat", "8 (cut) ");

@@ -7,18 +7,18 @@
 namespace tavrik {
 namespace {
 
-TEST(ToolOutputTest, BothStreamsAndTheStatusAreTaken) {
+TEST(ToolOutputTest, OutputErrorsAndStatusAreCaptured) {
     const ToolOutput done = RunTool({"sh", "-c", "echo one; echo two >&2"});
     EXPECT_TRUE(done.succeeded);
     EXPECT_EQ(done.text, "one\ntwo\n");
     EXPECT_FALSE(RunTool({"false"}).succeeded);
 }
 
-TEST(ToolOutputTest, AToolThatIsMissingHasFailed) {
+TEST(ToolOutputTest, AMissingToolIsAFailure) {
     EXPECT_FALSE(RunTool({"no-such-tool"}).succeeded);
 }
 
-TEST(ToolOutputTest, WhatTakesTooLongIsEnded) {
+TEST(ToolOutputTest, AToolThatTakesTooLongIsEnded) {
     const auto start = std::chrono::steady_clock::now();
     const ToolOutput ended =
         RunTool({"sh", "-c", "echo begun; exec sleep infinity"}, std::chrono::seconds(1));
@@ -27,7 +27,7 @@ TEST(ToolOutputTest, WhatTakesTooLongIsEnded) {
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(15));
 }
 
-TEST(ToolOutputTest, WhatItLeavesBehindIsNotWaitedFor) {
+TEST(ToolOutputTest, BackgroundProcessesAreNotWaitedFor) {
     const ToolOutput done = RunTool({"sh", "-c", "sleep 60 & echo $!"}, std::chrono::seconds(1));
     EXPECT_TRUE(done.succeeded);
     EXPECT_EQ(kill(std::stoi(done.text), SIGKILL), 0);  // it was still there

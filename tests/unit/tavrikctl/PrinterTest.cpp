@@ -30,10 +30,73 @@ TEST(PrinterTest, ColoursDoNotMoveColumns) {
               "longer  -12  \x1b[31mhot\x1b[0m\n");
 }
 
-TEST(PrinterTest, JsonIsIndentedAlwaysValidAndAscii) {
+TEST(PrinterTest, JsonIsIndentedValidAndAscii) {
     std::ostringstream out;
     Printer(out, true).Json({{"name", "a\x80\x7f"}});
     EXPECT_EQ(out.str(), "{\n  \"name\": \"a\\ufffd\\u007f\"\n}\n");
+}
+
+std::string ReportText(const Findings& findings, bool colours = false) {
+    std::ostringstream out;
+    Printer printer(out, colours);
+    PrintReport(findings, printer);
+    return out.str();
+}
+
+TEST(ReportTest, ColumnsAreAlignedAndRemediesBelow) {
+    EXPECT_EQ(ReportText({{Mark::Ok, "service", "runs", ""},
+                          {Mark::Wrong, "port 44221", "no program listens", "start it"}}),
+              "       WHAT        FINDING\n"
+              "ok     service     runs\n"
+              "wrong  port 44221  no program listens\n"
+              "       do: start it\n");
+}
+
+TEST(ReportTest, WrongFindingsAreRed) {
+    const std::string text = ReportText({{Mark::Wrong, "a", "b", "c"},
+                                         {Mark::Warning, "d", "e", ""},
+                                         {Mark::Unknown, "f", "g", ""}},
+                                        true);
+    EXPECT_NE(
+        text.find("\x1b[31mwrong\x1b[0m  \x1b[31ma     b\x1b[0m\n       do: c\nwarn   d     e\n"
+                  "?      f     g\n"),
+        std::string::npos)
+        << text;
+}
+
+TEST(ReportTest, ASharedRemedyIsPrintedOnce) {
+    EXPECT_EQ(ReportText({{Mark::Wrong, "a", "b", "cure"},
+                          {Mark::Wrong, "c", "d", "cure"},
+                          {Mark::Ok, "e", "f", ""},
+                          {Mark::Wrong, "g", "h", "cure"}}),
+              "       WHAT  FINDING\n"
+              "wrong  a     b\n"
+              "wrong  c     d\n"
+              "       do: cure\n"
+              "ok     e     f\n"
+              "wrong  g     h\n"
+              "       do: cure\n");
+}
+
+TEST(ReportTest, EqualFindingsAreJoined) {
+    Findings findings{{Mark::Unknown, "x", "other", ""}};
+    findings.insert(findings.end(), 8, {Mark::Unknown, "tty", "no master", ""});
+    EXPECT_EQ(ReportText(findings),
+              "   WHAT  FINDING\n"
+              "?  x     other\n"
+              "?  tty   no master; 7 more like this\n");
+}
+
+TEST(ReportTest, NoLineIsWiderThan80Columns) {
+    const std::string text = ReportText(
+        {{Mark::Wrong, std::string(100, 's'), std::string(200, 't'), std::string(200, 'u')},
+         {Mark::Wrong, "a b", std::string(40, 't') + " " + std::string(40, 'u'), "v w"}});
+    std::istringstream lines(text);
+    std::size_t longest = 0;
+    for (std::string line; std::getline(lines, line);) {
+        longest = std::max(longest, line.size());
+    }
+    EXPECT_EQ(longest, 80U) << text;
 }
 
 }  // namespace

@@ -42,11 +42,11 @@ constexpr unsigned kFaults = 0x10 | 0x20;  // flags in the state byte: fault, te
 std::string StatusText(int status) {
     switch (status) {
         case 3:
-            return "no such gripper, or its model cannot do this";
+            return "no such gripper, or not supported by its model";
         case 5:
-            return "its master does not answer; whether the request was carried out is not known";
+            return "its master does not answer; the command may or may not have been carried out";
         case 12:
-            return "nothing could be sent: look at the plug and power of its master";
+            return "nothing could be sent: check the plug and power of its master";
         case 21:
             return "no process data: the gripper is starting, or has lost its cable or power";
         default:
@@ -179,7 +179,7 @@ private:
 void Cycle(Gripper& gripper, const std::string& name) {
     const int state = gripper.Read().state;
     if (state == kHolding) {
-        throw std::runtime_error("holds a part already: take it out before");
+        throw std::runtime_error("already holds a part: remove it first");
     }
     if (state == kReferenceNeeded) {
         gripper.Home();

@@ -21,9 +21,9 @@ const [REFERENCE_NEEDED, RELEASED, HOLDING, NO_PART, READY] = [1, 4, 6, 7, 8];
 const FAULTS = 0x10 | 0x20;  // flags in the state byte: fault, temperature fault
 
 const STATUS_TEXTS = {
-    3: "no such gripper, or its model cannot do this",
-    5: "its master does not answer; whether the request was carried out is not known",
-    12: "nothing could be sent: look at the plug and power of its master",
+    3: "no such gripper, or not supported by its model",
+    5: "its master does not answer; the command may or may not have been carried out",
+    12: "nothing could be sent: check the plug and power of its master",
     21: "no process data: the gripper is starting, or has lost its cable or power",
 };
 const PASSING = [3, 5, 21];  // a second attempt one second later may succeed
@@ -129,7 +129,7 @@ async function main() {
 
     const {state} = await gripper.read();
     if (state === HOLDING) {
-        throw new Error("holds a part already: take it out before");
+        throw new Error("already holds a part: remove it first");
     }
     if (state === REFERENCE_NEEDED) {
         await gripper.command("Home");

@@ -22,9 +22,9 @@ REFERENCE_NEEDED, RELEASED, HOLDING, NO_PART, READY = 1, 4, 6, 7, 8
 FAULTS = 0x10 | 0x20  # flags in the state byte: fault, temperature fault
 
 STATUS_TEXTS = {
-    3: "no such gripper, or its model cannot do this",
-    5: "its master does not answer; whether the request was carried out is not known",
-    12: "nothing could be sent: look at the plug and power of its master",
+    3: "no such gripper, or not supported by its model",
+    5: "its master does not answer; the command may or may not have been carried out",
+    12: "nothing could be sent: check the plug and power of its master",
     21: "no process data: the gripper is starting, or has lost its cable or power",
 }
 PASSING = (3, 5, 21)  # a second attempt one second later may succeed
@@ -101,7 +101,7 @@ def find_gripper(daemon):
 def cycle(gripper):
     state, _ = gripper.read()
     if state == HOLDING:
-        raise Failure("holds a part already: take it out before")
+        raise Failure("already holds a part: remove it first")
     if state == REFERENCE_NEEDED:
         gripper.command("Home")
         gripper.wait_for(READY)

@@ -121,13 +121,13 @@ class GripTest(ExamplesTestCase):
             wait_until(lambda device=device: self.call("GetState", device) == 8)
             self.assertEqual(self.call("Grip", device, 0), 0)
             wait_until(lambda device=device: self.call("GetState", device) == HOLDING)
-        self.run_all(1, f"{self.DEVICE}: holds a part already: take it out before\n")
+        self.run_all(1, f"{self.DEVICE}: already holds a part: remove it first\n")
         for number in range(COUNT):
             self.assertEqual(self.cell.show(number)["state"], HOLDING)
 
     def test_every_status_is_explained(self):
-        for status, text in ((3, "no such gripper, or its model cannot do this"),
-                             (12, "nothing could be sent: look at the plug and power .*"),
+        for status, text in ((3, "no such gripper, or not supported by its model"),
+                             (12, "nothing could be sent: check the plug and power .*"),
                              (21, "no process data: .*"),
                              (44, "error code of its master"),
                              (-7, "error code of its master")):

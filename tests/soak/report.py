@@ -38,9 +38,9 @@ class Report:
         ends = ", ".join(f"{count} {STATE_NAMES[state]}"
                          for state, count in sorted(self.tally.ends.items()))
         print(f"\n{calls} calls in {self.seconds:.0f} s, {calls / self.seconds:.0f} a second"
-              f"\n{self.tally.late.total()} late calls: they took 0.1 s or longer, so that the "
-              f"daemon may give up; {self.tally.given_up} times it did"
-              f"\nchanges of state seen to their end: {ends}"
+              f"\n{self.tally.late.total()} late calls, which took 0.1 s or longer; in "
+              f"{self.tally.given_up} of them the daemon gave up"
+              f"\ncompleted changes of state: {ends}"
               f"\n{self.tally.audits} comparisons with the simulator's own state and requests"
               f"\n{self.tally.commands} commands answered 0, {self.tally.lost} of them lost")
 
@@ -49,8 +49,8 @@ class Report:
         print(f"\nRSS {first.rss} KiB at {first.time:.0f} s, {last.rss} KiB at {last.time:.0f} s, "
               f"most {max(self.rss)} KiB: growth {self.growth()} KiB"
               f"\ndescriptors {min(self.descriptors)} to {max(self.descriptors)}"
-              f"\nthreads {min(self.threads)} to {max(self.threads)}; a client keeps its "
-              f"connection, and with it the thread that serves it")
+              f"\nthreads {min(self.threads)} to {max(self.threads)}; each client keeps "
+              f"its connection and the thread that serves it")
 
     def growth(self):
         return max(self.rss) - self.rss[0]
@@ -59,9 +59,9 @@ class Report:
         names = {method.name for method in METHODS}
         kept = {
             "every method was called": names == set(self.tally.calls),
-            "every client worked to the end": self.tally.clients_at_end == self.clients,
+            "every client ran to the end": self.tally.clients_at_end == self.clients,
             "no wrong answer": not names & set(self.tally.wrong),
-            "no lost command, nor any other surprise at the master":
+            "no lost command or other unexpected request at the master":
                 not self.tally.lost and not set(self.tally.wrong) - names,
             f"no more than 1 call in {CALLS_PER_GIVEN_UP_ONE} given up":
                 self.tally.given_up * CALLS_PER_GIVEN_UP_ONE <= self.tally.calls.total(),

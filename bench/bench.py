@@ -77,7 +77,7 @@ def require_free_ports():
                 servers.NODE_PEER)
     taken = [port for program in programs for port in program.ports if servers.listens(port)]
     if taken:
-        sys.exit(f"Ports {taken} are taken: does a daemon run in this network?")
+        sys.exit(f"Ports {taken} are in use: is a daemon running in this network namespace?")
 
 
 def attempt(subject, plan, problems):

@@ -131,7 +131,7 @@ def main():
     folder = pathlib.Path(sys.argv[1]) if len(sys.argv) > 1 else ROOT / "build" / "bench"
     run = json.loads((folder / "run.json").read_text())
     if run["quick"]:
-        sys.exit("A quick run's figures mean nothing: run scripts/bench")
+        sys.exit("The figures of a quick run are meaningless: run scripts/bench")
     if run["problems"]:
         sys.exit("\n".join(["The run is not complete:", *run["problems"]]))
     page = PAGE.read_text()

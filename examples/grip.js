@@ -6,8 +6,8 @@
 // program prints one line and exits with status 1. It does not release a part that the gripper
 // holds.
 //
-// Adapt the constants, above all the state codes: these are those of the simulated grippers. Take
-// yours from the manual of the gripper.
+// Adapt the constants, in particular the state codes, which are those of the simulated grippers.
+// Take yours from the manual of the gripper.
 "use strict";
 
 const {setTimeout: sleep} = require("node:timers/promises");

@@ -59,14 +59,14 @@ class Tour:
 
         wait_until(arrived, pause=0.1)
         path = " ".join(f"{value:g}" for value in dict.fromkeys(seen))
-        self.report(f"GetPos({gripper!r}) until it stands", path, seen[-1] == position)
+        self.report(f"GetPos({gripper!r}) until it stops", path, seen[-1] == position)
 
     def run(self):
         self.step("Version and list of grippers")
         self.call("GetVersion", expected=ANYTHING)
         self.call("GetGrippers", expected=[HVA, MZD])
 
-        self.step("A reference run tells the HVA where its fingers are")
+        self.step("Make a reference run, so that the HVA knows where its fingers are")
         self.call("Reference", HVA)
         self.watch(HVA, READY, 30.0)
 

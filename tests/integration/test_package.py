@@ -19,10 +19,10 @@ from .harness.booted_debian import container
 from .harness.cell import PATIENCE, PORTS, answers, wait_until
 from .harness.cell_test_case import main
 from .harness.machine_test_case import (A_GRIPPER_ANSWERS, CELL, DOCTOR, FAILURES, GRIPPER, HANGING,
-                                        INSTALL, INSTALL_BOTH, INSTALL_SIMULATOR, LIST,
+                                        INSTALL, INSTALL_BOTH, INSTALL_SIMULATOR, LIST, LOOK,
                                         MASTER, NETWORK, NO_DAEMON, NO_GRIPPER, PURGE, REINSTALL,
                                         REMOVE, RESERVED_PORTS, RESET, RESTART, START, STOP,
-                                        TAKEN_PORT, TEST_SETTINGS, TTY_PATH, UNIT, USB_PATH,
+                                        TAKEN_PORT, TEST_SETTINGS, TRY, TTY_PATH, UNIT, USB_PATH,
                                         MachineTestCase, Robot, completions, simulated_device)
 
 

@@ -1,8 +1,9 @@
-# tavrik::warnings: the warning options of every target. Constructor parameters have the names of the
-# fields that they fill; only GCC can allow that and still warn about other shadowing.
+# tavrik::warnings: the warnings that every target of this tree is built with. A constructor's
+# parameter has the name of the field that it fills. Clang's -Wshadow accepts this; of GCC's, only
+# -Wshadow=local does.
 add_library(warnings INTERFACE)
 add_library(tavrik::warnings ALIAS warnings)
 target_compile_options(warnings INTERFACE
     -Wall -Wextra -Wpedantic -Wconversion
-    $<$<CXX_COMPILER_ID:GNU>:-Wshadow=local>
+    $<IF:$<CXX_COMPILER_ID:GNU>,-Wshadow=local,-Wshadow>
     $<$<BOOL:${TAVRIK_WERROR}>:-Werror>)

@@ -127,8 +127,9 @@ void Device::SetMode(int newMode) {
     }
 }
 
-// On purpose: takes no lock and drops the parameters without freeing them, because another thread
-// may be copying a value. clear() frees no storage, so that such a reader gets old bytes or none.
+// On purpose: takes no lock, so that a mode change never waits for a reader. Another thread may be
+// copying a value meanwhile: for its sake, the parameters are dropped without being freed, and
+// clear() frees no storage, so that it gets old bytes or none.
 // tests/support/tsan.supp lists the race, lsan.supp the leak.
 void Device::ClearData() {
     pdin.clear();

@@ -44,8 +44,9 @@ public:
     /// Opens and initialises a link on the device node, which may take seconds; the lock is free
     /// meanwhile. If the node already has a link, keeps that one: a second link would take the
     /// first one's replies.
-    /// @return 0 on success and if the node already has a link, the result of the request that
-    ///         failed, or -1 if the tty cannot be opened
+    /// @return 0 if the master was initialised, even if its link could not be listed, and if the
+    ///         node already has a link; the result of the request that failed; or -1 if the tty
+    ///         cannot be opened or a thread cannot be started
     int AddDevice(const std::string& node);
 
     /// Stops the link on the device node, if there is one, waits for the calls that use it (at most

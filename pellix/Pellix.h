@@ -39,7 +39,8 @@ public:
     virtual ~Pellix();
 
     /// Starts the threads and reads the master's ID, its mode and, in modes 3 and 4, the device's
-    /// data. Blocks up to 5.5 s for each request that fails. To be called once.
+    /// data. For each request that fails, blocks 5.5 s if the master is silent,
+    /// and about 20 s if its tty accepts no bytes. To be called once.
     /// @return kResultOk, or the result of the request that failed five times; the link is then
     ///         unusable
     /// @throws std::system_error if a thread cannot be started

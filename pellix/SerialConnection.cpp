@@ -84,7 +84,8 @@ void SerialConnection::Open() {
     termios settings{};
     if (::tcgetattr(opened, &settings) != 0) {
         std::perror("terminal: tcgetattr() failed");
-        // On purpose: leaves the descriptor open; the next Open() closes it.
+        // On purpose: leaves the descriptor open, because IsOpen() reports the tty as not open and
+        // the next Open() closes it.
         halfOpened = true;
         ThrowOpenFailure();
     }

@@ -109,7 +109,7 @@ void AddOptions(CLI::App& app, Options& options) {
         });
     Add(app, "--unplugged", "N", "start with master N unplugged",
         [&options](const auto& text) { options.unplugged.insert(ParseUnsigned(text, kLargest)); });
-    Add(app, "--pdin-hz", "N", "process data lines per second (default 100)",
+    Add(app, "--pdin-hz", "N", "process data lines per second (default 100,\n0: none)",
         [&master](const auto& text) {
             master.streamRate = ParseUnsigned(text, kLargestStreamRate);
         });

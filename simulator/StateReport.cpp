@@ -1,6 +1,7 @@
 #include "simulator/StateReport.h"
 
 #include <cmath>
+#include <limits>
 #include <nlohmann/json.hpp>
 #include <string_view>
 
@@ -26,7 +27,9 @@ std::string Text(std::string_view bytes) {
 
 /// Formats a whole number without a fraction: 10, not 10.0.
 Json Number(double number) {
-    return number == std::trunc(number) ? Json(static_cast<int>(number)) : Json(number);
+    const bool isInteger =
+        number == std::trunc(number) && std::abs(number) <= std::numeric_limits<int>::max();
+    return isInteger ? Json(static_cast<int>(number)) : Json(number);
 }
 
 Json Parameters(const ParameterStore& store) {

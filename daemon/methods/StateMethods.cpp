@@ -6,7 +6,8 @@ namespace {
 
 constexpr std::size_t kPdinLength = 4;  // bytes
 
-// On purpose: leaves out byte 2 (the status), because clients expect position and state only.
+// On purpose: leaves out byte 2 (the status), because clients expect position, state
+// and flags only.
 int PdinExcerpt(pellix::Pellix& link) {
     const auto pdin = link.GetDevice().GetPDIN();
     if (pdin.size() != kPdinLength) {

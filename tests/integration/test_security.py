@@ -9,7 +9,7 @@ import unittest
 from .harness import own_network
 from .harness.cell import PORTS, SLOWNESS, answers
 from .harness.cell_test_case import CellTestCase, main
-from .test_docs import ROOT, blocks
+from .harness.pages import ROOT, blocks
 
 SECURITY = ROOT / "docs" / "security.md"
 UNIT = ROOT / "packaging" / "debian" / "tavrikdaemon.service"

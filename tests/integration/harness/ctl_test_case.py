@@ -14,6 +14,7 @@ from .cell_test_case import CellTestCase
 HVA = "HVA SN:100001"
 MZD = "MZD-S SN:100002"
 TLM = "TLM SN:100003"
+GRIPPER = "<array><data><value>X</value></data></array>"  # the only one of a fake server
 
 # Exit statuses
 REFUSED, USAGE, NOT_POSSIBLE, NO_DAEMON, NO_ANSWER, BAD_ANSWER = 1, 2, 3, 4, 5, 6

@@ -53,6 +53,11 @@ protected:
     TlmMasterTest() : SimulatedMasterTest("TLM") {}
 };
 
+TEST(QueryEndTest, IsReadFromItsName) {
+    EXPECT_EQ(ParseQueryEnd("fin"), QueryEnd::Finish);
+    EXPECT_EQ(ParseQueryEnd("data"), QueryEnd::DataLine);
+}
+
 TEST_F(SimulatedMasterTest, AnswersAQueryWithAckDataLineAndFin) {
     EXPECT_EQ(Ask("ID?"), "ACK ID\nID=PELLIX\nFIN ID\n");
     EXPECT_EQ(Ask("MODE?"), "ACK MODE\nMODE=3\nFIN MODE\n");

@@ -51,6 +51,13 @@ TEST_F(StateReportTest, ReportsANewMaster) {
     EXPECT_TRUE(Has(R"("96/3":[50])"));
 }
 
+TEST_F(StateReportTest, ReportsLargePositions) {
+    master.Gripper(now).SetPart(2147483647.0);
+    EXPECT_TRUE(Has(R"("part":2147483647)"));
+    master.Gripper(now).SetPart(3e9);
+    EXPECT_TRUE(Has(R"("part":3000000000.0)"));
+}
+
 TEST_F(StateReportTest, ReportsChanges) {
     master.SetMode(mode::kOperate, now);
     master.Gripper(now).SetPart(12.5);

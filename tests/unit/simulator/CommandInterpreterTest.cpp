@@ -15,6 +15,7 @@
 #include <utility>
 #include <vector>
 
+#include "tests/support/WaitFor.h"
 #include "tests/unit/simulator/UeventMonitor.h"
 
 namespace simulator {
@@ -239,6 +240,7 @@ TEST_F(CommandInterpreterTest, RejectsTtyCommandsForAnUnpluggedMaster) {
 TEST_F(CommandInterpreterTest, SilentAndMuteMastersDoNotAnswer) {
     Do("silent 0 on");
     EXPECT_EQ(Ask("ID?", milliseconds(100)), "");
+    EXPECT_TRUE(support::WaitFor([this] { return Shows(R"("requestCount":1,)"); }));
     Do("silent 0 off");
     Do("mute 0 on");
     Do("pdin 0 100");

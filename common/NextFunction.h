@@ -1,10 +1,11 @@
 #pragma once
 
 // The files in daemon/fence/ and FaultText.cpp work around defects and costs of one version of the
-// installed XML-RPC library, 1.33.14. They contain none of the daemon's own logic. Each file redefines
-// functions of that library or of the C library under their own names: the dynamic linker finds
-// the definition in the executable first. Most of them call the original, which NextFunction()
-// finds, and add something before or after it. They keep its C interface and throw nothing.
+// installed XML-RPC library, 1.33.14. They contain none of the daemon's own logic. Each file
+// redefines functions of that library or of the C library under their own names: the dynamic linker
+// finds the definition in the executable first. Most of them call the original, which
+// NextFunction() finds, and add something before or after it. They keep its C interface and throw
+// nothing.
 
 #include <dlfcn.h>
 

@@ -60,7 +60,7 @@ int main() {
         std::fputs("Couldn't create abyss server 1 pthread\n", stderr);
         return EXIT_FAILURE;
     }
-    abyssServer0.waitUntilRunning();  // a user who reads "started" may stop the daemon at once
+    abyssServer0.waitUntilRunning();  // "TavrikDaemon started" means that SIGINT stops it
     abyssServer1.waitUntilRunning();
     TavrikDaemon::server0 = &abyssServer0;
     TavrikDaemon::server1 = &abyssServer1;

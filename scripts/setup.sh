@@ -50,6 +50,5 @@ install_packages() {
 # build PRESET OPTION...: configures with the options and builds.
 build() {
     say "Building: $1"
-    cmake --preset "$@"
-    cmake --build --preset "$1"
+    cmake --preset "$@" && cmake --build --preset "$1"
 }

@@ -7,8 +7,11 @@ PACKAGES=(cmake g++ make git pkg-config libxmlrpc-c++8-dev libxmlrpc-core-c3-dev
 # Node may have been installed from another source.
 command -v node >/dev/null || PACKAGES+=(nodejs)
 
-# Packages that scripts/package and scripts/test-package need in addition.
-PACKAGING_PACKAGES=(debhelper lintian mmdebstrap systemd-container)
+# Packages that scripts/package needs in addition.
+PACKAGING_PACKAGES=(debhelper lintian)
+
+# Packages that scripts/test-package needs in addition.
+CONTAINER_PACKAGES=(mmdebstrap systemd-container)
 
 # Packages that scripts/lint, memcheck, coverage and fuzz need in addition.
 CHECK_PACKAGES=(clang-format clang-tidy cppcheck valgrind libc6-dbg gcovr

@@ -3,7 +3,11 @@
 import contextlib
 import json
 import os
+import pathlib
+import re
+import subprocess
 import sys
+import tempfile
 import threading
 import time
 import unittest
@@ -13,9 +17,12 @@ from .booted_debian import Machine
 from .cell import PORTS, Cell, answers, wait_until
 from .cell_test_case import problem_count
 
-INSTALL = "apt install ./tavrikdaemon_*.deb"
+INSTALL = "apt install ./tavrikdaemon_*.deb ./tavrikctl_*.deb"
+INSTALL_FROM_TREE = ("apt install ./build/package/tavrikdaemon_*.deb "
+                     "./build/package/tavrikctl_*.deb")
+INSTALL_CLIENT = "apt install ./tavrikctl_*.deb"
 INSTALL_SIMULATOR = "apt install ./pellix-sim_*.deb"
-INSTALL_BOTH = "apt install ./tavrikdaemon_*.deb ./pellix-sim_*.deb"
+INSTALL_ALL = "apt install ./tavrikdaemon_*.deb ./tavrikctl_*.deb ./pellix-sim_*.deb"
 STOP = "systemctl stop tavrikdaemon"
 START = "systemctl start tavrikdaemon"
 RESTART = "systemctl restart tavrikdaemon"
@@ -29,7 +36,7 @@ REMOVE = "apt remove tavrikdaemon"
 PURGE = "apt purge tavrikdaemon"
 
 # Every command of the pages that is for the machine.
-PAGE = (INSTALL, INSTALL_SIMULATOR, INSTALL_BOTH, LIST, DOCTOR, STOP, TRY, START, RESTART, RESET,
+PAGE = (INSTALL, INSTALL_FROM_TREE, INSTALL_SIMULATOR, INSTALL_ALL, LIST, DOCTOR, STOP, TRY, START, RESTART, RESET,
         *LOOK, REMOVE, PURGE)
 
 REINSTALL = "apt reinstall ./tavrikdaemon_*.deb"
@@ -91,7 +98,7 @@ def completions(machine, words):
 class MachineTestCase(unittest.TestCase):
     """Tests on one machine with the packages installed and `settings` added to the unit."""
 
-    install = INSTALL_BOTH
+    install = INSTALL_ALL
     settings = None
 
     @classmethod
@@ -146,6 +153,20 @@ class MachineTestCase(unittest.TestCase):
     def call(method, *arguments):
         with Cell.new_client() as client:
             return getattr(client, method)(*arguments)
+
+    def package_with_version(self, version, change):
+        """The path of a package of the daemon with this version, whose files `change` changes."""
+        path = "/var/tmp/tavrikdaemon.deb"
+        [package] = pathlib.Path(os.environ["TAVRIK_PACKAGES"]).glob("tavrikdaemon_*.deb")
+        with tempfile.TemporaryDirectory() as folder:
+            subprocess.run(["dpkg-deb", "--raw-extract", package, folder], check=True)
+            control = pathlib.Path(folder, "DEBIAN", "control")
+            control.write_text(re.sub("(?m)^Version: .*", f"Version: {version}",
+                                      control.read_text()))
+            change(folder)
+            subprocess.run(["dpkg-deb", "--build", folder, self.machine.path(path)], check=True,
+                           stdout=subprocess.DEVNULL)
+        return path
 
     def expect_doctor(self, status, *expected):
         """What the doctor finds, each with its mark, and the status that it ends with."""

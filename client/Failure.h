@@ -19,8 +19,11 @@ enum class ExitStatus {
     NotAtRest = 8,       ///< --wait: the gripper is still moving
     Failed = 9,          ///< tavrikctl itself failed
     Faulty = 10,         ///< --wait: the gripper is at rest with a fault
+    DidNotMove = 11,     ///< --wait: the gripper did not move, or not to the end of the motion
     NotSent = 12,        ///< nothing could be sent to the gripper's master
+    NotHeld = 13,        ///< --hold-for: no part was held so long
     NoProcessData = 21,  ///< the data link to the gripper is not in mode operate
+    Interrupted = 130,   ///< by a signal, such as that of Ctrl-C
 };
 
 /// An error that ends the program: the text, one line, goes to standard error.

@@ -2,11 +2,8 @@
 
 #include <algorithm>
 #include <array>
-#include <cmath>
-#include <thread>
 
 #include "client/Printable.h"
-#include "client/Values.h"
 
 namespace tavrik {
 
@@ -14,14 +11,8 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::chrono::milliseconds kRest(500);
-constexpr std::chrono::milliseconds kLongestGap(200);
-constexpr double kTremor = 0.025;  // two steps of a position; not a motion
-
 /// The daemon waits 1 s for a master. A reply that took so long is not the gripper's.
 constexpr std::chrono::milliseconds kMasterTimeout(950);
-
-constexpr std::chrono::milliseconds kPollPause(20);
 
 /// Between two calls of GetPDINExcerpt while there is no process data.
 constexpr std::chrono::seconds kExcerptPause(1);
@@ -35,19 +26,6 @@ bool IsInTime(Call call) {
 }
 
 }  // namespace
-
-bool RestDetector::IsMotion(double from, double to) {
-    return std::abs(to - from) > kTremor;
-}
-
-bool RestDetector::IsAtRest(double position, int state, TimePoint now) {
-    const bool hadGap = now - lastSample > kLongestGap;
-    lastSample = now;
-    if (!resting || hadGap || IsMotion(resting->position, position) || state != resting->state) {
-        resting = {position, state, now};
-    }
-    return now - resting->since >= kRest;
-}
 
 std::string Gripper::Name() const {
     return Printable(deviceString);
@@ -106,43 +84,6 @@ std::string Gripper::StatusText(int status) const {
     return Name() + ": status 3: " +
            (isKnown ? "not supported by its model or its master, or the daemon was briefly busy"
                     : "no longer known to the daemon");
-}
-
-ProcessData Gripper::AwaitRest(const ProcessData& before, std::chrono::milliseconds limit) const {
-    const auto deadline = Clock::now() + limit;
-    ProcessDataReader reader(*this);
-    RestDetector detector;
-    ProcessData data = before;
-    bool wasLost = false;
-    const auto isAtRest = [&] {
-        const bool wasCertain = data.certain;
-        data = reader.Read();
-        wasLost = wasLost || (wasCertain && !data.certain);
-        return detector.IsAtRest(data.position, data.state, Clock::now());
-    };
-    while (!isAtRest()) {
-        if (Clock::now() > deadline) {
-            throw Failure(ExitStatus::NotAtRest,
-                          Name() + ": still moving, at " + HundredthsText(data.position));
-        }
-        std::this_thread::sleep_for(kPollPause);
-    }
-    if (!MasterAnswers()) {
-        throw Failure(ExitStatus::NoAnswer, Name() +
-                                                ": its master stopped answering; last position " +
-                                                HundredthsText(data.position));
-    }
-    if (!data.certain) {
-        throw Failure(ExitStatus::NoProcessData,
-                      Name() + ": no process data, or at rest at 0.00 in state 0");
-    }
-    if (wasLost) {
-        throw Failure(ExitStatus::NoProcessData,
-                      Name() + ": process data were lost during the wait; at rest at " +
-                          HundredthsText(data.position) + " in state " +
-                          std::to_string(data.state));
-    }
-    return data;
 }
 
 ProcessData ProcessDataReader::Read() {

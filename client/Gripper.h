@@ -1,7 +1,6 @@
 #pragma once
 
 #include <chrono>
-#include <optional>
 #include <string>
 #include <utility>
 #include <xmlrpc-c/base.hpp>
@@ -10,29 +9,6 @@
 #include "client/ProcessData.h"
 
 namespace tavrik {
-
-/// Tells whether a gripper has come to rest: neither position nor state has changed for half a
-/// second, because a motion may begin that long after its call. A sampling gap of more than 0.2 s
-/// restarts the wait: what is read after it may be old.
-class RestDetector {
-public:
-    using TimePoint = std::chrono::steady_clock::time_point;
-
-    /// Whether the fingers have moved from one position to the other.
-    static bool IsMotion(double from, double to);
-
-    /// Takes the values read at `now`.
-    bool IsAtRest(double position, int state, TimePoint now);
-
-private:
-    struct Values {
-        double position;
-        int state;
-        TimePoint since;
-    };
-    std::optional<Values> resting;
-    TimePoint lastSample{};
-};
 
 /// One gripper of a daemon. Device strings are the daemon's, unchanged.
 class Gripper {
@@ -73,14 +49,6 @@ public:
 
     /// A status code in words. For status 3, asks the daemon for the reason.
     std::string StatusText(int status) const;
-
-    /// Waits until position and state have not changed for a while.
-    /// @param before the process data before the command that is waited for
-    /// @return the process data then
-    /// @throws Failure (NotAtRest) when it takes longer than `limit`; (NoAnswer) when the values
-    /// stand still because the master stopped answering; (NoProcessData) when process data may be
-    /// missing, or were lost during the wait: the motion may have been aborted
-    ProcessData AwaitRest(const ProcessData& before, std::chrono::milliseconds limit) const;
 
 private:
     xmlrpc_c::value Call(const std::string& method, const xmlrpc_c::carray& rest) const;

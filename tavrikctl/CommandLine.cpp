@@ -27,8 +27,11 @@ constexpr const char* kExitStatuses =
   8    --wait: the gripper is still moving
   9    the output cannot be written, or tavrikctl failed
   10   --wait: the gripper is at rest with a fault
+  11   --wait: the gripper did not move, or stopped on the way
   12   nothing could be sent to the gripper's master
-  21   no process data: the gripper may be starting)";
+  13   --hold-for: no part was gripped, or it was lost
+  21   no process data: the gripper may be starting
+  130  --wait: interrupted, such as by Ctrl-C)";
 
 void PrintError(std::string text) {
     std::replace(text.begin(), text.end(), '\n', ' ');

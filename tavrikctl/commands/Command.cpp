@@ -37,6 +37,23 @@ void Command::AddJson() {
     app.add_flag("--json", json, "print JSON");
 }
 
+std::string CommandText(const std::string& command, const Gripper& gripper,
+                        const Endpoint& endpoint) {
+    const Endpoint usual;
+    std::string text = "tavrikctl " + command + " '";
+    for (const char letter : gripper.Name()) {
+        text += letter == '\'' ? "'\\''" : std::string(1, letter);
+    }
+    text += "'";
+    if (endpoint.host != usual.host) {
+        text += " --host " + endpoint.host;
+    }
+    if (endpoint.port != usual.port) {
+        text += " --port " + std::to_string(endpoint.port);
+    }
+    return text;
+}
+
 std::string CheckDecimal(const std::string& text) {
     const bool isDecimal = text.find_first_not_of("0123456789") == std::string::npos;
     if (isDecimal && (text == "0" || !text.starts_with('0'))) {

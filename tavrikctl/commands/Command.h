@@ -7,6 +7,7 @@
 
 #include "client/Daemon.h"
 #include "client/Failure.h"
+#include "client/Gripper.h"
 #include "tavrikctl/Printer.h"
 
 namespace tavrik {
@@ -66,6 +67,10 @@ struct Motion {
     bool moves = true;  ///< whether its end can be waited for
 };
 std::unique_ptr<Command> MakeMotionCommand(CLI::App& program, const Motion& motion);
+
+/// A command as it can be typed in a shell, for this gripper of this daemon.
+std::string CommandText(const std::string& command, const Gripper& gripper,
+                        const Endpoint& endpoint);
 
 // Checks for CLI11: the error in `text` as the value of an option, empty if there is none.
 

@@ -1,18 +1,51 @@
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <xmlrpc-c/base.hpp>
 
 #include "client/Gripper.h"
+#include "client/GripperMotion.h"
 #include "client/Values.h"
+#include "tavrikctl/Interruption.h"
 #include "tavrikctl/commands/Command.h"
 
 namespace tavrik {
 
 namespace {
 
+/// For the drive to report that it is off, after an interruption.
+constexpr std::chrono::seconds kStopLimit(3);
+
+MotionKind KindOf(const std::string& method) {
+    return method == "Grip"      ? MotionKind::Grip
+           : method == "Release" ? MotionKind::Release
+           : method == "Disable" ? MotionKind::Disable
+                                 : MotionKind::Reference;
+}
+
+ExitStatus ExitStatusOf(MotionEnd end) {
+    switch (end) {
+        case MotionEnd::DidNotMove:
+        case MotionEnd::Stopped:
+            return ExitStatus::DidNotMove;
+        case MotionEnd::Faulty:
+            return ExitStatus::Faulty;
+        case MotionEnd::Moving:
+            return ExitStatus::NotAtRest;
+        case MotionEnd::Interrupted:
+            return ExitStatus::Interrupted;
+        case MotionEnd::PartLost:
+            return ExitStatus::NotHeld;
+        default:
+            return ExitStatus::Done;
+    }
+}
+
 class MotionCommand : public Command {
 public:
     MotionCommand(CLI::App& program, const Motion& motion)
-        : Command(program, motion.name, motion.description), motion(motion) {
+        : Command(program, motion.name, motion.description),
+          motion(motion),
+          kind(KindOf(motion.method)) {
         if (motion.argument == Motion::Argument::OnOff) {
             app.add_option("SWITCH", onOff, "on or off")->required();
         }
@@ -21,11 +54,7 @@ public:
             AddSetNumber(set);
         }
         if (motion.moves) {
-            auto* const flag =
-                app.add_flag("--wait", wait, "wait until the gripper has come to rest");
-            AddTimeOption(app, "--within", limit,
-                          "time limit of --wait, 0.001 to 3600 s (default: 30)")
-                ->needs(flag);
+            AddWaiting();
         }
         AddJson();
     }
@@ -33,38 +62,38 @@ public:
     ExitStatus Run(Daemon& daemon, Printer& printer) override {
         const xmlrpc_c::carray arguments = Arguments();
         const Gripper gripper(daemon, ChosenGripper(daemon));
-        const ProcessData before = wait ? gripper.ReadProcessData() : ProcessData(0);
-        const int status = gripper.Command(motion.method, arguments);
-        std::string text = gripper.StatusText(status);
-        if (status != 0) {
-            throw Failure(ExitStatusFor(status), text);
-        }
-        nlohmann::ordered_json object{{"gripper", gripper.DeviceString()}, {"status", status}};
-        bool isFaulty = false;
         if (wait) {
-            const ProcessData rest = gripper.AwaitRest(before, limit);
-            isFaulty = rest.fault || rest.tempFault;
-            const bool changed = rest.state != before.state ||
-                                 RestDetector::IsMotion(before.position, rest.position);
-            rest.AddTo(object);
-            object["changed"] = changed;
-            const std::string flags = rest.FlagText();
-            text += std::string(changed ? "" : ", but nothing changed") + ", at rest at " +
-                    HundredthsText(rest.position) + " in state " + std::to_string(rest.state) +
-                    (flags.empty() ? "" : ", " + flags);
+            return RunToTheEnd(gripper, daemon.Server(), printer);
         }
+        RequireSuccess(gripper, gripper.Command(motion.method, arguments));
         if (json) {
-            printer.Json(object);
-        } else if (!isFaulty) {
-            printer.Line(text);
-        }
-        if (isFaulty) {
-            throw Failure(ExitStatus::Faulty, text);
+            printer.Json({{"gripper", gripper.DeviceString()}, {"status", 0}});
+        } else {
+            printer.Line(gripper.Name() + ": " +
+                         (motion.moves ? motion.name + " started" : "done"));
         }
         return ExitStatus::Done;
     }
 
 private:
+    void AddWaiting() {
+        auto* const flag =
+            app.add_flag("--wait", wait, "wait for the end of the motion and name it");
+        AddTimeOption(app, "--within", limit, "time limit of --wait, 0.001 to 3600 s (default: 30)")
+            ->needs(flag);
+        if (kind == MotionKind::Grip) {
+            AddTimeOption(app, "--hold-for", holdTime,
+                          "then watch the part so long; fail if it is lost")
+                ->needs(flag);
+        }
+        if (kind != MotionKind::Disable) {
+            app.add_flag("--stop-on-interrupt", stopOnInterrupt,
+                         "on Ctrl-C, switch the drive off if it still moves")
+                ->needs(flag)
+                ->option_text(" ");
+        }
+    }
+
     /// The parameters after the device string.
     xmlrpc_c::carray Arguments() const {
         switch (motion.argument) {
@@ -77,11 +106,99 @@ private:
         }
     }
 
+    static void RequireSuccess(const Gripper& gripper, int status) {
+        if (status != 0) {
+            throw Failure(ExitStatusFor(status), gripper.StatusText(status));
+        }
+    }
+
+    /// @param gripper not affected by an interruption
+    ExitStatus RunToTheEnd(const Gripper& gripper, const Endpoint& endpoint, Printer& printer) {
+        const Interruption interruption;
+        Daemon daemon(endpoint, interruption.Token());
+        const Gripper interruptible(daemon, gripper.DeviceString());
+        const MotionResult result = Perform(interruptible, interruption.Token());
+        if (json) {
+            nlohmann::ordered_json object{{"gripper", gripper.DeviceString()}, {"status", 0}};
+            result.AddTo(object);
+            printer.Json(object);
+        }
+        const std::string text =
+            result.end == MotionEnd::Interrupted
+                ? InterruptionText(gripper, result, endpoint)
+                : gripper.Name() + ": " + result.Text() + Remedy(result, gripper, endpoint);
+        const bool lacksPart = holdTime.count() > 0 && result.end == MotionEnd::NoPart;
+        const ExitStatus status = lacksPart ? ExitStatus::NotHeld : ExitStatusOf(result.end);
+        if (status != ExitStatus::Done) {
+            throw Failure(status, text);
+        }
+        if (!json) {
+            printer.Line(text);
+        }
+        return status;
+    }
+
+    MotionResult Perform(const Gripper& gripper, const std::stop_token& stop) const {
+        GripperMotion run(gripper, kind, set);
+        try {
+            RequireSuccess(gripper, run.Start());
+        } catch (const Failure&) {
+            if (!stop.stop_requested()) {
+                throw;
+            }
+            return {kind, MotionEnd::Interrupted, ProcessData(0), false};
+        }
+        const MotionResult result = run.AwaitEnd(limit, stop);
+        const bool holds = holdTime.count() > 0 && result.end == MotionEnd::Gripped;
+        return holds ? run.Hold(result, holdTime, stop) : result;
+    }
+
+    std::string InterruptionText(const Gripper& gripper, const MotionResult& result,
+                                 const Endpoint& endpoint) const {
+        const std::string place = result.data.certain ? ", " + result.PlaceText() : "";
+        const std::string text = gripper.Name() + ": interrupted";
+        if (result.held) {  // the motion has ended; without the drive, the part might fall
+            return text + " while it holds the part" + place;
+        }
+        if (!stopOnInterrupt) {
+            return text + ", it may still move" + place +
+                   "; to stop it: " + CommandText("disable", gripper, endpoint);
+        }
+        try {
+            GripperMotion disable(gripper, MotionKind::Disable);
+            RequireSuccess(gripper, disable.Start());
+            return text + ", " + disable.AwaitEnd(kStopLimit).Text();
+        } catch (const Failure& failure) {
+            return text + ", failed to stop it: " + failure.what();
+        }
+    }
+
+    /// The command that removes what was in the way of the motion, if there is one.
+    std::string Remedy(const MotionResult& result, const Gripper& gripper,
+                       const Endpoint& endpoint) const {
+        const auto remedy = [&](const std::string& command) {
+            return "; do: " + CommandText(command, gripper, endpoint);
+        };
+        switch (result.obstacle) {
+            case MotionObstacle::NoReference:
+                return remedy("home --wait");
+            case MotionObstacle::NeedsChange:
+                return remedy("disable");
+            case MotionObstacle::OverrideZero:
+                return remedy("set override-" + motion.name + " 50");
+            default:
+                return "";
+        }
+    }
+
     const Motion motion;
+    const MotionKind kind;  // if it moves
     std::string onOff;
     int set = 0;
     bool wait = false;
+    bool stopOnInterrupt = false;
     std::chrono::milliseconds limit = std::chrono::seconds(30);  // of waiting
+    std::chrono::milliseconds holdTime{};
 };
 
 }  // namespace

@@ -447,7 +447,7 @@ class ManualPageTest(unittest.TestCase):
         page = (ROOT / "docs" / "man" / "tavrikctl.1").read_text().replace(r"\-", "-")
         for setting, values in ranges.items():
             self.assertIn(f".It Cm {setting}\n{values};\n", page)
-        options = set(re.findall(r"--[a-z]+", help_text + "".join(details.values())))
+        options = set(re.findall(r"--[a-z-]+", help_text + "".join(details.values())))
         explained_options, explained_words = self.items("tavrikctl.1")
         self.assertEqual(options - explained_options, set())
         self.assertEqual((commands | ranges.keys()) - explained_words, set())

@@ -22,16 +22,16 @@ class MotionTest(CtlTestCase):
         self.referenced("HVA")
         with self.condition("part 0 12.5", "part 0 none"):
             self.assertEqual(self.ctl("grip", "HVA", "--wait"),
-                             f"{HVA}: done, at rest at 12.50 in state 6\n")
+                             f"{HVA}: gripped a part at 12.50 (state 6)\n")
         self.assertEqual(self.ctl("release", "HVA", "--wait"),
-                         f"{HVA}: done, at rest at 28.00 in state 4\n")
+                         f"{HVA}: released at 28.00 (state 4)\n")
 
     def test_wait_prints_flags_and_json(self):
         self.referenced("mzd")
         with self.condition("fault 1 temp-warn on", "fault 1 temp-warn off"):
             self.wait_for_process_data(1, MZD)
             self.assertRegex(self.ctl("release", "mzd", "--wait"),
-                             r"^MZD-S SN:100002: done, at rest at 22.00 in state 4, "
+                             r"^MZD-S SN:100002: released at 22.00 \(state 4\), "
                              r"temperature warning\n$")
             answer = self.json("grip", "mzd", "--wait")
         self.assertEqual((answer["gripper"], answer["status"], answer["state"], answer["position"],
@@ -49,17 +49,11 @@ class MotionTest(CtlTestCase):
             self.assertEqual(result.returncode, FAULTY, result)
             self.assertTrue(json.loads(result.stdout)[name])
 
-    def test_rest_without_motion_is_reported(self):
-        self.referenced("HVA")
-        self.assertTrue(self.json("release", "HVA", "--wait")["changed"])
-        self.assertFalse(self.json("release", "HVA", "--wait")["changed"])
-        with self.condition("pdin 0 0", "pdin 0 100"):
-            self.assertEqual(self.ctl("grip", "HVA", "--wait"),
-                             f"{HVA}: done, but nothing changed, at rest at 28.00 in state 4\n")
-        self.wait_for_process_data(0, HVA)
-
     def test_without_wait_the_command_returns_at_once(self):
-        self.assertEqual(self.ctl("disable", "TLM"), f"{TLM}: done\n")
+        for command in ("grip", "release", "disable"):
+            self.assertEqual(self.ctl(command, "TLM"), f"{TLM}: {command} started\n")
+        self.assertEqual(self.ctl("home", "MZD"), f"{MZD}: home started\n")
+        self.assertEqual(self.ctl("store", "TLM"), f"{TLM}: done\n")
         self.assertEqual(self.json("disable", "TLM"), {"gripper": TLM, "status": 0})
 
     def test_the_parameter_set_is_sent(self):
@@ -152,7 +146,9 @@ class SlowMotionTest(CtlTestCase):
     def test_a_single_gripper_needs_no_name_and_wait_has_a_limit(self):
         self.expect_failure(NOT_AT_REST, "TLM SN:100001: still moving, at ",
                             "release", "--wait", "--within", 0.3)
-        self.expect_failure(USAGE, "--within requires --wait", "release", "--within", 0.3)
+        for option in (("--within", 0.3), ("--stop-on-interrupt",)):
+            self.expect_failure(USAGE, f"{option[0]} requires --wait", "release", *option)
+        self.expect_failure(USAGE, "--hold-for requires --wait", "grip", "--hold-for", 0.3)
 
     def test_a_master_that_falls_silent_is_not_rest(self):
         process = self.moving("release", "--wait")

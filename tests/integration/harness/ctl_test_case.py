@@ -19,6 +19,7 @@ GRIPPER = "<array><data><value>X</value></data></array>"  # the only one of a fa
 # Exit statuses
 REFUSED, USAGE, NOT_POSSIBLE, NO_DAEMON, NO_ANSWER, BAD_ANSWER = 1, 2, 3, 4, 5, 6
 NO_GRIPPER, NOT_AT_REST, FAILED, FAULTY, NOT_SENT, NO_PROCESS_DATA = 7, 8, 9, 10, 12, 21
+DID_NOT_MOVE, NOT_HELD = 11, 13
 
 
 class CtlTestCase(CellTestCase):

@@ -1,0 +1,187 @@
+#include "client/GripperMotion.h"
+
+#include <functional>
+#include <optional>
+#include <thread>
+
+#include "client/Failure.h"
+#include "client/Values.h"
+
+namespace tavrik {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::chrono::milliseconds kPollPause(10);
+constexpr std::chrono::seconds kHoldProbePause(1);  // while a part is held
+
+/// Polls until the motion has ended. @return false if it was interrupted before
+bool PollUntil(const std::function<bool()>& hasEnded, const std::stop_token& stop) {
+    try {
+        while (!stop.stop_requested()) {
+            if (hasEnded()) {
+                return true;
+            }
+            std::this_thread::sleep_for(kPollPause);
+        }
+    } catch (const Failure&) {  // also of a call that was interrupted
+        if (!stop.stop_requested()) {
+            throw;
+        }
+    }
+    return false;
+}
+
+}  // namespace
+
+int GripperMotion::Start() {
+    before = gripper.ReadProcessData();
+    int status = 0;
+    switch (kind) {
+        case MotionKind::Grip:
+            status = gripper.Get<int>("Grip", set);
+            break;
+        case MotionKind::Release:
+            status = gripper.Get<int>("Release", set);
+            break;
+        case MotionKind::Reference:
+            status = gripper.Get<int>("Reference");
+            break;
+        case MotionKind::Disable:
+            status = gripper.Get<int>("Disable");
+            break;
+    }
+    start = Clock::now();
+    return status;
+}
+
+MotionResult GripperMotion::AwaitEnd(std::chrono::milliseconds limit, const std::stop_token& stop) {
+    using Progress = MotionJudge::Progress;
+    ProcessDataReader reader(gripper);
+    MotionJudge judge(kind, before, start);
+    std::optional<MotionResult> result;
+    const auto hasEnded = [&] {
+        const Progress progress = judge.Add(reader.Read(), Clock::now());
+        if (progress == Progress::Reported) {
+            result = Judge(judge, judge.End());
+        } else if (progress == Progress::AtRest) {
+            result = JudgeAtRest(judge, judge.End());
+        } else if (Clock::now() - start > limit) {
+            result = JudgeAtRest(judge, judge.EndAtLimit());
+        }
+        return result.has_value();
+    };
+    return PollUntil(hasEnded, stop) ? *result : Judge(judge, MotionEnd::Interrupted);
+}
+
+MotionResult GripperMotion::Judge(const MotionJudge& judge, MotionEnd end) const {
+    MotionResult result{kind, end, judge.Last(), judge.HasChanged()};
+    if (end == MotionEnd::DidNotMove || end == MotionEnd::Stopped) {
+        result.obstacle = FindObstacle(judge, end);
+    }
+    return result;
+}
+
+/// The gripper has reported nothing: the process data may be old, or missing.
+MotionResult GripperMotion::JudgeAtRest(const MotionJudge& judge, MotionEnd end) const {
+    const ProcessData data = judge.Last();
+    RequireAnswer(data);
+    if (!data.certain) {
+        throw Failure(ExitStatus::NoProcessData,
+                      gripper.Name() + ": no process data, or at rest at 0.00 in state 0");
+    }
+    if (judge.IsUncertain()) {
+        throw Failure(ExitStatus::NoProcessData,
+                      gripper.Name() + ": process data were lost during the wait; at rest at " +
+                          HundredthsText(data.position) + " in state " +
+                          std::to_string(data.state));
+    }
+    return Judge(judge, end);
+}
+
+void GripperMotion::RequireAnswer(const ProcessData& data) const {
+    if (!gripper.MasterAnswers()) {
+        throw Failure(ExitStatus::NoAnswer, gripper.Name() +
+                                                ": its master stopped answering; last position " +
+                                                HundredthsText(data.position));
+    }
+}
+
+MotionObstacle GripperMotion::FindObstacle(const MotionJudge& judge, MotionEnd end) const {
+    const GripperState state = judge.Last().State();
+    if (kind == MotionKind::Disable) {
+        return state == GripperState::Holding ? MotionObstacle::Holdfast : MotionObstacle::None;
+    }
+    if (state == GripperState::NeedsReference) {
+        return kind != MotionKind::Reference ? MotionObstacle::NoReference
+               : end == MotionEnd::Stopped   ? MotionObstacle::ReferenceFailed
+                                             : MotionObstacle::NeedsChange;
+    }
+    if (kind == MotionKind::Reference && judge.IsAtGoal()) {
+        return MotionObstacle::NeedsChange;
+    }
+    if (kind != MotionKind::Reference && IsMoving(state)) {
+        return IsOverrideZero() ? MotionObstacle::OverrideZero : MotionObstacle::None;
+    }
+    if (kind != MotionKind::Reference && HasNoSet()) {
+        return MotionObstacle::NoSuchSet;
+    }
+    if (judge.IsAtGoal()) {
+        return MotionObstacle::SameState;
+    }
+    const bool isKnown = state <= GripperState::Referenced;
+    return judge.HasChanged() && isKnown ? MotionObstacle::OtherRequest : MotionObstacle::None;
+}
+
+bool GripperMotion::IsOverrideZero() const {
+    return gripper.Get<int>(kind == MotionKind::Grip ? "GetOverrideGrip" : "GetOverrideRelease") ==
+           0;
+}
+
+/// A limit that cannot be read is 0, too. No gripper opens and closes to 0.
+bool GripperMotion::HasNoSet() const {
+    return gripper.Get<double>("GetNoPartLimit", set) == 0 &&
+           gripper.Get<double>("GetReleaseLimit", set) == 0;
+}
+
+MotionResult GripperMotion::Hold(const MotionResult& gripped, std::chrono::milliseconds time,
+                                 const std::stop_token& stop) const {
+    const auto begin = Clock::now();
+    auto nextProbe = begin + kHoldProbePause;
+    ProcessDataReader reader(gripper);
+    MotionResult result = gripped;
+    result.held = std::chrono::milliseconds::zero();
+    const auto hasEnded = [&] {
+        const auto now = Clock::now();
+        result.data = reader.Read();
+        result.held = std::chrono::duration_cast<std::chrono::milliseconds>(now - begin);
+        result.end = EndOfHold(result.data);
+        if (result.end != MotionEnd::Gripped) {
+            return true;
+        }
+        const bool isOver = result.held >= time;
+        if (isOver || now >= nextProbe) {
+            RequireAnswer(result.data);
+            nextProbe = now + kHoldProbePause;
+        }
+        return isOver;
+    };
+    if (!PollUntil(hasEnded, stop)) {
+        result.end = MotionEnd::Interrupted;
+    }
+    return result;
+}
+
+MotionEnd GripperMotion::EndOfHold(const ProcessData& data) const {
+    if (!data.certain) {
+        throw Failure(ExitStatus::NoProcessData,
+                      gripper.Name() + ": process data were lost while the part was held");
+    }
+    if (data.IsFaulty()) {
+        return MotionEnd::Faulty;
+    }
+    return data.State() == GripperState::Holding ? MotionEnd::Gripped : MotionEnd::PartLost;
+}
+
+}  // namespace tavrik

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <csignal>
+#include <stop_token>
+#include <thread>
+
+namespace tavrik {
+
+/// While it exists, SIGINT (Ctrl-C), SIGTERM and SIGHUP request a stop instead of ending the
+/// program; a second one ends it. Signals that were ignored before stay ignored. Create it before
+/// any other thread.
+class Interruption {
+public:
+    Interruption();
+    ~Interruption();
+    Interruption(const Interruption&) = delete;
+    Interruption& operator=(const Interruption&) = delete;
+
+    std::stop_token Token() const { return stop.get_token(); }
+
+private:
+    void AwaitSignals();
+
+    sigset_t signals{};
+    sigset_t previous{};  // the signals that were blocked before
+    std::stop_source stop;
+    std::thread waiter;
+};
+
+/// Ends the program as SIGINT does, so that a shell script that runs it ends, too.
+void EndInterrupted();
+
+}  // namespace tavrik

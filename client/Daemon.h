@@ -14,9 +14,11 @@
 
 namespace tavrik {
 
-/// The one of `grippers` that is `name`, otherwise the only one that contains `name`, ignoring the
-/// case of ASCII letters; a part that ends in the serial number must be its end. Two with the same
-/// name do not match: the daemon would take the first. An empty `name` matches all.
+/// The one of `grippers` that is `name`, otherwise the only one that `name` is meant for, ignoring
+/// the case of ASCII letters: its model, its serial number, or a part of four characters or more;
+/// a part that ends in the serial number must be its end. A number of up to three digits matches
+/// none. Two grippers with the same name do not match: the daemon would take the first. An empty
+/// `name` matches all.
 /// @param exact only the whole name matches: "HVA" does not mean "HVA SN:1" while "HVA" is
 /// unplugged
 /// @throws Failure (NoGripper)

@@ -8,7 +8,7 @@ namespace tavrik {
 void Command::AddGripper() {
     auto* const name =
         app.add_option("GRIPPER", gripperName,
-                       "unique part of its device string; optional if only one")
+                       "device string, model, serial number, or 4 characters")
             ->check(CheckNotEmpty)  // an unset variable must not mean the only gripper
             ->option_text(" ");
     app.add_flag("--exact", isExact, "GRIPPER is the complete device string")->needs(name);

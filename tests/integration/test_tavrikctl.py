@@ -99,7 +99,7 @@ class OddGrippersTest(CtlTestCase):
         self.assertTrue(rows[1].startswith("A?B?[31m\u00e4 SN:1  HVA or MZD"))
         self.assertEqual(rows[0].index("MODEL"), rows[1].index("HVA or MZD"))
         self.assertEqual(self.json("list")[0]["gripper"], self.HVA)
-        self.assertIn("A?B?[31m\u00e4 SN:1: done", self.ctl("store", "A\tB"))
+        self.assertIn("A?B?[31m\u00e4 SN:1: done", self.ctl("store", "A\tB?"))
 
     def test_a_duplicate_name_is_marked(self):
         rows = self.ctl("list").splitlines()

@@ -101,7 +101,26 @@ class MotionTest(CtlTestCase):
         self.expect_failure(NO_GRIPPER, "several grippers found, name one of: "
                             f"'{HVA}', '{MZD}', '{TLM}'", "grip")
         self.expect_failure(NO_GRIPPER, "no gripper matches 'XYZ'; available:", "grip", "XYZ")
-        self.expect_failure(NO_GRIPPER, "several grippers match", "grip", "sn:")
+        self.expect_failure(NO_GRIPPER, "several grippers match", "grip", " sn:")
+
+    def test_a_short_part_of_a_name_moves_nothing(self):
+        requests = [self.cell.show(number)["requestCount"] for number in range(3)]
+        for name in ("1", "001", "sn:", "h", "va "):
+            for command in (("grip", name), ("home", name), ("disable", name, "--wait"),
+                            ("store", name), ("holdfast", "off", name), ("call", "Grip", name, 0)):
+                with self.subTest(command=command):
+                    self.expect_failure(
+                        NO_GRIPPER, f"'{name}' is too short to name a gripper: type its model or at "
+                        f"least 4 characters; available: '{HVA}', '{MZD}', '{TLM}'", *command)
+        self.assertEqual([self.cell.show(number)["requestCount"] for number in range(3)], requests)
+
+    def test_the_model_the_serial_number_and_a_longer_part_name_a_gripper(self):
+        for name in ("tlm", "100003", "0003", "SN:100003", TLM):
+            with self.subTest(name=name):
+                self.assertEqual(self.ctl("disable", name), f"{TLM}: disable started\n")
+        for name in ("mzd", "MZD-S"):
+            with self.subTest(name=name):
+                self.assertEqual(self.ctl("disable", name), f"{MZD}: disable started\n")
 
     def test_an_empty_name_never_reaches_the_daemon(self):
         """The daemon would take it for a gripper whose name it does not know yet."""

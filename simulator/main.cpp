@@ -9,6 +9,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -33,6 +34,14 @@ constexpr int kDeviationStatus = 3;
 void Print(const std::string& text) {
     const std::string line = "pellix-sim: " + text + "\n";
     [[maybe_unused]] const auto written = write(STDERR_FILENO, line.data(), line.size());
+}
+
+/// Prompts for a command, if a person types them.
+void Prompt() {
+    if (isatty(STDIN_FILENO) == 1 && isatty(STDERR_FILENO) == 1) {
+        constexpr std::string_view kPrompt = "pellix-sim> ";
+        [[maybe_unused]] const auto written = write(STDERR_FILENO, kPrompt.data(), kPrompt.size());
+    }
 }
 
 int PrintHelp() {
@@ -134,7 +143,9 @@ int RunCell(const Options& options) {
         sources.push_back(replay.commands);
     }
     CommandReader reader(std::move(sources), [&interpreter](const std::string& line) {
-        return interpreter.Execute(line);
+        const auto pause = interpreter.Execute(line);
+        Prompt();
+        return pause;
     });
     reader.Prepare();
     if (writer) {

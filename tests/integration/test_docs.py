@@ -297,7 +297,7 @@ class ShellCommandsTest(CellTestCase):
     RUN_NOWHERE = {
         "scripts/bench": "a quarter of an hour; its quick form is run by CI",
         "scripts/bench --publish": "changes the page that has the command",
-        "scripts/demo": "serves until Ctrl-C; the tour builds and starts the same cell",
+        "scripts/demo": "serves until Ctrl-C; test_demo.py types what it prints",
         "cmake --preset release && cmake --build --preset release": "scripts/demo does it",
         "cmake --preset release -D TAVRIK_CORVANE_VENDOR_ID=31249": "only configures",
         "build/release/daemon/TavrikDaemon": "the tour runs it in its cell",

@@ -1,5 +1,6 @@
 """A simulated cell with the daemon running in it: its processes, their output, its ports."""
 
+import errno
 import json
 import os
 import re
@@ -46,6 +47,10 @@ class Output:
                 data = os.read(self.stream.fileno(), 65536)
             except BlockingIOError:
                 break
+            except OSError as error:
+                if error.errno != errno.EIO:  # of a terminal that its program has left
+                    raise
+                data = b""
             self.ended = not data
             end = b"\n" if self.ended and self.partial_line else b""
             *lines, self.partial_line = (self.partial_line + data + end).split(b"\n")

@@ -10,13 +10,13 @@ enum class ExitStatus {
     Done = 0,
     Refused = 1,         ///< an error code of the gripper's master, or a setting does not have the
                          ///< value that was set
-    Usage = 2,           ///< invalid command line
+    Usage = 2,           ///< invalid command line or file
     NotPossible = 3,     ///< unknown gripper, or not supported by its model
     NoDaemon = 4,        ///< the daemon cannot be reached or did not answer in time
     NoAnswer = 5,        ///< the gripper's master did not answer
     BadAnswer = 6,       ///< the daemon replied with a fault, or is not a TavrikDaemon
     NoGripper = 7,       ///< no gripper, or more than one, matches the name
-    NotAtRest = 8,       ///< --wait: the gripper is still moving
+    NotAtRest = 8,       ///< --wait: the gripper is still moving; settings: it is in use
     Failed = 9,          ///< tavrikctl itself failed
     Faulty = 10,         ///< --wait: the gripper is at rest with a fault
     DidNotMove = 11,     ///< --wait: the gripper did not move, or not to the end of the motion

@@ -38,7 +38,6 @@ constexpr std::array kSettings{
             "all models; cannot be set"},
 };
 
-constexpr double kStepsPerUnit = 100;  // of a limit
 constexpr double kSmallestLimit = -327.68;
 constexpr double kLargestLimit = 327.67;
 constexpr int kLargestByte = 255;
@@ -110,8 +109,8 @@ std::string SettingText(const Setting& setting, const std::string& text) {
         case Kind::Flag:
             return OnOffText(ParseBoolean(text));
         case Kind::Limit:  // through an integer, to avoid -0.00
-            return HundredthsText(
-                static_cast<double>(std::lround(ParseReal(text) * kStepsPerUnit)) / kStepsPerUnit);
+            return HundredthsText(static_cast<double>(std::lround(ParseReal(text) * kLimitSteps)) /
+                                  kLimitSteps);
         default:
             return std::to_string(ParseInteger(text));
     }
@@ -119,8 +118,8 @@ std::string SettingText(const Setting& setting, const std::string& text) {
 
 double LimitToSend(double limit) {
     constexpr double kInsideStep = 0.2;  // steps; keeps clear of the edge where rounding decides
-    const double steps = std::round(limit * kStepsPerUnit);
-    return (steps < 0 ? steps - 1 + kInsideStep : steps) / kStepsPerUnit;
+    const double steps = std::round(limit * kLimitSteps);
+    return (steps < 0 ? steps - 1 + kInsideStep : steps) / kLimitSteps;
 }
 
 }  // namespace tavrik

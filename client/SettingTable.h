@@ -20,6 +20,8 @@ struct Setting {
     std::string_view models;  ///< that support it, and remarks for the help
 };
 
+constexpr double kLimitSteps = 100;  ///< of a limit, per unit
+
 std::span<const Setting> Settings();
 
 /// @throws Failure (Usage)

@@ -18,13 +18,13 @@ constexpr const char* kExitStatuses =
   0    done
   1    the gripper's master refused with an error code of its own, or a
        setting does not have the value that was set
-  2    invalid command line
+  2    invalid command line or file
   3    gripper no longer known, or not supported by its model
   4    the daemon cannot be reached or did not answer in time
   5    the gripper's master did not answer
   6    the daemon replied with a fault, or is not a TavrikDaemon
   7    no gripper, or more than one, matches the name
-  8    --wait: the gripper is still moving
+  8    --wait: the gripper is still moving; settings: it is in use
   9    the output cannot be written, or tavrikctl failed
   10   --wait: the gripper is at rest with a fault
   11   --wait: the gripper did not move, or stopped on the way
@@ -89,6 +89,9 @@ void CommandLine::AddCommands() {
     }
     commands.push_back(MakeGetCommand(app));
     commands.push_back(MakeSetCommand(app));
+    for (auto& command : MakeSettingsCommands(app)) {
+        commands.push_back(std::move(command));
+    }
     commands.push_back(MakeWatchCommand(app));
     commands.push_back(MakeCallCommand(app));
     commands.push_back(MakeDoctorCommand(app, endpoint));

@@ -54,6 +54,17 @@ std::string CommandText(const std::string& command, const Gripper& gripper,
     return text;
 }
 
+CLI::App& AddParent(CLI::App& program, const std::string& name, const std::string& description,
+                    const std::string& names) {
+    auto& parent = *program.add_subcommand(name, description);
+    parent.parse_complete_callback([&parent, name, names] {
+        if (parent.get_subcommands().empty()) {
+            throw CLI::ValidationError(name, "must be followed by " + names);
+        }
+    });
+    return parent;
+}
+
 std::string CheckDecimal(const std::string& text) {
     const bool isDecimal = text.find_first_not_of("0123456789") == std::string::npos;
     if (isDecimal && (text == "0" || !text.starts_with('0'))) {

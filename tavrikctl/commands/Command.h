@@ -4,6 +4,7 @@
 #include <chrono>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "client/Daemon.h"
 #include "client/Failure.h"
@@ -54,6 +55,8 @@ std::unique_ptr<Command> MakeDoctorCommand(CLI::App& program, const Endpoint& en
 std::unique_ptr<Command> MakeGetCommand(CLI::App& program);
 std::unique_ptr<Command> MakeListCommand(CLI::App& program);
 std::unique_ptr<Command> MakeSetCommand(CLI::App& program);
+/// The commands of "settings".
+std::vector<std::unique_ptr<Command>> MakeSettingsCommands(CLI::App& program);
 std::unique_ptr<Command> MakeWatchCommand(CLI::App& program);
 
 /// A command to the gripper: one call that returns a status.
@@ -71,6 +74,11 @@ std::unique_ptr<Command> MakeMotionCommand(CLI::App& program, const Motion& moti
 /// A command as it can be typed in a shell, for this gripper of this daemon.
 std::string CommandText(const std::string& command, const Gripper& gripper,
                         const Endpoint& endpoint);
+
+/// Declares a command of `program` that only has commands of its own.
+/// @param names of these, for an error message
+CLI::App& AddParent(CLI::App& program, const std::string& name, const std::string& description,
+                    const std::string& names);
 
 // Checks for CLI11: the error in `text` as the value of an option, empty if there is none.
 

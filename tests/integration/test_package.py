@@ -98,6 +98,8 @@ class InstalledTest(MachineTestCase):
                 (("tavrikctl", "call", "Holdfast", "hva", ""), {"on", "off"}),
                 (("tavrikctl", "d"), {"disable", "doctor"}),
                 (("tavrikctl", "doctor", "--b"), {"--bundle"}),
+                (("tavrikctl", "settings", "re"), {"restore"}),
+                (("tavrikctl", "settings", "restore", "--s"), {"--store"}),
                 (("tavrikctl", "watch", "--c"), {"--csv"}),
                 (("tavrikctl", "holdfast", ""), {"on", "off"})):
             with self.subTest(words=words):

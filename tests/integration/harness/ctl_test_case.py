@@ -28,7 +28,7 @@ class CtlTestCase(CellTestCase):
     @classmethod
     def prepare(cls):
         super().prepare()
-        count = cls.options.count("--gripper")
+        count = cls.options.count("--gripper") - cls.options.count("--unplugged")
         if count:
             cls.cell.wait_until_operating(count)
         for device in cls.call_apart("GetGrippers"):

@@ -1,0 +1,96 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+#include <xmlrpc-c/base.hpp>
+
+#include "client/Gripper.h"
+#include "client/GripperSettings.h"
+#include "client/ProcessData.h"
+
+namespace tavrik {
+
+/// Notices that somebody else uses a gripper: that it moves.
+class StillnessGuard {
+public:
+    /// @param gripper must outlive the guard
+    explicit StillnessGuard(const Gripper& gripper) : gripper(gripper) {}
+
+    /// Sends nothing to the gripper.
+    /// @throws Failure (NotAtRest) if position or state have changed since the first call;
+    /// (NoProcessData) if there may be no process data, (NoGripper) without a gripper
+    void Check();
+
+    /// Checks until half a second has passed since the first check, so that slow motions are seen.
+    void Watch();
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    const Gripper& gripper;
+    std::optional<ProcessData> first;
+    Clock::time_point start;
+};
+
+/// Reads and writes all settings of a gripper that nobody else uses meanwhile, from the first call
+/// to the last. Stops as soon as it notices that somebody does.
+class SettingsTransfer {
+public:
+    /// Called with the part that is done, 0 to 1, after each value.
+    using Progress = std::function<void(double)>;
+
+    enum class Result {
+        NotWritten,
+        Unknown,  ///< sent, but there was no reply
+        Written,
+        Refused,
+    };
+
+    struct Step {
+        SettingDifference difference;
+        Result result = Result::NotWritten;
+        int status = 0;  ///< the daemon's, if refused
+    };
+
+    /// @param gripper must outlive the transfer
+    explicit SettingsTransfer(const Gripper& gripper) : gripper(gripper), guard(gripper) {}
+
+    /// Reads everything; takes seconds.
+    /// @throws Failure (NotAtRest) if the gripper moves, or its settings change meanwhile;
+    /// (NoProcessData) if it may have none, because it then may answer 0 for everything;
+    /// (NoAnswer, NoGripper, NoDaemon, BadAnswer)
+    GripperSettings Read(const Progress& progress);
+
+    /// Writes the new values one after the other, and goes on after those that the gripper refuses.
+    /// Reads nothing back.
+    /// @param before the settings that the differences begin with
+    /// @throws Failure as Read(), and (NotSent), when no further value can be written; Steps() then
+    /// tells what has been done before
+    void Write(const GripperSettings& before, const std::vector<SettingDifference>& differences,
+               const Progress& progress);
+
+    /// What Write() has done.
+    const std::vector<Step>& Steps() const { return steps; }
+
+    /// Reads everything after a Write(), and what is not as in `wanted` twice: a late reply to a
+    /// write also ends a read, which then returns the old value.
+    /// @throws Failure as Read()
+    GripperSettings ReadBack(const GripperSettings& wanted, const Progress& progress);
+
+private:
+    xmlrpc_c::value ReadSetting(const std::string& getter, const xmlrpc_c::carray& rest) const;
+    int ReadValue(const SettingPlace& place) const;
+    std::int64_t ReadChecksum() const;
+    void WriteValue(Step& step) const;
+
+    const Gripper& gripper;
+    StillnessGuard guard;
+    std::vector<Step> steps;
+};
+
+}  // namespace tavrik

@@ -22,6 +22,7 @@ enum class ExitStatus {
     DidNotMove = 11,     ///< --wait: the gripper did not move, or not to the end of the motion
     NotSent = 12,        ///< nothing could be sent to the gripper's master
     NotHeld = 13,        ///< --hold-for: no part was held so long
+    NotAsExpected = 14,  ///< the grippers are not those of the cell, or something is wrong
     NoProcessData = 21,  ///< the data link to the gripper is not in mode operate
     Interrupted = 130,   ///< by a signal, such as that of Ctrl-C
 };

@@ -53,6 +53,18 @@ Finding Describe(const Gripper& gripper, const ProcessData& data) {
     return {Mark::Ok, gripper.Name(), text + ", model " + model.Text()};
 }
 
+constexpr const char* kCell = "cell";
+
+Finding Describe(const ExpectedCell::Difference& difference) {
+    using Kind = ExpectedCell::Difference::Kind;
+    const std::string& name = difference.found.empty() ? difference.expected : difference.found;
+    return {Mark::Wrong, kCell, "'" + name + "' " + difference.Text(),
+            difference.kind == Kind::Missing
+                ? "check the master's plug and power and the gripper's cable"
+            : difference.kind == Kind::New ? "if it belongs here: tavrikctl cell save FILE"
+                                           : "run: tavrikctl settings restore FILE '" + name + "'"};
+}
+
 /// Whether a gripper that the daemon lists answers.
 /// @param status becomes Done if it does
 Finding CheckGripper(const Gripper& gripper, ExitStatus& status) {
@@ -139,6 +151,26 @@ void Doctor::ExamineGrippers(const Host* host) {
     Add(answered);
     if (status == ExitStatus::NoGripper) {
         Add({{Mark::Wrong, "grippers", "TavrikDaemon lists none", "fix the problems above"}});
+    }
+    ExamineCell(grippers);
+}
+
+void Doctor::ExamineCell(const std::optional<std::vector<std::string>>& grippers) {
+    if (!cell) {
+        return;
+    }
+    if (!grippers) {
+        isCellAsExpected = false;
+        Add({{Mark::Unknown, kCell, "the grippers are not known: they cannot be compared"}});
+        return;
+    }
+    const auto differences = cell->Compare(*grippers);
+    isCellAsExpected = differences.empty();
+    if (isCellAsExpected) {
+        Add({{Mark::Ok, kCell, "all expected grippers: " + std::to_string(cell->Count())}});
+    }
+    for (const auto& difference : differences) {
+        Add({Describe(difference)});
     }
 }
 

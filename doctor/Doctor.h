@@ -3,9 +3,11 @@
 #include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "client/Daemon.h"
+#include "client/ExpectedCell.h"
 #include "client/Failure.h"
 #include "doctor/Finding.h"
 #include "doctor/Host.h"
@@ -16,7 +18,9 @@ namespace tavrik {
 class Doctor {
 public:
     /// @param endpoint host and timeout of the daemon; both ports are checked
-    explicit Doctor(const Endpoint& endpoint) : endpoint(endpoint) {}
+    /// @param cell the grippers that there should be, if known
+    explicit Doctor(const Endpoint& endpoint, std::optional<ExpectedCell> cell = std::nullopt)
+        : endpoint(endpoint), cell(std::move(cell)) {}
 
     void Examine();
 
@@ -24,6 +28,8 @@ public:
 
     /// Done only if a gripper answers.
     ExitStatus Status() const { return status; }
+    /// Whether the grippers are those of the cell; true if none is known.
+    bool IsCellAsExpected() const { return isCellAsExpected; }
     /// The reply to GetVersion; empty if there was none.
     const std::string& DaemonVersion() const { return version; }
     /// Whether the daemon's machine was checked too: it is this one.
@@ -35,11 +41,14 @@ private:
     void ExaminePorts(const Host* host);
     void ExamineDevices(const Host& host);
     void ExamineGrippers(const Host* host);
+    void ExamineCell(const std::optional<std::vector<std::string>>& grippers);
     std::optional<std::vector<std::string>> ListGrippers(Daemon& daemon);
     Findings AskGrippers(Daemon& daemon, const std::vector<std::string>& grippers);
     void Add(const Findings& more);
 
     Endpoint endpoint;  // its port is one that answers, once found
+    const std::optional<ExpectedCell> cell;
+    bool isCellAsExpected = true;
     bool answers = false;
     bool sawMachine = false;
     std::string version;

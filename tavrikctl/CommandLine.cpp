@@ -30,6 +30,8 @@ constexpr const char* kExitStatuses =
   11   --wait: the gripper did not move, or stopped on the way
   12   nothing could be sent to the gripper's master
   13   --hold-for: no part was gripped, or it was lost
+  14   --cell, --strict: a gripper is missing, new or exchanged, or something
+       is wrong
   21   no process data: the gripper may be starting
   130  --wait: interrupted, such as by Ctrl-C)";
 
@@ -92,6 +94,7 @@ void CommandLine::AddCommands() {
     for (auto& command : MakeSettingsCommands(app)) {
         commands.push_back(std::move(command));
     }
+    commands.push_back(MakeCellCommand(app));
     commands.push_back(MakeWatchCommand(app));
     commands.push_back(MakeCallCommand(app));
     commands.push_back(MakeDoctorCommand(app, endpoint));

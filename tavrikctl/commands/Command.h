@@ -50,6 +50,7 @@ private:
 
 // The commands, each declared in `program`, which must outlive it.
 std::unique_ptr<Command> MakeCallCommand(CLI::App& program);
+std::unique_ptr<Command> MakeCellCommand(CLI::App& program);
 /// @param endpoint the program's; must outlive the command
 std::unique_ptr<Command> MakeDoctorCommand(CLI::App& program, const Endpoint& endpoint);
 std::unique_ptr<Command> MakeGetCommand(CLI::App& program);

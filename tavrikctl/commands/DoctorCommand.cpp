@@ -1,4 +1,6 @@
+#include <algorithm>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <sstream>
 
 #include "doctor/Bundle.h"
@@ -32,11 +34,16 @@ public:
         app.add_option("--bundle", bundle, "also write report, versions and log to FILE (tar.gz)")
             ->check(CheckNotEmpty)
             ->option_text("FILE");
+        app.add_option("--cell", cellFile, "compare the grippers with FILE of 'cell save'")
+            ->check(CheckNotEmpty)
+            ->option_text("FILE");
+        app.add_flag("--strict", strict, "fail if anything is marked wrong");
         AddJson();
     }
 
     ExitStatus Run(Daemon& /*daemon*/, Printer& printer) override {
-        Doctor doctor(endpoint);
+        Doctor doctor(endpoint, cellFile.empty() ? std::nullopt
+                                                 : std::optional(ExpectedCell::FromFile(cellFile)));
         doctor.Examine();
         json ? printer.Json(doctor.Json()) : Print(doctor, printer);
         if (!bundle.empty()) {
@@ -49,12 +56,24 @@ public:
                              " contains this report and more: review it before you share it.");
             }
         }
-        return doctor.Status();
+        return Status(doctor);
     }
 
 private:
+    ExitStatus Status(const Doctor& doctor) const {
+        const bool isFine =
+            doctor.IsCellAsExpected() &&
+            !(strict && std::ranges::any_of(doctor.Result(), [](const Finding& each) {
+                  return each.mark == Mark::Wrong;
+              }));
+        return doctor.Status() == ExitStatus::Done && !isFine ? ExitStatus::NotAsExpected
+                                                              : doctor.Status();
+    }
+
     const Endpoint& endpoint;
     std::string bundle;
+    std::string cellFile;
+    bool strict = false;
 };
 
 }  // namespace

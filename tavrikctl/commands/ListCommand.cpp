@@ -1,7 +1,9 @@
+#include <algorithm>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <set>
 
+#include "client/ExpectedCell.h"
 #include "client/Gripper.h"
 #include "client/Printable.h"
 #include "client/Values.h"
@@ -44,11 +46,28 @@ Entry Examine(const Gripper& gripper, bool passive) {
     return entry;
 }
 
-void PrintTable(const std::vector<Entry>& entries, Printer& printer) {
-    if (entries.empty()) {
-        printer.Line("No grippers found.");
-        return;
+using CellChanges = std::vector<ExpectedCell::Difference>;
+
+/// How a listed gripper differs from the expected cell; null if it does not.
+const ExpectedCell::Difference* ChangeOf(const std::string& gripper, const CellChanges& changes) {
+    const auto found = std::ranges::find(changes, gripper, &ExpectedCell::Difference::found);
+    return found == changes.end() ? nullptr : &*found;
+}
+
+bool IsMissing(const ExpectedCell::Difference& difference) {
+    return difference.kind == ExpectedCell::Difference::Kind::Missing;
+}
+
+/// The last column: how the gripper differs from the expected cell, and the warning.
+Cell Remark(const Entry& entry, const CellChanges& changes) {
+    const auto* const change = ChangeOf(entry.gripper, changes);
+    if (change == nullptr) {
+        return {entry.note, entry.answers == false};
     }
+    return {change->Text() + (entry.note.empty() ? "" : "; " + entry.note), true};
+}
+
+void PrintTable(const std::vector<Entry>& entries, const CellChanges& changes, Printer& printer) {
     std::vector<std::vector<Cell>> rows;
     for (const Entry& entry : entries) {
         const std::string flags = entry.data.FlagText();
@@ -57,7 +76,16 @@ void PrintTable(const std::vector<Entry>& entries, Printer& printer) {
                         {std::to_string(entry.data.state)},
                         {HundredthsText(entry.data.position)},
                         {flags.empty() ? "none" : flags, !flags.empty()},
-                        {entry.note, entry.answers == false}});
+                        Remark(entry, changes)});
+    }
+    for (const auto& change : changes) {
+        if (IsMissing(change)) {
+            rows.push_back({{Printable(change.expected)}, {}, {}, {}, {}, {change.Text(), true}});
+        }
+    }
+    if (rows.empty()) {
+        printer.Line("No grippers found.");
+        return;
     }
     printer.Table({{"GRIPPER"},
                    {"MODEL"},
@@ -68,7 +96,9 @@ void PrintTable(const std::vector<Entry>& entries, Printer& printer) {
                   rows);
 }
 
-void PrintJson(const std::vector<Entry>& entries, Printer& printer) {
+/// @param isCompared whether an expected cell is known
+void PrintJson(const std::vector<Entry>& entries, const CellChanges& changes, bool isCompared,
+               Printer& printer) {
     auto list = nlohmann::ordered_json::array();
     for (const Entry& entry : entries) {
         nlohmann::ordered_json object{{"gripper", entry.gripper},
@@ -79,7 +109,16 @@ void PrintJson(const std::vector<Entry>& entries, Printer& printer) {
         if (entry.answers) {
             object["answers"] = *entry.answers;
         }
+        if (isCompared) {
+            const auto* const change = ChangeOf(entry.gripper, changes);
+            object["cell"] = change == nullptr ? "expected" : change->Word();
+        }
         list.push_back(object);
+    }
+    for (const auto& change : changes) {
+        if (IsMissing(change)) {
+            list.push_back({{"gripper", change.expected}, {"cell", change.Word()}});
+        }
     }
     printer.Json(list);
 }
@@ -90,13 +129,30 @@ public:
     explicit ListCommand(CLI::App& program)
         : Command(program, "list", "List all grippers with their model, state and position") {
         app.add_flag("--passive", passive, "send nothing: silent grippers are not detected");
+        app.add_option("--cell", cellFile, "compare with FILE of 'cell save'")
+            ->check(CheckNotEmpty)
+            ->option_text("FILE");
         AddJson();
     }
 
     ExitStatus Run(Daemon& daemon, Printer& printer) override {
+        std::optional<ExpectedCell> cell;
+        if (!cellFile.empty()) {
+            cell = ExpectedCell::FromFile(cellFile);
+        }
+        const auto grippers = daemon.Grippers();
+        const auto entries = ExamineAll(daemon, grippers);
+        const CellChanges changes = cell ? cell->Compare(grippers) : CellChanges();
+        json ? PrintJson(entries, changes, cell.has_value(), printer)
+             : PrintTable(entries, changes, printer);
+        return changes.empty() ? ExitStatus::Done : ExitStatus::NotAsExpected;
+    }
+
+private:
+    std::vector<Entry> ExamineAll(Daemon& daemon, const std::vector<std::string>& grippers) const {
         std::vector<Entry> entries;
         std::set<std::string> names;
-        for (const std::string& device : daemon.Grippers()) {
+        for (const std::string& device : grippers) {
             try {
                 entries.push_back(Examine(Gripper(daemon, device), passive));
             } catch (const Failure& failure) {
@@ -109,12 +165,11 @@ public:
                 entries.back().note = "duplicate name: calls reach the first";
             }
         }
-        json ? PrintJson(entries, printer) : PrintTable(entries, printer);
-        return ExitStatus::Done;
+        return entries;
     }
 
-private:
     bool passive = false;
+    std::string cellFile;
 };
 
 }  // namespace

@@ -98,8 +98,10 @@ class InstalledTest(MachineTestCase):
                 (("tavrikctl", "call", "Holdfast", "hva", ""), {"on", "off"}),
                 (("tavrikctl", "d"), {"disable", "doctor"}),
                 (("tavrikctl", "doctor", "--b"), {"--bundle"}),
+                (("tavrikctl", "list", "--c"), {"--cell"}),
                 (("tavrikctl", "settings", "re"), {"restore"}),
                 (("tavrikctl", "settings", "restore", "--s"), {"--store"}),
+                (("tavrikctl", "cell", "save", "/etc/hostn"), {"/etc/hostname"}),
                 (("tavrikctl", "watch", "--c"), {"--csv"}),
                 (("tavrikctl", "holdfast", ""), {"on", "off"})):
             with self.subTest(words=words):

@@ -8,6 +8,7 @@ from .harness.cell import wait_until
 from .harness.cell_test_case import main
 from .harness.ctl_test_case import (HVA, MZD, NO_ANSWER, NO_GRIPPER, NO_PROCESS_DATA, NOT_AT_REST,
                                     REFUSED, TLM, USAGE, http_server)
+from .harness.pages import OPERATION, section
 from .harness.settings_test_case import SettingsTestCase
 from .harness.terminal import OnTerminal
 
@@ -288,6 +289,38 @@ class MovingTest(SettingsTestCase):
         self.assertEqual(status, NOT_AT_REST)
         self.assertIn("no-part-limit of set 1  5.00  not written", lines)
         self.assertEqual(self.call("GetNoPartLimit", TLM, 1), 2.0)
+
+
+class NightTest(SettingsTestCase):
+    """docs/operation.md: a gripper is exchanged as its session says."""
+
+    options = ("--gripper", "HVA", "--gripper", "HVA,serial=100009", "--unplugged", "1")
+    NEW = "HVA SN:100009"
+    STEPS = list(ctl.session(section(OPERATION, "## Exchange a gripper")))
+
+    def test_the_new_gripper_works_like_the_old_one(self):
+        self.call("SetForce", HVA, 0, 80)
+        self.call("SetNoPartLimit", HVA, 1, -1.5)
+        self.call("SetOverrideRelease", HVA, 40)
+        self.call("StoreRemanent", HVA)
+        old = self.parameters(0)
+        self.assertGreater(len(self.STEPS), 5)
+        for command, expected in self.STEPS:
+            with self.subTest(command=command):
+                if expected is None:
+                    self.simulate(command)
+                else:
+                    self.assertEqual(ctl.shell(command, cwd=self.folder), expected)
+        self.assertEqual(self.parameters(1), old)
+
+    def simulate(self, command):
+        mark = self.cell.log.mark()
+        self.cell.command(command)
+        if command.startswith("unplug"):
+            self.cell.log.wait_for("PELLIX removed", since=mark)
+        else:
+            self.cell.wait_until_operating(1, since=mark)
+            wait_until(lambda: self.call("GetPDINExcerpt", self.NEW))
 
 
 if __name__ == "__main__":

@@ -2,21 +2,22 @@
 
 #include <algorithm>
 #include <array>
+#include <functional>
 #include <sstream>
 
 #include "doctor/Host.h"
 #include "doctor/ToolOutput.h"
+#include "doctor/log/LogEntry.h"
+#include "doctor/log/LogMessage.h"
+#include "doctor/log/LogModel.h"
+#include "doctor/log/LogSource.h"
 
 namespace tavrik {
 
 namespace {
 
-/// The rest of `text` after `prefix`; nothing if it begins differently.
-std::optional<std::string> After(const std::string& prefix, const std::string& text) {
-    return text.starts_with(prefix) ? std::optional(text.substr(prefix.size())) : std::nullopt;
-}
-
-std::string WithoutQuotes(std::string text) {
+std::string WithoutQuotes(std::string_view quoted) {
+    std::string text(quoted);
     std::erase(text, '"');
     return text;
 }
@@ -50,6 +51,28 @@ Mode ModeOf(int number) {
     return isKnown ? kModes.at(static_cast<std::size_t>(number)) : Mode{"unknown", kWait};
 }
 
+void ForEachLine(const std::string& path, const std::function<void(std::string_view)>& take) {
+    constexpr std::chrono::seconds kPatience(1);
+    const auto source = OpenLogFile(path, false);
+    std::string_view line;
+    for (auto result = LogSource::Result::Line; result != LogSource::Result::End;) {
+        result = source->Next(line, kPatience);
+        if (result == LogSource::Result::Line) {
+            take(line);
+        }
+    }
+}
+
+Finding DescribeCalls(const std::string& path, const std::string& name,
+                      const LogSummary::Gripper& gripper) {
+    const bool isGood = gripper.refusals == 0 && gripper.timeouts == 0;
+    return {isGood ? Mark::Ok : Mark::Warning, name.empty() ? "unknown gripper" : name,
+            "log: " + std::to_string(gripper.calls) + " calls, " +
+                std::to_string(gripper.refusals) + " refused, " + std::to_string(gripper.timeouts) +
+                " timed out",
+            isGood ? "" : "see them: tavrikctl log " + path};
+}
+
 Finding CheckLink(const std::string& node, const LoggedMaster& master) {
     if (!master.failure.empty()) {
         return {Mark::Wrong, node, "log: " + master.failure,
@@ -73,13 +96,20 @@ Finding CheckLink(const std::string& node, const LoggedMaster& master) {
 
 DaemonLog::DaemonLog(const std::vector<std::string>& lines) {
     for (const std::string& line : lines) {
-        std::istringstream words(line);
-        std::string time;
-        std::string thread;
-        std::string message;
-        if (words >> time >> thread && std::getline(words >> std::ws, message)) {
-            Take(thread, message);
-        }
+        Take(line);
+    }
+}
+
+DaemonLog DaemonLog::OfFile(const std::string& path) {
+    DaemonLog log({});
+    ForEachLine(path, [&log](std::string_view line) { log.Take(line); });
+    return log;
+}
+
+void DaemonLog::Take(std::string_view line) {
+    const LogEntry entry = ParseLogEntry(line);
+    if (entry.thread) {
+        Take(*entry.thread, entry.message);
     }
 }
 
@@ -96,25 +126,25 @@ DaemonLog DaemonLog::OfProcess(pid_t daemon) {
     return DaemonLog(LinesInReverse(output.text));
 }
 
-void DaemonLog::Take(const std::string& thread, const std::string& message) {
+void DaemonLog::Take(std::uint64_t thread, std::string_view message) {
     LoggedMaster* const master = MasterOf(thread);
     if (const auto node = After("SerialConnection: Opening device ", message)) {
         openedNode = *node;
         threadNodes[thread] = *node;
-        masters[*node].failure.clear();
+        masters[openedNode].failure.clear();
     } else if (message == "Parser thread active" && !openedNode.empty()) {
         // It belongs to the tty opened last: masters are set up one at a time.
         threadNodes[thread] = openedNode;
         masters[openedNode] = {};
     } else if (const auto gone = After("PELLIX removed: ", message)) {
-        masters.erase(*gone);
+        masters.erase(std::string(*gone));
     } else if (master == nullptr) {
         return;
     } else if (const auto id = After("Parsing line: ID=", message)) {
         master->id = WithoutQuotes(*id);
     } else if (const auto mode = After("Setting device mode to ", message)) {
         int number = 0;
-        if (std::istringstream(*mode) >> number) {
+        if (std::istringstream(std::string(*mode)) >> number) {
             master->mode = number;
         }
     } else if (message.starts_with("Failed to initialize") ||
@@ -123,7 +153,7 @@ void DaemonLog::Take(const std::string& thread, const std::string& message) {
     }
 }
 
-LoggedMaster* DaemonLog::MasterOf(const std::string& thread) {
+LoggedMaster* DaemonLog::MasterOf(std::uint64_t thread) {
     const auto node = threadNodes.find(thread);
     const auto found = node == threadNodes.end() ? masters.end() : masters.find(node->second);
     return found == masters.end() ? nullptr : &found->second;
@@ -132,6 +162,17 @@ LoggedMaster* DaemonLog::MasterOf(const std::string& thread) {
 const LoggedMaster* DaemonLog::Find(const std::string& node) const {
     const auto found = masters.find(node);
     return found == masters.end() ? nullptr : &found->second;
+}
+
+Findings CheckLogFile(const std::string& path) {
+    LogModel model([](const LogRow&) {}, false);
+    ForEachLine(path, [&model](std::string_view line) { model.Take(line); });
+    model.End();
+    Findings findings;
+    for (const auto& [name, gripper] : model.Summary().grippers) {
+        findings.push_back(DescribeCalls(path, name, gripper));
+    }
+    return findings;
 }
 
 Findings CheckLinks(const Host& host, const DaemonLog& log, bool isMissed) {
@@ -143,7 +184,8 @@ Findings CheckLinks(const Host& host, const DaemonLog& log, bool isMissed) {
     }
     if (findings.empty() && isMissed && std::ranges::any_of(host.ttys, &UsbTty::IsMaster)) {
         return {{Mark::Unknown, "log", "the journal does not have the IDs and modes of the masters",
-                 "run as root: tavrikctl doctor; or read the log where TavrikDaemon writes it"}};
+                 "run as root: tavrikctl doctor; or name the file with the log: tavrikctl doctor "
+                 "--log FILE"}};
     }
     return findings;
 }

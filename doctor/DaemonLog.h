@@ -2,9 +2,11 @@
 
 #include <sys/types.h>
 
+#include <cstdint>
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "doctor/Finding.h"
@@ -29,20 +31,31 @@ public:
     /// What the journal has of the process `daemon`; empty if it has nothing or may not be read.
     static DaemonLog OfProcess(pid_t daemon);
 
+    /// What a file has.
+    /// @throws Failure (Failed)
+    static DaemonLog OfFile(const std::string& path);
+
+    /// Takes the next line.
+    void Take(std::string_view line);
+
     /// What was logged about the master at `node` since its tty was last opened, or null.
     const LoggedMaster* Find(const std::string& node) const;
 
 private:
-    void Take(const std::string& thread, const std::string& message);
-    LoggedMaster* MasterOf(const std::string& thread);
+    void Take(std::uint64_t thread, std::string_view message);
+    LoggedMaster* MasterOf(std::uint64_t thread);
 
-    std::map<std::string, LoggedMaster> masters;     // by node
-    std::map<std::string, std::string> threadNodes;  // the node that a thread works on
-    std::string openedNode;                          // the last one
+    std::map<std::string, LoggedMaster> masters;       // by node
+    std::map<std::uint64_t, std::string> threadNodes;  // the node that a thread works on
+    std::string openedNode;                            // the last one
 };
 
 /// What the log says about the masters: their ID, and the mode of their data link.
 /// @param isMissed whether it matters if the log says nothing
 Findings CheckLinks(const Host& host, const DaemonLog& log, bool isMissed);
+
+/// What the log in a file says about each gripper's calls.
+/// @throws Failure (Failed)
+Findings CheckLogFile(const std::string& path);
 
 }  // namespace tavrik

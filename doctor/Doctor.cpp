@@ -93,6 +93,9 @@ Finding CheckGripper(const Gripper& gripper, ExitStatus& status) {
 }  // namespace
 
 void Doctor::Examine() {
+    if (!logFile.empty()) {
+        Add(CheckLogFile(logFile));
+    }
     sawMachine = IsThisMachine(endpoint.host);
     if (!sawMachine) {
         Add({{Mark::Unknown, "service", endpoint.host + " is not this machine",
@@ -142,7 +145,9 @@ void Doctor::ExamineGrippers(const Host* host) {
             status = ExitStatus::NoAnswer;
             answered = ReportStaleGrippers(*grippers);
         }
-        if (host->daemon) {
+        if (!logFile.empty()) {
+            Add(CheckLinks(*host, DaemonLog::OfFile(logFile), true));
+        } else if (host->daemon) {
             const bool isMissed =
                 status != ExitStatus::Done || masters.mark != Mark::Ok || !AreAllOk(answered);
             Add(CheckLinks(*host, DaemonLog::OfProcess(host->daemon->pid), isMissed));

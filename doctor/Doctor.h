@@ -19,8 +19,10 @@ class Doctor {
 public:
     /// @param endpoint host and timeout of the daemon; both ports are checked
     /// @param cell the grippers that there should be, if known
-    explicit Doctor(const Endpoint& endpoint, std::optional<ExpectedCell> cell = std::nullopt)
-        : endpoint(endpoint), cell(std::move(cell)) {}
+    /// @param logFile where the daemon logs to; empty for the journal
+    explicit Doctor(const Endpoint& endpoint, std::optional<ExpectedCell> cell = std::nullopt,
+                    std::string logFile = "")
+        : endpoint(endpoint), cell(std::move(cell)), logFile(std::move(logFile)) {}
 
     void Examine();
 
@@ -48,6 +50,7 @@ private:
 
     Endpoint endpoint;  // its port is one that answers, once found
     const std::optional<ExpectedCell> cell;
+    const std::string logFile;
     bool isCellAsExpected = true;
     bool answers = false;
     bool sawMachine = false;

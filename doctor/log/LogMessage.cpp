@@ -1,0 +1,291 @@
+#include "doctor/log/LogMessage.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <vector>
+
+namespace tavrik {
+
+namespace {
+
+struct Beginning {
+    std::string_view text;
+    LogKind kind;
+};
+
+// The first that fits counts.
+constexpr std::array kBeginnings{
+    Beginning{"Starting TavrikDaemon", LogKind::Event},
+    Beginning{"Daemon version: ", LogKind::Event},
+    Beginning{"TavrikDaemon started", LogKind::Event},
+    Beginning{"TavrikDaemon stopped", LogKind::Event},
+    Beginning{"TavrikDaemon::", LogKind::Event},
+    Beginning{"Device added", LogKind::Event},
+    Beginning{"PELLIX removed: ", LogKind::Event},
+    Beginning{"SerialConnection: Reopening", LogKind::Event},
+    Beginning{"Init: Device mode is ", LogKind::Event},
+    Beginning{"ESTABCOMM", LogKind::Event},
+    Beginning{"STARTUP", LogKind::Event},
+    Beginning{"PREOPERATE", LogKind::Event},
+    Beginning{"OPERATE", LogKind::Event},
+
+    Beginning{"Active command ", LogKind::Routine},
+    Beginning{"Active commands: ", LogKind::Routine},
+    Beginning{"ACK:", LogKind::Routine},
+    Beginning{"FIN:", LogKind::Routine},
+    Beginning{"ERR:", LogKind::Routine},
+    Beginning{"Parsing line: ", LogKind::Routine},
+    Beginning{"New command ", LogKind::Routine},
+    Beginning{"Pending command ", LogKind::Routine},
+    Beginning{"Clearing previous input stream error: ", LogKind::Routine},
+    Beginning{"Creating parameter ", LogKind::Routine},
+    Beginning{"Updating ", LogKind::Routine},
+    Beginning{"Setting device mode to ", LogKind::Routine},
+    Beginning{"Switching to OPERATE", LogKind::Routine},
+    Beginning{"DEVICE_INFO: ", LogKind::Routine},
+    Beginning{"DeviceInfo", LogKind::Routine},
+    Beginning{"PDIN active", LogKind::Routine},
+    Beginning{"Line length is 0 without eof", LogKind::Routine},
+    Beginning{"Failed to update ", LogKind::Routine},
+    Beginning{"Retrying (", LogKind::Routine},
+    Beginning{"TLM detected", LogKind::Routine},
+    Beginning{"HVA detected", LogKind::Routine},
+    Beginning{"MZD S detected", LogKind::Routine},
+    Beginning{"MZD L detected", LogKind::Routine},
+    Beginning{"Parser thread ", LogKind::Routine},
+    Beginning{"Timeout monitor thread ", LogKind::Routine},
+    Beginning{"State thread ", LogKind::Routine},
+    Beginning{"SerialConnection: Opening device ", LogKind::Routine},
+    Beginning{"SerialConnection: Initialize device succeeded", LogKind::Routine},
+    Beginning{"SerialConnection: Closed device ", LogKind::Routine},
+    Beginning{"SerialConnection: /", LogKind::Routine},  // already open, not open
+    Beginning{"Got Device with action ", LogKind::Routine},
+    Beginning{"Unknown udev action: ", LogKind::Routine},
+    Beginning{"   Node: ", LogKind::Routine},
+    Beginning{"   Subsystem: ", LogKind::Routine},
+    Beginning{"  VID/PID: ", LogKind::Routine},
+    Beginning{"  Manufacturer: ", LogKind::Routine},
+    Beginning{"  Product: ", LogKind::Routine},
+    Beginning{"  SN: ", LogKind::Routine},
+    Beginning{"(No parent dev)", LogKind::Routine},
+    Beginning{"Found PELLIX compatible device", LogKind::Routine},
+    Beginning{"PELLIX detected", LogKind::Routine},
+    Beginning{"PELLIX has a link already: ", LogKind::Routine},
+    Beginning{"Not a valid device", LogKind::Routine},
+    Beginning{"Removing ", LogKind::Routine},
+    Beginning{"PELLIX ", LogKind::Routine},  // the stop has closed a link
+    Beginning{"Port number: ", LogKind::Routine},
+    Beginning{"Initializing GripperManager", LogKind::Routine},
+    Beginning{"GripperManager ", LogKind::Routine},
+    Beginning{"Daemon revision: ", LogKind::Routine},
+    Beginning{"Daemon build date: ", LogKind::Routine},
+    Beginning{"Library revision: ", LogKind::Routine},
+    Beginning{"Library build date: ", LogKind::Routine},
+
+    Beginning{"FALLBACK: ", LogKind::Trouble},
+    Beginning{"POWERFAULT", LogKind::Trouble},
+    Beginning{"Failed ", LogKind::Trouble},
+    Beginning{"Timeout ", LogKind::Trouble},
+    Beginning{"Exception ", LogKind::Trouble},
+    Beginning{"Input timeout", LogKind::Trouble},
+    Beginning{"Parser: No input data", LogKind::Trouble},
+    Beginning{"SerialConnection: ", LogKind::Trouble},
+    Beginning{"Can't create udev", LogKind::Trouble},
+    Beginning{"No connection accepted: ", LogKind::Trouble},
+    Beginning{"Connection closed: no thread for it", LogKind::Trouble},
+    Beginning{"Server on port ", LogKind::Trouble},
+    Beginning{"No device from receive_device()", LogKind::Trouble},
+    Beginning{"Device has been removed", LogKind::Trouble},
+    Beginning{"Device '", LogKind::Trouble},
+    Beginning{"Device string is empty ", LogKind::Trouble},
+    Beginning{"Invalid device ID", LogKind::Trouble},
+    Beginning{"Pellix not ", LogKind::Trouble},
+    Beginning{"Couldn't ", LogKind::Trouble},
+    Beginning{"Too many parameters: ", LogKind::Trouble},
+    Beginning{"Parameter ", LogKind::Trouble},
+    Beginning{"PDIN length mismatch: ", LogKind::Trouble},
+    Beginning{"Keeping remaining string: ", LogKind::Trouble},
+    Beginning{"Error after adding input to stream: ", LogKind::Trouble},
+    Beginning{"Trying to clear stream", LogKind::Trouble},
+    Beginning{"getline() ", LogKind::Trouble},
+    Beginning{"terminal: tcgetattr() failed", LogKind::Trouble},
+    Beginning{"terminate called", LogKind::Trouble},
+};
+
+std::string_view NameOfParameter(unsigned index, unsigned subindex) {
+    constexpr unsigned kFirstSet = 0x60;
+    constexpr unsigned kFirstLed = 0x80;
+    constexpr std::array<std::string_view, 4> kOfSet{"", "NoPartLimit", "ReleaseLimit", "Force"};
+    constexpr std::array<std::string_view, 4> kOfLed{"", "LEDAnimation", "LEDColor", "LEDSpeed"};
+    constexpr std::array<std::string_view, 4> kOfGripper{"", "OverrideGrip", "OverrideRelease",
+                                                         "ReferenceDirection"};
+    if (subindex >= kOfSet.size()) {
+        return "";
+    }
+    if (index >= kFirstLed) {
+        return kOfLed.at(subindex);
+    }
+    return index >= kFirstSet ? kOfSet.at(subindex) : index == 0x40 ? kOfGripper.at(subindex) : "";
+}
+
+struct Address {
+    unsigned index = 0;
+    unsigned subindex = 0;
+};
+
+std::optional<Address> ReadAddress(std::string_view key) {
+    const auto rest = Between("PARAM[", "]", key);
+    const std::size_t middle = rest ? rest->find("][") : std::string_view::npos;
+    if (middle == std::string_view::npos) {
+        return std::nullopt;
+    }
+    Address address;
+    std::from_chars(rest->data(), rest->data() + middle, address.index);
+    std::from_chars(rest->data() + middle + 2, rest->data() + rest->size(), address.subindex);
+    return address;
+}
+
+std::string MethodOfParameter(const LoggedRequest& request, Address address) {
+    if (address.index == 3 && address.subindex == 4) {
+        return "GetParameterChecksum";
+    }
+    if (address.index == 2 && address.subindex == 0) {
+        return "StoreRemanent";
+    }
+    const std::string name(NameOfParameter(address.index, address.subindex));
+    if (name.empty()) {
+        return "";
+    }
+    // Only a read is answered by a value.
+    return (request.isRead ? "Get" : request.isAssigned ? "Set" : "Get/Set") + name;
+}
+
+std::optional<unsigned> FirstByte(std::string_view list) {
+    unsigned byte = 0;
+    const auto [end, error] = std::from_chars(list.data(), list.data() + list.size(), byte, 16);
+    return error == std::errc() ? std::optional(byte) : std::nullopt;
+}
+
+/// Each of these methods changes bits of its own in the first byte of PDOUT.
+std::string MethodOfProcessOutput(const LoggedRequest& request) {
+    constexpr unsigned kGrip = 0x01;
+    constexpr unsigned kEnable = 0x02;
+    constexpr unsigned kReference = 0x04;
+    constexpr unsigned kHoldfast = 0x10;
+    constexpr unsigned kLedPreset = 0xE0;
+    const auto value = Between("PDOUT=[", "]", request.text);
+    const auto now = FirstByte(value.value_or(""));
+    if (!request.wasChecked) {
+        return !now                       ? "Grip, Release or Disable"
+               : (*now & kEnable) == 0    ? "Disable"
+               : (*now & kReference) != 0 ? ""
+               : (*now & kGrip) != 0      ? "Grip"
+                                          : "Release";
+    }
+    const unsigned before = FirstByte(request.processOutput).value_or(now.value_or(0));
+    const unsigned changed = now.value_or(before) ^ before;
+    if (request.model == "HVA" && !now) {
+        return "a motion";  // perhaps of the next call, after one that was refused
+    }
+    if (request.model == "HVA" || (changed & (kReference | kEnable)) != 0) {
+        return "Reference";
+    }
+    return (changed & kHoldfast) != 0    ? "Holdfast"
+           : (changed & kLedPreset) != 0 ? "SetLEDPreset"
+                                         : "Reference, Holdfast or SetLEDPreset";
+}
+
+}  // namespace
+
+const char* KindText(LogKind kind) {
+    switch (kind) {
+        case LogKind::Call:
+            return "call";
+        case LogKind::Trouble:
+            return "trouble";
+        case LogKind::Event:
+            return "event";
+        case LogKind::Routine:
+            return "routine";
+        case LogKind::Other:
+            break;
+    }
+    return "other";
+}
+
+LogKind KindOf(std::string_view message) {
+    for (const Beginning& each : kBeginnings) {
+        if (message.starts_with(each.text)) {
+            return each.kind;
+        }
+    }
+    // "Grip: Failed to get PELLIX handle"
+    return message.ends_with(": Failed to get PELLIX handle") ? LogKind::Trouble : LogKind::Other;
+}
+
+bool IsOfDaemon(std::string_view message) {
+    constexpr std::array<std::string_view, 25> kOfDaemon{"Starting TavrikDaemon",
+                                                         "TavrikDaemon",
+                                                         "Daemon ",
+                                                         "Library ",
+                                                         "GripperManager ",
+                                                         "Initializing GripperManager",
+                                                         "Port number: ",
+                                                         "Can't create udev",
+                                                         "No connection accepted: ",
+                                                         "Connection closed: no thread",
+                                                         "Server on port ",
+                                                         "No device from ",
+                                                         "Got Device ",
+                                                         "Unknown udev action: ",
+                                                         "   Node: ",
+                                                         "   Subsystem: ",
+                                                         "  VID/PID: ",
+                                                         "  Manufacturer: ",
+                                                         "  Product: ",
+                                                         "  SN: ",
+                                                         "(No parent dev)",
+                                                         "Found PELLIX ",
+                                                         "PELLIX detected",
+                                                         "Not a valid device",
+                                                         "terminate called"};
+    return std::ranges::any_of(
+        kOfDaemon, [&](std::string_view beginning) { return message.starts_with(beginning); });
+}
+
+std::optional<std::string_view> After(std::string_view beginning, std::string_view message) {
+    return message.starts_with(beginning) ? std::optional(message.substr(beginning.size()))
+                                          : std::nullopt;
+}
+
+std::optional<std::string_view> Between(std::string_view beginning, std::string_view end,
+                                        std::string_view message) {
+    const auto rest = After(beginning, message);
+    if (!rest || !rest->ends_with(end)) {
+        return std::nullopt;
+    }
+    return rest->substr(0, rest->size() - end.size());
+}
+
+std::string MethodsOf(const LoggedRequest& request) {
+    if (request.key == "PDOUT") {
+        return MethodOfProcessOutput(request);
+    }
+    if (request.key == "ID") {
+        return "GetGrippers";
+    }
+    const auto address = ReadAddress(request.key);
+    return address ? MethodOfParameter(request, *address) : "";
+}
+
+bool NeedsModelCheck(std::string_view key) {
+    const auto address = ReadAddress(key);
+    if (!address) {
+        return false;
+    }
+    const std::string_view name = NameOfParameter(address->index, address->subindex);
+    return name == "Force" || name == "ReferenceDirection" || name.starts_with("LED");
+}
+
+}  // namespace tavrik

@@ -1,0 +1,80 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "doctor/log/LogEntry.h"
+#include "doctor/log/LogRepeats.h"
+#include "doctor/log/LogRow.h"
+#include "doctor/log/LogSummary.h"
+#include "doctor/log/LoggedCalls.h"
+#include "doctor/log/LoggedLinks.h"
+
+namespace tavrik {
+
+/// Makes rows for a person from the lines of the daemon's log. Its memory does not grow with the
+/// log. Not for several threads.
+class LogModel {
+public:
+    using Sink = std::function<void(const LogRow&)>;
+
+    /// @param sink gets the rows, in the order of the log; a call at its end
+    /// @param withRoutine whether it also gets every line that is routine or part of a call
+    LogModel(Sink sink, bool withRoutine);
+    LogModel(const LogModel&) = delete;
+    LogModel& operator=(const LogModel&) = delete;
+
+    /// @param line without its line feed
+    void Take(std::string_view line);
+
+    /// Takes what lies before the part of interest: it is neither shown nor counted.
+    void Learn(std::string_view line);
+
+    /// Gives out what was held back for a while, because nothing has come since.
+    void Idle(std::chrono::microseconds time);
+
+    /// Gives out everything.
+    void End();
+
+    const LogSummary& Summary() const { return summary; }
+
+private:
+    /// A row whose owner may be told by a later line of its thread.
+    struct Held {
+        LogRow row;
+        std::chrono::microseconds time;
+        bool isAwaiting;
+    };
+
+    void Advance(const LogEntry& entry);
+    void TakeOfDaemon(const LogEntry& entry);
+    void TakeOfOthers(const LogEntry& entry);
+    void TakeTimeout(std::string_view rest);
+    void Settle(std::uint64_t thread, const LogOwner& owner);
+    void Add(LogRow row, bool isAwaiting = false);
+    void GiveOut(std::size_t mostHeld);
+    void Show(const Held& row);
+    LogOwner OwnerOf(std::uint64_t thread, std::string_view message) const;
+
+    Sink sink;
+    bool withRoutine;
+    bool isLearning = false;
+    bool hasLearned = false;  // from the line before
+    LogSummary summary;
+    LoggedLinks links;
+    LoggedCalls calls;
+    LogRepeats repeats;
+    LogMoment now;
+    std::deque<Held> held;
+    std::vector<LogRow> ended;       // calls that the present line has ended
+    std::optional<LogRow> timedOut;  // the first line of a text of two
+    std::string timedOutRequest;
+};
+
+}  // namespace tavrik

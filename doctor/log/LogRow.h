@@ -1,0 +1,56 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "doctor/log/LogMessage.h"
+
+namespace tavrik {
+
+/// When a line was logged, as the log has it.
+struct LogStamp {
+    std::string date;   ///< "2026-11-22"; empty if the log has none
+    std::string clock;  ///< "12:00:01", or with a fraction; empty if the line has none
+    std::string zone;   ///< "+0100"; empty if the log has none
+};
+
+/// The master and gripper that a line is about.
+struct LogOwner {
+    std::string node;                          ///< "/dev/ttyACM0"; empty if unknown
+    std::string gripper;                       ///< its device string; empty if unknown
+    std::vector<std::string> candidates = {};  ///< if unknown: names of those that are possible
+    std::string likely = {};  ///< that of them which all other calls of the thread were for
+
+    /// Gripper or else node; empty if unknown.
+    const std::string& Name() const { return gripper.empty() ? node : gripper; }
+    bool IsKnown() const { return !Name().empty(); }
+};
+
+/// A call of a client, as far as the log has its requests to the master.
+struct LoggedCall {
+    enum class Outcome { Done, Refused, TimedOut };
+
+    std::string method = {};   ///< "Grip", or several that are possible; may be empty
+    std::string request = {};  ///< "PDOUT=[3,1]"
+    Outcome outcome = Outcome::Done;
+    std::optional<std::uint32_t> status = {};  ///< nothing if the log leaves it open
+    std::optional<std::chrono::microseconds> duration = {};
+    bool isExact = false;   ///< whether `duration` is; otherwise it has whole seconds
+    std::string note = {};  ///< why it failed; may be empty
+};
+
+/// One line for a person. Its texts are the log's and may contain anything.
+struct LogRow {
+    LogStamp stamp = {};
+    LogKind kind = LogKind::Other;
+    LogOwner owner = {};
+    std::optional<std::uint64_t> thread = {};  ///< nothing if the line has none
+    bool isOfDaemon = false;  ///< about the daemon or its host, and no master in particular
+    std::string text = {};    ///< empty for a call
+    std::optional<LoggedCall> call = {};
+};
+
+}  // namespace tavrik

@@ -1,0 +1,231 @@
+#include "doctor/log/LogSource.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <sstream>
+#include <system_error>
+#include <utility>
+
+#include "client/Failure.h"
+#include "doctor/Service.h"
+#include "doctor/ToolOutput.h"
+
+namespace tavrik {
+
+namespace {
+
+constexpr std::size_t kLongestLine = 65536;
+constexpr std::size_t kReadSize = 65536;
+
+Failure ReadFailure(const std::string& what) {
+    return {ExitStatus::Failed,
+            "failed to read " + what + ": " + std::generic_category().message(errno)};
+}
+
+int OpenFile(const std::string& path) {
+    const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    struct stat status = {};
+    if (descriptor >= 0 && fstat(descriptor, &status) == 0 && S_ISDIR(status.st_mode)) {
+        close(descriptor);
+        errno = EISDIR;
+        return -1;
+    }
+    return descriptor;
+}
+
+/// A file, or standard input.
+class LogFile : public LogSource {
+public:
+    LogFile(const std::string& path, int descriptor, bool isFollowed)
+        : LogSource(descriptor), path(path), isFollowed(isFollowed) {}
+
+protected:
+    bool IsContinued(std::chrono::milliseconds patience) override {
+        struct stat ours = {};
+        struct stat named = {};
+        if (!isFollowed || fstat(Descriptor(), &ours) != 0 || !S_ISREG(ours.st_mode)) {
+            return false;
+        }
+        if (ours.st_size < lseek(Descriptor(), 0, SEEK_CUR)) {
+            lseek(Descriptor(), 0, SEEK_SET);  // truncated by the rotation
+            Restart(Descriptor());
+        } else if (stat(path.c_str(), &named) == 0 &&
+                   (named.st_ino != ours.st_ino || named.st_dev != ours.st_dev)) {
+            if (const int newer = OpenFile(path); newer >= 0) {
+                Restart(newer);
+            }
+        } else {
+            constexpr std::chrono::milliseconds kPollPause(50);
+            poll(nullptr, 0, static_cast<int>(std::min(patience, kPollPause).count()));
+        }
+        return true;
+    }
+
+private:
+    std::string path;
+    bool isFollowed;
+};
+
+/// The output of a running journalctl.
+class Journal : public LogSource {
+public:
+    Journal(pid_t reader, int descriptor) : LogSource(descriptor), reader(reader) {}
+    Journal(const Journal&) = delete;
+    Journal& operator=(const Journal&) = delete;
+    ~Journal() override {
+        kill(reader, SIGTERM);
+        waitpid(reader, nullptr, 0);
+    }
+
+private:
+    pid_t reader;
+};
+
+std::vector<std::string> JournalCommand(const std::vector<std::string>& options) {
+    std::vector<std::string> command{"journalctl", "--quiet",       "--all",
+                                     "--no-pager", "--no-hostname", "--output=short-iso-precise",
+                                     "--unit",     kServiceName};
+    command.insert(command.end(), options.begin(), options.end());
+    return command;
+}
+
+}  // namespace
+
+LogSource::~LogSource() {
+    close(descriptor);
+}
+
+LogSource::Result LogSource::Next(std::string_view& line, std::chrono::milliseconds patience) {
+    while (!TakeLine(line)) {
+        if (hasEnded) {
+            return Result::End;
+        }
+        const ssize_t count = Read(patience);
+        if (count < 0) {
+            return Result::Idle;
+        }
+        if (count == 0 && IsContinued(patience)) {
+            return Result::Idle;
+        }
+        hasEnded = count == 0;
+    }
+    return Result::Line;
+}
+
+bool LogSource::IsContinued(std::chrono::milliseconds /*patience*/) {
+    return false;
+}
+
+void LogSource::Restart(int newDescriptor) {
+    if (newDescriptor != descriptor) {
+        close(descriptor);
+        descriptor = newDescriptor;
+    }
+    buffer.clear();  // the last line of the old input has no end
+    position = searched = 0;
+    isDropping = false;
+}
+
+/// @return the number of bytes; 0 at the end, -1 if none came within `patience`
+ssize_t LogSource::Read(std::chrono::milliseconds patience) {
+    pollfd input{descriptor, POLLIN, 0};
+    if (poll(&input, 1, static_cast<int>(patience.count())) <= 0) {
+        return -1;
+    }
+    buffer.erase(0, std::exchange(position, 0));
+    searched = buffer.size();
+    buffer.resize(searched + kReadSize);
+    const ssize_t count = read(descriptor, buffer.data() + searched, kReadSize);
+    buffer.resize(searched + static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+    if (count < 0 && errno != EINTR && errno != EAGAIN) {
+        throw ReadFailure("the log");
+    }
+    return count;
+}
+
+bool LogSource::TakeLine(std::string_view& line) {
+    while (true) {
+        const std::size_t end = buffer.find('\n', std::max(searched, position));
+        const bool isWhole = end != std::string::npos;
+        searched = buffer.size();
+        const std::size_t size = (isWhole ? end : buffer.size()) - position;
+        if (!isWhole && size < kLongestLine && (!hasEnded || size == 0)) {
+            return false;
+        }
+        line = std::string_view(buffer).substr(position, std::min(size, kLongestLine));
+        position += size + (isWhole ? 1 : 0);
+        searched = position;
+        const bool isRest = std::exchange(isDropping, !isWhole);
+        if (!isRest) {
+            return true;
+        }
+    }
+}
+
+std::unique_ptr<LogSource> OpenLogFile(const std::string& path, bool isFollowed) {
+    const int descriptor = path == "-" ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0) : OpenFile(path);
+    if (descriptor < 0) {
+        throw ReadFailure(path);
+    }
+    return std::make_unique<LogFile>(path, descriptor, isFollowed && path != "-");
+}
+
+std::unique_ptr<LogSource> OpenJournal(const std::vector<std::string>& options) {
+    std::vector<std::string> command = JournalCommand(options);
+    std::vector<char*> arguments;
+    arguments.reserve(command.size() + 1);
+    for (std::string& word : command) {
+        arguments.push_back(word.data());
+    }
+    arguments.push_back(nullptr);
+    std::array<int, 2> ends{};
+    if (pipe2(ends.data(), O_CLOEXEC) != 0) {
+        throw ReadFailure("the journal");
+    }
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
+    pid_t reader = 0;
+    const int error =
+        posix_spawnp(&reader, arguments[0], &actions, nullptr, arguments.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    close(ends[1]);
+    if (error != 0) {
+        close(ends[0]);
+        throw Failure(ExitStatus::Failed,
+                      "cannot run journalctl: " + std::generic_category().message(error) +
+                          "; name the file with the log");
+    }
+    return std::make_unique<Journal>(reader, ends[0]);
+}
+
+std::vector<std::string> ReadJournalBefore(std::chrono::seconds time) {
+    constexpr const char* kWanted =
+        "--grep=Starting TavrikDaemon|Opening device|Closed device|thread (active|terminated)|"
+        "SN: |Init: Device mode|line: PARAM\\[(19|21)\\]|PELLIX removed";
+    // Newest first, because a log of several days takes longer to read.
+    constexpr std::chrono::seconds kPatience(5);
+    const ToolOutput output =
+        RunTool(JournalCommand({"--until=@" + std::to_string(time.count()), "--reverse",
+                                "--lines=2000", "--case-sensitive=true", kWanted}),
+                kPatience);
+    std::istringstream text(output.text);
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(text, line);) {
+        lines.push_back(line);
+    }
+    std::ranges::reverse(lines);
+    return lines;
+}
+
+}  // namespace tavrik

@@ -1,0 +1,72 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tavrik {
+
+/// A log that is read line by line, with constant memory. Of a line of more than 64 KiB, the rest
+/// is dropped.
+class LogSource {
+public:
+    enum class Result {
+        Line,
+        Idle,  ///< nothing has come, or a signal
+        End,
+    };
+
+    virtual ~LogSource();
+    LogSource(const LogSource&) = delete;
+    LogSource& operator=(const LogSource&) = delete;
+
+    /// Waits up to `patience` for a line.
+    /// @param line valid until the next call
+    /// @throws Failure (Failed)
+    Result Next(std::string_view& line, std::chrono::milliseconds patience);
+
+protected:
+    /// @param descriptor becomes the source's own
+    explicit LogSource(int descriptor) : descriptor(descriptor) {}
+
+    /// What to do at the end of the input.
+    /// @return whether more may come
+    virtual bool IsContinued(std::chrono::milliseconds patience);
+
+    /// The input goes on at the beginning of `newDescriptor`, which may be the present one.
+    void Restart(int newDescriptor);
+    int Descriptor() const { return descriptor; }
+
+private:
+    bool TakeLine(std::string_view& line);
+    ssize_t Read(std::chrono::milliseconds patience);
+
+    int descriptor;
+    std::string buffer;
+    std::size_t position = 0;  // of the next line in `buffer`
+    std::size_t searched = 0;  // `buffer` has no line feed between `position` and here
+    bool isDropping = false;   // the rest of a line that was too long
+    bool hasEnded = false;
+};
+
+/// @param path "-" for standard input
+/// @param isFollowed whether to wait at the end for more, also if the file is replaced or truncated
+/// @throws Failure (Failed)
+std::unique_ptr<LogSource> OpenLogFile(const std::string& path, bool isFollowed);
+
+/// The lines of the daemon's service in the journal, as journalctl prints them, with microseconds.
+/// @param options for journalctl
+/// @throws Failure (Failed)
+std::unique_ptr<LogSource> OpenJournal(const std::vector<std::string>& options);
+
+/// The lines of the journal before `time`, since 1970, that tell masters and threads apart, oldest
+/// first; the last ones, if there are many.
+std::vector<std::string> ReadJournalBefore(std::chrono::seconds time);
+
+}  // namespace tavrik

@@ -1,0 +1,373 @@
+#include "doctor/log/LoggedCalls.h"
+
+#include <algorithm>
+#include <charconv>
+#include <utility>
+
+#include "client/Failure.h"
+
+namespace tavrik {
+
+namespace {
+
+using Outcome = LoggedCall::Outcome;
+
+constexpr std::uint32_t kOk = 0;
+constexpr std::uint32_t kNotPossible = 3;
+constexpr std::uint32_t kTimeout = 5;
+constexpr std::uint32_t kNotSent = 12;
+constexpr std::string_view kModelKey = "DEVINFO";
+
+// Only a log that was tampered with has more.
+constexpr std::size_t kMostCallThreads = 4096;
+
+/// A request is logged after it was written, so its reply may be logged first.
+constexpr std::uint64_t kMostLinesAhead = 500;
+
+/// A write takes up to 4 s. A call that has not gone on by then has ended.
+constexpr std::chrono::seconds kLongestPause(5);
+
+LogOwner OwnerOf(const std::vector<LinkPointer>& links) {
+    if (links.size() == 1) {
+        return {links.front()->node, links.front()->Gripper()};
+    }
+    LogOwner owner;
+    for (const LinkPointer& link : links) {
+        const LogOwner one{link->node, link->Gripper()};
+        if (one.IsKnown()) {
+            owner.candidates.push_back(one.Name());
+        }
+    }
+    return owner;
+}
+
+/// Whether a request for `key` may belong to the call that has asked for the model.
+bool MayFollowCheck(std::string_view key) {
+    return key == "PDOUT" || key.starts_with("PARAM[64][") || NeedsModelCheck(key);
+}
+
+Outcome OutcomeOf(std::uint32_t status) {
+    return status == kOk        ? Outcome::Done
+           : status == kTimeout ? Outcome::TimedOut
+                                : Outcome::Refused;
+}
+
+std::string ReasonOf(std::uint32_t status, const std::optional<LoggedReply>& reply) {
+    switch (status) {
+        case kOk:
+            return "";
+        case kTimeout:
+            return reply && reply->text.empty() ? "refused" : "no answer";
+        case kNotSent:
+            return reply ? "refused" : "not sent";
+        default:
+            return "refused";
+    }
+}
+
+/// @param isRead whether the reply certainly has a value
+/// @param isAssigned whether it certainly has none
+LoggedRequest RequestOf(const std::string& key, std::uint32_t status,
+                        const std::optional<LoggedReply>& reply, bool isRead, bool isAssigned) {
+    LoggedRequest request{key, key};
+    request.isRead = isRead;
+    request.isAssigned = isAssigned && status == kOk;
+    if (!reply) {
+        return request;
+    }
+    if (!reply->text.empty()) {
+        request.text = reply->text;
+        request.text.erase(request.text.find_last_not_of(" \r\n") + 1);
+    }
+    if (status == kTimeout && !reply->text.empty()) {  // the text is the request
+        request.isRead = request.text.ends_with('?');
+        request.isAssigned = !request.isRead;
+    }
+    request.processOutput = reply->before;
+    return request;
+}
+
+/// Whether `request` is the beginning of another call than the one that has asked for the model.
+bool IsOtherCall(const LoggedRequest& request) {
+    constexpr unsigned kReference = 0x04;
+    if (request.key.starts_with("PARAM[64][") && !NeedsModelCheck(request.key)) {
+        return request.isRead;  // only setting an override asks for the model
+    }
+    const auto value = Between("PDOUT=[", "]", request.text);
+    if (request.model != "HVA" || !value) {
+        return false;
+    }
+    unsigned first = 0;
+    std::from_chars(value->data(), value->data() + value->size(), first, 16);
+    return (first & kReference) == 0;  // an HVA has no other such method than Reference
+}
+
+}  // namespace
+
+bool LoggedCalls::Take(const LogMoment& now, std::uint64_t thread, std::string_view message) {
+    if (threads.size() >= kMostCallThreads && !threads.contains(thread)) {
+        End();
+    }
+    Thread& taken = threads[thread];
+    const bool isFolded = TakeLine(now, thread, taken, message);
+    taken.lastLine = now.line;
+    return isFolded;
+}
+
+bool LoggedCalls::TakeLine(const LogMoment& now, std::uint64_t id, Thread& thread,
+                           std::string_view message) {
+    if (const auto sent = After("New command ", message)) {
+        Begin(now, id, thread, sent->substr(0, sent->find(". Active commands: ")));
+    } else if (const auto ended = After("Pending command ", message)) {
+        Finish(now, id, thread, *ended);
+    } else if (message.ends_with(" detected") && thread.check) {
+        std::string& model = thread.check->model;
+        model = message.substr(0, message.size() - std::string_view(" detected").size());
+        std::erase_if(thread.check->match.links, [&](const LinkPointer& link) {
+            return !link->model.empty() && link->model != model;
+        });
+        if (thread.check->model == "TLM") {
+            FinishCheck(id, thread);
+        }
+    } else if (!message.starts_with("Active commands: ")) {
+        return !links.IsOwn(id) && TakeFailure(now, id, thread, message);
+    }
+    return true;
+}
+
+/// Takes a line of a call that sends nothing, or cannot.
+bool LoggedCalls::TakeFailure(const LogMoment& now, std::uint64_t id, Thread& thread,
+                              std::string_view message) {
+    if (message.starts_with("Timeout writing to ") || message.starts_with("Failed to write to ") ||
+        message.starts_with("Timeout while trying to acquire lock ")) {
+        thread.note = message;
+    } else if (message.starts_with("Failed to send command ")) {
+        thread.isSent = false;
+    } else if (message == "Device has been removed") {
+        const Match match = thread.check ? thread.check->match : Match();
+        thread.check.reset();
+        Report(now, id, match,
+               {.outcome = Outcome::Refused, .status = kNotSent, .note = "master unplugged"});
+    } else if (const auto device = Between("Device '", "' not found", message)) {
+        thread.unknownDevice = *device;
+        thread.owner = {};
+    } else if (message.ends_with(": Failed to get PELLIX handle")) {
+        LogRow row{now.stamp, LogKind::Call, {}, id};
+        row.owner.gripper = std::exchange(thread.unknownDevice, "");
+        row.call = LoggedCall{.method = std::string(message.substr(0, message.find(':'))),
+                              .outcome = Outcome::Refused,
+                              .status = kNotPossible,
+                              .note = std::exchange(thread.note, "")};
+        if (row.call->note.empty()) {
+            row.call->note = "no such gripper";
+        }
+        listener.onCall(std::move(row));
+    } else {
+        return false;
+    }
+    return true;
+}
+
+void LoggedCalls::Begin(const LogMoment& now, std::uint64_t id, Thread& thread,
+                        std::string_view key) {
+    if (thread.check && !MayFollowCheck(key)) {
+        FinishCheck(id, thread);
+    }
+    thread.key = key;
+    const std::uint64_t ahead = now.line > kMostLinesAhead ? now.line - kMostLinesAhead : 0;
+    thread.window = std::max(thread.lastLine, ahead);
+    thread.start = now;
+}
+
+/// @param text "PDOUT deleted (Status: 0)."
+void LoggedCalls::Finish(const LogMoment& now, std::uint64_t id, Thread& thread,
+                         std::string_view text) {
+    constexpr std::string_view kStatus = " deleted (Status: ";
+    const std::size_t end = text.find(kStatus);
+    if (end == std::string_view::npos) {
+        return;
+    }
+    const std::string_view number = text.substr(end + kStatus.size());
+    std::uint32_t status = 0;
+    std::from_chars(number.data(), number.data() + number.size(), status);
+    const bool wasBegun = thread.key == text.substr(0, end);
+    if (!wasBegun) {  // not sent, or its beginning is not in the log
+        thread.key = text.substr(0, end);
+        thread.window = thread.lastLine;
+        thread.start = {};
+    }
+    Match match;
+    if (thread.isSent) {
+        const bool isChecked = thread.check && thread.check->match.links.size() == 1;
+        match = Find(links.IsAwaited(id)                        ? links.WithoutState()
+                     : isChecked && NeedsModelCheck(thread.key) ? thread.check->match.links
+                                                                : links.All(),
+                     thread.key, status, thread.window);
+    } else {
+        status = kNotSent;
+    }
+    FinishRequest(now, id, thread, std::move(match), status);
+    thread.key.clear();
+    thread.isSent = true;
+    thread.note.clear();
+}
+
+void LoggedCalls::FinishRequest(const LogMoment& now, std::uint64_t id, Thread& thread, Match match,
+                                std::uint32_t status) {
+    if (links.IsOwn(id)) {
+        if (match.links.size() == 1) {
+            links.Attach(id, match.links.front());
+            Settle(id, OwnerOf(match.links));
+        }
+        return;
+    }
+    if (thread.key == kModelKey) {
+        const bool hasProcessOutput =
+            match.links.size() == 1 && !match.links.front()->processOutput.empty();
+        thread.check = Check{std::move(match), thread.start, now, status, "", hasProcessOutput};
+        Settle(id, OwnerOf(thread.check->match.links));
+        return;
+    }
+    LoggedRequest request =
+        RequestOf(thread.key, status, match.reply, match.haveValue, match.lackValue);
+    if (thread.check) {
+        request.model = thread.check->model;
+        const auto& checked = thread.check->match.links;
+        const bool isElsewhere =
+            checked.size() == 1 && !match.links.empty() &&
+            std::ranges::find(match.links, checked.front()) == match.links.end();
+        if (isElsewhere || IsOtherCall(request)) {
+            FinishCheck(id, thread);
+        }
+    }
+    LogMoment start = thread.start;
+    if (const auto check = std::exchange(thread.check, std::nullopt)) {
+        request.wasChecked = true;
+        start = check->start;
+        if (!thread.isSent) {
+            match.links = check->match.links;
+        }
+    }
+    LoggedCall call{MethodsOf(request), request.text, OutcomeOf(status), status};
+    call.note = thread.note.empty() ? ReasonOf(status, match.reply) : thread.note;
+    call.isExact = now.isExact;
+    if (match.reply && match.reply->age.count() != 0) {
+        call.duration = match.reply->age;
+        call.isExact = true;
+    } else if (start.line != 0) {
+        call.duration = now.time - start.time;
+    }
+    Report(now, id, match, std::move(call));
+}
+
+/// A call that has asked for the model and sent nothing else was refused.
+void LoggedCalls::FinishCheck(std::uint64_t id, Thread& thread) {
+    const Check check = std::move(*thread.check);
+    thread.check.reset();
+    LoggedCall call{"", std::string(kModelKey), Outcome::Refused};
+    if (check.status != kOk) {
+        call.outcome = OutcomeOf(check.status);
+        call.status = check.status;
+        call.note = ReasonOf(check.status, check.match.reply);
+    } else if (check.model == "TLM" || check.model.empty() || check.hasProcessOutput) {
+        call.status = kNotPossible;
+        call.note = "not supported by its model";
+    } else {
+        call.note = "3 or 21: not supported by its model, or no process data";
+    }
+    call.isExact = check.end.isExact;
+    if (check.start.line != 0) {
+        call.duration = check.end.time - check.start.time;
+    }
+    Report(check.end, id, check.match, std::move(call));
+}
+
+void LoggedCalls::Report(const LogMoment& now, std::uint64_t id, const Match& match,
+                         LoggedCall call) {
+    LogRow row{now.stamp, LogKind::Call, OwnerOf(match.links), id};
+    if (const LinkPointer only = links.Only(); only && match.links.empty()) {
+        row.owner = OwnerOf({only});
+    }
+    NoteUsual(threads[id], row.owner);
+    Settle(id, row.owner);
+    row.call = std::move(call);
+    listener.onCall(std::move(row));
+}
+
+void LoggedCalls::Settle(std::uint64_t id, const LogOwner& owner) {
+    threads[id].owner = owner;
+    listener.onOwner(id, owner);
+}
+
+/// A program usually calls one gripper through a connection, but need not.
+void LoggedCalls::NoteUsual(Thread& thread, LogOwner& owner) {
+    const std::string& name = owner.Name();
+    if (std::ranges::find(owner.candidates, thread.usual) != owner.candidates.end() &&
+        !thread.isMixed) {
+        owner.likely = thread.usual;
+    } else if (!name.empty()) {
+        thread.isMixed = thread.isMixed || (!thread.usual.empty() && thread.usual != name);
+        thread.usual = name;
+    }
+}
+
+/// Finds the masters with a reply that may be the one, and takes it if there is one only.
+LoggedCalls::Match LoggedCalls::Find(const std::vector<LinkPointer>& among, std::string_view key,
+                                     std::uint32_t status, std::uint64_t window) {
+    const auto fits = [&](const LoggedReply& reply) {
+        return reply.key == key && reply.status == status && reply.begin > window;
+    };
+    Match match{{}, {}, true, true};
+    std::vector<LoggedReply*> replies;
+    for (const LinkPointer& link : among) {
+        const auto found = std::ranges::find_if(link->replies, fits);
+        if (found != link->replies.end()) {
+            match.links.push_back(link);
+            match.haveValue = match.haveValue && !found->text.empty();
+            match.lackValue = match.lackValue && found->text.empty();
+            replies.push_back(&*found);
+        }
+    }
+    if (match.links.empty()) {
+        return {};
+    }
+    if (match.links.size() == 1) {
+        match.reply = *replies.front();
+    }
+    for (std::size_t i = 0; i < replies.size(); ++i) {
+        // Once there were as many requests as replies that fit, all of these are taken.
+        if (++replies[i]->claims >= replies.size()) {
+            match.links[i]->Drop(*replies[i]);
+        }
+    }
+    return match;
+}
+
+void LoggedCalls::Expire(const LogMoment& now) {
+    for (auto& [id, thread] : threads) {
+        if (thread.check && now.time - thread.check->end.time > kLongestPause) {
+            FinishCheck(id, thread);
+        }
+    }
+}
+
+void LoggedCalls::End() {
+    for (auto& [id, thread] : threads) {
+        if (thread.check) {
+            FinishCheck(id, thread);
+        }
+    }
+    threads.clear();
+}
+
+LogOwner LoggedCalls::LastOwner(std::uint64_t thread) const {
+    const auto found = threads.find(thread);
+    return found == threads.end() ? LogOwner() : found->second.owner;
+}
+
+bool LoggedCalls::IsAwaited(std::uint64_t thread) const {
+    const auto found = threads.find(thread);
+    return found != threads.end() && !found->second.key.empty();
+}
+
+}  // namespace tavrik

@@ -98,6 +98,7 @@ void CommandLine::AddCommands() {
     commands.push_back(MakeWatchCommand(app));
     commands.push_back(MakeCallCommand(app));
     commands.push_back(MakeDoctorCommand(app, endpoint));
+    commands.push_back(MakeLogCommand(app));
 }
 
 ExitStatus CommandLine::Run(int argc, const char* const* argv) {

@@ -110,6 +110,12 @@ void Printer::Line(const std::string& text) {
     Flush();
 }
 
+void Printer::Line(const Cell& line) {
+    const bool isRed = colours && line.alarming;
+    out << (isRed ? kRed : "") << line.text << (isRed ? kPlain : "") << '\n';
+    Flush();
+}
+
 void Printer::Table(const std::vector<Column>& columns, const std::vector<Row>& rows) {
     std::vector<Row> lines(1);
     for (const Column& column : columns) {

@@ -30,6 +30,7 @@ public:
     // Each of these has written everything when it returns, or throws a Failure (Failed).
 
     void Line(const std::string& text);
+    void Line(const Cell& line);
 
     /// A line of titles, then the rows, every column as wide as its widest cell.
     void Table(const std::vector<Column>& columns, const std::vector<std::vector<Cell>>& rows);

@@ -55,6 +55,7 @@ std::unique_ptr<Command> MakeCellCommand(CLI::App& program);
 std::unique_ptr<Command> MakeDoctorCommand(CLI::App& program, const Endpoint& endpoint);
 std::unique_ptr<Command> MakeGetCommand(CLI::App& program);
 std::unique_ptr<Command> MakeListCommand(CLI::App& program);
+std::unique_ptr<Command> MakeLogCommand(CLI::App& program);
 std::unique_ptr<Command> MakeSetCommand(CLI::App& program);
 /// The commands of "settings".
 std::vector<std::unique_ptr<Command>> MakeSettingsCommands(CLI::App& program);

@@ -38,12 +38,17 @@ public:
             ->check(CheckNotEmpty)
             ->option_text("FILE");
         app.add_flag("--strict", strict, "fail if anything is marked wrong");
+        app.add_option("--log", logFile, "file with the daemon's log (default: the journal)")
+            ->check(CheckNotEmpty)
+            ->option_text("FILE");
         AddJson();
     }
 
     ExitStatus Run(Daemon& /*daemon*/, Printer& printer) override {
-        Doctor doctor(endpoint, cellFile.empty() ? std::nullopt
-                                                 : std::optional(ExpectedCell::FromFile(cellFile)));
+        Doctor doctor(
+            endpoint,
+            cellFile.empty() ? std::nullopt : std::optional(ExpectedCell::FromFile(cellFile)),
+            logFile);
         doctor.Examine();
         json ? printer.Json(doctor.Json()) : Print(doctor, printer);
         if (!bundle.empty()) {
@@ -74,6 +79,7 @@ private:
     std::string bundle;
     std::string cellFile;
     bool strict = false;
+    std::string logFile;
 };
 
 }  // namespace

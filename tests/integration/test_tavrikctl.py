@@ -360,7 +360,7 @@ class CommandLineTest(CtlTestCase):
                        NO_GRIPPER, NOT_AT_REST, FAILED, FAULTY, NOT_SENT, NO_PROCESS_DATA):
             self.assertRegex(text, rf"(?m)^  {status} +[a-z-]")
         for command in ("list", "grip", "release", "home", "disable", "holdfast", "store", "get",
-                        "set", "watch", "call", "doctor"):
+                        "set", "watch", "call", "doctor", "log"):
             self.assertRegex(text, rf"(?m)^  {command} +[A-Z]")
             details = self.ctl(command, "--help")
             self.assertIn("Usage: tavrikctl " + command, details)

@@ -1,0 +1,266 @@
+#include "tavrikctl/LogView.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <nlohmann/json.hpp>
+#include <string_view>
+
+#include "client/Printable.h"
+
+namespace tavrik {
+
+namespace {
+
+using std::chrono::microseconds;
+using Parts = std::vector<std::string>;
+
+constexpr std::size_t kNarrow = 60;    // columns; below, text has lines of its own
+constexpr std::size_t kForBoth = 100;  // columns for master and gripper
+constexpr const char* kBetween = "  ";
+
+/// Most texts of a log are plain, which is found sooner than the width of each letter.
+bool IsPlain(const std::string& text) {
+    return std::ranges::all_of(text, [](char letter) { return letter >= ' ' && letter <= '~'; });
+}
+
+std::string Safe(const std::string& text) {
+    return IsPlain(text) ? text : Printable(text);
+}
+
+std::size_t WidthOf(const std::string& text) {
+    return IsPlain(text) ? text.size() : Width(text);
+}
+
+std::string DurationText(microseconds duration, bool isExact) {
+    constexpr double kMillisecond = 1000;
+    constexpr microseconds kFine = std::chrono::milliseconds(10);
+    if (!isExact) {
+        const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(duration).count();
+        return seconds == 0 ? "<1 s" : "~" + std::to_string(seconds) + " s";
+    }
+    std::array<char, 40> text{};
+    std::snprintf(text.data(), text.size(), duration < kFine ? "%.1f ms" : "%.0f ms",
+                  static_cast<double>(duration.count()) / kMillisecond);
+    return text.data();
+}
+
+std::string Joined(const Parts& parts, const std::string& between) {
+    std::string joined;
+    for (const std::string& part : parts) {
+        joined += (joined.empty() || part.empty() ? "" : between) + part;
+    }
+    return joined;
+}
+
+std::string CallText(const LoggedCall& call) {
+    return Joined({call.method, call.request, call.status ? std::to_string(*call.status) : "",
+                   call.note, call.duration ? DurationText(*call.duration, call.isExact) : ""},
+                  kBetween);
+}
+
+std::string TextOf(const LogRow& row) {
+    std::string text = row.call ? CallText(*row.call) : row.text;
+    if (!row.owner.candidates.empty()) {
+        text += " (" + Joined(row.owner.candidates, " or ") + ")";
+    }
+    return Safe(text);
+}
+
+std::string MarkOf(const LogRow& row) {
+    return IsAlarming(row) ? "!" : row.kind == LogKind::Event ? "*" : " ";
+}
+
+/// The time to the millisecond.
+std::string ClockOf(const LogRow& row) {
+    constexpr std::size_t kSize = 12;
+    return row.stamp.clock.substr(0, kSize);
+}
+
+std::string MasterOf(const LogRow& row) {
+    const std::string& node = row.owner.node;
+    return Safe(node.starts_with("/dev/") ? node.substr(std::string_view("/dev/").size()) : node);
+}
+
+/// What is known: a thread's lines without a known master keep its number.
+std::string GripperOf(const LogRow& row) {
+    if (!row.owner.gripper.empty()) {
+        return Safe(row.owner.gripper);
+    }
+    if (!row.owner.likely.empty()) {
+        return Safe(row.owner.likely) + "?";
+    }
+    if (row.isOfDaemon) {
+        return "daemon";
+    }
+    const bool isUnknown = row.thread && row.owner.node.empty();
+    return isUnknown ? "? " + std::to_string(*row.thread) : "";
+}
+
+std::string Padded(const std::string& text, std::size_t width) {
+    return text + std::string(width - std::min(width, WidthOf(text)), ' ');
+}
+
+std::string Counted(std::uint64_t count, const std::string& one, const std::string& several) {
+    return std::to_string(count) + " " + (count == 1 ? one : several);
+}
+
+std::string NameOf(const std::string& name) {
+    return name.empty() ? "unknown gripper" : Safe(name);
+}
+
+std::string SummaryOf(const LogSummary::Gripper& gripper) {
+    std::string text = Counted(gripper.calls, "call", "calls") + ", " +
+                       std::to_string(gripper.refusals) + " refused, " +
+                       std::to_string(gripper.timeouts) + " timed out";
+    if (gripper.slowest) {
+        text += ", slowest answer " + DurationText(*gripper.slowest, gripper.isExact);
+    }
+    return text;
+}
+
+}  // namespace
+
+bool IsAlarming(const LogRow& row) {
+    return row.kind == LogKind::Trouble ||
+           (row.call && row.call->outcome != LoggedCall::Outcome::Done);
+}
+
+std::vector<std::string> LogView::Lines(const LogRow& row) {
+    std::vector<std::string> lines;
+    if (!row.stamp.date.empty() && row.stamp.date != date) {
+        date = row.stamp.date;
+        lines.push_back(date);
+    }
+    const bool isNarrow = columns != 0 && columns < kNarrow;
+    for (std::string& line : isNarrow ? NarrowLines(row) : WideLines(row)) {
+        lines.push_back(std::move(line));
+    }
+    return lines;
+}
+
+std::vector<std::string> LogView::WideLines(const LogRow& row) {
+    const std::string master = MasterOf(row);
+    std::string owner = GripperOf(row);
+    std::string head = MarkOf(row) + " " + ClockOf(row) + kBetween;
+    if (ShowsMaster()) {
+        masterWidth = std::max(masterWidth, WidthOf(master));
+        head += Padded(master, masterWidth) + kBetween;
+    } else if (owner.empty()) {
+        owner = master;
+    }
+    ownerWidth = std::max(ownerWidth, WidthOf(owner));
+    head += Padded(owner, ownerWidth) + kBetween;
+    const std::string text = TextOf(row);
+    const std::size_t width = WidthOf(head);
+    if (columns == 0 || width + WidthOf(text) <= columns) {
+        return {head + text};
+    }
+    constexpr std::size_t kLeast = 20;  // columns for the text
+    if (width + kLeast > columns) {
+        return NarrowLines(row);
+    }
+    std::vector<std::string> lines = Wrap(text, columns - width);
+    for (std::string& line : lines) {
+        line.insert(0, &line == &lines.front() ? head : std::string(width, ' '));
+    }
+    return lines;
+}
+
+/// Master and gripper first, the text below.
+std::vector<std::string> LogView::NarrowLines(const LogRow& row) const {
+    const std::string gripper = GripperOf(row);
+    const std::string head = ClockOf(row) + " " + (gripper.empty() ? MasterOf(row) : gripper);
+    std::vector<std::string> lines;
+    for (const std::string& part : {head, TextOf(row)}) {
+        for (const std::string& line : Wrap(part, columns - 2)) {
+            lines.push_back((lines.empty() ? MarkOf(row) + " " : kBetween) + line);
+        }
+    }
+    return lines;
+}
+
+bool LogView::ShowsMaster() const {
+    return columns == 0 || columns >= kForBoth;
+}
+
+std::vector<std::string> LogView::Lines(const LogSummary& summary) const {
+    std::vector<std::string> parts{
+        Counted(summary.lines, "line", "lines") + ": " +
+        Counted(summary.starts, "start of the daemon", "starts of the daemon") + ", " +
+        Counted(summary.plugged, "master", "masters") + " plugged in, " +
+        std::to_string(summary.unplugged) + " unplugged, " +
+        Counted(summary.reopened, "attempt", "attempts") + " to reopen a tty"};
+    for (const auto& [name, gripper] : summary.grippers) {
+        parts.push_back(NameOf(name) + ": " + SummaryOf(gripper));
+    }
+    std::vector<std::string> lines;
+    for (const std::string& part : parts) {
+        const auto wrapped = columns == 0 ? std::vector{part} : Wrap(part, columns);
+        lines.insert(lines.end(), wrapped.begin(), wrapped.end());
+    }
+    return lines;
+}
+
+nlohmann::ordered_json JsonOf(const LogRow& row) {
+    const auto textOrNull = [](const std::string& text) {
+        return text.empty() ? nlohmann::ordered_json() : nlohmann::ordered_json(text);
+    };
+    const std::string time =
+        (row.stamp.date.empty() ? "" : row.stamp.date + "T") + row.stamp.clock + row.stamp.zone;
+    nlohmann::ordered_json object{{"time", textOrNull(time)},
+                                  {"kind", KindText(row.kind)},
+                                  {"alarming", IsAlarming(row)},
+                                  {"master", textOrNull(row.owner.node)},
+                                  {"gripper", textOrNull(row.owner.gripper)}};
+    if (!row.owner.IsKnown() && row.thread) {
+        object["thread"] = *row.thread;
+        object["candidates"] = row.owner.candidates;
+        object["likely"] = textOrNull(row.owner.likely);
+    }
+    if (!row.call) {
+        object["text"] = row.text;
+        return object;
+    }
+    const LoggedCall& call = *row.call;
+    object["method"] = textOrNull(call.method);
+    object["request"] = textOrNull(call.request);
+    object["status"] = call.status ? nlohmann::ordered_json(*call.status) : nullptr;
+    object["note"] = textOrNull(call.note);
+    object["milliseconds"] = nullptr;
+    if (call.duration) {
+        constexpr double kMillisecond = 1000;
+        object["milliseconds"] = static_cast<double>(call.duration->count()) / kMillisecond;
+        object["exact"] = call.isExact;
+    }
+    return object;
+}
+
+nlohmann::ordered_json JsonOf(const LogSummary& summary) {
+    auto grippers = nlohmann::ordered_json::array();
+    for (const auto& [name, gripper] : summary.grippers) {
+        nlohmann::ordered_json object{{"gripper", nullptr},
+                                      {"calls", gripper.calls},
+                                      {"refusals", gripper.refusals},
+                                      {"timeouts", gripper.timeouts},
+                                      {"slowestMilliseconds", nullptr}};
+        if (!name.empty()) {
+            object["gripper"] = name;
+        }
+        if (gripper.slowest) {
+            constexpr double kMillisecond = 1000;
+            object["slowestMilliseconds"] =
+                static_cast<double>(gripper.slowest->count()) / kMillisecond;
+            object["exact"] = gripper.isExact;
+        }
+        grippers.push_back(object);
+    }
+    return {{"kind", "summary"},
+            {"lines", summary.lines},
+            {"starts", summary.starts},
+            {"plugged", summary.plugged},
+            {"unplugged", summary.unplugged},
+            {"reopened", summary.reopened},
+            {"grippers", grippers}};
+}
+
+}  // namespace tavrik

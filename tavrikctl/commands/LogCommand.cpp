@@ -1,0 +1,304 @@
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <deque>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <stop_token>
+
+#include "client/Printable.h"
+#include "doctor/log/LogBegin.h"
+#include "doctor/log/LogModel.h"
+#include "doctor/log/LogSource.h"
+#include "tavrikctl/Interruption.h"
+#include "tavrikctl/LogView.h"
+#include "tavrikctl/commands/Command.h"
+
+namespace tavrik {
+
+namespace {
+
+constexpr std::chrono::milliseconds kReadPatience(200);
+
+/// The columns of standard output; 0 if it is no terminal.
+std::size_t Columns() {
+    winsize size{};
+    const bool isKnown = isatty(STDOUT_FILENO) == 1 &&
+                         ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col != 0;
+    constexpr std::size_t kLeast = 10;
+    return isKnown ? std::max<std::size_t>(size.ws_col, kLeast) : 0;
+}
+
+/// Whether the rows of an owner are wanted.
+class GripperFilter {
+public:
+    explicit GripperFilter(std::string wanted) : wanted(std::move(wanted)) {}
+
+    /// Rows of the daemon itself, and those that may be of the gripper, are wanted too.
+    bool Wants(const LogRow& row) {
+        if (wanted.empty() || row.isOfDaemon) {
+            return true;
+        }
+        if (!row.owner.IsKnown()) {
+            return row.kind != LogKind::Routine &&
+                   (row.owner.candidates.empty() ||
+                    std::ranges::any_of(row.owner.candidates,
+                                        [this](const auto& name) { return IsNamed(name); }));
+        }
+        const bool isWanted = IsNamed(row.owner.gripper) || IsNamed(row.owner.node);
+        wasFound = wasFound || isWanted;
+        return isWanted;
+    }
+
+    /// @throws Failure (NoGripper) if no row was of the gripper
+    void ExpectFound() const {
+        if (!wanted.empty() && !wasFound) {
+            throw Failure(ExitStatus::NoGripper,
+                          "no gripper in the log matches '" + Printable(wanted) + "'");
+        }
+    }
+
+private:
+    bool IsNamed(const std::string& name) {
+        constexpr std::size_t kMostNames = 1000;
+        if (name.empty() || names.size() >= kMostNames) {
+            names.clear();
+            return !name.empty() && Match(name);
+        }
+        const auto [found, isNew] = names.try_emplace(name, false);
+        if (isNew) {
+            found->second = Match(name);
+        }
+        return found->second;
+    }
+
+    bool Match(const std::string& name) const {
+        try {
+            return MatchGripper({name}, wanted) == name;
+        } catch (const Failure&) {
+            return false;
+        }
+    }
+
+    std::string wanted;
+    std::map<std::string, bool> names;  // whether each is the gripper
+    bool wasFound = false;
+};
+
+/// Prints the daemon's log for a person.
+class LogCommand : public Command {
+public:
+    explicit LogCommand(CLI::App& program)
+        : Command(program, "log", "Show the log of TavrikDaemon by gripper and call") {
+        app.add_option("GRIPPER", gripper, "unique part of a device string, or a tty")
+            ->check(CheckNotEmpty)
+            ->option_text(" ");
+        app.add_option("FILE", file, "file, or - for standard input (default: journal)")
+            ->check(CheckNotEmpty)
+            ->option_text(" ");
+        app.add_flag("-f,--follow", isFollowed, "wait for more; Ctrl-C ends");
+        app.add_option("--since", since, "14:00, '2026-11-22 14:00', or how long ago: 10min, 2h")
+            ->check(CheckNotEmpty)
+            ->option_text("TIME");
+        app.add_flag("-v,--verbose", isVerbose, "show every line");
+        app.add_flag("--json", json, "print one JSON object per line");
+    }
+
+    ExitStatus Run(Daemon& /*daemon*/, Printer& printer) override;
+
+private:
+    void SortArguments();
+    std::unique_ptr<LogSource> Open(LogModel& model);
+    std::uint64_t LinesBefore() const;
+    void Read(LogSource& source, LogModel& model, Printer& printer, const std::stop_token& stop);
+    void Take(LogModel& model, std::string_view line);
+    void Show(const LogRow& row, Printer& printer);
+    void ShowLast(Printer& printer);
+    void Print(const LogRow& row, Printer& printer);
+    void PrintSummary(const LogSummary& summary, Printer& printer) const;
+
+    std::string gripper;
+    std::string file;  // empty for the journal
+    std::string since;
+    bool isFollowed = false;
+    bool isVerbose = false;
+
+    std::optional<LogBegin> begin;  // until it is reached
+    std::uint64_t linesBefore = 0;  // in a file
+    bool isCatchingUp = false;      // with what was logged before, of which only the end is shown
+    std::deque<LogRow> last;
+    std::optional<LogView> view;
+    std::optional<GripperFilter> filter;
+};
+
+bool IsFile(const std::string& text) {
+    struct stat status = {};
+    return text == "-" || text.find('/') != std::string::npos || stat(text.c_str(), &status) == 0;
+}
+
+/// A word alone is a file if there is such a file.
+void LogCommand::SortArguments() {
+    if (file.empty() && IsFile(gripper)) {
+        std::swap(file, gripper);
+    }
+}
+
+ExitStatus LogCommand::Run(Daemon& /*daemon*/, Printer& printer) {
+    SortArguments();
+    if (!since.empty()) {
+        begin.emplace(since);
+    }
+    isCatchingUp = isFollowed && since.empty() && file != "-";
+    view.emplace(Columns());
+    filter.emplace(gripper);
+    LogModel model([&](const LogRow& row) { Show(row, printer); }, isVerbose);
+    const auto source = Open(model);
+    {
+        const Interruption interruption;  // after journalctl was started, which it would not end
+        Read(*source, model, printer, interruption.Token());
+    }
+    model.End();
+    ShowLast(printer);
+    if (file.empty() && model.Summary().lines == 0) {
+        throw Failure(ExitStatus::Failed,
+                      "the journal has no line of TavrikDaemon: run as root, or name the file that "
+                      "it logs to: tavrikctl log FILE");
+    }
+    filter->ExpectFound();
+    PrintSummary(model.Summary(), printer);
+    return ExitStatus::Done;
+}
+
+std::unique_ptr<LogSource> LogCommand::Open(LogModel& model) {
+    if (!file.empty()) {
+        auto source = OpenLogFile(file, isFollowed);
+        struct stat status = {};
+        if (begin && stat(file.c_str(), &status) == 0 && S_ISREG(status.st_mode)) {
+            linesBefore = LinesBefore();
+            begin.reset();
+        }
+        return source;
+    }
+    constexpr std::chrono::minutes kRecent(10);
+    std::vector<std::string> options{"--boot"};
+    if (begin || isFollowed) {
+        const auto now = std::chrono::system_clock::now().time_since_epoch();
+        const auto start =
+            begin ? begin->Time() : std::chrono::duration_cast<std::chrono::seconds>(now - kRecent);
+        for (const std::string& line : ReadJournalBefore(start)) {
+            model.Learn(line);
+        }
+        options = {"--since=@" + std::to_string(start.count())};
+        begin.reset();
+    }
+    if (isFollowed) {
+        options.insert(options.end(), {"--follow", "--no-tail"});
+    }
+    return OpenJournal(options);
+}
+
+/// The number of lines before the last place where the time is that of --since.
+std::uint64_t LogCommand::LinesBefore() const {
+    LogBegin search = *begin;
+    const auto source = OpenLogFile(file, false);
+    std::uint64_t count = 0;
+    std::optional<std::uint64_t> found;
+    std::string_view line;
+    while (source->Next(line, kReadPatience) == LogSource::Result::Line) {
+        if (search.IsAt(ParseLogEntry(line))) {
+            found = count;
+        }
+        ++count;
+    }
+    return found.value_or(count);
+}
+
+/// Ctrl-C ends the reading, and the summary follows.
+void LogCommand::Read(LogSource& source, LogModel& model, Printer& printer,
+                      const std::stop_token& stop) {
+    std::chrono::milliseconds idle(0);
+    std::string_view line;
+    while (!stop.stop_requested()) {
+        switch (source.Next(line, kReadPatience)) {
+            case LogSource::Result::Line:
+                idle = std::chrono::milliseconds(0);
+                Take(model, line);
+                break;
+            case LogSource::Result::Idle:
+                idle += kReadPatience;
+                model.Idle(idle);
+                ShowLast(printer);
+                break;
+            case LogSource::Result::End:
+                return;
+        }
+    }
+}
+
+void LogCommand::Take(LogModel& model, std::string_view line) {
+    if (begin && begin->IsAt(ParseLogEntry(line))) {
+        begin.reset();
+    }
+    if (begin || linesBefore > 0) {
+        linesBefore -= linesBefore > 0 ? 1 : 0;
+        model.Learn(line);
+    } else {
+        model.Take(line);
+    }
+}
+
+void LogCommand::Show(const LogRow& row, Printer& printer) {
+    if (!filter->Wants(row)) {
+        return;
+    }
+    if (!isCatchingUp) {
+        Print(row, printer);
+        return;
+    }
+    constexpr std::size_t kLast = 10;
+    last.push_back(row);
+    if (last.size() > kLast) {
+        last.pop_front();
+    }
+}
+
+/// Shows the end of what was logged before, once there is no more.
+void LogCommand::ShowLast(Printer& printer) {
+    for (const LogRow& row : std::exchange(last, {})) {
+        Print(row, printer);
+    }
+    isCatchingUp = false;
+}
+
+void LogCommand::Print(const LogRow& row, Printer& printer) {
+    using Handler = nlohmann::ordered_json::error_handler_t;
+    if (json) {
+        printer.Line(JsonOf(row).dump(-1, ' ', true, Handler::replace));
+        return;
+    }
+    for (const std::string& line : view->Lines(row)) {
+        printer.Line(Cell{line, IsAlarming(row)});
+    }
+}
+
+void LogCommand::PrintSummary(const LogSummary& summary, Printer& printer) const {
+    using Handler = nlohmann::ordered_json::error_handler_t;
+    if (json) {
+        printer.Line(JsonOf(summary).dump(-1, ' ', true, Handler::replace));
+        return;
+    }
+    printer.Line(std::string());
+    for (const std::string& line : view->Lines(summary)) {
+        printer.Line(line);
+    }
+}
+
+}  // namespace
+
+std::unique_ptr<Command> MakeLogCommand(CLI::App& program) {
+    return std::make_unique<LogCommand>(program);
+}
+
+}  // namespace tavrik

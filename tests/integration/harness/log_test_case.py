@@ -1,0 +1,78 @@
+"""Logs of a cell in files, and tavrikctl log that reads them."""
+
+import contextlib
+import fcntl
+import json
+import os
+import pathlib
+import pty
+import re
+import struct
+import subprocess
+import tempfile
+import termios
+
+import pyte
+
+from . import ctl
+from .ctl_test_case import CtlTestCase
+
+
+def screen_of(columns, *arguments):
+    """The lines that a command leaves on a terminal of this width."""
+    ours, theirs = pty.openpty()
+    fcntl.ioctl(theirs, termios.TIOCSWINSZ, struct.pack("HHHH", 500, columns, 0, 0))
+    screen = pyte.Screen(columns, 500)
+    with open(ours, "rb", buffering=0) as terminal:
+        process = subprocess.Popen(ctl.arguments_of(*arguments), stdin=subprocess.DEVNULL,
+                                   stdout=theirs, env={**ctl.CLEAN, "TERM": "xterm"})
+        os.close(theirs)
+        stream = pyte.ByteStream(screen)
+        with contextlib.suppress(OSError):  # EIO at the end
+            while data := terminal.read(4096):
+                stream.feed(data)
+        process.wait()
+    return [line.rstrip() for line in screen.display[:screen.cursor.y]]
+
+
+class LogTestCase(CtlTestCase):
+    """Tests with a folder for logs, and the log of the cell so far."""
+
+    def setUp(self):
+        self.folder = pathlib.Path(self.enterContext(tempfile.TemporaryDirectory()))
+        self.addCleanup(self.cell.close_clients)
+
+    def file(self, lines, name="daemon.log"):
+        """A log file of these lines."""
+        path = self.folder / name
+        path.write_bytes(b"".join(line if isinstance(line, bytes) else line.encode() + b"\n"
+                                  for line in lines))
+        return path
+
+    def lines_so_far(self):
+        """The log of the cell, with all lines of the calls that have been answered."""
+        self.cell.log.mark()
+        return self.cell.log.since(0)
+
+    def cell_log(self):
+        return self.file(self.lines_so_far())
+
+    def rows(self, *arguments):
+        return self.ctl("log", *arguments).splitlines()
+
+    def objects(self, *arguments):
+        return [json.loads(line) for line in self.rows("--json", *arguments)]
+
+    def calls_since(self, mark):
+        """The calls since a mark in the log of the cell."""
+        lines = self.lines_so_far()
+        before = len(self.calls(lines[:mark]))
+        return self.calls(lines)[before:]
+
+    def calls(self, lines):
+        return [row for row in self.objects(self.file(lines)) if row["kind"] == "call"]
+
+    def expect_row(self, rows, mark, master, gripper, text):
+        pattern = rf"^{re.escape(mark)} [\d:.]+  {master} +{re.escape(gripper)}  +{text}$"
+        self.assertTrue(any(re.search(pattern, row) for row in rows),
+                        pattern + "\n" + "\n".join(rows[-40:]))

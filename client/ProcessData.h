@@ -27,6 +27,8 @@ struct ProcessData {
     /// The flags that are set, in words, separated by commas.
     std::string FlagText() const;
 
+    bool HasFlags() const { return fault || tempFault || tempWarn || maintenance; }
+
     /// Adds every value to a JSON object.
     void AddTo(nlohmann::ordered_json& object) const;
 

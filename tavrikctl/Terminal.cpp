@@ -54,7 +54,9 @@ void Terminal::Restorer::operator()(screen* terminal) const {
 }
 
 Terminal::Terminal(bool colours) : colours(colours) {
-    std::setlocale(LC_CTYPE, "");  // NOLINT(concurrency-mt-unsafe)
+    // Regardless of the user's locale, as in the output of all commands: with LC_ALL=C, ncurses
+    // would show each byte of a name in one or more columns.
+    std::setlocale(LC_CTYPE, "C.UTF-8");  // NOLINT(concurrency-mt-unsafe)
     EndBySignals();
     terminal.reset(newterm(nullptr, stdout, stdin));
     if (!terminal) {

@@ -1,15 +1,14 @@
 #include "tavrikctl/WatchView.h"
 
 #include <algorithm>
-#include <array>
+#include <chrono>
 #include <cmath>
-#include <cstdio>
-#include <ctime>
-#include <nlohmann/json.hpp>
-#include <utility>
+#include <tuple>
 
 #include "client/Printable.h"
 #include "client/Values.h"
+#include "tavrikctl/ScreenParts.h"
+#include "tavrikctl/WatchRows.h"
 
 namespace tavrik {
 
@@ -22,10 +21,6 @@ constexpr std::size_t kAxisWidth = 9;  // "-327.68 |"
 constexpr std::size_t kMostPlotRows = 12;
 constexpr std::size_t kFewestPlotRows = 3;
 
-std::string Right(const std::string& text, std::size_t width) {
-    return std::string(width - std::min(width, Width(text)), ' ') + text;
-}
-
 /// The oldest of `history` that is not older than `age` before the latest.
 std::deque<Observation>::const_iterator Since(const std::deque<Observation>& history,
                                               std::chrono::seconds age) {
@@ -34,93 +29,16 @@ std::deque<Observation>::const_iterator Since(const std::deque<Observation>& his
     });
 }
 
-/// Local time in `format`, with milliseconds.
-std::string LocalTime(std::chrono::system_clock::time_point time, const char* format) {
-    using std::chrono::milliseconds;
-    const auto sinceEpoch = std::chrono::floor<milliseconds>(time.time_since_epoch());
-    const auto fraction = sinceEpoch % std::chrono::seconds(1);
-    const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
-    std::tm parts{};
-    localtime_r(&seconds, &parts);
-    std::array<char, 32> whole{};
-    std::strftime(whole.data(), whole.size(), format, &parts);
-    std::array<char, 8> rest{};
-    std::snprintf(rest.data(), rest.size(), ".%03d", static_cast<int>(fraction.count()));
-    return std::string(whole.data()) + rest.data();
+std::string FlagsText(const std::optional<ProcessData>& data) {
+    const std::string flags = data ? data->FlagText() : "-";
+    return flags.empty() ? "none" : flags;
 }
 
-std::string CsvRow(const Observation& observation, const std::string& time) {
-    std::string row = time + ",";
-    if (const auto& data = observation.data) {
-        row += std::to_string(data->state) + "," + HundredthsText(data->position);
-        for (const bool flag : {data->fault, data->tempFault, data->tempWarn, data->maintenance}) {
-            row += flag ? ",1" : ",0";
-        }
-    } else {
-        row += ",,,,,";
-    }
-    return row + "," + ValuesWord(observation);
-}
-
-std::string JsonRow(const Observation& observation, const std::string& time) {
-    nlohmann::ordered_json object{{"time", time}};
-    if (observation.data) {
-        observation.data->AddTo(object);
-    }
-    object["values"] = ValuesWord(observation);
-    return object.dump();
-}
-
-std::string AlignedRow(const Observation& observation, const std::string& time) {
-    const auto& data = observation.data;
-    const std::string flags = data ? data->FlagText() : observation.error;
-    std::array<char, 64> columns{};
-    std::snprintf(columns.data(), columns.size(), "  %5s  %8s  %-6s  ",
-                  data ? std::to_string(data->state).c_str() : "-",
-                  data ? HundredthsText(data->position).c_str() : "-",
-                  ValuesWord(observation).c_str());
-    return time + columns.data() + (flags.empty() ? "none" : flags);
+std::string SecondsText(Observation::Clock::duration time) {
+    return std::to_string(std::chrono::round<std::chrono::seconds>(time).count()) + " s";
 }
 
 }  // namespace
-
-std::string WatchHeader(RowForm form) {
-    switch (form) {
-        case RowForm::Csv:
-            return "time,state,position,fault,temperature_fault,temperature_warning,maintenance,"
-                   "values";
-        case RowForm::Json:
-            return "";
-        default:
-            return "TIME          STATE  POSITION  VALUES  FLAGS";
-    }
-}
-
-std::string WatchRow(RowForm form, const Observation& observation,
-                     std::chrono::system_clock::time_point time) {
-    constexpr const char* kDateAndTime = "%FT%T";
-    switch (form) {
-        case RowForm::Csv:
-            return CsvRow(observation, LocalTime(time, kDateAndTime));
-        case RowForm::Json:
-            return JsonRow(observation, LocalTime(time, kDateAndTime));
-        default:
-            return AlignedRow(observation, LocalTime(time, "%T"));
-    }
-}
-
-std::string ValuesWord(const Observation& observation) {
-    if (!observation.data) {
-        return "none";
-    }
-    if (observation.silentSince) {
-        return observation.frozen ? "frozen" : "silent";
-    }
-    if (!observation.data->certain) {
-        return "zero";
-    }
-    return observation.probed ? "fresh" : "unasked";
-}
 
 void WatchView::Add(const Observation& observation) {
     history.push_back(observation);
@@ -131,15 +49,17 @@ void WatchView::Add(const Observation& observation) {
     }
 }
 
-std::string WatchView::ValuesText(const Observation& observation) {
+std::string WatchView::ValuesText(const Observation& observation, TimePoint now) {
+    if (IsOverdue(observation, now)) {
+        return "old: the daemon has not answered for " + SecondsText(now - observation.time);
+    }
     if (!observation.data) {
         return observation.error;
     }
     if (observation.silentSince) {
-        const auto silence =
-            std::chrono::round<std::chrono::seconds>(observation.time - *observation.silentSince);
         return std::string(observation.frozen ? "frozen: " : "changing, but ") +
-               "the master has not answered for " + std::to_string(silence.count()) + " s";
+               "the master has not answered for " +
+               SecondsText(observation.time - *observation.silentSince);
     }
     if (!observation.data->certain) {
         return "all zero: possibly no process data";
@@ -147,42 +67,72 @@ std::string WatchView::ValuesText(const Observation& observation) {
     return observation.probed ? "fresh" : "possibly old: the master was not polled";
 }
 
-std::vector<Cell> WatchView::Render(std::size_t width, std::size_t height) const {
-    std::vector<Cell> lines{TitleLine(width), {""}};
+std::vector<Cell> WatchView::Render(std::size_t width, std::size_t height, TimePoint now) const {
+    std::vector<Cell> lines = TitleLines(title, server, width);
+    const bool isWide = !history.empty() && Width(PositionLine()) <= width;
     if (history.empty()) {
-        lines.push_back({"waiting for the daemon"});
-    } else {
-        AddValues(lines);
         lines.push_back({""});
-        lines.push_back(BarLine(width));
+        AddWrapped(lines, "waiting for the daemon", width);
+    } else if (isWide) {
+        AddWideValues(lines, width, now);
+    } else {
+        AddNarrowValues(lines, width, now);
     }
     constexpr std::size_t kLinesBelow = 3;  // axis, blank line, help
-    if (!history.empty() && height > lines.size() + kFewestPlotRows + kLinesBelow) {
+    if (const std::string bar = history.empty() ? "" : BarLine(width); !bar.empty()) {
         lines.push_back({""});
-        AddPlot(lines, width, std::min(height - lines.size() - kLinesBelow, kMostPlotRows));
+        lines.push_back({bar});
+        if (height > lines.size() + kFewestPlotRows + kLinesBelow) {
+            lines.push_back({""});
+            AddPlot(lines, width, std::min(height - lines.size() - kLinesBelow, kMostPlotRows));
+        }
     }
     lines.push_back({""});
-    lines.push_back({"q: quit"});
-    lines.resize(std::min(lines.size(), height));
-    for (Cell& line : lines) {
-        line.text = Cut(line.text, width);
-    }
-    return lines;
+    lines.push_back({kHelpLine});
+    return Cropped(lines, width, height);
 }
 
-void WatchView::AddValues(std::vector<Cell>& lines) const {
+std::string WatchView::PositionLine() const {
+    const auto& data = history.back().data;
+    return "position  " + Right(data ? HundredthsText(data->position) : "-", 7) + "   state  " +
+           Right(data ? std::to_string(data->state) : "-", 2) + "   " + CallRateText();
+}
+
+void WatchView::AddWideValues(std::vector<Cell>& lines, std::size_t width, TimePoint now) const {
+    constexpr std::size_t kLabelWidth = 10;
+    const Observation& latest = history.back();
+    lines.push_back({""});
+    lines.push_back({PositionLine()});
+    for (const auto& [label, text, alarming] :
+         {std::tuple("flags", FlagsText(latest.data), latest.data && latest.data->HasFlags()),
+          std::tuple("values", ValuesText(latest, now), AreValuesAlarming(now))}) {
+        std::vector<Cell> wrapped;
+        AddWrapped(wrapped, text, width - kLabelWidth, alarming);
+        for (Cell& line : wrapped) {
+            line.text = Left(&line == &wrapped.front() ? label : "", kLabelWidth) + line.text;
+        }
+        lines.insert(lines.end(), wrapped.begin(), wrapped.end());
+    }
+}
+
+/// In order of need: the first lines may be all that fits.
+void WatchView::AddNarrowValues(std::vector<Cell>& lines, std::size_t width, TimePoint now) const {
     const Observation& latest = history.back();
     const auto& data = latest.data;
-    const std::string flags = data ? data->FlagText() : "-";
-    lines.push_back({"position  " + Right(data ? HundredthsText(data->position) : "-", 7) +
-                     "   state  " + Right(data ? std::to_string(data->state) : "-", 2) + "   " +
-                     CallRateText()});
-    lines.push_back({"flags     " + (flags.empty() ? "none" : flags), data && !flags.empty()});
-    lines.push_back({"values    " + ValuesText(latest), !data || latest.silentSince});
+    if (data) {
+        AddWrapped(lines,
+                   HundredthsText(data->position) + " in state " + std::to_string(data->state),
+                   width);
+    }
+    const std::string word = IsOverdue(latest, now) ? "old" : ValuesWord(latest);
+    AddWrapped(lines, "values " + word, width, AreValuesAlarming(now));
+    AddWrapped(lines, data ? "flags " + FlagsText(data) : Printable(latest.error), width,
+               !data || data->HasFlags());
 }
 
-Cell WatchView::TitleLine(std::size_t width) const {
-    return {title + " " + Right(server, width - std::min(width, Width(title) + 1))};
+bool WatchView::AreValuesAlarming(TimePoint now) const {
+    const Observation& latest = history.back();
+    return !latest.data || latest.silentSince || IsOverdue(latest, now);
 }
 
 /// Over the last second.
@@ -194,16 +144,17 @@ std::string WatchView::CallRateText() const {
     return Right(seconds > 0 ? std::to_string(std::lround(calls / seconds)) : "-", 3) + " calls/s";
 }
 
-Cell WatchView::BarLine(std::size_t width) const {
-    const std::string left = HundredthsText(low) + " [";
-    const std::string right = "] " + HundredthsText(high);
-    const std::size_t room = width - std::min(width, left.size() + right.size());
-    std::string bar(room, ' ');
-    if (const auto& data = history.back().data) {
-        const auto filled = std::lround(Share(data->position) * static_cast<double>(room));
-        std::fill_n(bar.begin(), filled, '#');
+/// Empty if there is no room for it.
+std::string WatchView::BarLine(std::size_t width) const {
+    constexpr std::size_t kShortestBar = 5;
+    const std::string left = HundredthsText(low) + " ";
+    const std::string right = " " + HundredthsText(high);
+    const std::size_t labels = left.size() + right.size();
+    if (width < labels + kShortestBar) {
+        return "";
     }
-    return {left + bar + right};
+    const auto& data = history.back().data;
+    return left + Bar(data ? Share(data->position) : 0, width - labels) + right;
 }
 
 /// A column holds the positions of an equal part of the time, each with a row of its own.

@@ -40,6 +40,8 @@ protected:
     /// @throws Failure (NoGripper)
     std::string ChosenGripper(Daemon& daemon) const;
 
+    bool NamesGripper() const { return !gripperName.empty(); }
+
     CLI::App& app;  // the program's
     bool json = false;
 

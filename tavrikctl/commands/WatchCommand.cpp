@@ -1,8 +1,12 @@
 #include <unistd.h>
 
-#include "client/GripperMonitor.h"
+#include <algorithm>
+
+#include "client/CellMonitor.h"
 #include "client/Printable.h"
+#include "tavrikctl/CellView.h"
 #include "tavrikctl/Terminal.h"
+#include "tavrikctl/WatchRows.h"
 #include "tavrikctl/WatchView.h"
 #include "tavrikctl/commands/Command.h"
 
@@ -20,33 +24,42 @@ std::chrono::system_clock::time_point WallTimeOf(const Observation& observation)
     return system_clock::now() - std::chrono::duration_cast<system_clock::duration>(age);
 }
 
-void ShowScreen(GripperMonitor& monitor, const std::string& title, const std::string& server) {
+template <typename View>
+void ShowScreen(CellMonitor& monitor, View view) {
     Terminal terminal(WantsColours());
-    WatchView view(title, server);
     do {
         for (const Observation& observation : monitor.Take(std::chrono::milliseconds(0))) {
             view.Add(observation);
         }
-        terminal.Show(view.Render(terminal.Width(), terminal.Height()));
+        terminal.Show(view.Render(terminal.Width(), terminal.Height(), Observation::Clock::now()));
     } while (!terminal.IsLeaving(kFramePause));
 }
 
-[[noreturn]] void PrintRows(GripperMonitor& monitor, RowForm form, Printer& printer) {
-    if (const std::string header = WatchHeader(form); !header.empty()) {
+[[noreturn]] void PrintRows(CellMonitor& monitor, RowForm form, std::size_t nameWidth,
+                            Printer& printer) {
+    if (const std::string header = WatchHeader(form, nameWidth); !header.empty()) {
         printer.Line(header);
     }
     while (true) {
         for (const Observation& observation : monitor.Take(kPatience)) {
-            printer.Line(WatchRow(form, observation, WallTimeOf(observation)));
+            printer.Line(WatchRow(form, observation, WallTimeOf(observation), nameWidth));
         }
     }
 }
 
-/// Shows a gripper live: as a screen on a terminal, otherwise as a row for each observation.
+std::size_t NameWidth(const std::vector<std::string>& devices) {
+    std::size_t width = 0;
+    for (const std::string& device : devices) {
+        width = std::max(width, Width(Printable(device)));
+    }
+    return width;
+}
+
+/// Shows grippers live: as a screen on a terminal, otherwise as a row for each observation.
 class WatchCommand : public Command {
 public:
     explicit WatchCommand(CLI::App& program)
-        : Command(program, "watch", "Show the state and position of a gripper live") {
+        : Command(program, "watch", "Show state and position of one or all grippers live") {
         AddGripper();
         auto* const csvFlag =
             app.add_flag("--csv", csv, "print rows of comma-separated values, no live screen");
@@ -56,20 +69,33 @@ public:
     }
 
     ExitStatus Run(Daemon& daemon, Printer& printer) override {
-        const std::string device = ChosenGripper(daemon);
-        GripperMonitor monitor(daemon.Server(), device, passive);
+        const auto devices = Devices(daemon);
+        const bool isOne = devices.size() == 1;
+        CellMonitor monitor(daemon.Server(), {devices, !isOne, passive});
         if (csv || json || isatty(STDIN_FILENO) != 1 || !IsOnTerminal()) {
             PrintRows(monitor,
                       csv    ? RowForm::Csv
                       : json ? RowForm::Json
                              : RowForm::Aligned,
-                      printer);
+                      NameWidth(devices), printer);
         }
-        ShowScreen(monitor, Printable(device), daemon.Server().Address());
+        const std::string server = daemon.Server().Address();
+        isOne ? ShowScreen(monitor, WatchView(Printable(devices.front()), server))
+              : ShowScreen(monitor, CellView(server));
         return ExitStatus::Done;
     }
 
 private:
+    /// The gripper that is named, otherwise all.
+    /// @throws Failure (NoGripper)
+    std::vector<std::string> Devices(Daemon& daemon) const {
+        if (NamesGripper()) {
+            return {ChosenGripper(daemon)};
+        }
+        auto devices = daemon.Grippers();
+        return devices.size() > 1 ? devices : std::vector{MatchGripper(devices, "")};
+    }
+
     bool csv = false;
     bool passive = false;
 };

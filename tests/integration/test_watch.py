@@ -2,108 +2,24 @@
 
 import csv
 import datetime
-import fcntl
 import json
 import os
 import pty
 import re
-import select
 import signal
-import struct
 import subprocess
 import termios
 import time
-
-import pyte
 
 from .harness import ctl
 from .harness.cell import SLOWNESS, wait_until
 from .harness.cell_test_case import main
 from .harness.ctl_test_case import (FAILED, NO_DAEMON, NO_GRIPPER, USAGE, CtlTestCase, http_server,
                                     xml_answer)
+from .harness.watch import Watch
 
 DEVICE = "HVA SN:100001"
 PERIOD = 0.05  # seconds between two observations
-
-
-class Watch:
-    """tavrikctl watch with a terminal of its own."""
-
-    def __init__(self, *arguments, rows=24, columns=80, environment=None, command=None,
-                 before=lambda: None):
-        self.screen = pyte.Screen(columns, rows)
-        self.stream = pyte.ByteStream(self.screen)
-        self.output = b""
-        self.master, self.slave = pty.openpty()
-        self.set_size(rows, columns)
-        self.settings = termios.tcgetattr(self.slave)
-        self.before = before
-        self.process = subprocess.Popen(
-            command or ctl.arguments_of("watch", *arguments), stdin=self.slave, stdout=self.slave,
-            stderr=subprocess.PIPE, text=True, start_new_session=True,
-            preexec_fn=self.prepare,
-            env={**ctl.CLEAN, "TERM": "xterm-256color", **(environment or {})})
-
-    def prepare(self):
-        """Makes it the controlling terminal of this process: only then it gets SIGWINCH."""
-        fcntl.ioctl(self.slave, termios.TIOCSCTTY, 0)
-        self.before()
-
-    def __enter__(self):
-        return self
-
-    def __exit__(self, *_):
-        self.process.kill()
-        self.process.wait()
-        self.process.stderr.close()
-        self.hang_up()
-
-    def hang_up(self):
-        """Takes the terminal away."""
-        for end in filter(None, (self.master, self.slave)):
-            os.close(end)
-        self.master = self.slave = None
-
-    def set_size(self, rows, columns):
-        fcntl.ioctl(self.master, termios.TIOCSWINSZ, struct.pack("HHHH", rows, columns, 0, 0))
-        self.screen.resize(rows, columns)
-
-    def lines(self):
-        """The lines of the screen, without trailing blanks."""
-        while select.select([self.master], [], [], 0)[0]:
-            data = os.read(self.master, 65536)
-            self.output += data
-            self.stream.feed(data)
-        return [line.rstrip() for line in self.screen.display]
-
-    def wait_for(self, pattern):
-        """Waits until a line of the screen matches; returns the screen."""
-        shown = []
-
-        def is_shown():
-            shown[:] = self.lines()
-            return any(re.search(pattern, line) for line in shown)
-        try:
-            wait_until(is_shown)
-        except AssertionError:
-            raise AssertionError(f"no line with {pattern!r}", *shown) from None
-        return shown
-
-    def colour_of(self, text):
-        """The colour in which `text` is shown."""
-        for number, line in enumerate(self.lines()):
-            if text in line:
-                return self.screen.buffer[number][line.index(text)].fg
-        raise AssertionError(f"{text!r} is not shown")
-
-    def press(self, keys):
-        os.write(self.master, keys)
-
-    def wait_for_end(self):
-        """Waits until it has ended; returns its exit status and standard error."""
-        wait_until(lambda: self.lines() and self.process.poll() is not None)
-        self.lines()
-        return self.process.returncode, self.process.stderr.read()
 
 
 class ScreenTest(CtlTestCase):
@@ -277,10 +193,10 @@ class ScreenTest(CtlTestCase):
         watch.set_size(16, 50)
         wait_until(lambda: watch.lines()[15] == "q: quit")
         self.assertEqual(watch.lines()[0], "HVA SN:100001                      127.0.0.1:44221")
-        watch.set_size(5, 20)
-        wait_until(lambda: watch.lines()[4] == "values    fresh")
-        self.assertEqual(watch.lines(), ["HVA SN:100001 127.0.", "", "position    28.00",
-                                         "flags     none", "values    fresh"])
+        watch.set_size(6, 20)
+        wait_until(lambda: watch.lines()[2] == "values fresh")
+        self.assertEqual(watch.lines(), ["HVA SN:100001", "28.00 in state 4", "values fresh",
+                                         "flags none", "", "0.00 [#######] 28.00"])
         for number in range(200):
             watch.set_size(1 + number % 50, 1 + number % 150)
         watch.set_size(24, 80)
@@ -337,6 +253,7 @@ class TroubleTest(CtlTestCase):
 
 class RowsTest(CtlTestCase):
     options = ("--gripper", "HVA")
+    ROW = r"^\d\d:\d\d:\d\d\.\d{3}  HVA SN:100001      1     10\.00  fresh    none$"
 
     def rows(self, *arguments):
         """The output of a watch without a terminal, which keeps running."""
@@ -346,8 +263,9 @@ class RowsTest(CtlTestCase):
 
     def test_rows_are_aligned(self):
         rows = self.rows()
-        rows.wait_for(r"^\d\d:\d\d:\d\d\.\d{3}      1     10\.00  fresh   none$", count=3)
-        self.assertEqual(rows.lines[0], "TIME          STATE  POSITION  VALUES  FLAGS")
+        rows.wait_for(self.ROW, count=3)
+        self.assertEqual(rows.lines[0],
+                         "TIME          GRIPPER        STATE  POSITION  VALUES   FLAGS")
 
     def test_csv_comes_twenty_times_a_second(self):
         with self.condition("fault 0 maintenance on", "fault 0 maintenance off"):
@@ -361,38 +279,59 @@ class RowsTest(CtlTestCase):
         self.assertGreater(took, 19 * PERIOD)
         self.assertLess(took, (21 * PERIOD + 2) * SLOWNESS)
         for row in csv.DictReader(lines):
-            self.assertRegex(row.pop("time"), r"^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}$")
-            self.assertEqual(row, {"state": "1", "position": "10.00", "fault": "0",
-                                   "temperature_fault": "0", "temperature_warning": "0",
-                                   "maintenance": "1", "values": "fresh"})
+            self.expect_now(row.pop("time"))
+            self.assertEqual(row, {"gripper": DEVICE, "state": "1", "position": "10.00",
+                                   "fault": "0", "temperatureFault": "0",
+                                   "temperatureWarning": "0", "maintenance": "1", "certain": "1",
+                                   "values": "fresh"})
 
     def test_json_has_an_object_a_line(self):
         rows = self.rows("--json")
         rows.wait_for('"fresh"', count=2)
         row = json.loads(rows.lines[0])
-        self.assertRegex(row.pop("time"), r"^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}$")
-        self.assertEqual(row, {"state": 1, "position": 10.0, "fault": False,
+        self.expect_now(row.pop("time"))
+        self.assertEqual(row, {"gripper": DEVICE, "state": 1, "position": 10.0, "fault": False,
                                "temperatureFault": False, "temperatureWarning": False,
                                "maintenance": False, "certain": True, "values": "fresh"})
         self.expect_failure(USAGE, "excludes", "watch", "--json", "--csv")
 
+    def expect_now(self, text):
+        """Checks a time with its offset from UTC."""
+        self.assertRegex(text, r"^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}[+-]\d\d:\d\d$")
+        age = datetime.datetime.now(datetime.timezone.utc) - datetime.datetime.fromisoformat(text)
+        self.assertLess(abs(age.total_seconds()), 60 * SLOWNESS)
+
+    def test_times_have_the_offset_from_utc(self):
+        for zone, offset in (("UTC", "+00:00"), ("XXX-5:30", "+05:30"), ("XXX+3:30", "-03:30")):
+            with self.subTest(zone=zone):
+                process = ctl.Running("watch", "--csv", environment={"TZ": zone})
+                self.addCleanup(process.__exit__)
+                row = process.output.wait_for(",fresh$")
+                self.assertTrue(row.partition(",")[0].endswith(offset), row)
+                self.expect_now(row.partition(",")[0])
+
+    def test_csv_and_json_have_the_same_names(self):
+        header = self.rows("--csv").wait_for("^time,")
+        rows = self.rows("--json")
+        self.assertEqual(header.split(","), list(json.loads(rows.wait_for("fresh"))))
+
     def test_a_terminal_that_can_only_print_gets_rows(self):
         for kind in ("dumb", ""):
             with self.subTest(kind=kind), Watch(environment={"TERM": kind}) as watch:
-                watch.wait_for(r"^\d\d:\d\d:\d\d\.\d{3}      1     10\.00  fresh   none$")
+                watch.wait_for(self.ROW)
                 self.assertNotIn(b"\x1b", watch.output)
 
     def test_csv_works_on_a_terminal_too(self):
         with Watch("--csv") as watch:
-            watch.wait_for("^time,state,position,")
-            watch.wait_for(r",1,10\.00,0,0,0,0,fresh$")
+            watch.wait_for("^time,gripper,state,position,")
+            watch.wait_for(r",1,10\.00,0,0,0,0,1,fresh$")
 
     def test_frozen_values_are_marked(self):
         rows = self.rows("--csv")
         with self.condition("silent 0 on", "silent 0 off"):
-            rows.wait_for(r",1,10\.00,0,0,0,0,frozen$")
+            rows.wait_for(r",1,10\.00,0,0,0,0,1,frozen$")
             mark = rows.mark()
-        rows.wait_for(r",1,10\.00,0,0,0,0,fresh$", since=mark)
+        rows.wait_for(r",1,10\.00,0,0,0,0,1,fresh$", since=mark)
 
     def test_the_first_row_of_a_silent_master_is_not_fresh(self):
         with self.condition("silent 0 on", "silent 0 off"):
@@ -404,7 +343,7 @@ class RowsTest(CtlTestCase):
         wait_until(lambda: self.json("list")[0]["answers"])
 
     def test_without_asking_values_are_not_called_fresh(self):
-        self.rows("--csv", "--passive").wait_for(r",1,10\.00,0,0,0,0,unasked$")
+        self.rows("--csv", "--passive").wait_for(r",1,10\.00,0,0,0,0,1,unasked$")
 
     def test_delayed_rows_have_the_time_of_their_observation(self):
         reader, writer = os.pipe()
@@ -417,7 +356,7 @@ class RowsTest(CtlTestCase):
                                   env=ctl.CLEAN) as watch:
                 start = time.monotonic()
                 wait_until(lambda: time.monotonic() - start > 1)
-                now = datetime.datetime.now().isoformat()
+                now = datetime.datetime.now().astimezone().isoformat()
                 text = b""
                 while text.count(b"\n") < 3:
                     text += rows.read(65536).replace(b"\0", b"")

@@ -46,8 +46,9 @@ def session(text):
 class Running:
     """A running tavrikctl whose output is read continuously."""
 
-    def __init__(self, *arguments):
-        self.process = subprocess.Popen(arguments_of(*arguments), env=CLEAN,
+    def __init__(self, *arguments, environment=None):
+        self.process = subprocess.Popen(arguments_of(*arguments),
+                                        env={**CLEAN, **(environment or {})},
                                         stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
                                         stderr=subprocess.PIPE)
         self.output = Output("output", self.process.stdout)

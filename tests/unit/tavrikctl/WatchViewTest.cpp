@@ -2,75 +2,11 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <ctime>
-
 namespace tavrik {
 namespace {
 
 using std::chrono::milliseconds;
 using std::chrono::seconds;
-
-class WatchRowsTest : public testing::Test {
-protected:
-    void SetUp() override {
-        setenv("TZ", "UTC", 1);  // NOLINT(concurrency-mt-unsafe)
-        tzset();
-        observation.data = ProcessData(0x44e204);  // position 12.50, state 4, temperature warning
-    }
-
-    std::string Row(RowForm form) const {
-        return WatchRow(form, observation,
-                        std::chrono::system_clock::time_point(milliseconds(1700000000045)));
-    }
-
-    Observation observation;
-};
-
-TEST_F(WatchRowsTest, AlignedRowsMatchTheirTitles) {
-    EXPECT_EQ(WatchHeader(RowForm::Aligned), "TIME          STATE  POSITION  VALUES  FLAGS");
-    EXPECT_EQ(Row(RowForm::Aligned), "22:13:20.045      4     12.50  fresh   temperature warning");
-    observation.data = ProcessData(0x04e204);
-    EXPECT_EQ(Row(RowForm::Aligned), "22:13:20.045      4     12.50  fresh   none");
-}
-
-TEST_F(WatchRowsTest, CsvHasAColumnForEachFlag) {
-    EXPECT_EQ(WatchHeader(RowForm::Csv),
-              "time,state,position,fault,temperature_fault,temperature_warning,maintenance,values");
-    EXPECT_EQ(Row(RowForm::Csv), "2023-11-14T22:13:20.045,4,12.50,0,0,1,0,fresh");
-    observation.data = ProcessData(0xb00000);
-    EXPECT_EQ(Row(RowForm::Csv), "2023-11-14T22:13:20.045,0,0.00,1,1,0,1,fresh");
-}
-
-TEST_F(WatchRowsTest, JsonHasOneObjectPerLine) {
-    EXPECT_EQ(WatchHeader(RowForm::Json), "");
-    EXPECT_EQ(Row(RowForm::Json),
-              R"({"time":"2023-11-14T22:13:20.045","state":4,"position":12.5,"fault":false,)"
-              R"("temperatureFault":false,"temperatureWarning":true,"maintenance":false,)"
-              R"("certain":true,"values":"fresh"})");
-}
-
-TEST_F(WatchRowsTest, WithoutDataCellsAreEmpty) {
-    observation.data.reset();
-    observation.error = "unplugged";
-    EXPECT_EQ(Row(RowForm::Aligned), "22:13:20.045      -         -  none    unplugged");
-    EXPECT_EQ(Row(RowForm::Csv), "2023-11-14T22:13:20.045,,,,,,,none");
-    EXPECT_EQ(Row(RowForm::Json), R"({"time":"2023-11-14T22:13:20.045","values":"none"})");
-}
-
-TEST_F(WatchRowsTest, AWordTellsHowFarTheValuesCanBeTrusted) {
-    EXPECT_EQ(ValuesWord(observation), "fresh");
-    observation.silentSince = Observation::Clock::now();
-    EXPECT_EQ(ValuesWord(observation), "silent");
-    observation.frozen = true;
-    EXPECT_EQ(ValuesWord(observation), "frozen");
-    observation.silentSince.reset();
-    observation.frozen = false;
-    observation.probed = false;
-    EXPECT_EQ(ValuesWord(observation), "unasked");
-    observation.data = ProcessData(0);
-    EXPECT_EQ(ValuesWord(observation), "zero");
-}
 
 constexpr int kState = 0x060000;
 
@@ -82,22 +18,23 @@ int Excerpt(int hundredths) {
 
 class WatchViewTest : public testing::Test {
 protected:
-    static Observation At(milliseconds time, int excerpt) {
+    Observation At(milliseconds time, int excerpt) {
         Observation observation;
-        observation.time = Observation::Clock::time_point(time);
+        now = observation.time = Observation::Clock::time_point(time);
         observation.data = ProcessData(excerpt);
         return observation;
     }
 
     std::vector<std::string> Lines(std::size_t width, std::size_t height) const {
         std::vector<std::string> lines;
-        for (const Cell& line : view.Render(width, height)) {
+        for (const Cell& line : view.Render(width, height, now)) {
             lines.push_back(line.text);
         }
         return lines;
     }
 
     WatchView view{"HVA SN:1", "localhost:44221"};
+    Observation::Clock::time_point now;  // of the latest observation
 };
 
 TEST_F(WatchViewTest, WithoutAnObservationItWaits) {
@@ -150,15 +87,45 @@ TEST_F(WatchViewTest, NoLineIsWiderThanTheScreen) {
 }
 
 TEST_F(WatchViewTest, ALongNameReplacesTheServer) {
-    const WatchView longNamed(std::string(40, 'n'), "localhost:44221");
-    EXPECT_EQ(longNamed.Render(30, 24)[0].text, std::string(30, 'n'));
+    const WatchView longNamed("gripper of station 12 SN:1", "localhost:44221");
+    EXPECT_EQ(longNamed.Render(30, 24, now)[0].text, "gripper of station 12 SN:1");
+    EXPECT_EQ(longNamed.Render(20, 24, now)[0].text, "gripper of station");
+    EXPECT_EQ(longNamed.Render(20, 24, now)[1].text, "12 SN:1");
+}
+
+TEST_F(WatchViewTest, ANarrowScreenHasTheValuesInTheOrderOfNeed) {
+    view.Add(At(seconds(0), Excerpt(1000)));
+    EXPECT_EQ(Lines(20, 6),
+              (std::vector<std::string>{"HVA SN:1", "10.00 in state 6", "values fresh",
+                                        "flags none", "", "0.00 [#######] 10.00"}));
+    view.Add(At(seconds(1), 0xf00000));
+    EXPECT_EQ(Lines(20, 6), (std::vector<std::string>{"HVA SN:1", "0.00 in state 0", "values fresh",
+                                                      "flags fault,", "temperature fault,",
+                                                      "temperature warning,"}));
+    Observation observation = At(seconds(2), 0);
+    observation.data.reset();
+    observation.error = "HVA SN:1: no longer known to the daemon";
+    view.Add(observation);
+    EXPECT_EQ(Lines(20, 6),
+              (std::vector<std::string>{"HVA SN:1", "values none", "HVA SN:1: no longer",
+                                        "known to the daemon", "", "0.00 [       ] 10.00"}));
+}
+
+TEST_F(WatchViewTest, WithoutNewObservationsTheValuesAreOld) {
+    view.Add(At(seconds(10), Excerpt(0)));
+    now += seconds(3);
+    EXPECT_EQ(Lines(80, 24)[4], "values    fresh");
+    now += seconds(2);
+    EXPECT_EQ(Lines(80, 24)[4], "values    old: the daemon has not answered for 5 s");
+    EXPECT_TRUE(view.Render(80, 24, now)[4].alarming);
+    EXPECT_EQ(Lines(20, 6)[2], "values old");
 }
 
 TEST_F(WatchViewTest, TheScaleCoversAllPositionsSeen) {
     view.Add(At(seconds(0), Excerpt(-500)));
     view.Add(At(seconds(1), Excerpt(2000)));
     view.Add(At(seconds(100), Excerpt(2000)));
-    EXPECT_EQ(Lines(31, 14)[6], "-5.00 [#################] 20.00");
+    EXPECT_EQ(Lines(45, 14)[6], "-5.00 [###############################] 20.00");
 }
 
 TEST_F(WatchViewTest, CallsAreCountedOverTheLastSecond) {
@@ -174,8 +141,8 @@ TEST_F(WatchViewTest, CallsAreCountedOverTheLastSecond) {
 TEST_F(WatchViewTest, FlagsAreAlarming) {
     view.Add(At(seconds(0), 0x300000));
     EXPECT_EQ(Lines(80, 24)[3], "flags     fault, temperature fault");
-    EXPECT_TRUE(view.Render(80, 24)[3].alarming);
-    EXPECT_FALSE(view.Render(80, 24)[4].alarming);
+    EXPECT_TRUE(view.Render(80, 24, now)[3].alarming);
+    EXPECT_FALSE(view.Render(80, 24, now)[4].alarming);
 }
 
 TEST_F(WatchViewTest, FrozenValuesAreAlarming) {
@@ -184,7 +151,7 @@ TEST_F(WatchViewTest, FrozenValuesAreAlarming) {
     observation.frozen = true;
     view.Add(observation);
     EXPECT_EQ(Lines(80, 24)[4], "values    frozen: the master has not answered for 4 s");
-    EXPECT_TRUE(view.Render(80, 24)[4].alarming);
+    EXPECT_TRUE(view.Render(80, 24, now)[4].alarming);
     observation.frozen = false;
     view.Add(observation);
     EXPECT_EQ(Lines(80, 24)[4], "values    changing, but the master has not answered for 4 s");

@@ -1,4 +1,4 @@
-#include "client/GripperMonitor.h"
+#include "client/SilenceDetector.h"
 
 #include <gtest/gtest.h>
 

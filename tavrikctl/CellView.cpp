@@ -1,0 +1,138 @@
+#include "tavrikctl/CellView.h"
+
+#include <algorithm>
+#include <chrono>
+
+#include "client/Printable.h"
+#include "client/Values.h"
+#include "tavrikctl/ScreenParts.h"
+#include "tavrikctl/WatchRows.h"
+
+namespace tavrik {
+
+namespace {
+
+std::string AgeText(const std::optional<CellView::TimePoint>& current, CellView::TimePoint now) {
+    if (!current) {
+        return "?";
+    }
+    return std::to_string(std::chrono::floor<std::chrono::seconds>(now - *current).count()) + " s";
+}
+
+/// The lines of a table that fit into `height`: those of grippers in trouble rather than others.
+std::vector<Cell> Choose(std::vector<Cell> lines, std::size_t height) {
+    if (lines.size() <= height || height == 0) {
+        return lines;
+    }
+    std::ranges::stable_partition(lines, &Cell::alarming);
+    const std::size_t hidden = lines.size() - (height - 1);
+    lines.resize(height - 1);
+    lines.push_back({std::to_string(hidden) + " more"});
+    return lines;
+}
+
+/// The lines of a screen that are left for what is wanted, in the order of need.
+class Room {
+public:
+    explicit Room(std::size_t lines) : lines(lines) {}
+
+    /// Whether there is room for `count` more lines, which are used then.
+    bool Take(std::size_t count) {
+        const bool fits = count <= lines;
+        lines -= fits ? count : 0;
+        return fits;
+    }
+
+private:
+    std::size_t lines;
+};
+
+}  // namespace
+
+void CellView::Add(const Observation& observation) {
+    auto gripper = std::ranges::find(grippers, observation.gripper,
+                                     [](const Gripper& each) { return each.latest.gripper; });
+    if (gripper == grippers.end()) {
+        gripper = grippers.insert(gripper, Gripper{observation});
+    }
+    gripper->latest = observation;
+    if (const auto& data = observation.data; data && observation.probed) {
+        gripper->current = observation.frozen ? *observation.silentSince : observation.time;
+    }
+    if (const auto& data = observation.data) {
+        gripper->low = std::min(gripper->low, data->position);
+        gripper->high = std::max(gripper->high, data->position);
+    }
+}
+
+GripperRow CellView::RowOf(const Gripper& gripper, TimePoint now) {
+    const Observation& latest = gripper.latest;
+    const auto& data = latest.data;
+    const bool isOverdue = IsOverdue(latest, now);
+    const std::string flags = data ? data->FlagText() : "-";
+    return {Printable(latest.gripper),
+            data ? std::to_string(data->state) : "-",
+            data ? HundredthsText(data->position) : "-",
+            flags.empty() ? "none" : flags,
+            isOverdue ? "old" : ValuesWord(latest),
+            AgeText(gripper.current, now),
+            data ? (data->position - gripper.low) / (gripper.high - gripper.low) : 0,
+            isOverdue || !data || latest.silentSince || data->HasFlags()};
+}
+
+std::vector<std::string> CellView::Reasons() const {
+    std::vector<std::string> reasons;
+    for (const Gripper& gripper : grippers) {
+        const std::string reason = Printable(gripper.latest.error);
+        if (!reason.empty() && std::ranges::find(reasons, reason) == reasons.end()) {
+            reasons.push_back(reason);
+        }
+    }
+    return reasons;
+}
+
+std::vector<Cell> CellView::Render(std::size_t width, std::size_t height, TimePoint now) const {
+    std::vector<GripperRow> rows;
+    for (const Gripper& gripper : grippers) {
+        rows.push_back(RowOf(gripper, now));
+    }
+    const GripperTable table = LayOut(rows, width);
+    std::vector<Cell> lines;
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        lines.push_back({table.rows[i], rows[i].alarming});
+    }
+    return Cropped(Surround(Choose(lines, height), table.titles, width, height), width, height);
+}
+
+std::vector<Cell> CellView::Surround(const std::vector<Cell>& rows, const std::string& titles,
+                                     std::size_t width, std::size_t height) const {
+    const std::string count = std::to_string(grippers.size()) + " grippers";
+    const std::vector<Cell> head =
+        TitleLines(grippers.empty() ? "waiting for the daemon" : count, server, width);
+    std::vector<Cell> foot;
+    for (const std::string& reason : Reasons()) {
+        AddWrapped(foot, reason, width, true);
+    }
+    const std::vector<Cell> blank(1);
+
+    Room room(height - std::min(height, rows.size()));
+    const bool hasTitles = !rows.empty() && !titles.empty() && room.Take(1);
+    const bool hasHead = room.Take(head.size());
+    const bool hasFoot = !foot.empty() && room.Take(foot.size());
+    const bool hasHelp = room.Take(1);
+    std::vector<Cell> lines;
+    const auto append = [&lines](bool fits, const std::vector<Cell>& more) {
+        lines.insert(lines.end(), more.begin(), fits ? more.end() : more.begin());
+    };
+    append(hasHead, head);
+    append(hasHead && room.Take(1), blank);
+    append(hasTitles, {Cell{titles}});
+    append(true, rows);
+    append(hasFoot && room.Take(1), blank);
+    append(hasFoot, foot);
+    append(hasHelp && room.Take(1), blank);
+    append(hasHelp, {Cell{kHelpLine}});
+    return lines;
+}
+
+}  // namespace tavrik

@@ -1,0 +1,61 @@
+#include "tavrikctl/ScreenParts.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+
+#include "client/Printable.h"
+
+namespace tavrik {
+
+bool IsOverdue(const Observation& latest, Observation::Clock::time_point now) {
+    constexpr std::chrono::seconds kLongest(3);  // without a gripper there is one each second
+    return now - latest.time > kLongest;
+}
+
+std::string Right(const std::string& text, std::size_t width) {
+    return std::string(width - std::min(width, Width(text)), ' ') + text;
+}
+
+std::string Left(const std::string& text, std::size_t width) {
+    return text + std::string(width - std::min(width, Width(text)), ' ');
+}
+
+std::string Bar(double share, std::size_t width) {
+    constexpr std::size_t kBrackets = 2;
+    const std::size_t room = width - std::min(width, kBrackets);
+    const auto filled = std::lround(share * static_cast<double>(room));
+    return "[" + Left(std::string(static_cast<std::size_t>(filled), '#'), room) + "]";
+}
+
+std::vector<Cell> TitleLines(const std::string& left, const std::string& right, std::size_t width) {
+    const std::size_t used = Width(left) + 1;
+    if (used + Width(right) <= width) {
+        return {{left + " " + Right(right, width - used)}};
+    }
+    std::vector<Cell> lines;
+    AddWrapped(lines, left, width);
+    return lines;
+}
+
+void AddWrapped(std::vector<Cell>& lines, const std::string& text, std::size_t width,
+                bool alarming) {
+    constexpr std::size_t kNarrowest = 2;  // columns of a wide character
+    if (Width(text) <= width) {
+        lines.push_back({text, alarming});
+        return;
+    }
+    for (const std::string& line : Wrap(text, std::max(width, kNarrowest))) {
+        lines.push_back({line, alarming});
+    }
+}
+
+std::vector<Cell> Cropped(std::vector<Cell> lines, std::size_t width, std::size_t height) {
+    lines.resize(std::min(lines.size(), height));
+    for (Cell& line : lines) {
+        line.text = Cut(line.text, width);
+    }
+    return lines;
+}
+
+}  // namespace tavrik

@@ -74,7 +74,7 @@ std::string ExplainNoMatch(const std::vector<std::string>& grippers,
                            const std::vector<std::string>& found, const std::string& name,
                            bool exact) {
     if (grippers.empty()) {
-        return "no grippers found";
+        return "no grippers found; run 'tavrikctl doctor' to find out why";
     }
     const bool isPart = std::ranges::any_of(
         grippers, [&](const std::string& gripper) { return Contains(gripper, name); });

@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "client/Failure.h"
+#include "client/Nearest.h"
 #include "client/Printable.h"
 #include "client/ProcessData.h"
 #include "client/Values.h"
@@ -65,8 +66,16 @@ std::span<const Setting> Settings() {
 const Setting& FindSetting(const std::string& name) {
     const auto* const place = std::ranges::find(kSettings, name, &Setting::name);
     if (place == kSettings.end()) {
-        throw Failure(ExitStatus::Usage,
-                      "unknown setting '" + Printable(name) + "'; see tavrikctl get --help");
+        std::vector<std::string> names;
+        std::string list;
+        for (const Setting& setting : kSettings) {
+            names.emplace_back(setting.name);
+            list += (list.empty() ? "" : ", ") + names.back();
+        }
+        const std::string question = DidYouMean(name, names);
+        throw Failure(ExitStatus::Usage, "unknown setting '" + Printable(name) + "'" +
+                                             (question.empty() ? ";" : question) +
+                                             " settings: " + list);
     }
     return *place;
 }

@@ -4,10 +4,13 @@
 #include <CLI/Formatter.hpp>
 #include <algorithm>
 #include <iostream>
+#include <utility>
 
 #include "client/Failure.h"
+#include "client/Nearest.h"
 #include "client/Printable.h"
 #include "common/Version.h"
+#include "tavrikctl/HelpTexts.h"
 
 namespace tavrik {
 
@@ -34,6 +37,20 @@ constexpr const char* kExitStatuses =
        is wrong
   21   no process data: the gripper may be starting
   130  --wait: interrupted, such as by Ctrl-C)";
+
+/// The words "help" and "version" in the place of a command stand for the options of these names.
+std::vector<std::string> WithoutWords(std::vector<std::string> arguments) {
+    if (arguments.empty()) {
+        return arguments;
+    }
+    if (arguments.front() == "version") {
+        arguments.front() = "--version";
+    } else if (arguments.front() == "help") {
+        arguments.erase(arguments.begin());
+        arguments.emplace_back("--help");
+    }
+    return arguments;
+}
 
 void PrintError(std::string text) {
     std::replace(text.begin(), text.end(), '\n', ' ');
@@ -99,6 +116,49 @@ void CommandLine::AddCommands() {
     commands.push_back(MakeCallCommand(app));
     commands.push_back(MakeDoctorCommand(app, endpoint));
     commands.push_back(MakeLogCommand(app));
+    for (CLI::App* const command : app.get_subcommands({})) {
+        command->footer(HelpText(command->get_name()));
+        for (CLI::App* const part : command->get_subcommands({})) {
+            part->footer(HelpText(command->get_name() + " " + part->get_name()));
+        }
+    }
+}
+
+/// @throws Failure (Usage) if there is no command `name`
+void CommandLine::CheckCommand(const std::string& name) const {
+    std::vector<std::string> names;
+    for (const CLI::App* const command : app.get_subcommands({})) {
+        names.push_back(command->get_name());
+    }
+    if (std::ranges::find(names, name) == names.end()) {
+        const std::string question = DidYouMean(name, names);
+        throw Failure(ExitStatus::Usage,
+                      "unknown command '" + name + "'" +
+                          (question.empty() ? "; see tavrikctl --help" : question));
+    }
+}
+
+/// Explains the words of the command line that nothing has taken.
+/// @throws Failure (Usage) if it can
+void CommandLine::ExplainExtras() const {
+    const auto extras = app.remaining(true);
+    const auto word = std::ranges::find_if(
+        extras, [](const std::string& each) { return !each.starts_with('-'); });
+    if (word == extras.end()) {
+        return;
+    }
+    if (app.get_subcommands().empty()) {
+        CheckCommand(*word);
+        return;
+    }
+    const bool hasUnknownOption =
+        std::ranges::any_of(extras, [](const std::string& each) { return each.starts_with("--"); });
+    const auto* const gripper = app.get_subcommands().front()->get_option_no_throw("GRIPPER");
+    if (!hasUnknownOption && gripper != nullptr && gripper->count() > 0) {
+        throw Failure(ExitStatus::Usage, "unexpected argument '" + *word +
+                                             "'; quote a name that contains blanks: '" +
+                                             gripper->as<std::string>() + " " + *word + "'");
+    }
 }
 
 ExitStatus CommandLine::Run(int argc, const char* const* argv) {
@@ -108,7 +168,8 @@ ExitStatus CommandLine::Run(int argc, const char* const* argv) {
         PrintError(std::string(error.what()) + "; see tavrikctl --help");
         return ExitStatus::Usage;
     } catch (const Failure& failure) {
-        PrintError(failure.what());
+        const bool isUnreachable = failure.Status() == ExitStatus::NoDaemon;
+        PrintError(failure.what() + (isUnreachable ? "; " + DoctorAdvice(endpoint) : ""));
         return failure.Status();
     } catch (const std::exception& error) {
         PrintError(error.what());
@@ -118,12 +179,20 @@ ExitStatus CommandLine::Run(int argc, const char* const* argv) {
 
 ExitStatus CommandLine::ReadAndRun(int argc, const char* const* argv) {
     Printer printer(std::cout, WantsColours());
+    auto arguments = WithoutWords({argv + 1, argv + argc});
+    if (arguments.size() > 1 && arguments.back() == "--help" && !arguments[0].starts_with('-')) {
+        CheckCommand(arguments[0]);  // otherwise CLI11 would print the help of the program
+    }
     try {
-        app.parse(argc, argv);
+        std::ranges::reverse(arguments);  // CLI11 takes them from the end
+        app.parse(std::move(arguments));
     } catch (const CLI::Success& help) {
         app.exit(help);
         printer.Flush();
         return ExitStatus::Done;
+    } catch (const CLI::ExtrasError&) {
+        ExplainExtras();
+        throw;
     }
     const auto command =
         std::ranges::find_if(commands, [](const auto& each) { return each->IsChosen(); });

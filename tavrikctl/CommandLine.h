@@ -3,6 +3,7 @@
 #include <CLI/App.hpp>
 #include <memory>
 #include <ostream>
+#include <string>
 #include <vector>
 
 #include "client/Daemon.h"
@@ -23,6 +24,8 @@ public:
 private:
     void AddOptions();
     void AddCommands();
+    void CheckCommand(const std::string& name) const;
+    void ExplainExtras() const;
     ExitStatus ReadAndRun(int argc, const char* const* argv);
 
     CLI::App app;

@@ -3,6 +3,7 @@
 #include <nlohmann/json.hpp>
 
 #include "client/MethodTable.h"
+#include "client/Nearest.h"
 #include "client/Printable.h"
 #include "client/Values.h"
 #include "tavrikctl/commands/Command.h"
@@ -26,7 +27,17 @@ std::string MethodList() {
         text += (left ? "\n  " : "") + usage;
         left = !left;
     }
-    return text;
+    return text + "\n";
+}
+
+/// The nearest methods, otherwise where all are listed.
+std::string Hint(const std::string& name) {
+    std::vector<std::string> names;
+    for (const Method& method : Methods()) {
+        names.emplace_back(method.name);
+    }
+    const std::string question = DidYouMean(name, names);
+    return question.empty() ? "; see tavrikctl call --help" : question;
 }
 
 /// Rejects an empty device string: the daemon takes it for a gripper whose name it does not know
@@ -98,12 +109,15 @@ private:
     const Method& ChosenMethod() const {
         const Method* const method = FindMethod(methodName);
         if (method == nullptr) {
-            throw Failure(ExitStatus::Usage, "unknown method '" + Printable(methodName) +
-                                                 "'; see tavrikctl call --help");
-        }
-        if (Arguments().size() != method->parameters.size()) {
             throw Failure(ExitStatus::Usage,
-                          "wrong number of arguments, usage: call " + Usage(*method));
+                          "unknown method '" + Printable(methodName) + "'" + Hint(methodName));
+        }
+        const bool hasMore = Arguments().size() > method->parameters.size();
+        if (hasMore || Arguments().size() < method->parameters.size()) {
+            const bool mayBeBlank = hasMore && method->parameters.starts_with(kGripperLetter);
+            throw Failure(ExitStatus::Usage,
+                          "wrong number of arguments, usage: call " + Usage(*method) +
+                              (mayBeBlank ? "; quote a GRIPPER that contains blanks" : ""));
         }
         return *method;
     }

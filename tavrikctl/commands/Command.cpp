@@ -3,6 +3,8 @@
 #include <cmath>
 #include <sstream>
 
+#include "client/Printable.h"
+
 namespace tavrik {
 
 void Command::AddGripper() {
@@ -63,6 +65,12 @@ CLI::App& AddParent(CLI::App& program, const std::string& name, const std::strin
         }
     });
     return parent;
+}
+
+std::string DoctorAdvice(const Endpoint& endpoint) {
+    const std::string host =
+        endpoint.host == Endpoint().host ? "" : " --host " + Printable(endpoint.host);
+    return "run 'tavrikctl doctor" + host + "' to find out why";
 }
 
 std::string CheckDecimal(const std::string& text) {

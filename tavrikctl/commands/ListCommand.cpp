@@ -83,10 +83,6 @@ void PrintTable(const std::vector<Entry>& entries, const CellChanges& changes, P
             rows.push_back({{Printable(change.expected)}, {}, {}, {}, {}, {change.Text(), true}});
         }
     }
-    if (rows.empty()) {
-        printer.Line("No grippers found.");
-        return;
-    }
     printer.Table({{"GRIPPER"},
                    {"MODEL"},
                    {"STATE", Align::Right},
@@ -143,8 +139,13 @@ public:
         const auto grippers = daemon.Grippers();
         const auto entries = ExamineAll(daemon, grippers);
         const CellChanges changes = cell ? cell->Compare(grippers) : CellChanges();
-        json ? PrintJson(entries, changes, cell.has_value(), printer)
-             : PrintTable(entries, changes, printer);
+        if (json) {
+            PrintJson(entries, changes, cell.has_value(), printer);
+        } else if (entries.empty() && changes.empty()) {
+            printer.Line("No grippers found; " + DoctorAdvice(daemon.Server()) + ".");
+        } else {
+            PrintTable(entries, changes, printer);
+        }
         return changes.empty() ? ExitStatus::Done : ExitStatus::NotAsExpected;
     }
 

@@ -55,7 +55,7 @@ std::string SettingList() {
                 padded(option.empty() ? "" : "--" + option, kOptionWidth) +
                 std::string(setting.models);
     }
-    return text + "\n\nLimits are positions in the gripper's unit, in steps of 0.01.";
+    return text + "\n\nLimits are positions in the gripper's unit, in steps of 0.01.\n";
 }
 
 /// A value that was read in words, like SettingText().

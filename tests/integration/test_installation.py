@@ -29,7 +29,7 @@ class FirstInstallTest(MachineTestCase):
 
     def test_one_command_leads_to_a_running_service(self):
         self.assertEqual(self.machine.run(f"systemctl is-active {UNIT}"), "active")
-        self.assertEqual(self.machine.run(LIST), "No grippers found.")
+        self.assertRegex(self.machine.run(LIST), "^No grippers found; run 'tavrikctl doctor'")
         self.expect_doctor(NO_GRIPPER, ("ok", "service"), ("ok", f"port {PORTS[0]}"),
                            ("ok", f"port {PORTS[1]}"), ("wrong", "masters"), ("wrong", "grippers"))
 

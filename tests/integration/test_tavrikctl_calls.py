@@ -208,7 +208,8 @@ class ServerTest(CtlTestCase):
 
     def test_a_daemon_without_grippers_is_not_a_failure(self):
         with http_server(200, xml_answer("<array><data></data></array>")) as port:
-            self.assertEqual(self.ctl("list", "--port", port), "No grippers found.\n")
+            self.assertEqual(self.ctl("list", "--port", port),
+                             "No grippers found; run 'tavrikctl doctor' to find out why.\n")
 
 
 def drip(server):

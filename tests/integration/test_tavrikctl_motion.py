@@ -191,7 +191,8 @@ class SlowMotionTest(CtlTestCase):
         process = self.moving("release", "--wait")
         with self.condition("unplug 0", "plug 0"):
             self.expect_end(process, NO_GRIPPER, "no longer known to the daemon")
-            self.assertEqual(self.ctl("list"), "No grippers found.\n")
+            self.assertEqual(self.ctl("list"),
+                             "No grippers found; run 'tavrikctl doctor' to find out why.\n")
             self.assertEqual(self.json("list"), [])
             self.expect_failure(NO_GRIPPER, "no grippers found", "grip")
             mark = self.cell.log.mark()

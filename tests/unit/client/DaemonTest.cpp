@@ -97,8 +97,10 @@ TEST(GripperNameTest, AnUnknownNameIsRejectedWithTheAvailableNames) {
 }
 
 TEST(GripperNameTest, WithoutGrippersAnyNameIsRejected) {
-    EXPECT_FAILURE(MatchGripper({}, "HVA"), NoGripper, "no grippers found");
-    EXPECT_FAILURE(MatchGripper({}, ""), NoGripper, "no grippers found");
+    EXPECT_FAILURE(MatchGripper({}, "HVA"), NoGripper,
+                   "no grippers found; run 'tavrikctl doctor' to find out why");
+    EXPECT_FAILURE(MatchGripper({}, ""), NoGripper,
+                   "no grippers found; run 'tavrikctl doctor' to find out why");
 }
 
 }  // namespace

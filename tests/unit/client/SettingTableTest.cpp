@@ -26,8 +26,12 @@ TEST(SettingTableTest, MethodsTakeThePlaceAndKindOfTheSetting) {
 
 TEST(SettingTableTest, AnUnknownSettingIsRejected) {
     EXPECT_EQ(FindSetting("force").getter, "GetForce");
-    EXPECT_FAILURE(FindSetting("power"), Usage,
-                   "unknown setting 'power'; see tavrikctl get --help");
+    const std::string list =
+        " settings: force, no-part-limit, release-limit, override-grip, override-release, "
+        "reference-direction, led-animation, led-color, led-speed, led-preset, checksum";
+    EXPECT_FAILURE(FindSetting("power"), Usage, ("unknown setting 'power';" + list).c_str());
+    EXPECT_FAILURE(FindSetting("forces"), Usage,
+                   ("unknown setting 'forces'; did you mean 'force'?" + list).c_str());
 }
 
 TEST(SettingTableTest, ValuesOutOfRangeAreRejected) {

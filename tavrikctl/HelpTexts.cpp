@@ -1,0 +1,155 @@
+#include "tavrikctl/HelpTexts.h"
+
+#include <map>
+
+namespace tavrik {
+
+namespace {
+
+// Lines of up to 80 columns; each text begins with a line feed.
+const std::map<std::string, const char*>& Texts() {
+    static const std::map<std::string, const char*> kTexts{
+        {"list", R"(
+Prints device string, model (a guess from answers and name), state code,
+position and flags of each gripper. State codes and the unit of positions are
+explained in the gripper's manual. Reads settings of the grippers.
+
+Example:
+  tavrikctl list --host 192.168.1.10
+
+What can go wrong:
+  No grippers found: run 'tavrikctl doctor'.
+  The master does not answer: the values may be old; check its power and cable.
+  While a robot is working, reading disturbs it: use --passive.)"},
+        {"grip", R"(
+Closes the fingers until they hold a part or reach the no-part limit. Force and
+limit come from the parameter set. The fingers move at once.
+
+Example:
+  tavrikctl grip 'HVA SN:100001' --set 1 --wait
+
+What can go wrong:
+  Nothing moves: a reference run is missing (tavrikctl home), override-grip is
+  0, or the gripper does not have this parameter set.
+  It grips, but state and position tell that there is no part.
+  Status 21: the gripper is starting, or its cable is unplugged.)"},
+        {"release", R"(
+Opens the fingers up to the release limit of the parameter set. A part that is
+held falls. The fingers move at once.
+
+Example:
+  tavrikctl release 'HVA SN:100001' --set 1 --wait
+
+What can go wrong:
+  Nothing moves: a reference run is missing (tavrikctl home), override-release
+  is 0, or the gripper does not have this parameter set.
+  Status 21: the gripper is starting, or its cable is unplugged.)"},
+        {"home", R"(
+Performs a reference run, which most models need after power-up: the fingers
+move over their whole stroke, outwards or, with reference-direction on, inwards.
+Clear the space around them first.
+
+Example:
+  tavrikctl home 'HVA SN:100001' --wait
+
+What can go wrong:
+  Status 3: this model has no reference run.
+  A second run does nothing: send a grip, a release or a disable before it.
+  A part in the way makes the run fail.)"},
+        {"disable", R"(
+Switches the drive off: the fingers stop, and a part may fall unless holdfast
+is on.
+
+Example:
+  tavrikctl disable 'HVA SN:100001'
+
+What can go wrong:
+  The daemon or the master does not answer: the drive stays on. This is no
+  emergency stop.)"},
+        {"holdfast", R"(
+With "on", a part stays held while the drive is off; "off" ends this, and the
+part may fall.
+
+Example:
+  tavrikctl holdfast on 'MZD-S SN:100002'
+
+What can go wrong:
+  Status 3: only MZD models have it.)"},
+        {"store", R"(
+Saves all settings in the gripper's permanent memory; otherwise they are lost
+when its power fails.
+
+Example:
+  tavrikctl store 'HVA SN:100001'
+
+What can go wrong:
+  Status 5: the master did not answer in time; compare the settings after the
+  next start, or store again.)"},
+        {"get", R"(
+Reads one setting from the gripper. Limits are in the unit of its positions,
+forces and overrides in that of its manual.
+
+Example:
+  tavrikctl get force --set 1 'HVA SN:100001'
+
+What can go wrong:
+  The answer is 0 or off: the gripper may not have this setting.
+  Status 5: its master does not answer.)"},
+        {"set", R"(
+Changes one setting and reads it back. Limits are in the unit of the gripper's
+positions, forces and overrides in that of its manual. The next power-up undoes
+it, unless it is stored (tavrikctl store).
+
+Example:
+  tavrikctl set force 60 --set 1 'HVA SN:100001'
+
+What can go wrong:
+  The gripper reports another value: it refused the new one.
+  Status 3: the model does not have this setting.)"},
+        {"watch", R"(
+Shows position, state, flags and age of the values 20 times a second: of all
+grippers, a row each, or of one in full. Without a terminal it prints a row for
+each reading. Positions are in the gripper's unit. "q" quits.
+
+Example:
+  tavrikctl watch 'HVA SN:100001'
+
+What can go wrong:
+  frozen: the master does not answer; check its power and cable.
+  none: the gripper was unplugged, or the daemon has ended; watch waits for it.
+  While a robot is working, reading disturbs it: use --passive.)"},
+        {"call", R"(
+Sends one call with the types that the method needs. INTEGER is decimal, limits
+are a NUMBER in the unit of the gripper's positions. Nothing is checked or read
+back. Motions move the fingers at once.
+
+Example:
+  tavrikctl call SetForce 'HVA SN:100001' 1 60
+
+What can go wrong:
+  0, 0.0 and false are also the answers of a failed reading.
+  A status other than 0 is explained on standard error.)"},
+        {"doctor", R"(
+Checks service, network, ports, USB, masters and grippers, and prints a remedy
+below each problem. Moves nothing and sets nothing. Only root sees everything.
+
+Example:
+  sudo tavrikctl doctor
+
+What can go wrong:
+  A row with "?" could not be checked: follow its "do:" line.
+  Reading disturbs a robot that is working.
+  A browser that is pointed at a port of the daemon shows "404" or "405": that
+  is normal, it serves programs only.)"},
+    };
+    return kTexts;
+}
+
+}  // namespace
+
+std::string HelpText(const std::string& command) {
+    const auto text = Texts().find(command);
+    return text == Texts().end() ? "" : text->second + 1;
+}
+
+}  // namespace tavrik

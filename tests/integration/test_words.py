@@ -1,0 +1,118 @@
+"""What tavrikctl says: help, errors with the nearest word, and what to do next."""
+
+import re
+import socket
+
+from .harness import ctl
+from .harness.cell_test_case import main
+from .harness.ctl_test_case import (HVA, MZD, NO_DAEMON, NO_GRIPPER, USAGE, CtlTestCase,
+                                    http_server, xml_answer)
+
+
+class HelpTest(CtlTestCase):
+    options = ("--gripper", "HVA", "--gripper", "MZD-S")
+
+    @classmethod
+    def prepare(cls):
+        super().prepare()
+        for command in ("home", "release"):  # so that a grip moves the fingers
+            assert ctl.run(command, HVA, "--wait").returncode == 0
+
+    def commands(self):
+        listed = re.search(r"(?ms)^Subcommands:\n(.*?)\n\n", self.ctl("--help"))[1]
+        return re.findall(r"(?m)^  ([a-z]+) ", listed)
+
+    def test_every_command_explains_itself(self):
+        """What it does, an example, and what can go wrong, on a screen of 80 columns."""
+        self.assertGreater(len(self.commands()), 10)
+        for command in self.commands():
+            with self.subTest(command=command):
+                text = self.ctl(command, "--help")
+                self.assertRegex(text, r"(?s)\n\n[A-Z].*\.\n\n"
+                                       rf"Example:\n  [^\n]*\btavrikctl {command}\b[^\n]*\n\n"
+                                       r"What can go wrong:\n  \S")
+                self.assertLessEqual(max(map(len, text.splitlines())), 80, text)
+
+    def test_units_are_named(self):
+        for command in ("list", "get", "set", "watch", "call"):
+            self.assertRegex(" ".join(self.ctl(command, "--help").split()),
+                             "in (?:the unit|the gripper's unit|the gripper's manual)|"
+                             "the unit of positions")
+
+    def test_the_examples_can_be_typed(self):
+        """Those for this cell; others name another host or run until q is pressed."""
+        ran = set()
+        for command in self.commands():
+            example = re.search(r"(?m)^Example:\n  (.*)$", self.ctl(command, "--help"))[1]
+            if re.match(r"tavrikctl (grip|release|home|disable|holdfast|store|get|set|call) ",
+                        example):
+                result = ctl.shell(example + "; echo status $?")
+                self.assertNotIn("tavrikctl:", result.replace("--exact", ""))
+                self.assertTrue(result.endswith("status 0\n"), result)
+                ran.add(command)
+        self.assertGreater(len(ran), 8)
+
+    def test_help_and_version_work_as_words(self):
+        self.assertEqual(self.ctl("help"), self.ctl("--help"))
+        self.assertEqual(self.ctl("help", "grip"), self.ctl("grip", "--help"))
+        self.assertEqual(self.ctl("version"), self.ctl("--version"))
+
+
+class NearestTest(CtlTestCase):
+    options = ("--gripper", "HVA")
+
+    def test_the_nearest_command_is_named(self):
+        for arguments in (("gripp",), ("gripp", HVA, "--wait"), ("help", "gripp"),
+                          ("gripp", "--help"), ("--port", 44221, "gripp")):
+            with self.subTest(arguments=arguments):
+                self.expect_failure(USAGE, "unknown command 'gripp'; did you mean 'grip'?\n",
+                                    *arguments)
+        self.expect_failure(USAGE, "unknown command 'dance'; see tavrikctl --help\n", "dance")
+
+    def test_the_nearest_setting_is_named_and_all_are_listed(self):
+        self.expect_failure(USAGE, "unknown setting 'forces'; did you mean 'force'? settings: "
+                            "force, no-part-limit, ", "get", "forces")
+        self.expect_failure(USAGE, "unknown setting 'x'; settings: force, ", "set", "x", 1)
+
+    def test_the_nearest_method_is_named(self):
+        self.expect_failure(USAGE, "unknown method 'getpos'; did you mean 'GetPos'?\n",
+                            "call", "getpos", HVA)
+        self.expect_failure(USAGE, "unknown method 'dance'; see tavrikctl call --help\n",
+                            "call", "dance")
+
+    def test_a_name_with_a_blank_must_be_quoted(self):
+        for arguments in (("grip", "HVA", "SN:100001"), ("get", "force", "HVA", "SN:100001"),
+                          ("watch", "HVA", "SN:100001", "--json")):
+            with self.subTest(arguments=arguments):
+                self.expect_failure(USAGE, "unexpected argument 'SN:100001'; quote a name that "
+                                    "contains blanks: 'HVA SN:100001'\n", *arguments)
+        self.expect_failure(USAGE, "usage: call GetPos GRIPPER; quote a GRIPPER that contains "
+                            "blanks\n", "call", "GetPos", "HVA", "SN:100001")
+        self.assertFalse(self.cell.log.matching("PDOUT=.3"))
+
+
+class AdviceTest(CtlTestCase):
+    options = ()
+
+    def test_whatever_cannot_reach_the_daemon_names_the_doctor(self):
+        with socket.create_server(("127.0.0.1", 0)) as server:
+            port = server.getsockname()[1]
+        for command in (["list"], ["grip", "HVA"], ["get", "force"], ["set", "force", 1],
+                        ["call", "GetVersion"], ["watch"]):
+            with self.subTest(command=command):
+                self.expect_failure(NO_DAEMON, "; run 'tavrikctl doctor' to find out why\n",
+                                    *command, "--port", port)
+        self.expect_failure(NO_DAEMON, "; run 'tavrikctl doctor --host localhost' to find out why",
+                            "list", "--port", port, "--host", "localhost")
+
+    def test_whatever_finds_no_gripper_names_the_doctor(self):
+        advice = "o grippers found; run 'tavrikctl doctor' to find out why"
+        self.assertEqual(self.ctl("list"), f"N{advice}.\n")
+        self.expect_failure(NO_GRIPPER, f"n{advice}\n", "grip")
+        with http_server(200, xml_answer("<array><data></data></array>")) as port:
+            self.assertEqual(self.ctl("list", "--port", port, "--host", "localhost"),
+                             f"N{advice.replace('doctor', 'doctor --host localhost')}.\n")
+
+
+if __name__ == "__main__":
+    main()

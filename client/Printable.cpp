@@ -64,6 +64,19 @@ std::string Printable(const std::string& text) {
     return printable;
 }
 
+std::string ShellWord(const std::string& text) {
+    constexpr std::string_view kPlain =
+        "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-+./:=@%,";
+    if (!text.empty() && text.find_first_not_of(kPlain) == std::string::npos) {
+        return text;
+    }
+    std::string word = "'";
+    for (const char letter : text) {
+        word += letter == '\'' ? "'\\''" : std::string(1, letter);
+    }
+    return word + "'";
+}
+
 std::size_t Width(const std::string& text) {
     std::size_t sum = 0;
     for (const Character& character : Characters(text)) {

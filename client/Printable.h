@@ -10,6 +10,9 @@ namespace tavrik {
 /// characters, and for invalid UTF-8: a device string must not control the terminal.
 std::string Printable(const std::string& text);
 
+/// `text` as one word of a shell command: in quotation marks if it needs them.
+std::string ShellWord(const std::string& text);
+
 /// How many columns of a terminal printable `text` takes.
 std::size_t Width(const std::string& text);
 

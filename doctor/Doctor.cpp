@@ -20,15 +20,24 @@ namespace tavrik {
 
 namespace {
 
+constexpr int kReferenceNeeded = 1;  // a state code
+
 bool AreAllOk(const Findings& findings) {
     return std::ranges::all_of(findings, [](const Finding& each) { return each.mark == Mark::Ok; });
+}
+
+/// A device string that a person can copy: blanks that a reader would miss are in quotation marks.
+std::string CopyableName(const std::string& device) {
+    const bool isPlain = device.find("  ") == std::string::npos && !device.starts_with(' ') &&
+                         !device.ends_with(' ');
+    return isPlain ? device : ShellWord(device);
 }
 
 /// The daemon answers calls that send nothing from the data it has, however old they are.
 Findings ReportStaleGrippers(const std::vector<std::string>& grippers) {
     Findings findings;
     for (const std::string& device : grippers) {
-        findings.push_back({Mark::Wrong, device,
+        findings.push_back({Mark::Wrong, CopyableName(device),
                             "the answers of TavrikDaemon are stale: no tty is open",
                             "replug its master"});
     }
@@ -40,17 +49,22 @@ Finding Describe(const Gripper& gripper, const ProcessData& data) {
     const std::string text = "answers: state " + std::to_string(data.state) + ", position " +
                              HundredthsText(data.position);
     const std::string flags = data.FlagText();
+    const std::string name = CopyableName(gripper.DeviceString());
+    const std::string word = ShellWord(gripper.DeviceString());
     if (!flags.empty()) {
-        return {Mark::Wrong, gripper.Name(), text + ", " + flags, "see the gripper's manual"};
+        return {Mark::Wrong, name, text + ", " + flags, "see the gripper's manual"};
     }
     const std::string told = gripper.Model();
     const Model model = NarrowModel(told, gripper.DeviceString());
     if (told == "TLM?" && model.name != "TLM") {
-        return {Mark::Unknown, gripper.Name(), text + ", no force: a TLM, or an unknown model",
-                "if it is not a TLM: tavrikctl set force N; TavrikDaemon may not know its vendor "
-                "or device"};
+        return {Mark::Unknown, name, text + ", no force: a TLM, or an unknown model",
+                "if it is not a TLM, TavrikDaemon may not know its vendor or device, or: tavrikctl "
+                "set force 30 " +
+                    word};
     }
-    return {Mark::Ok, gripper.Name(), text + ", model " + model.Text()};
+    const bool mayNeedReference = data.state == kReferenceNeeded && model.name != "TLM";
+    return {Mark::Ok, name, text + ", model " + model.Text(),
+            mayNeedReference ? "if not referenced, clear its way: tavrikctl home " + word : ""};
 }
 
 constexpr const char* kCell = "cell";
@@ -68,16 +82,17 @@ Finding Describe(const ExpectedCell::Difference& difference) {
 /// Whether a gripper that the daemon lists answers.
 /// @param status becomes Done if it does
 Finding CheckGripper(const Gripper& gripper, ExitStatus& status) {
+    const std::string name = CopyableName(gripper.DeviceString());
     status = ExitStatus::NoAnswer;
     try {
         const ProcessData data = gripper.ReadProcessData();
         if (!gripper.MasterAnswers()) {
-            return {Mark::Wrong, gripper.Name(), "its master does not answer",
+            return {Mark::Wrong, name, "its master does not answer",
                     "check the master's power and cable, then replug it"};
         }
         if (!data.certain) {
             status = ExitStatus::NoProcessData;
-            return {Mark::Unknown, gripper.Name(),
+            return {Mark::Unknown, name,
                     "its master answers; it is at 0.00 in state 0, or has no process data",
                     "unless it is at 0.00 with its drive off: check its cable and power; it may be "
                     "starting"};
@@ -86,7 +101,7 @@ Finding CheckGripper(const Gripper& gripper, ExitStatus& status) {
         return Describe(gripper, data);
     } catch (const Failure& failure) {
         status = failure.Status();
-        return {Mark::Wrong, gripper.Name(), failure.what(), "run again: tavrikctl doctor"};
+        return {Mark::Wrong, name, failure.what(), "run again: tavrikctl doctor"};
     }
 }
 
@@ -124,6 +139,9 @@ void Doctor::ExaminePorts(const Host* host) {
             endpoint.port = port;
         }
     }
+    if (answers) {  // someone who tried a browser would take its error page for the fault
+        Add({{Mark::Ok, "browsers", "get error 404 from these ports, which serve programs only"}});
+    }
 }
 
 void Doctor::ExamineDevices(const Host& host) {
@@ -155,7 +173,7 @@ void Doctor::ExamineGrippers(const Host* host) {
     }
     Add(answered);
     if (status == ExitStatus::NoGripper) {
-        Add({{Mark::Wrong, "grippers", "TavrikDaemon lists none", "fix the problems above"}});
+        Add({{Mark::Wrong, "grippers", "TavrikDaemon lists none", RemedyForNone(host)}});
     }
     ExamineCell(grippers);
 }
@@ -179,6 +197,18 @@ void Doctor::ExamineCell(const std::optional<std::vector<std::string>>& grippers
     }
 }
 
+/// What to do if the daemon lists no gripper.
+std::string Doctor::RemedyForNone(const Host* host) const {
+    const auto isWrong = [](const Finding& each) { return each.mark == Mark::Wrong; };
+    if (std::ranges::any_of(findings, isWrong)) {
+        return "fix the problems above";
+    }
+    if (host == nullptr) {
+        return "check the masters' USB plugs and power, and run on that machine: tavrikctl doctor";
+    }
+    return "check the masters' USB plugs and power, then: " + host->StartCommand();
+}
+
 std::optional<std::vector<std::string>> Doctor::ListGrippers(Daemon& daemon) {
     if (!answers) {
         return std::nullopt;
@@ -190,7 +220,8 @@ std::optional<std::vector<std::string>> Doctor::ListGrippers(Daemon& daemon) {
     } catch (const Failure& failure) {
         status = failure.Status();
         Add({{Mark::Wrong, "grippers", failure.what(),
-              "a silent master without a name blocks this: unplug it, or restart TavrikDaemon"}});
+              "a silent master without a name blocks this: unplug it, or: systemctl restart "
+              "tavrikdaemon"}});
         return std::nullopt;
     }
 }
@@ -205,9 +236,13 @@ Findings Doctor::AskGrippers(Daemon& daemon, const std::vector<std::string>& gri
             status = result;
         }
         if (!names.insert(device).second) {
-            answered.push_back({Mark::Wrong, device,
-                                "two grippers have this name: calls reach the first",
-                                "give one of them another serial number, or unplug it"});
+            answered.push_back(
+                {Mark::Wrong, CopyableName(device),
+                 "two grippers have this name: calls reach the one that was found first",
+                 "to tell them apart, unplug one master and run: tavrikctl watch " +
+                     ShellWord(device) +
+                     "; to use both, connect one to another host, or exchange it for one with "
+                     "another serial number"});
         }
     }
     return answered;

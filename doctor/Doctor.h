@@ -44,6 +44,7 @@ private:
     void ExamineDevices(const Host& host);
     void ExamineGrippers(const Host* host);
     void ExamineCell(const std::optional<std::vector<std::string>>& grippers);
+    std::string RemedyForNone(const Host* host) const;
     std::optional<std::vector<std::string>> ListGrippers(Daemon& daemon);
     Findings AskGrippers(Daemon& daemon, const std::vector<std::string>& grippers);
     void Add(const Findings& more);

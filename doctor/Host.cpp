@@ -118,7 +118,7 @@ bool Host::DaemonHasOpen(const UsbTty& tty) const {
 
 std::string Host::StartCommand() const {
     return service && service->IsInstalled() ? "systemctl restart tavrikdaemon"
-                                             : "start TavrikDaemon";
+                                             : std::string(kDaemonName);
 }
 
 std::optional<struct stat> StatusOfNode(const std::string& node) {

@@ -71,7 +71,7 @@ void CheckPermission(const Host& host, const UsbTty& tty, const struct stat& nod
         findings.push_back(
             {Mark::Unknown, tty.node,
              "master, " + permission + "; the user of the service does not exist yet",
-             "install the package tavrikdaemon, or start TavrikDaemon"});
+             kInstallOrStart});
     } else if (getxattr(tty.node.c_str(), "system.posix_acl_access", nullptr, 0) > 0) {
         findings.push_back(
             {Mark::Unknown, tty.node,
@@ -81,7 +81,7 @@ void CheckPermission(const Host& host, const UsbTty& tty, const struct stat& nod
         findings.push_back(
             {Mark::Wrong, tty.node,
              "master, but user " + host.account->Name() + " may not open it: " + permission,
-             "install the package's udev rule, then replug the master"});
+             "for the udev rule: apt install ./tavrikdaemon_*.deb; then replug the master"});
     }
 }
 
@@ -89,9 +89,9 @@ void CheckHolders(const Host& host, const UsbTty& tty, const struct stat& node,
                   Findings& findings) {
     for (const Process& holder : host.processes.HoldersOfDevice(node)) {
         if (holder.name != kDaemonName && !IsSimulator(holder, node)) {
-            findings.push_back({Mark::Wrong, tty.node,
-                                "master, but " + holder.Text() + " has it open too",
-                                "stop it: it takes answers that TavrikDaemon needs"});
+            findings.push_back(
+                {Mark::Wrong, tty.node, "master, but " + holder.Text() + " has it open too",
+                 "it takes answers that TavrikDaemon needs: kill " + std::to_string(holder.pid)});
         }
     }
     const bool isDaemonSeen = host.daemon && host.processes.Sees(host.daemon->pid);
@@ -196,8 +196,10 @@ Finding CheckModemManager(const Host& host) {
     if (exposed == host.ttys.end()) {
         return {Mark::Ok, kSubject, manager->Text() + " is running and ignores the masters"};
     }
-    return {Mark::Wrong, kSubject, manager->Text() + " may talk to " + exposed->node,
-            "install the package's udev rule (ID_MM_DEVICE_IGNORE), then replug the master"};
+    return {
+        Mark::Wrong, kSubject, manager->Text() + " may talk to " + exposed->node,
+        "for the udev rule (ID_MM_DEVICE_IGNORE): apt install ./tavrikdaemon_*.deb; then replug "
+        "the master"};
 }
 
 Finding CheckMasters(const Host& host, std::optional<std::size_t> listed) {

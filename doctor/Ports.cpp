@@ -45,11 +45,13 @@ std::string HolderText(const Host& host, const TcpSocket& socket) {
 }
 
 std::string RemedyForHolder(const Host& host, const TcpSocket& socket) {
-    const bool isNamed = host.processes.HolderOfSocket(socket.inode).has_value();
-    return (isNamed || host.processes.SeesAll()
-                ? ""
-                : "to see which program, run as root: tavrikctl doctor; ") +
-           ("stop it, then: " + host.StartCommand());
+    const auto holder = host.processes.HolderOfSocket(socket.inode);
+    if (holder) {
+        return "kill " + std::to_string(holder->pid) + "; " + host.StartCommand();
+    }
+    return (host.processes.SeesAll() ? "stop it, then: "
+                                     : "to see which program, run as root: tavrikctl doctor; ") +
+           host.StartCommand();
 }
 
 /// The finding for a port on which no program listens.
@@ -86,8 +88,9 @@ Finding ExplainNoVersion(const std::string& subject, const Host* host, const Tcp
     const auto holder = host->processes.HolderOfSocket(listener->inode);
     if (holder && host->daemon && holder->pid == host->daemon->pid) {
         return {Mark::Wrong, subject, text,
-                "close idle clients (it serves 15); make sure that its log is read; otherwise "
-                "restart it"};
+                "close idle clients (it serves 15): ss -tnp state established 'sport = :" +
+                    std::to_string(endpoint.port) +
+                    "'; make sure that its log is read; otherwise: " + host->StartCommand()};
     }
     return {Mark::Wrong, subject, text, RemedyForHolder(*host, *listener)};
 }

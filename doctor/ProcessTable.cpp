@@ -111,6 +111,14 @@ std::optional<Process> ProcessTable::Find(const std::string& name) const {
     return std::nullopt;
 }
 
+std::optional<Process> ProcessTable::FindElsewhere(const std::string& name) const {
+    const auto found = std::ranges::find_if(entries, [&](const auto& each) {
+        const Entry& entry = each.second;
+        return entry.process.name == name && !entry.network.empty() && entry.network != ourNetwork;
+    });
+    return found == entries.end() ? std::nullopt : std::optional(found->second.process);
+}
+
 std::vector<Process> ProcessTable::HoldersOfDevice(const struct stat& node) const {
     std::vector<Process> holders;
     for (const auto& [pid, entry] : entries) {

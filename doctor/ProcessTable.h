@@ -36,6 +36,10 @@ public:
     /// Without root, a process of unknown network if there is no other.
     std::optional<Process> Find(const std::string& name) const;
 
+    /// The first process of this name that is known to be in another network namespace, as those
+    /// of a container are.
+    std::optional<Process> FindElsewhere(const std::string& name) const;
+
     /// The processes that have the character device `node` open. Incomplete without root.
     std::vector<Process> HoldersOfDevice(const struct stat& node) const;
 

@@ -45,8 +45,9 @@ Finding CheckAccess(const ServiceState& service) {
     const std::string text = "systemd denies " + service.denied;
     if (service.allowed.empty()) {
         return {Mark::Warning, kNetwork, text,
-                "if this blocks the robot: add its address to IPAddressAllow= in the service's "
-                "network.conf"};
+                "if this blocks the robot: add its address to IPAddressAllow= in "
+                "/etc/systemd/system/tavrikdaemon.service.d/network.conf, then: "
+                "systemctl daemon-reload; systemctl restart tavrikdaemon"};
     }
     return {Mark::Ok, kNetwork, text + ", but allows " + service.allowed};
 }
@@ -54,16 +55,14 @@ Finding CheckAccess(const ServiceState& service) {
 Finding CheckStopped(const std::optional<ServiceState>& service) {
     const std::string text = "TavrikDaemon is not running";
     if (!service) {
-        return {Mark::Wrong, kService, text + ", and systemd does not answer",
-                "start TavrikDaemon"};
+        return {Mark::Wrong, kService, text + ", and systemd does not answer", kStartByHand};
     }
     if (service->load == "masked") {
         return {Mark::Wrong, kService, text + "; its service is masked",
                 "systemctl unmask tavrikdaemon; systemctl enable --now tavrikdaemon"};
     }
     if (!service->IsInstalled()) {
-        return {Mark::Wrong, kService, text + "; systemd has no service for it",
-                "install the package tavrikdaemon, or start TavrikDaemon"};
+        return {Mark::Wrong, kService, text + "; systemd has no service for it", kInstallOrStart};
     }
     const std::string state =
         text + "; systemd: " + service->active + " (" + service->sub + "), " + service->result;
@@ -71,8 +70,15 @@ Finding CheckStopped(const std::optional<ServiceState>& service) {
         return {Mark::Wrong, kService, state, "systemctl enable --now tavrikdaemon"};
     }
     return {Mark::Wrong, kService, state,
-            "see: journalctl -u tavrikdaemon; fix the problems below, then: systemctl reset-failed "
+            "for the reason: journalctl -u tavrikdaemon; then: systemctl reset-failed "
             "tavrikdaemon; systemctl restart tavrikdaemon"};
+}
+
+/// A daemon that has ports of its own, which no program in this network namespace reaches.
+Finding DescribeElsewhere(const Process& daemon) {
+    return {Mark::Unknown, kService,
+            daemon.Text() + " runs in another network namespace, as in a container",
+            "to check that one: nsenter -t " + std::to_string(daemon.pid) + " -n tavrikctl doctor"};
 }
 
 }  // namespace
@@ -118,7 +124,12 @@ Findings CheckService(const Host& host) {
         return {CheckRunning(host)};
     }
     if (host.processes.SeesAllNames()) {
-        return {CheckStopped(service)};
+        Findings findings{CheckStopped(service)};
+        const auto elsewhere = host.processes.FindElsewhere(kDaemonName);
+        if (elsewhere && (!service || service->active != "failed")) {
+            findings.push_back(DescribeElsewhere(*elsewhere));
+        }
+        return findings;
     }
     if (service && service->active == "active") {
         return {{Mark::Ok, kService, "process " + service->mainPid + ", under systemd"}};

@@ -14,6 +14,11 @@ struct Host;
 inline constexpr const char* kServiceName = "tavrikdaemon.service";
 inline constexpr const char* kDaemonName = "TavrikDaemon";  ///< of its process
 
+// Remedies where the service is missing.
+inline constexpr const char* kStartByHand = "start it: TavrikDaemon";
+inline constexpr const char* kInstallOrStart =
+    "install it: apt install ./tavrikdaemon_*.deb; or start it by hand: TavrikDaemon";
+
 /// What systemd says of the daemon's service.
 struct ServiceState {
     std::string load;     ///< "loaded", "not-found", "masked", ...

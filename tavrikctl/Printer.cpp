@@ -82,7 +82,9 @@ std::string Joined(const std::string& subject, std::size_t width, const std::str
 }
 
 void AddRows(const Finding& finding, std::size_t width, Rows& rows) {
-    auto subjects = Wrap(finding.subject, width);
+    // Not wrapped if it fits: wrapping replaces several blanks of a name by one.
+    auto subjects = Width(finding.subject) <= width ? std::vector{finding.subject}
+                                                    : Wrap(finding.subject, width);
     auto texts = Wrap(finding.text, kScreenWidth - kMarkWidth - kSubjectGap - width - kSubjectGap);
     const std::size_t count = std::max(subjects.size(), texts.size());
     subjects.resize(count);

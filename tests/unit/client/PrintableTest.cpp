@@ -66,5 +66,12 @@ TEST(TextWrapTest, EmptyTextIsOneLine) {
     EXPECT_EQ(Wrap("", 5), (Lines{""}));
 }
 
+TEST(PrintableTest, AWordOfAShellCommandIsQuotedIfNecessary) {
+    EXPECT_EQ(ShellWord("SN:100001"), "SN:100001");
+    EXPECT_EQ(ShellWord("HVA  SN:1"), "'HVA  SN:1'");
+    EXPECT_EQ(ShellWord("it's $HOME"), R"('it'\''s $HOME')");
+    EXPECT_EQ(ShellWord(""), "''");
+}
+
 }  // namespace
 }  // namespace tavrik

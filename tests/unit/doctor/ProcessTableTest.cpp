@@ -90,8 +90,10 @@ TEST(ProcessTableTest, ProcessesOfAnotherNetworkHoldDevicesButServeOthers) {
     proc.Link("8/ns/net", "net:[1]");
     const ProcessTable table(proc.Path());
     EXPECT_FALSE(table.Find("TavrikDaemon"));
+    EXPECT_EQ(table.FindElsewhere("TavrikDaemon")->pid, 7);
     EXPECT_EQ(table.HoldersOfDevice(StatusOf("/dev/null")).size(), 1U);
     EXPECT_TRUE(table.Find("ours"));
+    EXPECT_FALSE(table.FindElsewhere("ours"));
 }
 
 TEST(ProcessTableTest, AProcessInOurNetworkComesFirst) {

@@ -11,7 +11,7 @@ enum class ExitStatus {
     Refused = 1,         ///< an error code of the gripper's master, or a setting does not have the
                          ///< value that was set
     Usage = 2,           ///< invalid command line or file
-    NotPossible = 3,     ///< unknown gripper, or not supported by its model
+    NotPossible = 3,     ///< unknown gripper, not supported by its model, or daemon busy
     NoDaemon = 4,        ///< the daemon cannot be reached or did not answer in time
     NoAnswer = 5,        ///< the gripper's master did not answer
     BadAnswer = 6,       ///< the daemon replied with a fault, or is not a TavrikDaemon

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 
+#include "client/MethodTable.h"
 #include "client/Printable.h"
 
 namespace tavrik {
@@ -76,14 +77,30 @@ std::string Gripper::Model() const {
     return isOther ? "HVA or MZD" : "TLM?";
 }
 
-std::string Gripper::StatusText(int status) const {
-    if (ExitStatusFor(status) != ExitStatus::NotPossible) {
-        return Name() + ": " + tavrik::StatusText(status);
+std::string Gripper::StatusText(int status, const std::string& method) const {
+    return Name() + ": " +
+           (ExitStatusFor(status) == ExitStatus::NotPossible ? WhyNotPossible(method)
+                                                             : tavrik::StatusText(status));
+}
+
+std::string Gripper::WhyNotPossible(const std::string& method) const {
+    const std::string status = "status 3: ";
+    const auto listed = daemon.Grippers();  // waits while the list of grippers is locked
+    if (std::ranges::find(listed, deviceString) == listed.end()) {
+        return status + "not plugged in";
     }
-    const bool isKnown = Get<int>("GetGripperInterface") == 0;
-    return Name() + ": status 3: " +
-           (isKnown ? "not supported by its model or its master, or the daemon was briefly busy"
-                    : "no longer known to the daemon");
+    if (Get<int>("GetGripperInterface") != 0) {
+        return status + "the daemon is busy with another master: try again";
+    }
+    if (const auto* const found = FindMethod(method); found != nullptr && !found->models.empty()) {
+        constexpr std::size_t kLetters = 3;  // "HVA or MZD" may be the HVA, at worst
+        const tavrik::Model model = NarrowModel(Model(), deviceString);
+        if (found->models.find(model.name.substr(0, kLetters)) == std::string_view::npos) {
+            return status + "not supported by its model (" + model.Text() + "), only by " +
+                   std::string(found->models);
+        }
+    }
+    return status + "error 3 of its master, or the daemon was briefly busy: try again";
 }
 
 ProcessData ProcessDataReader::Read() {

@@ -47,8 +47,12 @@ public:
     /// asking for the model would make the daemon treat missing process data as zeros.
     std::string Model() const;
 
-    /// A status code in words. For status 3, asks the daemon for the reason.
-    std::string StatusText(int status) const;
+    /// The name and a status code of `method` in words. For status 3, asks the daemon for the
+    /// reason, and the gripper for its model if it matters.
+    std::string StatusText(int status, const std::string& method) const;
+
+    /// Why `method` has returned status 3, in words.
+    std::string WhyNotPossible(const std::string& method) const;
 
 private:
     xmlrpc_c::value Call(const std::string& method, const xmlrpc_c::carray& rest) const;

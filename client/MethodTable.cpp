@@ -12,13 +12,16 @@ namespace tavrik {
 
 namespace {
 
+constexpr std::string_view kHvaAndMzd = "HVA and MZD";
+constexpr std::string_view kOnlyMzd = "MZD";
+
 constexpr std::array kMethods{
     Method{"Grip", "gi", true},
     Method{"Release", "gi", true},
     Method{"Disable", "g", true},
-    Method{"Home", "g", true},
-    Method{"Reference", "g", true},
-    Method{"Holdfast", "gb", true},
+    Method{"Home", "g", true, kHvaAndMzd},
+    Method{"Reference", "g", true, kHvaAndMzd},
+    Method{"Holdfast", "gb", true, kOnlyMzd},
     Method{"UpdatePDIN", "g"},
     Method{"GetPDINExcerpt", "g"},
     Method{"GetState", "g"},
@@ -40,18 +43,18 @@ constexpr std::array kMethods{
     Method{"GetReferenceDirection", "g"},
     Method{"SetReleaseLimit", "gid", true},
     Method{"SetNoPartLimit", "gid", true},
-    Method{"SetForce", "gii", true},
-    Method{"SetOverrideRelease", "gi", true},
-    Method{"SetOverrideGrip", "gi", true},
-    Method{"SetHomingDirection", "gb", true},
-    Method{"SetReferenceDirection", "gb", true},
+    Method{"SetForce", "gii", true, kHvaAndMzd},
+    Method{"SetOverrideRelease", "gi", true, kHvaAndMzd},
+    Method{"SetOverrideGrip", "gi", true, kHvaAndMzd},
+    Method{"SetHomingDirection", "gb", true, kHvaAndMzd},
+    Method{"SetReferenceDirection", "gb", true, kHvaAndMzd},
     Method{"GetLEDAnimation", "gi"},
     Method{"GetLEDColor", "gi"},
     Method{"GetLEDSpeed", "gi"},
-    Method{"SetLEDPreset", "gi", true},
-    Method{"SetLEDAnimation", "gii", true},
-    Method{"SetLEDColor", "gii", true},
-    Method{"SetLEDSpeed", "gii", true},
+    Method{"SetLEDPreset", "gi", true, kOnlyMzd},
+    Method{"SetLEDAnimation", "gii", true, kOnlyMzd},
+    Method{"SetLEDColor", "gii", true, kOnlyMzd},
+    Method{"SetLEDSpeed", "gii", true, kOnlyMzd},
     Method{"GetVersion", ""},
     Method{"system.listMethods", ""},
     Method{"system.methodExist", "s"},

@@ -15,6 +15,7 @@ struct Method {
     /// s any string, a array in JSON.
     std::string_view parameters;
     bool answersStatus = false;
+    std::string_view models = {};  ///< that support it; empty if all do
 };
 
 /// All methods, including the XML-RPC library's own (system.*).

@@ -22,7 +22,7 @@ constexpr const char* kExitStatuses =
   1    the gripper's master refused with an error code of its own, or a
        setting does not have the value that was set
   2    invalid command line or file
-  3    gripper no longer known, or not supported by its model
+  3    gripper not plugged in, not supported by its model, or daemon busy
   4    the daemon cannot be reached or did not answer in time
   5    the gripper's master did not answer
   6    the daemon replied with a fault, or is not a TavrikDaemon

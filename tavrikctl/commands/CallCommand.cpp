@@ -2,6 +2,7 @@
 #include <array>
 #include <nlohmann/json.hpp>
 
+#include "client/Gripper.h"
 #include "client/MethodTable.h"
 #include "client/Nearest.h"
 #include "client/Printable.h"
@@ -82,7 +83,8 @@ public:
 
     ExitStatus Run(Daemon& daemon, Printer& printer) override {
         const Method& method = ChosenMethod();
-        const xmlrpc_c::value answer = daemon.Call(methodName, Parameters(method, daemon));
+        const std::string gripper = ChosenGripper(method, daemon);
+        const xmlrpc_c::value answer = daemon.Call(methodName, Parameters(method, gripper));
         const auto value = ToJson(answer);
         const int status = method.answersStatus ? Daemon::As<int>(methodName, answer) : 0;
         if (json || !(value.is_string() || method.answersStatus)) {
@@ -92,7 +94,11 @@ public:
                                            : "0: " + StatusText(status));
         }
         if (status != 0) {
-            throw Failure(ExitStatusFor(status), methodName + ": " + StatusText(status));
+            const bool isExplained = ExitStatusFor(status) == ExitStatus::NotPossible;
+            throw Failure(ExitStatusFor(status),
+                          methodName + ": " +
+                              (isExplained ? Gripper(daemon, gripper).WhyNotPossible(methodName)
+                                           : StatusText(status)));
         }
         return ExitStatus::Done;
     }
@@ -122,15 +128,23 @@ private:
         return *method;
     }
 
-    xmlrpc_c::paramList Parameters(const Method& method, Daemon& daemon) const {
+    /// The device string to send; empty if the method takes none.
+    std::string ChosenGripper(const Method& method, Daemon& daemon) const {
+        if (!method.parameters.starts_with(kGripperLetter)) {
+            return "";
+        }
+        const std::string& name = texts.front();
+        RefuseEmptyGripper(name.empty());
+        return exact || name == kNoGripper ? name : daemon.FindGripper(name);
+    }
+
+    xmlrpc_c::paramList Parameters(const Method& method, const std::string& gripper) const {
         const std::vector<std::string> arguments = Arguments();
         xmlrpc_c::paramList parameters;
         for (std::size_t i = 0; i < arguments.size(); ++i) {
             const char letter = method.parameters[i];
-            RefuseEmptyGripper(letter == kGripperLetter && arguments[i].empty());
-            const bool isName = letter == kGripperLetter && !exact && arguments[i] != kNoGripper;
             parameters.add(
-                ParseArgument(letter, isName ? daemon.FindGripper(arguments[i]) : arguments[i]));
+                ParseArgument(letter, letter == kGripperLetter ? gripper : arguments[i]));
             if (letter == kArrayLetter) {
                 RefuseEmptyGrippers(arguments[i]);
             }

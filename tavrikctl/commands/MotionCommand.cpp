@@ -106,9 +106,9 @@ private:
         }
     }
 
-    static void RequireSuccess(const Gripper& gripper, int status) {
+    void RequireSuccess(const Gripper& gripper, int status) const {
         if (status != 0) {
-            throw Failure(ExitStatusFor(status), gripper.StatusText(status));
+            throw Failure(ExitStatusFor(status), gripper.StatusText(status, motion.method));
         }
     }
 

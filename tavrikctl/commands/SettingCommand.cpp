@@ -199,7 +199,8 @@ public:
         const Gripper gripper(daemon, ChosenGripper(daemon));
         const int status = gripper.Command(std::string(setting.setter), arguments);
         if (status != 0) {
-            throw Failure(ExitStatusFor(status), gripper.StatusText(status));
+            throw Failure(ExitStatusFor(status),
+                          gripper.StatusText(status, std::string(setting.setter)));
         }
         const std::string text = SettingText(setting, value);
         const bool isReadable = !setting.getter.empty();

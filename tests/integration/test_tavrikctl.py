@@ -261,7 +261,7 @@ class SettingTest(CtlTestCase):
                                 "get", "force", "HVA")
 
     def test_values_that_the_gripper_refuses(self):
-        self.expect_failure(NOT_POSSIBLE, "not supported by its model or its master",
+        self.expect_failure(NOT_POSSIBLE, "not supported by its model (TLM by name), only by HVA and MZD",
                             "set", "force", 60, "TLM")
         with self.condition("error 0 9", "error 0 off"):
             self.expect_failure(REFUSED, "status 9: error code of the gripper's master",

@@ -72,7 +72,7 @@ class CallTest(CtlTestCase):
         self.assertEqual(self.json("call", "GetGripperInterface", "---"), -2)
         self.expect_failure(NO_GRIPPER, "no gripper matches 'nobody'",
                             "call", "GetPos", "nobody")
-        self.expect_failure(NOT_POSSIBLE, "status 3: unknown gripper",
+        self.expect_failure(NOT_POSSIBLE, "status 3: not plugged in",
                             "call", "Grip", "nobody", 0, "--exact")
 
     def test_invalid_calls(self):

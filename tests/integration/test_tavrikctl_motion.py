@@ -77,8 +77,9 @@ class MotionTest(CtlTestCase):
         self.assertEqual(self.requests_during(2, "store", "TLM")[-1], "PARAM[2][0]=[e0]")
 
     def test_an_unsupported_model_is_named_as_the_reason(self):
-        for command in (("home", "TLM"), ("holdfast", "on", "HVA")):
-            self.expect_failure(NOT_POSSIBLE, "status 3: not supported by its model or its master",
+        for model, command in (("TLM", ("home", "TLM")), ("HVA", ("holdfast", "on", "HVA"))):
+            self.expect_failure(NOT_POSSIBLE,
+                                f"status 3: not supported by its model ({model} by name), only by ",
                                 *command)
 
     def test_a_master_that_does_not_answer(self):

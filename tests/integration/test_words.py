@@ -5,8 +5,9 @@ import socket
 
 from .harness import ctl
 from .harness.cell_test_case import main
-from .harness.ctl_test_case import (HVA, MZD, NO_DAEMON, NO_GRIPPER, USAGE, CtlTestCase,
-                                    http_server, xml_answer)
+from .harness.ctl_test_case import (GRIPPER, HVA, NOT_POSSIBLE, NO_DAEMON, NO_GRIPPER, TLM, USAGE,
+                                    CtlTestCase, http_server, xml_answer)
+from .harness.methods import METHODS
 
 
 class HelpTest(CtlTestCase):
@@ -112,6 +113,42 @@ class AdviceTest(CtlTestCase):
         with http_server(200, xml_answer("<array><data></data></array>")) as port:
             self.assertEqual(self.ctl("list", "--port", port, "--host", "localhost"),
                              f"N{advice.replace('doctor', 'doctor --host localhost')}.\n")
+
+
+class StatusThreeTest(CtlTestCase):
+    """The reasons of status 3 that further readings can tell apart."""
+
+    NEEDED = {"HVA": "HVA and MZD", "MZD": "MZD"}
+
+    def test_the_wrong_model(self):
+        words = {str: TLM, int: 1, float: 1.5, bool: "on"}
+        checked = [method for method in METHODS if method.check and method.fallback == 3]
+        self.assertGreater(len(checked), 10)
+        for method in checked:
+            with self.subTest(method=method.name):
+                self.expect_failure(
+                    NOT_POSSIBLE, f"{method.name}: status 3: not supported by its model (TLM by "
+                    f"name), only by {self.NEEDED[method.check]}\n",
+                    "call", method.name, *(words[kind] for kind in method.parameters))
+        self.expect_failure(NOT_POSSIBLE, f"{HVA}: status 3: not supported by its model (HVA by "
+                            "name), only by MZD\n", "holdfast", "on", HVA)
+
+    def test_a_gripper_that_is_not_plugged_in(self):
+        self.expect_failure(NOT_POSSIBLE, "Grip: status 3: not plugged in\n",
+                            "call", "Grip", "HVA SN:9", 0, "--exact")
+
+    def test_an_error_3_of_the_master(self):
+        with self.condition("error 0 3 PDOUT", "error 0 off"):
+            for command in (("grip", HVA), ("home", HVA), ("call", "Disable", HVA)):
+                self.expect_failure(NOT_POSSIBLE, "status 3: error 3 of its master, or the daemon "
+                                    "was briefly busy: try again\n", *command)
+
+    def test_a_busy_list(self):
+        values = {"GetGrippers": GRIPPER, "Grip": "<int>3</int>",
+                  "GetGripperInterface": "<int>-1</int>"}
+        with http_server(200, values) as port:
+            self.expect_failure(NOT_POSSIBLE, "X: status 3: the daemon is busy with another "
+                                "master: try again\n", "grip", "--port", port)
 
 
 if __name__ == "__main__":

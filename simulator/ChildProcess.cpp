@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <cstring>
 #include <initializer_list>
 #include <string_view>
 #include <system_error>
@@ -66,7 +67,10 @@ std::vector<char*> Pointers(std::vector<std::string>& texts) {
     dup2(null, STDIN_FILENO);
     close(null);
     execvpe(arguments.front(), arguments.data(), environment.data());
-    [[maybe_unused]] const auto written = write(STDERR_FILENO, message.data(), message.size());
+    const std::string_view reason = strerrordesc_np(errno);
+    for (const std::string_view part : {message, reason, std::string_view("\n")}) {
+        [[maybe_unused]] const auto written = write(STDERR_FILENO, part.data(), part.size());
+    }
     _exit(kCannotRun);
 }
 
@@ -78,7 +82,7 @@ pid_t ChildProcess::Start(const std::vector<std::string>& command, const Environ
     const std::vector<char*> argumentPointers = Pointers(arguments);
     const std::vector<char*> environmentPointers = Pointers(environment);
     const std::string message = std::string(program_invocation_short_name) +
-                                ": error: cannot run " + command.front() + "\n";
+                                ": error: cannot run " + command.front() + ": ";
     const pid_t parent = getpid();
 
     const std::lock_guard lock(mutex);

@@ -15,6 +15,7 @@ namespace simulator {
 
 namespace {
 
+constexpr const char* kJsonOption = "--json";
 constexpr unsigned kLargestNumber = 1000000000;
 constexpr unsigned kLargestParameterIndex = 65535;
 
@@ -55,6 +56,9 @@ Work Pass(CommandWords& words) {
 Work Part(CommandWords& words) {
     const std::string width = words.Take();
     const auto part = width == "none" ? std::nullopt : std::optional(ParseDecimal(width));
+    if (part && *part < 0) {
+        throw UsageError("invalid width '" + width + "': must not be negative");
+    }
     return [part](Station& station) { Gripper(station).SetPart(part); };
 }
 
@@ -151,7 +155,8 @@ Work Id(CommandWords& words) {
 }  // namespace
 
 struct CommandInterpreter::Command {
-    std::string_view usage;  ///< begins with the name
+    std::string_view usage;    ///< begins with the name
+    std::string_view purpose;  ///< up to 40 characters
     /// A handler, or a parser of the words after the master's number.
     std::variant<void (CommandInterpreter::*)(CommandWords&), Work (*)(CommandWords&)> handler;
 
@@ -161,30 +166,35 @@ struct CommandInterpreter::Command {
 const std::vector<CommandInterpreter::Command>& CommandInterpreter::Commands() {
     using Self = CommandInterpreter;
     static const std::vector<Command> kCommands{
-        {"plug N", &Self::HandlePlug},
-        {"unplug N", &Self::HandleUnplug},
-        {"hangup N", &Self::HandleHangUp},
-        {"event N ACTION", &Self::HandleEvent},
-        {"part N WIDTH|none", Part},
-        {"fault N fault|temp-fault|temp-warn|maintenance on|off", Fault},
-        {"mode N CODE", Mode},
-        {"silent N on|off", Pass<ParseOnOff, &SimulatedMaster::SetSilent>},
-        {"mute N on|off [KEY]", Mute},
-        {"delay N MS", Delay},
-        {"error N CODE|off [KEY]", Error},
-        {"send N TEXT", Send},
-        {"stall N on|off", Stall},
-        {"split N BYTES", SplitAnswers},
-        {"pdin N HZ", StreamRate},
-        {"query-end N fin|data", Pass<ParseQueryEnd, &SimulatedMaster::SetQueryEnd>},
-        {"report-pdout N on|off", Pass<ParseOnOff, &SimulatedMaster::SetReportProcessOutput>},
-        {"param N INDEX SUBINDEX [BYTE,BYTE...]", Parameter},
-        {"devinfo N NUMBER,NUMBER...", DeviceInfo},
-        {"id N TEXT", Id},
-        {"show N", &Self::HandleShow},
-        {"wait MS", &Self::HandleWait},
-        {"int", &Self::HandleInterrupt},
-        {"help", &Self::HandleHelp},
+        {"plug N", "plug master N in", &Self::HandlePlug},
+        {"unplug N", "unplug it", &Self::HandleUnplug},
+        {"hangup N", "end its tty without a udev event", &Self::HandleHangUp},
+        {"event N ACTION", "report a udev event, change nothing", &Self::HandleEvent},
+        {"part N WIDTH|none", "put a part of WIDTH mm in, or take it out", Part},
+        {"fault N fault|temp-fault|temp-warn|maintenance on|off",
+         "set or clear a flag of its gripper", Fault},
+        {"mode N CODE", "change its data-link mode", Mode},
+        {"silent N on|off", "send and execute nothing",
+         Pass<ParseOnOff, &SimulatedMaster::SetSilent>},
+        {"mute N on|off [KEY]", "ignore requests, or those with KEY", Mute},
+        {"delay N MS", "answer MS milliseconds later", Delay},
+        {"error N CODE|off [KEY]", "refuse requests, or those with KEY", Error},
+        {"send N TEXT", "send TEXT; escapes as \\n, \\x41", Send},
+        {"stall N on|off", "take no more bytes, so that writes block", Stall},
+        {"split N BYTES", "send answers in pieces of BYTES", SplitAnswers},
+        {"pdin N HZ", "send process data HZ times a second", StreamRate},
+        {"query-end N fin|data", "end answers to queries with FIN, or not",
+         Pass<ParseQueryEnd, &SimulatedMaster::SetQueryEnd>},
+        {"report-pdout N on|off", "answer a PDOUT with its value, or not",
+         Pass<ParseOnOff, &SimulatedMaster::SetReportProcessOutput>},
+        {"param N INDEX SUBINDEX [BYTE,BYTE...]", "set a parameter; bytes in hexadecimal",
+         Parameter},
+        {"devinfo N NUMBER,NUMBER...", "replace the device information", DeviceInfo},
+        {"id N TEXT", "replace its ID", Id},
+        {"show N [--json]", "print the state of master and gripper", &Self::HandleShow},
+        {"wait MS", "pause before the next line", &Self::HandleWait},
+        {"int", "send SIGINT to COMMAND, as Ctrl-C does", &Self::HandleInterrupt},
+        {"help", "print this list", &Self::HandleHelp},
     };
     return kCommands;
 }
@@ -223,8 +233,8 @@ std::chrono::milliseconds CommandInterpreter::Execute(const std::string& line) {
         if (!replied) {
             reply("ok " + line);
         }
-    } catch (const UsageError&) {
-        reply("usage: " + std::string(command->usage));
+    } catch (const UsageError& error) {
+        reply("usage: " + std::string(command->usage) + "; " + error.what());
     } catch (const std::exception& error) {
         reply("error: " + std::string(error.what()));
     }
@@ -275,10 +285,16 @@ void CommandInterpreter::HangUp(std::size_t number, bool reported) {
 
 void CommandInterpreter::HandleHelp(CommandWords& words) {
     words.End();
+    constexpr std::size_t kUsageWidth = 26;
     for (const Command& command : Commands()) {
-        reply("usage: " + std::string(command.usage));
+        std::string usage = "  " + std::string(command.usage);
+        if (usage.size() >= kUsageWidth) {
+            reply(usage);
+            usage.clear();
+        }
+        usage.resize(kUsageWidth, ' ');
+        reply(usage + std::string(command.purpose));
     }
-    replied = true;
 }
 
 void CommandInterpreter::HandlePlug(CommandWords& words) {
@@ -307,14 +323,27 @@ void CommandInterpreter::HandleEvent(CommandWords& words) {
 }
 
 void CommandInterpreter::HandleShow(CommandWords& words) {
-    const std::size_t number = TakeLastNumber(words);
-    std::string report;
-    cell.Call(number, [number, &report](Station& station) {
+    const std::string first = words.Take();
+    const std::string second = words.TakeIfAny().value_or("");
+    words.End();
+    const bool isJson = first == kJsonOption || second == kJsonOption;
+    if (!second.empty() && !isJson) {
+        throw UsageError("unexpected argument '" + second + "'");
+    }
+    CommandWords numberWord(first == kJsonOption ? second : first);
+    const std::size_t number = TakeLastNumber(numberWord);
+    cell.Call(number, [&](Station& station) {
         Gripper(station);
-        report = StateReport(number, Simulated(station), station.port.get());
+        const SimulatedMaster& master = Simulated(station);
+        if (isJson) {
+            reply("state " + StateReport(number, master, station.port.get()));
+            replied = true;
+            return;
+        }
+        for (const std::string& line : StateLines(number, master, station.port.get())) {
+            reply("  " + line);
+        }
     });
-    reply("state " + report);
-    replied = true;
 }
 
 void CommandInterpreter::HandleWait(CommandWords& words) {

@@ -74,9 +74,28 @@ double ParseSpeed(std::string_view text) {
     return speed;
 }
 
-void Parse(CLI::App& app, Arguments arguments) {
+/// What is wrong with the words that are no options, if there is no "--" before COMMAND.
+std::string ExplainWords(const CLI::App& app, Arguments arguments) {
+    const auto word = std::ranges::find_if(arguments, [&app](const std::string& each) {
+        const auto words = app.remaining();
+        return !each.starts_with('-') && std::ranges::find(words, each) != words.end();
+    });
+    if (word == arguments.end()) {
+        return "";
+    }
+    std::string line = "missing -- before COMMAND: pellix-sim";
+    for (auto each = arguments.begin(); each != arguments.end(); ++each) {
+        line += (each == word ? " -- " : " ") + *each;
+    }
+    return line;
+}
+
+void Parse(CLI::App& app, Arguments arguments, bool hasDashes) {
     try {
         app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
+    } catch (const CLI::ExtrasError& error) {
+        const std::string explanation = hasDashes ? "" : ExplainWords(app, arguments);
+        throw UsageError(explanation.empty() ? error.what() : explanation);
     } catch (const CLI::ParseError& error) {
         throw UsageError(error.what());
     }
@@ -158,7 +177,7 @@ Options ParseOptions(Arguments arguments) {
     Options options;
     CLI::App app;
     AddOptions(app, options);
-    Parse(app, {arguments.begin(), dashes});
+    Parse(app, {arguments.begin(), dashes}, dashes != arguments.end());
     if (options.help) {
         return options;
     }
@@ -179,7 +198,7 @@ TapOptions ParseTapOptions(Arguments arguments) {
     app.set_help_flag();
     app.add_flag("--help", options.help);
     app.add_option("TTY", options.ttyPaths);
-    Parse(app, {arguments.begin(), dashes});
+    Parse(app, {arguments.begin(), dashes}, true);
     if (options.help) {
         return options;
     }

@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdio>
 #include <fstream>
 #include <stdexcept>
+#include <system_error>
 #include <utility>
 
 #include "simulator/TextTools.h"
@@ -164,7 +166,7 @@ Recording ReadRecording(const std::string& path) {
         }
     }
     if (!file.eof()) {
-        throw std::runtime_error("cannot read " + path);
+        throw std::system_error(errno, std::generic_category(), "cannot read " + path);
     }
     return recording;
 }

@@ -5,6 +5,8 @@
 #include <nlohmann/json.hpp>
 #include <string_view>
 
+#include "simulator/TextTools.h"
+
 namespace simulator {
 
 namespace {
@@ -72,7 +74,52 @@ Json RequestLines(const SimulatedMaster& master) {
     return lines;
 }
 
+/// A number without a fraction that is zero, with its unit.
+std::string Millimetres(double number) {
+    return Number(number).dump() + " mm";
+}
+
+std::string FlagText(const SimulatedGripper& gripper) {
+    std::string text;
+    for (std::size_t flag = 0; flag < kGripperFlagNames.size(); ++flag) {
+        if (gripper.Flag(static_cast<GripperFlag>(flag))) {
+            text += (text.empty() ? "" : ", ") + std::string(kGripperFlagNames[flag]);
+        }
+    }
+    return text.empty() ? "none" : text;
+}
+
+std::string TtyText(const PtyPort* port) {
+    if (port == nullptr) {
+        return "none, the master is unplugged";
+    }
+    return port->NodePath() + (port->IsRaw() ? ", raw" : ", not raw") +
+           (port->IsStalled() ? ", stalled" : "");
+}
+
 }  // namespace
+
+std::vector<std::string> StateLines(std::size_t number, const SimulatedMaster& master,
+                                    const PtyPort* port) {
+    const SimulatedGripper& gripper = master.Gripper();
+    const auto part = gripper.Part();
+    const auto requests = master.RequestLines();
+    return {
+        "master    " + std::to_string(number) + ", ID " + Escape(master.Settings().id),
+        "tty       " + TtyText(port),
+        "mode      " + std::to_string(master.Mode()) + ", process data " +
+            std::to_string(master.Settings().streamRate) + " times a second",
+        "gripper   " + std::string(gripper.Model().name) + " at " +
+            Millimetres(gripper.Position()) + ", state " +
+            std::to_string(static_cast<unsigned>(gripper.State())) + ": " +
+            std::string(StateName(gripper.State())),
+        "part      " + (part ? Millimetres(*part) : "none"),
+        "flags     " + FlagText(gripper),
+        "requests  " + std::to_string(master.RequestCount()) +
+            (requests.empty() ? "" : ", the last: " + Escape(requests.back())),
+        "more      show " + std::to_string(number) + " --json",
+    };
+}
 
 std::string StateReport(std::size_t number, const SimulatedMaster& master, const PtyPort* port) {
     const SimulatedGripper& gripper = master.Gripper();

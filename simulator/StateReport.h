@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <string>
+#include <vector>
 
 #include "simulator/Pty.h"
 #include "simulator/SimulatedMaster.h"
@@ -11,5 +12,10 @@ namespace simulator {
 /// The state of a master and its gripper, as a JSON object on one line.
 /// @param port null while unplugged
 std::string StateReport(std::size_t number, const SimulatedMaster& master, const PtyPort* port);
+
+/// The most important of it in words, in lines of up to 66 characters unless a text from outside is
+/// longer.
+std::vector<std::string> StateLines(std::size_t number, const SimulatedMaster& master,
+                                    const PtyPort* port);
 
 }  // namespace simulator

@@ -1,8 +1,11 @@
 #include "simulator/TextTools.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
 #include <cmath>
+#include <fstream>
+#include <sstream>
 #include <system_error>
 #include <utility>
 
@@ -103,6 +106,18 @@ bool ParseChoice(std::string_view text, std::string_view first, std::string_view
                          " or " + std::string(second));
     }
     return text == first;
+}
+
+std::string ReadFile(const std::string& path) {
+    errno = 0;
+    std::ifstream file(path);
+    std::ostringstream text;
+    const bool isOpen = file.is_open();
+    text << file.rdbuf();  // fails for an empty file too, but without an error
+    if (!isOpen || errno != 0) {
+        throw std::system_error(errno, std::generic_category(), "cannot read " + path);
+    }
+    return text.str();
 }
 
 std::vector<std::string> Split(std::string_view text, char separator) {

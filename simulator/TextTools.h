@@ -42,6 +42,10 @@ inline bool ParseOnOff(std::string_view text) {
     return ParseChoice(text, "on", "off");
 }
 
+/// The contents of a file.
+/// @throws std::runtime_error with its name and the reason
+std::string ReadFile(const std::string& path);
+
 /// Splits `text` at every `separator`; an empty text has no parts.
 std::vector<std::string> Split(std::string_view text, char separator);
 

@@ -3,8 +3,6 @@
 #include <csignal>
 #include <exception>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <optional>
 #include <span>
@@ -90,14 +88,7 @@ private:
 };
 
 std::string ReadScript(const Options& options) {
-    if (!options.scriptPath) {
-        return {};
-    }
-    std::ifstream file(*options.scriptPath);
-    if (!file) {
-        throw UsageError("cannot read " + *options.scriptPath);
-    }
-    return {std::istreambuf_iterator<char>(file), {}};
+    return options.scriptPath ? ReadFile(*options.scriptPath) : "";
 }
 
 /// Prints the result of each replay. @return false if there was a deviation

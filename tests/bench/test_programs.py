@@ -41,7 +41,7 @@ class BenchCellTest(unittest.TestCase):
     def test_a_command_that_cannot_run(self):
         with Cell("/nonexistent") as cell:
             self.assertEqual(cell.process.wait(PATIENCE), 127)
-            self.assertTrue(cell.errors.wait_for("^bench-cell: error: cannot run /nonexistent$"))
+            self.assertTrue(cell.errors.wait_for("^bench-cell: error: cannot run /nonexistent: No such file"))
 
     def test_passes_signals_on(self):
         for number in (signal.SIGINT, signal.SIGTERM):

@@ -267,7 +267,8 @@ class BrokenFileTest(RecordingTestCase):
     def test_a_file_that_is_not_there(self):
         run = self.run_simulator("--replay", "/nowhere/a.rec")
         self.assertEqual((run.returncode, run.stderr),
-                         (1, "pellix-sim: error: cannot read /nowhere/a.rec\n"))
+                         (1, "pellix-sim: error: cannot read /nowhere/a.rec: "
+                             "No such file or directory\n"))
 
     def test_a_recording_is_not_overwritten(self):
         path = self.folder / "a.rec"

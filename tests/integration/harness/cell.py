@@ -146,7 +146,7 @@ class Cell:
 
     def show(self, number):
         """What master `number` and its gripper are doing."""
-        return json.loads(self._ask(f"show {number}").removeprefix("pellix-sim: state "))
+        return json.loads(self._ask(f"show {number} --json").removeprefix("pellix-sim: state "))
 
     def master_sends(self, number, text):
         """Has master `number` send a line; returns when the daemon has handled it.

@@ -97,7 +97,7 @@ protected:
     }
 
     bool Shows(const std::string& part) {
-        return Execute("show 0").find(part) != std::string::npos;
+        return Execute("show 0 --json").find(part) != std::string::npos;
     }
 
     Testbed testbed;
@@ -128,28 +128,36 @@ TEST_F(CommandInterpreterTest, PointsToHelpForAnUnknownCommand) {
 
 TEST_F(CommandInterpreterTest, HelpPrintsEveryUsage) {
     Execute("help");
-    EXPECT_GE(replies.size(), 24U);
-    EXPECT_EQ(replies.front(), "usage: plug N");
+    EXPECT_GE(replies.size(), 25U);
+    EXPECT_EQ(replies.front(), "  plug N                  plug master N in");
+    EXPECT_EQ(replies.back(), "ok help");
+    for (const std::string& line : replies) {
+        EXPECT_LE(line.size(), 68U) << line;  // 80 with the program's name
+    }
 }
 
 TEST_F(CommandInterpreterTest, PrintsTheUsageForInvalidArguments) {
     const std::vector<std::pair<std::string, std::string>> invalid{
-        {"plug", "usage: plug N"},
-        {"plug x", "usage: plug N"},
-        {"plug 0 0", "usage: plug N"},
-        {"part 0", "usage: part N WIDTH|none"},
-        {"part 0 wide", "usage: part N WIDTH|none"},
-        {"fault 0 smoke on", "usage: fault N fault|temp-fault|temp-warn|maintenance on|off"},
-        {"mode 0 256", "usage: mode N CODE"},
-        {"silent 0 yes", "usage: silent N on|off"},
-        {"delay 0 -1", "usage: delay N MS"},
-        {"send 0 \\q", "usage: send N TEXT"},
-        {"query-end 0 ack", "usage: query-end N fin|data"},
-        {"param 0 1", "usage: param N INDEX SUBINDEX [BYTE,BYTE...]"},
-        {"param 0 1 0 1ff", "usage: param N INDEX SUBINDEX [BYTE,BYTE...]"},
-        {"devinfo 0 [1]", "usage: devinfo N NUMBER,NUMBER..."},
-        {"wait", "usage: wait MS"},
-        {"int now", "usage: int"},
+        {"plug", "usage: plug N; missing argument"},
+        {"plug x", "usage: plug N; invalid number 'x'"},
+        {"plug 0 0", "usage: plug N; unexpected argument '0'"},
+        {"part 0", "usage: part N WIDTH|none; missing argument"},
+        {"part 0 wide", "usage: part N WIDTH|none; invalid number 'wide'"},
+        {"part 0 -3", "usage: part N WIDTH|none; invalid width '-3': must not be negative"},
+        {"fault 0 smoke on",
+         "usage: fault N fault|temp-fault|temp-warn|maintenance on|off; unknown flag 'smoke'"},
+        {"mode 0 256", "usage: mode N CODE; invalid number '256': the maximum is 255"},
+        {"silent 0 yes", "usage: silent N on|off; invalid value 'yes': expected on or off"},
+        {"delay 0 -1", "usage: delay N MS; invalid number '-1'"},
+        {"send 0 \\q", "usage: send N TEXT; unknown escape '\\q'"},
+        {"query-end 0 ack",
+         "usage: query-end N fin|data; invalid value 'ack': expected fin or data"},
+        {"param 0 1", "usage: param N INDEX SUBINDEX [BYTE,BYTE...]; missing argument"},
+        {"param 0 1 0 1ff", "usage: param N INDEX SUBINDEX [BYTE,BYTE...]; invalid number '1ff'"},
+        {"devinfo 0 [1]", "usage: devinfo N NUMBER,NUMBER...; invalid numbers '[1]'"},
+        {"wait", "usage: wait MS; missing argument"},
+        {"int now", "usage: int; unexpected argument 'now'"},
+        {"show 0 all", "usage: show N [--json]; unexpected argument 'all'"},
     };
     for (const auto& [line, usage] : invalid) {
         EXPECT_EQ(Execute(line), usage) << line;
@@ -300,10 +308,18 @@ TEST_F(CommandInterpreterTest, StallBlocksWrites) {
     EXPECT_EQ(poll(&entry, 1, 0), 1);
 }
 
-TEST_F(CommandInterpreterTest, ShowPrintsTheStateOnOneLine) {
-    const std::string reply = Execute("show 1");
-    EXPECT_TRUE(reply.starts_with(R"(state {"master":1,"model":"MZD-S",)")) << reply;
-    EXPECT_EQ(replies.size(), 1U);
+TEST_F(CommandInterpreterTest, ShowPrintsTheStateOnOneLineOfJson) {
+    for (const char* const line : {"show 1 --json", "show --json 1"}) {
+        const std::string reply = Execute(line);
+        EXPECT_TRUE(reply.starts_with(R"(state {"master":1,"model":"MZD-S",)")) << reply;
+        EXPECT_EQ(replies.size(), 1U);
+    }
+}
+
+TEST_F(CommandInterpreterTest, ShowPrintsTheStateInWords) {
+    Execute("show 1");
+    EXPECT_EQ(replies.front(), "  master    1, ID PELLIX");
+    EXPECT_EQ(replies.back(), "ok show 1");
 }
 
 TEST_F(CommandInterpreterTest, WaitReturnsAPause) {

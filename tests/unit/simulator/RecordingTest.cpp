@@ -173,12 +173,13 @@ TEST_F(RecordingTest, RejectsInvalidFilesWithLineAndReason) {
 }
 
 TEST_F(RecordingTest, NamesAnUnreadableFile) {
-    for (const std::string& name : {folder, folder + "/none"}) {
+    for (const auto& [name, reason] :
+         {std::pair(folder, "Is a directory"), {folder + "/none", "No such file or directory"}}) {
         try {
             ReadRecording(name);
             ADD_FAILURE() << name;
         } catch (const std::runtime_error& error) {
-            EXPECT_EQ(error.what(), "cannot read " + name);
+            EXPECT_EQ(error.what(), "cannot read " + name + ": " + reason);
         }
     }
 }

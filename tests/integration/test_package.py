@@ -224,20 +224,21 @@ class CellTest(MachineTestCase):
     def test_the_gripper_is_completed_where_one_is_named(self):
         wait_until(lambda: GRIPPER in self.machine.output(LIST))
         serial = {"100001"}
+        names = {"HVA\\ SN:100001", "HVA", "100001"}
         for words, expected in (
                 ("grip 10", serial),
                 ("grip SN:10", serial),
-                ("release --port=44222 --wait --within 3 ", serial),
+                ("release --port=44222 --wait --within 3 ", names),
                 ("release hva ", set()),
-                ("holdfast on ", serial),
-                ("get force ", serial),
+                ("holdfast on ", names),
+                ("get force ", names),
                 ("set force ", set()),
                 ("set force 60 --set ", set()),
-                ("set force -s 1 60 ", serial),
+                ("set force -s 1 60 ", names),
                 ("set no-part-limit ", set()),
-                ("set no-part-limit -2.5 ", serial),
-                ("set reference-direction on ", serial),
-                ("call SetForce ", serial),
+                ("set no-part-limit -2.5 ", names),
+                ("set reference-direction on ", names),
+                ("call SetForce ", names),
                 ("call SetForce 100001 ", set()),
                 ("call SetForce 100001 0 ", set()),
                 ("call GetGrippers ", set())):

@@ -86,13 +86,13 @@ def simulated_device(attributes, properties=()):
 def completions(machine, words):
     """What bash makes of the words of a command line, of which the last is unfinished."""
     quoted = " ".join(f"'{word}'" for word in words)
-    return set(machine.run(f"""bash -c '
+    return set(filter(None, machine.run(f"""bash -c '
         source /usr/share/bash-completion/bash_completion
         _completion_loader {words[0]}
         COMP_WORDS=({quoted}) COMP_CWORD={len(words) - 1}
         COMP_LINE="{" ".join(words)}" COMP_POINT=${{#COMP_LINE}}
         "_{words[0].replace("-", "_")}" {words[0]} 2>/dev/null  # it is called by no shell
-        printf "%s\\n" "${{COMPREPLY[@]}}"'""").split())
+        printf "%s\\n" "${{COMPREPLY[@]}}"'""").splitlines()))
 
 
 class MachineTestCase(unittest.TestCase):

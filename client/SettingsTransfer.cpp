@@ -185,7 +185,8 @@ void SettingsTransfer::WriteValue(Step& step) const {
     } else {
         const bool isSent = ExitStatusFor(step.status) == ExitStatus::NoAnswer;
         step.result = isSent ? Result::Unknown : Result::NotWritten;
-        throw Failure(ExitStatusFor(step.status), gripper.StatusText(step.status));
+        throw Failure(ExitStatusFor(step.status),
+                      gripper.StatusText(step.status, std::string(place.setting->setter)));
     }
 }
 

@@ -106,6 +106,82 @@ Example:
 What can go wrong:
   The gripper reports another value: it refused the new one.
   Status 3: the model does not have this setting.)"},
+        {"settings", R"(
+Handles all settings of a gripper as one: parameter sets, overrides, reference
+direction, LEDs. The file is JSON, sorted, and suits version control.
+
+Example:
+  tavrikctl settings save hva.json 'HVA SN:100001'
+
+What can go wrong:
+  See the help of each command, such as 'tavrikctl settings restore --help'.)"},
+        {"settings show", R"(
+Prints all settings of a gripper: limits in the unit of its positions, forces
+and overrides in that of its manual. Reads for about a second.
+
+Example:
+  tavrikctl settings show 'HVA SN:100001'
+
+What can go wrong:
+  The gripper moves, or another program changes it: stop that program first.)"},
+        {"settings save", R"(
+Reads all settings of a gripper and writes them to FILE, with its model and
+name. Units are those of the gripper. Replaces the file of another gripper only
+after a question.
+
+Example:
+  tavrikctl settings save hva.json 'HVA SN:100001'
+
+What can go wrong:
+  The gripper moves, or another program changes it: stop that program first.)"},
+        {"settings diff", R"(
+Prints the settings of a gripper that differ from those in FILE, in the units of
+the gripper. Ends with status 1 if there are any.
+
+Example:
+  tavrikctl settings diff hva.json 'HVA SN:100001'
+
+What can go wrong:
+  Status 3: the file is that of another model.)"},
+        {"settings restore", R"(
+Prints what will change, asks, writes the settings in FILE to the gripper and
+reads them back. The next power-up undoes it, unless --store is given. Units are
+those of the gripper.
+
+Example:
+  tavrikctl settings restore hva.json --store 'HVA SN:100007'
+
+What can go wrong:
+  Status 3: the file is that of another model.
+  The gripper refuses a value: it is listed.
+  The connection breaks: repeat the command to finish.)"},
+        {"cell", R"(
+Saves which grippers a cell has, for 'list --cell' and 'doctor --cell'.
+
+Example:
+  tavrikctl cell save cell.json
+
+What can go wrong:
+  See 'tavrikctl cell save --help'.)"},
+        {"cell save", R"(
+Writes the names of all grippers to FILE. Reads nothing from the grippers.
+
+Example:
+  tavrikctl cell save cell.json
+
+What can go wrong:
+  A gripper that is in the file is missing: plug it in, or add --yes.)"},
+        {"log", R"(
+Shows the daemon's log: each line with its master and gripper, each call as one
+line with its duration in s or ms, trouble marked by "!", and a summary. Reads
+the journal of the service, FILE, or "-" for standard input.
+
+Example:
+  tavrikctl log --since 10min 'HVA SN:100001'
+
+What can go wrong:
+  The journal is empty: run it as root, or name the file.
+  "?": the log does not tell which gripper or call it is.)"},
         {"watch", R"(
 Shows position, state, flags and age of the values 20 times a second: of all
 grippers, a row each, or of one in full. Without a terminal it prints a row for

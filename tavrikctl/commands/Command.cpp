@@ -42,11 +42,7 @@ void Command::AddJson() {
 std::string CommandText(const std::string& command, const Gripper& gripper,
                         const Endpoint& endpoint) {
     const Endpoint usual;
-    std::string text = "tavrikctl " + command + " '";
-    for (const char letter : gripper.Name()) {
-        text += letter == '\'' ? "'\\''" : std::string(1, letter);
-    }
-    text += "'";
+    std::string text = "tavrikctl " + command + " " + ShellWord(gripper.Name());
     if (endpoint.host != usual.host) {
         text += " --host " + endpoint.host;
     }

@@ -316,8 +316,8 @@ private:
         }
         const int status = gripper.Command("StoreRemanent", {});
         if (status != 0) {
-            throw Failure(ExitStatusFor(status),
-                          result + ", but not stored: " + gripper.StatusText(status));
+            throw Failure(ExitStatusFor(status), result + ", but not stored: " +
+                                                     gripper.StatusText(status, "StoreRemanent"));
         }
         printer.Line(gripper.Name() + ": " + result + ", stored");
     }

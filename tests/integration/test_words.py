@@ -20,7 +20,13 @@ class HelpTest(CtlTestCase):
             assert ctl.run(command, HVA, "--wait").returncode == 0
 
     def commands(self):
-        listed = re.search(r"(?ms)^Subcommands:\n(.*?)\n\n", self.ctl("--help"))[1]
+        """All commands, also those of a command, such as "cell save"."""
+        names = self.parts_of()
+        return [*names, *(f"{name} {part}" for name in ("settings", "cell")
+                          for part in self.parts_of(name))]
+
+    def parts_of(self, *command):
+        listed = re.search(r"(?ms)^Subcommands:\n(.*?)\n\n", self.ctl(*command, "--help"))[1]
         return re.findall(r"(?m)^  ([a-z]+) ", listed)
 
     def test_every_command_explains_itself(self):
@@ -28,7 +34,7 @@ class HelpTest(CtlTestCase):
         self.assertGreater(len(self.commands()), 10)
         for command in self.commands():
             with self.subTest(command=command):
-                text = self.ctl(command, "--help")
+                text = self.ctl(*command.split(), "--help")
                 self.assertRegex(text, r"(?s)\n\n[A-Z].*\.\n\n"
                                        rf"Example:\n  [^\n]*\btavrikctl {command}\b[^\n]*\n\n"
                                        r"What can go wrong:\n  \S")
@@ -44,7 +50,8 @@ class HelpTest(CtlTestCase):
         """Those for this cell; others name another host or run until q is pressed."""
         ran = set()
         for command in self.commands():
-            example = re.search(r"(?m)^Example:\n  (.*)$", self.ctl(command, "--help"))[1]
+            example = re.search(r"(?m)^Example:\n  (.*)$",
+                                self.ctl(*command.split(), "--help"))[1]
             if re.match(r"tavrikctl (grip|release|home|disable|holdfast|store|get|set|call) ",
                         example):
                 result = ctl.shell(example + "; echo status $?")

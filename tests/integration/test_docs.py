@@ -291,7 +291,7 @@ class ShellCommandsTest(CellTestCase):
     )
     STOP = 'kill -INT "$(pidof TavrikDaemon)"'
     RUN_BY_CI = ("scripts/test", "scripts/demo --tour", "scripts/test asan", "scripts/test tsan",
-                 "scripts/coverage dev", "scripts/memcheck", "scripts/lint", "scripts/fuzz 30",
+                 "scripts/coverage", "scripts/memcheck", "scripts/lint", "scripts/fuzz 30",
                  "scripts/bench --quick", "scripts/soak 2", "scripts/package",
                  "scripts/test-package")
     RUN_NOWHERE = {

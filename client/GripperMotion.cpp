@@ -131,7 +131,7 @@ MotionObstacle GripperMotion::FindObstacle(const MotionJudge& judge, MotionEnd e
         return MotionObstacle::SameState;
     }
     const bool isKnown = state <= GripperState::Referenced;
-    return judge.HasChanged() && isKnown ? MotionObstacle::OtherRequest : MotionObstacle::None;
+    return judge.HasDiffered() && isKnown ? MotionObstacle::OtherRequest : MotionObstacle::None;
 }
 
 bool GripperMotion::IsOverrideZero() const {

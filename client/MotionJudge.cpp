@@ -51,6 +51,7 @@ MotionJudge::Progress MotionJudge::Add(const ProcessData& data, TimePoint now) {
     wasLost = wasLost || (last.certain && !data.certain);
     last = data;
     differed = differed || HasChanged();
+    moved = moved || HasMoved();
     began = began || data.State() == StateDuring(kind);
     const bool isAtRest = rest.IsAtRest(data.position, data.state, now);
     if (now - start >= kOldData && !IsUncertain() && IsReported()) {
@@ -74,7 +75,7 @@ MotionEnd MotionJudge::End() const {
     if (goal && (differed || goal == MotionEnd::SwitchedOff)) {
         return *goal;
     }
-    return HasMoved() ? MotionEnd::Stopped : MotionEnd::DidNotMove;
+    return moved ? MotionEnd::Stopped : MotionEnd::DidNotMove;
 }
 
 MotionEnd MotionJudge::EndAtLimit() const {

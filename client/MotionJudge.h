@@ -42,7 +42,7 @@ enum class MotionEnd {
     Released,     ///< has reached the release limit
     Referenced,   ///< the reference run is done
     SwitchedOff,  ///< the drive is off
-    DidNotMove,   ///< the position has not changed, nor has the state to one of the above
+    DidNotMove,   ///< no motion was seen, nor has the state changed to one of the above
     Stopped,      ///< at rest after a motion, but not in one of the above states
     Faulty,       ///< at rest with a fault
     Moving,       ///< still moving at the time limit
@@ -81,6 +81,9 @@ public:
     /// Whether the position or the state is not that before the request.
     bool HasChanged() const;
 
+    /// Whether they were not those before the request at any time.
+    bool HasDiffered() const { return differed; }
+
     /// Whether the state is that at the end of such a motion.
     bool IsAtGoal() const { return Goal().has_value(); }
 
@@ -98,6 +101,7 @@ private:
     TimePoint start;
     RestDetector rest;
     bool differed = false;  // from the process data before, at any time
+    bool moved = false;     // the position was another one, at any time
     bool began = false;     // the gripper has reported the motion itself
     bool wasLost = false;   // process data have disappeared
 };

@@ -387,6 +387,12 @@ class InterruptionTest(WaitTestCase):
         self.call("Disable", self.NAME)
         self.expect_end(process, DID_NOT_MOVE, "(state 0): another request came between")
 
+    def test_another_client_that_undoes_the_motion(self):
+        process = self.moving()
+        self.call("Grip", self.NAME, 0)
+        self.expect_end(process, DID_NOT_MOVE, "stopped on the way at 2.00 (state 7): another "
+                        "request came between")
+
     def test_json_of_a_motion_that_goes_on(self):
         result = self.run_json(NOT_AT_REST, "release", "--within", 0.3)
         self.assertEqual((result["result"], result["state"]), ("moving", 3))

@@ -159,6 +159,16 @@ TEST_F(MotionJudgeTest, AnotherStateAfterTheMotionIsAStop) {
     EXPECT_EQ(judge.End(), MotionEnd::Stopped);
 }
 
+TEST_F(MotionJudgeTest, AMotionThatWasUndoneIsAStop) {
+    MotionJudge judge = Judge(MotionKind::Grip, At(28, State::Released));
+    Add(judge, At(16, State::Gripping), 100);
+    Add(judge, At(17, State::Releasing), 200);
+    EXPECT_EQ(Add(judge, At(28, State::Released), 300), Progress::Reported);
+    EXPECT_EQ(judge.End(), MotionEnd::Stopped);
+    EXPECT_TRUE(judge.HasDiffered());
+    EXPECT_FALSE(judge.HasChanged());
+}
+
 TEST_F(MotionJudgeTest, AMotionStateThatStandsStillDidNotMoveOrStopped) {
     ExpectStill(Judge(MotionKind::Grip, At(28, State::Released)), At(28, State::Gripping),
                 MotionEnd::DidNotMove);

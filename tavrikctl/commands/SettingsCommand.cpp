@@ -11,6 +11,7 @@
 #include "client/Printable.h"
 #include "client/SettingsTransfer.h"
 #include "tavrikctl/Consent.h"
+#include "tavrikctl/Interruption.h"
 #include "tavrikctl/ProgressLine.h"
 #include "tavrikctl/commands/Command.h"
 
@@ -247,13 +248,23 @@ private:
     void Write(SettingsTransfer& transfer, const GripperSettings& found,
                const GripperSettings& wanted, Printer& printer) const {
         GripperSettings after;
+        const Interruption interruption;
+        const auto withLine = [&](ProgressLine& line) {
+            return [&](double part) {
+                line(part);
+                if (interruption.Token().stop_requested()) {
+                    throw Failure(ExitStatus::Interrupted,
+                                  Printable(found.gripper) + ": interrupted");
+                }
+            };
+        };
         try {
             {
                 ProgressLine line("Writing");
-                transfer.Write(found, Differences(found, wanted), std::ref(line));
+                transfer.Write(found, Differences(found, wanted), withLine(line));
             }
             ProgressLine line("Reading");
-            after = transfer.ReadBack(wanted, std::ref(line));
+            after = transfer.ReadBack(wanted, withLine(line));
         } catch (const Failure&) {
             PrintSteps(transfer.Steps(), wanted, wanted, printer);
             printer.Line("To finish, repeat the command: it writes what still differs.");

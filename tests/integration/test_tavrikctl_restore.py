@@ -2,6 +2,7 @@
 
 import json
 import re
+import signal
 
 from .harness import ctl
 from .harness.cell import wait_until
@@ -195,6 +196,21 @@ class FailureTest(SettingsTestCase):
         result, writes = self.writes_during("settings", "restore", self.file, HVA, "--yes")
         self.assertEqual((result.returncode, writes),
                          (0, ["PARAM[97][1]", "PARAM[97][2]"]))
+        self.put_back()
+
+    def test_ctrl_c_lists_what_was_written(self):
+        process = self.restoring(force=75, no_part_limit=4.0, release_limit=20.0)
+        with self.condition("delay 0 300", "delay 0 0"):
+            process.type("y\n")
+            wait_until(lambda: self.parameters(0)["97/3"] == [75])
+            process.process.send_signal(signal.SIGINT)
+            status, lines = process.wait_for_end()
+        rows = [" ".join(line.split()) for line in lines]
+        self.assertEqual(status, -signal.SIGINT, lines)
+        self.assertIn("force of set 1 75 written", rows)
+        self.assertIn("release-limit of set 1 20.00 not written", rows)
+        self.assertIn("To finish, repeat the command: it writes what still differs.", rows)
+        self.ctl("settings", "restore", self.file, HVA, "--yes")
         self.put_back()
 
     @staticmethod

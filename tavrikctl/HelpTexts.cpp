@@ -31,11 +31,11 @@ Example:
 What can go wrong:
   Nothing moves: a reference run is missing (tavrikctl home), override-grip is
   0, or the gripper does not have this parameter set.
-  It grips, but state and position tell that there is no part.
+  The fingers close, but state and position show that there is no part.
   Status 21: the gripper is starting, or its cable is unplugged.)"},
         {"release", R"(
-Opens the fingers up to the release limit of the parameter set. A part that is
-held falls. The fingers move at once.
+Opens the fingers up to the release limit of the parameter set. A held part
+falls. The fingers move at once.
 
 Example:
   tavrikctl release 'HVA SN:100001' --set 1 --wait
@@ -55,7 +55,7 @@ Example:
 What can go wrong:
   Status 3: this model has no reference run.
   A second run does nothing: send a grip, a release or a disable before it.
-  A part in the way makes the run fail.)"},
+  The run fails if a part is in the way.)"},
         {"disable", R"(
 Switches the drive off: the fingers stop, and a part may fall unless holdfast
 is on.
@@ -74,7 +74,7 @@ Example:
   tavrikctl holdfast on 'MZD-S SN:100002'
 
 What can go wrong:
-  Status 3: only MZD models have it.)"},
+  Status 3: only MZD models support it.)"},
         {"store", R"(
 Saves all settings in the gripper's permanent memory; otherwise they are lost
 when its power fails.
@@ -107,8 +107,9 @@ What can go wrong:
   The gripper reports another value: it refused the new one.
   Status 3: the model does not have this setting.)"},
         {"settings", R"(
-Handles all settings of a gripper as one: parameter sets, overrides, reference
-direction, LEDs. The file is JSON, sorted, and suits version control.
+Shows, saves, compares or restores all settings of a gripper: parameter sets,
+overrides, reference direction, LEDs. The file is JSON, sorted, and suits
+version control.
 
 Example:
   tavrikctl settings save hva.json 'HVA SN:100001'
@@ -126,14 +127,15 @@ What can go wrong:
   The gripper moves, or another program changes it: stop that program first.)"},
         {"settings save", R"(
 Reads all settings of a gripper and writes them to FILE, with its model and
-name. Units are those of the gripper. Replaces the file of another gripper only
-after a question.
+name. Units are those of the gripper. Replaces a file of another gripper only
+with --yes.
 
 Example:
   tavrikctl settings save hva.json 'HVA SN:100001'
 
 What can go wrong:
-  The gripper moves, or another program changes it: stop that program first.)"},
+  The gripper moves, or another program changes it: stop that program first.
+  The master refuses to send a value: the file has 0 or the previous value.)"},
         {"settings diff", R"(
 Prints the settings of a gripper that differ from those in FILE, in the units of
 the gripper. Ends with status 1 if there are any.
@@ -142,7 +144,7 @@ Example:
   tavrikctl settings diff hva.json 'HVA SN:100001'
 
 What can go wrong:
-  Status 3: the file is that of another model.)"},
+  Status 3: the file is from another model.)"},
         {"settings restore", R"(
 Prints what will change, asks, writes the settings in FILE to the gripper and
 reads them back. The next power-up undoes it, unless --store is given. Units are
@@ -152,8 +154,8 @@ Example:
   tavrikctl settings restore hva.json --store 'HVA SN:100007'
 
 What can go wrong:
-  Status 3: the file is that of another model.
-  The gripper refuses a value: it is listed.
+  Status 3: the file is from another model.
+  The gripper refuses a value: the value is listed, and nothing is stored.
   The connection breaks: repeat the command to finish.)"},
         {"cell", R"(
 Saves which grippers a cell has, for 'list --cell' and 'doctor --cell'.
@@ -181,7 +183,7 @@ Example:
 
 What can go wrong:
   The journal is empty: run it as root, or name the file.
-  "?": the log does not tell which gripper or call it is.)"},
+  "?": the log does not show which gripper or call the line belongs to.)"},
         {"watch", R"(
 Shows position, state, flags and age of the values 20 times a second: of all
 grippers, a row each, or of one in full. Without a terminal it prints a row for

@@ -103,7 +103,7 @@ std::vector<std::string> StateLines(std::size_t number, const SimulatedMaster& m
                                     const PtyPort* port) {
     const SimulatedGripper& gripper = master.Gripper();
     const auto part = gripper.Part();
-    const auto requests = master.RequestLines();
+    const auto& requests = master.RequestLines();
     return {
         "master    " + std::to_string(number) + ", ID " + Escape(master.Settings().id),
         "tty       " + TtyText(port),

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <functional>
 
 #include "client/Printable.h"
 #include "client/Values.h"
@@ -24,7 +25,7 @@ std::vector<Cell> Choose(std::vector<Cell> lines, std::size_t height) {
     if (lines.size() <= height || height == 0) {
         return lines;
     }
-    std::ranges::stable_partition(lines, &Cell::alarming);
+    std::stable_partition(lines.begin(), lines.end(), std::mem_fn(&Cell::alarming));
     const std::size_t hidden = lines.size() - (height - 1);
     lines.resize(height - 1);
     lines.push_back({std::to_string(hidden) + " more"});

@@ -40,7 +40,7 @@ private:
     std::vector<Cell> Surround(const std::vector<Cell>& rows, const std::string& titles,
                                std::size_t width, std::size_t height) const;
 
-    /// Why there are no data, a text for each reason.
+    /// Each distinct reason why there is no data, once.
     std::vector<std::string> Reasons() const;
 
     const std::string server;

@@ -16,7 +16,7 @@ import xmlrpc.server
 from .harness import ctl, own_network
 from .harness.cell import PATIENCE, PORTS, SLOWNESS, wait_until
 from .harness.cell_test_case import main
-from .harness.doctor_test_case import BAD_ANSWER, DONE, HVA, NO_DAEMON, TTY, DoctorTestCase
+from .harness.doctor_test_case import BAD_ANSWER, DONE, HVA, NO_DAEMON, TTY, NoDaemonTestCase
 
 
 def leave_nothing(connection):
@@ -35,22 +35,7 @@ class ForeignServer(xmlrpc.server.SimpleXMLRPCServer):
         self.close_request(request)
 
 
-class NoDaemonTest(DoctorTestCase):
-    """A cell that runs another program instead of the daemon."""
-
-    @classmethod
-    def start_cell(cls, *options, **settings):
-        return super().start_cell(*options, command=["sleep", "infinity"], **settings)
-
-    @classmethod
-    def prepare(cls):
-        cls.world()
-
-    @classmethod
-    def stop_cell(cls, cell):
-        cell.process.terminate()
-        cell.wait_for_end()
-
+class NoDaemonTest(NoDaemonTestCase):
     def test_nothing_runs(self):
         self.expect(NO_DAEMON, "wrong", "service", "TavrikDaemon is not running")
         for port in PORTS:

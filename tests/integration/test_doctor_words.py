@@ -12,7 +12,8 @@ import tempfile
 from .harness import ctl
 from .harness.cell import PORTS, wait_until
 from .harness.cell_test_case import main
-from .harness.doctor_test_case import DONE, HVA, NO_DAEMON, NO_GRIPPER, DoctorTestCase
+from .harness.doctor_test_case import (DONE, HVA, NO_DAEMON, NO_GRIPPER, DoctorTestCase,
+                                       NoDaemonTestCase)
 
 
 class WordsTestCase(DoctorTestCase):
@@ -112,23 +113,10 @@ class NoGripperTest(WordsTestCase):
         self.assertIn("fix the problems above", self.run_doctor().stdout)
 
 
-class ElsewhereTest(WordsTestCase):
+class ElsewhereTest(NoDaemonTestCase, WordsTestCase):
     """No daemon in this network, but in another."""
 
     options = ()
-
-    @classmethod
-    def start_cell(cls, *options, **settings):
-        return super().start_cell(*options, command=["sleep", "infinity"], **settings)
-
-    @classmethod
-    def prepare(cls):
-        cls.world()
-
-    @classmethod
-    def stop_cell(cls, cell):
-        cell.process.terminate()
-        cell.wait_for_end()
 
     def test_a_daemon_in_another_network_namespace_is_named(self):
         with tempfile.TemporaryDirectory() as folder:

@@ -130,3 +130,20 @@ class DoctorTestCase(CellTestCase):
         self.assertTrue(any(finding["mark"] == mark and finding["what"] == what
                             and text in finding["finding"] for finding in findings),
                         json.dumps(findings, indent=1))
+
+
+class NoDaemonTestCase(DoctorTestCase):
+    """A cell that runs another program instead of the daemon."""
+
+    @classmethod
+    def start_cell(cls, *options, **settings):
+        return super().start_cell(*options, command=["sleep", "infinity"], **settings)
+
+    @classmethod
+    def prepare(cls):
+        cls.world()
+
+    @classmethod
+    def stop_cell(cls, cell):
+        cell.process.terminate()
+        cell.wait_for_end()

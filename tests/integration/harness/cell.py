@@ -64,7 +64,9 @@ class Output:
             return len(self.lines)
 
     def since(self, mark):
+        """All lines written so far from a mark on."""
         with self.arrived:
+            self._read_what_is_there()
             return self.lines[mark:]
 
     def forget_all_but(self, count):

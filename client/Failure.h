@@ -24,7 +24,7 @@ enum class ExitStatus {
     NotHeld = 13,        ///< --hold-for: no part was held so long
     NotAsExpected = 14,  ///< the grippers are not those of the cell, or something is wrong
     NoProcessData = 21,  ///< the data link to the gripper is not in mode operate
-    Interrupted = 130,   ///< by a signal, such as that of Ctrl-C
+    Interrupted = 130,   ///< by a signal; the program ends by the same one
 };
 
 /// An error that ends the program: the text, one line, goes to standard error.

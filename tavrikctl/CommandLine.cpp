@@ -36,7 +36,7 @@ constexpr const char* kExitStatuses =
   14   --cell, --strict: a gripper is missing, new or exchanged, or something
        is wrong
   21   no process data: the gripper may be starting
-  130  --wait: interrupted, such as by Ctrl-C)";
+  130  interrupted by Ctrl-C; 143 by SIGTERM, 129 by SIGHUP)";
 
 /// The words "help" and "version" in the place of a command stand for the options of these names.
 std::vector<std::string> WithoutWords(std::vector<std::string> arguments) {

@@ -3,6 +3,7 @@
 #include <pthread.h>
 
 #include <array>
+#include <atomic>
 
 namespace tavrik {
 
@@ -10,6 +11,8 @@ namespace {
 
 constexpr std::array kInterrupting{SIGINT, SIGTERM, SIGHUP};
 constexpr int kWakeUp = SIGUSR1;  // for the thread that waits for signals
+
+std::atomic<int> lastSignal{SIGINT};  // that has interrupted the program
 
 bool IsIgnored(int number) {
     struct sigaction action {};
@@ -50,6 +53,7 @@ Interruption::~Interruption() {
 void Interruption::AwaitSignals() {
     int number = 0;
     while (sigwait(&signals, &number) == 0 && number != kWakeUp) {
+        lastSignal = number;
         if (!stop.request_stop()) {  // the second one
             EndBy(number);
         }
@@ -57,7 +61,7 @@ void Interruption::AwaitSignals() {
 }
 
 void EndInterrupted() {
-    EndBy(SIGINT);
+    EndBy(lastSignal);
 }
 
 }  // namespace tavrik

@@ -27,7 +27,8 @@ private:
     std::thread waiter;
 };
 
-/// Ends the program as SIGINT does, so that a shell script that runs it ends, too.
+/// Ends the program as the signal does that has interrupted it: the shell then reports 128 and its
+/// number, and a script ends with Ctrl-C.
 void EndInterrupted();
 
 }  // namespace tavrik

@@ -334,8 +334,7 @@ class InterruptionTest(WaitTestCase):
                 self.setUp()
                 process = self.moving("--stop-on-interrupt")
                 process.process.send_signal(number)
-                self.expect_end(process, -signal.SIGINT,
-                                "TLM SN:7': interrupted, switched off at ")
+                self.expect_end(process, -number, "TLM SN:7': interrupted, switched off at ")
                 self.assertFalse(self.enabled())
 
     def test_a_gripper_that_cannot_be_stopped(self):

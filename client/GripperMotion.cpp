@@ -79,6 +79,11 @@ MotionResult GripperMotion::Judge(const MotionJudge& judge, MotionEnd end) const
     MotionResult result{kind, end, judge.Last(), judge.HasChanged()};
     if (end == MotionEnd::DidNotMove || end == MotionEnd::Stopped) {
         result.obstacle = FindObstacle(judge, end);
+        const bool isUnexplained = result.obstacle == MotionObstacle::None;
+        if (end == MotionEnd::DidNotMove && isUnexplained && !judge.HasDiffered()) {
+            result.end = MotionEnd::NotReported;
+            result.obstacle = MotionObstacle::SameData;
+        }
     }
     return result;
 }

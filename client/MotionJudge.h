@@ -48,6 +48,7 @@ enum class MotionEnd {
     Moving,       ///< still moving at the time limit
     Interrupted,  ///< the wait was interrupted
     PartLost,     ///< the part that was gripped is no longer held
+    NotReported,  ///< the process data have not changed, and nothing explains why
 };
 
 /// Judges the end of one motion by the process data that follow its request. Does no input or

@@ -14,7 +14,7 @@ namespace {
 using Naming = std::pair<const char*, const char*>;
 
 /// In the order of MotionEnd.
-constexpr std::array<Naming, 11> kEnds{{
+constexpr std::array<Naming, 12> kEnds{{
     {"gripped", "gripped a part"},
     {"no-part", "reached the limit without a part"},
     {"released", "released"},
@@ -26,10 +26,11 @@ constexpr std::array<Naming, 11> kEnds{{
     {"moving", "still moving,"},
     {"interrupted", "interrupted"},
     {"part-lost", "lost the part"},
+    {"not-reported", "no motion reported, last"},
 }};
 
 /// In the order of MotionObstacle, which the words name.
-constexpr std::array<Naming, 9> kObstacles{{
+constexpr std::array<Naming, 10> kObstacles{{
     {nullptr, ""},
     {"no-reference", "no reference run yet"},
     {"reference-failed", "something may be in the way"},
@@ -39,6 +40,7 @@ constexpr std::array<Naming, 9> kObstacles{{
     {"same-state", "it was already there"},
     {"holdfast", "holdfast may be on"},
     {"other-request", "another request came between, or the drive was switched off"},
+    {"same-data", "its process data have not changed and may be frozen"},
 }};
 
 const Naming& NamingOf(MotionEnd end) {
@@ -59,8 +61,7 @@ std::string TenthsText(std::chrono::milliseconds time) {
 }  // namespace
 
 std::string MotionResult::Text() const {
-    const bool staysOn = kind == MotionKind::Disable && end == MotionEnd::DidNotMove;
-    std::string text = staysOn ? "did not switch off" : NamingOf(end).second;
+    std::string text = EndText();
     if (end == MotionEnd::PartLost && held) {
         text += " after " + TenthsText(*held) + ",";
     }
@@ -73,13 +74,23 @@ std::string MotionResult::Text() const {
     return text + (reason.empty() ? "" : ": " + reason) + (flags.empty() ? "" : ", " + flags);
 }
 
+std::string MotionResult::EndText() const {
+    if (kind == MotionKind::Disable && end == MotionEnd::DidNotMove) {
+        return "did not switch off";
+    }
+    if (kind == MotionKind::Disable && end == MotionEnd::NotReported) {
+        return "did not report that it is off, last";
+    }
+    return NamingOf(end).second;
+}
+
 std::string MotionResult::PlaceText() const {
     return "at " + HundredthsText(data.position) + " (state " + std::to_string(data.state) + ")";
 }
 
 std::string MotionResult::ObstacleText() const {
     if (obstacle == MotionObstacle::None && end == MotionEnd::DidNotMove) {
-        return "reason unknown, its process data may be old";
+        return "reason unknown";
     }
     if (obstacle == MotionObstacle::SameState && data.State() == GripperState::Holding) {
         return "it already held a part";
@@ -95,6 +106,9 @@ void MotionResult::AddTo(nlohmann::ordered_json& object) const {
     object["reason"] = word == nullptr ? nlohmann::ordered_json() : nlohmann::ordered_json(word);
     if (held) {
         object["held"] = std::chrono::duration<double>(*held).count();
+    }
+    if (isOff) {
+        object["switchedOff"] = *isOff;
     }
 }
 

@@ -22,6 +22,7 @@ enum class MotionObstacle {
     SameState,        ///< the gripper had already reached the end of such a motion
     Holdfast,         ///< the gripper still holds its part, as with holdfast
     OtherRequest,     ///< another request came between, such as one that switches the drive off
+    SameData,         ///< the process data have not changed at all: they may be frozen
 };
 
 /// How a motion ended.
@@ -33,6 +34,8 @@ struct MotionResult {
     MotionObstacle obstacle = MotionObstacle::None;
     /// How long the part was watched, if it was.
     std::optional<std::chrono::milliseconds> held = std::nullopt;
+    /// Whether the drive is off, if it was to be switched off after an interruption.
+    std::optional<bool> isOff = std::nullopt;
 
     /// In words, such as "gripped a part at 12.50 (state 6)".
     std::string Text() const;
@@ -44,6 +47,7 @@ struct MotionResult {
     void AddTo(nlohmann::ordered_json& object) const;
 
 private:
+    std::string EndText() const;
     std::string ObstacleText() const;
 };
 

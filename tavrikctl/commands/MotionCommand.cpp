@@ -26,6 +26,7 @@ ExitStatus ExitStatusOf(MotionEnd end) {
     switch (end) {
         case MotionEnd::DidNotMove:
         case MotionEnd::Stopped:
+        case MotionEnd::NotReported:
             return ExitStatus::DidNotMove;
         case MotionEnd::Faulty:
             return ExitStatus::Faulty;
@@ -117,16 +118,18 @@ private:
         const Interruption interruption;
         Daemon daemon(endpoint, interruption.Token());
         const Gripper interruptible(daemon, gripper.DeviceString());
-        const MotionResult result = Perform(interruptible, interruption.Token());
+        MotionResult result = Perform(interruptible, interruption.Token());
+        const bool stops = stopOnInterrupt && result.end == MotionEnd::Interrupted && !result.held;
+        const std::string text = gripper.Name() + ": " +
+                                 (stops ? Stop(gripper, result)
+                                  : result.end == MotionEnd::Interrupted
+                                      ? InterruptionText(gripper, result, endpoint)
+                                      : result.Text() + Remedy(result, gripper, endpoint));
         if (json) {
             nlohmann::ordered_json object{{"gripper", gripper.DeviceString()}, {"status", 0}};
             result.AddTo(object);
             printer.Json(object);
         }
-        const std::string text =
-            result.end == MotionEnd::Interrupted
-                ? InterruptionText(gripper, result, endpoint)
-                : gripper.Name() + ": " + result.Text() + Remedy(result, gripper, endpoint);
         const bool lacksPart = holdTime.count() > 0 && result.end == MotionEnd::NoPart;
         const ExitStatus status = lacksPart ? ExitStatus::NotHeld : ExitStatusOf(result.end);
         if (status != ExitStatus::Done) {
@@ -153,23 +156,31 @@ private:
         return holds ? run.Hold(result, holdTime, stop) : result;
     }
 
-    std::string InterruptionText(const Gripper& gripper, const MotionResult& result,
-                                 const Endpoint& endpoint) const {
+    static std::string InterruptionText(const Gripper& gripper, const MotionResult& result,
+                                        const Endpoint& endpoint) {
         const std::string place = result.data.certain ? ", " + result.PlaceText() : "";
-        const std::string text = gripper.Name() + ": interrupted";
         if (result.held) {  // the motion has ended; without the drive, the part might fall
-            return text + " while it holds the part" + place;
+            return "interrupted while it holds the part" + place;
         }
-        if (!stopOnInterrupt) {
-            return text + ", it may still move" + place +
-                   "; to stop it: " + CommandText("disable", gripper, endpoint);
-        }
+        return "interrupted, it may still move" + place +
+               "; to stop it: " + CommandText("disable", gripper, endpoint);
+    }
+
+    /// Switches the drive off after an interruption.
+    /// @param result gets what became of it
+    /// @return the same in words
+    std::string Stop(const Gripper& gripper, MotionResult& result) const {
+        const std::string text = "interrupted, ";
+        result.isOff = false;
         try {
             GripperMotion disable(gripper, MotionKind::Disable);
             RequireSuccess(gripper, disable.Start());
-            return text + ", " + disable.AwaitEnd(kStopLimit).Text();
+            const MotionResult stop = disable.AwaitEnd(kStopLimit);
+            result.isOff = stop.end == MotionEnd::SwitchedOff;
+            result.data = stop.data;
+            return text + stop.Text();
         } catch (const Failure& failure) {
-            return text + ", failed to stop it: " + failure.what();
+            return text + "failed to stop it: " + failure.what();
         }
     }
 

@@ -159,8 +159,12 @@ class EndTest(WaitTestCase):
 
     def test_process_data_that_do_not_change(self):
         with self.condition("pdin 0 0", "pdin 0 100"):
-            self.expect_failure(DID_NOT_MOVE, "did not move, at 28.00 (state 4): reason unknown, "
-                                "its process data may be old", "grip", HVA, "--wait")
+            self.expect_failure(DID_NOT_MOVE, "no motion reported, last at 28.00 (state 4): its "
+                                "process data have not changed and may be frozen",
+                                "grip", HVA, "--wait")
+            self.assertEqual(self.reason(DID_NOT_MOVE, "grip", HVA), ("not-reported", "same-data"))
+            self.expect_failure(DID_NOT_MOVE, "did not report that it is off, last at 28.00 (state "
+                                "4): its process data", "disable", HVA, "--wait")
 
     def test_a_drive_that_stays_on(self):
         with self.condition("part 1 12.5", "part 1 none"):
@@ -336,6 +340,20 @@ class InterruptionTest(WaitTestCase):
                 process.process.send_signal(number)
                 self.expect_end(process, -number, "TLM SN:7': interrupted, switched off at ")
                 self.assertFalse(self.enabled())
+
+    def test_json_tells_whether_the_drive_is_off(self):
+        process = self.moving("--stop-on-interrupt", "--json")
+        process.process.send_signal(signal.SIGINT)
+        self.assertEqual(process.wait_for_end(), -signal.SIGINT)
+        result = json.loads("\n".join(process.output.lines))
+        self.assertEqual((result["result"], result["switchedOff"], result["state"]),
+                         ("interrupted", True, 0))
+        self.setUp()
+        process = self.moving("--stop-on-interrupt", "--json")
+        with self.condition("error 0 44 PDOUT", "error 0 off"):
+            process.process.send_signal(signal.SIGINT)
+            self.assertEqual(process.wait_for_end(), -signal.SIGINT)
+        self.assertIs(json.loads("\n".join(process.output.lines))["switchedOff"], False)
 
     def test_a_gripper_that_cannot_be_stopped(self):
         process = self.moving("--stop-on-interrupt")

@@ -31,7 +31,17 @@ TEST(MotionResultTest, TheObstacleAndTheFlagsAreNamed) {
 
 TEST(MotionResultTest, AnUnknownObstacleIsSaidToBeUnknown) {
     EXPECT_EQ(Result(MotionEnd::DidNotMove).Text(),
-              "did not move, at 12.50 (state 6): reason unknown, its process data may be old");
+              "did not move, at 12.50 (state 6): reason unknown");
+}
+
+TEST(MotionResultTest, DataThatDoNotChangeTellNothing) {
+    MotionResult result = Result(MotionEnd::NotReported);
+    result.obstacle = MotionObstacle::SameData;
+    EXPECT_EQ(result.Text(),
+              "no motion reported, last at 12.50 (state 6): its process data have not changed and "
+              "may be frozen");
+    result.kind = MotionKind::Disable;
+    EXPECT_TRUE(result.Text().starts_with("did not report that it is off, last at 12.50"));
 }
 
 TEST(MotionResultTest, ADriveThatStaysOnIsNamed) {
@@ -52,18 +62,20 @@ TEST(MotionResultTest, TheTimeOfTheHoldIsInTenths) {
 TEST(MotionResultTest, JsonHasEveryValue) {
     nlohmann::ordered_json object;
     MotionResult result = Result(MotionEnd::DidNotMove);
-    result.obstacle = MotionObstacle::OtherRequest;  // the last one
+    result.obstacle = MotionObstacle::SameData;  // the last one
     result.AddTo(object);
     EXPECT_EQ(object.dump(),
               R"({"state":6,"position":12.5,"fault":false,"temperatureFault":false,)"
               R"("temperatureWarning":false,"maintenance":false,"certain":true,"changed":true,)"
-              R"("result":"did-not-move","reason":"other-request"})");
-    result = Result(MotionEnd::PartLost);  // the last one
+              R"("result":"did-not-move","reason":"same-data"})");
+    result = Result(MotionEnd::NotReported);  // the last one
     result.held = milliseconds(1500);
+    result.isOff = true;
     result.AddTo(object);
-    EXPECT_EQ(object["result"], "part-lost");
+    EXPECT_EQ(object["result"], "not-reported");
     EXPECT_TRUE(object["reason"].is_null());
     EXPECT_EQ(object["held"], 1.5);
+    EXPECT_EQ(object["switchedOff"], true);
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <clocale>
 #include <cwchar>
+#include <iterator>
 #include <sstream>
 #include <string_view>
 #include <vector>
@@ -42,6 +43,49 @@ Character First(std::string_view text) {
     }
     const int width = wcwidth(letter);
     return {text.substr(0, size), width < 0 ? 0U : static_cast<std::size_t>(width)};
+}
+
+constexpr std::string_view kBlanks = " \t\n";
+
+/// The position of the quotation mark that ends the quotation at `begin`; `begin` without one. An
+/// apostrophe within a word ends none.
+std::size_t EndOfQuote(const std::string& text, std::size_t begin) {
+    constexpr std::string_view kAfterQuote = " \t\n,;:.)";
+    const bool isQuoted = text[begin] == '\'';
+    for (std::size_t i = begin + 1; isQuoted && i < text.size(); ++i) {
+        const bool isLast = i + 1 == text.size();
+        if (text[i] == '\'' &&
+            (isLast || kAfterQuote.find(text[i + 1]) != std::string_view::npos)) {
+            return i;
+        }
+    }
+    return begin;
+}
+
+/// The words; one in single quotes has its blanks.
+std::vector<std::string> Words(const std::string& text) {
+    std::vector<std::string> words;
+    std::size_t begin = text.find_first_not_of(kBlanks);
+    while (begin != std::string::npos) {
+        const std::size_t end = text.find_first_of(kBlanks, EndOfQuote(text, begin));
+        words.push_back(text.substr(begin, end - begin));
+        begin = text.find_first_not_of(kBlanks, end);
+    }
+    return words;
+}
+
+/// The words, and those of quotations that are wider than `width`.
+std::vector<std::string> WordsWithin(const std::string& text, std::size_t width) {
+    std::vector<std::string> words;
+    for (const std::string& word : Words(text)) {
+        if (Width(word) <= width) {
+            words.push_back(word);
+            continue;
+        }
+        std::istringstream parts(word);
+        words.insert(words.end(), std::istream_iterator<std::string>(parts), {});
+    }
+    return words;
 }
 
 std::vector<Character> Characters(std::string_view text) {
@@ -99,8 +143,7 @@ std::string Cut(const std::string& text, std::size_t width) {
 
 std::vector<std::string> Wrap(const std::string& text, std::size_t width) {
     std::vector<std::string> lines(1);
-    std::istringstream words(text);
-    for (std::string word; words >> word;) {
+    for (const std::string& word : WordsWithin(text, width)) {
         if (!lines.back().empty() && Width(lines.back()) + 1 + Width(word) > width) {
             lines.emplace_back();
         }

@@ -19,8 +19,8 @@ std::size_t Width(const std::string& text);
 /// The beginning of printable `text` that fits into `width` columns.
 std::string Cut(const std::string& text, std::size_t width);
 
-/// Printable `text` in lines of at most `width` (2 or more) columns, broken at blanks, and within
-/// words that are longer. At least one line.
+/// Printable `text` in lines of at most `width` (2 or more) columns, broken at blanks, but within
+/// quotes or words only if they are longer. At least one line.
 std::vector<std::string> Wrap(const std::string& text, std::size_t width);
 
 }  // namespace tavrik

@@ -1,10 +1,13 @@
 #include "tavrikctl/Printer.h"
 
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
+#include <iostream>
 #include <nlohmann/json.hpp>
+#include <numeric>
 #include <string_view>
 
 #include "client/Failure.h"
@@ -29,6 +32,15 @@ std::vector<std::size_t> Widths(const std::vector<Row>& rows) {
         }
     }
     return widths;
+}
+
+std::vector<Row> WithTitles(const std::vector<Column>& titles, const std::vector<Row>& rows) {
+    std::vector<Row> lines(1);
+    for (const Column& column : titles) {
+        lines.front().push_back({column.title});
+    }
+    lines.insert(lines.end(), rows.begin(), rows.end());
+    return lines;
 }
 
 std::string_view EnvironmentText(const char* name) {
@@ -96,9 +108,36 @@ void AddRows(const Finding& finding, std::size_t width, Rows& rows) {
     }
 }
 
+/// The parts of a remedy that are kept together: each ends with ": " or "; ", so that a command is
+/// a part of its own. A part that is wider than `width` is wrapped, except for a command of ours:
+/// it must be copied as a whole.
+std::vector<std::string> PartsOf(const std::string& remedy, std::size_t width) {
+    std::vector<std::string> parts;
+    for (std::size_t begin = 0; begin < remedy.size();) {
+        const std::size_t mark = std::min(remedy.find(": ", begin), remedy.find("; ", begin));
+        const std::size_t end = std::min(mark, remedy.size() - 1) + 1;
+        const std::string part = remedy.substr(begin, end - begin);
+        if (Width(part) <= width || part.starts_with("tavrikctl ")) {
+            parts.push_back(part);
+        } else {
+            const auto lines = Wrap(part, width);
+            parts.insert(parts.end(), lines.begin(), lines.end());
+        }
+        begin = remedy.find_first_not_of(' ', end);
+    }
+    return parts;
+}
+
 void AddRemedy(const std::string& remedy, Rows& rows) {
     const std::string title = "do: ";
-    const auto lines = Wrap(remedy, kScreenWidth - kMarkWidth - kSubjectGap - title.size());
+    const std::size_t width = kScreenWidth - kMarkWidth - kSubjectGap - title.size();
+    std::vector<std::string> lines(1);
+    for (const std::string& part : PartsOf(remedy, width)) {
+        if (!lines.back().empty() && Width(lines.back()) + 1 + Width(part) > width) {
+            lines.emplace_back();
+        }
+        lines.back() += (lines.back().empty() ? "" : " ") + part;
+    }
     for (const std::string& line : lines) {
         const bool isFirst = &line == &lines.front();
         rows.push_back({{}, {(isFirst ? title : std::string(title.size(), ' ')) + line}});
@@ -118,32 +157,60 @@ void Printer::Line(const Cell& line) {
     Flush();
 }
 
-void Printer::Table(const std::vector<Column>& columns, const std::vector<Row>& rows) {
-    std::vector<Row> lines(1);
-    for (const Column& column : columns) {
-        lines.front().push_back({column.title});
+void Printer::Table(const std::vector<Column>& titles, const std::vector<Row>& rows) {
+    const auto widths = Widths(WithTitles(titles, rows));
+    const std::size_t gaps = kGap * (widths.size() - 1);
+    if (columns == 0 || std::accumulate(widths.begin(), widths.end(), gaps) <= columns) {
+        WideTable(titles, rows);
+        return;
     }
-    lines.insert(lines.end(), rows.begin(), rows.end());
+    for (const Row& row : rows) {
+        Stacked(titles, row);
+    }
+}
+
+void Printer::WideTable(const std::vector<Column>& titles, const std::vector<Row>& rows) {
+    const std::vector<Row> lines = WithTitles(titles, rows);
     const auto widths = Widths(lines);
     for (const Row& row : lines) {
+        const bool isTitle = &row == &lines.front();
+        if (isTitle && std::ranges::all_of(row, &std::string::empty, &Cell::text)) {
+            continue;
+        }
         std::string blanks;  // written before the next text, so that no line ends with blanks
         for (std::size_t i = 0; i < row.size(); ++i) {
             const Cell& cell = row[i];
             const std::string fill(widths[i] - Width(cell.text), ' ');
             const std::string_view colour =
-                &row == &lines.front() ? kBold : (cell.alarming ? kRed : std::string_view());
+                isTitle ? kBold : (cell.alarming ? kRed : std::string_view());
             const bool coloured = colours && !colour.empty() && !cell.text.empty();
-            blanks += columns[i].align == Align::Right ? fill : "";
+            blanks += titles[i].align == Align::Right ? fill : "";
             if (!cell.text.empty()) {
                 out << blanks << (coloured ? colour : "") << cell.text << (coloured ? kPlain : "");
                 blanks.clear();
             }
-            blanks += columns[i].align == Align::Left ? fill : "";
+            blanks += titles[i].align == Align::Left ? fill : "";
             blanks.append(kGap, ' ');
         }
         out << '\n';
     }
     Flush();
+}
+
+/// A line for each cell, after its title; the first line begins at the edge.
+void Printer::Stacked(const std::vector<Column>& titles, const std::vector<Cell>& row) {
+    constexpr std::size_t kNarrowest = 4;
+    for (std::size_t i = 0; i < row.size(); ++i) {
+        const std::string margin(i == 0 ? 0 : kGap, ' ');
+        const std::string& title = titles[i].title;
+        const std::string text = title + (title.empty() ? "" : " ") + row[i].text;
+        if (row[i].text.empty()) {
+            continue;
+        }
+        for (const std::string& line : Wrap(text, std::max(columns, kNarrowest) - margin.size())) {
+            Line(Cell{margin + line, row[i].alarming});
+        }
+    }
 }
 
 void Printer::Json(const nlohmann::ordered_json& json) {
@@ -157,6 +224,18 @@ void Printer::Flush() {
     if (!out.flush()) {
         throw Failure(ExitStatus::Failed, "failed to write to standard output");
     }
+}
+
+void Warn(const std::string& text) {
+    std::cerr << "tavrikctl: warning: " << Printable(text) << '\n';
+}
+
+std::size_t TerminalColumns() {
+    winsize size{};
+    const bool isKnown = isatty(STDOUT_FILENO) == 1 &&
+                         ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col != 0;
+    constexpr std::size_t kLeast = 10;
+    return isKnown ? std::max<std::size_t>(size.ws_col, kLeast) : 0;
 }
 
 bool IsOnTerminal() {
@@ -180,7 +259,7 @@ void PrintReport(const Findings& findings, Printer& printer) {
             AddRemedy(each->remedy, rows);
         }
     }
-    printer.Table({{""}, {Joined(kSubjectTitle, width, kTextTitle)}}, rows);
+    printer.WideTable({{""}, {Joined(kSubjectTitle, width, kTextTitle)}}, rows);
 }
 
 }  // namespace tavrik

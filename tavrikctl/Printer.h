@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <nlohmann/json_fwd.hpp>
 #include <ostream>
 #include <string>
@@ -25,15 +26,21 @@ struct Column {
 /// Writes the output of a command.
 class Printer {
 public:
-    Printer(std::ostream& out, bool colours) : out(out), colours(colours) {}
+    /// @param columns of the terminal; 0 if there is none, so that nothing needs to fit
+    Printer(std::ostream& out, bool colours, std::size_t columns = 0)
+        : out(out), colours(colours), columns(columns) {}
 
     // Each of these has written everything when it returns, or throws a Failure (Failed).
 
     void Line(const std::string& text);
     void Line(const Cell& line);
 
-    /// A line of titles, then the rows, every column as wide as its widest cell.
-    void Table(const std::vector<Column>& columns, const std::vector<std::vector<Cell>>& rows);
+    /// A line of titles, unless all are empty, then the rows, every column as wide as its widest
+    /// cell. Where that is too wide for the terminal, each cell gets a line of its own.
+    void Table(const std::vector<Column>& titles, const std::vector<std::vector<Cell>>& rows);
+
+    /// The same, however wide it is.
+    void WideTable(const std::vector<Column>& titles, const std::vector<std::vector<Cell>>& rows);
 
     /// One JSON text, indented; ASCII only, so that no string can control the terminal.
     void Json(const nlohmann::ordered_json& json);
@@ -42,9 +49,18 @@ public:
     void Flush();
 
 private:
+    void Stacked(const std::vector<Column>& titles, const std::vector<Cell>& row);
+
     std::ostream& out;
     bool colours;
+    std::size_t columns;
 };
+
+/// Prints a line on standard error that does not change the exit status.
+void Warn(const std::string& text);
+
+/// The columns of standard output; 0 if it is not a terminal.
+std::size_t TerminalColumns();
 
 /// Whether standard output is a terminal with cursor control.
 bool IsOnTerminal();

@@ -58,6 +58,14 @@ TEST(TextWrapTest, ALongWordIsCut) {
     EXPECT_EQ(Wrap("abcde", 2), (Lines{"ab", "cd", "e"}));
 }
 
+TEST(TextWrapTest, AQuotedNameIsNotBrokenIfItFits) {
+    EXPECT_EQ(Wrap("run x 'HVA  SN:1'; y", 13), (Lines{"run x", "'HVA  SN:1';", "y"}));
+    EXPECT_EQ(Wrap("the gripper's plug, 'it'\\''s 1'", 20),
+              (Lines{"the gripper's plug,", "'it'\\''s 1'"}));
+    EXPECT_EQ(Wrap("a 'HVA SN:1'", 5), (Lines{"a", "'HVA", "SN:1'"}));
+    EXPECT_EQ(Wrap("'open to the end", 7), (Lines{"'open", "to the", "end"}));
+}
+
 TEST(TextWrapTest, CharactersAreNotSplit) {
     EXPECT_EQ(Wrap("\xc3\xa4\xc3\xb6\xe2\x82\xac", 2), (Lines{"\xc3\xa4\xc3\xb6", "\xe2\x82\xac"}));
 }

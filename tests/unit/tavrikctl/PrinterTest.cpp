@@ -30,6 +30,20 @@ TEST(PrinterTest, ColoursDoNotMoveColumns) {
               "longer  -12  \x1b[31mhot\x1b[0m\n");
 }
 
+TEST(PrinterTest, ATableThatIsTooWideHasALineForEachCell) {
+    std::ostringstream out;
+    Printer(out, false, 12)
+        .Table({{"NAME"}, {"N", Align::Right}, {""}},
+               {{{"a gripper"}, {"7"}, {"is hot, very"}}, {{"b"}, {"8"}, {""}}});
+    EXPECT_EQ(out.str(), "NAME a\ngripper\n  N 7\n  is hot,\n  very\nNAME b\n  N 8\n");
+}
+
+TEST(PrinterTest, ATableMayHaveNoTitles) {
+    std::ostringstream out;
+    Printer(out, true).Table({{""}, {""}}, {{{"a"}, {"1"}}});
+    EXPECT_EQ(out.str(), "a  1\n");
+}
+
 TEST(PrinterTest, JsonIsIndentedValidAndAscii) {
     std::ostringstream out;
     Printer(out, true).Json({{"name", "a\x80\x7f"}});
@@ -50,6 +64,18 @@ TEST(ReportTest, ColumnsAreAlignedAndRemediesBelow) {
               "ok     service     runs\n"
               "wrong  port 44221  no program listens\n"
               "       do: start it\n");
+}
+
+TEST(ReportTest, ACommandIsOnOneLine) {
+    const std::string kCommand =
+        "tavrikctl cell save --yes 'a folder/" + std::string(60, 'x') + "'";
+    const std::string text = ReportText(
+        {{Mark::Wrong, "a", "b", "after the missing ones are plugged in, accept it: " + kCommand},
+         {Mark::Wrong, "c", "d",
+          "for the reason: journalctl -u tavrikdaemon; then: systemctl "
+          "reset-failed tavrikdaemon; systemctl restart tavrikdaemon"}});
+    EXPECT_NE(text.find(" accept it:\n           " + kCommand + "\n"), std::string::npos) << text;
+    EXPECT_NE(text.find("systemctl restart tavrikdaemon\n"), std::string::npos) << text;
 }
 
 TEST(ReportTest, WrongFindingsAreRed) {

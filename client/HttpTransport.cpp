@@ -7,6 +7,8 @@
 #include <system_error>
 #include <utility>
 
+#include "client/Printable.h"
+
 namespace tavrik {
 
 namespace {
@@ -55,6 +57,12 @@ void HttpTransport::Deleter::operator()(void* handle) const {
 
 void HttpTransport::Deleter::operator()(curl_slist* list) const {
     curl_slist_free_all(list);
+}
+
+std::string Endpoint::Options() const {
+    const Endpoint usual;
+    return (host == usual.host ? "" : " --host " + ShellWord(Printable(host))) +
+           (port == usual.port ? "" : " --port " + std::to_string(port));
 }
 
 HttpTransport::HttpTransport(const Endpoint& endpoint, std::stop_token stop)

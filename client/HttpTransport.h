@@ -25,6 +25,10 @@ struct Endpoint {
         const bool isBare = host.find(':') != std::string::npos && !host.starts_with('[');
         return (isBare ? "[" + host + "]" : host) + ":" + std::to_string(port);
     }
+
+    /// The end of a tavrikctl command for this daemon, such as " --host HOST --port PORT"; empty
+    /// for the default.
+    std::string Options() const;
 };
 
 /// Carries the XML of an XML-RPC client to one server, over one persistent connection. The

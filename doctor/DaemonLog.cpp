@@ -5,6 +5,7 @@
 #include <functional>
 #include <sstream>
 
+#include "client/Printable.h"
 #include "doctor/Host.h"
 #include "doctor/ToolOutput.h"
 #include "doctor/log/LogEntry.h"
@@ -70,7 +71,7 @@ Finding DescribeCalls(const std::string& path, const std::string& name,
             "log: " + std::to_string(gripper.calls) + " calls, " +
                 std::to_string(gripper.refusals) + " refused, " + std::to_string(gripper.timeouts) +
                 " timed out",
-            isGood ? "" : "see them: tavrikctl log " + path};
+            isGood ? "" : "see them: tavrikctl log " + ShellWord(path)};
 }
 
 Finding CheckLink(const std::string& node, const LoggedMaster& master) {
@@ -184,8 +185,7 @@ Findings CheckLinks(const Host& host, const DaemonLog& log, bool isMissed) {
     }
     if (findings.empty() && isMissed && std::ranges::any_of(host.ttys, &UsbTty::IsMaster)) {
         return {{Mark::Unknown, "log", "the journal does not have the IDs and modes of the masters",
-                 "run as root: tavrikctl doctor; or name the file with the log: tavrikctl doctor "
-                 "--log FILE"}};
+                 "run as root: tavrikctl doctor; if the daemon logs to a file, add --log"}};
     }
     return findings;
 }

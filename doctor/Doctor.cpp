@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
 #include <set>
+#include <utility>
 
 #include "client/Failure.h"
 #include "client/Gripper.h"
@@ -45,12 +46,13 @@ Findings ReportStaleGrippers(const std::vector<std::string>& grippers) {
 }
 
 /// The finding for a gripper that answers.
-Finding Describe(const Gripper& gripper, const ProcessData& data) {
+/// @param options of the commands in its remedies
+Finding Describe(const Gripper& gripper, const ProcessData& data, const std::string& options) {
     const std::string text = "answers: state " + std::to_string(data.state) + ", position " +
                              HundredthsText(data.position);
     const std::string flags = data.FlagText();
     const std::string name = CopyableName(gripper.DeviceString());
-    const std::string word = ShellWord(gripper.DeviceString());
+    const std::string word = ShellWord(gripper.DeviceString()) + options;
     if (!flags.empty()) {
         return {Mark::Wrong, name, text + ", " + flags, "see the gripper's manual"};
     }
@@ -69,19 +71,38 @@ Finding Describe(const Gripper& gripper, const ProcessData& data) {
 
 constexpr const char* kCell = "cell";
 
-Finding Describe(const ExpectedCell::Difference& difference) {
-    using Kind = ExpectedCell::Difference::Kind;
+using Difference = ExpectedCell::Difference;
+
+bool HasKind(const std::vector<Difference>& differences, Difference::Kind kind) {
+    return std::ranges::find(differences, kind, &Difference::kind) != differences.end();
+}
+
+/// How the present grippers become those of the cell. Saving would drop the missing ones.
+std::string Acceptance(const std::vector<Difference>& differences, const std::string& saving) {
+    using Kind = Difference::Kind;
+    return std::string(HasKind(differences, Kind::Missing)
+                           ? "after the missing ones are plugged in, "
+                           : "") +
+           "accept it: tavrikctl cell save " +
+           (HasKind(differences, Kind::Exchanged) ? "--yes " : "") + saving;
+}
+
+Finding Describe(const Difference& difference, const std::string& acceptance) {
+    using Kind = Difference::Kind;
     const std::string& name = difference.found.empty() ? difference.expected : difference.found;
     return {Mark::Wrong, kCell, "'" + name + "' " + difference.Text(),
             difference.kind == Kind::Missing
                 ? "check the master's plug and power and the gripper's cable"
-            : difference.kind == Kind::New ? "if it belongs here: tavrikctl cell save FILE"
-                                           : "run: tavrikctl settings restore FILE '" + name + "'"};
+            : difference.kind == Kind::New
+                ? "if it belongs here, " + acceptance
+                : "give it the settings of the old one: tavrikctl settings restore --help; then " +
+                      acceptance};
 }
 
 /// Whether a gripper that the daemon lists answers.
+/// @param options of the commands in its remedies
 /// @param status becomes Done if it does
-Finding CheckGripper(const Gripper& gripper, ExitStatus& status) {
+Finding CheckGripper(const Gripper& gripper, const std::string& options, ExitStatus& status) {
     const std::string name = CopyableName(gripper.DeviceString());
     status = ExitStatus::NoAnswer;
     try {
@@ -94,18 +115,25 @@ Finding CheckGripper(const Gripper& gripper, ExitStatus& status) {
             status = ExitStatus::NoProcessData;
             return {Mark::Unknown, name,
                     "its master answers; it is at 0.00 in state 0, or has no process data",
-                    "unless it is at 0.00 with its drive off: check its cable and power; it may be "
+                    "if its drive is not off at 0.00, check its cable and power; it may also be "
                     "starting"};
         }
         status = ExitStatus::Done;
-        return Describe(gripper, data);
+        return Describe(gripper, data, options);
     } catch (const Failure& failure) {
         status = failure.Status();
-        return {Mark::Wrong, name, failure.what(), "run again: tavrikctl doctor"};
+        return {Mark::Wrong, name, failure.what(), "run again: tavrikctl doctor" + options};
     }
 }
 
 }  // namespace
+
+Doctor::Doctor(const Endpoint& endpoint, std::string cellFile, std::string logFile)
+    : endpoint(endpoint),
+      cellFile(std::move(cellFile)),
+      cell(this->cellFile.empty() ? std::nullopt
+                                  : std::optional(ExpectedCell::FromFile(this->cellFile))),
+      logFile(std::move(logFile)) {}
 
 void Doctor::Examine() {
     if (!logFile.empty()) {
@@ -192,8 +220,10 @@ void Doctor::ExamineCell(const std::optional<std::vector<std::string>>& grippers
     if (isCellAsExpected) {
         Add({{Mark::Ok, kCell, "all expected grippers: " + std::to_string(cell->Count())}});
     }
+    const std::string acceptance =
+        Acceptance(differences, ShellWord(cellFile) + endpoint.Options());
     for (const auto& difference : differences) {
-        Add({Describe(difference)});
+        Add({Describe(difference, acceptance)});
     }
 }
 
@@ -231,7 +261,7 @@ Findings Doctor::AskGrippers(Daemon& daemon, const std::vector<std::string>& gri
     std::set<std::string> names;
     for (const std::string& device : grippers) {
         ExitStatus result{};
-        answered.push_back(CheckGripper(Gripper(daemon, device), result));
+        answered.push_back(CheckGripper(Gripper(daemon, device), endpoint.Options(), result));
         if (status != ExitStatus::Done) {
             status = result;
         }
@@ -240,7 +270,7 @@ Findings Doctor::AskGrippers(Daemon& daemon, const std::vector<std::string>& gri
                 {Mark::Wrong, CopyableName(device),
                  "two grippers have this name: calls reach the one that was found first",
                  "to tell them apart, unplug one master and run: tavrikctl watch " +
-                     ShellWord(device) +
+                     ShellWord(device) + endpoint.Options() +
                      "; to use both, connect one to another host, or exchange it for one with "
                      "another serial number"});
         }

@@ -3,7 +3,6 @@
 #include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "client/Daemon.h"
@@ -18,11 +17,10 @@ namespace tavrik {
 class Doctor {
 public:
     /// @param endpoint host and timeout of the daemon; both ports are checked
-    /// @param cell the grippers that there should be, if known
+    /// @param cellFile of the grippers that there should be; empty if they are not known
     /// @param logFile where the daemon logs to; empty for the journal
-    explicit Doctor(const Endpoint& endpoint, std::optional<ExpectedCell> cell = std::nullopt,
-                    std::string logFile = "")
-        : endpoint(endpoint), cell(std::move(cell)), logFile(std::move(logFile)) {}
+    /// @throws Failure (Usage) if `cellFile` is not a cell file
+    explicit Doctor(const Endpoint& endpoint, std::string cellFile = "", std::string logFile = "");
 
     void Examine();
 
@@ -50,6 +48,7 @@ private:
     void Add(const Findings& more);
 
     Endpoint endpoint;  // its port is one that answers, once found
+    const std::string cellFile;
     const std::optional<ExpectedCell> cell;
     const std::string logFile;
     bool isCellAsExpected = true;

@@ -1,8 +1,11 @@
 #include "tavrikctl/commands/Command.h"
 
 #include <cmath>
+#include <filesystem>
 #include <sstream>
+#include <system_error>
 
+#include "client/Nearest.h"
 #include "client/Printable.h"
 
 namespace tavrik {
@@ -10,7 +13,7 @@ namespace tavrik {
 void Command::AddGripper() {
     auto* const name =
         app.add_option("GRIPPER", gripperName,
-                       "device string, model, serial number, or 4 characters")
+                       "device string, model, serial number, or a part of it")
             ->check(CheckNotEmpty)  // an unset variable must not mean the only gripper
             ->option_text(" ");
     app.add_flag("--exact", isExact, "GRIPPER is the complete device string")->needs(name);
@@ -41,22 +44,14 @@ void Command::AddJson() {
 
 std::string CommandText(const std::string& command, const Gripper& gripper,
                         const Endpoint& endpoint) {
-    const Endpoint usual;
-    std::string text = "tavrikctl " + command + " " + ShellWord(gripper.Name());
-    if (endpoint.host != usual.host) {
-        text += " --host " + endpoint.host;
-    }
-    if (endpoint.port != usual.port) {
-        text += " --port " + std::to_string(endpoint.port);
-    }
-    return text;
+    return "tavrikctl " + command + " " + ShellWord(gripper.Name()) + endpoint.Options();
 }
 
 CLI::App& AddParent(CLI::App& program, const std::string& name, const std::string& description,
                     const std::string& names) {
     auto& parent = *program.add_subcommand(name, description);
-    parent.parse_complete_callback([&parent, name, names] {
-        if (parent.get_subcommands().empty()) {
+    parent.parse_complete_callback([&program, &parent, name, names] {
+        if (parent.get_subcommands().empty() && program.remaining(true).empty()) {
             throw CLI::ValidationError(name, "must be followed by " + names);
         }
     });
@@ -79,6 +74,11 @@ std::string CheckDecimal(const std::string& text) {
 
 std::string CheckNotEmpty(const std::string& text) {
     return text.empty() ? "must not be empty" : "";
+}
+
+std::string CheckNoFolder(const std::string& path) {
+    std::error_code error;  // a path that cannot be seen is no folder
+    return std::filesystem::is_directory(path, error) ? "'" + path + "' is a directory" : "";
 }
 
 CLI::Option* AddTimeOption(CLI::App& app, const std::string& name, std::chrono::milliseconds& time,

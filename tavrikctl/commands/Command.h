@@ -92,6 +92,8 @@ std::string DoctorAdvice(const Endpoint& endpoint);
 /// Accepts no leading zero: CLI11 reads 010 as 8.
 std::string CheckDecimal(const std::string& text);
 std::string CheckNotEmpty(const std::string& text);
+/// For a file to be written.
+std::string CheckNoFolder(const std::string& path);
 
 /// Declares the option `name` of `app`: a time in seconds, from a millisecond to an hour, that is
 /// stored in `time`.

@@ -1,6 +1,5 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
-#include <optional>
 #include <sstream>
 
 #include "doctor/Bundle.h"
@@ -45,10 +44,7 @@ public:
     }
 
     ExitStatus Run(Daemon& /*daemon*/, Printer& printer) override {
-        Doctor doctor(
-            endpoint,
-            cellFile.empty() ? std::nullopt : std::optional(ExpectedCell::FromFile(cellFile)),
-            logFile);
+        Doctor doctor(endpoint, cellFile, logFile);
         doctor.Examine();
         json ? printer.Json(doctor.Json()) : Print(doctor, printer);
         if (!bundle.empty()) {

@@ -46,6 +46,12 @@ class RemedyTest(WordsTestCase):
         self.type(finding["remedy"])
         wait_until(lambda: self.finding(DONE, HVA)["remedy"] == "")
 
+    def test_a_remedy_names_the_host(self):
+        with self.condition("param 0 96 3 0", "param 0 96 3 32"):  # its model is doubtful
+            remedy = self.finding(DONE, HVA, "--host", "localhost")["remedy"]
+        self.assertTrue(remedy.endswith(f"tavrikctl set force 30 '{HVA}' --host localhost"), remedy)
+        self.type(remedy)
+
     def test_a_stopped_daemon_is_continued_by_its_remedy(self):
         os.kill(self.cell.daemon_pid(), signal.SIGSTOP)
         try:
@@ -92,6 +98,8 @@ class NamesTest(WordsTestCase):
         findings = [each for each in self.findings(DONE) if each["what"] == "TLM SN:7"]
         self.assertIn("two grippers have this name: calls reach the one that was found first",
                       findings[-1]["finding"])
+        lines = self.run_doctor().stdout.splitlines()
+        self.assertTrue(any("tavrikctl watch 'TLM SN:7';" in line for line in lines), lines)
         self.assertIn("to tell them apart, unplug one master and run: tavrikctl watch 'TLM SN:7'; "
                       "to use both, connect one to another host", findings[-1]["remedy"])
         with self.condition("unplug 1", "plug 1"):

@@ -53,6 +53,11 @@ class CellFileTestCase(CtlTestCase):
         self.cell.command(f"unplug {number}")
         self.cell.log.wait_for("PELLIX removed", since=mark)
 
+    def type(self, remedy):
+        """Runs the command at the end of a remedy as it stands."""
+        result = ctl.shell(remedy.rpartition(": ")[2] + "; echo status $?")
+        self.assertTrue(result.endswith("status 0\n"), result)
+
     def listed(self, status):
         """The rows of the list and the texts of its JSON, by gripper."""
         result = ctl.run("list", "--cell", self.file)
@@ -134,7 +139,17 @@ class CompareTest(CellFileTestCase):
         finding, = self.findings(NOT_AS_EXPECTED)
         self.assertEqual((finding["mark"], finding["finding"], finding["remedy"]),
                          ("wrong", f"'{NEW_HVA}' is new",
-                          "if it belongs here: tavrikctl cell save FILE"))
+                          f"if it belongs here, accept it: tavrikctl cell save {self.file}"))
+        self.type(finding["remedy"])
+        self.assertEqual(self.findings(0)[0]["mark"], "ok")
+
+    def test_a_missing_gripper_is_not_dropped_by_the_remedy_for_a_new_one(self):
+        self.unplug(1)
+        self.plug(3)
+        self.addCleanup(self.unplug_for_good, 3)
+        new = [each for each in self.findings(NOT_AS_EXPECTED) if "is new" in each["finding"]]
+        self.assertEqual(new[0]["remedy"], "if it belongs here, after the missing ones are plugged "
+                         f"in, accept it: tavrikctl cell save {self.file}")
 
     def test_an_exchanged_gripper(self):
         self.exchange()
@@ -145,7 +160,11 @@ class CompareTest(CellFileTestCase):
         finding, = self.findings(NOT_AS_EXPECTED)
         self.assertEqual((finding["finding"], finding["remedy"]),
                          (f"'{NEW_HVA}' is in the place of '{HVA}'",
-                          f"run: tavrikctl settings restore FILE '{NEW_HVA}'"))
+                          "give it the settings of the old one: tavrikctl settings restore --help; "
+                          f"then accept it: tavrikctl cell save --yes {self.file}"))
+        for command in finding["remedy"].split("; "):
+            self.type(command)
+        self.assertEqual(self.findings(0)[0]["mark"], "ok")
 
     def test_no_gripper_at_all(self):
         for number in range(3):

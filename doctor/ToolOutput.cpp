@@ -7,6 +7,11 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
+#include <system_error>
+#include <utility>
+
+#include "client/Failure.h"
 
 namespace tavrik {
 
@@ -33,35 +38,53 @@ std::string Read(int descriptor, Clock::time_point deadline) {
 
 }  // namespace
 
-ToolOutput RunTool(std::vector<std::string> command, std::chrono::seconds limit) {
-    command.insert(command.begin(), {"timeout", "--kill-after=1", std::to_string(limit.count())});
+StartedTool StartTool(std::vector<std::string> command, bool withErrors) {
     std::vector<char*> arguments;
     arguments.reserve(command.size() + 1);
     for (std::string& word : command) {
         arguments.push_back(word.data());
     }
     arguments.push_back(nullptr);
-
+    const auto failure = [&](int error) {
+        return Failure(ExitStatus::Failed, "cannot run " + command.front() + ": " +
+                                               std::generic_category().message(error));
+    };
     std::array<int, 2> ends{};
     if (pipe2(ends.data(), O_CLOEXEC) != 0) {
-        return {false, "no pipe"};
+        throw failure(errno);
     }
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
     posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
-    posix_spawn_file_actions_adddup2(&actions, ends[1], STDERR_FILENO);
-    pid_t pid = 0;
+    if (withErrors) {
+        posix_spawn_file_actions_adddup2(&actions, ends[1], STDERR_FILENO);
+    }
+    pid_t process = 0;
     const int error =
-        posix_spawnp(&pid, arguments[0], &actions, nullptr, arguments.data(), environ);
+        posix_spawnp(&process, arguments[0], &actions, nullptr, arguments.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
     close(ends[1]);
-    constexpr std::chrono::seconds kEnding(1);  // for a tool that was ended
-    const std::string text = Read(ends[0], Clock::now() + limit + kEnding);
-    close(ends[0]);
-    int status = 0;
-    const bool ended = error == 0 && waitpid(pid, &status, 0) == pid;
-    return {ended && WIFEXITED(status) && WEXITSTATUS(status) == 0, text};
+    if (error != 0) {
+        close(ends[0]);
+        throw failure(error);
+    }
+    return {process, ends[0]};
+}
+
+ToolOutput RunTool(std::vector<std::string> command, std::chrono::seconds limit) {
+    command.insert(command.begin(), {"timeout", "--kill-after=1", std::to_string(limit.count())});
+    try {
+        constexpr std::chrono::seconds kEnding(1);  // for a tool that was ended
+        const auto [process, output] = StartTool(std::move(command), true);
+        const std::string text = Read(output, Clock::now() + limit + kEnding);
+        close(output);
+        int status = 0;
+        const bool ended = waitpid(process, &status, 0) == process;
+        return {ended && WIFEXITED(status) && WEXITSTATUS(status) == 0, text};
+    } catch (const Failure& failure) {
+        return {false, failure.what()};
+    }
 }
 
 }  // namespace tavrik

@@ -2,13 +2,11 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <spawn.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <csignal>
 #include <sstream>
@@ -180,33 +178,12 @@ std::unique_ptr<LogSource> OpenLogFile(const std::string& path, bool isFollowed)
 }
 
 std::unique_ptr<LogSource> OpenJournal(const std::vector<std::string>& options) {
-    std::vector<std::string> command = JournalCommand(options);
-    std::vector<char*> arguments;
-    arguments.reserve(command.size() + 1);
-    for (std::string& word : command) {
-        arguments.push_back(word.data());
+    try {
+        const auto [reader, output] = StartTool(JournalCommand(options), false);
+        return std::make_unique<Journal>(reader, output);
+    } catch (const Failure& failure) {
+        throw Failure(failure.Status(), std::string(failure.what()) + "; name the log's file");
     }
-    arguments.push_back(nullptr);
-    std::array<int, 2> ends{};
-    if (pipe2(ends.data(), O_CLOEXEC) != 0) {
-        throw ReadFailure("the journal");
-    }
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
-    pid_t reader = 0;
-    const int error =
-        posix_spawnp(&reader, arguments[0], &actions, nullptr, arguments.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    close(ends[1]);
-    if (error != 0) {
-        close(ends[0]);
-        throw Failure(ExitStatus::Failed,
-                      "cannot run journalctl: " + std::generic_category().message(error) +
-                          "; name the file with the log");
-    }
-    return std::make_unique<Journal>(reader, ends[0]);
 }
 
 std::vector<std::string> ReadJournalBefore(std::chrono::seconds time) {

@@ -46,12 +46,14 @@ bool HasFailed(std::string_view message) {
 
 }  // namespace
 
-LogModel::LogModel(Sink sink, bool withRoutine)
+LogModel::LogModel(Sink sink, bool withRoutine, Filter isWanted)
     : sink(std::move(sink)),
       withRoutine(withRoutine),
+      isWanted(std::move(isWanted)),
       calls(links, {[this](std::uint64_t thread, const LogOwner& owner) { Settle(thread, owner); },
                     [this](LogRow row) { ended.push_back(std::move(row)); }}),
-      repeats([this](const LogRow& row) { this->sink(row); }) {}
+      repeats("lines", [this](const LogRow& row) { this->sink(row); }),
+      absences("refused readings", [this](const LogRow& row) { this->sink(row); }) {}
 
 void LogModel::Take(std::string_view line) {
     if (std::exchange(hasLearned, isLearning) && !isLearning) {
@@ -96,7 +98,7 @@ void LogModel::Idle(microseconds time) {
     }
     ended.clear();
     GiveOut(0);
-    repeats.Flush();
+    FlushRepeats();
 }
 
 void LogModel::End() {
@@ -109,7 +111,16 @@ void LogModel::End() {
     }
     ended.clear();
     GiveOut(0);
-    repeats.Flush();
+    FlushRepeats();
+}
+
+std::vector<std::string> LogModel::Present() const {
+    std::vector<std::string> names;
+    for (const LinkPointer& link : links.All()) {
+        names.push_back(link->node);
+        names.push_back(link->Gripper());
+    }
+    return names;
 }
 
 /// A log without dates goes back at midnight, and by less if the clock was set.
@@ -131,6 +142,7 @@ void LogModel::Advance(const LogEntry& entry) {
         constexpr std::chrono::seconds kQuiet(2);
         calls.Expire(now);
         repeats.Flush(now.time, kQuiet);
+        absences.Flush(now.time, kQuiet);
     }
 }
 
@@ -214,7 +226,6 @@ void LogModel::Add(LogRow row, bool isAwaiting) {
     if (isLearning) {
         return;
     }
-    summary.Add(row);
     held.push_back({std::move(row), now.time, isAwaiting});
     GiveOut(kMostHeld);
 }
@@ -228,13 +239,27 @@ void LogModel::GiveOut(std::size_t mostHeld) {
 }
 
 void LogModel::Show(const Held& row) {
+    if (!isWanted(row.row)) {
+        return;
+    }
+    summary.Add(row.row);
     const bool mayRepeat =
         row.row.kind == LogKind::Trouble || row.row.text == "SerialConnection: Reopening";
-    if (mayRepeat && !withRoutine) {
+    if (withRoutine) {
+        sink(row.row);
+    } else if (row.row.call && row.row.call->isAbsent) {
+        absences.Take(row.row, row.time);
+    } else if (mayRepeat) {
         repeats.Take(row.row, row.time);
     } else {
+        absences.Flush(row.row);
         sink(row.row);
     }
+}
+
+void LogModel::FlushRepeats() {
+    repeats.Flush();
+    absences.Flush();
 }
 
 LogOwner LogModel::OwnerOf(std::uint64_t thread, std::string_view message) const {

@@ -23,10 +23,13 @@ namespace tavrik {
 class LogModel {
 public:
     using Sink = std::function<void(const LogRow&)>;
+    using Filter = std::function<bool(const LogRow&)>;
 
     /// @param sink gets the rows, in the order of the log; a call at its end
     /// @param withRoutine whether it also gets every line that is routine or part of a call
-    LogModel(Sink sink, bool withRoutine);
+    /// @param isWanted the rows for which it is false are neither shown nor counted
+    LogModel(
+        Sink sink, bool withRoutine, Filter isWanted = [](const LogRow&) { return true; });
     LogModel(const LogModel&) = delete;
     LogModel& operator=(const LogModel&) = delete;
 
@@ -44,6 +47,9 @@ public:
 
     const LogSummary& Summary() const { return summary; }
 
+    /// The names of the masters and grippers that are there now, as far as known.
+    std::vector<std::string> Present() const;
+
 private:
     /// A row whose owner may be told by a later line of its thread.
     struct Held {
@@ -60,16 +66,19 @@ private:
     void Add(LogRow row, bool isAwaiting = false);
     void GiveOut(std::size_t mostHeld);
     void Show(const Held& row);
+    void FlushRepeats();
     LogOwner OwnerOf(std::uint64_t thread, std::string_view message) const;
 
     Sink sink;
     bool withRoutine;
+    Filter isWanted;
     bool isLearning = false;
     bool hasLearned = false;  // from the line before
     LogSummary summary;
     LoggedLinks links;
     LoggedCalls calls;
     LogRepeats repeats;
+    LogRepeats absences;  // readings of what does not exist
     LogMoment now;
     std::deque<Held> held;
     std::vector<LogRow> ended;       // calls that the present line has ended

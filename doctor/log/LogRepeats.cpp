@@ -24,9 +24,10 @@ void LogRepeats::Take(const LogRow& row, std::chrono::microseconds time) {
         recent.texts.clear();
     }
     recent.last = time;
-    if (std::ranges::find(recent.texts, row.text) == recent.texts.end()) {
+    const std::string& text = row.call ? row.call->method : row.text;
+    if (std::ranges::find(recent.texts, text) == recent.texts.end()) {
         Tell(recent);
-        recent.texts.push_back(row.text);
+        recent.texts.push_back(text);
         if (recent.texts.size() > kMostTexts) {
             recent.texts.pop_front();
         }
@@ -42,8 +43,15 @@ void LogRepeats::Take(const LogRow& row, std::chrono::microseconds time) {
     }
 }
 
+void LogRepeats::Flush(const LogRow& next) {
+    const auto recent = owners.find(next.owner.Name());
+    if (recent != owners.end()) {
+        Tell(recent->second);
+    }
+}
+
 void LogRepeats::Flush(std::chrono::microseconds time, std::chrono::microseconds pause) {
-    for (auto& [name, recent] : owners) {
+    for (auto& [owner, recent] : owners) {
         if (time - recent.last >= pause) {
             Tell(recent);
         }
@@ -51,7 +59,7 @@ void LogRepeats::Flush(std::chrono::microseconds time, std::chrono::microseconds
 }
 
 void LogRepeats::Flush() {
-    for (auto& [name, recent] : owners) {
+    for (auto& [owner, recent] : owners) {
         Tell(recent);
     }
 }
@@ -62,7 +70,8 @@ void LogRepeats::Tell(Recent& recent) {
         sink(recent.row);
     } else if (count > 1) {
         recent.row.kind = LogKind::Trouble;
-        recent.row.text = std::to_string(count) + " more lines like those above";
+        recent.row.call.reset();
+        recent.row.text = std::to_string(count) + " more " + name + " like those above";
         sink(recent.row);
     }
 }

@@ -11,16 +11,22 @@
 
 namespace tavrik {
 
-/// Leaves out what a master repeats: one that hangs logs the same lines a thousand times a second.
-/// Tells every ten seconds how many were left out.
+/// Leaves out what is repeated: a master that hangs logs the same lines a thousand times a second,
+/// and a client that reads all settings asks for hundreds that do not exist. Tells every ten
+/// seconds how many rows were left out.
 class LogRepeats {
 public:
     using Sink = std::function<void(const LogRow&)>;
 
-    explicit LogRepeats(Sink sink) : sink(std::move(sink)) {}
+    /// @param name of the rows: "lines"
+    LogRepeats(std::string name, Sink sink) : name(std::move(name)), sink(std::move(sink)) {}
 
-    /// @param time of the row, which has no call
+    /// Takes a row: one with the text, or the method of the call, of an earlier row of its master
+    /// is left out.
     void Take(const LogRow& row, std::chrono::microseconds time);
+
+    /// Tells what was left out of a master, because another row of it follows.
+    void Flush(const LogRow& next);
 
     /// Tells what was left out by masters that have been quiet for `pause`.
     void Flush(std::chrono::microseconds time, std::chrono::microseconds pause);
@@ -39,6 +45,7 @@ private:
 
     void Tell(Recent& recent);
 
+    std::string name;
     Sink sink;
     std::unordered_map<std::string, Recent> owners;
 };

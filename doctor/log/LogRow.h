@@ -40,6 +40,7 @@ struct LoggedCall {
     std::optional<std::chrono::microseconds> duration = {};
     bool isExact = false;   ///< whether `duration` is; otherwise it has whole seconds
     std::string note = {};  ///< why it failed; may be empty
+    bool isAbsent = false;  ///< a refused reading of what the master has never sent before
 };
 
 /// One line for a person. Its texts are the log's and may contain anything.

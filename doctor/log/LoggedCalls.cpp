@@ -27,6 +27,9 @@ constexpr std::uint64_t kMostLinesAhead = 500;
 /// A write takes up to 4 s. A call that has not gone on by then has ended.
 constexpr std::chrono::seconds kLongestPause(5);
 
+/// The daemon logs the result of a reading at once.
+constexpr std::chrono::seconds kNextLine(1);
+
 LogOwner OwnerOf(const std::vector<LinkPointer>& links) {
     if (links.size() == 1) {
         return {links.front()->node, links.front()->Gripper()};
@@ -116,6 +119,13 @@ bool LoggedCalls::Take(const LogMoment& now, std::uint64_t thread, std::string_v
 
 bool LoggedCalls::TakeLine(const LogMoment& now, std::uint64_t id, Thread& thread,
                            std::string_view message) {
+    if (thread.failed && !message.starts_with("Active commands: ")) {
+        const bool isAbsent = message.starts_with("Parameter ") && message.ends_with(" not found");
+        FinishFailed(thread, isAbsent);
+        if (isAbsent) {
+            return true;
+        }
+    }
     if (const auto sent = After("New command ", message)) {
         Begin(now, id, thread, sent->substr(0, sent->find(". Active commands: ")));
     } else if (const auto ended = After("Pending command ", message)) {
@@ -257,7 +267,26 @@ void LoggedCalls::FinishRequest(const LogMoment& now, std::uint64_t id, Thread& 
     } else if (start.line != 0) {
         call.duration = now.time - start.time;
     }
-    Report(now, id, match, std::move(call));
+    LogRow row = RowOf(now, id, match, std::move(call));
+    if (status != kOk && thread.key.starts_with("PARAM[")) {
+        thread.failed = Failed{std::move(row), std::move(request), now.time};
+    } else {
+        listener.onCall(std::move(row));
+    }
+}
+
+/// @param isAbsent whether it was a reading of a value that the daemon does not have
+void LoggedCalls::FinishFailed(Thread& thread, bool isAbsent) {
+    Failed failed = std::move(*thread.failed);
+    thread.failed.reset();
+    LoggedCall& call = *failed.row.call;
+    if (isAbsent) {
+        failed.request.isRead = true;
+        call.method = MethodsOf(failed.request);
+        call.note += "; returned 0";
+        call.isAbsent = true;
+    }
+    listener.onCall(std::move(failed.row));
 }
 
 /// A call that has asked for the model and sent nothing else was refused.
@@ -284,6 +313,11 @@ void LoggedCalls::FinishCheck(std::uint64_t id, Thread& thread) {
 
 void LoggedCalls::Report(const LogMoment& now, std::uint64_t id, const Match& match,
                          LoggedCall call) {
+    listener.onCall(RowOf(now, id, match, std::move(call)));
+}
+
+LogRow LoggedCalls::RowOf(const LogMoment& now, std::uint64_t id, const Match& match,
+                          LoggedCall call) {
     LogRow row{now.stamp, LogKind::Call, OwnerOf(match.links), id};
     if (const LinkPointer only = links.Only(); only && match.links.empty()) {
         row.owner = OwnerOf({only});
@@ -291,7 +325,7 @@ void LoggedCalls::Report(const LogMoment& now, std::uint64_t id, const Match& ma
     NoteUsual(threads[id], row.owner);
     Settle(id, row.owner);
     row.call = std::move(call);
-    listener.onCall(std::move(row));
+    return row;
 }
 
 void LoggedCalls::Settle(std::uint64_t id, const LogOwner& owner) {
@@ -348,11 +382,17 @@ void LoggedCalls::Expire(const LogMoment& now) {
         if (thread.check && now.time - thread.check->end.time > kLongestPause) {
             FinishCheck(id, thread);
         }
+        if (thread.failed && now.time - thread.failed->end > kNextLine) {
+            FinishFailed(thread, false);
+        }
     }
 }
 
 void LoggedCalls::End() {
     for (auto& [id, thread] : threads) {
+        if (thread.failed) {
+            FinishFailed(thread, false);
+        }
         if (thread.check) {
             FinishCheck(id, thread);
         }

@@ -9,6 +9,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "doctor/log/LogMessage.h"
 #include "doctor/log/LogRow.h"
 #include "doctor/log/LoggedLinks.h"
 
@@ -70,6 +71,12 @@ private:
         std::string model;
         bool hasProcessOutput;  // known to the daemon, as motions need it
     };
+    /// A call whose last request has failed: if it was a reading, the next line may say so.
+    struct Failed {
+        LogRow row;
+        LoggedRequest request;
+        std::chrono::microseconds end;
+    };
     struct Thread {
         std::uint64_t lastLine = 0;
         std::string key;           // of the request under way; empty without one
@@ -79,6 +86,7 @@ private:
         std::string note;
         std::string unknownDevice;
         std::optional<Check> check;
+        std::optional<Failed> failed;
         LogOwner owner;     // of its last request
         std::string usual;  // name of the owner of all its calls so far
         bool isMixed = false;
@@ -92,7 +100,9 @@ private:
     void FinishRequest(const LogMoment& now, std::uint64_t id, Thread& thread, Match match,
                        std::uint32_t status);
     void FinishCheck(std::uint64_t id, Thread& thread);
+    void FinishFailed(Thread& thread, bool isAbsent);
     void Report(const LogMoment& now, std::uint64_t id, const Match& match, LoggedCall call);
+    LogRow RowOf(const LogMoment& now, std::uint64_t id, const Match& match, LoggedCall call);
     void Settle(std::uint64_t id, const LogOwner& owner);
     void NoteUsual(Thread& thread, LogOwner& owner);
     static Match Find(const std::vector<LinkPointer>& among, std::string_view key,

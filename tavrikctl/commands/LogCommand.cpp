@@ -1,6 +1,4 @@
-#include <sys/ioctl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <deque>
 #include <map>
@@ -8,7 +6,6 @@
 #include <optional>
 #include <stop_token>
 
-#include "client/Printable.h"
 #include "doctor/log/LogBegin.h"
 #include "doctor/log/LogModel.h"
 #include "doctor/log/LogSource.h"
@@ -21,15 +18,6 @@ namespace tavrik {
 namespace {
 
 constexpr std::chrono::milliseconds kReadPatience(200);
-
-/// The columns of standard output; 0 if it is no terminal.
-std::size_t Columns() {
-    winsize size{};
-    const bool isKnown = isatty(STDOUT_FILENO) == 1 &&
-                         ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col != 0;
-    constexpr std::size_t kLeast = 10;
-    return isKnown ? std::max<std::size_t>(size.ws_col, kLeast) : 0;
-}
 
 /// Whether the rows of an owner are wanted.
 class GripperFilter {
@@ -52,12 +40,10 @@ public:
         return isWanted;
     }
 
-    /// @throws Failure (NoGripper) if no row was of the gripper
-    void ExpectFound() const {
-        if (!wanted.empty() && !wasFound) {
-            throw Failure(ExitStatus::NoGripper,
-                          "no gripper in the log matches '" + Printable(wanted) + "'");
-        }
+    /// Whether a row was of the gripper, or one of `names` is its own or its master's.
+    bool IsFound(const std::vector<std::string>& names) {
+        return wanted.empty() || wasFound ||
+               std::ranges::any_of(names, [this](const auto& name) { return IsNamed(name); });
     }
 
 private:
@@ -113,6 +99,8 @@ private:
     std::unique_ptr<LogSource> Open(LogModel& model);
     std::uint64_t LinesBefore() const;
     void Read(LogSource& source, LogModel& model, Printer& printer, const std::stop_token& stop);
+    void WarnIfUnknown(const LogModel& model);
+    std::string UnknownText() const;
     void Take(LogModel& model, std::string_view line);
     void Show(const LogRow& row, Printer& printer);
     void ShowLast(Printer& printer);
@@ -124,6 +112,7 @@ private:
     std::string since;
     bool isFollowed = false;
     bool isVerbose = false;
+    bool isWarned = false;
 
     std::optional<LogBegin> begin;  // until it is reached
     std::uint64_t linesBefore = 0;  // in a file
@@ -151,9 +140,10 @@ ExitStatus LogCommand::Run(Daemon& /*daemon*/, Printer& printer) {
         begin.emplace(since);
     }
     isCatchingUp = isFollowed && since.empty() && file != "-";
-    view.emplace(Columns());
+    view.emplace(TerminalColumns());
     filter.emplace(gripper);
-    LogModel model([&](const LogRow& row) { Show(row, printer); }, isVerbose);
+    LogModel model([&](const LogRow& row) { Show(row, printer); }, isVerbose,
+                   [this](const LogRow& row) { return filter->Wants(row); });
     const auto source = Open(model);
     {
         const Interruption interruption;  // after journalctl was started, which it would not end
@@ -163,10 +153,13 @@ ExitStatus LogCommand::Run(Daemon& /*daemon*/, Printer& printer) {
     ShowLast(printer);
     if (file.empty() && model.Summary().lines == 0) {
         throw Failure(ExitStatus::Failed,
-                      "the journal has no line of TavrikDaemon: run as root, or name the file that "
-                      "it logs to: tavrikctl log FILE");
+                      (gripper.empty() ? "" : "there is no file '" + gripper + "', and ") +
+                          "the journal has no line of TavrikDaemon: run as root, or name the file "
+                          "that it logs to: tavrikctl log FILE");
     }
-    filter->ExpectFound();
+    if (!filter->IsFound(model.Present())) {
+        throw Failure(ExitStatus::NoGripper, UnknownText());
+    }
     PrintSummary(model.Summary(), printer);
     return ExitStatus::Done;
 }
@@ -230,11 +223,26 @@ void LogCommand::Read(LogSource& source, LogModel& model, Printer& printer,
                 idle += kReadPatience;
                 model.Idle(idle);
                 ShowLast(printer);
+                WarnIfUnknown(model);
                 break;
             case LogSource::Result::End:
                 return;
         }
     }
+}
+
+/// Whoever follows a log would wait for a name that was mistyped.
+void LogCommand::WarnIfUnknown(const LogModel& model) {
+    if (!isWarned && isFollowed && !filter->IsFound(model.Present())) {
+        Warn(UnknownText() + " so far");
+    }
+    isWarned = true;
+}
+
+/// A word alone may have been meant as a file.
+std::string LogCommand::UnknownText() const {
+    return file.empty() ? "'" + gripper + "' is neither a file nor a gripper in the journal"
+                        : "no gripper in the log matches '" + gripper + "'";
 }
 
 void LogCommand::Take(LogModel& model, std::string_view line) {
@@ -250,9 +258,6 @@ void LogCommand::Take(LogModel& model, std::string_view line) {
 }
 
 void LogCommand::Show(const LogRow& row, Printer& printer) {
-    if (!filter->Wants(row)) {
-        return;
-    }
     if (!isCatchingUp) {
         Print(row, printer);
         return;

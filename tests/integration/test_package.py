@@ -259,6 +259,38 @@ class CellTest(MachineTestCase):
         by_the_log = ("ok", "/dev/ttyACM0", 'log: ID "PELLIX", mode 4, operate')
         wait_until(lambda: by_the_log in findings())
 
+    def test_the_journal_is_shown_by_gripper_and_call(self):
+        """As journald has it: with dates and milliseconds, from the service."""
+        wait_until(lambda: self.call("GetGrippers") == [GRIPPER])
+        wait_until(lambda: self.call("Grip", GRIPPER, 1) == 0)
+        self.call("Holdfast", GRIPPER, True)
+
+        def calls(options):
+            output = self.machine.output(f"tavrikctl log --json {options}")
+            rows = [json.loads(line) for line in output.splitlines()]
+            return [(row["method"], row["request"], row["status"], row["gripper"], row["exact"])
+                    for row in rows if row["kind"] == "call"]
+        for options in ("", "--since 10min", GRIPPER.partition(":")[2]):
+            with self.subTest(options=options):
+                wait_until(lambda options=options: (
+                    ("Grip", "PDOUT=[3,1]", 0, GRIPPER, True) in calls(options) and
+                    (None, "DEVINFO", 3, GRIPPER, True) in calls(options)))
+
+    def test_the_journal_is_followed(self):
+        wait_until(lambda: self.call("GetGrippers") == [GRIPPER])
+        with subprocess.Popen(self.machine.command("exec tavrikctl log -f --json"), text=True,
+                              stdin=subprocess.DEVNULL, stdout=subprocess.PIPE) as follower:
+            json.loads(follower.stdout.readline())  # of what was logged before
+            wait_until(lambda: self.call("Release", GRIPPER, 2) == 0)
+            for line in follower.stdout:
+                row = json.loads(line)
+                if row.get("method") == "Release" and row["request"] == "PDOUT=[2,2]":
+                    break
+            self.machine.run("kill -INT $(pidof tavrikctl)")
+            rest = [json.loads(line) for line in follower.stdout]
+        self.assertEqual((follower.returncode, rest[-1]["kind"]), (0, "summary"))
+        self.assertEqual([each["gripper"] for each in rest[-1]["grippers"]], [GRIPPER])
+
     def test_a_cell_can_be_tried_by_hand(self):
         self.machine.run(STOP)
         command = subprocess.Popen(self.machine.command(TRY), stdin=subprocess.DEVNULL,

@@ -111,6 +111,28 @@ class CallsTest(LogTestCase):
         text = self.ctl("log", path)
         self.assertRegex(text, rf"(?m)^{TLM}: \d+ calls?, \d+ refused, [1-9]\d* timed out")
 
+    def test_readings_of_sets_that_do_not_exist_are_counted(self):
+        mark = self.cell.log.mark()
+        for number in range(20, 30):
+            self.assertEqual(self.call("GetForce", HVA, number), 0)
+            self.assertEqual(self.call("GetNoPartLimit", HVA, number), 0)
+        self.call("SetForce", HVA, 30, 50)
+        self.call("GetOverrideGrip", HVA)
+        lines = self.lines_so_far()
+        rows = [row.partition(HVA)[2].strip() for row in self.rows(self.file(lines))]
+        begin = max(i for i, row in enumerate(rows) if row.startswith("GetForce  PARAM[116][3]  3"))
+        self.assertEqual(
+            [re.sub("<1 s|~1 s", "T", row) for row in rows[begin:begin + 5]],
+            ["GetForce  PARAM[116][3]  3  refused; returned 0  T",
+             "GetNoPartLimit  PARAM[116][1]  3  refused; returned 0  T",
+             "18 more refused readings like those above",
+             "Get/SetForce  PARAM[126][3]  3  refused  T",
+             "GetOverrideGrip  PARAM[64][1]=[64]  0  T"])
+        self.assertNotIn("Parameter 1", "\n".join(rows[begin:]))
+        every_row = [row for row in self.rows("-v", self.file(lines)) if "; returned 0" in row]
+        self.assertEqual(len(every_row), 20)
+        self.assertGreater(len(lines), mark)
+
     def test_grippers_can_be_selected(self):
         self.call("Grip", HVA, 1)
         self.call("Grip", MZD, 1)
@@ -118,6 +140,7 @@ class CallsTest(LogTestCase):
         for name in ("mzd", MZD, "100002", "ttyACM1"):
             rows = self.objects(name, path)
             self.assertEqual({row["gripper"] for row in rows if row["kind"] == "call"}, {MZD}, name)
+            self.assertEqual([row["gripper"] for row in rows[-1]["grippers"]], [MZD])
         self.expect_failure_after("no gripper in the log matches 'none'", "none", path)
 
     def expect_failure_after(self, text, *arguments):

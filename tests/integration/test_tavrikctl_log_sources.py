@@ -14,7 +14,7 @@ import unittest
 from .harness import ctl
 from .harness.cell import PATIENCE, SLOWNESS, wait_until
 from .harness.cell_test_case import main
-from .harness.ctl_test_case import FAILED, HVA, MZD, USAGE
+from .harness.ctl_test_case import FAILED, HVA, MZD, NO_GRIPPER, USAGE
 from .harness.log_test_case import LogTestCase, screen_of
 from .harness.pages import ROOT, section
 
@@ -85,6 +85,25 @@ class SourcesTest(LogTestCase):
         result = ctl.run("log", environment=world)
         self.assertEqual(result.returncode, FAILED)
         self.assertIn("the journal has no line of TavrikDaemon", result.stderr)
+
+    def test_a_mistyped_file_name_is_not_taken_for_a_gripper_silently(self):
+        unknown = "'none.log' is neither a file nor a gripper in the journal"
+        world = self.fake_journal([], self.journal(self.lines), follow="exec sleep 1000")
+        with ctl.Running("log", "-f", "none.log", environment=world) as follower:
+            follower.errors.wait_for(f"^tavrikctl: warning: {unknown} so far$")
+            follower.process.send_signal(signal.SIGINT)  # which also ends the journal
+            self.assertEqual(follower.wait_for_end(), NO_GRIPPER)
+        result = ctl.run("log", "none.log",
+                         environment=self.fake_journal([], self.journal(self.lines)))
+        self.assertEqual((result.returncode, result.stderr),
+                         (NO_GRIPPER, f"tavrikctl: {unknown}\n"))
+        result = ctl.run("log", "none.log", environment=self.fake_journal([], []))
+        self.assertEqual(result.returncode, FAILED)
+        self.assertIn("there is no file 'none.log', and the journal has no line", result.stderr)
+
+    def test_a_gripper_without_a_row_is_known(self):
+        path = self.file("23:00:00" + line[8:] for line in self.lines)
+        self.assertEqual(len(self.objects("--since", "23:30", HVA, path)), 1)
 
     def test_standard_input(self):
         result = subprocess.run(ctl.arguments_of("log", "--json", "-"), env=ctl.CLEAN,

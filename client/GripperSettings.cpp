@@ -257,6 +257,20 @@ std::vector<SettingPlace> PlacesOf(const std::string& model) {
     return places;
 }
 
+std::vector<SettingPlace> DoubtfulZeros(const GripperSettings& settings) {
+    std::vector<SettingPlace> doubtful;
+    for (const auto& [place, value] : settings.values) {
+        const bool isInUse =
+            place.setting->place == Place::Set
+                ? place.number < settings.Count(Place::Set)
+                : place.setting->place == Place::Gripper && place.setting->kind == Kind::Byte;
+        if (value == 0 && isInUse) {
+            doubtful.push_back(place);
+        }
+    }
+    return doubtful;
+}
+
 std::string SettingText(const Setting& setting, int value) {
     switch (setting.kind) {
         case Kind::Flag:

@@ -52,6 +52,10 @@ constexpr int kLedCount = 128;  ///< higher indices are not LEDs
 /// What a gripper of this model may have, in the order of Settings(), by number.
 std::vector<SettingPlace> PlacesOf(const std::string& model);
 
+/// Overrides, and values of the sets in use, that are 0. If the master refuses to send a value, the
+/// daemon answers 0, too, or the value before.
+std::vector<SettingPlace> DoubtfulZeros(const GripperSettings& settings);
+
 /// A value in words, as in "2.00" or "on".
 std::string SettingText(const Setting& setting, int value);
 

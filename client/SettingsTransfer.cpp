@@ -98,6 +98,9 @@ GripperSettings SettingsTransfer::Read(const Progress& progress) {
         guard.Check();
         progress(static_cast<double>(settings.values.size()) / static_cast<double>(places.size()));
     }
+    for (const SettingPlace& place : DoubtfulZeros(settings)) {
+        settings.values[place] = ReadValue(place);
+    }
     guard.Watch();
     if (ReadChecksum() != settings.checksum) {
         throw ChangedMeanwhile(gripper);

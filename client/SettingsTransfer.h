@@ -60,7 +60,7 @@ public:
     /// @param gripper must outlive the transfer
     explicit SettingsTransfer(const Gripper& gripper) : gripper(gripper), guard(gripper) {}
 
-    /// Reads everything; takes seconds.
+    /// Reads everything, and doubtful zeros twice; takes seconds.
     /// @throws Failure (NotAtRest) if the gripper moves, or its settings change meanwhile;
     /// (NoProcessData) if it may have none, because it then may answer 0 for everything;
     /// (NoAnswer, NoGripper, NoDaemon, BadAnswer)

@@ -18,6 +18,7 @@ public:
         app.add_option("FILE", file, "file to write, JSON")
             ->required()
             ->check(CheckNotEmpty)
+            ->check(CheckNoFolder)
             ->option_text(" ");
         app.add_flag("-y,--yes", yes, "replace any file, without a question");
     }

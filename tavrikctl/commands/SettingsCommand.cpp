@@ -37,6 +37,44 @@ std::string CountText(std::size_t count) {
     return std::to_string(count) + (count == 1 ? " setting" : " settings");
 }
 
+/// The first places in words, as in "force of set 1, force of set 2 and 3 more".
+std::string PlacesText(const std::vector<SettingPlace>& places) {
+    constexpr std::size_t kMost = 3;
+    std::string text;
+    for (std::size_t i = 0; i < std::min(places.size(), kMost); ++i) {
+        text += (i == 0 ? "" : ", ") + places[i].Name();
+    }
+    return text +
+           (places.size() > kMost ? " and " + std::to_string(places.size() - kMost) + " more" : "");
+}
+
+/// What has been read as 0 may be something else.
+void WarnOfZeros(const GripperSettings& settings) {
+    const auto zeros = DoubtfulZeros(settings);
+    if (!zeros.empty()) {
+        Warn(PlacesText(zeros) +
+             ": read as 0, which is also the answer if the master refuses to send a value; "
+             "tavrikctl log shows refused readings");
+    }
+}
+
+/// Zeros of a file may be those of a failed reading, and sets that it does not have are zeros.
+void WarnOfFile(const GripperSettings& saved, const GripperSettings& found,
+                const std::string& file) {
+    const int inFile = saved.Count(Place::Set);
+    const int inGripper = found.Count(Place::Set);
+    if (inFile < inGripper) {
+        Warn(file + " has " + std::to_string(inFile) + " parameter sets with values, the gripper " +
+             std::to_string(inGripper) + ": the others are 0 in the file");
+    }
+    auto zeros = DoubtfulZeros(saved);
+    std::erase_if(zeros, [&](const SettingPlace& place) { return found.Value(place) == 0; });
+    if (!zeros.empty()) {
+        Warn(PlacesText(zeros) + ": 0 in " + file +
+             ", but not in the gripper; the master may have refused to send it for the file");
+    }
+}
+
 /// A table of the differences.
 /// @param from,to the titles of the two columns of values
 void PrintDifferences(const std::vector<SettingDifference>& differences, const std::string& from,
@@ -82,13 +120,15 @@ void PrintTable(const GripperSettings& settings, Place place, const std::string&
 }
 
 void Print(const GripperSettings& settings, Printer& printer) {
-    Rows rows{{{"model"}, {settings.model}}, {{"checksum"}, {std::to_string(settings.checksum)}}};
+    Rows rows{{{"GRIPPER"}, {Printable(settings.gripper)}},
+              {{"model"}, {settings.model}},
+              {{"checksum"}, {std::to_string(settings.checksum)}}};
     for (const auto& [place, value] : settings.values) {
         if (place.setting->place == Place::Gripper) {
             rows.push_back({{place.Name()}, {SettingText(*place.setting, value)}});
         }
     }
-    printer.Table({{"GRIPPER"}, {Printable(settings.gripper)}}, rows);
+    printer.Table({{""}, {""}}, rows);
     PrintTable(settings, Place::Set, "SET", printer);
     PrintTable(settings, Place::Led, "LED", printer);
     const bool hasLeds = PlacesOf(settings.model).back().setting->place == Place::Led;
@@ -124,6 +164,7 @@ public:
     ExitStatus Run(Daemon& daemon, Printer& printer) override {
         const GripperSettings settings = Read(Gripper(daemon, ChosenGripper(daemon)));
         json ? printer.Json(ToJson(settings)) : Print(settings, printer);
+        WarnOfZeros(settings);
         return ExitStatus::Done;
     }
 };
@@ -133,6 +174,7 @@ public:
     explicit SaveCommand(CLI::App& program)
         : SettingsCommand(program, "save", "Save all settings of a gripper to FILE",
                           "file to write, JSON") {
+        app.get_option("FILE")->check(CheckNoFolder);
         app.add_flag("-y,--yes", yes, "replace any file");
     }
 
@@ -141,8 +183,10 @@ public:
         if (!yes) {
             ExpectReplaceable(gripper);
         }
-        ReplaceFile(file, JsonFileText(ToJson(Read(gripper))));
+        const GripperSettings settings = Read(gripper);
+        ReplaceFile(file, JsonFileText(ToJson(settings)));
         printer.Line(gripper.Name() + ": settings saved to " + file);
+        WarnOfZeros(settings);
         return ExitStatus::Done;
     }
 
@@ -182,6 +226,7 @@ public:
         const Gripper gripper(daemon, ChosenGripper(daemon));
         const GripperSettings found = Read(gripper);
         found.ExpectSameModel(saved, file);
+        WarnOfFile(saved, found, file);
         const auto differences = Differences(saved, found);
         if (json) {
             PrintJson(saved, found, differences, printer);
@@ -228,6 +273,7 @@ public:
         SettingsTransfer transfer(gripper);
         const GripperSettings found = Read(transfer);
         found.ExpectSameModel(wanted, file);
+        WarnOfFile(wanted, found, file);
         const auto differences = Differences(found, wanted);
         std::string result = "already as in " + file;
         if (!differences.empty()) {

@@ -41,7 +41,7 @@ class RestoreTest(SettingsTestCase):
         self.call("SetNoPartLimit", device, 3, -327.675)
         self.call("SetReleaseLimit", device, 4, 327.67)
         self.call("SetForce", device, 5, 255)
-        self.call("SetOverrideGrip", device, 0)
+        self.call("SetOverrideGrip", device, 1)
         self.call("SetReferenceDirection", device, True)
         self.call("SetLEDSpeed", device, 6, 9)
 
@@ -107,8 +107,10 @@ class RestoreTest(SettingsTestCase):
                     text = "".join(line.ljust(columns) if len(line) == columns else line + "\n"
                                    for line in lines)
                     self.assertNotIn("%", text)  # it has disappeared
+                    table = (f"SETTINGNOWNEWforceofset1{force - 1}{force}" if columns >= 40 else
+                             f"SETTINGforceofset1NOW{force - 1}NEW{force}")  # below each other
                     self.assertEqual(text.replace("\n", "").replace(" ", ""), (
-                        f"SETTINGNOWNEWforceofset1{force - 1}{force}"
+                        f"{table}"
                         f"Write1settingto{HVA}?[y/N]y"
                         f"{HVA}:1settingwrittenandreadback,asin{self.file}"
                         f"Tokeepthemafterpower-off:tavrikctlstore'{HVA}'").replace(" ", ""))

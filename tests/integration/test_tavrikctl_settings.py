@@ -7,6 +7,7 @@ import subprocess
 from .harness import ctl
 from .harness.cell_test_case import main
 from .harness.ctl_test_case import FAILED, HVA, MZD, NOT_POSSIBLE, REFUSED, TLM, USAGE
+from .harness.log_test_case import screen_of
 from .harness.settings_test_case import SettingsTestCase
 
 
@@ -112,7 +113,65 @@ class FileTest(SettingsTestCase):
         self.assertEqual(list(self.folder.iterdir()), [self.file])
 
 
+    def test_a_folder_is_not_a_file(self):
+        for command in ("settings", "cell"):
+            self.expect_failure(USAGE, f"FILE: '{self.folder}' is a directory; see tavrikctl "
+                                f"{command} save --help\n", command, "save", self.folder)
+
+    def test_the_screen_on_narrow_terminals(self):
+        self.save(TLM)
+        self.edit(release_limit=-1.5)
+        shown = screen_of(20, "settings", "show", TLM)
+        self.assertEqual(shown[:4], ["GRIPPER", "  TLM SN:100003", "model", "  TLM"])
+        first = shown.index("SET 0")
+        self.assertEqual(shown[first:first + 4], ["SET 0", "  NO-PART-LIMIT 2.00", "  RELEASE-LIMIT",
+                                                  "  18.00"])
+        shown = screen_of(40, "settings", "show", TLM)
+        self.assertIn("SET  NO-PART-LIMIT  RELEASE-LIMIT", shown)
+        self.assertEqual(screen_of(20, "settings", "diff", self.file, TLM),
+                         ["SETTING", "release-limit of set", "1", "  FILE -1.50",
+                          "  GRIPPER 18.00"])
+        self.save_apart(HVA)
+        self.edit(force=60)
+        self.assertEqual(screen_of(20, "settings", "diff", self.file, HVA),
+                         ["SETTING force of set", "1", "  FILE 60", "  GRIPPER 50"])
+
+
+class RefusedValueTest(SettingsTestCase):
+    """A gripper of which the master has not sent a value yet."""
+
+    options = ("--gripper", "HVA")
+
+    def test_zeros_that_may_be_failures_are_named(self):
+        start = self.cell.log.mark()
+        with self.condition("error 0 3 PARAM[99][3]", "error 0 off"):
+            result = ctl.run("settings", "save", self.file, HVA)
+        self.assertEqual((result.returncode, result.stderr), (0, (
+            "tavrikctl: warning: force of set 3: read as 0, which is also the answer if the master "
+            "refuses to send a value; tavrikctl log shows refused readings\n")))
+        requests = self.cell.log.matching(r"New command PARAM\[99\]\[3\]", since=start)
+        self.assertEqual(len(requests), 2)
+        self.assertEqual(json.loads(self.file.read_text())["sets"][3]["force"], 0)
+        for command in (("diff",), ("restore", "--yes")):
+            result = ctl.run("settings", *command, self.file, HVA)
+            self.assertIn(f"tavrikctl: warning: force of set 3: 0 in {self.file}, but not in the "
+                          "gripper; the master may have refused to send it for the file\n",
+                          result.stderr)
+        self.call("SetForce", HVA, 3, 50)
+
+
 class DiffTest(SettingsTestCase):
+    def test_a_file_with_fewer_sets_is_noticed(self):
+        content = self.save(HVA)
+        self.file.write_text(json.dumps({**content, "sets": content["sets"][:3]}))
+        for command in (("diff",), ("restore", "--yes")):
+            result = ctl.run("settings", *command, self.file, HVA)
+            self.assertEqual(result.stderr, (
+                f"tavrikctl: warning: {self.file} has 3 parameter sets with values, the gripper 8: "
+                "the others are 0 in the file\n"))
+        self.file.write_text(json.dumps(content))
+        self.ctl("settings", "restore", "--yes", self.file, HVA)
+
     def test_differences_are_listed_and_an_exit_status(self):
         self.save(HVA)
         self.assertEqual(self.ctl("settings", "diff", self.file, HVA),

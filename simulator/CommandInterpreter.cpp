@@ -147,6 +147,10 @@ Work DeviceInfo(CommandWords& words) {
     return [numbers](Station& station) { Simulated(station).SetDeviceInfo(numbers); };
 }
 
+std::string UnknownText(const std::string& name) {
+    return "unknown command '" + name + "'; \"help\" lists all commands";
+}
+
 Work Id(CommandWords& words) {
     const std::string id = Unescape(words.TakeRest());
     return [id](Station& station) { Simulated(station).SetId(id); };
@@ -194,9 +198,15 @@ const std::vector<CommandInterpreter::Command>& CommandInterpreter::Commands() {
         {"show N [--json]", "print the state of master and gripper", &Self::HandleShow},
         {"wait MS", "pause before the next line", &Self::HandleWait},
         {"int", "send SIGINT to COMMAND, as Ctrl-C does", &Self::HandleInterrupt},
-        {"help", "print this list", &Self::HandleHelp},
+        {"help [COMMAND]", "print this list, or a line of it", &Self::HandleHelp},
     };
     return kCommands;
+}
+
+/// Null if there is no command `name`.
+const CommandInterpreter::Command* CommandInterpreter::Find(const std::string& name) {
+    const auto command = std::ranges::find(Commands(), std::string_view(name), &Command::Name);
+    return command == Commands().end() ? nullptr : &*command;
 }
 
 CommandInterpreter::CommandInterpreter(Cell& cell, Testbed& testbed, PtyPort::Start ttyStart,
@@ -216,9 +226,9 @@ std::chrono::milliseconds CommandInterpreter::Execute(const std::string& line) {
     }
     pause = {};
     replied = false;
-    const auto command = std::ranges::find(Commands(), std::string_view(*name), &Command::Name);
-    if (command == Commands().end()) {
-        reply("usage: unknown command '" + *name + "'; \"help\" lists all commands");
+    const Command* const command = Find(*name);
+    if (command == nullptr) {
+        reply("usage: " + UnknownText(*name));
         return {};
     }
     try {
@@ -284,9 +294,16 @@ void CommandInterpreter::HangUp(std::size_t number, bool reported) {
 }
 
 void CommandInterpreter::HandleHelp(CommandWords& words) {
+    const auto name = words.TakeIfAny();
     words.End();
+    if (name && Find(*name) == nullptr) {
+        throw std::runtime_error(UnknownText(*name));
+    }
     constexpr std::size_t kUsageWidth = 26;
     for (const Command& command : Commands()) {
+        if (name && command.Name() != *name) {
+            continue;
+        }
         std::string usage = "  " + std::string(command.usage);
         if (usage.size() >= kUsageWidth) {
             reply(usage);

@@ -49,6 +49,7 @@ private:
 
     struct Command;
     static const std::vector<Command>& Commands();
+    static const Command* Find(const std::string& name);
 
     Cell& cell;
     Testbed& testbed;

@@ -29,6 +29,14 @@ class CommandsTest(CtlTestCase):
             self.assertRegex(text, rf"(?m)^  {command}\b[^\n]*(?:\n +| {{2,}})[a-z][a-z]+ ")
         self.assertLessEqual(max(map(len, lines)) + len("pellix-sim: "), 80)
 
+    def test_help_explains_one_command(self):
+        self.assertEqual(self.replies("help error"),
+                         ["  error N CODE|off [KEY]  refuse requests, or those with KEY",
+                          "ok help error"])
+        self.cell.process.stdin.write(b"help dance\n")
+        self.cell.process.stdin.flush()
+        self.cell.errors.wait_for("^pellix-sim: error: unknown command 'dance'; \"help\" lists all")
+
     def test_show_is_readable(self):
         with self.condition("part 0 12.5", "part 0 none"), \
                 self.condition("fault 0 temp-warn on", "fault 0 temp-warn off"):

@@ -4,6 +4,8 @@
 #include <CLI/Formatter.hpp>
 #include <algorithm>
 #include <iostream>
+#include <iterator>
+#include <sstream>
 #include <utility>
 
 #include "client/Failure.h"
@@ -124,48 +126,107 @@ void CommandLine::AddCommands() {
     }
 }
 
-/// @throws Failure (Usage) if there is no command `name`
-void CommandLine::CheckCommand(const std::string& name) const {
-    std::vector<std::string> names;
-    for (const CLI::App* const command : app.get_subcommands({})) {
-        names.push_back(command->get_name());
-    }
-    if (std::ranges::find(names, name) == names.end()) {
-        const std::string question = DidYouMean(name, names);
-        throw Failure(ExitStatus::Usage,
-                      "unknown command '" + name + "'" +
-                          (question.empty() ? "; see tavrikctl --help" : question));
+/// @param words that may be a command, and a command of it
+/// @throws Failure (Usage) if there is no such command
+void CommandLine::CheckCommand(const std::vector<std::string>& words) const {
+    const CLI::App* parent = &app;
+    std::string path;
+    for (const std::string& word : words) {
+        const auto commands = parent->get_subcommands({});
+        if (commands.empty() || word.starts_with('-')) {
+            return;
+        }
+        const auto command = std::ranges::find(commands, word, &CLI::App::get_name);
+        if (command == commands.end()) {
+            std::vector<std::string> names;
+            std::ranges::transform(commands, std::back_inserter(names), &CLI::App::get_name);
+            const std::string question = DidYouMean(word, names);
+            throw Failure(ExitStatus::Usage,
+                          "unknown command '" + path + word + "'" +
+                              (question.empty() ? "; see tavrikctl " + path + "--help" : question));
+        }
+        path += word + " ";
+        parent = *command;
     }
 }
 
+/// The command that was chosen, with its parents: "settings save".
+std::string CommandLine::ChosenPath() const {
+    std::string path;
+    for (const CLI::App* at = &app; !at->get_subcommands().empty();) {
+        at = at->get_subcommands().front();
+        path += (path.empty() ? "" : " ") + at->get_name();
+    }
+    return path;
+}
+
+const CLI::App& CommandLine::ChosenCommand() const {
+    const CLI::App* at = &app;
+    while (!at->get_subcommands().empty()) {
+        at = at->get_subcommands().front();
+    }
+    return *at;
+}
+
+std::string CommandLine::HelpAdvice() const {
+    const std::string path = ChosenPath();
+    return "see tavrikctl " + path + (path.empty() ? "" : " ") + "--help";
+}
+
 /// Explains the words of the command line that nothing has taken.
-/// @throws Failure (Usage) if it can
+/// @throws Failure (Usage)
 void CommandLine::ExplainExtras() const {
     const auto extras = app.remaining(true);
-    const auto word = std::ranges::find_if(
-        extras, [](const std::string& each) { return !each.starts_with('-'); });
-    if (word == extras.end()) {
-        return;
+    const auto isOption = [](const std::string& each) { return each.starts_with('-'); };
+    const auto word = std::ranges::find_if_not(extras, isOption);
+    const CLI::App& command = ChosenCommand();
+    if (word != extras.end() && !command.get_subcommands({}).empty()) {
+        std::istringstream path(ChosenPath() + " " + *word);
+        CheckCommand({std::istream_iterator<std::string>(path), {}});
     }
-    if (app.get_subcommands().empty()) {
-        CheckCommand(*word);
-        return;
+    const auto option = std::ranges::find_if(extras, isOption);
+    if (option != extras.end()) {
+        throw Failure(ExitStatus::Usage, UnknownOptionText(option->substr(0, option->find('='))));
     }
-    const bool hasUnknownOption =
-        std::ranges::any_of(extras, [](const std::string& each) { return each.starts_with("--"); });
-    const auto* const gripper = app.get_subcommands().front()->get_option_no_throw("GRIPPER");
-    if (!hasUnknownOption && gripper != nullptr && gripper->count() > 0) {
+    const auto* const gripper = command.get_option_no_throw("GRIPPER");
+    if (gripper != nullptr && gripper->count() > 0) {
         throw Failure(ExitStatus::Usage, "unexpected argument '" + *word +
                                              "'; quote a name that contains blanks: '" +
                                              gripper->as<std::string>() + " " + *word + "'");
     }
+    throw Failure(ExitStatus::Usage, "unexpected argument '" + *word + "'; " + HelpAdvice());
+}
+
+/// Names the commands that have the option, otherwise the nearest options of the chosen one.
+std::string CommandLine::UnknownOptionText(const std::string& option) const {
+    std::string owners;
+    for (const CLI::App* const command : app.get_subcommands({})) {
+        if (command->get_option_no_throw(option) != nullptr) {
+            owners += (owners.empty() ? "" : ", ") + command->get_name();
+        }
+    }
+    const std::string path = ChosenPath();
+    if (!owners.empty()) {
+        return option + " is not an option of " + (path.empty() ? "tavrikctl" : path) +
+               ", but of: " + owners;
+    }
+    std::vector<std::string> names;
+    for (const CLI::App* const each : {&app, &ChosenCommand()}) {
+        for (const CLI::Option* const known : each->get_options()) {
+            if (!known->get_lnames().empty()) {
+                names.push_back("--" + known->get_lnames().front());
+            }
+        }
+    }
+    const std::string question = DidYouMean(option, names);
+    return "unknown option '" + option + "'" + (question.empty() ? "; " + HelpAdvice() : question);
 }
 
 ExitStatus CommandLine::Run(int argc, const char* const* argv) {
     try {
         return ReadAndRun(argc, argv);
     } catch (const CLI::ParseError& error) {
-        PrintError(std::string(error.what()) + "; see tavrikctl --help");
+        PrintError(std::string(error.what()) + "; " + HelpAdvice());
         return ExitStatus::Usage;
     } catch (const Failure& failure) {
         const bool isUnreachable = failure.Status() == ExitStatus::NoDaemon;
@@ -178,10 +239,10 @@ ExitStatus CommandLine::Run(int argc, const char* const* argv) {
 }
 
 ExitStatus CommandLine::ReadAndRun(int argc, const char* const* argv) {
-    Printer printer(std::cout, WantsColours());
+    Printer printer(std::cout, WantsColours(), TerminalColumns());
     auto arguments = WithoutWords({argv + 1, argv + argc});
-    if (arguments.size() > 1 && arguments.back() == "--help" && !arguments[0].starts_with('-')) {
-        CheckCommand(arguments[0]);  // otherwise CLI11 would print the help of the program
+    if (!arguments.empty() && arguments.back() == "--help") {
+        CheckCommand(arguments);  // otherwise CLI11 would print the help of the program
     }
     try {
         std::ranges::reverse(arguments);  // CLI11 takes them from the end
@@ -192,7 +253,6 @@ ExitStatus CommandLine::ReadAndRun(int argc, const char* const* argv) {
         return ExitStatus::Done;
     } catch (const CLI::ExtrasError&) {
         ExplainExtras();
-        throw;
     }
     const auto command =
         std::ranges::find_if(commands, [](const auto& each) { return each->IsChosen(); });

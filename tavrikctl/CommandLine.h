@@ -24,8 +24,12 @@ public:
 private:
     void AddOptions();
     void AddCommands();
-    void CheckCommand(const std::string& name) const;
-    void ExplainExtras() const;
+    void CheckCommand(const std::vector<std::string>& words) const;
+    const CLI::App& ChosenCommand() const;
+    std::string ChosenPath() const;
+    std::string HelpAdvice() const;
+    std::string UnknownOptionText(const std::string& option) const;
+    [[noreturn]] void ExplainExtras() const;
     ExitStatus ReadAndRun(int argc, const char* const* argv);
 
     CLI::App app;

@@ -64,11 +64,11 @@ Example:
   tavrikctl disable 'HVA SN:100001'
 
 What can go wrong:
-  The daemon or the master does not answer: the drive stays on. This is no
+  The daemon or the master does not answer: the drive stays on. This is not an
   emergency stop.)"},
         {"holdfast", R"(
-With "on", a part stays held while the drive is off; "off" ends this, and the
-part may fall.
+"on" holds the part while the drive is off. "off" stops holding it, and the part
+may fall.
 
 Example:
   tavrikctl holdfast on 'MZD-S SN:100002'
@@ -76,8 +76,8 @@ Example:
 What can go wrong:
   Status 3: only MZD models support it.)"},
         {"store", R"(
-Saves all settings in the gripper's permanent memory; otherwise they are lost
-when its power fails.
+Saves all settings in the gripper's permanent memory. Changes that are not
+stored are lost at power-off.
 
 Example:
   tavrikctl store 'HVA SN:100001'
@@ -97,8 +97,8 @@ What can go wrong:
   Status 5: its master does not answer.)"},
         {"set", R"(
 Changes one setting and reads it back. Limits are in the unit of the gripper's
-positions, forces and overrides in that of its manual. The next power-up undoes
-it, unless it is stored (tavrikctl store).
+positions, forces and overrides in that of its manual. Unless it is stored
+(tavrikctl store), the change is lost at power-off.
 
 Example:
   tavrikctl set force 60 --set 1 'HVA SN:100001'
@@ -118,7 +118,7 @@ What can go wrong:
   See the help of each command, such as 'tavrikctl settings restore --help'.)"},
         {"settings show", R"(
 Prints all settings of a gripper: limits in the unit of its positions, forces
-and overrides in that of its manual. Reads for about a second.
+and overrides in that of its manual. This takes about a second.
 
 Example:
   tavrikctl settings show 'HVA SN:100001'
@@ -135,7 +135,8 @@ Example:
 
 What can go wrong:
   The gripper moves, or another program changes it: stop that program first.
-  The master refuses to send a value: the file has 0 or the previous value.)"},
+  The master refuses to send a value: the file has the previous value, or 0 with
+  a warning.)"},
         {"settings diff", R"(
 Prints the settings of a gripper that differ from those in FILE, in the units of
 the gripper. Ends with status 1 if there are any.
@@ -147,7 +148,7 @@ What can go wrong:
   Status 3: the file is from another model.)"},
         {"settings restore", R"(
 Prints what will change, asks, writes the settings in FILE to the gripper and
-reads them back. The next power-up undoes it, unless --store is given. Units are
+reads them back. Without --store, the changes are lost at power-off. Units are
 those of the gripper.
 
 Example:
@@ -156,7 +157,8 @@ Example:
 What can go wrong:
   Status 3: the file is from another model.
   The gripper refuses a value: the value is listed, and nothing is stored.
-  The connection breaks: repeat the command to finish.)"},
+  The connection breaks: repeat the command to finish.
+  The file has 0, or fewer sets than the gripper: a warning tells which.)"},
         {"cell", R"(
 Saves which grippers a cell has, for 'list --cell' and 'doctor --cell'.
 

@@ -79,17 +79,17 @@ public:
 private:
     void AddWaiting() {
         auto* const flag =
-            app.add_flag("--wait", wait, "wait for the end of the motion and name it");
+            app.add_flag("--wait", wait, "wait for the end of the motion and print the result");
         AddTimeOption(app, "--within", limit, "time limit of --wait, 0.001 to 3600 s (default: 30)")
             ->needs(flag);
         if (kind == MotionKind::Grip) {
             AddTimeOption(app, "--hold-for", holdTime,
-                          "then watch the part so long; fail if it is lost")
+                          "then watch the part for this time; fail if it is lost")
                 ->needs(flag);
         }
         if (kind != MotionKind::Disable) {
             app.add_flag("--stop-on-interrupt", stopOnInterrupt,
-                         "on Ctrl-C, switch the drive off if it still moves")
+                         "on Ctrl-C during the motion, switch the drive off")
                 ->needs(flag)
                 ->option_text(" ");
         }

@@ -81,7 +81,7 @@ class CallTest(CtlTestCase):
                 ("wrong number of arguments, usage: call Grip GRIPPER INTEGER",
                  ("call", "Grip", "mzd")),
                 ("wrong number of arguments, usage: call GetVersion", ("call", "GetVersion", 1)),
-                ("not expected: 4", ("call", "Grip", 1, 2, 3, 4)),
+                ("unexpected argument '4'", ("call", "Grip", 1, 2, 3, 4)),
                 ("'on' is not an integer", ("call", "Grip", "mzd", "on")),
                 ("'1,5' is not a number", ("call", "SetNoPartLimit", "mzd", 0, "1,5")),
                 ("'inf' is not a number", ("call", "SetNoPartLimit", "mzd", 0, "inf")),

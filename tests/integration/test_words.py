@@ -77,6 +77,29 @@ class NearestTest(CtlTestCase):
                                     *arguments)
         self.expect_failure(USAGE, "unknown command 'dance'; see tavrikctl --help\n", "dance")
 
+    def test_the_nearest_command_of_a_command_is_named(self):
+        for arguments in (("settings", "sav"), ("settings", "sav", "x.json", HVA),
+                          ("help", "settings", "sav"), ("settings", "sav", "--help")):
+            with self.subTest(arguments=arguments):
+                self.expect_failure(USAGE, "unknown command 'settings sav'; did you mean 'save'?\n",
+                                    *arguments)
+        self.expect_failure(USAGE, "unknown command 'cell dance'; see tavrikctl cell --help\n",
+                            "cell", "dance")
+        self.expect_failure(USAGE, "settings: must be followed by show, save, diff or restore; see "
+                            "tavrikctl settings --help\n", "settings")
+
+    def test_unknown_options_are_explained(self):
+        self.expect_failure(USAGE, "--hold-for is not an option of release, but of: grip\n",
+                            "release", HVA, "--wait", "--hold-for", 1)
+        self.expect_failure(USAGE, "--hold-for is not an option of home, but of: grip\n",
+                            "home", "--wait", "--hold-for=1")
+        self.expect_failure(USAGE, "unknown option '--wiat'; did you mean '--wait'?\n",
+                            "grip", HVA, "--wiat")
+        self.expect_failure(USAGE, "unknown option '--dance'; see tavrikctl settings save --help\n",
+                            "settings", "save", "x.json", HVA, "--dance")
+        self.expect_failure(USAGE, f"unexpected argument '{HVA}'; see tavrikctl list --help\n",
+                            "list", HVA)
+
     def test_the_nearest_setting_is_named_and_all_are_listed(self):
         self.expect_failure(USAGE, "unknown setting 'forces'; did you mean 'force'? settings: "
                             "force, no-part-limit, ", "get", "forces")

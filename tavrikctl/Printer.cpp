@@ -48,9 +48,10 @@ std::string_view EnvironmentText(const char* name) {
     return text == nullptr ? "" : text;
 }
 
-constexpr std::size_t kScreenWidth = 80;  // columns
-constexpr std::size_t kSubjectGap = 2;    // between columns
-constexpr std::size_t kMarkWidth = 5;     // "wrong"
+constexpr std::size_t kWidest = 80;        // columns of a report
+constexpr std::size_t kNarrowReport = 60;  // columns; below, a finding has lines of its own
+constexpr std::size_t kSubjectGap = 2;     // between columns
+constexpr std::size_t kMarkWidth = 5;      // "wrong"
 constexpr std::size_t kWidestSubject = 24;
 constexpr const char* kSubjectTitle = "WHAT";
 constexpr const char* kTextTitle = "FINDING";
@@ -93,11 +94,13 @@ std::string Joined(const std::string& subject, std::size_t width, const std::str
            (text.empty() ? "" : std::string(width - Width(subject) + kSubjectGap, ' ') + text);
 }
 
-void AddRows(const Finding& finding, std::size_t width, Rows& rows) {
+/// @param screen columns of it
+/// @param width of the subjects
+void AddRows(const Finding& finding, std::size_t screen, std::size_t width, Rows& rows) {
     // Not wrapped if it fits: wrapping replaces several blanks of a name by one.
     auto subjects = Width(finding.subject) <= width ? std::vector{finding.subject}
                                                     : Wrap(finding.subject, width);
-    auto texts = Wrap(finding.text, kScreenWidth - kMarkWidth - kSubjectGap - width - kSubjectGap);
+    auto texts = Wrap(finding.text, screen - kMarkWidth - kSubjectGap - width - kSubjectGap);
     const std::size_t count = std::max(subjects.size(), texts.size());
     subjects.resize(count);
     texts.resize(count);
@@ -128,9 +131,7 @@ std::vector<std::string> PartsOf(const std::string& remedy, std::size_t width) {
     return parts;
 }
 
-void AddRemedy(const std::string& remedy, Rows& rows) {
-    const std::string title = "do: ";
-    const std::size_t width = kScreenWidth - kMarkWidth - kSubjectGap - title.size();
+std::vector<std::string> RemedyLines(const std::string& remedy, std::size_t width) {
     std::vector<std::string> lines(1);
     for (const std::string& part : PartsOf(remedy, width)) {
         if (!lines.back().empty() && Width(lines.back()) + 1 + Width(part) > width) {
@@ -138,9 +139,33 @@ void AddRemedy(const std::string& remedy, Rows& rows) {
         }
         lines.back() += (lines.back().empty() ? "" : " ") + part;
     }
+    return lines;
+}
+
+void AddRemedy(const std::string& remedy, std::size_t screen, Rows& rows) {
+    const std::string title = "do: ";
+    const auto lines = RemedyLines(remedy, screen - kMarkWidth - kSubjectGap - title.size());
     for (const std::string& line : lines) {
         const bool isFirst = &line == &lines.front();
         rows.push_back({{}, {(isFirst ? title : std::string(title.size(), ' ')) + line}});
+    }
+}
+
+/// Mark and subject first, the finding and what to do below.
+void PrintNarrow(const Finding& finding, const std::string& remedy, std::size_t screen,
+                 Printer& printer) {
+    const bool wrong = finding.mark == Mark::Wrong;
+    const std::string margin(kSubjectGap, ' ');
+    for (const std::string& line : Wrap(MarkText(finding.mark) + (" " + finding.subject), screen)) {
+        printer.Line(Cell{line, wrong});
+    }
+    for (const std::string& line : Wrap(finding.text, screen - margin.size())) {
+        printer.Line(Cell{margin + line, wrong});
+    }
+    if (!remedy.empty()) {
+        for (const std::string& line : RemedyLines("do: " + remedy, screen - margin.size())) {
+            printer.Line(margin + line);
+        }
     }
 }
 
@@ -249,17 +274,26 @@ bool WantsColours() {
 
 void PrintReport(const Findings& findings, Printer& printer) {
     const Findings joined = JoinEqual(findings);
+    const bool isOpen = printer.Columns() == 0;
+    const std::size_t screen = isOpen ? kWidest : std::min(printer.Columns(), kWidest);
     const std::size_t width = SubjectWidth(joined);
     Rows rows;
     for (auto each = joined.begin(); each != joined.end(); ++each) {
-        AddRows(*each, width, rows);
         const auto next = each + 1;
         const bool isRepeated = next != joined.end() && next->remedy == each->remedy;
-        if (!each->remedy.empty() && !isRepeated) {
-            AddRemedy(each->remedy, rows);
+        const std::string remedy = isRepeated ? "" : each->remedy;
+        if (screen < kNarrowReport) {
+            PrintNarrow(*each, remedy, screen, printer);
+            continue;
+        }
+        AddRows(*each, screen, width, rows);
+        if (!remedy.empty()) {
+            AddRemedy(remedy, screen, rows);
         }
     }
-    printer.WideTable({{""}, {Joined(kSubjectTitle, width, kTextTitle)}}, rows);
+    if (!rows.empty()) {
+        printer.WideTable({{""}, {Joined(kSubjectTitle, width, kTextTitle)}}, rows);
+    }
 }
 
 }  // namespace tavrik

@@ -45,6 +45,9 @@ public:
     /// One JSON text, indented; ASCII only, so that no string can control the terminal.
     void Json(const nlohmann::ordered_json& json);
 
+    /// Of the terminal; 0 if there is none.
+    std::size_t Columns() const { return columns; }
+
     /// For output that was written directly to the stream.
     void Flush();
 
@@ -68,8 +71,8 @@ bool IsOnTerminal();
 /// Whether it is a terminal that may show colours: NO_COLOR forbids them.
 bool WantsColours();
 
-/// Prints the findings in 80 columns, each with its remedy below. Consecutive findings share one
-/// remedy, and three or more equal ones are printed as one.
+/// Prints the findings in up to 80 columns, each with its remedy below. Consecutive findings share
+/// one remedy, and three or more equal ones are printed as one.
 void PrintReport(const Findings& findings, Printer& printer);
 
 }  // namespace tavrik

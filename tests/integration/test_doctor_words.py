@@ -14,6 +14,7 @@ from .harness.cell import PORTS, wait_until
 from .harness.cell_test_case import main
 from .harness.doctor_test_case import (DONE, HVA, NO_DAEMON, NO_GRIPPER, DoctorTestCase,
                                        NoDaemonTestCase)
+from .harness.log_test_case import screen_of
 
 
 class WordsTestCase(DoctorTestCase):
@@ -51,6 +52,18 @@ class RemedyTest(WordsTestCase):
             remedy = self.finding(DONE, HVA, "--host", "localhost")["remedy"]
         self.assertTrue(remedy.endswith(f"tavrikctl set force 30 '{HVA}' --host localhost"), remedy)
         self.type(remedy)
+
+    def test_the_report_at_every_width(self):
+        for columns in (20, 40, 80, 200):
+            with self.subTest(columns=columns):
+                lines = screen_of(columns, "doctor", "--host", "localhost")
+                found = lines.index("ok port 44221" if columns < 80 else next(
+                    line for line in lines if re.match("ok +port 44221 +TavrikDaemon ", line)))
+                if columns == 20:
+                    self.assertEqual(lines[found + 1], "  TavrikDaemon")
+                if columns < 80:
+                    self.assertTrue(lines[found + 1].startswith("  TavrikDaemon"), lines)
+                self.assertLessEqual(max(map(len, lines)), min(columns, 80))
 
     def test_a_stopped_daemon_is_continued_by_its_remedy(self):
         os.kill(self.cell.daemon_pid(), signal.SIGSTOP)

@@ -78,6 +78,17 @@ TEST(ReportTest, ACommandIsOnOneLine) {
     EXPECT_NE(text.find("systemctl restart tavrikdaemon\n"), std::string::npos) << text;
 }
 
+TEST(ReportTest, OnANarrowScreenTheFindingIsBelowItsSubject) {
+    std::ostringstream out;
+    Printer printer(out, false, 20);
+    PrintReport({{Mark::Wrong, "port 44221", "no program listens", "start it: TavrikDaemon"},
+                 {Mark::Ok, "a name of two lines", "is ok", ""}},
+                printer);
+    EXPECT_EQ(out.str(),
+              "wrong port 44221\n  no program listens\n  do: start it:\n  TavrikDaemon\n"
+              "ok a name of two\nlines\n  is ok\n");
+}
+
 TEST(ReportTest, WrongFindingsAreRed) {
     const std::string text = ReportText({{Mark::Wrong, "a", "b", "c"},
                                          {Mark::Warning, "d", "e", ""},

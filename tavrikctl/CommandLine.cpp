@@ -132,20 +132,20 @@ void CommandLine::CheckCommand(const std::vector<std::string>& words) const {
     const CLI::App* parent = &app;
     std::string path;
     for (const std::string& word : words) {
-        const auto commands = parent->get_subcommands({});
-        if (commands.empty() || word.starts_with('-')) {
+        const auto children = parent->get_subcommands({});
+        if (children.empty() || word.starts_with('-')) {
             return;
         }
-        const auto command = std::ranges::find(commands, word, &CLI::App::get_name);
-        if (command == commands.end()) {
+        const auto command = std::ranges::find(children, word, &CLI::App::get_name);
+        if (command == children.end()) {
             std::vector<std::string> names;
-            std::ranges::transform(commands, std::back_inserter(names), &CLI::App::get_name);
+            std::ranges::transform(children, std::back_inserter(names), &CLI::App::get_name);
             const std::string question = DidYouMean(word, names);
             throw Failure(ExitStatus::Usage,
                           "unknown command '" + path + word + "'" +
                               (question.empty() ? "; see tavrikctl " + path + "--help" : question));
         }
-        path += word + " ";
+        path.append(word).append(" ");
         parent = *command;
     }
 }
@@ -199,13 +199,16 @@ void CommandLine::ExplainExtras() const {
 
 /// Names the commands that have the option, otherwise the nearest options of the chosen one.
 std::string CommandLine::UnknownOptionText(const std::string& option) const {
+    const std::string path = ChosenPath();
+    if (ChosenCommand().get_option_no_throw(option) != nullptr) {
+        return option + " must come after '" + path + "'";
+    }
     std::string owners;
     for (const CLI::App* const command : app.get_subcommands({})) {
         if (command->get_option_no_throw(option) != nullptr) {
             owners += (owners.empty() ? "" : ", ") + command->get_name();
         }
     }
-    const std::string path = ChosenPath();
     if (!owners.empty()) {
         return option + " is not an option of " + (path.empty() ? "tavrikctl" : path) +
                ", but of: " + owners;

@@ -85,8 +85,8 @@ LogBegin::LogBegin(const std::string& text) : text(text) {
     }
     throw Failure(ExitStatus::Usage,
                   "invalid time '" + text +
-                      "': must be as 14:00, 14:00:30, '2026-11-22 14:00', or 90s, 10min, 2h, 3d "
-                      "ago");
+                      "': must be like 14:00, 14:00:30 or '2026-11-22 14:00', or a time ago like "
+                      "90s, 10min, 2h or 3d");
 }
 
 bool LogBegin::IsAt(const LogEntry& entry) {

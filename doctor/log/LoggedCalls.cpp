@@ -276,11 +276,11 @@ void LoggedCalls::FinishRequest(const LogMoment& now, std::uint64_t id, Thread& 
 }
 
 /// @param isAbsent whether it was a reading of a value that the daemon does not have
-void LoggedCalls::FinishFailed(Thread& thread, bool isAbsent) {
+void LoggedCalls::FinishFailed(Thread& thread, bool isAbsent) const {
     Failed failed = std::move(*thread.failed);
     thread.failed.reset();
-    LoggedCall& call = *failed.row.call;
     if (isAbsent) {
+        LoggedCall& call = *failed.row.call;
         failed.request.isRead = true;
         call.method = MethodsOf(failed.request);
         call.note += "; returned 0";

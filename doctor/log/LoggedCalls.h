@@ -100,7 +100,7 @@ private:
     void FinishRequest(const LogMoment& now, std::uint64_t id, Thread& thread, Match match,
                        std::uint32_t status);
     void FinishCheck(std::uint64_t id, Thread& thread);
-    void FinishFailed(Thread& thread, bool isAbsent);
+    void FinishFailed(Thread& thread, bool isAbsent) const;
     void Report(const LogMoment& now, std::uint64_t id, const Match& match, LoggedCall call);
     LogRow RowOf(const LogMoment& now, std::uint64_t id, const Match& match, LoggedCall call);
     void Settle(std::uint64_t id, const LogOwner& owner);

@@ -93,6 +93,7 @@ class NearestTest(CtlTestCase):
                             "release", HVA, "--wait", "--hold-for", 1)
         self.expect_failure(USAGE, "--hold-for is not an option of home, but of: grip\n",
                             "home", "--wait", "--hold-for=1")
+        self.expect_failure(USAGE, "--wait must come after 'grip'\n", "--wait", "grip", HVA)
         self.expect_failure(USAGE, "unknown option '--wiat'; did you mean '--wait'?\n",
                             "grip", HVA, "--wiat")
         self.expect_failure(USAGE, "unknown option '--dance'; see tavrikctl settings save --help\n",

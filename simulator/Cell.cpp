@@ -15,6 +15,8 @@
 
 #include "simulator/Recording.h"
 
+#include "common/UsbIdentity.h"
+
 namespace simulator {
 
 namespace {
@@ -54,6 +56,13 @@ void AddReplay(CellSetup& cell, const std::vector<RecordedEvent>& events, const 
     cell.stations.emplace_back(std::move(master));
 }
 
+/// The same texts as in a testbed.
+std::unique_ptr<UsbFaults> FaultlessUsb(std::size_t number) {
+    auto usb = std::make_unique<UsbFaults>();
+    usb->texts = {kUsbManufacturer, "PELLIX", "PX" + std::to_string(1000 + number)};
+    return usb;
+}
+
 }  // namespace
 
 CellSetup SetUpCell(const Options& options, RecordingWriter* writer, const Printer& print) {
@@ -65,6 +74,9 @@ CellSetup SetUpCell(const Options& options, RecordingWriter* writer, const Print
         for (const auto& [number, events] : ReadRecording(path).masters) {
             AddReplay(cell, events, path, options, print);
         }
+    }
+    for (std::size_t number = 0; options.usb && number < cell.stations.size(); ++number) {
+        cell.stations[number].usb = FaultlessUsb(number);
     }
     for (unsigned number = 0; writer != nullptr && number < cell.stations.size(); ++number) {
         auto& master = cell.stations[number].master;
@@ -138,13 +150,12 @@ void Cell::Wait() {
         if (!station.port) {
             continue;
         }
-        const auto stationDue = station.master->NextDue();
-        if (stationDue) {
-            due = due ? std::min(*due, *stationDue) : *stationDue;
+        for (const auto& next : {station.master->NextDue(), station.port->NextDue()}) {
+            if (next) {
+                due = due ? std::min(*due, *next) : *next;
+            }
         }
-        const int events =
-            (station.port->IsStalled() ? 0 : POLLIN) | (station.port->WaitsForRoom() ? POLLOUT : 0);
-        pollSet.push_back({station.port->Descriptor(), static_cast<short>(events), 0});
+        pollSet.push_back({station.port->Descriptor(), station.port->PollEvents(), 0});
     }
     timespec timeout{};
     if (due) {
@@ -175,15 +186,17 @@ void Cell::Serve(Station& station, TimePoint now) {
     if (!station.port) {
         return;
     }
-    if (!station.port->IsStalled()) {
-        station.master->Receive(station.port->Read(), now);
-    }
+    station.master->Receive(station.port->Read(), now);
     for (std::string text = station.master->NextText(now); !text.empty();
          text = station.master->NextText(now)) {
         station.port->Send(text);
     }
     if (station.port->WaitsForRoom()) {
         station.port->Flush();
+    }
+    if (!station.port->IsConnected()) {
+        station.master->HangUp(true, now);
+        station.port.reset();
     }
 }
 

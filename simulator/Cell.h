@@ -15,22 +15,24 @@
 #include "simulator/FileDescriptor.h"
 #include "simulator/Master.h"
 #include "simulator/Options.h"
-#include "simulator/Pty.h"
+#include "simulator/Port.h"
 #include "simulator/RecordingWriter.h"
 #include "simulator/ReplayingMaster.h"
 #include "simulator/SimulatedMaster.h"
+#include "simulator/usb/UsbFaults.h"
 
 namespace simulator {
 
-/// A master with its tty.
+/// A master and what it is plugged into.
 struct Station {
     explicit Station(std::unique_ptr<Master> master)
         : master(std::move(master)),
           simulated(dynamic_cast<SimulatedMaster*>(this->master.get())) {}
 
     std::unique_ptr<Master> master;
-    SimulatedMaster* simulated;     ///< the master if it has a gripper, else null
-    std::unique_ptr<PtyPort> port;  ///< null while unplugged
+    SimulatedMaster* simulated;      ///< the master if it has a gripper, else null
+    std::unique_ptr<UsbFaults> usb;  ///< null without --usb; outlives the port
+    std::unique_ptr<Port> port;      ///< null while unplugged
 };
 
 /// A replayed master.

@@ -10,6 +10,7 @@
 #include <variant>
 
 #include "simulator/StateReport.h"
+#include "simulator/usb/UsbCommands.h"
 
 namespace simulator {
 
@@ -20,9 +21,9 @@ constexpr unsigned kLargestNumber = 1000000000;
 constexpr unsigned kLargestParameterIndex = 65535;
 
 /// What a command does with its master, on the cell's thread.
-using Work = std::function<void(Station&)>;
+using usb_commands::Work;
 
-PtyPort& Port(Station& station) {
+Port& PluggedPort(Station& station) {
     if (!station.port) {
         throw std::runtime_error("the master is not plugged in");
     }
@@ -42,7 +43,7 @@ SimulatedGripper& Gripper(Station& station) {
 
 SimulatedMaster& PluggedMaster(Station& station) {
     SimulatedMaster& master = Simulated(station);
-    Port(station);
+    PluggedPort(station);
     return master;
 }
 
@@ -114,7 +115,7 @@ Work Send(CommandWords& words) {
 
 Work Stall(CommandWords& words) {
     const bool on = ParseOnOff(words.Take());
-    return [on](Station& station) { Port(station).SetStalled(on); };
+    return [on](Station& station) { PluggedPort(station).SetStalled(on); };
 }
 
 Work SplitAnswers(CommandWords& words) {
@@ -195,6 +196,17 @@ const std::vector<CommandInterpreter::Command>& CommandInterpreter::Commands() {
          Parameter},
         {"devinfo N NUMBER,NUMBER...", "replace the device information", DeviceInfo},
         {"id N TEXT", "replace its ID", Id},
+        {"usb-control N MS|refuse|ignore", "answer control requests later, or never",
+         usb_commands::Control},
+        {"usb-halt N in|out", "halt an endpoint", usb_commands::Halt},
+        {"usb-cut N BYTES", "cut transfers to BYTES; 0 ends this", usb_commands::Cut},
+        {"usb-error N COUNT", "let the next COUNT transfers fail", usb_commands::Error},
+        {"usb-reset N", "reset the device", &Self::HandleUsbReset},
+        {"usb-text N manufacturer|product|serial [TEXT]",
+         "replace or remove a text at the next plug", usb_commands::Text},
+        {"usb-descriptor N BYTES|all", "cut the descriptor at the next plug",
+         usb_commands::Descriptor},
+        {"usb-move N", "use another port at the next plug", usb_commands::Move},
         {"show N [--json]", "print the state of master and gripper", &Self::HandleShow},
         {"wait MS", "pause before the next line", &Self::HandleWait},
         {"int", "send SIGINT to COMMAND, as Ctrl-C does", &Self::HandleInterrupt},
@@ -209,11 +221,9 @@ const CommandInterpreter::Command* CommandInterpreter::Find(const std::string& n
     return command == Commands().end() ? nullptr : &*command;
 }
 
-CommandInterpreter::CommandInterpreter(Cell& cell, Testbed& testbed, PtyPort::Start ttyStart,
-                                       Printer reply, Interrupt interrupt)
+CommandInterpreter::CommandInterpreter(Cell& cell, Bus& bus, Printer reply, Interrupt interrupt)
     : cell(cell),
-      testbed(testbed),
-      ttyStart(ttyStart),
+      bus(bus),
       reply(std::move(reply)),
       interrupt(std::move(interrupt)),
       devicesPresent(cell.Size()) {}
@@ -267,24 +277,22 @@ std::size_t CommandInterpreter::TakeLastNumber(CommandWords& words) const {
 }
 
 void CommandInterpreter::Plug(std::size_t number) {
-    std::string ttyPath;
-    cell.Call(number, [this, &ttyPath](Station& station) {
+    cell.Call(number, [this, number](Station& station) {
         if (station.port) {
             throw std::runtime_error("the master is already plugged in");
         }
-        station.port = std::make_unique<PtyPort>(ttyStart);
+        station.port = bus.CreatePort(number, station);
         station.master->PowerUp(Clock::now());
-        if (ttyStart == PtyPort::Start::Cooked && station.simulated != nullptr) {
+        if (bus.StartsCooked() && station.simulated != nullptr) {
             station.simulated->FillBuffer(Clock::now());
         }
-        ttyPath = station.port->NodePath();
     });
-    testbed.Plug(number, ttyPath);
+    bus.Attach(number);
     devicesPresent[number] = true;
 }
 
 void CommandInterpreter::HangUp(std::size_t number, bool reported) {
-    testbed.RemoveNode(number);
+    bus.PrepareHangUp(number, reported);
     cell.Call(number, [reported](Station& station) {
         if (station.port || reported) {
             station.master->HangUp(reported, Clock::now());
@@ -324,7 +332,7 @@ void CommandInterpreter::HandleUnplug(CommandWords& words) {
         throw std::runtime_error("the master is not plugged in");
     }
     HangUp(number, true);
-    testbed.Unplug(number);
+    bus.Detach(number);
     devicesPresent[number] = false;
 }
 
@@ -336,7 +344,11 @@ void CommandInterpreter::HandleEvent(CommandWords& words) {
     const std::size_t number = TakeNumber(words);
     const std::string action = words.Take();
     words.End();
-    testbed.SendEvent(number, action);
+    bus.SendEvent(number, action);
+}
+
+void CommandInterpreter::HandleUsbReset(CommandWords& words) {
+    bus.Reset(TakeLastNumber(words));
 }
 
 void CommandInterpreter::HandleShow(CommandWords& words) {

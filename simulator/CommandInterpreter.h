@@ -6,9 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "simulator/Bus.h"
 #include "simulator/Cell.h"
-#include "simulator/Pty.h"
-#include "simulator/Testbed.h"
 #include "simulator/TextTools.h"
 
 namespace simulator {
@@ -20,16 +19,15 @@ public:
     /// Sends SIGINT to COMMAND; false if it is not running.
     using Interrupt = std::function<bool()>;
 
-    /// Cell and testbed outlive the interpreter.
+    /// Cell and bus outlive the interpreter.
     /// @param reply takes a reply without its line feed
-    CommandInterpreter(Cell& cell, Testbed& testbed, PtyPort::Start ttyStart, Printer reply,
-                       Interrupt interrupt);
+    CommandInterpreter(Cell& cell, Bus& bus, Printer reply, Interrupt interrupt);
 
     /// Executes a line; ignores empty lines and lines that start with "#".
     /// @return the pause before the next line of the same source
     std::chrono::milliseconds Execute(const std::string& line);
 
-    /// Creates the node of a master and sends "add".
+    /// Plugs a master in; udev reports "add".
     /// @throws std::runtime_error if it is already plugged in.
     void Plug(std::size_t number);
 
@@ -43,6 +41,7 @@ private:
     void HandleUnplug(CommandWords& words);
     void HandleHangUp(CommandWords& words);
     void HandleEvent(CommandWords& words);
+    void HandleUsbReset(CommandWords& words);
     void HandleShow(CommandWords& words);
     void HandleWait(CommandWords& words);
     void HandleInterrupt(CommandWords& words);
@@ -52,11 +51,10 @@ private:
     static const Command* Find(const std::string& name);
 
     Cell& cell;
-    Testbed& testbed;
-    PtyPort::Start ttyStart;
+    Bus& bus;
     Printer reply;
     Interrupt interrupt;
-    std::vector<bool> devicesPresent;  // by master: in sysfs
+    std::vector<bool> devicesPresent;  // by master: plugged in for udev
     std::chrono::milliseconds pause{0};
     bool replied = false;  // by the handler
 };

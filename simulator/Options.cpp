@@ -25,6 +25,7 @@ counted from 0 in the order of --gripper, is /dev/ttyACM<N>.)";
 
 constexpr const char* kUsage = R"(
 Usage: pellix-sim [OPTIONS] -- COMMAND ARG...
+       pellix-sim --usb [OPTIONS] [-- COMMAND ARG...]
        pellix-sim tap TTY... FILE [-- COMMAND ARG...]
 )";
 
@@ -139,6 +140,8 @@ void AddOptions(CLI::App& app, Options& options) {
         [&master](const auto& text) { master.reportProcessOutput = ParseOnOff(text); });
     Add(app, "--start-mode", "CODE", "data-link mode after plugging in (default 3)",
         [&master](const auto& text) { master.startMode = ParseUnsigned(text, mode::kLargest); });
+    app.add_flag("--usb", options.usb,
+                 "plug the masters into the USB of this host,\nfor all programs");
     app.add_flag_callback(
         "--cooked", [&options] { options.ttyStart = PtyPort::Start::Cooked; },
         "start ttys with echo and line mode on");
@@ -181,10 +184,15 @@ Options ParseOptions(Arguments arguments) {
     if (options.help) {
         return options;
     }
-    if (arguments.end() - dashes < 2) {
+    if (options.usb && options.ttyStart == PtyPort::Start::Cooked) {
+        throw UsageError("--cooked: ttys of --usb always start so");
+    }
+    if (dashes != arguments.end()) {
+        options.command.assign(dashes + 1, arguments.end());
+    }
+    if (options.command.empty() && (!options.usb || dashes != arguments.end())) {
         throw UsageError("missing COMMAND");
     }
-    options.command.assign(dashes + 1, arguments.end());
     if (!options.unplugged.empty() && *options.unplugged.rbegin() >= options.grippers.size()) {
         throw UsageError("--unplugged: no master " + std::to_string(*options.unplugged.rbegin()));
     }

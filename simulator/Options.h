@@ -30,7 +30,8 @@ struct Options {
     std::optional<std::string> recordPath;
     std::vector<std::string> replayPaths;
     ReplayingMaster::Timing replayTiming = ReplayingMaster::Timing::AsRecorded;
-    std::vector<std::string> command;
+    bool usb = false;
+    std::vector<std::string> command;  ///< with `usb` it may be empty
     bool help = false;
 };
 

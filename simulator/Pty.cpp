@@ -1,6 +1,7 @@
 #include "simulator/Pty.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
@@ -65,7 +66,14 @@ PtyPort::PtyPort(Start start) : tty(pty.OpenTty()), packetsOnly(start == Start::
     }
 }
 
+short PtyPort::PollEvents() const {
+    return static_cast<short>((stalled ? 0 : POLLIN) | (waitsForRoom ? POLLOUT : 0));
+}
+
 std::string PtyPort::Read() {
+    if (stalled) {
+        return {};
+    }
     std::array<char, 4096> buffer{};
     const ssize_t count = read(pty.Descriptor(), buffer.data(), buffer.size());
     return {buffer.data(), count > 0 ? static_cast<std::size_t>(count) : 0U};

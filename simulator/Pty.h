@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "simulator/FileDescriptor.h"
+#include "simulator/Port.h"
 
 namespace simulator {
 
@@ -36,7 +37,7 @@ private:
 };
 
 /// The tty of a simulated master. Not thread-safe.
-class PtyPort {
+class PtyPort final : public Port {
 public:
     enum class Start { Raw, Cooked };
 
@@ -46,27 +47,22 @@ public:
     /// @throws std::system_error
     explicit PtyPort(Start start);
 
-    /// Path of the tty ("/dev/pts/3").
-    const std::string& NodePath() const { return pty.NodePath(); }
+    int Descriptor() const override { return pty.Descriptor(); }
+    short PollEvents() const override;
 
-    /// For poll: readable if the client has written; writable if there is room for more text.
-    int Descriptor() const { return pty.Descriptor(); }
+    /// @return at most 4096 bytes
+    std::string Read() override;
 
-    /// @return up to 4096 bytes from the client; empty if there are none.
-    std::string Read();
+    /// Sends `text` with one write.
+    void Send(std::string_view text) override;
+    void Flush() override;
+    bool WaitsForRoom() const override { return waitsForRoom; }
 
-    /// Sends `text` with one write. Up to 4096 bytes that the tty does not accept are kept for
-    /// Flush(); a text that exceeds this limit is dropped.
-    void Send(std::string_view text);
-    void Flush();
-    bool WaitsForRoom() const { return waitsForRoom; }
+    void SetStalled(bool on) override;
+    bool IsStalled() const override { return stalled; }
 
-    /// A stalled port accepts no bytes: writes of the client block.
-    void SetStalled(bool on);
-    bool IsStalled() const { return stalled; }
-
-    /// False while the tty has echo or line mode on.
-    bool IsRaw() const;
+    std::string NodePath() const override { return pty.NodePath(); }
+    bool IsRaw() const override;
 
 private:
     Pty pty;

@@ -89,18 +89,19 @@ std::string FlagText(const SimulatedGripper& gripper) {
     return text.empty() ? "none" : text;
 }
 
-std::string TtyText(const PtyPort* port) {
+std::string TtyText(const Port* port) {
     if (port == nullptr) {
         return "none, the master is unplugged";
     }
-    return port->NodePath() + (port->IsRaw() ? ", raw" : ", not raw") +
+    const std::string path = port->NodePath();
+    return (path.empty() ? "on USB" : path + (port->IsRaw() ? ", raw" : ", not raw")) +
            (port->IsStalled() ? ", stalled" : "");
 }
 
 }  // namespace
 
 std::vector<std::string> StateLines(std::size_t number, const SimulatedMaster& master,
-                                    const PtyPort* port) {
+                                    const Port* port) {
     const SimulatedGripper& gripper = master.Gripper();
     const auto part = gripper.Part();
     const auto& requests = master.RequestLines();
@@ -121,7 +122,7 @@ std::vector<std::string> StateLines(std::size_t number, const SimulatedMaster& m
     };
 }
 
-std::string StateReport(std::size_t number, const SimulatedMaster& master, const PtyPort* port) {
+std::string StateReport(std::size_t number, const SimulatedMaster& master, const Port* port) {
     const SimulatedGripper& gripper = master.Gripper();
     const auto part = gripper.Part();
     const Json report{

@@ -4,18 +4,18 @@
 #include <string>
 #include <vector>
 
-#include "simulator/Pty.h"
+#include "simulator/Port.h"
 #include "simulator/SimulatedMaster.h"
 
 namespace simulator {
 
 /// The state of a master and its gripper, as a JSON object on one line.
 /// @param port null while unplugged
-std::string StateReport(std::size_t number, const SimulatedMaster& master, const PtyPort* port);
+std::string StateReport(std::size_t number, const SimulatedMaster& master, const Port* port);
 
 /// The most important of it in words, in lines of up to 66 characters unless a text from outside is
 /// longer.
 std::vector<std::string> StateLines(std::size_t number, const SimulatedMaster& master,
-                                    const PtyPort* port);
+                                    const Port* port);
 
 }  // namespace simulator

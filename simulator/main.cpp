@@ -17,10 +17,12 @@
 #include "simulator/CommandInterpreter.h"
 #include "simulator/CommandReader.h"
 #include "simulator/Options.h"
+#include "simulator/PtyBus.h"
 #include "simulator/RecordingWriter.h"
 #include "simulator/Tap.h"
 #include "simulator/Testbed.h"
 #include "simulator/TextTools.h"
+#include "simulator/usb/UsbBus.h"
 
 namespace simulator {
 namespace {
@@ -48,42 +50,61 @@ int PrintHelp() {
     return 0;
 }
 
-/// COMMAND and the devices that it sees.
+/// COMMAND, if there is one, and the devices that it sees.
 class World {
 public:
-    /// @throws std::exception if COMMAND would see the real devices
-    World()
-        : preloadList(PreloadList(testbed.Folder(),
-                                  std::filesystem::read_symlink("/proc/self/exe").parent_path())) {}
+    enum class Devices { Real, Simulated };
 
-    Testbed& Devices() { return testbed; }
+    /// @throws std::exception if COMMAND would see the real devices instead of simulated ones
+    explicit World(Devices devices) {
+        if (devices == Devices::Simulated) {
+            testbed.emplace();
+            preloadList = PreloadList(
+                testbed->Folder(), std::filesystem::read_symlink("/proc/self/exe").parent_path());
+        }
+    }
+
+    /// Null if COMMAND sees the real devices.
+    Testbed* SimulatedDevices() { return testbed ? &*testbed : nullptr; }
 
     void Start(const std::vector<std::string>& command) {
-        child.Start(command,
-                    {{"LD_PRELOAD", preloadList}, {"UMOCKDEV_DIR", testbed.Folder().string()}});
+        if (command.empty()) {
+            return;
+        }
+        ChildProcess::Environment additions;
+        if (testbed) {
+            additions = {{"LD_PRELOAD", preloadList}, {"UMOCKDEV_DIR", testbed->Folder().string()}};
+        }
+        child.Start(command, additions);
+        started = true;
     }
 
     /// Sends SIGINT to COMMAND. Thread-safe. @return false if it is not running.
     bool Interrupt() { return child.Signal(SIGINT); }
 
-    /// Passes signals on to COMMAND until it has ended.
+    /// Passes signals on to COMMAND until it has ended; without COMMAND, waits for the first.
     /// @param signals as returned by BlockSignals()
-    /// @return its exit status
+    /// @return the exit status of COMMAND, or 0
     int AwaitEnd(const sigset_t& signals) {
         while (true) {
             int number = 0;
             sigwait(&signals, &number);
-            if (number != SIGCHLD) {
+            if (number == SIGCHLD) {  // may come from an inherited child process
+                if (const auto status = started ? child.Collect() : std::nullopt) {
+                    return *status;
+                }
+            } else if (started) {
                 child.Signal(number);
-            } else if (const auto status = child.Collect()) {
-                return *status;
+            } else {
+                return 0;
             }
         }
     }
 
 private:
     ChildProcess child;
-    Testbed testbed;
+    bool started = false;
+    std::optional<Testbed> testbed;
     std::string preloadList;
 };
 
@@ -113,6 +134,13 @@ int ExitStatus(int status, const RecordingWriter* writer) {
     return status == 0 && writer != nullptr && !writer->IsComplete() ? 1 : status;
 }
 
+std::unique_ptr<Bus> MakeBus(const Options& options, World& world) {
+    if (options.usb) {
+        return std::make_unique<UsbBus>(Print);
+    }
+    return std::make_unique<PtyBus>(*world.SimulatedDevices(), options.ttyStart);
+}
+
 int RunCell(const Options& options) {
     const sigset_t signals = BlockSignals();
     std::vector<CommandSource> sources{{ReadScript(options) + "\n"}, {"", STDIN_FILENO}};
@@ -120,11 +148,11 @@ int RunCell(const Options& options) {
     if (options.recordPath) {
         writer = std::make_unique<RecordingWriter>(*options.recordPath, Print);
     }
-    World world;
+    World world(options.usb ? World::Devices::Real : World::Devices::Simulated);
+    const std::unique_ptr<Bus> bus = MakeBus(options, world);
     auto [stations, replays] = SetUpCell(options, writer.get(), Print);
     Cell cell(std::move(stations));
-    CommandInterpreter interpreter(cell, world.Devices(), options.ttyStart, Print,
-                                   [&world] { return world.Interrupt(); });
+    CommandInterpreter interpreter(cell, *bus, Print, [&world] { return world.Interrupt(); });
     for (std::size_t number = 0; number < options.grippers.size(); ++number) {
         if (!options.unplugged.contains(number)) {
             interpreter.Plug(number);
@@ -142,6 +170,9 @@ int RunCell(const Options& options) {
     if (writer) {
         writer->StartClock();
     }
+    if (options.command.empty()) {
+        Print("serving on USB until Ctrl-C");
+    }
     world.Start(options.command);
     std::thread readerThread([&reader] { reader.Run(); });
     const int status = world.AwaitEnd(signals);
@@ -156,27 +187,16 @@ int RunCell(const Options& options) {
 int RunTap(const TapOptions& options) {
     const sigset_t signals = BlockSignals();
     RecordingWriter writer(options.recordPath, Print);
-    std::optional<World> world;
-    if (!options.command.empty()) {
-        world.emplace();
-    }
+    World world(options.command.empty() ? World::Devices::Real : World::Devices::Simulated);
     std::vector<std::unique_ptr<Tap>> taps;
     for (const std::string& ttyPath : options.ttyPaths) {
         const auto number = static_cast<unsigned>(taps.size());
-        Testbed* const testbed = world ? &world->Devices() : nullptr;
-        taps.push_back(std::make_unique<Tap>(Tap::Target{number, ttyPath, testbed}, writer, Print));
+        taps.push_back(std::make_unique<Tap>(Tap::Target{number, ttyPath, world.SimulatedDevices()},
+                                             writer, Print));
     }
     writer.StartClock();
-    int status = 0;
-    if (world) {
-        world->Start(options.command);
-        status = world->AwaitEnd(signals);
-    } else {
-        int number = SIGCHLD;  // may come from an inherited child process
-        while (number == SIGCHLD) {
-            sigwait(&signals, &number);
-        }
-    }
+    world.Start(options.command);
+    const int status = world.AwaitEnd(signals);
     taps.clear();
     return ExitStatus(status, &writer);
 }

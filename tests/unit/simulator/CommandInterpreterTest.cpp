@@ -15,6 +15,7 @@
 #include <utility>
 #include <vector>
 
+#include "simulator/PtyBus.h"
 #include "tests/support/WaitFor.h"
 #include "tests/unit/simulator/UeventMonitor.h"
 
@@ -106,7 +107,8 @@ protected:
     milliseconds pause{0};
     int interrupts = 0;
     bool commandRuns = true;
-    CommandInterpreter interpreter{cell, testbed, PtyPort::Start::Raw,
+    PtyBus bus{testbed, PtyPort::Start::Raw};
+    CommandInterpreter interpreter{cell, bus,
                                    [this](const std::string& text) { replies.push_back(text); },
                                    [this] {
                                        interrupts += commandRuns ? 1 : 0;
@@ -371,7 +373,8 @@ protected:
     std::vector<std::string> replies;
     Testbed testbed;
     Cell cell{Stations(calls)};
-    CommandInterpreter interpreter{cell, testbed, PtyPort::Start::Raw,
+    PtyBus bus{testbed, PtyPort::Start::Raw};
+    CommandInterpreter interpreter{cell, bus,
                                    [this](const std::string& text) { replies.push_back(text); },
                                    [] { return false; }};
 };

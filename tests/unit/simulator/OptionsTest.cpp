@@ -49,6 +49,16 @@ TEST(OptionsTest, AppliesTheSettingsOfAGripper) {
     EXPECT_EQ(options.grippers[0].id, "");
 }
 
+TEST(OptionsTest, ACommandIsOptionalOnUsb) {
+    const std::vector<std::string> without{"--usb", "--gripper", "HVA"};
+    EXPECT_TRUE(ParseOptions(without).usb);
+    EXPECT_TRUE(ParseOptions(without).command.empty());
+    EXPECT_EQ(Parse({"--usb"}).command, std::vector<std::string>{"daemon"});
+    EXPECT_FALSE(Parse({}).usb);
+    EXPECT_THROW(ParseOptions(std::vector<std::string>{"--usb", "--"}), UsageError);
+    EXPECT_THROW(Parse({"--usb", "--cooked"}), UsageError);
+}
+
 TEST(OptionsTest, AppliesEveryOption) {
     const Options options = Parse({"--gripper",   "HVA",          "--unplugged",
                                    "0",           "--pdin-hz",    "0",

@@ -1,0 +1,161 @@
+#include "simulator/usb/UsbBus.h"
+
+#include <fcntl.h>
+#include <linux/usbdevice_fs.h>
+#include <spawn.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <fstream>
+#include <functional>
+#include <stdexcept>
+#include <system_error>
+#include <thread>
+#include <utility>
+
+#include "simulator/Cell.h"
+#include "simulator/usb/UsbPort.h"
+
+namespace simulator {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr const char* kDevices = "/sys/bus/usb/devices";
+constexpr std::chrono::seconds kPatience{5};
+
+/// @return false if there is no such module
+bool LoadModule() {
+    std::array<char*, 4> arguments{const_cast<char*>("modprobe"), const_cast<char*>("-q"),
+                                   const_cast<char*>("vhci-hcd"), nullptr};
+    pid_t child = 0;
+    int status = 0;
+    return posix_spawnp(&child, arguments[0], nullptr, nullptr, arguments.data(), environ) == 0 &&
+           waitpid(child, &status, 0) == child && status == 0;
+}
+
+void WaitUntil(const std::function<bool()>& isDone) {
+    constexpr std::chrono::milliseconds kPause{2};
+    for (const TimePoint end = Clock::now() + kPatience; !isDone() && Clock::now() < end;) {
+        std::this_thread::sleep_for(kPause);
+    }
+}
+
+}  // namespace
+
+UsbBus::UsbBus(Printer print) : print(std::move(print)) {
+    if (geteuid() != 0) {
+        throw std::runtime_error(
+            "--usb needs root and the kernel module vhci-hcd: run \"modprobe vhci-hcd\" and "
+            "pellix-sim as root");
+    }
+    if (!ports.ArePresent() && (!LoadModule() || !ports.ArePresent())) {
+        throw std::runtime_error(
+            "--usb: this kernel has no module vhci-hcd: install the package linux-image-amd64 and "
+            "boot it (containers and cloud kernels have no such module), or start the daemon in a "
+            "cell without --usb: pellix-sim --gripper HVA -- TavrikDaemon");
+    }
+}
+
+std::unique_ptr<Port> UsbBus::CreatePort(std::size_t number, Station& station) {
+    std::array<int, 2> ends{};
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) == -1) {
+        throw std::system_error(errno, std::generic_category(), "socketpair");
+    }
+    FileDescriptor ownEnd(ends[0]);
+    Place& place = places[number];
+    place.kernelEnd = FileDescriptor(ends[1]);
+    UsbFaults& faults = *station.usb;
+    place.changePort = std::exchange(faults.otherPort, false);
+    faults.haltedIn = false;
+    faults.haltedOut = false;
+    return std::make_unique<UsbPort>(std::move(ownEnd), faults, print);
+}
+
+/// The port of last time, or the one with the master's number, if it is free; otherwise the first
+/// that is free and not another master's.
+unsigned UsbBus::ChoosePort(std::size_t number) {
+    const Place& place = places[number];
+    if (place.port && !place.changePort) {
+        WaitUntil([this, &place] { return ports.IsFree(*place.port); });
+        return *place.port;
+    }
+    auto states = ports.States();
+    if (number < states.size()) {
+        std::rotate(states.begin(), states.begin() + static_cast<std::ptrdiff_t>(number),
+                    states.end());
+    }
+    const auto isTaken = [this](unsigned port) {
+        return std::ranges::any_of(places,
+                                   [port](const auto& each) { return each.second.port == port; });
+    };
+    for (const auto& state : states) {
+        if (state.free && !isTaken(state.port)) {
+            return state.port;
+        }
+    }
+    throw std::runtime_error("no USB port of vhci-hcd is free");
+}
+
+void UsbBus::Attach(std::size_t number) {
+    Place& place = places[number];
+    const FileDescriptor kernelEnd = std::move(place.kernelEnd);
+    place.port = ChoosePort(number);
+    ports.Attach(*place.port, kernelEnd.Get(), static_cast<unsigned>(number) + 1);
+}
+
+/// @return the name in sysfs; empty if the kernel has not accepted the device
+std::string UsbBus::DeviceName(std::size_t number) {
+    for (const auto& state : ports.States()) {
+        if (places[number].port == state.port && !state.free) {
+            return fs::exists(fs::path(kDevices) / state.device) ? state.device : "";
+        }
+    }
+    return "";
+}
+
+void UsbBus::PrepareHangUp(std::size_t number, bool reported) {
+    if (!reported) {
+        throw std::runtime_error("udev reports every removal from USB: use unplug");
+    }
+    places[number].device = DeviceName(number);
+}
+
+void UsbBus::Detach(std::size_t number) {
+    Place& place = places[number];
+    WaitUntil([this, &place] {
+        return (place.device.empty() || !fs::exists(fs::path(kDevices) / place.device)) &&
+               ports.IsFree(place.port.value_or(0));
+    });
+}
+
+void UsbBus::SendEvent(std::size_t /*number*/, const std::string& /*action*/) {
+    throw std::runtime_error("on USB, only the kernel sends events");
+}
+
+void UsbBus::Reset(std::size_t number) {
+    const std::string name = DeviceName(number);
+    if (name.empty()) {
+        throw std::runtime_error("the kernel has not accepted the device");
+    }
+    const auto read = [&name](const char* attribute) {
+        unsigned value = 0;
+        std::ifstream(fs::path(kDevices) / name / attribute) >> value;
+        const std::string digits = std::to_string(value);
+        return std::string(3 - std::min<std::size_t>(digits.size(), 3), '0') + digits;
+    };
+    const std::string node = "/dev/bus/usb/" + read("busnum") + "/" + read("devnum");
+    const FileDescriptor device(open(node.c_str(), O_WRONLY | O_CLOEXEC));
+    if (device.Get() == -1 || ioctl(device.Get(), USBDEVFS_RESET) == -1) {
+        throw std::system_error(errno, std::generic_category(), "cannot reset " + node);
+    }
+}
+
+}  // namespace simulator

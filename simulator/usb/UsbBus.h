@@ -1,0 +1,52 @@
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+
+#include "simulator/Bus.h"
+#include "simulator/FileDescriptor.h"
+#include "simulator/TextTools.h"
+#include "simulator/usb/VirtualPorts.h"
+
+namespace simulator {
+
+/// Plugs masters into the USB of the running kernel, through its virtual host controllers. All
+/// programs of the host see them. The kernel unplugs them when this process ends, however it ends.
+class UsbBus final : public Bus {
+public:
+    /// Loads the kernel's module if necessary.
+    /// @throws std::runtime_error without root's rights, or if the kernel has no such controllers
+    explicit UsbBus(Printer print);
+
+    std::unique_ptr<Port> CreatePort(std::size_t number, Station& station) override;
+
+    /// Returns before the kernel has asked the device for its descriptors.
+    void Attach(std::size_t number) override;
+    void PrepareHangUp(std::size_t number, bool reported) override;
+
+    /// Waits until the device has left sysfs, at most 5 s.
+    void Detach(std::size_t number) override;
+    void SendEvent(std::size_t number, const std::string& action) override;
+
+    /// May take as long as the kernel waits for a device that does not answer: 15 s.
+    void Reset(std::size_t number) override;
+    bool StartsCooked() const override { return true; }
+
+private:
+    struct Place {
+        std::optional<unsigned> port;
+        bool changePort = false;
+        FileDescriptor kernelEnd;  // until the kernel has it
+        std::string device;        // name in sysfs while it is being unplugged
+    };
+
+    unsigned ChoosePort(std::size_t number);
+    std::string DeviceName(std::size_t number);
+
+    Printer print;
+    VirtualPorts ports;
+    std::map<std::size_t, Place> places;
+};
+
+}  // namespace simulator

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <optional>
+#include <string>
+
+namespace simulator {
+
+/// The texts of a USB device; a missing one is not in its descriptors.
+struct UsbTexts {
+    std::optional<std::string> manufacturer;
+    std::optional<std::string> product;
+    std::optional<std::string> serial;
+};
+
+/// How the USB device of a master misbehaves. Its thread is that of the device.
+struct UsbFaults {
+    enum class Control { Answer, Refuse, Ignore };
+
+    Control control = Control::Answer;          ///< what becomes of control requests
+    std::chrono::milliseconds controlDelay{0};  ///< before the answer to a control request
+    bool haltedIn = false;                      ///< until the host clears the halt
+    bool haltedOut = false;
+    std::size_t longestTransfer = 0;  ///< bytes of a transfer to the host; 0 for no limit
+    unsigned failingTransfers = 0;    ///< number of the next transfers that fail
+
+    // Take effect when the device is plugged in.
+    UsbTexts texts;
+    std::optional<std::size_t> configurationLength;  ///< the descriptor is cut to this length
+    bool otherPort = false;                          ///< plug it into another port once
+};
+
+}  // namespace simulator

@@ -1,0 +1,71 @@
+#include "simulator/usb/VirtualPorts.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <fstream>
+#include <sstream>
+#include <system_error>
+#include <utility>
+
+#include "simulator/FileDescriptor.h"
+
+namespace simulator {
+
+namespace {
+
+constexpr unsigned kFreeState = 4;
+constexpr unsigned kFullSpeed = 2;
+
+/// Reads the table of a controller: "hub port sta spd dev sockfd local_busid".
+void ReadTable(std::istream& table, std::vector<VirtualPorts::State>& states) {
+    std::string line;
+    while (std::getline(table, line)) {
+        std::istringstream fields(line);
+        std::string hub;
+        std::string ignored;
+        unsigned state = 0;
+        VirtualPorts::State entry;
+        if (fields >> hub && hub == "hs" &&
+            fields >> entry.port >> state >> ignored >> ignored >> ignored >> entry.device) {
+            entry.free = state == kFreeState;
+            states.push_back(entry);
+        }
+    }
+}
+
+}  // namespace
+
+bool VirtualPorts::ArePresent() const {
+    return std::filesystem::exists(controller / "attach");
+}
+
+std::vector<VirtualPorts::State> VirtualPorts::States() const {
+    std::vector<State> states;
+    std::ifstream table(controller / "status");
+    for (unsigned number = 1; table; ++number) {
+        ReadTable(table, states);
+        table = std::ifstream(controller / ("status." + std::to_string(number)));
+    }
+    return states;
+}
+
+bool VirtualPorts::IsFree(unsigned port) const {
+    const auto states = States();
+    const auto place = std::ranges::find(states, port, &State::port);
+    return place != states.end() && place->free;
+}
+
+void VirtualPorts::Attach(unsigned port, int socket, unsigned deviceId) const {
+    const std::string text = std::to_string(port) + " " + std::to_string(socket) + " " +
+                             std::to_string(deviceId) + " " + std::to_string(kFullSpeed);
+    const FileDescriptor file(open((controller / "attach").c_str(), O_WRONLY | O_CLOEXEC));
+    if (file.Get() == -1 || write(file.Get(), text.data(), text.size()) == -1) {
+        throw std::system_error(errno, std::generic_category(),
+                                "cannot attach a USB device to port " + std::to_string(port));
+    }
+}
+
+}  // namespace simulator

@@ -13,6 +13,9 @@ PACKAGING_PACKAGES=(debhelper lintian)
 # Packages that scripts/test-package needs in addition.
 CONTAINER_PACKAGES=(mmdebstrap systemd-container)
 
+# Packages that scripts/test-usb needs in addition to those.
+USB_PACKAGES=(qemu-system-x86 e2fsprogs)
+
 # Packages that scripts/lint, memcheck, coverage and fuzz need in addition.
 CHECK_PACKAGES=(clang-format clang-tidy cppcheck valgrind libc6-dbg gcovr
                 clang-14 libclang-rt-14-dev llvm-14)

@@ -1,0 +1,243 @@
+"""The machine under test: its service, its simulated masters, and what was measured."""
+
+import contextlib
+import json
+import os
+import pathlib
+import re
+import select
+import subprocess
+import time
+import unittest
+import xmlrpc.client
+
+UNIT = "tavrikdaemon.service"
+PATIENCE = 60.0  # seconds until an awaited condition counts as missing; emulation is slow
+ACM_MAJOR = 166
+
+figures = []  # lines about what was measured
+
+
+def figure(text):
+    figures.append(text)
+
+
+def run(*command, check=True):
+    """Returns the output of a command, including standard error."""
+    result = subprocess.run(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                            stderr=subprocess.STDOUT, text=True, timeout=4 * PATIENCE)
+    if check and result.returncode != 0:
+        raise AssertionError(f"{' '.join(command)}: status {result.returncode}\n{result.stdout}")
+    return result.stdout
+
+
+def wait_until(condition, what, timeout=PATIENCE, pause=0.02):
+    """Returns the first true value of `condition`."""
+    end = time.monotonic() + timeout
+    while not (value := condition()):
+        if time.monotonic() > end:
+            raise AssertionError(f"not within {timeout:g} s: {what}")
+        time.sleep(pause)
+    return value
+
+
+class Transport(xmlrpc.client.Transport):
+    def make_connection(self, host):
+        connection = super().make_connection(host)
+        connection.timeout = PATIENCE
+        return connection
+
+
+def call(method, *arguments, port=44221):
+    with xmlrpc.client.ServerProxy(f"http://127.0.0.1:{port}/RPC2", Transport()) as client:
+        return getattr(client, method)(*arguments)
+
+
+def grippers():
+    """The device strings of all grippers; an empty set while the service does not answer."""
+    with contextlib.suppress(OSError):
+        return set(call("GetGrippers"))
+    return set()
+
+
+def hva(number):
+    """The device string of the gripper of master `number`, an HVA."""
+    return f"HVA SN:{100001 + number}"
+
+
+def wait_until_listed(*numbers, timeout=PATIENCE):
+    """Waits until exactly these grippers are listed. Returns the seconds that it took."""
+    begin = time.monotonic()
+    wanted = {hva(number) for number in numbers}
+    wait_until(lambda: grippers() == wanted, f"grippers {sorted(wanted)}", timeout)
+    return time.monotonic() - begin
+
+
+class Service:
+    @staticmethod
+    def property(name):
+        return run("systemctl", "show", "--value", f"--property={name}", UNIT).strip()
+
+    @classmethod
+    def pid(cls):
+        return int(cls.property("MainPID"))
+
+    @classmethod
+    def threads(cls):
+        return len(os.listdir(f"/proc/{cls.pid()}/task"))
+
+    @classmethod
+    def descriptors(cls):
+        """What its descriptors lead to, without numbers that differ from one to the next."""
+        folder = pathlib.Path(f"/proc/{cls.pid()}/fd")
+        targets = []
+        for entry in folder.iterdir():
+            with contextlib.suppress(OSError):
+                targets.append(re.sub(r"\[\d+\]", "", os.readlink(entry)))
+        return sorted(targets)
+
+    @classmethod
+    def ttys(cls):
+        return [target for target in cls.descriptors() if target.startswith("/dev/ttyACM")]
+
+    @staticmethod
+    def log():
+        return run("journalctl", "--output=cat", f"--unit={UNIT}", "--boot")
+
+    @staticmethod
+    def is_serving():
+        with contextlib.suppress(OSError):
+            return bool(call("GetVersion")) and bool(call("GetVersion", port=44222))
+        return False
+
+    @classmethod
+    def control(cls, verb):
+        """Starts, restarts or stops it."""
+        run("systemctl", verb, UNIT)
+        if verb != "stop":
+            wait_until(cls.is_serving, "the service answers")
+
+
+class Simulator:
+    """pellix-sim with masters on USB."""
+
+    def __init__(self, *options):
+        self.process = subprocess.Popen(["pellix-sim", "--usb", *options], stdin=subprocess.PIPE,
+                                        stderr=subprocess.PIPE)
+        self.text = b""
+        self._line_with("serving")
+
+    def _line_with(self, *words):
+        """The next line of its output that contains one of the words."""
+        end = time.monotonic() + PATIENCE
+        while True:
+            line, found, rest = self.text.partition(b"\n")
+            if found:
+                self.text = rest
+                line = line.decode("utf-8", "backslashreplace")
+                if any(word in line for word in words):
+                    return line
+                continue
+            if not select.select([self.process.stderr], [], [], end - time.monotonic())[0]:
+                raise AssertionError(f"pellix-sim is silent; expected one of {words}")
+            data = os.read(self.process.stderr.fileno(), 65536)
+            if not data:
+                raise AssertionError(f"pellix-sim has ended: {self.process.wait()}")
+            self.text += data
+
+    def command(self, text):
+        """Executes a command, which must succeed."""
+        reply = self.try_command(text)
+        if reply != f"pellix-sim: ok {text}":
+            raise AssertionError(reply)
+
+    def try_command(self, text):
+        self.process.stdin.write(f"{text}\n".encode())
+        self.process.stdin.flush()
+        return self._line_with("pellix-sim: ok", "pellix-sim: error", "pellix-sim: usage")
+
+    def state(self, number):
+        """The reply of "show"."""
+        self.process.stdin.write(f"show {number}\n".encode())
+        self.process.stdin.flush()
+        return json.loads(self._line_with("pellix-sim: state").partition(" state ")[2])
+
+    def end(self):
+        if self.process.poll() is None:
+            self.process.terminate()
+        self.process.wait(PATIENCE)
+        self.process.stdin.close()
+        self.process.stderr.close()
+
+
+def masters():
+    """The nodes of the ttys that udev knows as those of masters, with their USB device's folder."""
+    found = {}
+    for tty in pathlib.Path("/sys/class/tty").glob("ttyACM*"):
+        usb = (tty / "device").resolve().parent
+        with contextlib.suppress(OSError):
+            if (usb / "product").read_text() == "PELLIX\n":
+                found[f"/dev/{tty.name}"] = usb
+    return found
+
+
+def print_journal():
+    """The last lines, without those of ordinary requests and of other ttys."""
+    ordinary = (r"Parsing line|Active commands|Pending command|New command|ACK:|FIN:|HVA detected|"
+                r"Not a valid device|/dev/tty[^A]|Subsystem: tty|No parent dev|PDIN active|"
+                r"DEVICE_INFO|ing parameter|Reopening|Open call failed|not open$|Opening device")
+    lines = run("journalctl", "--boot", "--output=short-monotonic", "--no-hostname").splitlines()
+    print(*[line for line in lines if not re.search(ordinary, line)][-30:], sep="\n", flush=True)
+
+
+class MachineTestCase(unittest.TestCase):
+    """Prints how long each test takes, and the journal of a test that fails."""
+
+    def run(self, result=None):
+        begin = time.monotonic()
+        problems = [*result.failures, *result.errors]
+        super().run(result)
+        print(f"    {time.monotonic() - begin:.1f} s", flush=True)
+        for problem in [*result.failures, *result.errors]:
+            if problem not in problems:
+                print(problem[1])
+                print_journal()
+        return result
+
+
+class UsbTestCase(MachineTestCase):
+    """Starts with a running service and no master. `options` are those of the simulator."""
+
+    options = ()
+
+    @classmethod
+    def setUpClass(cls):
+        wait_until(lambda: not masters(), "no master")
+        wait_until(Service.is_serving, "the service answers")
+        if cls.options:
+            cls.start_simulator(*cls.options)
+
+    @classmethod
+    def start_simulator(cls, *options):
+        """Starts it for the rest of the class."""
+        cls.simulator = Simulator(*options)
+        cls.addClassCleanup(wait_until, lambda: not grippers(), "no gripper")
+        cls.addClassCleanup(cls.simulator.end)
+
+    def restore(self, *numbers):
+        """Ends the faults of an earlier test, and waits until exactly these masters are listed."""
+        for number in numbers:
+            for command in ("usb-control", "usb-cut", "usb-error"):
+                self.simulator.command(f"{command} {number} 0")
+            if self.simulator.state(number)["plugged"]:
+                self.simulator.command(f"stall {number} off")
+            else:
+                self.simulator.command(f"plug {number}")
+        wait_until_listed(*numbers)
+
+    def new_simulator(self, *options):
+        """Starts another one for the rest of the test."""
+        simulator = Simulator(*options)
+        self.addCleanup(wait_until, lambda: not grippers(), "no gripper")
+        self.addCleanup(simulator.end)
+        return simulator

@@ -16,6 +16,7 @@ ALLOWED = {
     "client": ("common",),
     "doctor": ("client", "common"),
     "tavrikctl": ("client", "doctor", "common"),
+    "web": ("client", "doctor", "common"),
     "simulator": ("common",),
     "bench": ("simulator", "pellix", "daemon", "common", "tests"),
 }

@@ -2,8 +2,8 @@
 
 PACKAGES=(cmake g++ make git pkg-config libxmlrpc-c++8-dev libxmlrpc-core-c3-dev libudev-dev
           libcli11-dev nlohmann-json3-dev libarchive-dev libcurl4-openssl-dev libncurses-dev
-          umockdev libumockdev-dev libgtest-dev libbenchmark-dev python3 python3-pyte
-          systemd nftables faketime bash-completion)
+          libmicrohttpd-dev libjs-dygraphs umockdev libumockdev-dev libgtest-dev libbenchmark-dev
+          python3 python3-pyte systemd nftables faketime bash-completion)
 # Node may have been installed from another source.
 command -v node >/dev/null || PACKAGES+=(nodejs)
 

@@ -1,0 +1,87 @@
+#include "web/Cell.h"
+
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+namespace {
+
+using std::chrono::milliseconds;
+using tavrik::Cell;
+using tavrik::ProcessData;
+
+constexpr int kAtTen = 0x08e803;     // position 10.00, state 8
+constexpr int kAtTwenty = 0x08d007;  // position 20.00, state 8
+constexpr int kFaulty = 0x9f0000;    // state 15, fault and maintenance
+
+const tavrik::CellGripper::TimePoint kStart{};
+
+TEST(CellTest, ListsEachNameOnceAndCountsItsCopies) {
+    Cell cell;
+    EXPECT_TRUE(cell.TakeList({"A", "B", "A"}));
+    ASSERT_EQ(cell.grippers.size(), 2U);
+    EXPECT_EQ(cell.Find("A")->copies, 2U);
+    EXPECT_EQ(cell.Find("B")->copies, 1U);
+    EXPECT_FALSE(cell.TakeList({"B", "A", "A"}));
+    EXPECT_TRUE(cell.TakeList({"B", "A"}));
+}
+
+TEST(CellTest, KeepsAGoneGripperWithoutDataAndMotionsWhenItComesBack) {
+    Cell cell;
+    cell.TakeList({"A", "B"});
+    cell.Find("A")->Take(ProcessData(kAtTen), kStart);
+    cell.Find("A")->Take(ProcessData(kAtTwenty), kStart);
+    EXPECT_TRUE(cell.TakeList({"B"}));
+    EXPECT_EQ(cell.grippers.back().device, "A");
+    EXPECT_FALSE(cell.Find("A")->IsListed());
+    EXPECT_FALSE(cell.Find("A")->data);
+    EXPECT_TRUE(cell.TakeList({"B", "A"}));
+    EXPECT_EQ(cell.Find("A")->motions, 1U);
+}
+
+TEST(CellTest, ForgetsGrippersThatAreGoneWhenThereAreTooMany) {
+    Cell cell;
+    for (int i = 0; i < 200; ++i) {
+        cell.TakeList({"gripper " + std::to_string(i)});
+    }
+    EXPECT_EQ(cell.grippers.size(), 65U);
+    EXPECT_EQ(cell.grippers.front().device, "gripper 199");
+}
+
+TEST(CellTest, CountsAMotionOnceHoweverOftenItIsRead) {
+    Cell cell;
+    cell.TakeList({"A"});
+    for (const int position : {0x01, 0x02, 0x03, 0x03, 0x05}) {  // times 2.56
+        cell.Find("A")->Take(ProcessData(0x080000 + position), kStart);
+    }
+    EXPECT_EQ(cell.Find("A")->motions, 2U);
+}
+
+TEST(CellTest, HasARowForEachGripper) {
+    Cell cell;
+    cell.TakeList({"A", "B", "C"});
+    cell.Find("A")->Take(ProcessData(kAtTen), kStart);
+    cell.Find("C")->Take(ProcessData(kFaulty), kStart + milliseconds(100));
+    EXPECT_EQ(cell.Values(kStart + milliseconds(250)).dump(),
+              "[[10.0,8,0,250,0],null,[0.0,15,9,150,0]]");
+}
+
+TEST(CellTest, TellsThatZerosMayMeanNoProcessData) {
+    Cell cell;
+    cell.TakeList({"A"});
+    cell.Find("A")->Take(ProcessData(0), kStart);
+    EXPECT_EQ(cell.Values(kStart).dump(), "[[0.0,0,16,0,0]]");
+}
+
+TEST(CellTest, HasNoDataWithoutDaemon) {
+    Cell cell;
+    cell.reachable = true;
+    cell.TakeList({"A"});
+    cell.Find("A")->Take(ProcessData(kAtTen), kStart);
+    cell.Lose("refused");
+    EXPECT_FALSE(cell.reachable);
+    EXPECT_EQ(cell.Json()["error"], "refused");
+    EXPECT_EQ(cell.Values(kStart).dump(), "[null]");
+}
+
+}  // namespace

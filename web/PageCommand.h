@@ -1,0 +1,63 @@
+#pragma once
+
+#include <nlohmann/json_fwd.hpp>
+#include <string>
+#include <string_view>
+#include <xmlrpc-c/base.hpp>
+
+#include "client/Gripper.h"
+#include "client/SettingTable.h"
+
+namespace tavrik {
+
+/// What a page asked for that moves a gripper or changes it.
+class PageCommand {
+public:
+    /// @param request an object with "gripper" (device string), "command" (grip, release,
+    /// reference, disable, holdfast, store, set), and for some "set", "on", "setting", "number",
+    /// "value"
+    /// @throws Failure (Usage)
+    explicit PageCommand(const nlohmann::json& request);
+
+    const std::string& Device() const { return device; }
+
+    /// Of the daemon.
+    const std::string& Method() const { return method; }
+
+    /// In words, for the log, as in "grip, set 1".
+    const std::string& Text() const { return text; }
+
+    /// Whether it switches the drive off: no limit may delay this.
+    bool IsDisable() const { return method == "Disable"; }
+
+    /// Calls the daemon.
+    /// @return its status
+    int Run(const Gripper& gripper) const;
+
+    /// After Run(): reads a setting back, because a status of 0 may belong to an earlier request.
+    /// @throws Failure (Refused) when the gripper has another value
+    void Confirm(const Gripper& gripper) const;
+
+private:
+    void TakeMotion(std::string_view name, const nlohmann::json& request);
+    void TakeSetting(const nlohmann::json& request);
+
+    std::string device;
+    std::string method;
+    xmlrpc_c::carray arguments;  // after the device string
+    std::string text;
+    const Setting* setting = nullptr;  // that is set
+    xmlrpc_c::carray place;            // arguments of its getter
+    std::string value;                 // in words
+};
+
+/// The value of a setting as the page shows it.
+/// @throws Failure (NoAnswer, BadAnswer) as Gripper::ReadSetting()
+std::string ReadSettingText(const Gripper& gripper, const Setting& setting,
+                            const xmlrpc_c::carray& place);
+
+/// The settings of a gripper: those of the gripper itself and of the first eight parameter sets.
+/// Sends a request for each.
+nlohmann::ordered_json ReadAllSettings(const Gripper& gripper);
+
+}  // namespace tavrik

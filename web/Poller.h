@@ -1,0 +1,78 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <stop_token>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "client/Daemon.h"
+#include "web/Cell.h"
+
+namespace tavrik {
+
+/// Reads the whole cell for all viewers over one connection: ten times a second while somebody
+/// looks, twice a second while only the metrics are collected, otherwise not at all.
+class Poller {
+public:
+    using Clock = std::chrono::steady_clock;
+
+    /// Called after each reading, on the poller's thread.
+    /// @param isNew whether more than the values has changed
+    using Listener = std::function<void(const Cell& cell, bool isNew)>;
+
+    /// @param countViewers how many viewers there are
+    Poller(const Endpoint& endpoint, std::function<std::size_t()> countViewers, Listener listener);
+
+    /// Takes up to about a second.
+    ~Poller();
+    Poller(const Poller&) = delete;
+    Poller& operator=(const Poller&) = delete;
+
+    /// A viewer has come: reads at once.
+    void Wake();
+
+    /// The cell for a collector of metrics, not older than a second. Waits for at most 15 ms for
+    /// one that is; an older one is returned then. Keeps the readings going for a minute.
+    Cell Collect();
+
+    /// The cell as it was read last.
+    Cell Latest() const;
+
+    /// How many requests were sent to the daemon.
+    std::uint64_t Requests() const;
+
+private:
+    void Run();
+    std::chrono::milliseconds Period() const;
+    bool AwaitWork(Clock::time_point last);
+    void Read();
+    bool ReadList();
+    bool ReadValues();
+    void Publish(bool isNew);
+
+    std::stop_source stop;
+    Daemon daemon;
+    const std::function<std::size_t()> countViewers;
+    const Listener listener;
+
+    // The poller's thread alone.
+    Cell cell;
+    Clock::time_point nextList{};
+    Clock::time_point nextWithoutData{};  // when grippers without data are read in full again
+
+    mutable std::mutex mutex;  // guards what follows
+    mutable std::condition_variable_any changed;
+    Cell latest;
+    Clock::time_point latestAt{};
+    Clock::time_point collectedUntil{};
+    bool isWoken = false;
+    std::uint64_t requests = 0;
+
+    std::thread thread;  // last: uses all others
+};
+
+}  // namespace tavrik

@@ -1,0 +1,302 @@
+#include "web/Site.h"
+
+#include <algorithm>
+#include <array>
+#include <exception>
+#include <nlohmann/json.hpp>
+#include <utility>
+
+#include "client/Failure.h"
+#include "client/Printable.h"
+#include "common/LogLine.h"
+#include "common/Ports.h"
+#include "doctor/Doctor.h"
+
+namespace tavrik {
+
+namespace {
+
+using nlohmann::json;
+using nlohmann::ordered_json;
+using Clock = std::chrono::steady_clock;
+
+constexpr double kRequestsPerSecond = 30;
+constexpr double kRefusalLinesPerSecond = 100;
+constexpr std::chrono::seconds kCellEventPeriod(1);  // also shows a viewer that nothing has failed
+constexpr const char* kTokenHeader = "x-tavrik-control";
+
+std::string Dump(const ordered_json& object) {
+    return object.dump(-1, ' ', false, ordered_json::error_handler_t::replace);
+}
+
+HttpResponse Answer(const ordered_json& object, unsigned status = 200) {
+    HttpResponse response;
+    response.status = status;
+    response.type = "application/json";
+    response.body = std::make_shared<const std::string>(Dump(object));
+    return response;
+}
+
+/// A result in words, as the page shows it.
+HttpResponse Outcome(bool isDone, const std::string& text, unsigned status = 200) {
+    return Answer({{"ok", isDone}, {"text", text}}, status);
+}
+
+/// Answers with what `call` throws, if it does.
+template <typename Call>
+HttpResponse CatchFailure(Call call) {
+    try {
+        return call();
+    } catch (const std::exception& failure) {  // also what the libraries throw
+        return Outcome(false, failure.what());
+    }
+}
+
+ordered_json ToJson(const Findings& findings) {
+    ordered_json list = ordered_json::array();
+    for (const Finding& finding : findings) {
+        list.push_back({{"mark", MarkText(finding.mark)},
+                        {"subject", Printable(finding.subject)},
+                        {"text", Printable(finding.text)},
+                        {"remedy", Printable(finding.remedy)}});
+    }
+    return list;
+}
+
+}  // namespace
+
+Site::Site(const SiteOptions& options)
+    : daemon(options.daemon),
+      guard(options.origins),
+      assets(options.assets),
+      control(options.allowControl),
+      requestLimit(kRequestsPerSecond),
+      refusalLimit(kRefusalLinesPerSecond),
+      poller(
+          options.daemon, [this] { return hub.Count(); },
+          [this](const Cell& cell, bool isNew) { Publish(cell, isNew); }),
+      motions(options.daemon),
+      readings(options.daemon) {}
+
+std::optional<HttpResponse> Site::Refuse(const HttpRequest& head) {
+    auto refusal = guard.Check(head);
+    if (refusal && refusalLimit.Allow()) {
+        constexpr std::size_t kShownPath = 80;
+        std::string reason = *refusal->body;
+        reason.pop_back();
+        LogLine() << "Request from " << head.peer << ": "
+                  << Printable(head.method.substr(0, kShownPath)) << " "
+                  << Printable(head.path.substr(0, kShownPath)) << ": " << reason;
+    }
+    return refusal;
+}
+
+void Site::Handle(const HttpRequest& request, Reply reply) {
+    if (request.method == "POST") {
+        Post(request, reply);
+    } else {
+        reply(Get(request));
+    }
+}
+
+HttpResponse Site::Get(const HttpRequest& request) {
+    if (request.path == "/events") {
+        HttpResponse response;
+        response.type = "text/event-stream";
+        response.stream = hub.Add(CellEvent(poller.Latest()));
+        if (!response.stream) {
+            return HttpResponse::Text(kUnavailable,
+                                      std::to_string(EventHub::kMostViewers) +
+                                          " browsers are connected, which is the limit; close one");
+        }
+        isJoined = true;
+        poller.Wake();
+        return response;
+    }
+    if (const auto file = assets.Find(request.path)) {
+        return *file;
+    }
+    return HttpResponse::Text(kNotFound, "not found");
+}
+
+void Site::Post(const HttpRequest& request, const Reply& reply) {
+    static constexpr std::array kActions{
+        std::pair<std::string_view, Action>{"/api/control/take", &Site::TakeControl},
+        std::pair<std::string_view, Action>{"/api/control/keep", &Site::KeepControl},
+        std::pair<std::string_view, Action>{"/api/control/release", &Site::ReleaseControl},
+        std::pair<std::string_view, Action>{"/api/command", &Site::RunCommand},
+        std::pair<std::string_view, Action>{"/api/settings", &Site::ReadSettings},
+        std::pair<std::string_view, Action>{"/api/findings", &Site::Diagnose},
+    };
+    const auto* const action =
+        std::ranges::find(kActions, request.path, &std::pair<std::string_view, Action>::first);
+    if (action == kActions.end()) {
+        reply(HttpResponse::Text(kNotFound, "not found"));
+        return;
+    }
+    const json body = json::parse(request.body, nullptr, false);
+    if (!body.is_object()) {
+        reply(HttpResponse::Text(kBadRequest, "the body is not a JSON object"));
+        return;
+    }
+    // The holder of control may always switch a drive off.
+    const bool isDisable = body.value("command", json()) == "disable" && HasControl(request);
+    if (!isDisable && !requestLimit.Allow()) {
+        reply(HttpResponse::Text(kTooManyRequests, "too many requests"));
+        return;
+    }
+    try {
+        (this->*action->second)(request, body, reply);
+    } catch (const Failure& failure) {
+        reply(Outcome(false, failure.what(), kBadRequest));
+    }
+}
+
+void Site::TakeControl(const HttpRequest& request, const json& body, const Reply& reply) {
+    const json code = body.value("code", json());
+    std::string token;
+    const auto denial =
+        control.Take(code.is_string() ? code.get<std::string>() : "", request.peer, token);
+    switch (denial) {
+        case Control::Denial::NotAllowed:
+            reply(Outcome(false, "tavrikweb was started without --allow-control", kForbidden));
+            return;
+        case Control::Denial::TooManyAttempts:
+            reply(Outcome(false, "too many wrong codes: wait a minute", kForbidden));
+            return;
+        case Control::Denial::WrongCode:
+            LogLine() << "Control from " << request.peer << ": wrong code";
+            reply(Outcome(false, "wrong code; to show it: tavrikweb --code", kForbidden));
+            return;
+        default:
+            break;
+    }
+    LogLine() << "Control from " << request.peer << ": taken";
+    poller.Wake();
+    reply(Answer({{"ok", true},
+                  {"text", "you have control"},
+                  {"token", token},
+                  {"holder", control.Json()["holder"]}}));
+}
+
+void Site::KeepControl(const HttpRequest& request, const json& /*body*/, const Reply& reply) {
+    const bool isHeld = HasControl(request);
+    reply(Outcome(isHeld, isHeld ? "" : "you do not have control", isHeld ? 200 : kForbidden));
+}
+
+void Site::ReleaseControl(const HttpRequest& request, const json& /*body*/, const Reply& reply) {
+    if (HasControl(request)) {
+        control.Release(*request.Header(kTokenHeader));
+        LogLine() << "Control from " << request.peer << ": given back";
+        poller.Wake();
+    }
+    reply(Outcome(true, ""));
+}
+
+bool Site::HasControl(const HttpRequest& request) {
+    const std::string* const token = request.Header(kTokenHeader);
+    return token != nullptr && control.IsHeldBy(*token);
+}
+
+void Site::RunCommand(const HttpRequest& request, const json& body, const Reply& reply) {
+    if (!HasControl(request)) {
+        LogLine() << "Command from " << request.peer << ": refused, no control";
+        reply(Outcome(false, "you do not have control", kForbidden));
+        return;
+    }
+    const PageCommand command(body);
+    const bool isTaken = motions.Do([this, command, peer = request.peer, reply](Daemon& daemon) {
+        reply(Execute(command, peer, daemon));
+    });
+    if (!isTaken) {
+        reply(Outcome(false, "too many commands are waiting", kUnavailable));
+    }
+}
+
+HttpResponse Site::Execute(const PageCommand& command, const std::string& peer, Daemon& daemon) {
+    const Gripper gripper(daemon, command.Device());
+    auto before = Clock::now();
+    std::string result;
+    int status = -1;
+    try {
+        if (!command.IsDisable()) {  // nothing may delay the drive off
+            daemon.FindGripper(command.Device(), true);
+        }
+        before = Clock::now();
+        status = command.Run(gripper);
+        statistics.Add(command.Device(), status, Clock::now() - before);
+        result = status == 0 ? "done" : gripper.StatusText(status, command.Method());
+        if (status == 0) {
+            command.Confirm(gripper);
+        }
+    } catch (const std::exception& failure) {  // also what the XML-RPC library throws
+        if (status < 0) {
+            statistics.Add(command.Device(), status, Clock::now() - before);
+        }
+        status = -1;
+        result = failure.what();
+    }
+    LogLine() << "Command from " << peer << " to '" << gripper.Name() << "': " << command.Text()
+              << ": " << Printable(result);
+    return Outcome(status == 0, command.Text() + ": " + result);
+}
+
+void Site::ReadSettings(const HttpRequest& /*request*/, const json& body, const Reply& reply) {
+    const json device = body.value("gripper", json());
+    const std::string name = device.is_string() ? device.get<std::string>() : "";
+    const bool isTaken = readings.Do([name, reply](Daemon& daemon) {
+        reply(CatchFailure([&] {
+            const Gripper gripper(daemon, daemon.FindGripper(name, true));
+            return Answer({{"ok", true}, {"settings", ReadAllSettings(gripper)}});
+        }));
+    });
+    if (!isTaken) {
+        reply(Outcome(false, "too many requests are waiting", kUnavailable));
+    }
+}
+
+void Site::Diagnose(const HttpRequest& /*request*/, const json& /*body*/, const Reply& reply) {
+    const bool isTaken = readings.Do([this, reply](Daemon& /*daemon*/) {
+        reply(CatchFailure([this] {
+            Doctor doctor(daemon);
+            doctor.Examine();
+            return Answer({{"ok", true}, {"findings", ToJson(doctor.Result())}});
+        }));
+    });
+    if (!isTaken) {
+        reply(Outcome(false, "too many requests are waiting", kUnavailable));
+    }
+}
+
+EventText Site::CellEvent(const Cell& cell) {
+    ordered_json event = cell.Json();
+    for (ordered_json& gripper : event["grippers"]) {
+        gripper["session"] = statistics.Of(gripper["device"]).Json();
+    }
+    const auto uptime = std::chrono::floor<std::chrono::seconds>(Clock::now() - start);
+    event["list"] = generation.load();
+    event["daemon"] = daemon.Address();
+    event["ports"] = kPorts;
+    event["uptime"] = uptime.count();
+    event["viewers"] = hub.Count();
+    event["control"] = control.Json();
+    return MakeEvent("cell", Dump(event));
+}
+
+/// On the poller's thread.
+void Site::Publish(const Cell& cell, bool isNew) {
+    generation += isNew ? 1 : 0;
+    const auto now = Clock::now();
+    std::string held = control.Json().dump();
+    if (isJoined.exchange(false) || isNew || held != lastControl || now >= nextCellEvent) {
+        nextCellEvent = now + kCellEventPeriod;
+        lastControl = std::move(held);
+        hub.Publish(CellEvent(cell));
+    }
+    if (cell.reachable) {
+        hub.Publish(
+            MakeEvent("values", Dump({{"list", generation.load()}, {"rows", cell.Values(now)}})));
+    }
+}
+
+}  // namespace tavrik

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <condition_variable>
+#include <cstddef>
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <stop_token>
+#include <thread>
+
+#include "client/Daemon.h"
+
+namespace tavrik {
+
+/// Does what may take long, such as calls to a master that does not answer: one job after the
+/// other, on a thread of its own. Its connection to the daemon exists only during a job.
+class Worker {
+public:
+    using Job = std::function<void(Daemon&)>;
+
+    explicit Worker(const Endpoint& endpoint);
+
+    /// Ends the job that is running within about a second; the others are dropped.
+    ~Worker();
+    Worker(const Worker&) = delete;
+    Worker& operator=(const Worker&) = delete;
+
+    /// Any thread may call.
+    /// @return false when too many jobs are waiting
+    bool Do(Job job);
+
+private:
+    void Run();
+
+    static constexpr std::size_t kMostWaiting = 32;
+
+    const Endpoint endpoint;
+    std::stop_source stop;
+    std::mutex mutex;  // guards `jobs`
+    std::condition_variable_any changed;
+    std::deque<Job> jobs;
+    std::thread thread;  // last: uses all others
+};
+
+}  // namespace tavrik

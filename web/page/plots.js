@@ -1,0 +1,182 @@
+// Live plots of position and state on one time axis, drawn by the distribution's dygraphs.
+
+import { element, setText } from "./dom.js";
+import { STATES, stateText } from "./words.js";
+
+const SPANS = [[10, "10 s"], [30, "30 s"], [60, "1 min"], [300, "5 min"], [900, "15 min"],
+  [3600, "1 h"]];
+const MOST_POINTS = 2000; // of a line; more are not visible
+const REDRAW_MS = 200;
+
+let library = null;
+
+/** Loads dygraphs with the first plot. */
+function loadLibrary() {
+  library ??= new Promise((resolve, reject) => {
+    document.head.append(element("link", { rel: "stylesheet", href: "/dygraph.css" }));
+    const script = element("script", { src: "/dygraph.js" });
+    script.addEventListener("load", () => resolve(withoutLegend(window.Dygraph)));
+    script.addEventListener("error", () => reject(new Error("dygraph.js cannot be loaded")));
+    document.head.append(script);
+  });
+  return library;
+}
+
+/** The library's legend sets a style attribute, which the page's security policy forbids. */
+function withoutLegend(Dygraph) {
+  Dygraph.PLUGINS = Dygraph.PLUGINS.filter((plugin) => plugin !== Dygraph.Plugins.Legend);
+  return Dygraph;
+}
+
+export class Plots {
+  constructor(model, device) {
+    this.model = model;
+    this.device = device;
+    this.others = new Set();
+    this.graphs = [];
+    this.zoomed = null; // [from, to] in milliseconds, while zoomed
+    this.pausedAt = 0;
+    this.lastDraw = 0;
+    this.span = element("select", { id: "span" }, ...SPANS.map(([seconds, text]) =>
+      element("option", { value: seconds, textContent: text, selected: seconds === 30 })));
+    this.pause = element("button", { type: "button", textContent: "Pause", "aria-pressed": "false" });
+    this.whole = element("button", { type: "button", textContent: "Zoom out", disabled: true });
+    this.span.addEventListener("change", () => this.zoomOut());
+    this.pause.addEventListener("click", () => this.togglePause());
+    this.whole.addEventListener("click", () => this.zoomOut());
+    this.choice = element("fieldset", { className: "others" },
+      element("legend", { textContent: "Together with" }));
+    this.position = element("div", { className: "plot", role: "img", "aria-label": "Position over time" });
+    this.state = element("div", { className: "plot small", role: "img", "aria-label": "State over time" });
+    this.legend = element("p", { className: "legend" });
+    this.root = element("section", { "aria-label": "Plots" },
+      element("h2", { textContent: "Position and state over time" }),
+      element("div", { className: "buttons" },
+        element("label", { htmlFor: "span", textContent: "Last" }), this.span, this.pause, this.whole),
+      this.choice, this.position, this.state, this.legend);
+    loadLibrary().then((Dygraph) => {
+      this.Dygraph = Dygraph;
+    }, (error) => setText(this.legend, error.message));
+  }
+
+  get devices() {
+    return [this.device, ...this.others];
+  }
+
+  togglePause() {
+    this.pausedAt = this.pausedAt ? 0 : Date.now();
+    this.pause.setAttribute("aria-pressed", String(Boolean(this.pausedAt)));
+    setText(this.pause, this.pausedAt ? "Continue" : "Pause");
+    this.lastDraw = 0;
+  }
+
+  zoomOut() {
+    this.zoomed = null;
+    this.lastDraw = 0;
+  }
+
+  window() {
+    const end = this.pausedAt || Date.now();
+    return this.zoomed ?? [end - 1000 * Number(this.span.value), end];
+  }
+
+  update() {
+    this.updateChoice();
+    this.whole.disabled = !this.zoomed;
+    const isFrozen = this.pausedAt || this.zoomed;
+    if (!this.Dygraph || !this.root.isConnected || Date.now() - this.lastDraw < REDRAW_MS ||
+        (isFrozen && this.lastDraw)) {
+      return;
+    }
+    this.lastDraw = Date.now();
+    this.draw();
+  }
+
+  updateChoice() {
+    const names = this.model.cell.grippers.map(({ device }) => device)
+      .filter((device) => device !== this.device);
+    const shown = [...this.choice.querySelectorAll("input")].map((input) => input.value);
+    this.choice.hidden = names.length === 0;
+    if (names.join("\n") === shown.join("\n")) {
+      return;
+    }
+    this.choice.replaceChildren(this.choice.firstChild, ...names.map((name) => {
+      const box = element("input", { type: "checkbox", value: name, checked: this.others.has(name) });
+      box.addEventListener("change", () => {
+        box.checked ? this.others.add(name) : this.others.delete(name);
+        this.closeGraphs();
+        this.lastDraw = 0;
+      });
+      return element("label", {}, box, name);
+    }));
+  }
+
+  /** Rows [time, value of each gripper]; times of different grippers are the same events. */
+  rows(pick) {
+    const [from, to] = this.window();
+    const histories = this.devices.map((device) => this.model.history(device));
+    const first = histories[0].since(from);
+    const count = histories[0].since(to + 1) - first;
+    const step = Math.max(1, Math.ceil(count / MOST_POINTS));
+    const rows = [];
+    for (let i = first; i < first + count; i += step) {
+      const time = histories[0].times[i];
+      rows.push([new Date(time), ...histories.map((history) => {
+        const values = history.values[history === histories[0] ? i : history.since(time)];
+        return values ? pick(values) : null;
+      })]);
+    }
+    return rows.length ? rows : [[new Date(to), ...histories.map(() => null)]];
+  }
+
+  draw() {
+    const window = this.window();
+    const positions = this.rows(({ position }) => position);
+    const states = this.rows(({ state }) => state);
+    if (this.graphs.length === 0) {
+      this.graphs = [this.graph(this.position, positions, {}), this.graph(this.state, states, {
+        stepPlot: true, valueRange: [-0.5, 15.5],
+        axes: { y: { pixelsPerLabel: 20, axisLabelFormatter: (state) => STATES[state] ? String(state) : "" } } })];
+    }
+    this.graphs[0].updateOptions({ file: positions, dateWindow: window });
+    this.graphs[1].updateOptions({ file: states, dateWindow: window });
+    const latest = this.model.values.get(this.device);
+    setText(this.legend, `${this.devices.join(" – ")}. Motions are shaded. ` +
+      (latest ? `Now: ${stateText(latest.state)}.` : "No data now."));
+  }
+
+  graph(node, file, extra) {
+    return new this.Dygraph(node, file, {
+      labels: ["time", ...this.devices.map((_, i) => `gripper ${i}`)],
+      dateWindow: this.window(),
+      animatedZooms: false,
+      pixelsPerLabel: 90,
+      axisLabelWidth: 70,
+      underlayCallback: (pen, area, graph) => this.shadeMotions(pen, area, graph),
+      zoomCallback: (from, to) => this.zoomTo(from, to),
+      ...extra,
+    });
+  }
+
+  zoomTo(from, to) {
+    this.zoomed = [from, to];
+    this.lastDraw = 0;
+  }
+
+  shadeMotions(pen, area, graph) {
+    pen.fillStyle = getComputedStyle(this.root).getPropertyValue("--motion");
+    for (const [begin, end] of this.model.history(this.device).motions(this.window()[0])) {
+      const left = graph.toDomXCoord(begin);
+      pen.fillRect(left, area.y, Math.max(1, graph.toDomXCoord(end) - left), area.h);
+    }
+  }
+
+  closeGraphs() {
+    this.graphs.forEach((graph) => graph.destroy());
+    this.graphs = [];
+  }
+
+  close() {
+    this.closeGraphs();
+  }
+}

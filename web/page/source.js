@@ -1,0 +1,56 @@
+// The events of the server, by one connection, while somebody looks.
+
+const RETRY_MS = 2000;
+
+export class Source {
+  /** @param emit gets {type: "cell" | "values", data} and {type: "lost", reason} */
+  constructor(emit) {
+    this.emit = emit;
+    this.events = null;
+    this.timer = 0;
+  }
+
+  open() {
+    if (this.events) {
+      return;
+    }
+    this.events = new EventSource("/events");
+    for (const type of ["cell", "values"]) {
+      this.events.addEventListener(type, (event) =>
+        this.emit({ type, data: JSON.parse(event.data) }));
+    }
+    this.events.addEventListener("error", () => this.onError());
+  }
+
+  close() {
+    clearTimeout(this.timer);
+    this.events?.close();
+    this.events = null;
+  }
+
+  /** The browser retries by itself unless it was answered with an error. */
+  async onError() {
+    if (this.events?.readyState !== EventSource.CLOSED) {
+      this.emit({ type: "lost", reason: "tavrikweb cannot be reached" });
+      return;
+    }
+    this.emit({ type: "lost", reason: await this.reason() });
+    this.timer = setTimeout(() => {
+      this.events = null;
+      this.open();
+    }, RETRY_MS);
+  }
+
+  async reason() {
+    const abort = new AbortController();
+    try {
+      const answer = await fetch("/events", { signal: abort.signal });
+      const text = answer.ok ? "" : (await answer.text()).trim();
+      return text || "the connection was closed";
+    } catch {
+      return "tavrikweb cannot be reached";
+    } finally {
+      abort.abort();
+    }
+  }
+}

@@ -7,7 +7,7 @@ import os
 import pathlib
 
 PROGRAMS = {"TAVRIK_DAEMON": "daemon/TavrikDaemon", "TAVRIK_SIMULATOR": "simulator/pellix-sim",
-            "TAVRIK_CTL": "tavrikctl/tavrikctl",
+            "TAVRIK_CTL": "tavrikctl/tavrikctl", "TAVRIK_WEB": "web/tavrikweb",
             "TAVRIK_CPP_CLIENT": "tests/integration/xml-rpc-client-test"}
 
 for name, program in PROGRAMS.items():

@@ -7,6 +7,9 @@ PACKAGES=(cmake g++ make git pkg-config libxmlrpc-c++8-dev libxmlrpc-core-c3-dev
 # Node may have been installed from another source.
 command -v node >/dev/null || PACKAGES+=(nodejs)
 
+# Packages that scripts/test needs in addition: a browser for the page of tavrikweb, and monitoring.
+TEST_PACKAGES=(chromium chromium-driver python3-selenium prometheus prometheus-alertmanager)
+
 # Packages that scripts/package needs in addition.
 PACKAGING_PACKAGES=(debhelper lintian)
 

@@ -11,6 +11,7 @@
 #include "common/LogLine.h"
 #include "common/Ports.h"
 #include "doctor/Doctor.h"
+#include "web/Metrics.h"
 
 namespace tavrik {
 
@@ -111,6 +112,13 @@ HttpResponse Site::Get(const HttpRequest& request) {
         }
         isJoined = true;
         poller.Wake();
+        return response;
+    }
+    if (request.path == "/metrics") {
+        HttpResponse response;
+        response.type = "text/plain; version=0.0.4; charset=utf-8";
+        response.body = std::make_shared<const std::string>(
+            FormatMetrics(poller.Collect(), statistics, hub.Count(), Clock::now()));
         return response;
     }
     if (const auto file = assets.Find(request.path)) {

@@ -9,7 +9,6 @@ namespace {
 
 constexpr int kMasterTimeout = 5;       // status
 constexpr std::size_t kMostCodes = 16;  // a faulty master may send any
-constexpr int kOtherCode = -2;
 
 }  // namespace
 
@@ -35,7 +34,7 @@ void Statistics::Add(const std::string& device, int status, std::chrono::duratio
     } else if (status != 0) {
         const bool isRoom =
             gripper.refusals.size() < kMostCodes || gripper.refusals.contains(status);
-        ++gripper.refusals[isRoom ? status : kOtherCode];
+        ++gripper.refusals[isRoom ? status : CallStatistics::kOtherCode];
     }
 }
 

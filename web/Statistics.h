@@ -15,6 +15,9 @@ struct CallStatistics {
     /// Upper bounds of the histogram, in seconds.
     static constexpr std::array kBounds{0.005, 0.01, 0.025, 0.05, 0.1, 0.25, 0.5, 1.0, 2.5};
 
+    /// The key of refusals that would be one code too many: a faulty master may send any.
+    static constexpr int kOtherCode = -2;
+
     std::map<int, std::uint64_t> refusals;  ///< by status code
     std::uint64_t timeouts = 0;             ///< status 5, and calls that the daemon did not answer
     std::uint64_t calls = 0;

@@ -1,0 +1,119 @@
+"""tavrikweb: its metrics, as an engine collects them."""
+
+import re
+import subprocess
+import time
+
+from .harness.cell import PATIENCE, SLOWNESS, Cell, wait_until
+from .harness.cell_test_case import main
+from .harness.web import WebTestCase, get, post
+
+HVA, MZD = "HVA SN:100001", "MZD-S SN:100002"
+LINE = re.compile(r'^(\w+)(?:\{(.*)\})? (\S+)$', re.MULTILINE)
+
+
+def metrics():
+    """{(name, labels): value}"""
+    return {(name, labels): float(value) for name, labels, value in LINE.findall(get("/metrics").text)}
+
+
+def of(name, device):
+    return metrics().get((f"tavrik_gripper_{name}", f'gripper="{device}"'))
+
+
+class MetricsTest(WebTestCase):
+    def setUp(self):
+        wait_until(lambda: of("state", HVA) and of("state", MZD))
+
+    def test_the_engines_own_tool_has_no_objection(self):
+        token = self.take_control()
+        post("/api/command", {"gripper": HVA, "command": "reference"}, token)
+        post("/api/command", {"gripper": HVA, "command": "set", "setting": "led-color",
+                              "number": 0, "value": "1"}, token)
+        answer = get("/metrics")
+        self.assertEqual(answer.headers["content-type"], "text/plain; version=0.0.4; charset=utf-8")
+        result = subprocess.run(["promtool", "check", "metrics"], input=answer.text, text=True,
+                                capture_output=True, timeout=PATIENCE)
+        self.assertEqual((result.returncode, result.stdout, result.stderr), (0, "", ""))
+
+    def test_the_values_are_those_of_the_daemon(self):
+        self.assertEqual(metrics()["tavrik_daemon_up", ""], 1)
+        self.assertEqual(metrics()["tavrik_grippers", ""], 2)
+        wait_until(lambda: of("position", HVA) == self.call("GetPos", HVA))
+        wait_until(lambda: of("state", HVA) == self.call("GetState", HVA))
+        for flag, name in (("fault", "fault"), ("temp-fault", "temperature_fault"),
+                           ("temp-warn", "temperature_warning"), ("maintenance", "maintenance")):
+            with self.condition(f"fault 0 {flag} on", f"fault 0 {flag} off"):
+                wait_until(lambda name=name: of(name, HVA) == 1)
+                self.assertEqual(of(name, MZD), 0)
+            wait_until(lambda name=name: of(name, HVA) == 0)
+
+    def test_motions_and_refusals_are_counted(self):
+        token = self.take_control()
+        before = of("motions_total", MZD)
+        post("/api/command", {"gripper": MZD, "command": "reference"}, token)
+        wait_until(lambda: of("motions_total", MZD) > before)
+        with self.condition("error 1 42 PDOUT", "error 1 off"):
+            post("/api/command", {"gripper": MZD, "command": "disable"}, token)
+        key = ("tavrik_gripper_refusals_total", f'gripper="{MZD}",code="42"')
+        self.assertEqual(metrics()[key], 1)
+
+    def test_a_gripper_that_is_unplugged_keeps_its_up_alone(self):
+        with self.condition("unplug 1", "plug 1"):
+            wait_until(lambda: of("up", MZD) == 0)
+            self.assertEqual([name for name, labels in metrics() if f'"{MZD}"' in labels],
+                             ["tavrik_gripper_up"])
+            self.assertEqual(of("up", HVA), 1)
+        wait_until(lambda: of("up", MZD) == 1)
+
+    def test_a_silent_master_delays_no_scrape(self):
+        with self.condition("mute 0 on", "mute 0 off"):
+            times = []
+            for _ in range(10):
+                start = time.monotonic()
+                get("/metrics")
+                times.append(time.monotonic() - start)
+            self.assertLess(sorted(times)[5], 0.02 * SLOWNESS)
+
+
+class TwoNamesTest(WebTestCase):
+    options = 2 * ("--gripper", "HVA,serial=7")
+
+    def test_two_grippers_with_one_name_have_one_series(self):
+        wait_until(lambda: metrics().get(("tavrik_grippers", "")) == 2)
+        text = get("/metrics").text
+        self.assertEqual(text.count("tavrik_gripper_up{"), 1)
+        subprocess.run(["promtool", "check", "metrics"], input=text, text=True, check=True,
+                       timeout=PATIENCE)
+
+
+class ManyGrippersTest(WebTestCase):
+    options = 32 * ("--gripper", "MZD-L")
+
+    def test_a_scrape_takes_less_than_twenty_milliseconds(self):
+        wait_until(lambda: get("/metrics").text.count("tavrik_gripper_state{") == 32)
+        times = []
+        for _ in range(20):
+            start = time.monotonic()
+            get("/metrics")
+            times.append(time.monotonic() - start)
+        self.assertLess(sorted(times)[10], 0.02 * SLOWNESS)
+
+
+class WithoutDaemonTest(WebTestCase):
+    def test_a_stopped_daemon_is_told(self):
+        wait_until(lambda: metrics()["tavrik_daemon_up", ""] == 1)
+        self.cell.stop()
+        wait_until(lambda: metrics()["tavrik_daemon_up", ""] == 0)
+        self.assertEqual(of("up", HVA), 0)
+        type(self).cell = Cell(*self.options)
+        self.cell.wait_until_serving()
+        wait_until(lambda: of("up", HVA) == 1)
+
+    @classmethod
+    def stop_cell(cls, cell):
+        super().stop_cell(cls.cell)
+
+
+if __name__ == "__main__":
+    main()

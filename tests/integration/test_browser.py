@@ -1,0 +1,226 @@
+"""The page of tavrikweb in a real browser: its views, and what they show of the cell."""
+
+from selenium.webdriver.common.keys import Keys
+
+from .harness.browser import HVA, MZD, SHORT, BrowserTestCase
+from .harness.cell import PATIENCE, SLOWNESS, Cell, wait_until
+from .harness.cell_test_case import main
+from .harness.web import ORIGIN, Viewer, Web
+
+KILOBYTE = 1024
+CARDS_SHOWN = "new MutationObserver(() => { if (document.querySelector('.card')) " \
+              "window.shownAt ??= performance.now(); })" \
+              ".observe(document, { childList: true, subtree: true });"
+
+
+class CellViewTest(BrowserTestCase):
+    def test_cards_show_name_state_position_flags_and_age(self):
+        with self.condition("fault 0 temp-warn on", "fault 0 temp-warn off"):
+            self.wait_for_text(".card", "temperature warning")
+            text = next(text for text in self.texts(".card") if HVA in text)
+            for part in ("10.00", "reference run needed", "live"):
+                self.assertIn(part, text)
+            self.assertEqual(self.texts(".card .warning"), ["temperature warning"])
+
+    def test_the_header_tells_version_and_ports(self):
+        self.wait_for_text("#daemon", "TavrikDaemon 2.2.4")
+        self.wait_for_text("#daemon", "ports 44221 and 44222")
+
+    def test_a_gripper_that_is_unplugged_is_greyed_and_comes_back(self):
+        with self.condition("unplug 1", "plug 1"):
+            wait_until(lambda: len(self.all(".card.stale")) == 1, SHORT)
+            self.wait_for_text(".card.stale", "not listed by the daemon: unplugged?")
+            self.assertIn(MZD, self.texts(".card.stale")[0])
+        self.wait_for_cards(2)
+        wait_until(lambda: not self.all(".card.stale"))
+
+    def test_the_doctor_lists_its_findings_with_remedies(self):
+        with self.condition("mute 1 on", "mute 1 off"):
+            self.press("Check the cell")
+            self.wait_for_text(".findings", "its master does not answer")
+            self.wait_for_text(".findings .remedy", "check the master's power and cable")
+
+    def test_the_first_view_is_small_and_fast(self):
+        script = self.driver.execute_cdp_cmd("Page.addScriptToEvaluateOnNewDocument",
+                                             {"source": CARDS_SHOWN})
+        self.addCleanup(self.driver.execute_cdp_cmd, "Page.removeScriptToEvaluateOnNewDocument",
+                        script)
+        times = []
+        for _ in range(3):
+            self.open("/")
+            self.wait_for_cards(2)
+            times.append(self.driver.execute_script("return window.shownAt"))
+        self.assertLess(min(times), 500 * SLOWNESS)
+        sizes = self.driver.execute_script(
+            "return [...performance.getEntriesByType('resource'), "
+            "...performance.getEntriesByType('navigation')].map((each) => [each.name, "
+            "each.transferSize])")
+        self.assertGreater(len(sizes), 8)
+        self.assertLess(sum(size for _, size in sizes), 200 * KILOBYTE)
+        self.assertFalse([name for name, _ in sizes if not name.startswith(ORIGIN)])
+
+    def expect_streams(self, count):
+        with Viewer() as viewer:
+            viewer.wait_for("cell", lambda cell: cell["viewers"] == count + 1)
+
+    def test_two_tabs_have_one_stream_and_hidden_tabs_none(self):
+        first = self.driver.current_window_handle
+        self.driver.switch_to.new_window("window")
+        self.open("/")
+        self.wait_for_cards(2)
+        self.expect_streams(1)
+        self.driver.switch_to.new_window("tab")  # hides the second one
+        self.driver.switch_to.window(first)
+        self.wait_for_cards(2)
+        self.expect_streams(1)
+        self.driver.get("about:blank")
+        self.expect_streams(0)
+        for window in self.driver.window_handles:
+            if window != first:
+                self.driver.switch_to.window(window)
+                self.driver.close()
+        self.driver.switch_to.window(first)
+
+    def test_it_is_accessible(self):
+        self.expect_accessible()
+
+    def test_it_fits_a_phone_and_a_wall(self):
+        for width in (360, 3840):
+            self.set_width(width)
+            self.assertLessEqual(
+                self.driver.execute_script("return document.documentElement.scrollWidth"), width)
+
+
+class GripperViewTest(BrowserTestCase):
+    def setUp(self):
+        super().setUp()
+        self.open_gripper()
+
+    def test_it_shows_live_values_process_data_and_plots(self):
+        wait_until(lambda: len(self.all(".plot canvas")) == 4)
+        self.wait_for_text("section[aria-label='Process data'] tbody", "position, hundredths 1000")
+        with self.condition("fault 0 maintenance on", "fault 0 maintenance off"):
+            self.wait_for_text("dl", "maintenance")
+            self.wait_for_text("tbody tr:last-child", "byte 3, bit 7 maintenance 1")
+
+    def test_plots_pause_and_continue_and_take_others_along(self):
+        wait_until(lambda: self.all(".plot canvas"))
+        self.press("Pause")
+        self.find("button", "Continue")
+        self.press("Continue")
+        self.find(".others label", MZD).click()
+        self.wait_for_text(".legend", f"{HVA} – {MZD}")
+        wait_until(lambda: len(self.all(".plot canvas")) == 4)
+
+    def test_settings_are_shown_in_a_table(self):
+        self.press("Read settings")
+        self.wait_for_text("section[aria-label='Settings'] tbody", "no-part-limit")
+        fields = {field.accessible_name: field.get_attribute("value")
+                  for field in self.all("section[aria-label='Settings'] input")}
+        self.assertEqual(fields["force of set 7, 0 to 255"], "50")
+        self.assertFalse([field for field in self.all("section[aria-label='Settings'] input")
+                          if field.is_enabled()])
+
+    def test_nothing_can_be_moved_without_control(self):
+        for name in ("Grip", "Release", "Reference run", "Drive off"):
+            self.assertFalse(self.find("button", name).is_enabled(), name)
+        self.wait_for_text(".note", "take control first")
+        self.wait_for_text(".motions", "This is no emergency stop")
+
+    def test_a_gripper_that_is_gone_says_so(self):
+        with self.condition("unplug 0", "plug 0"):
+            self.wait_for_text("dl", "not listed by the daemon", SHORT)
+        self.wait_for_text("dl", "live")
+
+    def test_it_is_accessible_and_fits_a_phone(self):
+        self.press("Read settings")
+        self.wait_for_text("section[aria-label='Settings'] tbody", "force")
+        self.expect_accessible()
+        self.set_width(360)
+        self.assertLessEqual(
+            self.driver.execute_script("return document.documentElement.scrollWidth"), 360)
+
+
+class KeyboardTest(BrowserTestCase):
+    def tab_to(self, text):
+        for _ in range(60):
+            active = self.driver.switch_to.active_element
+            if text in (active.text, active.accessible_name):
+                return active
+            active.send_keys(Keys.TAB)
+        raise AssertionError(f"the tab key does not reach {text!r}")
+
+    def test_a_gripper_can_be_moved_with_the_keyboard_alone(self):
+        self.tab_to("Code").send_keys(self.web.code(), Keys.ENTER)
+        self.wait_for_text("#control", "You have control")
+        self.tab_to(HVA).send_keys(Keys.ENTER)
+        self.wait_for_text("main h2", HVA)
+        self.wait_for_text(".motions .note", "a reference run is needed first")
+        self.tab_to("Reference run").send_keys(Keys.ENTER)
+        self.wait_for_text(".motions output", "reference: done")
+        self.wait_for_text("dl", "reference run done")
+
+
+class NamesTest(BrowserTestCase):
+    options = ("--gripper", "HVA,product=<img src=x onerror=alert(1)>", "--gripper",
+               "HVA,product=Ä&amp;\"'/..?#%41", "--gripper", "HVA,serial=7", "--gripper",
+               "HVA,serial=7")
+
+    def setUp(self):
+        self.console = []
+        self.open("/")
+        self.wait_for_cards(3)
+
+    def test_names_are_text_and_lead_to_their_grippers(self):
+        self.assertEqual(self.all("main img"), [])
+        for name in self.call("GetGrippers")[:2]:
+            self.open("/")
+            self.wait_for_cards(3)
+            self.open_gripper(name)
+            self.wait_for_text("dl", "10.00")
+            wait_until(lambda: self.all(".plot canvas"))
+            self.assertEqual(self.all("main img"), [])
+
+    def test_two_grippers_with_one_name_are_told(self):
+        self.wait_for_text(".card .note", "2 grippers have this name")
+
+
+class RestartTest(BrowserTestCase):
+    def test_a_daemon_that_restarts_is_shown_and_comes_back(self):
+        self.cell.stop()
+        self.wait_for_text("#banner", "The daemon cannot be reached", SHORT)
+        wait_until(lambda: len(self.all(".card.stale")) == 2)
+        type(self).cell = Cell(*self.options)
+        self.cell.wait_until_serving()
+        self.wait_for_cards(2)
+        wait_until(lambda: not self.all("#banner")[0].is_displayed())
+
+    def test_tavrikweb_that_restarts_is_shown_and_comes_back(self):
+        self.console = ["ERR_CONNECTION_REFUSED", "ERR_INCOMPLETE_CHUNKED_ENCODING", "ERR_EMPTY"]
+        self.web.stop()
+        self.wait_for_text("#banner", "No data:", SHORT)
+        type(self).web = Web(*self.web_options)
+        self.addClassCleanup(self.web.stop)
+        self.wait_for_cards(2)
+        wait_until(lambda: not self.all("#banner")[0].is_displayed())
+
+    @classmethod
+    def stop_cell(cls, cell):
+        super().stop_cell(cls.cell)
+
+
+class ManyGrippersTest(BrowserTestCase):
+    options = 32 * ("--gripper", "HVA")
+
+    def test_all_are_shown_live(self):
+        self.assertEqual(len(self.all(".card")), 32)
+        self.cell.command("unplug 31")
+        wait_until(lambda: len(self.all(".card.stale")) == 1, PATIENCE)
+        self.set_width(3840, 2160)
+        self.open_gripper(HVA)
+        wait_until(lambda: len(self.all(".plot canvas")) == 4)
+        self.assertEqual(len(self.all(".others input")), 31)
+
+
+if __name__ == "__main__":
+    main()

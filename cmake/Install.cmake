@@ -15,6 +15,10 @@ install(TARGETS tavrikctl DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(FILES docs/man/tavrikctl.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 install(FILES packaging/completion/tavrikctl DESTINATION ${completion_folder})
 
+install(TARGETS tavrikweb DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(DIRECTORY web/page/ DESTINATION ${CMAKE_INSTALL_DATADIR}/tavrikweb)
+install(FILES docs/man/tavrikweb.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+
 # pellix-sim looks for its preload library in its own folder, so it is installed there and called
 # through a symbolic link.
 set(simulator_folder ${CMAKE_INSTALL_LIBDIR}/pellix-sim)

@@ -1,7 +1,7 @@
 // Live plots of position and state on one time axis, drawn by the distribution's dygraphs.
 
 import { element, setText } from "./dom.js";
-import { STATES, stateText } from "./words.js";
+import { stateText } from "./words.js";
 
 const SPANS = [[10, "10 s"], [30, "30 s"], [60, "1 min"], [300, "5 min"], [900, "15 min"],
   [3600, "1 h"]];
@@ -134,9 +134,9 @@ export class Plots {
     const positions = this.rows(({ position }) => position);
     const states = this.rows(({ state }) => state);
     if (this.graphs.length === 0) {
-      this.graphs = [this.graph(this.position, positions, {}), this.graph(this.state, states, {
+      this.graphs = [this.graph(this.position, positions, { pixelsPerLabel: 30 }), this.graph(this.state, states, {
         stepPlot: true, valueRange: [-0.5, 15.5],
-        axes: { y: { pixelsPerLabel: 20, axisLabelFormatter: (state) => STATES[state] ? String(state) : "" } } })];
+        pixelsPerLabel: 20 })];
     }
     this.graphs[0].updateOptions({ file: positions, dateWindow: window });
     this.graphs[1].updateOptions({ file: states, dateWindow: window });
@@ -145,15 +145,14 @@ export class Plots {
       (latest ? `Now: ${stateText(latest.state)}.` : "No data now."));
   }
 
-  graph(node, file, extra) {
+  graph(node, file, { pixelsPerLabel, ...extra }) {
     return new this.Dygraph(node, file, {
       labels: ["time", ...this.devices.map((_, i) => `gripper ${i}`)],
       dateWindow: this.window(),
       animatedZooms: false,
-      pixelsPerLabel: 90,
-      axisLabelWidth: 70,
       underlayCallback: (pen, area, graph) => this.shadeMotions(pen, area, graph),
       zoomCallback: (from, to) => this.zoomTo(from, to),
+      axes: { x: { pixelsPerLabel: 90, axisLabelWidth: 70 }, y: { pixelsPerLabel } },
       ...extra,
     });
   }

@@ -23,6 +23,8 @@ INSTALL_FROM_TREE = ("apt install ./build/package/tavrikdaemon_*.deb "
 INSTALL_CLIENT = "apt install ./tavrikctl_*.deb"
 INSTALL_SIMULATOR = "apt install ./pellix-sim_*.deb"
 INSTALL_ALL = "apt install ./tavrikdaemon_*.deb ./tavrikctl_*.deb ./pellix-sim_*.deb"
+INSTALL_WEB = "apt install ./tavrikdaemon-web_*.deb"
+CODE = "tavrikweb --code"
 STOP = "systemctl stop tavrikdaemon"
 START = "systemctl start tavrikdaemon"
 RESTART = "systemctl restart tavrikdaemon"
@@ -36,8 +38,8 @@ REMOVE = "apt remove tavrikdaemon"
 PURGE = "apt purge tavrikdaemon"
 
 # Every command of the pages that is for the machine.
-PAGE = (INSTALL, INSTALL_FROM_TREE, INSTALL_SIMULATOR, INSTALL_ALL, LIST, DOCTOR, STOP, TRY, START, RESTART, RESET,
-        *LOOK, REMOVE, PURGE)
+PAGE = (INSTALL, INSTALL_FROM_TREE, INSTALL_SIMULATOR, INSTALL_ALL, INSTALL_WEB, CODE, LIST, DOCTOR,
+        STOP, TRY, START, RESTART, RESET, *LOOK, REMOVE, PURGE)
 
 REINSTALL = "apt reinstall ./tavrikdaemon_*.deb"
 

@@ -9,7 +9,7 @@ install(FILES docs/man/TavrikDaemon.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
 install(DIRECTORY docs/ DESTINATION ${doc_folder}/tavrikdaemon
         PATTERN man EXCLUDE PATTERN design.md EXCLUDE
         PATTERN simulator.md EXCLUDE PATTERN recording.md EXCLUDE)
-install(DIRECTORY examples DESTINATION ${doc_folder}/tavrikdaemon)
+install(DIRECTORY examples monitoring DESTINATION ${doc_folder}/tavrikdaemon)
 
 install(TARGETS tavrikctl DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(FILES docs/man/tavrikctl.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)

@@ -36,6 +36,7 @@ constexpr std::array kFiles{
     File{"/findings.js", "findings.js", kScript},
     File{"/motions.js", "motions.js", kScript},
     File{"/settings.js", "settings.js", kScript},
+    File{"/settings-file.js", "settings-file.js", kScript},
     File{"/plots.js", "plots.js", kScript},
     File{"/history.js", "history.js", kScript},
     File{"/source.js", "source.js", kScript},

@@ -116,9 +116,9 @@ class GripperViewTest(BrowserTestCase):
         self.press("Read settings")
         self.wait_for_text("section[aria-label='Settings'] tbody", "no-part-limit")
         fields = {field.accessible_name: field.get_attribute("value")
-                  for field in self.all("section[aria-label='Settings'] input")}
+                  for field in self.all("section[aria-label='Settings'] td input")}
         self.assertEqual(fields["force of set 7, 0 to 255"], "50")
-        self.assertFalse([field for field in self.all("section[aria-label='Settings'] input")
+        self.assertFalse([field for field in self.all("section[aria-label='Settings'] td input")
                           if field.is_enabled()])
 
     def test_nothing_can_be_moved_without_control(self):

@@ -2,6 +2,9 @@
 
 import contextlib
 import http.server
+import json
+import pathlib
+import tempfile
 import threading
 
 from selenium.webdriver.common.keys import Keys
@@ -164,6 +167,33 @@ class ControlTest(BrowserTestCase):
         self.assertEqual(self.call("GetForce", HVA, 2), 77)
         self.press("Store permanently")
         self.wait_for_text("section[aria-label='Settings'] output", "store: done")
+
+    def test_settings_are_saved_compared_and_restored(self):
+        section = "section[aria-label='Settings']"
+        self.assertEqual(self.call("SetForce", HVA, 4, 41), 0)
+        self.assertEqual(self.call("SetNoPartLimit", HVA, 1, 3.25), 0)
+        with tempfile.TemporaryDirectory() as folder:
+            self.driver.execute_cdp_cmd("Browser.setDownloadBehavior", {
+                "behavior": "allow", "downloadPath": folder})
+            self.press("Read settings")
+            self.press("Save to a file")
+            file = pathlib.Path(folder) / "HVA_SN_100001.json"
+            wait_until(file.exists)
+            self.assertEqual(json.loads(file.read_text())["sets"][4]["force"], 41)
+            self.assertEqual(self.call("SetForce", HVA, 4, 42), 0)
+            self.assertEqual(self.call("SetNoPartLimit", HVA, 1, 3.5), 0)
+            self.driver.find_element("id", "settings-file").send_keys(str(file))
+            self.wait_for_text(f"{section} li", "force of set 4 is 42, in the file 41")
+            self.assertIn("no-part-limit of set 1 is 3.50, in the file 3.25",
+                          self.texts(f"{section} li"))
+            self.press("Restore from the file")
+            self.wait_for_text(f"{section} output", "All settings of the table are as in the file")
+            self.assertEqual(self.call("GetForce", HVA, 4), 41)
+            self.assertEqual(self.call("GetNoPartLimit", HVA, 1), 3.25)
+            wrong = pathlib.Path(folder) / "wrong.json"
+            wrong.write_text('{"format": "x"}')
+            self.driver.find_element("id", "settings-file").send_keys(str(wrong))
+            self.wait_for_text(f"{section} output", "not a settings file of this version")
 
     def test_control_is_lost_to_another_and_shown(self):
         self.take_control()

@@ -27,12 +27,14 @@ import costs  # noqa: E402
 import figures  # noqa: E402
 import publish  # noqa: E402
 import servers  # noqa: E402
+import web  # noqa: E402
 from tests.integration.harness import own_network  # noqa: E402
 
 # In the order of the table.
 SUBJECTS = (calls.two_processors, calls.one_processor, calls.latency_under_stream, calls.grips,
             calls.grips_against_nine_sends, costs.full_speed, costs.busy_cell, costs.polls,
-            costs.memory, costs.memory_growth, costs.starting, costs.plugging, calls.peers)
+            costs.memory, costs.memory_growth, costs.starting, costs.plugging, web.beside_viewers,
+            calls.peers)
 PACKAGES = ("g++", "libxmlrpc-core-c3", "python3", "nodejs")  # whose versions tell on the figures
 
 

@@ -69,7 +69,9 @@ bool Cell::TakeList(const std::vector<std::string>& devices) {
             isChanged = true;
         }
     }
-    std::ranges::stable_partition(grippers, &CellGripper::IsListed);
+    // Not that of std::ranges, which clang 14 cannot compile.
+    std::stable_partition(grippers.begin(), grippers.end(),
+                          [](const CellGripper& each) { return each.IsListed(); });
     const auto listed =
         static_cast<std::size_t>(std::ranges::count_if(grippers, &CellGripper::IsListed));
     grippers.resize(std::min(grippers.size(), listed + kMostGone));

@@ -6,7 +6,7 @@
 namespace tavrik {
 
 namespace {
-constexpr std::size_t kLargestBacklog = 256U * 1024U;  // bytes
+constexpr std::size_t kLargestBacklog = std::size_t{256} * 1024;  // bytes
 constexpr std::chrono::seconds kLongestStall(5);
 }  // namespace
 

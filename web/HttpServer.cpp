@@ -19,8 +19,8 @@ namespace {
 
 constexpr unsigned kMostConnections = 400;
 constexpr unsigned kIdleSeconds = 10;
-constexpr std::size_t kConnectionMemory = 16U * 1024U;  // bytes; bounds path and headers
-constexpr std::size_t kEventBlock = 32U * 1024U;        // bytes
+constexpr std::size_t kConnectionMemory = std::size_t{16} * 1024;  // bytes; bounds path and headers
+constexpr std::size_t kEventBlock = std::size_t{32} * 1024;        // bytes
 constexpr int kListenBacklog = 128;
 
 /// Whatever is served: run own scripts only, load and send nothing elsewhere, be framed by nobody.

@@ -27,7 +27,7 @@ constexpr unsigned kTooManyHeaders = 431;
 constexpr unsigned kUnavailable = 503;
 
 /// Bounds of what a client may send.
-constexpr std::size_t kLargestBody = 64U * 1024U;  ///< bytes
+constexpr std::size_t kLargestBody = std::size_t{64} * 1024;  ///< bytes
 constexpr std::size_t kMostHeaders = 50;
 
 /// A request of a client. Text is as the client sent it: not checked, any bytes.

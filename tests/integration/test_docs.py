@@ -292,8 +292,8 @@ class ShellCommandsTest(CellTestCase):
     STOP = 'kill -INT "$(pidof TavrikDaemon)"'
     RUN_BY_CI = ("scripts/test", "scripts/demo --tour", "scripts/test asan", "scripts/test tsan",
                  "scripts/coverage", "scripts/memcheck", "scripts/lint", "scripts/fuzz 30",
-                 "scripts/bench --quick", "scripts/soak 2", "scripts/package",
-                 "scripts/test-package", "scripts/test-usb")
+                 "scripts/bench --quick", "scripts/soak 2", "scripts/soak --web 1",
+                 "scripts/package", "scripts/test-package", "scripts/test-usb")
     RUN_NOWHERE = {
         "scripts/bench": "a quarter of an hour; its quick form is run by CI",
         "scripts/bench --publish": "changes the page that has the command",

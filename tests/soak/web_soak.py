@@ -1,0 +1,138 @@
+#!/usr/bin/env python3
+"""Runs tavrikweb for minutes while viewers come, go and stall, and checks its use of resources.
+
+Usage: web_soak.py [MINUTES [SEED]]. scripts/soak --web builds the programs and runs it.
+
+A viewer stays for about a second instead of hours, so that ten minutes have as many of them as a
+week with one every two minutes. Grippers are unplugged and plugged, and commands sent, meanwhile.
+The exit status is 0 if memory, descriptors and threads are flat and every viewer was served.
+"""
+
+import contextlib
+import pathlib
+import random
+import signal
+import sys
+import time
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2]))
+
+from resources import Resources  # noqa: E402
+from tests.integration.harness.cell_test_case import Cell  # noqa: E402
+from tests.integration.harness.web import Viewer, Web, connect, get, post  # noqa: E402
+
+GRIPPERS = 8
+VIEWERS = 12  # at the same time, below the limit
+MOST_GROWTH = 1024  # KiB, of memory between two halves
+MOST_MEMORY = 30 * 1024  # KiB
+DEVICE = "HVA SN:100001"
+
+
+class Soak:
+    def __init__(self, web, cell, seed):
+        self.web = web
+        self.cell = cell
+        self.random = random.Random(seed)
+        self.viewers = []
+        self.idle = []
+        self.counts = dict.fromkeys(("viewers", "idle", "scrapes", "commands", "plugs"), 0)
+        self.token = post("/api/control/take", {"code": web.code()}).json()["token"]
+
+    def come(self):
+        while len(self.viewers) >= VIEWERS:
+            self.go()
+        viewer = Viewer()
+        self.viewers.append(viewer)
+        if viewer.status() != 200:
+            raise AssertionError(f"viewer {self.counts['viewers']}: status {viewer.status()}")
+        if self.random.random() < 0.8:  # the others read nothing: they stall
+            viewer.wait_for("cell")
+        self.counts["viewers"] += 1
+
+    def go(self):
+        if self.viewers:
+            self.viewers.pop(self.random.randrange(len(self.viewers))).connection.close()
+
+    def stay_idle(self):
+        connection = connect()
+        connection.sendall(b"GET / HT"[:self.random.randrange(8)])
+        self.idle.append(connection)
+        self.counts["idle"] += 1
+        if len(self.idle) > 100:
+            self.idle.pop(0).close()
+
+    def scrape(self):
+        get("/metrics")
+        self.counts["scrapes"] += 1
+
+    def command(self):
+        post("/api/command", {"gripper": DEVICE, "command": "disable"}, self.token)
+        self.counts["commands"] += 1
+
+    def plug(self):
+        number = self.random.randrange(1, GRIPPERS)
+        self.cell.command(f"unplug {number}")
+        time.sleep(0.05)
+        self.cell.command(f"plug {number}")
+        self.counts["plugs"] += 1
+
+    def run(self, seconds):
+        resources = Resources(self.web.process.pid)
+        steps = (self.come, self.come, self.come, self.go, self.go, self.stay_idle, self.stay_idle,
+                 self.scrape, self.command, self.plug)
+        end = time.monotonic() + seconds
+        while time.monotonic() < end:
+            self.random.choice(steps)()
+            time.sleep(0.1)
+            while time.monotonic() >= resources.due():
+                resources.take()
+                for output in (*self.cell.outputs(), self.web.log):
+                    output.forget_all_but(1000)
+        return resources
+
+    def close(self):
+        for connection in (*self.idle, *(viewer.connection for viewer in self.viewers)):
+            with contextlib.suppress(OSError):
+                connection.close()
+
+
+def verdict(resources):
+    samples = resources.after_warm_up()
+    middle = len(samples) // 2
+    growth = max(each.rss for each in samples[middle:]) - max(each.rss for each in samples[:middle])
+    print(f"memory: {samples[0].rss} to {samples[-1].rss} KiB, growth of the second half "
+          f"{growth} KiB; descriptors: {min(each.descriptors for each in samples)} to "
+          f"{max(each.descriptors for each in samples)}; threads: "
+          f"{min(each.threads for each in samples)} to {max(each.threads for each in samples)}")
+    return (growth <= MOST_GROWTH and max(each.rss for each in samples) <= MOST_MEMORY and
+            len({each.threads for each in samples}) == 1 and
+            max(each.descriptors for each in samples) <= 100 + 4 * VIEWERS)
+
+
+def main():
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))  # the cell must not outlive this program
+    minutes = float(sys.argv[1]) if len(sys.argv) > 1 else 2.0
+    seed = sys.argv[2] if len(sys.argv) > 2 else str(random.randrange(10**6))
+    print(f"{GRIPPERS} grippers, up to {VIEWERS} viewers, {minutes:g} min, seed {seed}", flush=True)
+    cell = Cell(*(GRIPPERS * ("--gripper", "HVA")))
+    try:
+        cell.wait_until_serving()
+        cell.wait_until_operating(GRIPPERS)
+        web = Web("--allow-control")
+        soak = Soak(web, cell, seed)
+        try:
+            resources = soak.run(60 * minutes)
+        finally:
+            soak.close()
+            web.stop()
+        cell.stop()
+    finally:
+        cell.end_by_force()
+    print(", ".join(f"{count} {name}" for name, count in soak.counts.items()))
+    is_flat = verdict(resources)
+    print("passed" if is_flat else "FAILED")
+    return 0 if is_flat else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -16,16 +17,14 @@ namespace fs = std::filesystem;
 /// With files as the kernel shows them.
 class VirtualPortsTest : public testing::Test {
 protected:
-    VirtualPortsTest() : folder(fs::path(testing::TempDir()) / "vhci_hcd.0") {
-        fs::create_directories(folder);
-    }
     ~VirtualPortsTest() override { fs::remove_all(folder); }
 
     void Write(const std::string& name, const std::string& text) const {
         std::ofstream(folder / name) << text;
     }
 
-    fs::path folder;
+    std::string pattern = testing::TempDir() + "vhci_hcd.XXXXXX";
+    const fs::path folder = mkdtemp(pattern.data());
     VirtualPorts ports{folder};
 };
 

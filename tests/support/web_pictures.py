@@ -1,4 +1,5 @@
-"""Takes the pictures of docs/web, with a simulated cell: scripts/web-pictures runs it."""
+"""Takes the pictures of docs/web, with a simulated cell, and the time until the page shows it:
+scripts/web-pictures runs it."""
 
 import base64
 import pathlib
@@ -10,6 +11,10 @@ from ..integration.harness.cell import wait_until
 
 FOLDER = pathlib.Path(__file__).resolve().parents[2] / "docs" / "web"
 WIDTH = 1000
+VIEWS = 5
+CARDS_SHOWN = "new MutationObserver(() => { if (document.querySelector('.card')) " \
+              "window.shownAt ??= performance.now(); })" \
+              ".observe(document, { childList: true, subtree: true });"
 
 
 class Pictures(BrowserTestCase):
@@ -40,6 +45,16 @@ class Pictures(BrowserTestCase):
         wait_until(lambda: self.all(".plot canvas"))
         self.move(("Release", (0,)), ("Grip", (0,)))
         self.take("gripper", 1150)
+
+    def test_first_view(self):
+        self.driver.execute_cdp_cmd("Page.addScriptToEvaluateOnNewDocument",
+                                    {"source": CARDS_SHOWN})
+        times = []
+        for _ in range(VIEWS):
+            self.open("/")
+            self.wait_for_cards(4)
+            times.append(self.driver.execute_script("return window.shownAt"))
+        print("milliseconds until the cards are shown:", *(f"{time:.0f}" for time in times))
 
 
 if __name__ == "__main__":

@@ -13,14 +13,12 @@ import tempfile
 import time
 from typing import NamedTuple
 
-from tests.integration.harness.cell import PATIENCE, PORTS, Output, wait_until
+from tests.integration.harness.cell import MORTAL, PATIENCE, PORTS, Output, wait_until
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 BUILD = ROOT / "build" / "release"
 PROGRAMS = BUILD / "bench"
 PYTHON = "/usr/bin/python3"
-# Before a command: it dies with this program, even if this one has no time to end it.
-MORTAL = ("setpriv", "--pdeathsig", "KILL", "--")
 
 OPERATES = "Pending command PDOUT deleted (Status: 0)"  # in the daemon's log, once for each master
 POSITION = "25.0"  # that every master tells

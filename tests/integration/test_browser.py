@@ -3,7 +3,7 @@
 from selenium.webdriver.common.keys import Keys
 
 from .harness.browser import HVA, MZD, SHORT, BrowserTestCase
-from .harness.cell import PATIENCE, Cell, wait_until
+from .harness.cell import PATIENCE, wait_until
 from .harness.cell_test_case import main
 from .harness.web import ORIGIN, Viewer, Web
 
@@ -179,8 +179,7 @@ class RestartTest(BrowserTestCase):
         self.cell.stop()
         self.wait_for_text("#banner", "The daemon cannot be reached", SHORT)
         wait_until(lambda: len(self.all(".card.stale")) == 2)
-        type(self).cell = Cell(*self.options)
-        self.cell.wait_until_serving()
+        self.start_cell_again()
         self.wait_for_cards(2)
         wait_until(lambda: not self.all("#banner")[0].is_displayed())
 
@@ -192,10 +191,6 @@ class RestartTest(BrowserTestCase):
         self.addClassCleanup(self.web.stop)
         self.wait_for_cards(2)
         wait_until(lambda: not self.all("#banner")[0].is_displayed())
-
-    @classmethod
-    def stop_cell(cls, cell):
-        super().stop_cell(cls.cell)
 
 
 class ManyGrippersTest(BrowserTestCase):

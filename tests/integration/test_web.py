@@ -9,7 +9,7 @@ import unittest
 import xmlrpc.client
 
 from .harness import own_network
-from .harness.cell import PATIENCE, PORTS, SLOWNESS, Cell, wait_until
+from .harness.cell import PATIENCE, PORTS, SLOWNESS, wait_until
 from .harness.cell_test_case import main
 from .harness.web import PORT, Viewer, Web, WebTestCase, connect, get, new_viewer, post, receive_all
 
@@ -199,14 +199,9 @@ class RestartTest(WebTestCase):
             cell = viewer.wait_for("cell", lambda cell: not cell["reachable"])
             self.assertLess(time.monotonic() - start, 2 * SLOWNESS)
             self.assertIn("127.0.0.1:44222", cell["error"])
-            type(self).cell = Cell(*self.options)
-            self.cell.wait_until_serving()
+            self.start_cell_again()
             viewer.wait_for("cell", listed(2))
             viewer.wait_for("values", lambda values: all(values["rows"]))
-
-    @classmethod
-    def stop_cell(cls, cell):
-        super().stop_cell(cls.cell)
 
 
 class Counter(http.server.BaseHTTPRequestHandler):

@@ -4,7 +4,7 @@ import re
 import subprocess
 import time
 
-from .harness.cell import PATIENCE, SLOWNESS, Cell, wait_until
+from .harness.cell import PATIENCE, SLOWNESS, wait_until
 from .harness.cell_test_case import main
 from .harness.web import WebTestCase, get, post
 
@@ -106,13 +106,8 @@ class WithoutDaemonTest(WebTestCase):
         self.cell.stop()
         wait_until(lambda: metrics()["tavrik_daemon_up", ""] == 0)
         self.assertEqual(of("up", HVA), 0)
-        type(self).cell = Cell(*self.options)
-        self.cell.wait_until_serving()
+        self.start_cell_again()
         wait_until(lambda: of("up", HVA) == 1)
-
-    @classmethod
-    def stop_cell(cls, cell):
-        super().stop_cell(cls.cell)
 
 
 if __name__ == "__main__":

@@ -1,13 +1,14 @@
 """tavrikweb: who may look, who may move a gripper, and requests that attack it."""
 
 import json
+import os
 import re
 import subprocess
 import time
 
 from .harness.cell import PATIENCE, SLOWNESS, wait_until
 from .harness.cell_test_case import main
-from .harness.web import (ORIGIN, PORT, Viewer, WebTestCase, connect, get, post,
+from .harness.web import (ASSETS, ORIGIN, PORT, Viewer, WebTestCase, connect, get, post,
                           receive_all, request, send)
 
 HVA = "HVA SN:100001"
@@ -187,7 +188,7 @@ class ViewOnlyTest(WebTestCase):
             self.assertFalse(viewer.wait_for("cell")["control"]["allowed"])
 
     def test_there_is_no_code(self):
-        result = subprocess.run([self.web.process.args[0], "--code"], env=self.web.environment,
+        result = subprocess.run([os.environ["TAVRIK_WEB"], "--code"], env=self.web.environment,
                                 capture_output=True, text=True, timeout=PATIENCE)
         self.assertEqual((result.returncode, result.stdout), (9, ""))
         self.assertIn("no tavrikweb with --allow-control runs on port 44280", result.stderr)
@@ -234,15 +235,15 @@ class OptionsTest(WebTestCase):
                               (("--origin", "cell.example"), "invalid origin"),
                               (("--assets", "/nowhere"), "cannot read /nowhere/index.html"),
                               (("--jump",), "see tavrikweb --help")):
-            assets = () if "--assets" in options else self.web.process.args[1:3]
-            result = subprocess.run([self.web.process.args[0], *assets, *options], capture_output=True,
+            assets = () if "--assets" in options else ASSETS
+            result = subprocess.run([os.environ["TAVRIK_WEB"], *assets, *options], capture_output=True,
                                     text=True, timeout=PATIENCE)
             self.assertNotEqual(result.returncode, 0, options)
             self.assertRegex(result.stderr, r"\Atavrikweb: [^\n]+\n\Z")
             self.assertIn(text, result.stderr)
 
     def test_help_and_version(self):
-        program = self.web.process.args[0]
+        program = os.environ["TAVRIK_WEB"]
         for option, text in (("--help", "--allow-control"), ("--version", "tavrikweb 2.2.4")):
             self.assertIn(text, subprocess.run([program, option], check=True, capture_output=True,
                                                text=True, timeout=PATIENCE).stdout)

@@ -17,6 +17,10 @@ PORTS = (44221, 44222)
 SLOWNESS = float(os.environ.get("TAVRIK_SLOWNESS", "1"))
 PATIENCE = 15.0 * SLOWNESS  # seconds until an awaited condition counts as missing
 
+# Before a command: the kernel ends it when the thread that has started it ends, however that happens.
+# A daemon that outlives its test would serve the next one.
+MORTAL = ("/usr/bin/setpriv", "--pdeathsig", "KILL", "--")
+
 SANITIZER_REPORT = re.compile(r"(Address|Leak|Thread|UndefinedBehavior)Sanitizer|runtime error:")
 
 
@@ -131,7 +135,7 @@ class Cell:
         self.commands = threading.Lock()
         # A session of its own, so that what hangs can be ended together.
         self.process = subprocess.Popen(
-            [self.simulator, *options, "--", *(command or [self.daemon])],
+            [*MORTAL, self.simulator, *options, "--", *(command or [self.daemon])],
             env={**os.environ, **(environment or {})},
             stdin=subprocess.PIPE, stdout=stdout, stderr=subprocess.PIPE,
             start_new_session=True)

@@ -47,6 +47,12 @@ class CellTestCase(unittest.TestCase):
         started.append(cls.cell)
         return cls.cell
 
+    @classmethod
+    def start_cell_again(cls):
+        """After the cell was stopped."""
+        cls.addClassCleanup(cls.stop_cell, cls.start_cell(*cls.options))
+        cls.cell.wait_until_serving()
+
     def run(self, result=None):
         problems = problem_count(result)
         super().run(result)

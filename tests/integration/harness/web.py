@@ -9,12 +9,13 @@ import socket
 import subprocess
 import tempfile
 
-from .cell import PATIENCE, Output, wait_until
+from .cell import MORTAL, PATIENCE, Output, wait_until
 from .cell_test_case import CellTestCase
 
 ROOT = pathlib.Path(__file__).resolve().parents[3]
 PORT = 44280
 ORIGIN = f"http://127.0.0.1:{PORT}"
+ASSETS = ("--assets", str(ROOT / "web" / "page"))
 
 
 class Answer:
@@ -42,9 +43,8 @@ class Web:
         self.folder = tempfile.TemporaryDirectory()
         self.environment = {**os.environ, "RUNTIME_DIRECTORY": self.folder.name}
         self.process = subprocess.Popen(
-            [os.environ["TAVRIK_WEB"], "--assets", str(ROOT / "web" / "page"), *options],
-            env=self.environment, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-            stderr=subprocess.PIPE)
+            [*MORTAL, os.environ["TAVRIK_WEB"], *ASSETS, *options], env=self.environment,
+            stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
         self.log = Output("tavrikweb", self.process.stdout)
         self.errors = Output("errors of tavrikweb", self.process.stderr)
         self.log.wait_for("Serving ")

@@ -8,6 +8,7 @@
 
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <system_error>
 #include <utility>
 
@@ -60,9 +61,16 @@ StartedTool StartTool(std::vector<std::string> command, bool withErrors) {
     if (withErrors) {
         posix_spawn_file_actions_adddup2(&actions, ends[1], STDERR_FILENO);
     }
+    posix_spawnattr_t attributes;
+    posix_spawnattr_init(&attributes);
+    sigset_t none;  // the tool must not inherit a blocked SIGTERM
+    sigemptyset(&none);
+    posix_spawnattr_setsigmask(&attributes, &none);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK);
     pid_t process = 0;
     const int error =
-        posix_spawnp(&process, arguments[0], &actions, nullptr, arguments.data(), environ);
+        posix_spawnp(&process, arguments[0], &actions, &attributes, arguments.data(), environ);
+    posix_spawnattr_destroy(&attributes);
     posix_spawn_file_actions_destroy(&actions);
     close(ends[1]);
     if (error != 0) {

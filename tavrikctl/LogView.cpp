@@ -1,99 +1,22 @@
 #include "tavrikctl/LogView.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <nlohmann/json.hpp>
 #include <string_view>
 
 #include "client/Printable.h"
+#include "doctor/log/LogText.h"
 
 namespace tavrik {
 
 namespace {
 
-using std::chrono::microseconds;
-using Parts = std::vector<std::string>;
-
 constexpr std::size_t kNarrow = 60;    // columns; below, text has lines of its own
 constexpr std::size_t kForBoth = 100;  // columns for master and gripper
 constexpr const char* kBetween = "  ";
 
-/// Most texts of a log are plain, which is found sooner than the width of each letter.
-bool IsPlain(const std::string& text) {
-    return std::ranges::all_of(text, [](char letter) { return letter >= ' ' && letter <= '~'; });
-}
-
-std::string Safe(const std::string& text) {
-    return IsPlain(text) ? text : Printable(text);
-}
-
 std::size_t WidthOf(const std::string& text) {
     return IsPlain(text) ? text.size() : Width(text);
-}
-
-std::string DurationText(microseconds duration, bool isExact) {
-    constexpr double kMillisecond = 1000;
-    constexpr microseconds kFine = std::chrono::milliseconds(10);
-    if (!isExact) {
-        const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(duration).count();
-        return seconds == 0 ? "<1 s" : "~" + std::to_string(seconds) + " s";
-    }
-    std::array<char, 40> text{};
-    std::snprintf(text.data(), text.size(), duration < kFine ? "%.1f ms" : "%.0f ms",
-                  static_cast<double>(duration.count()) / kMillisecond);
-    return text.data();
-}
-
-std::string Joined(const Parts& parts, const std::string& between) {
-    std::string joined;
-    for (const std::string& part : parts) {
-        joined += (joined.empty() || part.empty() ? "" : between) + part;
-    }
-    return joined;
-}
-
-std::string CallText(const LoggedCall& call) {
-    return Joined({call.method, call.request, call.status ? std::to_string(*call.status) : "",
-                   call.note, call.duration ? DurationText(*call.duration, call.isExact) : ""},
-                  kBetween);
-}
-
-std::string TextOf(const LogRow& row) {
-    std::string text = row.call ? CallText(*row.call) : row.text;
-    if (!row.owner.candidates.empty()) {
-        text += " (" + Joined(row.owner.candidates, " or ") + ")";
-    }
-    return Safe(text);
-}
-
-std::string MarkOf(const LogRow& row) {
-    return IsAlarming(row) ? "!" : row.kind == LogKind::Event ? "*" : " ";
-}
-
-/// The time to the millisecond.
-std::string ClockOf(const LogRow& row) {
-    constexpr std::size_t kSize = 12;
-    return row.stamp.clock.substr(0, kSize);
-}
-
-std::string MasterOf(const LogRow& row) {
-    const std::string& node = row.owner.node;
-    return Safe(node.starts_with("/dev/") ? node.substr(std::string_view("/dev/").size()) : node);
-}
-
-/// What is known: a thread's lines without a known master keep its number.
-std::string GripperOf(const LogRow& row) {
-    if (!row.owner.gripper.empty()) {
-        return Safe(row.owner.gripper);
-    }
-    if (!row.owner.likely.empty()) {
-        return Safe(row.owner.likely) + "?";
-    }
-    if (row.isOfDaemon) {
-        return "daemon";
-    }
-    const bool isUnknown = row.thread && row.owner.node.empty();
-    return isUnknown ? "? " + std::to_string(*row.thread) : "";
 }
 
 std::string Padded(const std::string& text, std::size_t width) {
@@ -105,7 +28,7 @@ std::string Counted(std::uint64_t count, const std::string& one, const std::stri
 }
 
 std::string NameOf(const std::string& name) {
-    return name.empty() ? "unknown gripper" : Safe(name);
+    return name.empty() ? "unknown gripper" : Printable(name);
 }
 
 std::string SummaryOf(const LogSummary::Gripper& gripper) {
@@ -113,17 +36,12 @@ std::string SummaryOf(const LogSummary::Gripper& gripper) {
                        std::to_string(gripper.refusals) + " refused, " +
                        std::to_string(gripper.timeouts) + " timed out";
     if (gripper.slowest) {
-        text += ", slowest answer " + DurationText(*gripper.slowest, gripper.isExact);
+        text += ", slowest answer " + LogDuration(*gripper.slowest, gripper.isExact);
     }
     return text;
 }
 
 }  // namespace
-
-bool IsAlarming(const LogRow& row) {
-    return row.kind == LogKind::Trouble ||
-           (row.call && row.call->outcome != LoggedCall::Outcome::Done);
-}
 
 std::vector<std::string> LogView::Lines(const LogRow& row) {
     std::vector<std::string> lines;
@@ -139,9 +57,9 @@ std::vector<std::string> LogView::Lines(const LogRow& row) {
 }
 
 std::vector<std::string> LogView::WideLines(const LogRow& row) {
-    const std::string master = MasterOf(row);
-    std::string owner = GripperOf(row);
-    std::string head = MarkOf(row) + " " + ClockOf(row) + kBetween;
+    const std::string master = LogMaster(row);
+    std::string owner = LogGripper(row);
+    std::string head = LogMark(row) + " " + LogClock(row) + kBetween;
     if (ShowsMaster()) {
         masterWidth = std::max(masterWidth, WidthOf(master));
         head += Padded(master, masterWidth) + kBetween;
@@ -150,7 +68,7 @@ std::vector<std::string> LogView::WideLines(const LogRow& row) {
     }
     ownerWidth = std::max(ownerWidth, WidthOf(owner));
     head += Padded(owner, ownerWidth) + kBetween;
-    const std::string text = TextOf(row);
+    const std::string text = LogText(row);
     const std::size_t width = WidthOf(head);
     if (columns == 0 || width + WidthOf(text) <= columns) {
         return {head + text};
@@ -168,12 +86,12 @@ std::vector<std::string> LogView::WideLines(const LogRow& row) {
 
 /// Master and gripper first, the text below.
 std::vector<std::string> LogView::NarrowLines(const LogRow& row) const {
-    const std::string gripper = GripperOf(row);
-    const std::string head = ClockOf(row) + " " + (gripper.empty() ? MasterOf(row) : gripper);
+    const std::string gripper = LogGripper(row);
+    const std::string head = LogClock(row) + " " + (gripper.empty() ? LogMaster(row) : gripper);
     std::vector<std::string> lines;
-    for (const std::string& part : {head, TextOf(row)}) {
+    for (const std::string& part : {head, LogText(row)}) {
         for (const std::string& line : Wrap(part, columns - 2)) {
-            lines.push_back((lines.empty() ? MarkOf(row) + " " : kBetween) + line);
+            lines.push_back((lines.empty() ? LogMark(row) + " " : kBetween) + line);
         }
     }
     return lines;

@@ -33,9 +33,6 @@ private:
     std::string date;  // of the last row
 };
 
-/// Whether a row tells of a problem.
-bool IsAlarming(const LogRow& row);
-
 nlohmann::ordered_json JsonOf(const LogRow& row);
 nlohmann::ordered_json JsonOf(const LogSummary& summary);
 

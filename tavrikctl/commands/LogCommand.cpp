@@ -1,14 +1,15 @@
 #include <sys/stat.h>
 
 #include <deque>
-#include <map>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <stop_token>
 
 #include "doctor/log/LogBegin.h"
+#include "doctor/log/LogFilter.h"
 #include "doctor/log/LogModel.h"
 #include "doctor/log/LogSource.h"
+#include "doctor/log/LogText.h"
 #include "tavrikctl/Interruption.h"
 #include "tavrikctl/LogView.h"
 #include "tavrikctl/commands/Command.h"
@@ -18,60 +19,6 @@ namespace tavrik {
 namespace {
 
 constexpr std::chrono::milliseconds kReadPatience(200);
-
-/// Whether the rows of an owner are wanted.
-class GripperFilter {
-public:
-    explicit GripperFilter(std::string wanted) : wanted(std::move(wanted)) {}
-
-    /// Rows of the daemon itself, and those that may be of the gripper, are wanted too.
-    bool Wants(const LogRow& row) {
-        if (wanted.empty() || row.isOfDaemon) {
-            return true;
-        }
-        if (!row.owner.IsKnown()) {
-            return row.kind != LogKind::Routine &&
-                   (row.owner.candidates.empty() ||
-                    std::ranges::any_of(row.owner.candidates,
-                                        [this](const auto& name) { return IsNamed(name); }));
-        }
-        const bool isWanted = IsNamed(row.owner.gripper) || IsNamed(row.owner.node);
-        wasFound = wasFound || isWanted;
-        return isWanted;
-    }
-
-    /// Whether a row was of the gripper, or one of `names` is its own or its master's.
-    bool IsFound(const std::vector<std::string>& names) {
-        return wanted.empty() || wasFound ||
-               std::ranges::any_of(names, [this](const auto& name) { return IsNamed(name); });
-    }
-
-private:
-    bool IsNamed(const std::string& name) {
-        constexpr std::size_t kMostNames = 1000;
-        if (name.empty() || names.size() >= kMostNames) {
-            names.clear();
-            return !name.empty() && Match(name);
-        }
-        const auto [found, isNew] = names.try_emplace(name, false);
-        if (isNew) {
-            found->second = Match(name);
-        }
-        return found->second;
-    }
-
-    bool Match(const std::string& name) const {
-        try {
-            return MatchGripper({name}, wanted) == name;
-        } catch (const Failure&) {
-            return false;
-        }
-    }
-
-    std::string wanted;
-    std::map<std::string, bool> names;  // whether each is the gripper
-    bool wasFound = false;
-};
 
 /// Prints the daemon's log for a person.
 class LogCommand : public Command {
@@ -119,7 +66,7 @@ private:
     bool isCatchingUp = false;      // with what was logged before, of which only the end is shown
     std::deque<LogRow> last;
     std::optional<LogView> view;
-    std::optional<GripperFilter> filter;
+    std::optional<LogFilter> filter;
 };
 
 bool IsFile(const std::string& text) {

@@ -1,0 +1,51 @@
+#include "doctor/log/LogFilter.h"
+
+#include <algorithm>
+
+#include "client/Daemon.h"
+#include "client/Failure.h"
+
+namespace tavrik {
+
+bool LogFilter::Wants(const LogRow& row) {
+    if (wanted.empty() || row.isOfDaemon) {
+        return true;
+    }
+    if (!row.owner.IsKnown()) {
+        return row.kind != LogKind::Routine &&
+               (row.owner.candidates.empty() ||
+                std::ranges::any_of(row.owner.candidates,
+                                    [this](const auto& name) { return IsNamed(name); }));
+    }
+    const bool isWanted = IsNamed(row.owner.gripper) || IsNamed(row.owner.node);
+    wasFound = wasFound || isWanted;
+    return isWanted;
+}
+
+bool LogFilter::IsFound(const std::vector<std::string>& names) {
+    return wanted.empty() || wasFound ||
+           std::ranges::any_of(names, [this](const auto& name) { return IsNamed(name); });
+}
+
+bool LogFilter::IsNamed(const std::string& name) {
+    constexpr std::size_t kMostNames = 1000;
+    if (name.empty() || names.size() >= kMostNames) {
+        names.clear();
+        return !name.empty() && Match(name);
+    }
+    const auto [found, isNew] = names.try_emplace(name, false);
+    if (isNew) {
+        found->second = Match(name);
+    }
+    return found->second;
+}
+
+bool LogFilter::Match(const std::string& name) const {
+    try {
+        return MatchGripper({name}, wanted, exact) == name;
+    } catch (const Failure&) {
+        return false;
+    }
+}
+
+}  // namespace tavrik

@@ -104,7 +104,7 @@ nlohmann::ordered_json Cell::Values(CellGripper::TimePoint now) const {
             rows.push_back(nullptr);
             continue;
         }
-        const auto age = std::chrono::floor<std::chrono::milliseconds>(now - gripper.readAt);
+        const auto age = std::chrono::floor<std::chrono::milliseconds>(gripper.Age(now));
         rows.push_back({gripper.data->position, gripper.data->state, Flags(*gripper.data),
                         age.count(), gripper.motions});
     }

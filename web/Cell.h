@@ -20,11 +20,18 @@ struct CellGripper {
     std::size_t copies = 1;                ///< grippers with this name; calls reach only the first
     std::optional<ProcessData> data = {};  ///< nothing until it was read
     TimePoint readAt = {};                 ///< when `data` was read
-    std::uint64_t motions = 0;             ///< that were seen to begin
-    bool isMoving = false;                 ///< since the reading before
+    /// Since when `data` is old because the master does not answer.
+    std::optional<TimePoint> silentSince = {};
+    std::uint64_t motions = 0;  ///< that were seen to begin
+    bool isMoving = false;      ///< since the reading before
 
     /// Whether the daemon lists it.
     bool IsListed() const { return copies > 0; }
+
+    /// How old `data` is.
+    std::chrono::steady_clock::duration Age(TimePoint now) const {
+        return now - silentSince.value_or(readAt);
+    }
 
     /// Takes what was read at `time`.
     void Take(const ProcessData& read, TimePoint time);

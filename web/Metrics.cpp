@@ -93,9 +93,10 @@ void WriteGauges(Writer& writer, const Cell& cell, CellGripper::TimePoint now) {
               [](const CellGripper& each) { return each.data->tempWarn ? 1 : 0; }},
         Gauge{"maintenance", "gauge", "Whether it needs maintenance.",
               [](const CellGripper& each) { return each.data->maintenance ? 1 : 0; }},
-        Gauge{"data_age_seconds", "gauge", "The time since its data was read.",
+        Gauge{"data_age_seconds", "gauge",
+              "How old its data is: more than a second if its master does not answer.",
               [now](const CellGripper& each) {
-                  return std::chrono::duration<double>(now - each.readAt).count();
+                  return std::chrono::duration<double>(each.Age(now)).count();
               }},
         Gauge{"motions_total", "counter", "Motions that were seen to begin.",
               [](const CellGripper& each) { return static_cast<double>(each.motions); }},

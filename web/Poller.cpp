@@ -21,6 +21,8 @@ constexpr milliseconds kRetryPeriod(500);   // while the daemon cannot be reache
 constexpr milliseconds kShortestPause(50);  // between two readings, however often it is woken
 constexpr std::chrono::seconds kListPeriod(1);
 constexpr std::chrono::seconds kWithoutDataPeriod(1);  // GetPDINExcerpt logs a line each time then
+constexpr std::chrono::seconds kAskPeriod(1);          // of each master
+constexpr std::chrono::seconds kCollectAskPeriod(60);
 constexpr std::chrono::seconds kCollectedFor(60);
 constexpr std::chrono::seconds kFresh(1);
 constexpr milliseconds kCollectPatience(15);
@@ -70,6 +72,7 @@ std::vector<xmlrpc_c::value> CallForAll(Daemon& daemon, const std::string& metho
 Poller::Poller(const Endpoint& endpoint, std::function<std::size_t()> countViewers,
                Listener listener)
     : daemon(WithTimeout(endpoint), stop.get_token()),
+      masters(endpoint),
       countViewers(std::move(countViewers)),
       listener(std::move(listener)),
       thread(&Poller::Run, this) {}
@@ -184,16 +187,23 @@ bool Poller::ReadValues() {
         CellGripper& gripper = *cell.Find(withData[i]);
         const ProcessData data(Daemon::As<int>("GetPDINExcerpt", excerpts[i]));
         isLost = isLost || (!data.certain && gripper.data && gripper.data->certain);
-        gripper.Take(data, now);
+        Take(gripper, data, now);
     }
     const auto states = CallForAll(daemon, "GetState", withoutData);
     for (std::size_t i = 0; i < withoutData.size(); ++i) {
-        cell.Find(withoutData[i])->readAt = now;
+        CellGripper& gripper = *cell.Find(withoutData[i]);
+        Take(gripper, *gripper.data, now);
         if (Daemon::As<int>("GetState", states[i]) != 0) {
             nextWithoutData = now;
         }
     }
     return isLost;
+}
+
+void Poller::Take(CellGripper& gripper, const ProcessData& data, Clock::time_point now) {
+    gripper.Take(data, now);
+    gripper.silentSince = masters.Check(gripper.device, data, now,
+                                        countViewers() > 0 ? kAskPeriod : kCollectAskPeriod);
 }
 
 void Poller::Publish(bool isNew) {

@@ -11,11 +11,13 @@
 
 #include "client/Daemon.h"
 #include "web/Cell.h"
+#include "web/MasterWatch.h"
 
 namespace tavrik {
 
 /// Reads the whole cell for all viewers over one connection: ten times a second while somebody
-/// looks, twice a second while only the metrics are collected, otherwise not at all.
+/// looks, twice a second while only the metrics are collected, otherwise not at all. Has the
+/// masters asked meanwhile whether they answer.
 class Poller {
 public:
     using Clock = std::chrono::steady_clock;
@@ -48,6 +50,7 @@ public:
 private:
     void Run();
     std::chrono::milliseconds Period() const;
+    void Take(CellGripper& gripper, const ProcessData& data, Clock::time_point now);
     bool AwaitWork(Clock::time_point last);
     void Read();
     bool ReadList();
@@ -56,6 +59,7 @@ private:
 
     std::stop_source stop;
     Daemon daemon;
+    MasterWatch masters;
     const std::function<std::size_t()> countViewers;
     const Listener listener;
 

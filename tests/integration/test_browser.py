@@ -37,6 +37,16 @@ class CellViewTest(BrowserTestCase):
             self.wait_for_text(".findings", "its master does not answer")
             self.wait_for_text(".findings .remedy", "check the master's power and cable")
 
+    def test_the_data_of_a_silent_master_is_greyed_and_tells_its_age(self):
+        with self.condition("mute 1 on", "mute 1 off"):
+            wait_until(lambda: len(self.all(".card.stale")) == 1)
+            self.wait_for_text(".card.stale", "its master does not answer")
+            self.wait_for_text(".card.stale", "3 s old")
+            self.assertIn(MZD, self.texts(".card.stale")[0])
+            self.open_gripper(MZD)
+            self.wait_for_text("dl", "s old, its master does not answer")
+        self.wait_for_text("dl", "live")
+
     def test_the_first_view_is_small(self):
         self.open("/")
         self.wait_for_cards(2)

@@ -2,7 +2,7 @@
 
 import { FindingsList } from "./findings.js";
 import { element, setClass, setText } from "./dom.js";
-import { FLAGS, positionText, stateText } from "./words.js";
+import { ageText, FLAGS, positionText, STALE_MS, stateText } from "./words.js";
 
 const LINE_MS = 30000;
 
@@ -42,7 +42,7 @@ class Card {
     setClass(this.root, "faulty", Boolean(values && values.flags & 3));
     setText(this.position, values ? positionText(values.position) : "–");
     setText(this.state, values ? stateText(values.state) : "–");
-    setText(this.age, this.ageText(isStale));
+    setText(this.age, ageText(this.model.age(this.device)));
     showFlags(this.flags, values);
     this.updateBar(values);
     this.draw();
@@ -55,15 +55,10 @@ class Card {
     if (copies === 0) {
       return "not listed by the daemon: unplugged?";
     }
-    return values && !values.isCertain ? "all zero: possibly no process data" : "";
-  }
-
-  ageText(isStale) {
-    const age = this.model.age(this.device);
-    if (age === Infinity) {
-      return "none";
+    if (values?.age > STALE_MS) {
+      return "its master does not answer: check its power and cable";
     }
-    return isStale ? `${(age / 1000).toFixed(0)} s old` : "live";
+    return values && !values.isCertain ? "all zero: possibly no process data" : "";
   }
 
   updateBar(values) {

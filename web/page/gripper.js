@@ -5,7 +5,7 @@ import { element, setClass, setText } from "./dom.js";
 import { Motions } from "./motions.js";
 import { Plots } from "./plots.js";
 import { Settings } from "./settings.js";
-import { FLAGS, positionText, stateText } from "./words.js";
+import { ageText, FLAGS, positionText, STALE_MS, stateText } from "./words.js";
 
 function facts(...labels) {
   const values = labels.map(() => element("dd"));
@@ -70,7 +70,8 @@ export class GripperView {
     setText(state, values ? stateText(values.state) : "–");
     showFlags(flags, values);
     setText(data, !gripper || gripper.copies === 0 ? "not listed by the daemon"
-      : isStale ? "old" : "live");
+      : ageText(this.model.age(this.device)) +
+        (values?.age > STALE_MS ? ", its master does not answer" : ""));
     this.updateSession(gripper?.session, values);
     this.processData.update(values);
     this.motions.update(values);

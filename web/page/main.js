@@ -6,9 +6,8 @@ import { setText } from "./dom.js";
 import { GripperView } from "./gripper.js";
 import { History } from "./history.js";
 import { listen } from "./stream.js";
-import { durationText, readRow } from "./words.js";
+import { durationText, readRow, STALE_MS } from "./words.js";
 
-const STALE_MS = 1000;
 const TICK_MS = 250;
 
 /** What the views know. */
@@ -69,7 +68,7 @@ function takeValues({ list, rows }) {
   const now = Date.now();
   model.cell.grippers.forEach(({ device }, i) => {
     const values = readRow(rows[i]);
-    model.history(device).add(now, values);
+    model.history(device).add(now, values && values.age <= STALE_MS ? values : null);
     if (values) {
       model.values.set(device, { ...values, receivedAt: now });
     } else {

@@ -26,6 +26,9 @@ export function readRow(row) {
   return { position, state, flags, age, motions, isCertain: !(flags & UNCERTAIN) };
 }
 
+/** Older data is shown as such. */
+export const STALE_MS = 1000;
+
 export const positionText = (position) => position.toFixed(2);
 
 export function durationText(seconds) {
@@ -39,6 +42,11 @@ export function durationText(seconds) {
     .map(([size, unit], i) => [Math.floor(i === 0 ? whole / size : whole % parts[first][0] / size), unit])
     .filter(([count], i) => i === 0 || count > 0)
     .map(([count, unit]) => `${count} ${unit}`).join(" ");
+}
+
+/** How old data is, in words. */
+export function ageText(age) {
+  return age === Infinity ? "none" : age > STALE_MS ? `${durationText(age / 1000)} old` : "live";
 }
 
 /** What a command needs from the state, or an empty text if it can be given. */

@@ -1,0 +1,95 @@
+#include "web/MasterWatch.h"
+
+#include <exception>
+
+#include "client/Gripper.h"
+
+namespace tavrik {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::chrono::milliseconds kPause(500);  // the daemon logs nine lines for each request
+constexpr std::chrono::milliseconds kRest(500);   // without a change; before, the data is live
+constexpr std::chrono::seconds kForgotten(3);     // a gripper that is not read any more
+
+}  // namespace
+
+MasterWatch::MasterWatch(const Endpoint& endpoint)
+    : endpoint(endpoint), thread(&MasterWatch::Run, this) {}
+
+MasterWatch::~MasterWatch() {
+    stop.request_stop();
+    thread.join();
+}
+
+std::optional<MasterWatch::TimePoint> MasterWatch::Check(const std::string& device,
+                                                         const ProcessData& data, TimePoint time,
+                                                         std::chrono::milliseconds period) {
+    const std::lock_guard lock(mutex);
+    Subject& subject = subjects[device];
+    if (subject.data != data) {
+        subject.changed = time;
+    }
+    subject.period = period;
+    subject.data = data;
+    subject.checked = time;
+    subject.silence.AddData(data, time);
+    hasChecked = true;
+    changed.notify_all();
+    return subject.silence.IsFrozen() ? subject.silence.SilentSince() : std::nullopt;
+}
+
+void MasterWatch::Run() {
+    Daemon daemon(endpoint, stop.get_token());
+    std::unique_lock lock(mutex);
+    while (!stop.stop_requested()) {
+        changed.wait(lock, stop.get_token(), [this] { return hasChecked; });
+        hasChecked = false;
+        if (const std::string device = NextDue(Clock::now()); !device.empty()) {
+            lock.unlock();
+            Ask(daemon, device);
+            lock.lock();
+            changed.wait_for(lock, stop.get_token(), kPause, [] { return false; });
+        }
+    }
+}
+
+/// The one that was asked the longest time ago.
+std::string MasterWatch::NextDue(TimePoint now) {
+    std::erase_if(subjects,
+                  [now](const auto& each) { return now - each.second.checked > kForgotten; });
+    std::string device;
+    TimePoint oldest = TimePoint::max();
+    for (const auto& [name, subject] : subjects) {
+        // Without process data, it is known that the values mean nothing.
+        const bool isDue = now - subject.asked >= subject.period &&
+                           now - subject.changed >= kRest && subject.data->certain;
+        if (isDue && subject.asked < oldest) {
+            oldest = subject.asked;
+            device = name;
+        }
+    }
+    return device;
+}
+
+void MasterWatch::Ask(Daemon& daemon, const std::string& device) {
+    const auto start = Clock::now();
+    std::optional<bool> answers;  // nothing if the daemon did not answer
+    try {
+        answers = Gripper(daemon, device).MasterAnswers();
+    } catch (
+        const std::exception&) {  // also what the XML-RPC library throws; the poller reports it
+    }
+    const std::lock_guard lock(mutex);
+    if (const auto place = subjects.find(device); place != subjects.end()) {
+        Subject& subject = place->second;
+        subject.asked = Clock::now();
+        if (answers) {
+            subject.silence.AddProbe(*answers, start);
+        }
+    }
+}
+
+}  // namespace tavrik

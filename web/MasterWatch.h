@@ -1,0 +1,62 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <stop_token>
+#include <string>
+#include <thread>
+
+#include "client/Daemon.h"
+#include "client/ProcessData.h"
+#include "client/SilenceDetector.h"
+
+namespace tavrik {
+
+/// Asks the masters of grippers at rest whether they still answer, two a second at most: the daemon
+/// keeps returning the last data of one that does not. On a thread and a connection of its own,
+/// because a request without answer takes a second.
+class MasterWatch {
+public:
+    using TimePoint = SilenceDetector::TimePoint;
+
+    explicit MasterWatch(const Endpoint& endpoint);
+
+    /// Takes up to about a second.
+    ~MasterWatch();
+    MasterWatch(const MasterWatch&) = delete;
+    MasterWatch& operator=(const MasterWatch&) = delete;
+
+    /// Takes what was read of a gripper. Grippers that are not read are not asked. Any thread may
+    /// call.
+    /// @param period how often its master is asked
+    /// @return since when the data is old, if it is
+    std::optional<TimePoint> Check(const std::string& device, const ProcessData& data,
+                                   TimePoint time, std::chrono::milliseconds period);
+
+private:
+    struct Subject {
+        SilenceDetector silence = {};
+        std::optional<ProcessData> data = {};
+        TimePoint checked = {};
+        TimePoint changed = {};
+        TimePoint asked = {};
+        std::chrono::milliseconds period{};
+    };
+
+    void Run();
+    std::string NextDue(TimePoint now);
+    void Ask(Daemon& daemon, const std::string& device);
+
+    const Endpoint endpoint;
+    std::stop_source stop;
+    std::mutex mutex;  // guards what follows
+    std::condition_variable_any changed;
+    bool hasChecked = false;
+    std::map<std::string, Subject> subjects;  // by device string
+    std::thread thread;                       // last: uses all others
+};
+
+}  // namespace tavrik

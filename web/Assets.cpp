@@ -34,6 +34,7 @@ constexpr std::array kFiles{
     File{"/gripper.js", "gripper.js", kScript},
     File{"/control.js", "control.js", kScript},
     File{"/findings.js", "findings.js", kScript},
+    File{"/log.js", "log.js", kScript},
     File{"/motions.js", "motions.js", kScript},
     File{"/settings.js", "settings.js", kScript},
     File{"/settings-file.js", "settings-file.js", kScript},

@@ -62,6 +62,8 @@ Options ParseOptions(int argc, const char* const* argv) {
     app.add_flag("--allow-control", options.site.allowControl,
                  "let a page that knows the code move the grippers");
     app.add_flag("--code", options.showCode, "print the code of the running tavrikweb");
+    app.add_option("--log", options.site.log, "file with the daemon's log (default: the journal)")
+        ->option_text("FILE");
     app.add_option("--assets", options.site.assets, "folder with the files of the page")
         ->option_text("FOLDER");
     try {

@@ -22,6 +22,7 @@ using nlohmann::ordered_json;
 using Clock = std::chrono::steady_clock;
 
 constexpr double kRequestsPerSecond = 30;
+constexpr double kLogRequestsPerSecond = 50;  // each viewer sends one; served from memory
 constexpr double kRefusalLinesPerSecond = 100;
 constexpr std::chrono::seconds kCellEventPeriod(1);  // also shows a viewer that nothing has failed
 constexpr const char* kTokenHeader = "x-tavrik-control";
@@ -72,12 +73,14 @@ Site::Site(const SiteOptions& options)
       assets(options.assets),
       control(options.allowControl),
       requestLimit(kRequestsPerSecond),
+      logLimit(kLogRequestsPerSecond),
       refusalLimit(kRefusalLinesPerSecond),
       poller(
           options.daemon, [this] { return hub.Count(); },
           [this](const Cell& cell, bool isNew) { Publish(cell, isNew); }),
       motions(options.daemon),
-      readings(options.daemon) {}
+      readings(options.daemon),
+      log(options.log) {}
 
 std::optional<HttpResponse> Site::Refuse(const HttpRequest& head) {
     auto refusal = guard.Check(head);
@@ -134,6 +137,7 @@ void Site::Post(const HttpRequest& request, const Reply& reply) {
         std::pair<std::string_view, Action>{"/api/control/release", &Site::ReleaseControl},
         std::pair<std::string_view, Action>{"/api/command", &Site::RunCommand},
         std::pair<std::string_view, Action>{"/api/settings", &Site::ReadSettings},
+        std::pair<std::string_view, Action>{"/api/log", &Site::ReadLog},
         std::pair<std::string_view, Action>{"/api/findings", &Site::Diagnose},
     };
     const auto* const action =
@@ -149,7 +153,8 @@ void Site::Post(const HttpRequest& request, const Reply& reply) {
     }
     // The holder of control may always switch a drive off.
     const bool isDisable = body.value("command", json()) == "disable" && HasControl(request);
-    if (!isDisable && !requestLimit.Allow()) {
+    RateLimit& limit = action->second == &Site::ReadLog ? logLimit : requestLimit;
+    if (!isDisable && !limit.Allow()) {
         reply(HttpResponse::Text(kTooManyRequests, "too many requests"));
         return;
     }
@@ -261,6 +266,16 @@ void Site::ReadSettings(const HttpRequest& /*request*/, const json& body, const 
     if (!isTaken) {
         reply(Outcome(false, "too many requests are waiting", kUnavailable));
     }
+}
+
+void Site::ReadLog(const HttpRequest& /*request*/, const json& body, const Reply& reply) {
+    const auto number = [&body](const char* member) {
+        const json value = body.value(member, json());
+        return value.is_number_unsigned() ? value.get<std::uint64_t>() : 0;
+    };
+    const json device = body.value("gripper", json());
+    reply(Answer(log.Rows(number("reading"), number("last"),
+                          device.is_string() ? device.get<std::string>() : "")));
 }
 
 void Site::Diagnose(const HttpRequest& /*request*/, const json& /*body*/, const Reply& reply) {

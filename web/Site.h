@@ -14,6 +14,7 @@
 #include "web/EventStream.h"
 #include "web/Guard.h"
 #include "web/HttpServer.h"
+#include "web/LogFeed.h"
 #include "web/PageCommand.h"
 #include "web/Poller.h"
 #include "web/RateLimit.h"
@@ -26,6 +27,7 @@ struct SiteOptions {
     Endpoint daemon;
     std::vector<std::string> origins;  ///< under which the page is served
     std::string assets;                ///< folder with the page's files
+    std::string log;                   ///< file with the daemon's log; empty for the journal
     bool allowControl = false;
 };
 
@@ -54,6 +56,7 @@ private:
     void ReleaseControl(const HttpRequest& request, const nlohmann::json& body, const Reply& reply);
     void RunCommand(const HttpRequest& request, const nlohmann::json& body, const Reply& reply);
     void ReadSettings(const HttpRequest& request, const nlohmann::json& body, const Reply& reply);
+    void ReadLog(const HttpRequest& request, const nlohmann::json& body, const Reply& reply);
     void Diagnose(const HttpRequest& request, const nlohmann::json& body, const Reply& reply);
 
     HttpResponse Execute(const PageCommand& command, const std::string& peer, Daemon& daemon);
@@ -68,6 +71,7 @@ private:
     Control control;
     Statistics statistics;
     RateLimit requestLimit;
+    RateLimit logLimit;
     RateLimit refusalLimit;
     EventHub hub;
     std::atomic<std::uint64_t> generation = 0;  // of the list of grippers
@@ -77,6 +81,7 @@ private:
     Poller poller;
     Worker motions;   // short, so that no motion waits for the others
     Worker readings;  // settings and the doctor
+    LogFeed log;
 };
 
 }  // namespace tavrik

@@ -5,7 +5,7 @@ from selenium.webdriver.common.keys import Keys
 from .harness.browser import HVA, MZD, SHORT, BrowserTestCase
 from .harness.cell import PATIENCE, wait_until
 from .harness.cell_test_case import main
-from .harness.web import ORIGIN, Viewer, Web
+from .harness.web import ORIGIN, LogFile, Viewer, Web
 
 KILOBYTE = 1024
 
@@ -138,6 +138,35 @@ class GripperViewTest(BrowserTestCase):
         self.set_width(360)
         self.assertLessEqual(
             self.driver.execute_script("return document.documentElement.scrollWidth"), 360)
+
+
+class LogViewTest(LogFile, BrowserTestCase):
+    def test_it_is_live_and_shows_one_gripper_or_all(self):
+        self.find("nav a", "Log").click()
+        self.wait_for_text(".log li", "Grip  PDOUT")
+        owners = self.texts(".log .owner")
+        self.assertTrue({f"{HVA}, ttyACM0", f"{MZD}, ttyACM1", "daemon"} <= set(owners), owners)
+        self.append("12:00:00 4242 Starting TavrikDaemon (2-port)")
+        self.wait_for_text(".log li:last-child", "Starting TavrikDaemon (2-port)")
+        self.find("option", MZD).click()
+        self.wait_for_text(".log li", MZD)
+        wait_until(lambda: not [text for text in self.texts(".log .owner") if HVA in text])
+        self.expect_accessible()
+
+    def test_it_is_reached_from_the_gripper_and_fits_a_phone(self):
+        self.set_width(360)
+        self.open_gripper()
+        self.find("a", "Log of this gripper").click()
+        self.wait_for_text(".log li", HVA)
+        self.assertFalse([text for text in self.texts(".log .owner") if MZD in text])
+        self.assertLessEqual(
+            self.driver.execute_script("return document.documentElement.scrollWidth"), 360)
+
+    def test_rows_are_text(self):
+        self.append("12:00:00 4242 PELLIX removed: <img src=x onerror=alert(1)>")
+        self.find("nav a", "Log").click()
+        self.wait_for_text(".log li", "<img src=x onerror=alert(1)>")
+        self.assertEqual(self.all("main img"), [])
 
 
 class KeyboardTest(BrowserTestCase):

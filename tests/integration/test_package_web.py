@@ -22,7 +22,7 @@ class WebServiceTest(MachineTestCase):
     def prepare(cls):
         super().prepare()
         options = cls.machine.path(OPTIONS)
-        options.write_text(re.sub(r"(?m)^#(\[|Env)", r"\1", options.read_text()))
+        options.write_text(re.sub(r"(?m)^#(\[|Env|Supp)", r"\1", options.read_text()))
         cls.machine.run(f"systemctl daemon-reload && systemctl restart {UNIT}")
         wait_until(cls.is_serving)
 
@@ -59,6 +59,10 @@ class WebServiceTest(MachineTestCase):
         self.assertEqual(answer["text"], "disable: done")
         self.assertIn(f"Command from 127.0.0.1 to '{GRIPPER}': disable: done",
                       self.machine.run(f"journalctl -b -u {UNIT}"))
+
+    def test_the_log_is_shown_if_the_options_allow_it(self):
+        log = wait_until(lambda: (log := post("/api/log", {}).json())["rows"] and log, pause=0.1)
+        self.assertIn(GRIPPER, {row["gripper"] for row in log["rows"]})
 
     def test_the_doctor_sees_the_daemon(self):
         findings = post("/api/findings", {}).json()["findings"]

@@ -52,7 +52,9 @@ export class GripperView {
     this.settings = new Settings(model, control, device);
     this.processData = new ProcessDataTable();
     this.root = element("div", { className: "gripper" },
-      element("h2", { textContent: device }), live, this.motions.root, this.plots.root,
+      element("h2", { textContent: device }), live,
+      element("p", {}, element("a", { href: `#/log/${encodeURIComponent(device)}`,
+        textContent: "Log of this gripper" })), this.motions.root, this.plots.root,
       this.settings.root, this.processData.root,
       element("section", { "aria-label": "This session" },
         element("h2", { textContent: "This session" }), session,

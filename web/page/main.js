@@ -1,10 +1,11 @@
-// The page: its header, its two views, and the data that they show.
+// The page: its header, its views, and the data that they show.
 
 import { CellView } from "./cell.js";
 import { Control } from "./control.js";
 import { setText } from "./dom.js";
 import { GripperView } from "./gripper.js";
 import { History } from "./history.js";
+import { LogView } from "./log.js";
 import { listen } from "./stream.js";
 import { durationText, readRow, STALE_MS } from "./words.js";
 
@@ -125,18 +126,23 @@ function update() {
   }
 }
 
-/** The view that the address names: "#/" or "#/gripper/NAME". */
-function show() {
-  const name = /^#\/gripper\/(.+)$/.exec(location.hash)?.[1];
-  let device = "";
+/** What the address names: "#/", "#/gripper/NAME", "#/log" or "#/log/NAME". */
+function target() {
+  const [, kind, name] = /^#\/(gripper|log)(?:\/(.+))?$/.exec(location.hash) ?? [];
   try {
-    device = name ? decodeURIComponent(name) : "";
+    return { kind, device: decodeURIComponent(name ?? "") };
   } catch {
-    // an address that was typed wrongly
+    return {}; // an address that was typed wrongly
   }
+}
+
+function show() {
+  const { kind, device } = target();
   view?.close();
-  view = device ? new GripperView(model, control, device) : new CellView(model, control);
-  document.title = device ? `${device} – Grippers` : "Grippers";
+  view = kind === "log" ? new LogView(model, control, device)
+    : kind === "gripper" && device ? new GripperView(model, control, device)
+      : new CellView(model, control);
+  document.title = [kind === "log" ? "Log" : "", device, "Grippers"].filter(Boolean).join(" – ");
   content.replaceChildren(view.root);
 }
 

@@ -39,9 +39,9 @@ class Answer:
 class Web:
     """A running tavrikweb."""
 
-    def __init__(self, *options):
+    def __init__(self, *options, **environment):
         self.folder = tempfile.TemporaryDirectory()
-        self.environment = {**os.environ, "RUNTIME_DIRECTORY": self.folder.name}
+        self.environment = {**os.environ, "RUNTIME_DIRECTORY": self.folder.name, **environment}
         self.process = subprocess.Popen(
             [*MORTAL, os.environ["TAVRIK_WEB"], *ASSETS, *options], env=self.environment,
             stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
@@ -176,10 +176,35 @@ class WebTestCase(CellTestCase):
     def prepare(cls):
         super().prepare()
         cls.cell.wait_until_operating(cls.options.count("--gripper"))
-        cls.web = Web(*cls.web_options)
+        cls.start_web(*cls.web_options)
+
+    @classmethod
+    def start_web(cls, *options, **environment):
+        cls.web = Web(*options, **environment)
         cls.addClassCleanup(cls.web.stop)
 
     def take_control(self):
         answer = post("/api/control/take", {"code": self.web.code()})
         self.assertEqual(answer.status, 200, answer.body)
         return answer.json()["token"]
+
+
+class LogFile:
+    """For a test case: tavrikweb reads the daemon's log from a file, to which the test appends."""
+
+    @classmethod
+    def prepare(cls):
+        folder = cls.enterClassContext(tempfile.TemporaryDirectory())
+        cls.file = pathlib.Path(folder, "daemon.log")
+        cls.file.touch()
+        cls.web_options = ("--log", str(cls.file))
+        super().prepare()
+        for device in cls.cell.call("GetGrippers"):
+            cls.cell.call("Grip", device, 1)
+        cls.cell.log.mark()
+        cls.append(*cls.cell.log.since(0))
+
+    @classmethod
+    def append(cls, *lines):
+        with cls.file.open("a", encoding="utf-8") as file:
+            file.writelines(f"{line}\n" for line in lines)

@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 #include <set>
 #include <tuple>
+#include <utility>
 
 #include "client/Failure.h"
 #include "client/JsonFile.h"
@@ -64,7 +65,7 @@ Json ToJson(const Setting& setting, int value) {
 /// Reads a settings file and names what is wrong with it.
 class FileReader {
 public:
-    explicit FileReader(const std::string& path) : path(path), file(ReadJsonFile(path)) {}
+    FileReader(const std::string& path, Json file) : path(path), file(std::move(file)) {}
 
     GripperSettings Read() {
         ExpectFormat(file, path, kSettingsFormat, kSettingsVersion);
@@ -317,7 +318,11 @@ Json ToJson(const GripperSettings& settings) {
 }
 
 GripperSettings ReadSettingsFile(const std::string& path) {
-    return FileReader(path).Read();
+    return FileReader(path, ReadJsonFile(path)).Read();
+}
+
+GripperSettings ParseSettingsFile(const std::string& text, const std::string& path) {
+    return FileReader(path, ParseJsonFile(text, path)).Read();
 }
 
 }  // namespace tavrik

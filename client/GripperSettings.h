@@ -75,4 +75,7 @@ nlohmann::json ToJson(const GripperSettings& settings);
 /// @throws Failure (Usage) if the file `path` is anything but a complete settings file
 GripperSettings ReadSettingsFile(const std::string& path);
 
+/// The same for the content of a file, which a user knows by the name `path`.
+GripperSettings ParseSettingsFile(const std::string& text, const std::string& path);
+
 }  // namespace tavrik

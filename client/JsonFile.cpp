@@ -113,7 +113,10 @@ private:
 }  // namespace
 
 Json ReadJsonFile(const std::string& path) {
-    const std::string text = ReadText(path);
+    return ParseJsonFile(ReadText(path), path);
+}
+
+Json ParseJsonFile(const std::string& text, const std::string& path) {
     UniqueNames names;
     Json json;
     try {

@@ -10,6 +10,9 @@ namespace tavrik {
 /// whose names are unique
 nlohmann::json ReadJsonFile(const std::string& path);
 
+/// The same for the content of a file, which a user knows by the name `path`.
+nlohmann::json ParseJsonFile(const std::string& text, const std::string& path);
+
 /// @throws Failure (Usage) unless `file`, read from `path`, has this format and version
 void ExpectFormat(const nlohmann::json& file, const std::string& path, const std::string& format,
                   int version);

@@ -37,7 +37,6 @@ constexpr std::array kFiles{
     File{"/log.js", "log.js", kScript},
     File{"/motions.js", "motions.js", kScript},
     File{"/settings.js", "settings.js", kScript},
-    File{"/settings-file.js", "settings-file.js", kScript},
     File{"/plots.js", "plots.js", kScript},
     File{"/history.js", "history.js", kScript},
     File{"/source.js", "source.js", kScript},

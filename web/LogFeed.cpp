@@ -27,7 +27,7 @@ constexpr const char* kNoLine =
     "the journal shows tavrikweb no line of TavrikDaemon: add its user to the group "
     "systemd-journal, or name the file with the log by --log";
 
-ordered_json ToJson(const LogRow& row) {
+ordered_json RowJson(const LogRow& row) {
     return {{"date", row.stamp.date},   {"clock", LogClock(row)},
             {"mark", LogMark(row)},     {"isAlarming", IsAlarming(row)},
             {"master", LogMaster(row)}, {"gripper", LogGripper(row)},
@@ -54,7 +54,7 @@ ordered_json LogFeed::Rows(std::uint64_t knownReading, std::uint64_t known,
     const auto count = std::min<std::size_t>(fresh, rows.size());
     for (auto row = rows.end() - static_cast<std::ptrdiff_t>(count); row != rows.end(); ++row) {
         if (filter.Wants(*row)) {
-            list.push_back(ToJson(*row));
+            list.push_back(RowJson(*row));
         }
     }
     return {{"reading", reading}, {"last", last}, {"rows", list}, {"trouble", trouble}};

@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "client/Failure.h"
+#include "client/GripperSettings.h"
 #include "client/Printable.h"
 #include "client/Values.h"
 
@@ -19,10 +20,6 @@ using nlohmann::ordered_json;
 
 /// Within this time, replies to earlier requests have arrived.
 constexpr std::chrono::milliseconds kLateReplies(100);
-
-constexpr int kLargestSet = 31;   // higher indices are not parameter sets
-constexpr int kLargestLed = 127;  // higher indices are not LEDs
-constexpr int kShownSets = 8;
 
 struct Motion {
     std::string_view name;
@@ -80,6 +77,11 @@ std::string ValueText(const Setting& setting, const ordered_json& value) {
     }
 }
 
+std::string ReadSettingText(const Gripper& gripper, const Setting& setting,
+                            const xmlrpc_c::carray& place) {
+    return ValueText(setting, ToJson(gripper.ReadSetting(std::string(setting.getter), place)));
+}
+
 }  // namespace
 
 PageCommand::PageCommand(const json& request) {
@@ -103,7 +105,7 @@ void PageCommand::TakeMotion(std::string_view name, const json& request) {
     method = motion->method;
     text = name;
     if (motion->argument == Motion::Argument::Set) {
-        const int set = NumberOf(request, "set", kLargestSet);
+        const int set = NumberOf(request, "set", kSetCount - 1);
         arguments.push_back(xmlrpc_c::value_int(set));
         text += ", set " + std::to_string(set);
     } else if (motion->argument == Motion::Argument::OnOff) {
@@ -125,7 +127,7 @@ void PageCommand::TakeSetting(const json& request) {
     text = setting->name;
     if (setting->place != Setting::Place::Gripper) {
         const bool isSet = setting->place == Setting::Place::Set;
-        const int number = NumberOf(request, "number", isSet ? kLargestSet : kLargestLed);
+        const int number = NumberOf(request, "number", isSet ? kSetCount - 1 : kLedCount - 1);
         place.push_back(xmlrpc_c::value_int(number));
         text += (isSet ? " of set " : " of LED ") + std::to_string(number);
     }
@@ -153,34 +155,6 @@ void PageCommand::Confirm(const Gripper& gripper) const {
     if (reported != value) {
         throw Failure(ExitStatus::Refused, "the gripper reports " + reported);
     }
-}
-
-std::string ReadSettingText(const Gripper& gripper, const Setting& setting,
-                            const xmlrpc_c::carray& place) {
-    return ValueText(setting, ToJson(gripper.ReadSetting(std::string(setting.getter), place)));
-}
-
-ordered_json ReadAllSettings(const Gripper& gripper) {
-    ordered_json rows = ordered_json::array();
-    for (const Setting& setting : Settings()) {
-        if (setting.getter.empty() || setting.place == Setting::Place::Led) {
-            continue;
-        }
-        ordered_json row{{"setting", setting.name},
-                         {"range", ValueRange(setting)},
-                         {"models", setting.models},
-                         {"canSet", !setting.setter.empty()},
-                         {"perSet", setting.place == Setting::Place::Set},
-                         {"values", ordered_json::array()}};
-        if (setting.place == Setting::Place::Gripper) {
-            row["values"].push_back(ReadSettingText(gripper, setting, {}));
-        }
-        for (int set = 0; setting.place == Setting::Place::Set && set < kShownSets; ++set) {
-            row["values"].push_back(ReadSettingText(gripper, setting, {xmlrpc_c::value_int(set)}));
-        }
-        rows.push_back(row);
-    }
-    return rows;
 }
 
 }  // namespace tavrik

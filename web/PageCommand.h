@@ -51,13 +51,4 @@ private:
     std::string value;                 // in words
 };
 
-/// The value of a setting as the page shows it.
-/// @throws Failure (NoAnswer, BadAnswer) as Gripper::ReadSetting()
-std::string ReadSettingText(const Gripper& gripper, const Setting& setting,
-                            const xmlrpc_c::carray& place);
-
-/// The settings of a gripper: those of the gripper itself and of the first eight parameter sets.
-/// Sends a request for each.
-nlohmann::ordered_json ReadAllSettings(const Gripper& gripper);
-
 }  // namespace tavrik

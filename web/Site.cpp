@@ -12,6 +12,7 @@
 #include "common/Ports.h"
 #include "doctor/Doctor.h"
 #include "web/Metrics.h"
+#include "web/PageSettings.h"
 
 namespace tavrik {
 
@@ -44,6 +45,12 @@ HttpResponse Outcome(bool isDone, const std::string& text, unsigned status = 200
     return Answer({{"ok", isDone}, {"text", text}}, status);
 }
 
+/// A member of a request; empty if it is missing or no text.
+std::string MemberText(const json& body, const char* member) {
+    const json text = body.value(member, json());
+    return text.is_string() ? text.get<std::string>() : "";
+}
+
 /// Answers with what `call` throws, if it does.
 template <typename Call>
 HttpResponse CatchFailure(Call call) {
@@ -54,7 +61,7 @@ HttpResponse CatchFailure(Call call) {
     }
 }
 
-ordered_json ToJson(const Findings& findings) {
+ordered_json FindingsJson(const Findings& findings) {
     ordered_json list = ordered_json::array();
     for (const Finding& finding : findings) {
         list.push_back({{"mark", MarkText(finding.mark)},
@@ -137,6 +144,8 @@ void Site::Post(const HttpRequest& request, const Reply& reply) {
         std::pair<std::string_view, Action>{"/api/control/release", &Site::ReleaseControl},
         std::pair<std::string_view, Action>{"/api/command", &Site::RunCommand},
         std::pair<std::string_view, Action>{"/api/settings", &Site::ReadSettings},
+        std::pair<std::string_view, Action>{"/api/settings/compare", &Site::CompareSettings},
+        std::pair<std::string_view, Action>{"/api/settings/restore", &Site::RestoreSettings},
         std::pair<std::string_view, Action>{"/api/log", &Site::ReadLog},
         std::pair<std::string_view, Action>{"/api/findings", &Site::Diagnose},
     };
@@ -166,10 +175,8 @@ void Site::Post(const HttpRequest& request, const Reply& reply) {
 }
 
 void Site::TakeControl(const HttpRequest& request, const json& body, const Reply& reply) {
-    const json code = body.value("code", json());
     std::string token;
-    const auto denial =
-        control.Take(code.is_string() ? code.get<std::string>() : "", request.peer, token);
+    const auto denial = control.Take(MemberText(body, "code"), request.peer, token);
     switch (denial) {
         case Control::Denial::NotAllowed:
             reply(Outcome(false, "tavrikweb was started without --allow-control", kForbidden));
@@ -254,18 +261,45 @@ HttpResponse Site::Execute(const PageCommand& command, const std::string& peer, 
     return Outcome(status == 0, command.Text() + ": " + result);
 }
 
-void Site::ReadSettings(const HttpRequest& /*request*/, const json& body, const Reply& reply) {
-    const json device = body.value("gripper", json());
-    const std::string name = device.is_string() ? device.get<std::string>() : "";
-    const bool isTaken = readings.Do([name, reply](Daemon& daemon) {
-        reply(CatchFailure([&] {
-            const Gripper gripper(daemon, daemon.FindGripper(name, true));
-            return Answer({{"ok", true}, {"settings", ReadAllSettings(gripper)}});
-        }));
-    });
+/// Has a job of seconds done.
+void Site::DoForGripper(const json& body, const Reply& reply,
+                        std::function<ordered_json(const Gripper&)> job) {
+    const bool isTaken =
+        readings.Do([name = MemberText(body, "gripper"), job = std::move(job), reply](Daemon& daemon) {
+            reply(CatchFailure(
+                [&] { return Answer(job(Gripper(daemon, daemon.FindGripper(name, true)))); }));
+        });
     if (!isTaken) {
         reply(Outcome(false, "too many requests are waiting", kUnavailable));
     }
+}
+
+void Site::ReadSettings(const HttpRequest& /*request*/, const json& body, const Reply& reply) {
+    DoForGripper(body, reply, ReadPageSettings);
+}
+
+void Site::CompareSettings(const HttpRequest& /*request*/, const json& body, const Reply& reply) {
+    const auto wanted = ParseSettingsFile(MemberText(body, "file"), MemberText(body, "name"));
+    DoForGripper(body, reply, [wanted, name = MemberText(body, "name")](const Gripper& gripper) {
+        return ComparePageSettings(gripper, wanted, name);
+    });
+}
+
+void Site::RestoreSettings(const HttpRequest& request, const json& body, const Reply& reply) {
+    if (!HasControl(request)) {
+        LogLine() << "Restoring of settings from " << request.peer << ": refused, no control";
+        reply(Outcome(false, "you do not have control", kForbidden));
+        return;
+    }
+    const auto wanted = ParseSettingsFile(MemberText(body, "file"), MemberText(body, "name"));
+    DoForGripper(
+        body, reply,
+        [wanted, name = MemberText(body, "name"), peer = request.peer](const Gripper& gripper) {
+            return RestorePageSettings(gripper, wanted, name, [&](const std::string& change) {
+                LogLine() << "Command from " << peer << " to '" << gripper.Name() << "': restore "
+                          << Printable(change);
+            });
+        });
 }
 
 void Site::ReadLog(const HttpRequest& /*request*/, const json& body, const Reply& reply) {
@@ -273,9 +307,7 @@ void Site::ReadLog(const HttpRequest& /*request*/, const json& body, const Reply
         const json value = body.value(member, json());
         return value.is_number_unsigned() ? value.get<std::uint64_t>() : 0;
     };
-    const json device = body.value("gripper", json());
-    reply(Answer(log.Rows(number("reading"), number("last"),
-                          device.is_string() ? device.get<std::string>() : "")));
+    reply(Answer(log.Rows(number("reading"), number("last"), MemberText(body, "gripper"))));
 }
 
 void Site::Diagnose(const HttpRequest& /*request*/, const json& /*body*/, const Reply& reply) {
@@ -283,7 +315,7 @@ void Site::Diagnose(const HttpRequest& /*request*/, const json& /*body*/, const 
         reply(CatchFailure([this] {
             Doctor doctor(daemon);
             doctor.Examine();
-            return Answer({{"ok", true}, {"findings", ToJson(doctor.Result())}});
+            return Answer({{"ok", true}, {"findings", FindingsJson(doctor.Result())}});
         }));
     });
     if (!isTaken) {

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <mutex>
 #include <nlohmann/json_fwd.hpp>
 #include <optional>
@@ -56,9 +57,15 @@ private:
     void ReleaseControl(const HttpRequest& request, const nlohmann::json& body, const Reply& reply);
     void RunCommand(const HttpRequest& request, const nlohmann::json& body, const Reply& reply);
     void ReadSettings(const HttpRequest& request, const nlohmann::json& body, const Reply& reply);
+    void CompareSettings(const HttpRequest& request, const nlohmann::json& body,
+                         const Reply& reply);
+    void RestoreSettings(const HttpRequest& request, const nlohmann::json& body,
+                         const Reply& reply);
     void ReadLog(const HttpRequest& request, const nlohmann::json& body, const Reply& reply);
     void Diagnose(const HttpRequest& request, const nlohmann::json& body, const Reply& reply);
 
+    void DoForGripper(const nlohmann::json& body, const Reply& reply,
+                      std::function<nlohmann::ordered_json(const Gripper&)> job);
     HttpResponse Execute(const PageCommand& command, const std::string& peer, Daemon& daemon);
     bool HasControl(const HttpRequest& request);
     EventText CellEvent(const Cell& cell);

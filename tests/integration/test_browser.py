@@ -113,12 +113,14 @@ class GripperViewTest(BrowserTestCase):
 
     def test_settings_are_shown_in_a_table(self):
         self.press("Read settings")
-        self.wait_for_text("section[aria-label='Settings'] tbody", "no-part-limit")
+        self.wait_for_text("section[aria-label='Settings'] table", "no-part-limit")
         fields = {field.accessible_name: field.get_attribute("value")
                   for field in self.all("section[aria-label='Settings'] td input")}
         self.assertEqual(fields["force of set 7, 0 to 255"], "50")
         self.assertFalse([field for field in self.all("section[aria-label='Settings'] td input")
                           if field.is_enabled()])
+        self.find("label", "Also show sets and LEDs whose values are 0").click()
+        wait_until(lambda: len(self.all("section[aria-label='Settings'] .scroll tbody tr")) == 32)
 
     def test_nothing_can_be_moved_without_control(self):
         for name in ("Grip", "Release", "Reference run", "Drive off"):
@@ -133,7 +135,7 @@ class GripperViewTest(BrowserTestCase):
 
     def test_it_is_accessible_and_fits_a_phone(self):
         self.press("Read settings")
-        self.wait_for_text("section[aria-label='Settings'] tbody", "force")
+        self.wait_for_text("section[aria-label='Settings'] table", "force")
         self.expect_accessible()
         self.set_width(360)
         self.assertLessEqual(

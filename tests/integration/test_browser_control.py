@@ -156,7 +156,7 @@ class ControlTest(BrowserTestCase):
     def test_settings_are_changed_and_refused_values_put_back(self):
         self.console = ["400"]  # of the refused value
         self.press("Read settings")
-        self.wait_for_text("section[aria-label='Settings'] tbody", "force")
+        self.wait_for_text("section[aria-label='Settings'] table", "force")
         field, = (field for field in self.all("section[aria-label='Settings'] input")
                   if field.accessible_name.startswith("force of set 2,"))
         for value, text, shown in (("77", "force of set 2 = 77: done", "77"),
@@ -169,6 +169,7 @@ class ControlTest(BrowserTestCase):
         self.wait_for_text("section[aria-label='Settings'] output", "store: done")
 
     def test_settings_are_saved_compared_and_restored(self):
+        self.console = ["400"]  # of the wrong file
         section = "section[aria-label='Settings']"
         self.assertEqual(self.call("SetForce", HVA, 4, 41), 0)
         self.assertEqual(self.call("SetNoPartLimit", HVA, 1, 3.25), 0)
@@ -180,6 +181,7 @@ class ControlTest(BrowserTestCase):
             file = pathlib.Path(folder) / "HVA_SN_100001.json"
             wait_until(file.exists)
             self.assertEqual(json.loads(file.read_text())["sets"][4]["force"], 41)
+            self.assertEqual(json.loads(file.read_text())["model"], "HVA")
             self.assertEqual(self.call("SetForce", HVA, 4, 42), 0)
             self.assertEqual(self.call("SetNoPartLimit", HVA, 1, 3.5), 0)
             self.driver.find_element("id", "settings-file").send_keys(str(file))
@@ -187,13 +189,13 @@ class ControlTest(BrowserTestCase):
             self.assertIn("no-part-limit of set 1 is 3.50, in the file 3.25",
                           self.texts(f"{section} li"))
             self.press("Restore from the file")
-            self.wait_for_text(f"{section} output", "All settings of the table are as in the file")
+            self.wait_for_text(f"{section} output", "all settings are as in HVA_SN_100001.json")
             self.assertEqual(self.call("GetForce", HVA, 4), 41)
             self.assertEqual(self.call("GetNoPartLimit", HVA, 1), 3.25)
             wrong = pathlib.Path(folder) / "wrong.json"
             wrong.write_text('{"format": "x"}')
             self.driver.find_element("id", "settings-file").send_keys(str(wrong))
-            self.wait_for_text(f"{section} output", "not a settings file of this version")
+            self.wait_for_text(f"{section} output", "wrong.json: 'format' is not")
 
     def test_control_is_lost_to_another_and_shown(self):
         self.take_control()

@@ -2,7 +2,11 @@
 
 import contextlib
 import http.server
+import os
+import pathlib
 import socket
+import subprocess
+import tempfile
 import threading
 import time
 import unittest
@@ -71,11 +75,52 @@ class ViewerTest(WebTestCase):
                                        "number": 3, "value": "61"}, token)
         self.assertEqual(answer.json(), {"ok": True, "text": "force of set 3 = 61: done"})
         self.assertEqual(self.call("GetForce", HVA, 3), 61)
-        rows = {row["setting"]: row for row in
-                post("/api/settings", {"gripper": HVA}).json()["settings"]}
-        self.assertEqual(rows["force"]["values"][3], "61")
-        self.assertEqual(rows["reference-direction"]["values"], ["off"])
-        self.assertFalse(rows["checksum"]["canSet"])
+        settings = post("/api/settings", {"gripper": HVA}).json()["settings"]
+        columns = [column["setting"] for column in settings["sets"]["columns"]]
+        self.assertEqual(columns, ["force", "no-part-limit", "release-limit"])
+        self.assertEqual(len(settings["sets"]["rows"]), 32)
+        self.assertEqual(settings["sets"]["rows"][3][0], "61")
+        own = dict(zip((column["setting"] for column in settings["gripper"]["columns"]),
+                       settings["gripper"]["rows"][0]))
+        self.assertEqual(own["reference-direction"], "off")
+        self.assertEqual(own["checksum"], str(self.call("GetParameterChecksum", HVA)))
+        self.assertFalse(settings["gripper"]["columns"][-1]["canSet"])
+        self.assertEqual(settings["leds"]["rows"], [])
+
+    def test_leds_are_among_the_settings_of_models_that_have_them(self):
+        settings = post("/api/settings", {"gripper": MZD}).json()["settings"]
+        self.assertEqual(len(settings["leds"]["rows"]), 128)
+        columns = [column["setting"] for column in settings["leds"]["columns"]]
+        self.assertEqual(columns, ["led-animation", "led-color", "led-speed"])
+        self.assertIn("led-preset", [column["setting"] for column in settings["gripper"]["columns"]])
+
+    def test_files_are_those_of_the_command_line(self):
+        with tempfile.TemporaryDirectory() as folder:
+            path = pathlib.Path(folder, "hva.json")
+            subprocess.run([os.environ["TAVRIK_CTL"], "settings", "save", path, HVA], check=True,
+                           capture_output=True, timeout=PATIENCE)
+            saved = path.read_text()
+        self.assertEqual(post("/api/settings", {"gripper": HVA}).json()["file"], saved)
+        question = {"gripper": HVA, "file": saved, "name": "hva.json"}
+        self.assertEqual(post("/api/settings/compare", question).json()["differences"], [])
+        answer = post("/api/settings/compare", question | {"gripper": MZD}).json()
+        self.assertIn("hva.json has the settings of a 'HVA'", answer["text"])
+        answer = post("/api/settings/compare", question | {"file": "[]"})
+        self.assertEqual((answer.status, answer.json()["text"]),
+                         (400, "hva.json: not a JSON object"))
+
+    def test_a_file_is_restored_with_control_only(self):
+        saved = post("/api/settings", {"gripper": HVA}).json()["file"]
+        force = self.call("GetForce", HVA, 5)
+        self.assertEqual(self.call("SetForce", HVA, 5, 17), 0)
+        question = {"gripper": HVA, "file": saved, "name": "hva.json"}
+        self.assertEqual(post("/api/settings/restore", question).status, 403)
+        self.assertEqual(self.call("GetForce", HVA, 5), 17)
+        answer = post("/api/settings/restore", question, self.take_control()).json()
+        self.assertEqual((answer["ok"], answer["differences"]), (True, []))
+        self.assertEqual(self.call("GetForce", HVA, 5), force)
+        self.web.log.wait_for(f"Command from 127.0.0.1 to '{HVA}': restore force of set 5 = {force}: "
+                              "written")
 
     def test_what_the_model_refuses_is_told_in_words(self):
         token = self.take_control()

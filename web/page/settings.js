@@ -1,35 +1,45 @@
-// All settings of a gripper in one table, and as a file; with control they can be changed, restored
-// and stored.
+// All settings of a gripper in tables, and as a file; with control they can be changed, restored and
+// stored. The server reads, compares and restores, as "tavrikctl settings" does.
 
 import { post } from "./control.js";
 import { element, setText } from "./dom.js";
-import { compareFile, makeFile } from "./settings-file.js";
 
-const LARGEST_FILE = 1 << 20; // bytes
+const LARGEST_FILE = 40000; // bytes; more than that of any gripper
+
+/** Where the rows of a table belong, by its name. */
+const TABLES = { gripper: null, sets: "set", leds: "LED" };
 
 export class Settings {
   constructor(model, control, device) {
     this.control = control;
     this.device = device;
-    this.rows = null; // as read last
-    this.differences = []; // of the file that was compared last
-    this.fields = []; // inputs of the table
-    this.read = this.button("Read settings", () => this.readAll());
+    this.settings = null; // as read last
+    this.saved = ""; // the same as the content of a file
+    this.chosen = null; // the file that was compared last, if it differs
+    this.fields = []; // inputs of the tables
+    this.isBusy = false;
+    this.read = this.button("Read settings", () => this.ask("/api/settings", {}, "Read."));
     this.save = this.button("Save to a file", () => this.saveFile());
-    this.restore = this.button("Restore from the file", () => this.restoreAll());
+    this.restore = this.button("Restore from the file", () => this.restoreFile());
     this.store = this.button("Store permanently", () => this.send({ command: "store" }));
     this.file = element("input", { type: "file", id: "settings-file", accept: ".json" });
     this.file.addEventListener("change", () => this.compare());
+    this.all = element("input", { type: "checkbox", id: "all-sets" });
+    this.all.addEventListener("change", () => this.showTables());
+    this.choice = element("p", { hidden: true }, this.all,
+      element("label", { htmlFor: "all-sets", textContent: "Also show sets and LEDs whose values are 0" }));
     this.list = element("ul");
-    this.table = element("div", { className: "scroll" });
+    this.tables = element("div");
     this.result = element("output", { role: "status", className: "result" });
     this.root = element("section", { "aria-label": "Settings" },
       element("h2", { textContent: "Settings" }),
+      element("p", { className: "note", textContent: "The gripper must be at rest: reading takes seconds, " +
+        "and stops when it moves." }),
       element("div", { className: "buttons" }, this.read, this.save, this.store),
       element("div", { className: "buttons" },
         element("label", { htmlFor: "settings-file", textContent: "Compare with a file" }),
         this.file, this.restore),
-      this.result, this.list, this.table);
+      this.result, this.list, this.choice, this.tables);
     this.update(null);
   }
 
@@ -39,99 +49,126 @@ export class Settings {
     return node;
   }
 
-  async readAll() {
-    this.read.disabled = true;
-    setText(this.result, "Reading.");
-    const answer = await post("/api/settings", { gripper: this.device });
-    this.read.disabled = false;
-    setText(this.result, answer.ok ? "Read. A value of 0 may also mean that the gripper does not " +
-      "have the setting." : answer.text);
-    if (answer.ok) {
-      this.show(answer.settings);
-    }
-    return answer.ok;
-  }
-
-  show(rows) {
-    this.rows = rows;
-    this.fields = [];
-    const sets = Math.max(...rows.map(({ values }) => values.length));
-    const head = ["Setting", "Gripper or set 0",
-      ...Array.from({ length: sets - 1 }, (_, i) => `Set ${i + 1}`)];
-    this.table.replaceChildren(element("table", {},
-      element("thead", {}, element("tr", {},
-        ...head.map((text) => element("th", { scope: "col", textContent: text })))),
-      element("tbody", {}, ...rows.map((row) => this.row(row)))));
+  /** Asks the server for the settings, and shows them. @return the answer */
+  async ask(path, body, text) {
+    this.isBusy = true;
     this.update(this.values);
-  }
-
-  row(row) {
-    return element("tr", {}, element("th", { scope: "row", textContent: row.setting,
-      title: `${row.range}; ${row.models}` }),
-    ...row.values.map((_, number) => element("td", {}, this.field(row, number))));
-  }
-
-  field(row, number) {
-    if (!row.canSet) {
-      return row.values[number];
+    setText(this.result, "Reading; this takes seconds.");
+    const answer = await post(path, { gripper: this.device, ...body }, this.control.token);
+    this.isBusy = false;
+    setText(this.result, answer.ok ? text : answer.text);
+    if (answer.ok) {
+      this.settings = answer.settings;
+      this.saved = answer.file;
+      this.showDifferences(answer.differences ?? []);
+      this.showTables();
     }
-    const place = row.perSet ? ` of set ${number}` : "";
-    const input = element("input", { type: "text", value: row.values[number], size: 7,
-      "aria-label": `${row.setting}${place}, ${row.range}` });
-    input.addEventListener("change", async () => {
-      if (await this.send({ command: "set", setting: row.setting, value: input.value,
-        ...(row.perSet ? { number } : {}) })) {
-        row.values[number] = input.value;
-      }
-      input.value = row.values[number];
-    });
-    this.fields.push(input);
-    return input;
-  }
-
-  saveFile() {
-    const url = URL.createObjectURL(
-      new Blob([makeFile(this.device, this.rows)], { type: "application/json" }));
-    const name = this.device.replace(/[^\w-]+/g, "_");
-    element("a", { href: url, download: `${name}.json` }).click();
-    URL.revokeObjectURL(url);
+    this.update(this.values);
+    return answer;
   }
 
   /** Reads the settings again, because somebody else may have changed them. */
   async compare() {
     const [file] = this.file.files;
+    this.chosen = null;
     this.showDifferences([]);
-    if (!file || file.size > LARGEST_FILE || !await this.readAll()) {
-      setText(this.result, file?.size > LARGEST_FILE ? "The file is too long." : this.result.textContent);
+    if (!file || file.size > LARGEST_FILE) {
+      setText(this.result, file ? "The file is too long." : "");
+      this.update(this.values);
       return;
     }
-    try {
-      this.showDifferences(compareFile(await file.text(), this.rows));
-      setText(this.result, this.differences.length
-        ? `${this.differences.length} settings differ from the file.`
-        : "All settings of the table are as in the file.");
-    } catch (error) {
-      setText(this.result, `Not compared: ${error.message}.`);
+    const chosen = { name: file.name, file: await file.text() };
+    const { ok, differences } = await this.ask("/api/settings/compare", chosen, "");
+    if (ok) {
+      this.chosen = differences.length ? chosen : null;
+      setText(this.result, differences.length
+        ? `${differences.length} settings differ from ${file.name}.`
+        : `All settings are as in ${file.name}.`);
     }
-  }
-
-  showDifferences(differences) {
-    this.differences = differences;
-    this.list.replaceChildren(...differences.map(({ name, from, to }) =>
-      element("li", { textContent: `${name} is ${from}, in the file ${to}` })));
     this.update(this.values);
   }
 
-  /** One after the other; each is read back. Stops at the first that fails. */
-  async restoreAll() {
-    const { differences } = this;
-    for (const { setting, number, to } of differences) {
-      if (!await this.send({ command: "set", setting, value: to,
-        ...(number === undefined ? {} : { number }) })) {
-        return;
-      }
+  async restoreFile() {
+    const { name } = this.chosen;
+    const { ok, differences } = await this.ask("/api/settings/restore", this.chosen, "");
+    if (ok) {
+      setText(this.result, differences.length
+        ? `Restored, but ${differences.length} settings are not as in ${name}.`
+        : `Restored and read back: all settings are as in ${name}. To keep them after power-off, ` +
+          "store them.");
+      this.chosen = differences.length ? this.chosen : null;
     }
-    await this.compare();
+    this.update(this.values);
+  }
+
+  showDifferences(differences) {
+    this.list.replaceChildren(...differences.map(({ name, from, to }) =>
+      element("li", { textContent: `${name} is ${from}, in the file ${to}` })));
+  }
+
+  showTables() {
+    this.fields = [];
+    this.choice.hidden = false;
+    this.tables.replaceChildren(...Object.entries(TABLES)
+      .filter(([name]) => this.settings[name].rows.length)
+      .map(([name, place]) => (place ? this.table(this.settings[name], place)
+        : this.ownTable(this.settings[name]))));
+    this.update(this.values);
+  }
+
+  /** The settings of the gripper itself, one a line. */
+  ownTable({ columns, rows }) {
+    return element("table", {},
+      element("caption", { textContent: `Gripper, model ${this.settings.model}` }),
+      element("tbody", {}, ...columns.map((column, i) => element("tr", {},
+        element("th", { scope: "row", textContent: column.setting }),
+        element("td", {}, this.field(column, rows[0], i))))));
+  }
+
+  table({ columns, rows, used }, place) {
+    const shown = rows.slice(0, this.all.checked ? rows.length : used);
+    if (shown.length === 0) {
+      return element("p", { textContent: `The values of all ${place}s are 0.` });
+    }
+    return element("div", { className: "scroll" }, element("table", {},
+      element("caption", { textContent: place === "set" ? "Parameter sets" : "LEDs" }),
+      element("thead", {}, element("tr", {},
+        ...[place, ...columns.map(({ setting }) => setting)].map((text) =>
+          element("th", { scope: "col", textContent: text })))),
+      element("tbody", {}, ...shown.map((row, number) => element("tr", {},
+        element("th", { scope: "row", textContent: number }),
+        ...columns.map((column, i) => element("td", {}, this.field(column, row, i, place, number))))))));
+  }
+
+  /** A value, or an input for it, whose value is that of row[i]. */
+  field({ setting, range, canSet }, row, i, place, number) {
+    if (!canSet) {
+      return row[i];
+    }
+    const input = element("input", { type: "text", value: row[i] ?? "", size: 7, title: range,
+      "aria-label": `${setting}${place ? ` of ${place} ${number}` : ""}, ${range}` });
+    input.placeholder = row[i] === null ? "not readable" : "";
+    input.addEventListener("change", async () => {
+      if (await this.send({ command: "set", setting, value: input.value,
+        ...(place ? { number } : {}) })) {
+        row[i] = row[i] === null ? null : input.value;
+        this.saved = ""; // old
+      }
+      input.value = row[i] ?? "";
+      this.update(this.values);
+    });
+    this.fields.push(input);
+    return input;
+  }
+
+  async saveFile() {
+    if (!this.saved && !(await this.ask("/api/settings", {}, "Read.")).ok) {
+      return;
+    }
+    const url = URL.createObjectURL(new Blob([this.saved], { type: "application/json" }));
+    const name = this.device.replace(/[^\w-]+/g, "_");
+    element("a", { href: url, download: `${name}.json` }).click();
+    URL.revokeObjectURL(url);
   }
 
   async send(body) {
@@ -143,10 +180,12 @@ export class Settings {
 
   update(values) {
     this.values = values;
-    const isAllowed = this.control.isOwn && Boolean(values);
+    const isAllowed = this.control.isOwn && Boolean(values) && !this.isBusy;
+    this.read.disabled = this.isBusy;
+    this.file.disabled = this.isBusy;
     this.store.disabled = !isAllowed;
-    this.save.disabled = !this.rows;
-    this.restore.disabled = !isAllowed || this.differences.length === 0;
+    this.save.disabled = !this.settings || this.isBusy;
+    this.restore.disabled = !isAllowed || !this.chosen;
     for (const field of this.fields) {
       field.disabled = !isAllowed;
     }

@@ -1,0 +1,131 @@
+#include "web/PageSettings.h"
+
+#include <nlohmann/json.hpp>
+#include <vector>
+
+#include "client/Failure.h"
+#include "client/JsonFile.h"
+#include "client/SettingsTransfer.h"
+
+namespace tavrik {
+
+namespace {
+
+using nlohmann::ordered_json;
+using Place = Setting::Place;
+using Differing = std::vector<SettingDifference>;
+
+void IgnoreProgress(double /*part*/) {}
+
+ordered_json Column(const Setting& setting) {
+    return {{"setting", setting.name},
+            {"range", ValueRange(setting)},
+            {"canSet", !setting.setter.empty()}};
+}
+
+/// A table with a row for each parameter set or LED; the gripper itself has one row.
+ordered_json Table(const GripperSettings& settings, Place place) {
+    ordered_json columns = ordered_json::array();
+    ordered_json rows = ordered_json::array();
+    int number = -1;
+    for (const auto& [each, value] : settings.values) {
+        if (each.setting->place != place) {
+            continue;
+        }
+        if (each.number == 0) {
+            columns.push_back(Column(*each.setting));
+        }
+        if (each.number != number) {
+            number = each.number;
+            rows.push_back(ordered_json::array());
+        }
+        rows.back().push_back(SettingText(*each.setting, value));
+    }
+    return {{"columns", columns}, {"rows", rows}, {"used", settings.Count(place)}};
+}
+
+ordered_json ToPage(const GripperSettings& settings) {
+    ordered_json own = Table(settings, Place::Gripper);
+    const ordered_json leds = Table(settings, Place::Led);
+    if (!leds["rows"].empty()) {
+        own["columns"].push_back(Column(FindSetting("led-preset")));
+        own["rows"][0].push_back(nullptr);  // cannot be read
+    }
+    own["columns"].push_back(Column(FindSetting("checksum")));
+    own["rows"][0].push_back(std::to_string(settings.checksum));
+    return {{"ok", true},
+            {"settings",
+             {{"model", settings.model},
+              {"gripper", own},
+              {"sets", Table(settings, Place::Set)},
+              {"leds", leds}}},
+            {"file", JsonFileText(ToJson(settings))}};
+}
+
+ordered_json DifferencesJson(const Differing& differences) {
+    ordered_json list = ordered_json::array();
+    for (const auto& [place, from, to] : differences) {
+        list.push_back({{"name", place.Name()},
+                        {"from", SettingText(*place.setting, from)},
+                        {"to", SettingText(*place.setting, to)}});
+    }
+    return list;
+}
+
+std::string ResultText(const SettingsTransfer::Step& step) {
+    using Result = SettingsTransfer::Result;
+    switch (step.result) {
+        case Result::Written:
+            return "written";
+        case Result::Refused:
+            return "refused: status " + std::to_string(step.status);
+        case Result::Unknown:
+            return "may be written";
+        default:
+            return "not written";
+    }
+}
+
+void LogSteps(const SettingsTransfer& transfer,
+              const std::function<void(const std::string&)>& log) {
+    for (const auto& step : transfer.Steps()) {
+        const auto& [place, from, to] = step.difference;
+        log(place.Name() + " = " + SettingText(*place.setting, to) + ": " + ResultText(step));
+    }
+}
+
+}  // namespace
+
+ordered_json ReadPageSettings(const Gripper& gripper) {
+    return ToPage(SettingsTransfer(gripper).Read(IgnoreProgress));
+}
+
+ordered_json ComparePageSettings(const Gripper& gripper, const GripperSettings& wanted,
+                                 const std::string& name) {
+    const GripperSettings found = SettingsTransfer(gripper).Read(IgnoreProgress);
+    found.ExpectSameModel(wanted, name);
+    ordered_json answer = ToPage(found);
+    answer["differences"] = DifferencesJson(Differences(found, wanted));
+    return answer;
+}
+
+ordered_json RestorePageSettings(const Gripper& gripper, const GripperSettings& wanted,
+                                 const std::string& name,
+                                 const std::function<void(const std::string&)>& log) {
+    SettingsTransfer transfer(gripper);
+    const GripperSettings found = transfer.Read(IgnoreProgress);
+    found.ExpectSameModel(wanted, name);
+    try {
+        transfer.Write(found, Differences(found, wanted), IgnoreProgress);
+    } catch (const Failure&) {
+        LogSteps(transfer, log);
+        throw;
+    }
+    LogSteps(transfer, log);
+    const GripperSettings after = transfer.ReadBack(wanted, IgnoreProgress);
+    ordered_json answer = ToPage(after);
+    answer["differences"] = DifferencesJson(Differences(after, wanted));
+    return answer;
+}
+
+}  // namespace tavrik

@@ -111,6 +111,20 @@ class GripperViewTest(BrowserTestCase):
         self.wait_for_text(".legend", f"{HVA} – {MZD}")
         wait_until(lambda: len(self.all(".plot canvas")) == 4)
 
+    def test_plots_are_zoomed_by_buttons(self):
+        def labels():
+            return self.texts(".plot:not(.small) .dygraph-axis-label-x")
+        wait_until(lambda: self.all(".plot canvas"))
+        self.press("Zoom in")
+        shown = wait_until(labels)
+        self.press("Earlier")
+        wait_until(lambda: labels() and labels() != shown)
+        self.press("Later")
+        wait_until(lambda: labels() == shown)
+        self.press("Zoom out")
+        wait_until(lambda: labels() and labels() != shown)
+        self.assertFalse(self.find("button", "Zoom out").is_enabled())
+
     def test_settings_are_shown_in_a_table(self):
         self.press("Read settings")
         self.wait_for_text("section[aria-label='Settings'] table", "no-part-limit")

@@ -83,7 +83,7 @@ export class GripperView {
 
   updateSession(session, values) {
     const texts = session ? [String(values?.motions ?? "–"), String(session.calls),
-      String(session.refusals), String(session.timeouts), `${session.slowest.toFixed(3)} s`] : [];
+      String(session.refusals), String(session.timeouts), session.calls ? `${session.slowest.toFixed(3)} s` : "–"] : [];
     texts.forEach((text, i) => setText(this.session[i], text));
   }
 

@@ -37,6 +37,31 @@ export class History {
     return low;
   }
 
+  /**
+   * Times whose samples show the position between two times with about `most` points: short motions
+   * do not get lost. Gaps are kept.
+   */
+  outline(from, to, most) {
+    const first = this.since(from);
+    const end = this.since(to + 1);
+    const step = Math.max(1, Math.ceil((end - first) / most));
+    const chosen = [];
+    for (let i = first; i < end; i += step) {
+      let low = i;
+      let high = i;
+      for (let k = i; k < Math.min(i + step, end); ++k) {
+        if (!this.values[k]) {
+          chosen.push(this.times[k]);
+        } else {
+          low = !this.values[low] || this.values[k].position < this.values[low].position ? k : low;
+          high = !this.values[high] || this.values[k].position > this.values[high].position ? k : high;
+        }
+      }
+      chosen.push(this.times[low], this.times[high]);
+    }
+    return chosen;
+  }
+
   /** The times from `from` on during which the fingers moved, as [begin, end]. */
   motions(from) {
     const found = [];

@@ -7,6 +7,7 @@ const SPANS = [[10, "10 s"], [30, "30 s"], [60, "1 min"], [300, "5 min"], [900, 
   [3600, "1 h"]];
 const MOST_POINTS = 2000; // of a line; more are not visible
 const REDRAW_MS = 200;
+const COLORS = 6; // in the style sheet
 
 let library = null;
 
@@ -40,10 +41,16 @@ export class Plots {
     this.span = element("select", { id: "span" }, ...SPANS.map(([seconds, text]) =>
       element("option", { value: seconds, textContent: text, selected: seconds === 30 })));
     this.pause = element("button", { type: "button", textContent: "Pause", "aria-pressed": "false" });
+    this.closer = element("button", { type: "button", textContent: "Zoom in" });
     this.whole = element("button", { type: "button", textContent: "Zoom out", disabled: true });
+    this.earlier = element("button", { type: "button", textContent: "Earlier" });
+    this.later = element("button", { type: "button", textContent: "Later" });
     this.span.addEventListener("change", () => this.zoomOut());
     this.pause.addEventListener("click", () => this.togglePause());
+    this.closer.addEventListener("click", () => this.zoomBy(0.25, -0.25));
     this.whole.addEventListener("click", () => this.zoomOut());
+    this.earlier.addEventListener("click", () => this.zoomBy(-0.5, -0.5));
+    this.later.addEventListener("click", () => this.zoomBy(0.5, 0.5));
     this.choice = element("fieldset", { className: "others" },
       element("legend", { textContent: "Together with" }));
     this.position = element("div", { className: "plot", role: "img", "aria-label": "Position over time" });
@@ -52,7 +59,8 @@ export class Plots {
     this.root = element("section", { "aria-label": "Plots" },
       element("h2", { textContent: "Position and state over time" }),
       element("div", { className: "buttons" },
-        element("label", { htmlFor: "span", textContent: "Last" }), this.span, this.pause, this.whole),
+        element("label", { htmlFor: "span", textContent: "Last" }), this.span, this.pause, this.closer,
+        this.whole, this.earlier, this.later),
       this.choice, this.position, this.state, this.legend);
     loadLibrary().then((Dygraph) => {
       this.Dygraph = Dygraph;
@@ -73,6 +81,12 @@ export class Plots {
   zoomOut() {
     this.zoomed = null;
     this.lastDraw = 0;
+  }
+
+  /** Moves begin and end by parts of what is shown. */
+  zoomBy(begin, end) {
+    const [from, to] = this.window();
+    this.zoomTo(from + begin * (to - from), to + end * (to - from));
   }
 
   window() {
@@ -115,17 +129,12 @@ export class Plots {
   rows(pick) {
     const [from, to] = this.window();
     const histories = this.devices.map((device) => this.model.history(device));
-    const first = histories[0].since(from);
-    const count = histories[0].since(to + 1) - first;
-    const step = Math.max(1, Math.ceil(count / MOST_POINTS));
-    const rows = [];
-    for (let i = first; i < first + count; i += step) {
-      const time = histories[0].times[i];
-      rows.push([new Date(time), ...histories.map((history) => {
-        const values = history.values[history === histories[0] ? i : history.since(time)];
+    const times = new Set(histories.flatMap((history) => history.outline(from, to, MOST_POINTS)));
+    const rows = [...times].sort((one, other) => one - other).map((time) => [new Date(time),
+      ...histories.map((history) => {
+        const values = history.values[history.since(time)];
         return values ? pick(values) : null;
       })]);
-    }
     return rows.length ? rows : [[new Date(to), ...histories.map(() => null)]];
   }
 
@@ -138,11 +147,20 @@ export class Plots {
         stepPlot: true, valueRange: [-0.5, 15.5],
         pixelsPerLabel: 20 })];
     }
-    this.graphs[0].updateOptions({ file: positions, dateWindow: window });
-    this.graphs[1].updateOptions({ file: states, dateWindow: window });
+    this.updateLegend();
+    const colors = [...this.legend.querySelectorAll("strong")].map((node) => getComputedStyle(node).color);
+    this.graphs[0].updateOptions({ file: positions, dateWindow: window, colors });
+    this.graphs[1].updateOptions({ file: states, dateWindow: window, colors });
+  }
+
+  updateLegend() {
     const latest = this.model.values.get(this.device);
-    setText(this.legend, `${this.devices.join(" – ")}. Motions are shaded. ` +
-      (latest ? `Now: ${stateText(latest.state)}.` : "No data now."));
+    const names = this.devices.flatMap((device, i) => {
+      const name = element("strong", { className: `line-${i % COLORS}`, textContent: device });
+      return [i ? " – " : "", name];
+    });
+    this.legend.replaceChildren(...names, ". Motions of the first are shaded. ",
+      latest ? `Now: ${stateText(latest.state)}.` : "No data now.");
   }
 
   graph(node, file, { pixelsPerLabel, ...extra }) {

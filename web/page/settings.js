@@ -147,7 +147,7 @@ export class Settings {
     }
     const input = element("input", { type: "text", value: row[i] ?? "", size: 7, title: range,
       "aria-label": `${setting}${place ? ` of ${place} ${number}` : ""}, ${range}` });
-    input.placeholder = row[i] === null ? "not readable" : "";
+    input.placeholder = row[i] === null ? "unknown" : "";
     input.addEventListener("change", async () => {
       if (await this.send({ command: "set", setting, value: input.value,
         ...(place ? { number } : {}) })) {

@@ -30,11 +30,12 @@ public:
 
     /// What has come since the caller asked before; keeps the reading going for half a minute. Any
     /// thread may call.
-    /// @param reading,last as the caller was told before; otherwise it gets all rows that are kept
+    /// @param knownReading,known "reading" and "last" as the caller was told before; otherwise it
+    /// gets all rows that are kept
     /// @param gripper device string; empty for all
     /// @return "reading" and "last"; "rows", each with date, clock, mark, isAlarming, master,
     /// gripper and text; "trouble", why there are none
-    nlohmann::ordered_json Rows(std::uint64_t reading, std::uint64_t last,
+    nlohmann::ordered_json Rows(std::uint64_t knownReading, std::uint64_t known,
                                 const std::string& gripper);
 
 private:

@@ -264,8 +264,8 @@ HttpResponse Site::Execute(const PageCommand& command, const std::string& peer, 
 /// Has a job of seconds done.
 void Site::DoForGripper(const json& body, const Reply& reply,
                         std::function<ordered_json(const Gripper&)> job) {
-    const bool isTaken =
-        readings.Do([name = MemberText(body, "gripper"), job = std::move(job), reply](Daemon& daemon) {
+    const bool isTaken = readings.Do(
+        [name = MemberText(body, "gripper"), job = std::move(job), reply](Daemon& daemon) {
             reply(CatchFailure(
                 [&] { return Answer(job(Gripper(daemon, daemon.FindGripper(name, true)))); }));
         });

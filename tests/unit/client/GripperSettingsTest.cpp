@@ -94,6 +94,12 @@ TEST(GripperSettingsTest, EveryValueComesBackFromTheFile) {
     EXPECT_EQ(read.checksum, -5);
 }
 
+TEST(GripperSettingsTest, TheContentOfAFileIsReadLikeTheFile) {
+    const std::string text = JsonFileText(ToJson(Hva()));
+    EXPECT_EQ(Differences(Hva(), ParseSettingsFile(text, "a.json")).size(), 0U);
+    EXPECT_FAILURE(ParseSettingsFile("[]", "a.json"), Usage, "a.json: not a JSON object");
+}
+
 TEST(GripperSettingsTest, DifferencesAreInTheOrderOfTheSets) {
     GripperSettings other = Hva();
     other.values.at(At("force", 1)) = 60;

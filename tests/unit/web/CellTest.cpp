@@ -66,6 +66,14 @@ TEST(CellTest, HasARowForEachGripper) {
               "[[10.0,8,0,250,0],null,[0.0,15,9,150,0]]");
 }
 
+TEST(CellTest, TheDataOfASilentMasterIsAsOldAsItsSilence) {
+    Cell cell;
+    cell.TakeList({"A"});
+    cell.Find("A")->Take(ProcessData(kAtTen), kStart + milliseconds(5000));
+    cell.Find("A")->silentSince = kStart + milliseconds(2000);
+    EXPECT_EQ(cell.Values(kStart + milliseconds(5100)).dump(), "[[10.0,8,0,3100,0]]");
+}
+
 TEST(CellTest, TellsThatZerosMayMeanNoProcessData) {
     Cell cell;
     cell.TakeList({"A"});

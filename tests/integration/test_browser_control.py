@@ -100,7 +100,7 @@ class AttackTest(BrowserTestCase):
         token = self.take_control()
         self.assertTrue(token)
         mark = self.web.log.mark()
-        before = self.cell.show(0)["requestCount"]
+        before = self.requests()
         with evil_server() as port:
             self.driver.get(f"http://127.0.0.1:{port}/")
             wait_until(lambda: self.driver.title == "done")
@@ -109,7 +109,7 @@ class AttackTest(BrowserTestCase):
             "json": "blocked", "simple": "blocked", "events": "blocked", "metrics": "blocked",
             "script": "blocked", "image": "blocked", "eventSource": "blocked",
             "frame": "not readable"})
-        self.assertEqual(self.cell.show(0)["requestCount"], before)
+        self.assertEqual(self.requests(), before)
         self.assertEqual(self.web.log.matching("Command from", since=mark), [])
         self.assertGreater(len(self.web.log.matching("refused: unknown origin", since=mark)), 3)
 

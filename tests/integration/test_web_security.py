@@ -129,13 +129,13 @@ class ControlTest(WebTestCase):
         self.token = self.take_control()
 
     def test_without_control_nothing_moves(self):
-        before = self.cell.show(0)["requestCount"]
+        before = self.requests()
         for token in ("", "x", self.token[:-1], self.token + "0", self.token.upper() + "A"):
             for command in (DISABLE, {"gripper": HVA, "command": "grip", "set": 0}):
                 answer = post("/api/command", command, token)
                 self.assertEqual(answer.status, 403)
                 self.assertIn("you do not have control", answer.text)
-        self.assertEqual(self.cell.show(0)["requestCount"], before)
+        self.assertEqual(self.requests(), before)
 
     def test_the_code_takes_control_from_another_and_everybody_sees_it(self):
         with Viewer() as viewer:
@@ -258,8 +258,8 @@ class StopTest(WebTestCase):
                             f"Origin: {ORIGIN}\r\nX-Tavrik-Page: 1\r\n"
                             "Content-Type: application/json\r\nConnection: close\r\n"
                             f"Content-Length: {len(body)}\r\n\r\n".encode() + body)
-            requests = self.cell.show(0)["requestCount"]
-            wait_until(lambda: self.cell.show(0)["requestCount"] > requests)
+            requests = self.requests()
+            wait_until(lambda: self.requests() != requests)
             start = time.monotonic()
             self.web.stop()
             self.assertLess(time.monotonic() - start, 5 * SLOWNESS)

@@ -183,6 +183,10 @@ class WebTestCase(CellTestCase):
         cls.web = Web(*options, **environment)
         cls.addClassCleanup(cls.web.stop)
 
+    def requests(self):
+        """To the first master, but for what tavrikweb itself asks it now and then."""
+        return [request for request in self.cell.show(0)["requests"] if request != "PARAM[64][1]?"]
+
     def take_control(self):
         answer = post("/api/control/take", {"code": self.web.code()})
         self.assertEqual(answer.status, 200, answer.body)

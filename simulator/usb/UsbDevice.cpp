@@ -65,6 +65,9 @@ void UsbDevice::HandleControl(const Submit& submit, TimePoint now) {
         answer->resize(submit.length);
     }
     const int status = answer ? usbip::status::kOk : usbip::status::kStall;
+    if (lateReplies.size() >= kLargestCount) {
+        throw usbip::ProtocolError("too many control requests");
+    }
     const TimePoint due = now + faults.controlDelay;
     const auto later = std::ranges::upper_bound(lateReplies, due, {}, &LateReply::due);
     lateReplies.insert(later, {due, submit.sequence, Reply(submit, status, answer.value_or(""))});

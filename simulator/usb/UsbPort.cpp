@@ -13,13 +13,14 @@ UsbPort::UsbPort(FileDescriptor socket, UsbFaults& faults, Printer print)
     : socket(std::move(socket)), print(std::move(print)), device(faults) {}
 
 short UsbPort::PollEvents() const {
-    return static_cast<short>(POLLIN | (output.empty() ? 0 : POLLOUT));
+    return output.empty() ? POLLIN : POLLOUT;
 }
 
 std::string UsbPort::Read() {
-    const TimePoint now = Clock::now();
     try {
-        ReadMessages(now);
+        if (output.empty()) {  // the kernel has taken all replies, so they do not pile up
+            ReadMessages(Clock::now());
+        }
     } catch (const usbip::ProtocolError& error) {
         connected = false;
         print(std::string("usb: unplugging a device: invalid message of the kernel: ") +

@@ -203,5 +203,13 @@ TEST_F(UsbDeviceTest, TooManyTransfersAreAnError) {
     EXPECT_THROW(Receive(host::InTransfer(1025, kBulk, 128)), usbip::ProtocolError);
 }
 
+TEST_F(UsbDeviceTest, TooManyControlRequestsAreAnError) {
+    faults.controlDelay = milliseconds(1);
+    for (std::uint32_t sequence = 1; sequence <= 1024; ++sequence) {
+        Receive(GetConfiguration(sequence));
+    }
+    EXPECT_THROW(Receive(GetConfiguration(1025)), usbip::ProtocolError);
+}
+
 }  // namespace
 }  // namespace simulator

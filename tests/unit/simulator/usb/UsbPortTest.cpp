@@ -83,24 +83,28 @@ TEST_F(UsbPortTest, EndsWithACutMessage) {
     EXPECT_FALSE(port->IsConnected());
 }
 
-TEST_F(UsbPortTest, WaitsWhileTheKernelDoesNotRead) {
+TEST_F(UsbPortTest, ReadsNothingWhileTheKernelDoesNotRead) {
     const int size = 4096;
     ASSERT_EQ(setsockopt(kernel.Get(), SOL_SOCKET, SO_SNDBUF, &size, sizeof size), 0);
-    int count = 0;
+    unsigned count = 0;
     while (!port->WaitsForRoom() && count < 100000) {
         Send(host::OutTransfer(1, 7, ""));
         port->Read();
         ++count;
     }
     ASSERT_TRUE(port->WaitsForRoom());
-    EXPECT_EQ(port->PollEvents(), POLLIN | POLLOUT);
+    EXPECT_EQ(port->PollEvents(), POLLOUT);
+    Send(host::OutTransfer(1, 1, "ID?\n"));
+    EXPECT_EQ(port->Read(), "");
     std::string all;
     for (std::string part = Receive(); !part.empty(); part = Receive()) {
         all += part;
         port->Flush();
     }
-    EXPECT_EQ(all.size(), 48U * static_cast<unsigned>(count));
+    EXPECT_EQ(all.size(), 48U * count);
     EXPECT_FALSE(port->WaitsForRoom());
+    EXPECT_EQ(port->PollEvents(), POLLIN);
+    EXPECT_EQ(port->Read(), "ID?\n");
 }
 
 }  // namespace

@@ -2,10 +2,59 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <fstream>
+#include <map>
+#include <sstream>
 #include <string>
 
 namespace simulator::descriptors {
 namespace {
+
+bool StartsWithOneOf(const std::string& name, std::initializer_list<const char*> prefixes) {
+    return std::ranges::any_of(prefixes, [&name](const std::string& prefix) {
+        return name.size() > prefix.size() && name.starts_with(prefix) &&
+               std::isupper(static_cast<unsigned char>(name[prefix.size()])) != 0;
+    });
+}
+
+/// The bytes of a field in the output of "lsusb -v"; none if the line is not a field.
+std::string BytesOfField(const std::string& name, std::string value) {
+    if (name == "MaxPower") {
+        return {static_cast<char>(std::stoi(value) / 2)};  // in units of 2 mA
+    }
+    if (StartsWithOneOf(name, {"bcd"})) {
+        std::erase(value, '.');
+        value.insert(0, "0x");
+    }
+    if (StartsWithOneOf(name, {"w", "id", "bcd"})) {
+        const int number = std::stoi(value, nullptr, 0);
+        return {static_cast<char>(number & 0xff), static_cast<char>(number >> 8)};
+    }
+    if (StartsWithOneOf(name, {"b", "bm", "i"})) {
+        return {static_cast<char>(std::stoi(value, nullptr, 0))};
+    }
+    return {};
+}
+
+/// The descriptors that "lsusb -v" prints, as bytes. It omits the start of those of the class.
+std::string BytesOfLsusb(std::istream& output) {
+    const std::map<std::string, std::string> starts{{"Header:", {"\x05\x24\x00", 3}},
+                                                    {"Call", {"\x05\x24\x01"}},
+                                                    {"ACM:", {"\x04\x24\x02"}},
+                                                    {"Union:", {"\x05\x24\x06"}}};
+    std::string bytes;
+    for (std::string line; std::getline(output, line);) {
+        std::istringstream words(line);
+        std::string name;
+        std::string value;
+        words >> name >> value;
+        bytes += name == "CDC" ? starts.at(value) : BytesOfField(name, value);
+    }
+    return bytes;
+}
 
 const UsbTexts kTexts{"Zentrova", "PELLIX", "PX1000"};
 
@@ -17,6 +66,11 @@ TEST(DescriptorsTest, TheDeviceIsThatOfAMaster) {
     EXPECT_EQ(Get(Type::Device, 0),
               std::string(
                   "\x12\x01\x00\x02\x02\x00\x00\x40\x83\x04\x40\x57\x00\x02\x01\x02\x03\x01", 18));
+}
+
+TEST(DescriptorsTest, AreThoseThatLsusbPrints) {
+    std::ifstream output(LSUSB_OUTPUT);
+    EXPECT_EQ(Get(Type::Device, 0) + Get(Type::Configuration, 0), BytesOfLsusb(output));
 }
 
 TEST(DescriptorsTest, AMissingTextHasNoIndex) {

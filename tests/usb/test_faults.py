@@ -46,12 +46,14 @@ class TransferFaultTest(FaultTestCase):
         self.replug()
         self.expect_recovery()
 
-    def test_transfers_of_a_byte(self):
+    def test_cut_transfers(self):
+        """Lines are split between reads."""
         self.simulator.command("pdin 0 0")
-        self.simulator.command("usb-cut 0 1")
-        self.assertLessEqual(set(self.answers(3)), {0, 5})
+        for length in (1, 5, 63):
+            self.simulator.command(f"usb-cut 0 {length}")
+            self.assertLessEqual(set(self.answers(3)), {0, 5})
         self.simulator.command("usb-cut 0 0")
-        self.simulator.command("pdin 0 100")
+        self.simulator.command("pdin 0 10")
         self.expect_recovery()
 
     def test_a_burst_of_errors(self):

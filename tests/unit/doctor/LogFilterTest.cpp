@@ -38,9 +38,9 @@ TEST(LogFilterTest, WantsRowsOfTheDaemonAndThoseThatMayBeOfTheGripper) {
     EXPECT_TRUE(filter.Wants(row));
     row.owner.candidates = {"HVA SN:2"};
     EXPECT_FALSE(filter.Wants(row));
-    EXPECT_FALSE(filter.HasFound());
+    EXPECT_FALSE(filter.IsFound({}));
     filter.Wants(RowOf("HVA SN:1"));
-    EXPECT_TRUE(filter.HasFound());
+    EXPECT_TRUE(filter.IsFound({}));
 }
 
 }  // namespace

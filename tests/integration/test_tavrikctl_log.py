@@ -23,10 +23,10 @@ class CallsTest(LogTestCase):
         self.call("Release", MZD, 2)
         lines = self.lines_so_far()
         rows = self.rows(self.file(lines))
-        self.expect_row(rows, " ", "ttyACM0", HVA, r"Grip  PDOUT=\[3,1\]  0  <1 s")
-        self.expect_row(rows, " ", "ttyACM0", HVA, r"SetForce  PARAM\[97\]\[3\]  0  <1 s")
-        self.expect_row(rows, " ", "ttyACM0", HVA, r"GetForce  PARAM\[97\]\[3\]=\[3c\]  0  <1 s")
-        self.expect_row(rows, " ", "ttyACM1", MZD, r"Release  PDOUT=\[2,2\]  0  <1 s")
+        self.expect_row(rows, " ", "ttyACM0", HVA, r"Grip  PDOUT=\[3,1\]  0  [<~]1 s")
+        self.expect_row(rows, " ", "ttyACM0", HVA, r"SetForce  PARAM\[97\]\[3\]  0  [<~]1 s")
+        self.expect_row(rows, " ", "ttyACM0", HVA, r"GetForce  PARAM\[97\]\[3\]=\[3c\]  0  [<~]1 s")
+        self.expect_row(rows, " ", "ttyACM1", MZD, r"Release  PDOUT=\[2,2\]  0  [<~]1 s")
         text = "\n".join(rows)
         for thread in {line.split()[1] for line in lines}:
             self.assertNotIn(thread, text)
@@ -214,7 +214,7 @@ class ClientsTest(LogTestCase):
         lines += [f"12:00:00 {thread} New command PARAM[5][0]. Active commands: 1",
                   f"12:00:00 {thread} Pending command PARAM[5][0] deleted (Status: 0)."]
         rows = self.rows(self.file(lines))
-        self.expect_row(rows, " ", "", f"? {thread}", r"PARAM\[5\]\[0\]  0  <1 s")
+        self.expect_row(rows, " ", "", f"? {thread}", r"PARAM\[5\]\[0\]  0  [<~]1 s")
 
     def test_a_log_that_begins_in_the_middle_names_nobody_it_does_not_know(self):
         mark = self.cell.log.mark()
@@ -244,7 +244,7 @@ class FaultsTest(LogTestCase):
         self.expect_row(rows, "*", "ttyACM0", HVA, "PELLIX removed: /dev/ttyACM0")
         self.expect_row(rows, "*", "ttyACM0", HVA, "Device added")
         self.expect_row(rows[rows.index(next(row for row in rows if "Device added" in row)):],
-                        " ", "ttyACM0", HVA, r"Grip  PDOUT=\[3,1\]  0  <1 s")
+                        " ", "ttyACM0", HVA, r"Grip  PDOUT=\[3,1\]  0  [<~]1 s")
         summary = self.objects(path)[-1]
         self.assertEqual((summary["plugged"], summary["unplugged"]),
                          (1 + plugged, 1 + unplugged))

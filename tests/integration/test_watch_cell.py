@@ -210,11 +210,12 @@ class OneGripperTest(WatchTestCase):
                                    "0.00 [#######] 10.00"])
         with self.condition("fault 0 fault on", "fault 0 fault off"), \
                 self.condition("fault 0 temp-warn on", "fault 0 temp-warn off"):
-            watch.wait_for("^flags fault,$")
-            self.assertEqual(watch.lines()[2:], ["values fresh",
-                                                 "flags fault,",
-                                                 "temperature warning",
-                                                 ""])
+            self.expect_screen(watch, ["HVA SN:100001",
+                                       "10.00 in state 15",
+                                       "values fresh",
+                                       "flags fault,",
+                                       "temperature warning",
+                                       ""])
 
     def test_the_server_is_left_out_on_a_narrow_screen(self):
         for columns, title in ((20, "HVA SN:100001"),

@@ -33,11 +33,20 @@ std::string Gripper::Name() const {
 }
 
 ProcessData Gripper::ReadProcessData() const {
-    const ProcessData data(Get<int>("GetPDINExcerpt"));
-    if (!data.certain && Get<int>("GetState") < 0) {
+    const auto read = [this] { return ProcessData(Get<int>("GetPDINExcerpt")); };
+    const ProcessData data = read();
+    if (data.certain || Get<int>("GetState") >= 0) {
+        return data;
+    }
+    if (!IsListed()) {  // it may only have been the list that was locked
         throw Failure(ExitStatus::NoGripper, Name() + ": no longer known to the daemon");
     }
-    return data;
+    return read();
+}
+
+bool Gripper::IsListed() const {
+    const auto listed = daemon.Grippers();  // waits while the list of grippers is locked
+    return std::ranges::find(listed, deviceString) != listed.end();
 }
 
 bool Gripper::MasterAnswers() const {
@@ -85,8 +94,7 @@ std::string Gripper::StatusText(int status, const std::string& method) const {
 
 std::string Gripper::WhyNotPossible(const std::string& method) const {
     const std::string status = "status 3: ";
-    const auto listed = daemon.Grippers();  // waits while the list of grippers is locked
-    if (std::ranges::find(listed, deviceString) == listed.end()) {
+    if (!IsListed()) {
         return status + "not plugged in";
     }
     if (Get<int>("GetGripperInterface") != 0) {

@@ -31,6 +31,10 @@ public:
     /// @throws Failure (NoGripper) when the daemon no longer knows the gripper
     ProcessData ReadProcessData() const;
 
+    /// Whether the daemon lists it. Waits while the list is locked, which other calls answer with
+    /// -1 or status 3.
+    bool IsListed() const;
+
     /// Whether the master answers a request. The daemon returns the last process data and settings
     /// even if it does not. Takes a second or more if it does not.
     bool MasterAnswers() const;

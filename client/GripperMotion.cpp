@@ -36,7 +36,11 @@ bool PollUntil(const std::function<bool()>& hasEnded, const std::stop_token& sto
 }  // namespace
 
 int GripperMotion::Start() {
-    before = gripper.ReadProcessData();
+    if (kind != MotionKind::Disable) {
+        before = gripper.ReadProcessData();
+    } else {
+        ReadBeforeDisable();
+    }
     int status = 0;
     switch (kind) {
         case MotionKind::Grip:
@@ -54,6 +58,15 @@ int GripperMotion::Start() {
     }
     start = Clock::now();
     return status;
+}
+
+/// The drive must be switched off even if nothing can be read.
+void GripperMotion::ReadBeforeDisable() {
+    try {
+        before = gripper.ReadProcessData();
+    } catch (const Failure&) {
+        before = ProcessData(0);
+    }
 }
 
 MotionResult GripperMotion::AwaitEnd(std::chrono::milliseconds limit, const std::stop_token& stop) {
@@ -126,8 +139,9 @@ MotionObstacle GripperMotion::FindObstacle(const MotionJudge& judge, MotionEnd e
     if (kind == MotionKind::Reference && judge.IsAtGoal()) {
         return MotionObstacle::NeedsChange;
     }
-    if (kind != MotionKind::Reference && IsMoving(state)) {
-        return IsOverrideZero() ? MotionObstacle::OverrideZero : MotionObstacle::None;
+    if (IsMoving(state)) {
+        return kind != MotionKind::Reference && IsOverrideZero() ? MotionObstacle::OverrideZero
+                                                                 : MotionObstacle::None;
     }
     if (kind != MotionKind::Reference && HasNoSet()) {
         return MotionObstacle::NoSuchSet;

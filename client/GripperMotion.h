@@ -41,6 +41,7 @@ public:
                       const std::stop_token& stop = {}) const;
 
 private:
+    void ReadBeforeDisable();
     MotionResult Judge(const MotionJudge& judge, MotionEnd end) const;
     MotionResult JudgeAtRest(const MotionJudge& judge, MotionEnd end) const;
     MotionObstacle FindObstacle(const MotionJudge& judge, MotionEnd end) const;

@@ -1,5 +1,6 @@
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <thread>
 #include <xmlrpc-c/base.hpp>
 
 #include "client/Gripper.h"
@@ -14,6 +15,8 @@ namespace {
 
 /// For the drive to report that it is off, after an interruption.
 constexpr std::chrono::seconds kStopLimit(3);
+constexpr int kStopAttempts = 10;
+constexpr std::chrono::milliseconds kStopPause(100);
 
 MotionKind KindOf(const std::string& method) {
     return method == "Grip"      ? MotionKind::Grip
@@ -174,7 +177,13 @@ private:
         result.isOff = false;
         try {
             GripperMotion disable(gripper, MotionKind::Disable);
-            RequireSuccess(gripper, disable.Start());
+            int status = disable.Start();
+            for (int again = kStopAttempts - 1;
+                 again > 0 && ExitStatusFor(status) == ExitStatus::NotPossible; --again) {
+                std::this_thread::sleep_for(kStopPause);  // the daemon may be busy
+                status = disable.Start();
+            }
+            RequireSuccess(gripper, status);
             const MotionResult stop = disable.AwaitEnd(kStopLimit);
             result.isOff = stop.end == MotionEnd::SwitchedOff;
             result.data = stop.data;

@@ -14,6 +14,7 @@ from .cell_test_case import CellTestCase
 HVA = "HVA SN:100001"
 MZD = "MZD-S SN:100002"
 TLM = "TLM SN:100003"
+NO_GRIPPERS = "<array><data></data></array>"
 GRIPPER = "<array><data><value>X</value></data></array>"  # the only one of a fake server
 
 # Exit statuses
@@ -83,7 +84,8 @@ class HttpServer(http.server.BaseHTTPRequestHandler):
         self.server.answers -= 1
         body = self.server.body
         if isinstance(body, dict):
-            body = xml_answer(body[re.search(rb"<methodName>(.*?)<", call)[1].decode()])
+            value = body[re.search(rb"<methodName>(.*?)<", call)[1].decode()]
+            body = xml_answer(value if isinstance(value, str) else next(value))
         self.send_response(self.server.status)
         self.send_header("Content-Length", str(len(body)))
         self.end_headers()
@@ -97,7 +99,8 @@ class HttpServer(http.server.BaseHTTPRequestHandler):
 def http_server(status, body, answers=-1):
     """A server that gives this answer, always or a limited number of times.
 
-    `body` may also be a dictionary: the value that each method answers.
+    `body` may also be a dictionary: the value that each method answers, or an iterator over its
+    answers.
     """
     with http.server.ThreadingHTTPServer(("127.0.0.1", 0), HttpServer) as server:
         server.status, server.body, server.answers = status, body, answers

@@ -28,10 +28,12 @@ bool LogFilter::IsFound(const std::vector<std::string>& names) {
 }
 
 bool LogFilter::IsNamed(const std::string& name) {
+    if (name.empty()) {
+        return false;
+    }
     constexpr std::size_t kMostNames = 1000;
-    if (name.empty() || names.size() >= kMostNames) {
+    if (names.size() >= kMostNames) {
         names.clear();
-        return !name.empty() && Match(name);
     }
     const auto [found, isNew] = names.try_emplace(name, false);
     if (isNew) {
@@ -41,6 +43,10 @@ bool LogFilter::IsNamed(const std::string& name) {
 }
 
 bool LogFilter::Match(const std::string& name) const {
+    constexpr std::string_view kFolder = "/dev/";
+    if (name.starts_with(kFolder)) {
+        return name == wanted || name.substr(kFolder.size()) == wanted;
+    }
     try {
         return MatchGripper({name}, wanted, exact) == name;
     } catch (const Failure&) {

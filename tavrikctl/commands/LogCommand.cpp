@@ -25,7 +25,7 @@ class LogCommand : public Command {
 public:
     explicit LogCommand(CLI::App& program)
         : Command(program, "log", "Show the log of TavrikDaemon by gripper and call") {
-        app.add_option("GRIPPER", gripper, "unique part of a device string, or a tty")
+        app.add_option("GRIPPER", gripper, "device string, or a part of it, or a tty")
             ->check(CheckNotEmpty)
             ->option_text(" ");
         app.add_option("FILE", file, "file, or - for standard input (default: journal)")
@@ -158,17 +158,18 @@ std::uint64_t LogCommand::LinesBefore() const {
 /// Ctrl-C ends the reading, and the summary follows.
 void LogCommand::Read(LogSource& source, LogModel& model, Printer& printer,
                       const std::stop_token& stop) {
-    std::chrono::milliseconds idle(0);
+    using Clock = std::chrono::steady_clock;
+    auto lastLine = Clock::now();
     std::string_view line;
     while (!stop.stop_requested()) {
         switch (source.Next(line, kReadPatience)) {
             case LogSource::Result::Line:
-                idle = std::chrono::milliseconds(0);
+                lastLine = Clock::now();
                 Take(model, line);
                 break;
             case LogSource::Result::Idle:
-                idle += kReadPatience;
-                model.Idle(idle);
+                model.Idle(
+                    std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - lastLine));
                 ShowLast(printer);
                 WarnIfUnknown(model);
                 break;

@@ -74,7 +74,7 @@ std::string ExplainNoMatch(const std::vector<std::string>& grippers,
                            const std::vector<std::string>& found, const std::string& name,
                            bool exact) {
     if (grippers.empty()) {
-        return "no grippers found; run 'tavrikctl doctor' to find out why";
+        return "no grippers found";
     }
     const bool isPart = std::ranges::any_of(
         grippers, [&](const std::string& gripper) { return Contains(gripper, name); });
@@ -111,6 +111,12 @@ std::string MatchGripper(const std::vector<std::string>& grippers, const std::st
     throw Failure(ExitStatus::NoGripper, ExplainNoMatch(grippers, found, name, exact));
 }
 
+std::string DoctorAdvice(const Endpoint& endpoint) {
+    const std::string host =
+        endpoint.host == Endpoint().host ? "" : " --host " + Printable(endpoint.host);
+    return "run 'tavrikctl doctor" + host + "' to find out why";
+}
+
 Daemon::Daemon(const Endpoint& endpoint, std::stop_token stop)
     : endpoint(endpoint), transport(endpoint, std::move(stop)), client(&transport) {}
 
@@ -140,7 +146,11 @@ std::vector<std::string> Daemon::Grippers() {
 }
 
 std::string Daemon::FindGripper(const std::string& name, bool exact) {
-    return MatchGripper(Grippers(), name, exact);
+    const auto grippers = Grippers();
+    if (grippers.empty()) {
+        throw Failure(ExitStatus::NoGripper, "no grippers found; " + DoctorAdvice(endpoint));
+    }
+    return MatchGripper(grippers, name, exact);
 }
 
 }  // namespace tavrik

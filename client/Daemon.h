@@ -27,6 +27,9 @@ std::string MatchGripper(const std::vector<std::string>& grippers, const std::st
 
 /// A client's connection to a running TavrikDaemon, opened by the first call. One thread at a
 /// time.
+/// Where to find out why the daemon or a gripper is missing: "run 'tavrikctl doctor' to ...".
+std::string DoctorAdvice(const Endpoint& endpoint);
+
 class Daemon {
 public:
     /// @param stop ends a running call early, with a Failure (NoDaemon)

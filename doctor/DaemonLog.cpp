@@ -185,7 +185,7 @@ Findings CheckLinks(const Host& host, const DaemonLog& log, bool isMissed) {
     }
     if (findings.empty() && isMissed && std::ranges::any_of(host.ttys, &UsbTty::IsMaster)) {
         return {{Mark::Unknown, "log", "the journal does not have the IDs and modes of the masters",
-                 "run as root: tavrikctl doctor; if the daemon logs to a file, add --log"}};
+                 "run as root: tavrikctl doctor; if the daemon logs to a file, add --log FILE"}};
     }
     return findings;
 }

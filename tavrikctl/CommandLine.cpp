@@ -59,6 +59,15 @@ void PrintError(std::string text) {
     std::cerr << "tavrikctl: " << Printable(text) << '\n';
 }
 
+/// @param path the command with a blank behind it; empty for tavrikctl itself
+[[noreturn]] void ThrowUnknownCommand(const std::string& path, const std::string& word,
+                                      const std::vector<std::string>& names) {
+    const std::string question = DidYouMean(word, names);
+    throw Failure(ExitStatus::Usage,
+                  "unknown command '" + path + word + "'" +
+                      (question.empty() ? "; see tavrikctl " + path + "--help" : question));
+}
+
 /// Rejects what would change the meaning of a URL. A single colon begins a port; IPv6 has more.
 std::string CheckHost(const std::string& text) {
     const bool isHost = !text.empty() && text.find_first_of("/?#@\\ \t\r\n") == std::string::npos &&
@@ -140,10 +149,7 @@ void CommandLine::CheckCommand(const std::vector<std::string>& words) const {
         if (command == children.end()) {
             std::vector<std::string> names;
             std::ranges::transform(children, std::back_inserter(names), &CLI::App::get_name);
-            const std::string question = DidYouMean(word, names);
-            throw Failure(ExitStatus::Usage,
-                          "unknown command '" + path + word + "'" +
-                              (question.empty() ? "; see tavrikctl " + path + "--help" : question));
+            ThrowUnknownCommand(path, word, names);
         }
         path.append(word).append(" ");
         parent = *command;

@@ -58,12 +58,6 @@ CLI::App& AddParent(CLI::App& program, const std::string& name, const std::strin
     return parent;
 }
 
-std::string DoctorAdvice(const Endpoint& endpoint) {
-    const std::string host =
-        endpoint.host == Endpoint().host ? "" : " --host " + Printable(endpoint.host);
-    return "run 'tavrikctl doctor" + host + "' to find out why";
-}
-
 std::string CheckDecimal(const std::string& text) {
     const bool isDecimal = text.find_first_not_of("0123456789") == std::string::npos;
     if (isDecimal && (text == "0" || !text.starts_with('0'))) {

@@ -84,9 +84,6 @@ std::string CommandText(const std::string& command, const Gripper& gripper,
 CLI::App& AddParent(CLI::App& program, const std::string& name, const std::string& description,
                     const std::string& names);
 
-/// Where to find out why the daemon or a gripper is missing: "run 'tavrikctl doctor' to ...".
-std::string DoctorAdvice(const Endpoint& endpoint);
-
 // Checks for CLI11: the error in `text` as the value of an option, empty if there is none.
 
 /// Accepts no leading zero: CLI11 reads 010 as 8.

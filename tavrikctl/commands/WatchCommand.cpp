@@ -93,7 +93,7 @@ private:
             return {ChosenGripper(daemon)};
         }
         auto devices = daemon.Grippers();
-        return devices.size() > 1 ? devices : std::vector{MatchGripper(devices, "")};
+        return devices.empty() ? std::vector{daemon.FindGripper("")} : devices;
     }
 
     bool csv = false;

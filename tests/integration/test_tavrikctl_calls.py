@@ -9,8 +9,8 @@ from .harness import ctl
 from .harness.cell import PORTS, SLOWNESS
 from .harness.cell_test_case import main
 from .harness.ctl_test_case import (BAD_ANSWER, GRIPPER, HVA, NOT_POSSIBLE, NO_DAEMON, NO_GRIPPER,
-                                    NO_PROCESS_DATA, REFUSED, USAGE, CtlTestCase, http_server,
-                                    raw_server, xml_answer)
+                                    NO_GRIPPERS, NO_PROCESS_DATA, REFUSED, USAGE, CtlTestCase,
+                                    http_server, raw_server, xml_answer)
 from .harness.methods import METHODS
 
 
@@ -159,10 +159,22 @@ class ServerTest(CtlTestCase):
                                         *command, "--port", port)
 
     def test_a_gripper_that_goes_while_it_is_listed_is_left_out(self):
-        values = {"GetGrippers": GRIPPER, "GetPDINExcerpt": "<int>0</int>",
+        values = {"GetGrippers": iter((GRIPPER, NO_GRIPPERS)), "GetPDINExcerpt": "<int>0</int>",
                   "GetState": "<int>-1</int>"}
         with http_server(200, values) as port:
             self.assertEqual(self.json("list", "--port", port), [])
+
+    def test_a_gripper_is_still_there_after_its_list_was_locked(self):
+        values = {"GetGrippers": GRIPPER, "GetState": "<int>-1</int>",
+                  "GetPDINExcerpt": iter(("<int>0</int>", "<int>65537</int>", "<int>65537</int>"))}
+        with http_server(200, values) as port:
+            row, = self.json("list", "--passive", "--port", port)
+            self.assertEqual((row["gripper"], row["state"]), ("X", 1))
+
+    def test_an_advice_names_the_host(self):
+        with http_server(200, {"GetGrippers": NO_GRIPPERS}) as port:
+            self.expect_failure(NO_GRIPPER, "run 'tavrikctl doctor --host localhost'", "grip",
+                                "--host", "localhost", "--port", port)
 
     def test_a_rest_that_may_be_missing_process_data_is_a_failure(self):
         values = {"GetGrippers": GRIPPER, "Grip": "<int>0</int>", "GetPDINExcerpt": "<int>0</int>",
@@ -207,7 +219,7 @@ class ServerTest(CtlTestCase):
         self.assertIn(HVA, self.ctl("list", environment={"http_proxy": dead, "ALL_PROXY": dead}))
 
     def test_a_daemon_without_grippers_is_not_a_failure(self):
-        with http_server(200, xml_answer("<array><data></data></array>")) as port:
+        with http_server(200, xml_answer(NO_GRIPPERS)) as port:
             self.assertEqual(self.ctl("list", "--port", port),
                              "No grippers found; run 'tavrikctl doctor' to find out why.\n")
 

@@ -58,6 +58,9 @@ void UsbPort::Flush() {
         send(socket.Get(), output.data(), output.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
     if (count > 0) {
         output.erase(0, static_cast<std::size_t>(count));
+    } else if (count == -1 && errno != EAGAIN && errno != EINTR) {
+        connected = false;
+        output.clear();
     }
 }
 

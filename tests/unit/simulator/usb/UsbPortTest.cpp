@@ -66,6 +66,15 @@ TEST_F(UsbPortTest, EndsWithTheKernelsConnection) {
     EXPECT_FALSE(port->IsConnected());
 }
 
+TEST_F(UsbPortTest, EndsIfTheKernelTakesNoReply) {
+    Send(host::OutTransfer(1, 1, "ID?\n"));
+    kernel.Close();
+    EXPECT_EQ(port->Read(), "ID?\n");
+    EXPECT_EQ(port->Read(), "");
+    EXPECT_FALSE(port->IsConnected());
+    EXPECT_FALSE(port->WaitsForRoom());
+}
+
 TEST_F(UsbPortTest, EndsWithAnInvalidMessage) {
     Send(host::Header({9}));
     EXPECT_EQ(port->Read(), "");

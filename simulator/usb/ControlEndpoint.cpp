@@ -24,6 +24,7 @@ constexpr std::uint16_t kSendBreak = 0x2123;
 constexpr std::uint16_t kEndpointHalt = 0;
 constexpr std::uint16_t kTerminalReady = 1;  // DTR
 constexpr std::uint16_t kToHost = 0x80;      // of an endpoint's address
+constexpr std::uint16_t kDataInterface = 1;  // has both bulk endpoints
 constexpr std::size_t kLineCodingLength = 7;
 
 }  // namespace
@@ -70,11 +71,18 @@ std::optional<std::string> ControlEndpoint::AnswerStandard(const Request& reques
             }
             configuration = static_cast<std::uint8_t>(request.value);
             terminalReady = false;
+            ClearHalts();
             return "";
         case kGetConfiguration:
             return std::string(1, static_cast<char>(configuration));
         case kSetInterface:
-            return request.value == 0 ? std::optional<std::string>("") : std::nullopt;
+            if (request.value != 0) {
+                return std::nullopt;
+            }
+            if (request.index == kDataInterface) {
+                ClearHalts();
+            }
+            return "";
         case kGetInterface:
             return std::string(1, '\0');
         case kGetDeviceStatus:
@@ -101,6 +109,12 @@ std::optional<std::string> ControlEndpoint::ClearHalt(std::uint16_t endpoint) {
         faults.haltedOut = false;
     }
     return "";
+}
+
+/// As a device does when its host chooses a configuration or a setting of the data interface.
+void ControlEndpoint::ClearHalts() {
+    faults.haltedIn = false;
+    faults.haltedOut = false;
 }
 
 std::optional<std::string> ControlEndpoint::AnswerClass(const Request& request,

@@ -32,6 +32,7 @@ private:
     std::optional<std::string> AnswerStandard(const Request& request);
     std::optional<std::string> AnswerClass(const Request& request, std::string_view data);
     std::optional<std::string> ClearHalt(std::uint16_t endpoint);
+    void ClearHalts();
 
     UsbFaults& faults;
     UsbTexts texts;

@@ -72,6 +72,23 @@ TEST_F(ControlEndpointTest, ClearsTheHaltOfOneEndpoint) {
     EXPECT_FALSE(faults.haltedOut);
 }
 
+TEST_F(ControlEndpointTest, ClearsHaltsWhenConfigured) {
+    const auto halt = [this] { faults.haltedIn = faults.haltedOut = true; };
+    halt();
+    EXPECT_EQ(Ask({1, 11, 0, 0, 0, 0, 0, 0}), "") << "the interface without bulk endpoints";
+    EXPECT_EQ(Ask({1, 11, 1, 0, 1, 0, 0, 0}), std::nullopt);
+    EXPECT_EQ(Ask({0, 9, 2, 0, 0, 0, 0, 0}), std::nullopt);
+    EXPECT_TRUE(faults.haltedIn);
+    EXPECT_TRUE(faults.haltedOut);
+    EXPECT_EQ(Ask({1, 11, 0, 0, 1, 0, 0, 0}), "");
+    EXPECT_FALSE(faults.haltedIn);
+    EXPECT_FALSE(faults.haltedOut);
+    halt();
+    EXPECT_EQ(Ask({0, 9, 1, 0, 0, 0, 0, 0}), "");
+    EXPECT_FALSE(faults.haltedIn);
+    EXPECT_FALSE(faults.haltedOut);
+}
+
 TEST_F(ControlEndpointTest, RefusesWhatItDoesNotKnow) {
     EXPECT_EQ(Ask({0x80, 6, 0, 6, 0, 0, 10, 0}), std::nullopt) << "high speed";
     EXPECT_EQ(Ask({0, 3, 1, 0, 0, 0, 0, 0}), std::nullopt) << "wake-up";

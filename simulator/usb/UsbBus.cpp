@@ -31,21 +31,27 @@ namespace {
 constexpr const char* kDevices = "/sys/bus/usb/devices";
 constexpr std::chrono::seconds kPatience{5};
 
-/// @return false if there is no such module
-bool LoadModule() {
-    std::array<char*, 4> arguments{const_cast<char*>("modprobe"), const_cast<char*>("-q"),
+/// Tries to load the kernel's module. By its whole path, as "su" leaves /sbin out of PATH.
+void LoadModule() {
+    std::array<char*, 4> arguments{const_cast<char*>("/sbin/modprobe"), const_cast<char*>("-q"),
                                    const_cast<char*>("vhci-hcd"), nullptr};
     pid_t child = 0;
-    int status = 0;
-    return posix_spawnp(&child, arguments[0], nullptr, nullptr, arguments.data(), environ) == 0 &&
-           waitpid(child, &status, 0) == child && status == 0;
+    if (posix_spawn(&child, arguments[0], nullptr, nullptr, arguments.data(), environ) == 0) {
+        waitpid(child, nullptr, 0);
+    }
 }
 
-void WaitUntil(const std::function<bool()>& isDone) {
+/// @return false if it was not so in time
+bool WaitUntil(const std::function<bool()>& isDone) {
     constexpr std::chrono::milliseconds kPause{2};
-    for (const TimePoint end = Clock::now() + kPatience; !isDone() && Clock::now() < end;) {
+    const TimePoint end = Clock::now() + kPatience;
+    while (!isDone()) {
+        if (Clock::now() >= end) {
+            return false;
+        }
         std::this_thread::sleep_for(kPause);
     }
+    return true;
 }
 
 }  // namespace
@@ -56,7 +62,10 @@ UsbBus::UsbBus(Printer print) : print(std::move(print)) {
             "--usb needs root and the kernel module vhci-hcd: run \"modprobe vhci-hcd\" and "
             "pellix-sim as root");
     }
-    if (!ports.ArePresent() && (!LoadModule() || !ports.ArePresent())) {
+    if (!ports.ArePresent()) {
+        LoadModule();
+    }
+    if (!ports.ArePresent()) {
         throw std::runtime_error(
             "--usb: this kernel has no module vhci-hcd: install the package linux-image-amd64 and "
             "boot it (containers and cloud kernels have no such module), or start the daemon in a "
@@ -130,10 +139,14 @@ void UsbBus::PrepareHangUp(std::size_t number, bool reported) {
 
 void UsbBus::Detach(std::size_t number) {
     Place& place = places[number];
-    WaitUntil([this, &place] {
+    const bool removed = WaitUntil([this, &place] {
         return (place.device.empty() || !fs::exists(fs::path(kDevices) / place.device)) &&
                ports.IsFree(place.port.value_or(0));
     });
+    if (!removed) {
+        throw std::runtime_error(
+            "the kernel has not removed the device within 5 s: unplug it again");
+    }
 }
 
 void UsbBus::SendEvent(std::size_t /*number*/, const std::string& /*action*/) {

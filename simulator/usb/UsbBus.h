@@ -25,7 +25,8 @@ public:
     void Attach(std::size_t number) override;
     void PrepareHangUp(std::size_t number, bool reported) override;
 
-    /// Waits until the device has left sysfs, at most 5 s.
+    /// Waits until the device has left sysfs.
+    /// @throws std::runtime_error if it has not within 5 s
     void Detach(std::size_t number) override;
     void SendEvent(std::size_t number, const std::string& action) override;
 

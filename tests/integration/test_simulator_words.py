@@ -2,13 +2,19 @@
 
 import os
 import pathlib
+import shutil
 import subprocess
+import tempfile
+import unittest
 
 from .harness.cell import SLOWNESS, wait_until
 from .harness.cell_test_case import main
 from .harness.ctl_test_case import CtlTestCase
+from .harness.doctor_test_case import AS_NOBODY
 
 FOLDER = pathlib.Path(__file__).resolve().parents[1] / "data"
+CONTROLLER = pathlib.Path("/sys/devices/platform/vhci_hcd.0")
+MODULES = pathlib.Path("/lib/modules") / os.uname().release
 
 
 class CommandsTest(CtlTestCase):
@@ -93,6 +99,31 @@ class RefusalTest(CtlTestCase):
                                 ("/etc/passwd", "Permission denied")):
             with self.subTest(command=command):
                 self.expect(127, f"error: cannot run {command}: {reason}", "--", command)
+
+    def expect_no_usb(self, text, *command):
+        result = subprocess.run([*command, "--usb", "--gripper", "HVA"], text=True,
+                                stdin=subprocess.DEVNULL, capture_output=True,
+                                timeout=60 * SLOWNESS)
+        self.assertEqual(result.returncode, 1)
+        # A program that measures coverage may add that it cannot write its counts.
+        self.assertIn(f"pellix-sim: error: {text}", result.stderr.splitlines())
+
+    def test_usb_without_root(self):
+        with tempfile.TemporaryDirectory() as folder:  # others may not see the build
+            os.chmod(folder, 0o755)
+            simulator = shutil.copy(os.environ["TAVRIK_SIMULATOR"], folder)
+            self.expect_no_usb('--usb needs root and the kernel module vhci-hcd: run "modprobe '
+                               'vhci-hcd" and pellix-sim as root',
+                               *(AS_NOBODY if os.geteuid() == 0 else ()), simulator)
+
+    @unittest.skipIf(os.geteuid() != 0, "needs root")
+    @unittest.skipIf(CONTROLLER.exists() or any(MODULES.rglob("vhci-hcd.ko*")),
+                     "the kernel has vhci-hcd")
+    def test_usb_without_the_kernels_module(self):
+        self.expect_no_usb("--usb: this kernel has no module vhci-hcd: install the package "
+                           "linux-image-amd64 and boot it (containers and cloud kernels have no "
+                           "such module), or start the daemon in a cell without --usb: pellix-sim "
+                           "--gripper HVA -- TavrikDaemon", os.environ["TAVRIK_SIMULATOR"])
 
 
 class ReplayTest(CtlTestCase):

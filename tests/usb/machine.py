@@ -15,6 +15,7 @@ UNIT = "tavrikdaemon.service"
 MASTERS_OF_BOOT = ("masters-at-boot.service", "pellix-sim-cell.service")
 PATIENCE = 60.0  # seconds until an awaited condition counts as missing
 ACM_MAJOR = 166
+LATE_UDEVD = pathlib.Path("/etc/late-udevd")  # see late-udevd.rules
 
 figures = []  # lines about what was measured
 

@@ -4,9 +4,7 @@ which starts at the same time as the service."""
 import pathlib
 
 from . import machine
-from .machine import PATIENCE, MachineTestCase, Service, call, wait_until
-
-LATE = pathlib.Path("/etc/late-udevd")  # see late-udevd.rules
+from .machine import LATE_UDEVD, PATIENCE, MachineTestCase, Service, call, wait_until
 
 
 class BootTest(MachineTestCase):
@@ -14,17 +12,13 @@ class BootTest(MachineTestCase):
 
     @classmethod
     def tearDownClass(cls):
-        """The next boot differs."""
-        if LATE.exists():
-            LATE.unlink()
-        else:
-            LATE.touch()
+        LATE_UDEVD.unlink(missing_ok=True)
 
     def test_every_master_is_found(self):
         wait_until(lambda: machine.grippers() == self.GRIPPERS, "all grippers", 2 * PATIENCE)
         uptime = float(pathlib.Path("/proc/uptime").read_text().split()[0])
         attached = "before udevd runs" if self.are_attached_first() else "while the service starts"
-        late = ", which udevd gives to the service late" if LATE.exists() else ""
+        late = ", which udevd gives to the service late" if LATE_UDEVD.exists() else ""
         machine.figure(f"boot with masters attached {attached}{late}: {len(self.GRIPPERS)} of "
                        f"{len(self.GRIPPERS)} grippers listed {uptime:.1f} s after the kernel's "
                        "start")
@@ -32,7 +26,7 @@ class BootTest(MachineTestCase):
         self.assertEqual(call("GetGripperInterface", "HVA SN:100001"), 0)
         for node in machine.masters():
             self.assertEqual(pathlib.Path(node).group(), "tavrik")
-        if self.are_attached_first() and LATE.exists():
+        if self.are_attached_first() and LATE_UDEVD.exists():
             self.assertIn("Open call failed", Service.log())
 
     @staticmethod

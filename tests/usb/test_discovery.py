@@ -1,5 +1,6 @@
 """Masters that are plugged in, unplugged, moved and exchanged."""
 
+import concurrent.futures
 import os
 import pathlib
 import re
@@ -126,8 +127,8 @@ class ReplugTest(UsbTestCase):
                 answers[answer] = answers.get(answer, 0) + 1
                 stopped.wait(0.1)
 
-        caller = threading.Thread(target=call_the_other)
-        caller.start()
+        executor = concurrent.futures.ThreadPoolExecutor(1)
+        caller = executor.submit(call_the_other)
         gone, listed = [], []
         try:
             for _ in range(self.CYCLES):
@@ -142,7 +143,8 @@ class ReplugTest(UsbTestCase):
                 listed.append(time.monotonic() - begin)
         finally:
             stopped.set()
-            caller.join()
+            executor.shutdown()
+        self.assertIsNone(caller.exception())
         self.assertLess(max(gone), 1)
         self.assertLess(max(listed), 5.5)  # seconds; as long as a silent master delays the others
         machine.figure(f"{len(listed)} cycles: slowest plug to listed {max(listed):.2f} s, slowest "

@@ -141,8 +141,7 @@ class DoctorTest(UsbTestCase):
         self.simulator.command("stall 0 on")
         self.addCleanup(Service.control, "restart")
         self.addCleanup(self.simulator.command, "stall 0 off")
-        while call("SetForce", hva(0), 0, 40) != 12:
-            pass
+        wait_until(lambda: call("SetForce", hva(0), 0, 40) == 12, "a refused write")
         run("systemctl", "stop", "--no-block", UNIT)
         wait_until(lambda: Service.property("ActiveState") == "deactivating", "a stop")
         self.expect("wrong", "service", "is being stopped")

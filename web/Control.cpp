@@ -98,6 +98,11 @@ bool Control::IsHeldBy(std::string_view token) {
     return isHolder;
 }
 
+bool Control::IsStillHeldBy(std::string_view token) {
+    const std::lock_guard lock(mutex);
+    return IsHeldLocked() && IsSame(token, holder);
+}
+
 void Control::Release(std::string_view token) {
     const std::lock_guard lock(mutex);
     if (IsHeldLocked() && IsSame(token, holder)) {

@@ -39,6 +39,9 @@ public:
     /// Whether `token` is the holder's; counts as its sign of life.
     bool IsHeldBy(std::string_view token);
 
+    /// The same, but no sign of life: for what was asked for a while ago.
+    bool IsStillHeldBy(std::string_view token);
+
     /// Gives control back.
     void Release(std::string_view token);
 

@@ -110,13 +110,19 @@ ordered_json ComparePageSettings(const Gripper& gripper, const GripperSettings& 
 }
 
 ordered_json RestorePageSettings(const Gripper& gripper, const GripperSettings& wanted,
-                                 const std::string& name,
+                                 const std::string& name, const std::function<void()>& check,
                                  const std::function<void(const std::string&)>& log) {
     SettingsTransfer transfer(gripper);
     const GripperSettings found = transfer.Read(IgnoreProgress);
     found.ExpectSameModel(wanted, name);
+    const auto checkNext = [&](double part) {
+        if (part < 1) {  // of the writes: another one follows
+            check();
+        }
+    };
+    check();
     try {
-        transfer.Write(found, Differences(found, wanted), IgnoreProgress);
+        transfer.Write(found, Differences(found, wanted), checkNext);
     } catch (const Failure&) {
         LogSteps(transfer, log);
         throw;

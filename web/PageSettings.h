@@ -22,10 +22,12 @@ nlohmann::ordered_json ComparePageSettings(const Gripper& gripper, const Gripper
                                            const std::string& name);
 
 /// Writes what differs and reads everything back.
+/// @param check called before each write; what it throws ends the writing
 /// @param log called with each change and its result
 /// @return as ComparePageSettings(), with what still differs
 nlohmann::ordered_json RestorePageSettings(const Gripper& gripper, const GripperSettings& wanted,
                                            const std::string& name,
+                                           const std::function<void()>& check,
                                            const std::function<void(const std::string&)>& log);
 
 }  // namespace tavrik

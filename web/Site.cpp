@@ -85,6 +85,7 @@ Site::Site(const SiteOptions& options)
       poller(
           options.daemon, [this] { return hub.Count(); },
           [this](const Cell& cell, bool isNew) { Publish(cell, isNew); }),
+      driveOffs(options.daemon),
       motions(options.daemon),
       readings(options.daemon),
       log(options.log) {}
@@ -225,50 +226,80 @@ void Site::RunCommand(const HttpRequest& request, const json& body, const Reply&
         return;
     }
     const PageCommand command(body);
-    const bool isTaken = motions.Do([this, command, peer = request.peer, reply](Daemon& daemon) {
-        reply(Execute(command, peer, daemon));
-    });
+    if (command.IsDisable()) {
+        motions.Drop(command.Device());  // none may run after it
+    }
+    Worker& worker = command.IsDisable() ? driveOffs : motions;
+    const Sender sender{request.peer, *request.Header(kTokenHeader)};
+    const bool isTaken = worker.Do(
+        [this, command, sender, reply](Daemon& daemon, const std::stop_token& dropped) {
+            reply(Execute(command, sender, daemon, dropped));
+        },
+        command.Device());
     if (!isTaken) {
         reply(Outcome(false, "too many commands are waiting", kUnavailable));
     }
 }
 
-HttpResponse Site::Execute(const PageCommand& command, const std::string& peer, Daemon& daemon) {
+HttpResponse Site::Execute(const PageCommand& command, const Sender& sender, Daemon& daemon,
+                           const std::stop_token& dropped) {
     const Gripper gripper(daemon, command.Device());
-    auto before = Clock::now();
     std::string result;
-    int status = -1;
+    bool isDone = false;
     try {
-        if (!command.IsDisable()) {  // nothing may delay the drive off
+        if (!command.IsDisable()) {  // nothing may delay or refuse the drive off
             daemon.FindGripper(command.Device(), true);
+            ExpectControl(sender);
+            if (dropped.stop_requested()) {
+                throw Failure(ExitStatus::NotSent, "not sent: the drive was switched off");
+            }
         }
-        before = Clock::now();
-        status = command.Run(gripper);
-        statistics.Add(command.Device(), status, Clock::now() - before);
+        const int status = Send(command, gripper);
         result = status == 0 ? "done" : gripper.StatusText(status, command.Method());
         if (status == 0) {
             command.Confirm(gripper);
+            isDone = true;
         }
     } catch (const std::exception& failure) {  // also what the XML-RPC library throws
-        if (status < 0) {
-            statistics.Add(command.Device(), status, Clock::now() - before);
-        }
-        status = -1;
         result = failure.what();
     }
-    LogLine() << "Command from " << peer << " to '" << gripper.Name() << "': " << command.Text()
-              << ": " << Printable(result);
-    return Outcome(status == 0, command.Text() + ": " + result);
+    LogLine() << "Command from " << sender.peer << " to '" << gripper.Name()
+              << "': " << command.Text() << ": " << Printable(result);
+    return Outcome(isDone, command.Text() + ": " + result);
+}
+
+/// Runs the command and counts it.
+int Site::Send(const PageCommand& command, const Gripper& gripper) {
+    const auto before = Clock::now();
+    const auto count = [&](int status) {
+        statistics.Add(command.Device(), status, Clock::now() - before);
+    };
+    try {
+        const int status = command.Run(gripper);
+        count(status);
+        return status;
+    } catch (...) {
+        count(-1);
+        throw;
+    }
+}
+
+/// For what has waited since it was asked for.
+/// @throws Failure (NotSent)
+void Site::ExpectControl(const Sender& sender) {
+    if (!control.IsStillHeldBy(sender.token)) {
+        throw Failure(ExitStatus::NotSent, "you do not have control any more");
+    }
 }
 
 /// Has a job of seconds done.
 void Site::DoForGripper(const json& body, const Reply& reply,
                         std::function<ordered_json(const Gripper&)> job) {
-    const bool isTaken = readings.Do(
-        [name = MemberText(body, "gripper"), job = std::move(job), reply](Daemon& daemon) {
-            reply(CatchFailure(
-                [&] { return Answer(job(Gripper(daemon, daemon.FindGripper(name, true)))); }));
-        });
+    const bool isTaken = readings.Do([name = MemberText(body, "gripper"), job = std::move(job),
+                                      reply](Daemon& daemon, const std::stop_token& /*dropped*/) {
+        reply(CatchFailure(
+            [&] { return Answer(job(Gripper(daemon, daemon.FindGripper(name, true)))); }));
+    });
     if (!isTaken) {
         reply(Outcome(false, "too many requests are waiting", kUnavailable));
     }
@@ -292,14 +323,16 @@ void Site::RestoreSettings(const HttpRequest& request, const json& body, const R
         return;
     }
     const auto wanted = ParseSettingsFile(MemberText(body, "file"), MemberText(body, "name"));
-    DoForGripper(
-        body, reply,
-        [wanted, name = MemberText(body, "name"), peer = request.peer](const Gripper& gripper) {
-            return RestorePageSettings(gripper, wanted, name, [&](const std::string& change) {
-                LogLine() << "Command from " << peer << " to '" << gripper.Name() << "': restore "
-                          << Printable(change);
-            });
-        });
+    const Sender sender{request.peer, *request.Header(kTokenHeader)};
+    DoForGripper(body, reply,
+                 [this, wanted, name = MemberText(body, "name"), sender](const Gripper& gripper) {
+                     const auto log = [&](const std::string& change) {
+                         LogLine() << "Command from " << sender.peer << " to '" << gripper.Name()
+                                   << "': restore " << Printable(change);
+                     };
+                     return RestorePageSettings(
+                         gripper, wanted, name, [&] { ExpectControl(sender); }, log);
+                 });
 }
 
 void Site::ReadLog(const HttpRequest& /*request*/, const json& body, const Reply& reply) {
@@ -311,13 +344,14 @@ void Site::ReadLog(const HttpRequest& /*request*/, const json& body, const Reply
 }
 
 void Site::Diagnose(const HttpRequest& /*request*/, const json& /*body*/, const Reply& reply) {
-    const bool isTaken = readings.Do([this, reply](Daemon& /*daemon*/) {
-        reply(CatchFailure([this] {
-            Doctor doctor(daemon);
-            doctor.Examine();
-            return Answer({{"ok", true}, {"findings", FindingsJson(doctor.Result())}});
-        }));
-    });
+    const bool isTaken =
+        readings.Do([this, reply](Daemon& /*daemon*/, const std::stop_token& /*dropped*/) {
+            reply(CatchFailure([this] {
+                Doctor doctor(daemon);
+                doctor.Examine();
+                return Answer({{"ok", true}, {"findings", FindingsJson(doctor.Result())}});
+            }));
+        });
     if (!isTaken) {
         reply(Outcome(false, "too many requests are waiting", kUnavailable));
     }

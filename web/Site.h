@@ -6,6 +6,7 @@
 #include <mutex>
 #include <nlohmann/json_fwd.hpp>
 #include <optional>
+#include <stop_token>
 #include <string>
 #include <vector>
 
@@ -48,6 +49,12 @@ private:
     using Action = void (Site::*)(const HttpRequest& request, const nlohmann::json& body,
                                   const Reply& reply);
 
+    /// Who has asked for a command.
+    struct Sender {
+        std::string peer;
+        std::string token;
+    };
+
     HttpResponse Get(const HttpRequest& request);
     void Post(const HttpRequest& request, const Reply& reply);
 
@@ -66,7 +73,10 @@ private:
 
     void DoForGripper(const nlohmann::json& body, const Reply& reply,
                       std::function<nlohmann::ordered_json(const Gripper&)> job);
-    HttpResponse Execute(const PageCommand& command, const std::string& peer, Daemon& daemon);
+    HttpResponse Execute(const PageCommand& command, const Sender& sender, Daemon& daemon,
+                         const std::stop_token& dropped);
+    int Send(const PageCommand& command, const Gripper& gripper);
+    void ExpectControl(const Sender& sender);
     bool HasControl(const HttpRequest& request);
     EventText CellEvent(const Cell& cell);
     void Publish(const Cell& cell, bool isNew);
@@ -86,8 +96,9 @@ private:
     std::string lastControl;                    // the poller's thread alone, like the next one
     std::chrono::steady_clock::time_point nextCellEvent{};
     Poller poller;
-    Worker motions;   // short, so that no motion waits for the others
-    Worker readings;  // settings and the doctor
+    Worker driveOffs;  // so that no drive off waits for a motion
+    Worker motions;    // short, so that no motion waits for the others
+    Worker readings;   // settings and the doctor
     LogFeed log;
 };
 

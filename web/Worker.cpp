@@ -11,14 +11,23 @@ Worker::~Worker() {
     thread.join();
 }
 
-bool Worker::Do(Job job) {
+bool Worker::Do(Job job, const std::string& subject) {
     const std::lock_guard lock(mutex);
-    if (jobs.size() >= kMostWaiting) {
+    if (jobs.size() > kMostWaiting) {
         return false;
     }
-    jobs.push_back(std::move(job));
+    jobs.push_back({std::move(job), subject});
     changed.notify_all();
     return true;
+}
+
+void Worker::Drop(const std::string& subject) {
+    const std::lock_guard lock(mutex);
+    for (Entry& entry : jobs) {
+        if (entry.subject == subject) {
+            entry.dropped.request_stop();
+        }
+    }
 }
 
 void Worker::Run() {
@@ -28,11 +37,14 @@ void Worker::Run() {
         if (stop.stop_requested()) {
             return;
         }
-        const Job job = std::move(jobs.front());
-        jobs.pop_front();
+        const Entry& entry = jobs.front();  // stays where it is when others come
         lock.unlock();
-        Daemon daemon(endpoint, stop.get_token());
-        job(daemon);
+        {
+            Daemon daemon(endpoint, stop.get_token());
+            entry.job(daemon, entry.dropped.get_token());
+        }
+        lock.lock();
+        jobs.pop_front();
     }
 }
 

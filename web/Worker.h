@@ -6,6 +6,7 @@
 #include <functional>
 #include <mutex>
 #include <stop_token>
+#include <string>
 #include <thread>
 
 #include "client/Daemon.h"
@@ -16,7 +17,8 @@ namespace tavrik {
 /// other, on a thread of its own. Its connection to the daemon exists only during a job.
 class Worker {
 public:
-    using Job = std::function<void(Daemon&)>;
+    /// @param dropped whether Drop() was called for it
+    using Job = std::function<void(Daemon&, const std::stop_token& dropped)>;
 
     explicit Worker(const Endpoint& endpoint);
 
@@ -26,10 +28,21 @@ public:
     Worker& operator=(const Worker&) = delete;
 
     /// Any thread may call.
+    /// @param subject for Drop()
     /// @return false when too many jobs are waiting
-    bool Do(Job job);
+    bool Do(Job job, const std::string& subject = "");
+
+    /// Tells the jobs of a subject that they are not wanted any more: those that wait and the one
+    /// that is running. Any thread may call.
+    void Drop(const std::string& subject);
 
 private:
+    struct Entry {
+        Job job;
+        std::string subject;
+        std::stop_source dropped = {};
+    };
+
     void Run();
 
     static constexpr std::size_t kMostWaiting = 32;
@@ -38,8 +51,8 @@ private:
     std::stop_source stop;
     std::mutex mutex;  // guards `jobs`
     std::condition_variable_any changed;
-    std::deque<Job> jobs;
-    std::thread thread;  // last: uses all others
+    std::deque<Entry> jobs;  // the first one stays while it is running
+    std::thread thread;      // last: uses all others
 };
 
 }  // namespace tavrik

@@ -93,7 +93,7 @@ def send(data):
         return Answer(receive_all(connection))
 
 
-def request(method, path, headers=None, body=b"", drop=()):
+def compose(method, path, headers=None, body=b"", drop=()):
     """A request as the page makes it, with `headers` changed and those in `drop` left out."""
     own = {"Host": f"127.0.0.1:{PORT}", "Connection": "close"}
     if method == "POST":
@@ -101,7 +101,11 @@ def request(method, path, headers=None, body=b"", drop=()):
                 "Content-Length": str(len(body))}
     lines = [f"{name}: {value}" for name, value in (own | (headers or {})).items()
              if name not in drop]
-    return send("\r\n".join([f"{method} {path} HTTP/1.1", *lines, "", ""]).encode() + body)
+    return "\r\n".join([f"{method} {path} HTTP/1.1", *lines, "", ""]).encode() + body
+
+
+def request(method, path, **changes):
+    return send(compose(method, path, **changes))
 
 
 def get(path, **changes):

@@ -123,7 +123,7 @@ ordered_json RestorePageSettings(const Gripper& gripper, const GripperSettings& 
     check();
     try {
         transfer.Write(found, Differences(found, wanted), checkNext);
-    } catch (const Failure&) {
+    } catch (...) {  // also what the XML-RPC library throws
         LogSteps(transfer, log);
         throw;
     }

@@ -268,11 +268,14 @@ HttpResponse Site::Execute(const PageCommand& command, const Sender& sender, Dae
     return Outcome(isDone, command.Text() + ": " + result);
 }
 
-/// Runs the command and counts it.
+/// Runs the command and counts it, but only for a gripper that was listed: the name is the page's.
 int Site::Send(const PageCommand& command, const Gripper& gripper) {
     const auto before = Clock::now();
     const auto count = [&](int status) {
-        statistics.Add(command.Device(), status, Clock::now() - before);
+        const auto time = Clock::now() - before;
+        if (poller.Latest().Find(command.Device()) != nullptr) {
+            statistics.Add(command.Device(), status, time);
+        }
     };
     try {
         const int status = command.Run(gripper);

@@ -86,6 +86,15 @@ class TwoNamesTest(WebTestCase):
         subprocess.run(["promtool", "check", "metrics"], input=text, text=True, check=True,
                        timeout=PATIENCE)
 
+    def test_a_command_that_is_not_sent_is_not_counted(self):
+        device = self.call("GetGrippers")[0]
+        wait_until(lambda: of("timeouts_total", device) is not None)
+        answer = post("/api/command", {"gripper": device, "command": "grip", "set": 0},
+                      self.take_control())
+        self.assertFalse(answer.json()["ok"])
+        self.assertEqual((of("timeouts_total", device), of("call_duration_seconds_count", device)),
+                         (0, 0))
+
 
 class ManyGrippersTest(WebTestCase):
     options = 32 * ("--gripper", "MZD-L")

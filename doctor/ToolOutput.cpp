@@ -39,7 +39,7 @@ std::string Read(int descriptor, Clock::time_point deadline) {
 
 }  // namespace
 
-StartedTool StartTool(std::vector<std::string> command, bool withErrors) {
+StartedTool StartTool(std::vector<std::string> command, ToolErrors errors) {
     std::vector<char*> arguments;
     arguments.reserve(command.size() + 1);
     for (std::string& word : command) {
@@ -58,8 +58,10 @@ StartedTool StartTool(std::vector<std::string> command, bool withErrors) {
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
     posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
-    if (withErrors) {
+    if (errors == ToolErrors::Merged) {
         posix_spawn_file_actions_adddup2(&actions, ends[1], STDERR_FILENO);
+    } else if (errors == ToolErrors::Dropped) {
+        posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
     }
     posix_spawnattr_t attributes;
     posix_spawnattr_init(&attributes);
@@ -80,11 +82,12 @@ StartedTool StartTool(std::vector<std::string> command, bool withErrors) {
     return {process, ends[0]};
 }
 
-ToolOutput RunTool(std::vector<std::string> command, std::chrono::seconds limit) {
+ToolOutput RunTool(std::vector<std::string> command, std::chrono::seconds limit,
+                   ToolErrors errors) {
     command.insert(command.begin(), {"timeout", "--kill-after=1", std::to_string(limit.count())});
     try {
         constexpr std::chrono::seconds kEnding(1);  // for a tool that was ended
-        const auto [process, output] = StartTool(std::move(command), true);
+        const auto [process, output] = StartTool(std::move(command), errors);
         const std::string text = Read(output, Clock::now() + limit + kEnding);
         close(output);
         int status = 0;

@@ -8,9 +8,16 @@
 
 namespace tavrik {
 
+/// What becomes of a tool's standard error.
+enum class ToolErrors {
+    Shown,   ///< goes where that of this program goes
+    Merged,  ///< goes to the tool's standard output
+    Dropped,
+};
+
 struct ToolOutput {
     bool succeeded;
-    std::string text;  ///< standard output and standard error
+    std::string text;  ///< standard output, and standard error if merged
 };
 
 struct StartedTool {
@@ -19,13 +26,13 @@ struct StartedTool {
 };
 
 /// Starts a program of the system, without a shell; its standard input is empty.
-/// @param withErrors whether its standard error goes to `output`, too
 /// @throws Failure (Failed)
-StartedTool StartTool(std::vector<std::string> command, bool withErrors);
+StartedTool StartTool(std::vector<std::string> command, ToolErrors errors);
 
 /// Runs a program of the system to its end, without a shell; what takes longer than `limit` is
 /// ended.
 ToolOutput RunTool(std::vector<std::string> command,
-                   std::chrono::seconds limit = std::chrono::seconds(10));
+                   std::chrono::seconds limit = std::chrono::seconds(10),
+                   ToolErrors errors = ToolErrors::Merged);
 
 }  // namespace tavrik

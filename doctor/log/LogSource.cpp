@@ -15,7 +15,6 @@
 
 #include "client/Failure.h"
 #include "doctor/Service.h"
-#include "doctor/ToolOutput.h"
 
 namespace tavrik {
 
@@ -177,9 +176,9 @@ std::unique_ptr<LogSource> OpenLogFile(const std::string& path, bool isFollowed)
     return std::make_unique<LogFile>(path, descriptor, isFollowed && path != "-");
 }
 
-std::unique_ptr<LogSource> OpenJournal(const std::vector<std::string>& options) {
+std::unique_ptr<LogSource> OpenJournal(const std::vector<std::string>& options, ToolErrors errors) {
     try {
-        const auto [reader, output] = StartTool(JournalCommand(options), false);
+        const auto [reader, output] = StartTool(JournalCommand(options), errors);
         return std::make_unique<Journal>(reader, output);
     } catch (const Failure& failure) {
         throw Failure(failure.Status(), std::string(failure.what()) + "; name the log's file");
@@ -195,7 +194,7 @@ std::vector<std::string> ReadJournalBefore(std::chrono::seconds time) {
     const ToolOutput output =
         RunTool(JournalCommand({"--until=@" + std::to_string(time.count()), "--reverse",
                                 "--lines=2000", "--case-sensitive=true", kWanted}),
-                kPatience);
+                kPatience, ToolErrors::Dropped);
     std::istringstream text(output.text);
     std::vector<std::string> lines;
     for (std::string line; std::getline(text, line);) {

@@ -10,6 +10,8 @@
 #include <string_view>
 #include <vector>
 
+#include "doctor/ToolOutput.h"
+
 namespace tavrik {
 
 /// A log that is read line by line, with constant memory. Of a line of more than 64 KiB, the rest
@@ -62,8 +64,10 @@ std::unique_ptr<LogSource> OpenLogFile(const std::string& path, bool isFollowed)
 
 /// The lines of the daemon's service in the journal, as journalctl prints them, with microseconds.
 /// @param options for journalctl
+/// @param errors what becomes of those of journalctl
 /// @throws Failure (Failed)
-std::unique_ptr<LogSource> OpenJournal(const std::vector<std::string>& options);
+std::unique_ptr<LogSource> OpenJournal(const std::vector<std::string>& options,
+                                       ToolErrors errors = ToolErrors::Shown);
 
 /// The lines of the journal before `time`, since 1970, that tell masters and threads apart, oldest
 /// first; the last ones, if there are many.

@@ -107,6 +107,17 @@ class JournalTest(WebTestCase):
         new.chmod(0o755)
         new.rename(tool)
 
+    def test_an_error_of_the_journal_is_no_line_of_it(self):
+        self.set_journal("echo No journal files were opened due to insufficient permissions. >&2\n"
+                         "exit 1")
+        asked = pathlib.Path(self.folder, "asked")
+        before = len(asked.read_text()) if asked.exists() else 0
+        # Begun twice, so that what the reading before has found is gone.
+        wait_until(lambda: read_log() and asked.exists() and
+                   asked.read_text()[before:].count("--follow") > 1)
+        log = wait_until(lambda: (log := read_log())["trouble"] and log)
+        self.assertIn("no line of TavrikDaemon", log["trouble"])
+
     def test_what_may_not_be_read_is_told_and_comes_as_soon_as_it_may(self):
         log = wait_until(lambda: (log := read_log())["trouble"] and log)
         self.assertIn("no line of TavrikDaemon: add its user to the group systemd-journal",

@@ -14,6 +14,13 @@ TEST(ToolOutputTest, OutputErrorsAndStatusAreCaptured) {
     EXPECT_FALSE(RunTool({"false"}).succeeded);
 }
 
+TEST(ToolOutputTest, ErrorsCanBeDropped) {
+    const ToolOutput done = RunTool({"sh", "-c", "echo one; echo two >&2; exit 1"},
+                                    std::chrono::seconds(10), ToolErrors::Dropped);
+    EXPECT_FALSE(done.succeeded);
+    EXPECT_EQ(done.text, "one\n");
+}
+
 TEST(ToolOutputTest, AMissingToolIsAFailure) {
     EXPECT_FALSE(RunTool({"no-such-tool"}).succeeded);
 }

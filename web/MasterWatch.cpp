@@ -1,5 +1,6 @@
 #include "web/MasterWatch.h"
 
+#include <algorithm>
 #include <exception>
 
 #include "client/Gripper.h"
@@ -13,6 +14,7 @@ using Clock = std::chrono::steady_clock;
 constexpr std::chrono::milliseconds kPause(500);  // the daemon logs nine lines for each request
 constexpr std::chrono::milliseconds kRest(500);   // without a change; before, the data is live
 constexpr std::chrono::seconds kForgotten(3);     // a gripper that is not read any more
+constexpr std::chrono::milliseconds kSilentPeriod(1000);  // a late answer is no silence
 
 }  // namespace
 
@@ -64,8 +66,10 @@ std::string MasterWatch::NextDue(TimePoint now) {
     TimePoint oldest = TimePoint::max();
     for (const auto& [name, subject] : subjects) {
         // Without process data, it is known that the values mean nothing.
-        const bool isDue = now - subject.asked >= subject.period &&
-                           now - subject.changed >= kRest && subject.data->certain;
+        const auto period = subject.silence.SilentSince() ? std::min(subject.period, kSilentPeriod)
+                                                          : subject.period;
+        const bool isDue = now - subject.asked >= period && now - subject.changed >= kRest &&
+                           subject.data->certain;
         if (isDue && subject.asked < oldest) {
             oldest = subject.asked;
             device = name;

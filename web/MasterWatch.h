@@ -31,7 +31,7 @@ public:
 
     /// Takes what was read of a gripper. Grippers that are not read are not asked. Any thread may
     /// call.
-    /// @param period how often its master is asked
+    /// @param period how often its master is asked; each second while it is silent
     /// @return since when the data is old, if it is
     std::optional<TimePoint> Check(const std::string& device, const ProcessData& data,
                                    TimePoint time, std::chrono::milliseconds period);

@@ -76,6 +76,14 @@ class MetricsTest(WebTestCase):
             self.assertLess(sorted(times)[5], 0.02 * SLOWNESS)
 
 
+class LateAnswerTest(WebTestCase):
+    def test_a_master_that_answers_again_is_soon_known_to(self):
+        with self.condition("mute 1 on", "mute 1 off"):
+            wait_until(lambda: (of("data_age_seconds", MZD) or 0) > 2)
+        wait_until(lambda: of("data_age_seconds", MZD) is not None and
+                   of("data_age_seconds", MZD) < 1)
+
+
 class TwoNamesTest(WebTestCase):
     options = 2 * ("--gripper", "HVA,serial=7")
 

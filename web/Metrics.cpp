@@ -25,6 +25,12 @@ std::string Escape(const std::string& text) {
     return escaped;
 }
 
+/// Without viewers and scrapes nothing is read, so the first scrape afterwards may find old data.
+bool HasCurrentData(const CellGripper& gripper, CellGripper::TimePoint now) {
+    constexpr std::chrono::seconds kCurrent(5);
+    return gripper.data && now - gripper.readAt <= kCurrent;
+}
+
 std::string CodeText(int code) {
     return code == CallStatistics::kOtherCode ? "other" : std::to_string(code);
 }
@@ -105,7 +111,7 @@ void WriteGauges(Writer& writer, const Cell& cell, CellGripper::TimePoint now) {
         const std::string name = "tavrik_gripper_" + std::string(gauge.name);
         writer.Begin(name, gauge.type, gauge.help);
         for (const CellGripper& gripper : cell.grippers) {
-            if (gripper.data) {
+            if (HasCurrentData(gripper, now)) {
                 writer.Add(name, Label(gripper), gauge.value(gripper));
             }
         }

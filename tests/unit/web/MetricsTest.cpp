@@ -47,6 +47,15 @@ TEST_F(MetricsTest, TellsWhatAGripperReports) {
     }
 }
 
+TEST_F(MetricsTest, LeavesOutValuesThatWereReadLongAgo) {
+    cell.reachable = true;
+    cell.TakeList({"HVA SN:1"});
+    cell.Find("HVA SN:1")->Take(ProcessData(0x48e204), start - std::chrono::hours(1));
+    EXPECT_FALSE(Has(Format(), "tavrik_gripper_position{"));
+    cell.Find("HVA SN:1")->Take(ProcessData(0x48e204), start);
+    EXPECT_TRUE(Has(Format(), "tavrik_gripper_position{"));
+}
+
 TEST_F(MetricsTest, AGoneGripperHasOnlyItsUp) {
     cell.reachable = true;
     cell.TakeList({"A"});

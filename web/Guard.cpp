@@ -54,14 +54,24 @@ Guard::Guard(const std::vector<std::string>& origins) : origins(origins) {
 }
 
 std::vector<std::string> Guard::OriginsOf(const ListenAddress& address) {
-    const std::string port = ":" + std::to_string(address.port);
+    std::vector<std::string> hosts;
     if (address.host == "::1") {
-        return {"http://[::1]" + port, "http://localhost" + port};
+        hosts = {"http://[::1]", "http://localhost"};
+    } else if (address.host == "127.0.0.1" || address.host == "0.0.0.0") {
+        hosts = {"http://127.0.0.1", "http://localhost"};
+    } else if (address.host.starts_with("127.")) {
+        hosts = {"http://" + address.host};
     }
-    if (address.host.starts_with("127.") || address.host == "0.0.0.0") {
-        return {"http://127.0.0.1" + port, "http://localhost" + port};
+    constexpr std::uint16_t kDefaultPort = 80;  // browsers leave it out
+    std::vector<std::string> origins;
+    origins.reserve(2 * hosts.size());
+    for (const std::string& host : hosts) {
+        origins.push_back(host + ":" + std::to_string(address.port));
     }
-    return {};
+    if (address.port == kDefaultPort) {
+        origins.insert(origins.end(), hosts.begin(), hosts.end());
+    }
+    return origins;
 }
 
 std::optional<HttpResponse> Guard::Check(const HttpRequest& head) const {

@@ -32,7 +32,7 @@ ListenAddress ParseListen(const std::string& text) {
         address.host = address.host.substr(1, address.host.size() - 2);
     }
     const auto [end, error] = std::from_chars(port.data(), port.data() + port.size(), address.port);
-    if (address.host.empty() || port.empty() || error != std::errc() ||
+    if (address.host.empty() || address.port == 0 || error != std::errc() ||
         end != port.data() + port.size()) {
         throw Failure(ExitStatus::Usage,
                       "invalid address '" + Printable(text) + "': must be ADDRESS:PORT");

@@ -229,6 +229,7 @@ class OptionsTest(WebTestCase):
     def test_invalid_options_are_refused(self):
         for options, text in ((("--listen", "x"), "ADDRESS:PORT"), (("--listen", ":1"), "ADDRESS:PORT"),
                               (("--listen", "127.0.0.1:99999"), "ADDRESS:PORT"),
+                              (("--listen", "127.0.0.1:0"), "ADDRESS:PORT"),
                               (("--listen", "example:1", "--origin", "http://example:1"), "example:"),
                               (("--listen", f"127.0.0.1:{PORT}"), "in use"),
                               (("--listen", "192.0.2.1:80"), "--origin"),

@@ -114,6 +114,15 @@ TEST_F(GuardTest, ServesNobodyElseUnlessToldSo) {
     EXPECT_FALSE(other.Check(request));
 }
 
+TEST_F(GuardTest, ServesUnderTheAddressItListensOn) {
+    using Origins = std::vector<std::string>;
+    EXPECT_EQ(Guard::OriginsOf({"127.0.0.2", 44280}), Origins{"http://127.0.0.2:44280"});
+    EXPECT_EQ(Guard::OriginsOf({"::1", 1}), (Origins{"http://[::1]:1", "http://localhost:1"}));
+    EXPECT_EQ(Guard::OriginsOf({"127.0.0.1", 80}),
+              (Origins{"http://127.0.0.1:80", "http://localhost:80", "http://127.0.0.1",
+                       "http://localhost"}));
+}
+
 TEST_F(GuardTest, RefusesOriginsThatNoBrowserSends) {
     for (const std::string origin : {"", "cell.example", "ftp://cell", "http://", "https://a/b",
                                      "http://user@a", "http://a b"}) {

@@ -30,11 +30,16 @@ export class Source {
 
   /** The browser retries by itself unless it was answered with an error. */
   async onError() {
-    if (this.events?.readyState !== EventSource.CLOSED) {
+    const { events } = this;
+    if (events?.readyState !== EventSource.CLOSED) {
       this.emit({ type: "lost", reason: "tavrikweb cannot be reached" });
       return;
     }
-    this.emit({ type: "lost", reason: await this.reason() });
+    const reason = await this.reason();
+    if (this.events !== events) {
+      return; // closed or opened again meanwhile
+    }
+    this.emit({ type: "lost", reason });
     this.timer = setTimeout(() => {
       this.events = null;
       this.open();

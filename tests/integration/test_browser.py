@@ -234,6 +234,7 @@ class RestartTest(BrowserTestCase):
         self.cell.stop()
         self.wait_for_text("#banner", "The daemon cannot be reached", SHORT)
         wait_until(lambda: len(self.all(".card.stale")) == 2)
+        self.assertFalse([note.text for note in self.all(".card .note") if note.is_displayed()])
         self.start_cell_again()
         self.wait_for_cards(2)
         wait_until(lambda: not self.all("#banner")[0].is_displayed())

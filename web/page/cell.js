@@ -52,8 +52,8 @@ class Card {
     if (copies > 1) {
       return `${copies} grippers have this name and calls reach only the first: unplug all but one`;
     }
-    if (copies === 0) {
-      return "not listed by the daemon: unplugged?";
+    if (copies === 0) { // without a daemon, the banner says so
+      return this.model.cell.reachable ? "not listed by the daemon: unplugged?" : "";
     }
     if (values?.age > STALE_MS) {
       return "its master does not answer: check its power and cable";

@@ -71,8 +71,8 @@ export class GripperView {
     setText(position, values ? positionText(values.position) : "–");
     setText(state, values ? stateText(values.state) : "–");
     showFlags(flags, values);
-    setText(data, !gripper || gripper.copies === 0 ? "not listed by the daemon"
-      : ageText(this.model.age(this.device)) +
+    const isGone = this.model.cell.reachable && !gripper?.copies;
+    setText(data, isGone ? "not listed by the daemon" : ageText(this.model.age(this.device)) +
         (values?.age > STALE_MS ? ", its master does not answer" : ""));
     this.updateSession(gripper?.session, values);
     this.processData.update(values);

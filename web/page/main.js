@@ -108,7 +108,7 @@ function bannerText() {
 
 function daemonText({ version, daemon, ports, uptime, viewers }) {
   return `TavrikDaemon ${version.split(" ")[0] || "?"} at ${daemon}, ports ${ports.join(" and ")}; ` +
-    `this window has run for ${durationText(uptime)}, browsers: ${viewers}`;
+    `tavrikweb has run for ${durationText(uptime)}, browsers: ${viewers}`;
 }
 
 function update() {

@@ -116,6 +116,7 @@ class GripperViewTest(BrowserTestCase):
             return self.texts(".plot:not(.small) .dygraph-axis-label-x")
         wait_until(lambda: self.all(".plot canvas"))
         self.press("Zoom in")
+        wait_until(self.find("button", "Zoom out").is_enabled)  # it has been drawn then
         shown = wait_until(labels)
         self.press("Earlier")
         wait_until(lambda: labels() and labels() != shown)

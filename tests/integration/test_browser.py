@@ -96,7 +96,7 @@ class GripperViewTest(BrowserTestCase):
         self.open_gripper()
 
     def test_it_shows_live_values_process_data_and_plots(self):
-        wait_until(lambda: len(self.all(".plot canvas")) == 4)
+        wait_until(lambda: len(self.all(".plot canvas")) == 6)
         self.wait_for_text("section[aria-label='Process data'] tbody", "position, hundredths 1000")
         with self.condition("fault 0 maintenance on", "fault 0 maintenance off"):
             self.wait_for_text("dl", "maintenance")
@@ -109,7 +109,18 @@ class GripperViewTest(BrowserTestCase):
         self.press("Continue")
         self.find(".others label", MZD).click()
         self.wait_for_text(".legend", f"{HVA} – {MZD}")
-        wait_until(lambda: len(self.all(".plot canvas")) == 4)
+        wait_until(lambda: len(self.all(".plot canvas")) == 6)
+
+    def test_a_flag_that_is_set_for_a_moment_is_plotted(self):
+        self.assertEqual(self.driver.execute_async_script("""
+            const done = arguments[arguments.length - 1];
+            import("/history.js").then(({ History }) => {
+              const history = new History();
+              for (let i = 0; i < 100; ++i) {
+                history.add(i, { position: 1, state: 8, flags: i === 50 ? 1 : 0 });
+              }
+              done(history.flagChanges(0, 99));
+            });"""), [0, 49, 50, 51, 99])
 
     def test_plots_are_zoomed_by_buttons(self):
         def labels():
@@ -259,7 +270,7 @@ class ManyGrippersTest(BrowserTestCase):
         wait_until(lambda: len(self.all(".card.stale")) == 1, PATIENCE)
         self.set_width(3840, 2160)
         self.open_gripper(HVA)
-        wait_until(lambda: len(self.all(".plot canvas")) == 4)
+        wait_until(lambda: len(self.all(".plot canvas")) == 6)
         self.assertEqual(len(self.all(".others input")), 31)
 
 
@@ -269,7 +280,7 @@ class OneGripperTest(BrowserTestCase):
 
     def test_every_view_shows_it(self):
         self.open_gripper("TLM SN:100001")
-        wait_until(lambda: len(self.all(".plot canvas")) == 4)
+        wait_until(lambda: len(self.all(".plot canvas")) == 6)
         self.assertFalse(self.driver.find_element("css selector", ".others").is_displayed())
         self.find("nav a", "Log").click()
         self.wait_for_text(".note", "No log: failed to read /nowhere/daemon.log")

@@ -44,7 +44,7 @@ class Pictures(BrowserTestCase):
         self.open_gripper()
         wait_until(lambda: self.all(".plot canvas"))
         self.move(("Release", (0,)), ("Grip", (0,)))
-        self.take("gripper", 1150)
+        self.take("gripper", 1340)
 
     def test_first_view(self):
         self.driver.execute_cdp_cmd("Page.addScriptToEvaluateOnNewDocument",

@@ -62,6 +62,20 @@ export class History {
     return chosen;
   }
 
+  /** The indices of the samples between two times that begin or end a flag, and of the outermost. */
+  flagChanges(from, to) {
+    const first = this.since(from);
+    const end = this.since(to + 1);
+    const chosen = [];
+    for (let i = first; i < end; ++i) {
+      const isSame = (k) => this.values[k]?.flags === this.values[i]?.flags;
+      if (i === first || i === end - 1 || !isSame(i - 1) || !isSame(i + 1)) {
+        chosen.push(i);
+      }
+    }
+    return chosen;
+  }
+
   /** The times from `from` on during which the fingers moved, as [begin, end]. */
   motions(from) {
     const found = [];

@@ -1,13 +1,15 @@
-// Live plots of position and state on one time axis, drawn by the distribution's dygraphs.
+// Live plots of position, state and flags on one time axis, drawn by the distribution's dygraphs.
 
 import { element, setText } from "./dom.js";
-import { stateText } from "./words.js";
+import { FLAGS, stateText } from "./words.js";
 
 const SPANS = [[10, "10 s"], [30, "30 s"], [60, "1 min"], [300, "5 min"], [900, "15 min"],
   [3600, "1 h"]];
 const MOST_POINTS = 2000; // of a line; more are not visible
 const REDRAW_MS = 200;
 const COLORS = 6; // in the style sheet
+const FLAG_TEXT_PX = 12;
+const FLAG_HEIGHT = 0.6; // of a line, while the flag is set; the next line is 1 higher
 
 let library = null;
 
@@ -55,13 +57,14 @@ export class Plots {
       element("legend", { textContent: "Together with" }));
     this.position = element("div", { className: "plot", role: "img", "aria-label": "Position over time" });
     this.state = element("div", { className: "plot small", role: "img", "aria-label": "State over time" });
+    this.flags = element("div", { className: "plot small", role: "img", "aria-label": "Flags over time" });
     this.legend = element("p", { className: "legend" });
     this.root = element("section", { "aria-label": "Plots" },
-      element("h2", { textContent: "Position and state over time" }),
+      element("h2", { textContent: "Position, state and flags over time" }),
       element("div", { className: "buttons" },
         element("label", { htmlFor: "span", textContent: "Last" }), this.span, this.pause, this.closer,
         this.whole, this.earlier, this.later),
-      this.choice, this.position, this.state, this.legend);
+      this.choice, this.position, this.state, this.flags, this.legend);
     loadLibrary().then((Dygraph) => {
       this.Dygraph = Dygraph;
     }, (error) => setText(this.legend, error.message));
@@ -138,19 +141,35 @@ export class Plots {
     return rows.length ? rows : [[new Date(to), ...histories.map(() => null)]];
   }
 
+  /** Rows [time, line of each flag] of the gripper of this view. */
+  flagRows() {
+    const [from, to] = this.window();
+    const history = this.model.history(this.device);
+    const rows = history.flagChanges(from, to).map((i) => [new Date(history.times[i]),
+      ...FLAGS.map(({ bit }, line) => history.values[i] &&
+        line + (history.values[i].flags & bit ? FLAG_HEIGHT : 0))]);
+    return rows.length ? rows : [[new Date(to), ...FLAGS.map(() => null)]];
+  }
+
   draw() {
     const window = this.window();
     const positions = this.rows(({ position }) => position);
     const states = this.rows(({ state }) => state);
+    const flags = this.flagRows();
     if (this.graphs.length === 0) {
-      this.graphs = [this.graph(this.position, positions, { pixelsPerLabel: 30 }), this.graph(this.state, states, {
-        stepPlot: true, valueRange: [-0.5, 15.5],
-        pixelsPerLabel: 20 })];
+      this.graphs = [this.graph(this.position, positions, { y: { pixelsPerLabel: 30 } }),
+        this.graph(this.state, states, {
+          stepPlot: true, valueRange: [-0.5, 15.5], y: { pixelsPerLabel: 20 } }),
+        this.graph(this.flags, flags, {
+          stepPlot: true, valueRange: [-0.2, FLAGS.length], y: { ticker: () => [], drawGrid: false },
+          labels: ["time", ...FLAGS.map(({ word }) => word)],
+          underlayCallback: (pen, area, graph) => this.nameFlags(pen, area, graph) })];
     }
     this.updateLegend();
     const colors = [...this.legend.querySelectorAll("strong")].map((node) => getComputedStyle(node).color);
     this.graphs[0].updateOptions({ file: positions, dateWindow: window, colors });
     this.graphs[1].updateOptions({ file: states, dateWindow: window, colors });
+    this.graphs[2].updateOptions({ file: flags, dateWindow: window, colors: FLAGS.map(() => colors[0]) });
   }
 
   updateLegend() {
@@ -159,18 +178,18 @@ export class Plots {
       const name = element("strong", { className: `line-${i % COLORS}`, textContent: device });
       return [i ? " – " : "", name];
     });
-    this.legend.replaceChildren(...names, ". Motions of the first are shaded. ",
+    this.legend.replaceChildren(...names, ". Motions of the first are shaded, and its flags shown. ",
       latest ? `Now: ${stateText(latest.state)}.` : "No data now.");
   }
 
-  graph(node, file, { pixelsPerLabel, ...extra }) {
+  graph(node, file, { y, ...extra }) {
     return new this.Dygraph(node, file, {
       labels: ["time", ...this.devices.map((_, i) => `gripper ${i}`)],
       dateWindow: this.window(),
       animatedZooms: false,
       underlayCallback: (pen, area, graph) => this.shadeMotions(pen, area, graph),
       zoomCallback: (from, to) => this.zoomTo(from, to),
-      axes: { x: { pixelsPerLabel: 90, axisLabelWidth: 70 }, y: { pixelsPerLabel } },
+      axes: { x: { pixelsPerLabel: 90, axisLabelWidth: 70 }, y },
       ...extra,
     });
   }
@@ -186,6 +205,15 @@ export class Plots {
       const left = graph.toDomXCoord(begin);
       pen.fillRect(left, area.y, Math.max(1, graph.toDomXCoord(end) - left), area.h);
     }
+  }
+
+  /** A flag that is set lifts its line; its name stands above the line. */
+  nameFlags(pen, area, graph) {
+    this.shadeMotions(pen, area, graph);
+    const style = getComputedStyle(this.flags);
+    pen.fillStyle = style.color;
+    pen.font = `${FLAG_TEXT_PX}px ${style.fontFamily}`;
+    FLAGS.forEach(({ word }, line) => pen.fillText(word, area.x + 4, graph.toDomYCoord(line) - 3));
   }
 
   closeGraphs() {

@@ -31,14 +31,20 @@ namespace {
 constexpr const char* kDevices = "/sys/bus/usb/devices";
 constexpr std::chrono::seconds kPatience{5};
 
-/// Tries to load the kernel's module. By its whole path, as "su" leaves /sbin out of PATH.
-void LoadModule() {
+/// Loads the kernel's module if necessary.
+/// @return false if there are no controllers even then
+bool ProvideControllers(const VirtualPorts& ports) {
+    if (ports.ArePresent()) {
+        return true;
+    }
+    // By its whole path, as "su" leaves /sbin out of PATH.
     std::array<char*, 4> arguments{const_cast<char*>("/sbin/modprobe"), const_cast<char*>("-q"),
                                    const_cast<char*>("vhci-hcd"), nullptr};
     pid_t child = 0;
     if (posix_spawn(&child, arguments[0], nullptr, nullptr, arguments.data(), environ) == 0) {
         waitpid(child, nullptr, 0);
     }
+    return ports.ArePresent();
 }
 
 /// @return false if it was not so in time
@@ -62,10 +68,7 @@ UsbBus::UsbBus(Printer print) : print(std::move(print)) {
             "--usb needs root and the kernel module vhci-hcd: run \"modprobe vhci-hcd\" and "
             "pellix-sim as root");
     }
-    if (!ports.ArePresent()) {
-        LoadModule();
-    }
-    if (!ports.ArePresent()) {
+    if (!ProvideControllers(ports)) {
         throw std::runtime_error(
             "--usb: this kernel has no module vhci-hcd: install the package linux-image-amd64 and "
             "boot it (containers and cloud kernels have no such module), or start the daemon in a "

@@ -97,10 +97,8 @@ TEST(GripperNameTest, AnUnknownNameIsRejectedWithTheAvailableNames) {
 }
 
 TEST(GripperNameTest, WithoutGrippersAnyNameIsRejected) {
-    EXPECT_FAILURE(MatchGripper({}, "HVA"), NoGripper,
-                   "no grippers found");
-    EXPECT_FAILURE(MatchGripper({}, ""), NoGripper,
-                   "no grippers found");
+    EXPECT_FAILURE(MatchGripper({}, "HVA"), NoGripper, "no grippers found");
+    EXPECT_FAILURE(MatchGripper({}, ""), NoGripper, "no grippers found");
 }
 
 }  // namespace

@@ -254,20 +254,7 @@ class PageTest(LogTestCase):
         row = re.sub(r"\d[\d.]* ms$", "N ms", re.sub(r"[\d:]{8}\.\d{3}", "TIME", row))
         return re.sub(" +", " ", row)
 
-    def plug_again(self, number):
-        """Has the master's threads start alone: those of masters that start together may be
-        logged in an order that does not tell which thread is whose."""
-        mark = self.cell.log.mark()
-        self.cell.command(f"unplug {number}")
-        self.cell.log.wait_for("PELLIX removed", since=mark)
-        mark = self.cell.log.mark()
-        self.cell.command(f"plug {number}")
-        self.cell.log.wait_for("Device added", since=mark)
-        self.cell.wait_until_operating(1, since=mark)
-
     def test_the_rows_are_true(self):
-        self.plug_again(0)
-        self.plug_again(1)
         self.call("Grip", HVA, 1)
         self.call("Holdfast", HVA, True)
         with self.condition("mute 1 on", "mute 1 off"):

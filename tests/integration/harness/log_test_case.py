@@ -15,6 +15,7 @@ import termios
 import pyte
 
 from . import ctl
+from .cell import wait_until
 from .ctl_test_case import CtlTestCase
 
 
@@ -37,6 +38,27 @@ def screen_of(columns, *arguments):
 
 class LogTestCase(CtlTestCase):
     """Tests with a folder for logs, and the log of the cell so far."""
+
+    @classmethod
+    def prepare(cls):
+        """Has the threads of each master start alone: those of masters that start together may be
+        logged in an order that does not tell which thread is whose."""
+        super().prepare()
+        masters = cls.options.count("--gripper")
+        for number in range(masters if masters > 1 else 0):
+            cls.plug_again(number)
+
+    @classmethod
+    def plug_again(cls, number):
+        mark = cls.cell.log.mark()
+        cls.cell.command(f"unplug {number}")
+        cls.cell.log.wait_for("PELLIX removed", since=mark)
+        mark = cls.cell.log.mark()
+        cls.cell.command(f"plug {number}")
+        cls.cell.log.wait_for("Device added", since=mark)
+        cls.cell.wait_until_operating(1, since=mark)
+        device = cls.call_apart("GetGrippers")[-1]
+        wait_until(lambda: cls.call_apart("GetPDINExcerpt", device))
 
     def setUp(self):
         self.folder = pathlib.Path(self.enterContext(tempfile.TemporaryDirectory()))

@@ -100,7 +100,7 @@ ExitStatus LogCommand::Run(Daemon& /*daemon*/, Printer& printer) {
     ShowLast(printer);
     if (file.empty() && model.Summary().lines == 0) {
         throw Failure(ExitStatus::Failed,
-                      (gripper.empty() ? "" : "there is no file '" + gripper + "', and ") +
+                      (gripper.empty() ? "" : "file '" + gripper + "' does not exist, and ") +
                           "the journal has no line of TavrikDaemon: run as root, or name the file "
                           "that it logs to: tavrikctl log FILE");
     }

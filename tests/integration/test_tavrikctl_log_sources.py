@@ -99,7 +99,7 @@ class SourcesTest(LogTestCase):
                          (NO_GRIPPER, f"tavrikctl: {unknown}\n"))
         result = ctl.run("log", "none.log", environment=self.fake_journal([], []))
         self.assertEqual(result.returncode, FAILED)
-        self.assertIn("there is no file 'none.log', and the journal has no line", result.stderr)
+        self.assertIn("file 'none.log' does not exist, and the journal has no line", result.stderr)
 
     def test_a_gripper_without_a_row_is_known(self):
         path = self.file("23:00:00" + line[8:] for line in self.lines)

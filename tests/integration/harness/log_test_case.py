@@ -52,7 +52,7 @@ class LogTestCase(CtlTestCase):
             cls.cell.log.wait_for("PELLIX removed", since=mark, count=len(masters))
             for number in masters:
                 cls.plug(number)
-        # Of the readings that waited for process data, on a thread that is nobody's so far.
+        # Logged by readings before the first process data, on a thread without a known gripper.
         cls.cell.log.forget("PDIN length mismatch: ")
 
     @classmethod

@@ -123,8 +123,7 @@ std::unique_ptr<LogSource> LogFeed::Open(LogModel& model, bool& isReadable) cons
         isReadable = true;
         model.Learn(line);
     }
-    return OpenJournal({"--since=@" + std::to_string(start.count()), "--follow", "--no-tail"},
-                       ToolErrors::Dropped);  // the page tells them in its own words
+    return FollowJournal(start, ToolErrors::Dropped);  // the page tells them in its own words
 }
 
 void LogFeed::Begin(bool isReadable) {

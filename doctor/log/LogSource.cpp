@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <fstream>
 #include <sstream>
 #include <system_error>
 #include <utility>
@@ -183,6 +184,19 @@ std::unique_ptr<LogSource> OpenJournal(const std::vector<std::string>& options, 
     } catch (const Failure& failure) {
         throw Failure(failure.Status(), std::string(failure.what()) + "; name the log's file");
     }
+}
+
+std::unique_ptr<LogSource> FollowJournal(std::chrono::seconds start, ToolErrors errors) {
+    std::vector<std::string> options{"--since=@" + std::to_string(start.count()), "--follow",
+                                     "--no-tail"};
+    // By itself, --follow shows the present boot only: not what came before a reboot and, in a
+    // service of a container, nothing at all if the service sees the kernel's boot ID instead of
+    // the container's. --merge shows all boots, but also the journals of other machines.
+    std::string machine;
+    if (std::ifstream("/etc/machine-id") >> machine) {
+        options.insert(options.end(), {"--merge", "_MACHINE_ID=" + machine});
+    }
+    return OpenJournal(options, errors);
 }
 
 std::vector<std::string> ReadJournalBefore(std::chrono::seconds time) {

@@ -69,6 +69,10 @@ std::unique_ptr<LogSource> OpenLogFile(const std::string& path, bool isFollowed)
 std::unique_ptr<LogSource> OpenJournal(const std::vector<std::string>& options,
                                        ToolErrors errors = ToolErrors::Shown);
 
+/// The same from `start` on, in seconds since 1970, and then each new line.
+std::unique_ptr<LogSource> FollowJournal(std::chrono::seconds start,
+                                         ToolErrors errors = ToolErrors::Shown);
+
 /// The lines of the journal before `time`, since 1970, that tell masters and threads apart, oldest
 /// first; the last ones, if there are many.
 std::vector<std::string> ReadJournalBefore(std::chrono::seconds time);

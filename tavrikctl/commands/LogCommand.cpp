@@ -122,21 +122,18 @@ std::unique_ptr<LogSource> LogCommand::Open(LogModel& model) {
         return source;
     }
     constexpr std::chrono::minutes kRecent(10);
-    std::vector<std::string> options{"--boot"};
-    if (begin || isFollowed) {
-        const auto now = std::chrono::system_clock::now().time_since_epoch();
-        const auto start =
-            begin ? begin->Time() : std::chrono::duration_cast<std::chrono::seconds>(now - kRecent);
-        for (const std::string& line : ReadJournalBefore(start)) {
-            model.Learn(line);
-        }
-        options = {"--since=@" + std::to_string(start.count())};
-        begin.reset();
+    if (!begin && !isFollowed) {
+        return OpenJournal({"--boot"});
     }
-    if (isFollowed) {
-        options.insert(options.end(), {"--follow", "--no-tail"});
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    const auto start =
+        begin ? begin->Time() : std::chrono::duration_cast<std::chrono::seconds>(now - kRecent);
+    begin.reset();
+    for (const std::string& line : ReadJournalBefore(start)) {
+        model.Learn(line);
     }
-    return OpenJournal(options);
+    return isFollowed ? FollowJournal(start)
+                      : OpenJournal({"--since=@" + std::to_string(start.count())});
 }
 
 /// The number of lines before the last place where the time is that of --since.

@@ -121,6 +121,12 @@ std::string ShellWord(const std::string& text) {
     return word + "'";
 }
 
+std::string CopyableName(const std::string& device) {
+    const bool isPlain = device.find("  ") == std::string::npos && !device.starts_with(' ') &&
+                         !device.ends_with(' ');
+    return isPlain ? device : ShellWord(device);
+}
+
 std::size_t Width(const std::string& text) {
     std::size_t sum = 0;
     for (const Character& character : Characters(text)) {

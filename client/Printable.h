@@ -13,6 +13,10 @@ std::string Printable(const std::string& text);
 /// `text` as one word of a shell command: in quotation marks if it needs them.
 std::string ShellWord(const std::string& text);
 
+/// A device string that a person can copy: in quotation marks if it has blanks that a reader would
+/// miss.
+std::string CopyableName(const std::string& device);
+
 /// How many columns of a terminal printable `text` takes.
 std::size_t Width(const std::string& text);
 

@@ -67,11 +67,11 @@ void ForEachLine(const std::string& path, const std::function<void(std::string_v
 Finding DescribeCalls(const std::string& path, const std::string& name,
                       const LogSummary::Gripper& gripper) {
     const bool isGood = gripper.refusals == 0 && gripper.timeouts == 0;
-    return {isGood ? Mark::Ok : Mark::Warning, name.empty() ? "unknown gripper" : name,
-            "log: " + std::to_string(gripper.calls) + " calls, " +
-                std::to_string(gripper.refusals) + " refused, " + std::to_string(gripper.timeouts) +
-                " timed out",
-            isGood ? "" : "see them: tavrikctl log " + ShellWord(path)};
+    return {
+        isGood ? Mark::Ok : Mark::Warning, name.empty() ? "unknown gripper" : CopyableName(name),
+        "log: " + std::to_string(gripper.calls) + " calls, " + std::to_string(gripper.refusals) +
+            " refused, " + std::to_string(gripper.timeouts) + " timed out",
+        isGood ? "" : "see them: tavrikctl log " + ShellWord(path)};
 }
 
 Finding CheckLink(const std::string& node, const LoggedMaster& master) {

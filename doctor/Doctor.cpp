@@ -27,13 +27,6 @@ bool AreAllOk(const Findings& findings) {
     return std::ranges::all_of(findings, [](const Finding& each) { return each.mark == Mark::Ok; });
 }
 
-/// A device string that a person can copy: blanks that a reader would miss are in quotation marks.
-std::string CopyableName(const std::string& device) {
-    const bool isPlain = device.find("  ") == std::string::npos && !device.starts_with(' ') &&
-                         !device.ends_with(' ');
-    return isPlain ? device : ShellWord(device);
-}
-
 /// The daemon answers calls that send nothing from the data it has, however old they are.
 Findings ReportStaleGrippers(const std::vector<std::string>& grippers) {
     Findings findings;
@@ -59,10 +52,9 @@ Finding Describe(const Gripper& gripper, const ProcessData& data, const std::str
     const std::string told = gripper.Model();
     const Model model = NarrowModel(told, gripper.DeviceString());
     if (told == "TLM?" && model.name != "TLM") {
-        return {Mark::Unknown, name, text + ", no force: a TLM, or an unknown model",
-                "if it is not a TLM, TavrikDaemon may not know its vendor or device, or: tavrikctl "
-                "set force 30 " +
-                    word};
+        return {
+            Mark::Unknown, name, text + ", no force: a TLM, or a model unknown to TavrikDaemon",
+            "if it is an HVA or MZD, its force may be 0; set it: tavrikctl set force 30 " + word};
     }
     const bool mayNeedReference = data.state == kReferenceNeeded && model.name != "TLM";
     return {Mark::Ok, name, text + ", model " + model.Text(),

@@ -50,7 +50,8 @@ class RemedyTest(WordsTestCase):
     def test_a_remedy_names_the_host(self):
         with self.condition("param 0 96 3 0", "param 0 96 3 32"):  # its model is doubtful
             remedy = self.finding(DONE, HVA, "--host", "localhost")["remedy"]
-        self.assertTrue(remedy.endswith(f"tavrikctl set force 30 '{HVA}' --host localhost"), remedy)
+        self.assertEqual(remedy, "if it is an HVA or MZD, its force may be 0; set it: tavrikctl set "
+                         f"force 30 '{HVA}' --host localhost")
         self.type(remedy)
 
     def test_the_report_at_every_width(self):
@@ -106,6 +107,15 @@ class NamesTest(WordsTestCase):
         row = re.search(r"(?m)^\S+ +('left  one SN:1')  ", output)
         self.assertTrue(row, output)
         self.assertEqual(ctl.shell(f"tavrikctl call GetGripperInterface --exact {row[1]}"), "0\n")
+
+    def test_a_name_with_two_blanks_is_quoted_for_a_log_file(self):
+        self.call("SetForce", "left  one SN:1", 0, 40)
+        with tempfile.NamedTemporaryFile("w", suffix=".log") as file:
+            file.write("".join(line + "\n" for line in self.cell.log.since(0)))
+            file.flush()
+            output = self.run_doctor("--log", file.name).stdout
+        row = re.search(r"(?m)^\S+ +('left  one SN:1') +log: \d+ calls, ", output)
+        self.assertTrue(row, output)
 
     def test_two_grippers_of_the_same_name_are_told_apart(self):
         findings = [each for each in self.findings(DONE) if each["what"] == "TLM SN:7"]

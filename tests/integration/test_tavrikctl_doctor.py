@@ -159,7 +159,7 @@ class OneGripperTest(DoctorTestCase):
     def test_a_model_that_is_not_known(self):
         with self.condition("devinfo 0 0,0,0,32,16,0,0,9,20",
                             "devinfo 0 1,3,17,32,16,20,0,31249,20"):
-            self.expect(DONE, "?", HVA, "no force: a TLM, or an unknown model")
+            self.expect(DONE, "?", HVA, "no force: a TLM, or a model unknown to TavrikDaemon")
 
     def test_another_program_has_the_tty_open(self):
         with self.holder_of_tty() as pid:

@@ -81,7 +81,7 @@ MotionResult GripperMotion::AwaitEnd(std::chrono::milliseconds limit, const std:
         } else if (progress == Progress::AtRest) {
             result = JudgeAtRest(judge, judge.End());
         } else if (Clock::now() - start > limit) {
-            result = JudgeAtRest(judge, judge.EndAtLimit());
+            result = JudgeAtLimit(judge);
         }
         return result.has_value();
     };
@@ -116,6 +116,19 @@ MotionResult GripperMotion::JudgeAtRest(const MotionJudge& judge, MotionEnd end)
                           std::to_string(data.state));
     }
     return Judge(judge, end);
+}
+
+/// A motion can be too slow to be seen by its position.
+MotionResult GripperMotion::JudgeAtLimit(const MotionJudge& judge) const {
+    MotionResult result = JudgeAtRest(judge, judge.EndAtLimit());
+    const bool isStill =
+        result.end == MotionEnd::DidNotMove || result.end == MotionEnd::NotReported;
+    if (isStill && IsMoving(judge.Last().State()) &&
+        result.obstacle != MotionObstacle::OverrideZero) {
+        result.end = MotionEnd::Moving;
+        result.obstacle = MotionObstacle::None;
+    }
+    return result;
 }
 
 void GripperMotion::RequireAnswer(const ProcessData& data) const {

@@ -44,6 +44,7 @@ private:
     void ReadBeforeDisable();
     MotionResult Judge(const MotionJudge& judge, MotionEnd end) const;
     MotionResult JudgeAtRest(const MotionJudge& judge, MotionEnd end) const;
+    MotionResult JudgeAtLimit(const MotionJudge& judge) const;
     MotionObstacle FindObstacle(const MotionJudge& judge, MotionEnd end) const;
     MotionEnd EndOfHold(const ProcessData& data) const;
     bool IsOverrideZero() const;

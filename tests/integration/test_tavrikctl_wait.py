@@ -16,6 +16,7 @@ from .harness.cell import SLOWNESS, wait_until
 from .harness.cell_test_case import main
 from .harness.ctl_test_case import (DID_NOT_MOVE, FAULTY, HVA, MZD, NO_ANSWER, NO_PROCESS_DATA,
                                     NOT_AT_REST, NOT_HELD, TLM, USAGE, CtlTestCase)
+from .harness.terminal import OnTerminal
 
 ENABLE = 2  # bit of the first byte of PDOUT
 
@@ -92,6 +93,18 @@ class EndTest(WaitTestCase):
         self.assertEqual(self.ctl("disable", HVA, "--wait"),
                          f"{HVA}: switched off at 30.00 (state 0)\n")
         self.assertEqual(self.json("disable", HVA, "--wait")["result"], "off")
+
+    def test_the_end_at_every_width(self):
+        for columns in (20, 40, 80, 200):
+            for command, end in (("grip", "reached the limit without a part at 2.00 (state 7)"),
+                                 ("release", "released at 28.00 (state 4)")):
+                with self.subTest(columns=columns, command=command):
+                    with OnTerminal(command, HVA, "--wait", columns=columns) as process:
+                        status, lines = process.wait_for_end()
+                    self.assertEqual(status, 0)
+                    text = f"{HVA}: {end}"
+                    self.assertEqual(lines, [text[start:start + columns].rstrip()
+                                             for start in range(0, len(text), columns)])
 
     def test_without_a_reference_run_nothing_moves(self):
         self.without_reference()
@@ -413,6 +426,21 @@ class InterruptionTest(WaitTestCase):
     def test_json_of_a_motion_that_goes_on(self):
         result = self.run_json(NOT_AT_REST, "release", "--within", 0.3)
         self.assertEqual((result["result"], result["state"]), ("moving", 3))
+
+
+class SlowMotionTest(WaitTestCase):
+    """A gripper that its position does not show to move before the time limit."""
+
+    options = ("--gripper", "TLM", "--speed", "0.01")
+
+    def test_a_state_that_moves_is_still_moving(self):
+        self.expect_failure(NOT_AT_REST, "TLM SN:100001: still moving, at 10.00 (state 5)\n",
+                            "grip", "--wait", "--within", 0.3)
+
+    def test_an_override_of_zero_does_not_move(self):
+        with self.condition("param 0 64 2 0", "param 0 64 2 64"):
+            self.assertEqual(self.reason(DID_NOT_MOVE, "release", "--within", 0.3),
+                             ("did-not-move", "override-zero"))
 
 
 if __name__ == "__main__":

@@ -26,6 +26,7 @@ public:
     ExitStatus Run(Daemon& daemon, Printer& printer) override {
         const auto grippers = daemon.Grippers();
         if (!yes) {
+            ExpectSome(grippers, daemon);
             ExpectReplaceable(grippers);
         }
         const ExpectedCell cell(grippers);
@@ -36,6 +37,16 @@ public:
     }
 
 private:
+    /// A cell without grippers is rather one that does not work.
+    /// @throws Failure (NoGripper)
+    static void ExpectSome(const std::vector<std::string>& grippers, const Daemon& daemon) {
+        if (grippers.empty()) {
+            throw Failure(ExitStatus::NoGripper, "no grippers found; " +
+                                                     DoctorAdvice(daemon.Server()) +
+                                                     "; to save an empty cell, add --yes");
+        }
+    }
+
     /// A file must not lose a gripper, or something else than a cell, by mistake.
     /// @throws Failure (Usage)
     void ExpectReplaceable(const std::vector<std::string>& grippers) const {

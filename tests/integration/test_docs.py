@@ -12,13 +12,12 @@ import unittest
 import xmlrpc.client
 
 from . import test_examples
-from .harness import ctl, machine_test_case
+from .harness import machine_test_case
 from .harness.cell import PATIENCE, PORTS, SLOWNESS, wait_until
 from .harness.cell_test_case import CellTestCase, main
 from .harness.methods import METHODS
 from .harness.pages import (CODE_SPAN, FENCE, METHODS_PAGE, OPERATION, PAGES, README, ROOT,
                             PageTestCase, blocks, section)
-from .harness.doctor_test_case import DoctorTestCase
 
 
 class MethodsPageTest(PageTestCase):
@@ -342,34 +341,6 @@ class ShellCommandsTest(CellTestCase):
         command = command.replace("build/release", str(build))
         return subprocess.run(["sh", "-c", command], check=True, stdout=subprocess.PIPE,
                               timeout=20).stdout
-
-
-class CommissioningPageTest(DoctorTestCase):
-    """docs/commissioning.md: its session, in a cell whose master is plugged in on the way."""
-
-    options = ("--gripper", "HVA", "--unplugged", "0")
-    TEXT = (ROOT / "docs" / "commissioning.md").read_text()
-
-    def test_the_session_is_true(self):
-        steps = list(ctl.session(self.TEXT))
-        self.assertGreater(len(steps), 15)
-        with tempfile.TemporaryDirectory() as folder:
-            for command, expected in steps:
-                with self.subTest(command=command):
-                    if expected is None:
-                        self.simulate(command)
-                    else:
-                        self.expect_output(expected, ctl.shell(command, self.world(), cwd=folder))
-
-    def simulate(self, command):
-        self.cell.command(command)
-        if command == "plug 0":
-            self.cell.wait_until_operating(1)
-
-    def expect_output(self, expected, output):
-        """"..." stands for what is different each time."""
-        if not doctest.OutputChecker().check_output(expected, output, doctest.ELLIPSIS):
-            self.assertEqual(output, expected)
 
 
 class SimulatorPageTest(unittest.TestCase):

@@ -7,6 +7,7 @@ import pty
 import re
 import subprocess
 
+from .. import sessions
 from .harness import ctl
 from .harness.cell import SLOWNESS, wait_until
 from .harness.cell_test_case import main
@@ -377,7 +378,7 @@ class PageTest(CtlTestCase):
     TEXT = (pathlib.Path(__file__).resolve().parents[2] / "docs" / "tavrikctl.md").read_text()
 
     def test_the_sessions_match_the_real_output(self):
-        steps = list(ctl.session(self.TEXT))
+        steps = list(sessions.session(self.TEXT))
         self.assertGreater(len(steps), 10)
         for command, expected in steps:
             with self.subTest(command=command):

@@ -95,6 +95,15 @@ class SaveTest(CellFileTestCase):
         self.assertEqual(self.save("--yes"), f"{self.file}: 2 grippers saved\n")
         self.assertNotIn(TLM, self.file.read_text())
 
+    def test_an_empty_cell_is_not_saved_by_mistake(self):
+        file = self.folder / "empty.json"
+        for number in range(3):
+            self.unplug(number)
+        self.expect_failure(NO_GRIPPER, "no grippers found; run 'tavrikctl doctor' to find out why; "
+                            "to save an empty cell, add --yes\n", "cell", "save", file)
+        self.assertFalse(file.exists())
+        self.assertEqual(self.ctl("cell", "save", "--yes", file), f"{file}: 0 grippers saved\n")
+
     def test_another_file_is_not_replaced_by_mistake(self):
         for text in ("", "{}", "my diary"):
             self.file.write_text(text)

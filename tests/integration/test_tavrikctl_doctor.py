@@ -12,11 +12,13 @@ import tarfile
 import tempfile
 import unittest
 
+from .. import sessions
 from .harness import ctl, own_network
 from .harness.cell import PORTS, SLOWNESS, Cell, wait_until
 from .harness.cell_test_case import main
 from .harness.doctor_test_case import (AS_NOBODY, DONE, FAILED, HVA, NO_ANSWER, NO_DAEMON,
                                        NO_GRIPPER, NO_PROCESS_DATA, TTY, DoctorTestCase, world_of)
+from .harness.pages import ROOT
 
 
 class OneGripperTest(DoctorTestCase):
@@ -349,6 +351,40 @@ class OddMastersTest(DoctorTestCase):
                     environment=journal)
         self.expect(DONE, "wrong", "HVA SN:1?[2J",
                     "two grippers have this name: calls reach the one that was found first")
+
+
+class CommissioningPageTest(DoctorTestCase):
+    """docs/commissioning.md: its session, in a cell whose master is plugged in on the way.
+
+    The page shows the installed service, with which tests/usb plays the session; here are other
+    users, and no journal.
+    """
+
+    options = ("--gripper", "HVA", "--unplugged", "0")
+    INSTALLED = {"user tavrik, under systemd": "user root, without systemd",
+                 "root:tavrik 0660": "root:root 0600",
+                 'ok  /dev/ttyACM0   log: ID "PELLIX", mode 4, operate\n': ""}
+
+    def test_the_session_is_true(self):
+        text = (ROOT / "docs" / "commissioning.md").read_text()
+        for installed, here in self.INSTALLED.items():
+            text = text.replace(installed, here)
+        steps = list(sessions.session(text))
+        self.assertGreater(len(steps), 15)
+        with tempfile.TemporaryDirectory() as folder:
+            for command, expected in steps:
+                with self.subTest(command=command):
+                    if expected is None:
+                        self.simulate(command)
+                        continue
+                    output = ctl.shell(command, self.world(), cwd=folder)
+                    if not sessions.is_shown(output, expected):
+                        self.assertEqual(output, expected)
+
+    def simulate(self, command):
+        self.cell.command(command)
+        if command == "plug 0":
+            self.cell.wait_until_operating(1)
 
 
 if __name__ == "__main__":

@@ -4,6 +4,7 @@ import json
 import re
 import signal
 
+from .. import sessions
 from .harness import ctl
 from .harness.cell import wait_until
 from .harness.cell_test_case import main
@@ -314,7 +315,7 @@ class NightTest(SettingsTestCase):
 
     options = ("--gripper", "HVA", "--gripper", "HVA,serial=100009", "--unplugged", "1")
     NEW = "HVA SN:100009"
-    STEPS = list(ctl.session(section(OPERATION, "## Exchange a gripper")))
+    STEPS = list(sessions.session(section(OPERATION, "## Exchange a gripper")))
 
     def test_the_new_gripper_works_like_the_old_one(self):
         self.call("SetForce", HVA, 0, 80)

@@ -1,7 +1,6 @@
 """tavrikctl, run as a user does."""
 
 import os
-import re
 import subprocess
 
 from .cell import SLOWNESS, Output
@@ -28,19 +27,6 @@ def shell(command, environment=None, **options):
                           env={**CLEAN, **(environment or {})}, stdin=subprocess.DEVNULL,
                           stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
                           timeout=60 * SLOWNESS, **options).stdout
-
-
-BLOCK = re.compile(r"^```(console|pellix-sim)\n(.*?)^```$", re.MULTILINE | re.DOTALL)
-STEP = re.compile(r"^\$ (.*)\n((?:(?!\$ ).*\n)*)", re.MULTILINE)
-
-
-def session(text):
-    """The steps of a page: commands with their output, or with None for the simulator's."""
-    for language, block in BLOCK.findall(text):
-        if language == "pellix-sim":
-            yield from ((command, None) for command in block.splitlines())
-        else:
-            yield from STEP.findall(block)
 
 
 class Running:

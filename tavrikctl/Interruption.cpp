@@ -50,6 +50,10 @@ Interruption::~Interruption() {
     pthread_sigmask(SIG_SETMASK, &previous, nullptr);
 }
 
+bool Interruption::IsTermination() const {
+    return stop.stop_requested() && lastSignal != SIGINT;
+}
+
 void Interruption::AwaitSignals() {
     int number = 0;
     while (sigwait(&signals, &number) == 0 && number != kWakeUp) {

@@ -18,6 +18,9 @@ public:
 
     std::stop_token Token() const { return stop.get_token(); }
 
+    /// Whether the stop was requested by another signal than that of Ctrl-C.
+    bool IsTermination() const;
+
 private:
     void AwaitSignals();
 

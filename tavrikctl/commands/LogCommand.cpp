@@ -30,6 +30,7 @@ public:
             ->option_text(" ");
         app.add_option("FILE", file, "file, or - for standard input (default: journal)")
             ->check(CheckNotEmpty)
+            ->check([this](const std::string& text) { return CheckNoName(text); })
             ->option_text(" ");
         app.add_flag("-f,--follow", isFollowed, "wait for more; Ctrl-C ends");
         app.add_option("--since", since, "14:00, '2026-11-22 14:00', or how long ago: 10min, 2h")
@@ -42,6 +43,7 @@ public:
     ExitStatus Run(Daemon& /*daemon*/, Printer& printer) override;
 
 private:
+    std::string CheckNoName(const std::string& text) const;
     void SortArguments();
     std::unique_ptr<LogSource> Open(LogModel& model);
     std::uint64_t LinesBefore() const;
@@ -74,6 +76,13 @@ bool IsFile(const std::string& text) {
     return text == "-" || text.find('/') != std::string::npos || stat(text.c_str(), &status) == 0;
 }
 
+/// The second word of a name that was not quoted is no file.
+std::string LogCommand::CheckNoName(const std::string& text) const {
+    return IsFile(text) ? ""
+                        : "'" + text + "' does not exist; quote a name that contains blanks: '" +
+                              gripper + " " + text + "'";
+}
+
 /// A word alone is a file if there is such a file.
 void LogCommand::SortArguments() {
     if (file.empty() && IsFile(gripper)) {
@@ -92,9 +101,11 @@ ExitStatus LogCommand::Run(Daemon& /*daemon*/, Printer& printer) {
     LogModel model([&](const LogRow& row) { Show(row, printer); }, isVerbose,
                    [this](const LogRow& row) { return filter->Wants(row); });
     const auto source = Open(model);
+    bool isTerminated = false;
     {
         const Interruption interruption;  // after journalctl was started, which it would not end
         Read(*source, model, printer, interruption.Token());
+        isTerminated = interruption.IsTermination();
     }
     model.End();
     ShowLast(printer);
@@ -108,7 +119,7 @@ ExitStatus LogCommand::Run(Daemon& /*daemon*/, Printer& printer) {
         throw Failure(ExitStatus::NoGripper, UnknownText());
     }
     PrintSummary(model.Summary(), printer);
-    return ExitStatus::Done;
+    return isTerminated ? ExitStatus::Interrupted : ExitStatus::Done;
 }
 
 std::unique_ptr<LogSource> LogCommand::Open(LogModel& model) {

@@ -164,17 +164,19 @@ class SourcesTest(LogTestCase):
         return False
 
     def test_the_journal_is_followed(self):
+        """Ctrl-C is its ordinary end."""
         world = self.fake_journal([], self.journal(self.lines), follow="exec sleep 1000")
         environment = {**ctl.CLEAN, **world}
-        process = subprocess.Popen(ctl.arguments_of("log", "-f"), env=environment, text=True,
-                                   stdin=subprocess.DEVNULL, stdout=subprocess.PIPE)
-        with process:
-            for line in process.stdout:
-                if "Grip  PDOUT=[3,1]" in line:
-                    break
-            process.send_signal(signal.SIGINT)
-            self.assertIn(f"{HVA}: 1 call", process.stdout.read())
-        self.assertEqual(process.returncode, 0)
+        for number, status in ((signal.SIGINT, 0), (signal.SIGTERM, -signal.SIGTERM)):
+            process = subprocess.Popen(ctl.arguments_of("log", "-f"), env=environment, text=True,
+                                       stdin=subprocess.DEVNULL, stdout=subprocess.PIPE)
+            with self.subTest(signal=number), process:
+                for line in process.stdout:
+                    if "Grip  PDOUT=[3,1]" in line:
+                        break
+                process.send_signal(number)
+                self.assertIn(f"{HVA}: 1 call", process.stdout.read())
+            self.assertEqual(process.returncode, status)
         self.assertIn("--follow", (self.folder / "asked").read_text())
 
     def test_the_doctor_reads_a_file(self):

@@ -122,6 +122,13 @@ class NearestTest(CtlTestCase):
                             "blanks\n", "call", "GetPos", "HVA", "SN:100001")
         self.assertFalse(self.cell.log.matching("PDOUT=.3"))
 
+    def test_a_name_with_a_blank_must_be_quoted_for_the_log(self):
+        for options in ((), ("-f",), ("/dev/null",)):
+            with self.subTest(options=options):
+                self.expect_failure(USAGE, "FILE: 'SN:100001' does not exist; quote a name "
+                                    "that contains blanks: 'HVA SN:100001'; see tavrikctl log "
+                                    "--help\n", "log", "HVA", "SN:100001", *options)
+
 
 class AdviceTest(CtlTestCase):
     options = ()

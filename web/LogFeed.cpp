@@ -90,17 +90,16 @@ void LogFeed::Read() {
     bool isReadable = false;
     const auto source = Open(model, isReadable);
     Begin(isReadable);
-    std::chrono::milliseconds idle(0);
+    auto lastLine = Clock::now();
     std::string_view line;
     while (IsWanted()) {
         const LogSource::Result result = source->Next(line, kReadPatience);
         if (result == LogSource::Result::Line) {
-            idle = std::chrono::milliseconds(0);
+            lastLine = Clock::now();
             model.Take(line);
             continue;
         }
-        idle += kReadPatience;
-        model.Idle(idle);
+        model.Idle(std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - lastLine));
         if (!isReadable && model.Summary().lines == 0) {
             SetTrouble(kNoLine);
         }

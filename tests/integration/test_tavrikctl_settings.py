@@ -112,13 +112,12 @@ class FileTest(SettingsTestCase):
         self.assertEqual(self.file.read_text(), old)
         self.assertEqual(list(self.folder.iterdir()), [self.file])
 
-
     def test_a_folder_is_not_a_file(self):
         for command in ("settings", "cell"):
             self.expect_failure(USAGE, f"FILE: '{self.folder}' is a directory; see tavrikctl "
                                 f"{command} save --help\n", command, "save", self.folder)
 
-    def test_the_screen_on_narrow_terminals(self):
+    def test_the_screen_at_every_width(self):
         self.save(TLM)
         self.edit(release_limit=-1.5)
         shown = screen_of(20, "settings", "show", TLM)
@@ -126,11 +125,17 @@ class FileTest(SettingsTestCase):
         first = shown.index("SET 0")
         self.assertEqual(shown[first:first + 4], ["SET 0", "  NO-PART-LIMIT 2.00", "  RELEASE-LIMIT",
                                                   "  18.00"])
-        shown = screen_of(40, "settings", "show", TLM)
-        self.assertIn("SET  NO-PART-LIMIT  RELEASE-LIMIT", shown)
         self.assertEqual(screen_of(20, "settings", "diff", self.file, TLM),
                          ["SETTING", "release-limit of set", "1", "  FILE -1.50",
                           "  GRIPPER 18.00"])
+        text = self.ctl("settings", "show", TLM)
+        self.assertIn("SET  NO-PART-LIMIT  RELEASE-LIMIT\n", text)
+        for columns in (40, 80, 200):
+            with self.subTest(columns=columns):
+                self.assertEqual(screen_of(columns, "settings", "show", TLM), text.splitlines())
+                self.assertEqual(screen_of(columns, "settings", "diff", self.file, TLM),
+                                 ["SETTING                  FILE  GRIPPER",
+                                  "release-limit of set 1  -1.50    18.00"])
         self.save_apart(HVA)
         self.edit(force=60)
         self.assertEqual(screen_of(20, "settings", "diff", self.file, HVA),

@@ -74,9 +74,10 @@ Json RequestLines(const SimulatedMaster& master) {
     return lines;
 }
 
-/// A number without a fraction that is zero, with its unit.
-std::string Millimetres(double number) {
-    return Number(number).dump() + " mm";
+/// A length to the micrometre, without a fraction that is zero, with its unit.
+std::string Millimetres(double length) {
+    constexpr double kMicrometres = 1000;
+    return Number(std::round(length * kMicrometres) / kMicrometres).dump() + " mm";
 }
 
 std::string FlagText(const SimulatedGripper& gripper) {

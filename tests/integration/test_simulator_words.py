@@ -58,6 +58,11 @@ class CommandsTest(CtlTestCase):
                          r"  more      show 0 --json\n"
                          r"ok show 0\Z")
 
+    def test_show_rounds_lengths(self):
+        with self.condition("part 0 12.3456789", "part 0 none"):
+            self.assertIn("  part      12.346 mm", self.replies("show 0"))
+            self.assertEqual(self.cell.show(0)["part"], 12.3456789)
+
     def test_show_has_all_in_json(self):
         self.assertEqual(self.cell.show(1)["model"], "MZD-S")
 

@@ -31,7 +31,7 @@ std::string LocalTime(TimePoint time, bool complete) {
     localtime_r(&seconds, &parts);
     std::array<char, 32> whole{};
     std::strftime(whole.data(), whole.size(), complete ? "%FT%T" : "%T", &parts);
-    std::array<char, 16> rest{};
+    std::array<char, 32> rest{};
     std::snprintf(rest.data(), rest.size(), ".%03d", fraction);
     std::string text = std::string(whole.data()) + rest.data();
     if (complete) {

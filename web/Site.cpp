@@ -22,6 +22,9 @@ using nlohmann::json;
 using nlohmann::ordered_json;
 using Clock = std::chrono::steady_clock;
 
+// Files have no limit: they are in memory, and a refusal costs as much.
+constexpr double kStreamsPerSecond = 50;
+constexpr double kScrapesPerSecond = 50;
 constexpr double kRequestsPerSecond = 30;
 constexpr double kLogRequestsPerSecond = 50;  // each viewer sends one; served from memory
 constexpr double kRefusalLinesPerSecond = 100;
@@ -43,6 +46,10 @@ HttpResponse Answer(const ordered_json& object, unsigned status = 200) {
 /// A result in words, as the page shows it.
 HttpResponse Outcome(bool isDone, const std::string& text, unsigned status = 200) {
     return Answer({{"ok", isDone}, {"text", text}}, status);
+}
+
+HttpResponse TooManyRequests() {
+    return HttpResponse::Text(kTooManyRequests, "too many requests");
 }
 
 /// A member of a request; empty if it is missing or no text.
@@ -79,6 +86,8 @@ Site::Site(const SiteOptions& options)
       guard(options.origins),
       assets(options.assets),
       control(options.allowControl),
+      streamLimit(kStreamsPerSecond),
+      metricsLimit(kScrapesPerSecond),
       requestLimit(kRequestsPerSecond),
       logLimit(kLogRequestsPerSecond),
       refusalLimit(kRefusalLinesPerSecond),
@@ -112,6 +121,10 @@ void Site::Handle(const HttpRequest& request, Reply reply) {
 }
 
 HttpResponse Site::Get(const HttpRequest& request) {
+    if ((request.path == "/events" && !streamLimit.Allow()) ||
+        (request.path == "/metrics" && !metricsLimit.Allow())) {
+        return TooManyRequests();
+    }
     if (request.path == "/events") {
         HttpResponse response;
         response.type = "text/event-stream";
@@ -165,7 +178,7 @@ void Site::Post(const HttpRequest& request, const Reply& reply) {
     const bool isDisable = body.value("command", json()) == "disable" && HasControl(request);
     RateLimit& limit = action->second == &Site::ReadLog ? logLimit : requestLimit;
     if (!isDisable && !limit.Allow()) {
-        reply(HttpResponse::Text(kTooManyRequests, "too many requests"));
+        reply(TooManyRequests());
         return;
     }
     try {

@@ -87,6 +87,8 @@ private:
     const Assets assets;
     Control control;
     Statistics statistics;
+    RateLimit streamLimit;
+    RateLimit metricsLimit;
     RateLimit requestLimit;
     RateLimit logLimit;
     RateLimit refusalLimit;

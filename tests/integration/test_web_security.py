@@ -1,5 +1,6 @@
 """tavrikweb: who may look, who may move a gripper, and requests that attack it."""
 
+import contextlib
 import json
 import os
 import re
@@ -8,8 +9,8 @@ import time
 
 from .harness.cell import PATIENCE, SLOWNESS, wait_until
 from .harness.cell_test_case import main
-from .harness.web import (ASSETS, ORIGIN, PORT, Viewer, WebTestCase, connect, get, post,
-                          receive_all, request, send)
+from .harness.web import (ASSETS, ORIGIN, PORT, Viewer, WebTestCase, compose, connect, get,
+                          new_viewer, post, receive_all, request, send)
 
 HVA = "HVA SN:100001"
 DISABLE = {"gripper": HVA, "command": "disable"}
@@ -122,6 +123,32 @@ class AttackTest(WebTestCase):
         self.assertEqual(post("/api/command", DISABLE, token, headers=forged).status, 200)
         line = self.web.log.wait_for("Command from", since=mark)
         self.assertRegex(line, rf"Command from 127.0.0.1 to '{HVA}': disable: done$")
+
+
+class RateTest(WebTestCase):
+    def statuses(self, path, count):
+        """Of requests that are sent together, so that they come faster than any limit."""
+        requests = (count - 1) * compose("GET", path, drop=("Connection",)) + compose("GET", path)
+        with connect() as connection:
+            connection.sendall(requests)
+            return [int(status) for status in
+                    re.findall(rb"^HTTP/1.1 (\d+)", receive_all(connection), re.MULTILINE)]
+
+    def expect_limit(self, path, served):
+        statuses = self.statuses(path, 200)
+        self.assertEqual(len(statuses), 200)
+        self.assertEqual(set(statuses), {served, 429})
+        self.assertEqual(statuses[0], served)
+
+    def test_scrapes_are_limited(self):
+        self.expect_limit("/metrics", 200)
+
+    def test_streams_are_limited(self):
+        with contextlib.ExitStack() as stack:
+            for _ in range(16):
+                new_viewer(stack)
+            wait_until(lambda: get("/events").status == 503, pause=0.1)
+            self.expect_limit("/events", 503)
 
 
 class ControlTest(WebTestCase):

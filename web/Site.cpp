@@ -28,6 +28,7 @@ constexpr double kScrapesPerSecond = 50;
 constexpr double kRequestsPerSecond = 30;
 constexpr double kLogRequestsPerSecond = 50;  // each viewer sends one; served from memory
 constexpr double kRefusalLinesPerSecond = 100;
+constexpr std::size_t kDriveOffsAtOnce = 4;  // connections to the daemon, which has 15 places
 constexpr std::chrono::seconds kCellEventPeriod(1);  // also shows a viewer that nothing has failed
 constexpr const char* kTokenHeader = "x-tavrik-control";
 
@@ -94,7 +95,7 @@ Site::Site(const SiteOptions& options)
       poller(
           options.daemon, [this] { return hub.Count(); },
           [this](const Cell& cell, bool isNew) { Publish(cell, isNew); }),
-      driveOffs(options.daemon),
+      driveOffs(options.daemon, kDriveOffsAtOnce),
       motions(options.daemon),
       readings(options.daemon),
       log(options.log) {}

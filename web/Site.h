@@ -98,7 +98,7 @@ private:
     std::string lastControl;                    // the poller's thread alone, like the next one
     std::chrono::steady_clock::time_point nextCellEvent{};
     Poller poller;
-    Worker driveOffs;  // so that no drive off waits for a motion
+    Worker driveOffs;  // so that no drive off waits for a motion, or for another silent master
     Worker motions;    // short, so that no motion waits for the others
     Worker readings;   // settings and the doctor
     LogFeed log;

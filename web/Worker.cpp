@@ -1,14 +1,27 @@
 #include "web/Worker.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace tavrik {
 
-Worker::Worker(const Endpoint& endpoint) : endpoint(endpoint), thread(&Worker::Run, this) {}
+Worker::Worker(const Endpoint& endpoint, std::size_t threads) : endpoint(endpoint) {
+    for (std::size_t i = 0; i < threads; ++i) {
+        this->threads.emplace_back(&Worker::Run, this);
+    }
+}
 
 Worker::~Worker() {
     stop.request_stop();
-    thread.join();
+    {
+        const std::lock_guard lock(mutex);
+        for (Entry& entry : jobs) {
+            entry.dropped.request_stop();
+        }
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
 }
 
 bool Worker::Do(Job job, const std::string& subject) {
@@ -30,21 +43,34 @@ void Worker::Drop(const std::string& subject) {
     }
 }
 
+bool Worker::IsBusyLocked(const std::string& subject) const {
+    return std::ranges::any_of(
+        jobs, [&](const Entry& each) { return each.isRunning && each.subject == subject; });
+}
+
+/// The first job that may run.
+Worker::Entries::iterator Worker::NextLocked() {
+    return std::ranges::find_if(
+        jobs, [this](const Entry& each) { return !each.isRunning && !IsBusyLocked(each.subject); });
+}
+
 void Worker::Run() {
     while (true) {
         std::unique_lock lock(mutex);
-        changed.wait(lock, stop.get_token(), [this] { return !jobs.empty(); });
+        changed.wait(lock, stop.get_token(), [this] { return NextLocked() != jobs.end(); });
         if (stop.stop_requested()) {
             return;
         }
-        const Entry& entry = jobs.front();  // stays where it is when others come
+        const auto entry = NextLocked();
+        entry->isRunning = true;
         lock.unlock();
         {
             Daemon daemon(endpoint, stop.get_token());
-            entry.job(daemon, entry.dropped.get_token());
+            entry->job(daemon, entry->dropped.get_token());
         }
         lock.lock();
-        jobs.pop_front();
+        jobs.erase(entry);
+        changed.notify_all();  // the next one of its subject may run
     }
 }
 

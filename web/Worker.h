@@ -2,38 +2,40 @@
 
 #include <condition_variable>
 #include <cstddef>
-#include <deque>
 #include <functional>
+#include <list>
 #include <mutex>
 #include <stop_token>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "client/Daemon.h"
 
 namespace tavrik {
 
-/// Does what may take long, such as calls to a master that does not answer: one job after the
-/// other, on a thread of its own. Its connection to the daemon exists only during a job.
+/// Does what may take long, such as calls to a master that does not answer, on threads of its own:
+/// jobs of one subject one after the other. A connection to the daemon exists only during a job.
 class Worker {
 public:
-    /// @param dropped whether Drop() was called for it
+    /// @param dropped whether Drop() was called for it, or the worker ends
     using Job = std::function<void(Daemon&, const std::stop_token& dropped)>;
 
-    explicit Worker(const Endpoint& endpoint);
+    /// @param threads how many jobs run at the same time
+    explicit Worker(const Endpoint& endpoint, std::size_t threads = 1);
 
-    /// Ends the job that is running within about a second; the others are dropped.
+    /// Ends the jobs that are running within about a second; the others are dropped.
     ~Worker();
     Worker(const Worker&) = delete;
     Worker& operator=(const Worker&) = delete;
 
     /// Any thread may call.
-    /// @param subject for Drop()
+    /// @param subject such as the gripper that the job is for
     /// @return false when too many jobs are waiting
     bool Do(Job job, const std::string& subject = "");
 
-    /// Tells the jobs of a subject that they are not wanted any more: those that wait and the one
-    /// that is running. Any thread may call.
+    /// Tells the jobs of a subject that they are not wanted any more: those that wait and those
+    /// that are running. Any thread may call.
     void Drop(const std::string& subject);
 
 private:
@@ -41,9 +43,13 @@ private:
         Job job;
         std::string subject;
         std::stop_source dropped = {};
+        bool isRunning = false;
     };
+    using Entries = std::list<Entry>;  // an entry stays where it is when others come and go
 
     void Run();
+    Entries::iterator NextLocked();
+    bool IsBusyLocked(const std::string& subject) const;
 
     static constexpr std::size_t kMostWaiting = 32;
 
@@ -51,8 +57,8 @@ private:
     std::stop_source stop;
     std::mutex mutex;  // guards `jobs`
     std::condition_variable_any changed;
-    std::deque<Entry> jobs;  // the first one stays while it is running
-    std::thread thread;      // last: uses all others
+    Entries jobs;                      // in the order in which they came; until they are done
+    std::vector<std::thread> threads;  // last: they use all others
 };
 
 }  // namespace tavrik

@@ -21,13 +21,13 @@ class QueueTest(WebTestCase):
             self.assertTrue(answer.json()["ok"], answer.text)
 
     @contextlib.contextmanager
-    def waiting(self, *devices):
-        """Has the server take a command "grip" for each device, without awaiting the answers."""
+    def waiting(self, *devices, command="grip"):
+        """Has the server take a command for each device, without awaiting the answers."""
         with contextlib.ExitStack() as stack:
             connections = []
             for device in devices:
                 connections.append(stack.enter_context(connect()))
-                body = json.dumps({"gripper": device, "command": "grip", "set": 0}).encode()
+                body = json.dumps({"gripper": device, "command": command, "set": 0}).encode()
                 connections[-1].sendall(compose("POST", "/api/command", body=body,
                                                 headers={"X-Tavrik-Control": self.token}))
             get("/x")  # served after them
@@ -46,6 +46,16 @@ class QueueTest(WebTestCase):
             post("/api/command", {"gripper": HVA, "command": "disable"}, self.token)
             texts = self.texts(connections)
         self.assertEqual(texts[1:], 4 * ["grip, set 0: not sent: the drive was switched off"])
+
+    def test_drive_off_does_not_wait_for_another_silent_master(self):
+        mark = self.web.log.mark()
+        with self.condition("mute 0 on", "mute 0 off"), \
+                self.waiting(HVA, HVA, command="disable") as connections:
+            answer = post("/api/command", {"gripper": MZD, "command": "disable"}, self.token)
+            self.assertTrue(answer.json()["ok"])
+            self.texts(connections)
+        lines = self.web.log.matching("Command from .*: disable", since=mark)
+        self.assertEqual([HVA in line for line in lines], [False, True, True], lines)
 
     def test_what_waits_is_not_done_for_one_who_has_lost_control(self):
         with self.condition("mute 0 on", "mute 0 off"), \

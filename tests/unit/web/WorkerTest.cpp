@@ -1,0 +1,96 @@
+#include "web/Worker.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <future>
+
+#include "tests/support/WaitFor.h"
+
+namespace tavrik {
+namespace {
+
+using support::WaitFor;
+
+class WorkerTest : public testing::Test {
+protected:
+    /// A job that runs until it is dropped or the test has finished.
+    Worker::Job Lasting() {
+        return [this](Daemon&, const std::stop_token& dropped) {
+            ++running;
+            WaitFor([&] { return isOver || dropped.stop_requested(); });
+            --running;
+            ++done;
+        };
+    }
+
+    ~WorkerTest() override { isOver = true; }
+
+    std::atomic<bool> isOver = false;
+    std::atomic<int> running = 0;
+    std::atomic<int> done = 0;
+};
+
+class OneThreadTest : public WorkerTest {
+protected:
+    Worker worker{Endpoint()};
+};
+
+class TwoThreadsTest : public WorkerTest {
+protected:
+    Worker worker{Endpoint(), 2};
+};
+
+TEST_F(OneThreadTest, DropsWhatRunsAndWhatWaitsForASubject) {
+    worker.Do(Lasting(), "a");
+    worker.Do(Lasting(), "a");
+    worker.Do(Lasting(), "b");
+    ASSERT_TRUE(WaitFor([&] { return running == 1; }));
+    worker.Drop("a");
+    ASSERT_TRUE(WaitFor([&] { return done == 2 && running == 1; }));
+    worker.Drop("b");
+    ASSERT_TRUE(WaitFor([&] { return done == 3; }));
+}
+
+TEST_F(OneThreadTest, RefusesWhatWouldWaitTooLong) {
+    constexpr int kMost = 1000;
+    int taken = 0;
+    while (taken < kMost && worker.Do(Lasting())) {
+        ++taken;
+    }
+    EXPECT_GT(taken, 10);
+    EXPECT_LT(taken, kMost);
+}
+
+TEST_F(TwoThreadsTest, DoesJobsOfTwoSubjectsAtTheSameTime) {
+    worker.Do(Lasting(), "a");
+    worker.Do(Lasting(), "b");
+    EXPECT_TRUE(WaitFor([&] { return running == 2; }));
+}
+
+TEST_F(TwoThreadsTest, DoesJobsOfOneSubjectOneAfterTheOther) {
+    worker.Do(Lasting(), "a");
+    worker.Do(Lasting(), "a");
+    worker.Do(Lasting(), "b");
+    ASSERT_TRUE(WaitFor([&] { return running == 2; }));
+    worker.Drop("b");  // the second job of "a" still waits
+    ASSERT_TRUE(WaitFor([&] { return done == 1; }));
+    EXPECT_FALSE(WaitFor([&] { return running == 2; }, std::chrono::milliseconds(20)));
+}
+
+TEST(WorkerEndTest, TellsTheJobThatRuns) {
+    std::promise<void> begun;
+    std::promise<bool> wasTold;
+    {
+        Worker worker{Endpoint()};
+        worker.Do([&](Daemon&, const std::stop_token& dropped) {
+            begun.set_value();
+            wasTold.set_value(WaitFor([&] { return dropped.stop_requested(); }));
+        });
+        begun.get_future().wait();
+    }
+    EXPECT_TRUE(wasTold.get_future().get());
+}
+
+}  // namespace
+}  // namespace tavrik

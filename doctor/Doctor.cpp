@@ -120,12 +120,14 @@ Finding CheckGripper(const Gripper& gripper, const std::string& options, ExitSta
 
 }  // namespace
 
-Doctor::Doctor(const Endpoint& endpoint, std::string cellFile, std::string logFile)
+Doctor::Doctor(const Endpoint& endpoint, std::string cellFile, std::string logFile,
+               std::stop_token stop)
     : endpoint(endpoint),
       cellFile(std::move(cellFile)),
       cell(this->cellFile.empty() ? std::nullopt
                                   : std::optional(ExpectedCell::FromFile(this->cellFile))),
-      logFile(std::move(logFile)) {}
+      logFile(std::move(logFile)),
+      stop(std::move(stop)) {}
 
 void Doctor::Examine() {
     if (!logFile.empty()) {
@@ -151,7 +153,7 @@ void Doctor::ExaminePorts(const Host* host) {
     for (const unsigned port : kPorts) {
         Endpoint server = endpoint;
         server.port = port;
-        const PortResult result = CheckPort(server, host);
+        const PortResult result = CheckPort(server, host, stop);
         Add({result.finding});
         if (result.version && !answers) {
             answers = true;
@@ -172,7 +174,7 @@ void Doctor::ExamineDevices(const Host& host) {
 }
 
 void Doctor::ExamineGrippers(const Host* host) {
-    Daemon daemon(endpoint);
+    Daemon daemon(endpoint, stop);
     const auto grippers = ListGrippers(daemon);
     Findings answered = AskGrippers(daemon, grippers.value_or(std::vector<std::string>()));
     if (host != nullptr && !host->DaemonIsBehindSimulator()) {
@@ -252,6 +254,9 @@ Findings Doctor::AskGrippers(Daemon& daemon, const std::vector<std::string>& gri
     Findings answered;
     std::set<std::string> names;
     for (const std::string& device : grippers) {
+        if (stop.stop_requested()) {
+            break;
+        }
         ExitStatus result{};
         answered.push_back(CheckGripper(Gripper(daemon, device), endpoint.Options(), result));
         if (status != ExitStatus::Done) {

@@ -2,6 +2,7 @@
 
 #include <nlohmann/json_fwd.hpp>
 #include <optional>
+#include <stop_token>
 #include <string>
 #include <vector>
 
@@ -19,8 +20,10 @@ public:
     /// @param endpoint host and timeout of the daemon; both ports are checked
     /// @param cellFile of the grippers that there should be; empty if they are not known
     /// @param logFile where the daemon logs to; empty for the journal
+    /// @param stop ends calls of the daemon early; what is found then is of no use
     /// @throws Failure (Usage) if `cellFile` is not a cell file
-    explicit Doctor(const Endpoint& endpoint, std::string cellFile = "", std::string logFile = "");
+    explicit Doctor(const Endpoint& endpoint, std::string cellFile = "", std::string logFile = "",
+                    std::stop_token stop = {});
 
     void Examine();
 
@@ -51,6 +54,7 @@ private:
     const std::string cellFile;
     const std::optional<ExpectedCell> cell;
     const std::string logFile;
+    const std::stop_token stop;
     bool isCellAsExpected = true;
     bool answers = false;
     bool sawMachine = false;

@@ -144,7 +144,7 @@ bool IsPortInList(unsigned port, const std::string& list) {
     return false;
 }
 
-PortResult CheckPort(Endpoint endpoint, const Host* host) {
+PortResult CheckPort(Endpoint endpoint, const Host* host, const std::stop_token& stop) {
     // GetVersion waits for nothing in the daemon.
     constexpr std::chrono::milliseconds kPatience = std::chrono::seconds(3);
     endpoint.timeout = std::min(endpoint.timeout, kPatience);
@@ -155,7 +155,7 @@ PortResult CheckPort(Endpoint endpoint, const Host* host) {
         return {ExplainNoListener(subject, *host, first), std::nullopt};
     }
     try {
-        const auto version = Daemon(endpoint).Get<std::string>("GetVersion");
+        const auto version = Daemon(endpoint, stop).Get<std::string>("GetVersion");
         const std::string number = version.substr(0, version.find(' '));
         const std::string text =
             (first == nullptr ? "" : HolderText(*host, *first) + " listens, ") + "version " +

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <stop_token>
 #include <string>
 #include <vector>
 
@@ -40,7 +41,8 @@ struct PortResult {
 
 /// Whether the daemon serves the port of `endpoint`, and which program holds it otherwise.
 /// @param host null for a daemon on another machine
-PortResult CheckPort(Endpoint endpoint, const Host* host);
+/// @param stop ends a running call early
+PortResult CheckPort(Endpoint endpoint, const Host* host, const std::stop_token& stop = {});
 
 /// Whether the daemon's ports are reserved, so that no outgoing connection can take one.
 /// @param folder where the kernel shows the settings of the network

@@ -362,9 +362,9 @@ void Site::ReadLog(const HttpRequest& /*request*/, const json& body, const Reply
 
 void Site::Diagnose(const HttpRequest& /*request*/, const json& /*body*/, const Reply& reply) {
     const bool isTaken =
-        readings.Do([this, reply](Daemon& /*daemon*/, const std::stop_token& /*dropped*/) {
-            reply(CatchFailure([this] {
-                Doctor doctor(daemon);
+        readings.Do([this, reply](Daemon& /*daemon*/, const std::stop_token& dropped) {
+            reply(CatchFailure([this, &dropped] {
+                Doctor doctor(daemon, "", "", dropped);
                 doctor.Examine();
                 return Answer({{"ok", true}, {"findings", FindingsJson(doctor.Result())}});
             }));

@@ -295,5 +295,20 @@ class StopTest(WebTestCase):
             receive_all(viewer.connection)
 
 
+class StopOfDiagnosisTest(WebTestCase):
+    options = 8 * ("--gripper", "HVA")
+
+    def test_it_does_not_wait_for_the_doctor(self):
+        for number in range(8):
+            self.cell.command(f"mute {number} on")  # the doctor waits a second for each
+        with connect() as waiting:
+            requests = self.cell.show(0)["requests"]
+            waiting.sendall(compose("POST", "/api/findings", body=b"{}"))
+            wait_until(lambda: self.cell.show(0)["requests"] != requests)  # nobody else asks
+            start = time.monotonic()
+            self.web.stop()
+            self.assertLess(time.monotonic() - start, 4 * SLOWNESS)
+
+
 if __name__ == "__main__":
     main()

@@ -11,7 +11,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::chrono::milliseconds kPause(500);  // the daemon logs nine lines for each request
+constexpr std::chrono::milliseconds kPause(250);  // the daemon logs nine lines for each request
 constexpr std::chrono::milliseconds kRest(500);   // without a change; before, the data is live
 constexpr std::chrono::seconds kForgotten(3);     // a gripper that is not read any more
 constexpr std::chrono::milliseconds kSilentPeriod(1000);  // a late answer is no silence
@@ -30,6 +30,9 @@ std::optional<MasterWatch::TimePoint> MasterWatch::Check(const std::string& devi
                                                          const ProcessData& data, TimePoint time,
                                                          std::chrono::milliseconds period) {
     const std::lock_guard lock(mutex);
+    if (subjects.empty()) {
+        changed.notify_all();  // otherwise, the thread looks by itself
+    }
     Subject& subject = subjects[device];
     if (subject.data != data) {
         subject.changed = time;
@@ -38,8 +41,6 @@ std::optional<MasterWatch::TimePoint> MasterWatch::Check(const std::string& devi
     subject.data = data;
     subject.checked = time;
     subject.silence.AddData(data, time);
-    hasChecked = true;
-    changed.notify_all();
     return subject.silence.IsFrozen() ? subject.silence.SilentSince() : std::nullopt;
 }
 
@@ -47,14 +48,13 @@ void MasterWatch::Run() {
     Daemon daemon(endpoint, stop.get_token());
     std::unique_lock lock(mutex);
     while (!stop.stop_requested()) {
-        changed.wait(lock, stop.get_token(), [this] { return hasChecked; });
-        hasChecked = false;
+        changed.wait(lock, stop.get_token(), [this] { return !subjects.empty(); });
         if (const std::string device = NextDue(Clock::now()); !device.empty()) {
             lock.unlock();
             Ask(daemon, device);
             lock.lock();
-            changed.wait_for(lock, stop.get_token(), kPause, [] { return false; });
         }
+        changed.wait_for(lock, stop.get_token(), kPause, [] { return false; });
     }
 }
 

@@ -15,9 +15,9 @@
 
 namespace tavrik {
 
-/// Asks the masters of grippers at rest whether they still answer, two a second at most: the daemon
-/// keeps returning the last data of one that does not. On a thread and a connection of its own,
-/// because a request without answer takes a second.
+/// Asks the masters of grippers at rest whether they still answer, four a second at most: the
+/// daemon keeps returning the last data of one that does not. On a thread and a connection of its
+/// own, because a request without answer takes a second.
 class MasterWatch {
 public:
     using TimePoint = SilenceDetector::TimePoint;
@@ -54,8 +54,7 @@ private:
     std::stop_source stop;
     std::mutex mutex;  // guards what follows
     std::condition_variable_any changed;
-    bool hasChecked = false;
-    std::map<std::string, Subject> subjects;  // by device string
+    std::map<std::string, Subject> subjects;  // by device string; none while nothing is read
     std::thread thread;                       // last: uses all others
 };
 

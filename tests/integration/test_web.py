@@ -265,9 +265,10 @@ class RestartTest(WebTestCase):
 
 
 class Counter(http.server.BaseHTTPRequestHandler):
-    """A daemon with two grippers that counts what it is asked."""
+    """A daemon that counts what it is asked."""
 
     protocol_version = "HTTP/1.1"
+    devices = [HVA, MZD]
     readings = 0
     questions = 0  # to masters
     calls = 0
@@ -282,7 +283,7 @@ class Counter(http.server.BaseHTTPRequestHandler):
             Counter.readings += len(parameters[0])
             return [[self.answer(call["methodName"], call["params"])] for call in parameters[0]]
         Counter.questions += method == "GetOverrideGrip"
-        return {"GetGrippers": [HVA, MZD], "GetVersion": "2.2.4 (fake)",
+        return {"GetGrippers": Counter.devices, "GetVersion": "2.2.4 (fake)",
                 "GetPDINExcerpt": 0x0802e8, "GetState": 8, "GetOverrideGrip": 100}[method]
 
     def do_POST(self):
@@ -300,11 +301,15 @@ class Counter(http.server.BaseHTTPRequestHandler):
 
 
 @unittest.skipUnless(own_network.is_own(), "the fake daemon needs the real one's port")
-class PollerTest(unittest.TestCase):
+class CounterTestCase(unittest.TestCase):
     """What the daemon is asked, counted by one that is not real."""
+
+    devices = [HVA, MZD]
 
     @classmethod
     def setUpClass(cls):
+        Counter.devices = cls.devices
+        Counter.connections = Counter.questions = 0
         server = http.server.ThreadingHTTPServer(("127.0.0.1", PORTS[1]), Counter)
         server.daemon_threads = True
         thread = threading.Thread(target=server.serve_forever)
@@ -315,6 +320,8 @@ class PollerTest(unittest.TestCase):
         web = Web()
         cls.addClassCleanup(web.stop)
 
+
+class PollerTest(CounterTestCase):
     def test_all_viewers_cost_twenty_readings_a_second_and_two_connections(self):
         with contextlib.ExitStack() as stack:
             for _ in range(MOST_VIEWERS):
@@ -347,6 +354,21 @@ class PollerTest(unittest.TestCase):
         with contextlib.ExitStack() as stack:
             new_viewer(stack).wait_for("values")
         self.assertGreater(Counter.calls, calls)
+
+
+class ManyMastersTest(CounterTestCase):
+    devices = [f"HVA SN:{number}" for number in range(8)]
+
+    def test_four_masters_are_asked_a_second(self):
+        with contextlib.ExitStack() as stack:
+            viewer = new_viewer(stack)
+            viewer.wait_for("values", lambda _: Counter.questions)
+            before, start = Counter.questions, time.monotonic()
+            for _ in range(40):
+                viewer.wait_for("values")
+            rate = (Counter.questions - before) / (time.monotonic() - start)
+        self.assertGreater(rate, 2.5)
+        self.assertLess(rate, 4.5)
 
 
 if __name__ == "__main__":

@@ -1,0 +1,96 @@
+#include "web/MasterWatch.h"
+
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include <atomic>
+#include <thread>
+
+#include "tests/support/WaitFor.h"
+#include "tests/unit/web/FakeDaemon.h"
+
+namespace tavrik {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+const std::string kWatched = "HVA SN:1";
+const ProcessData kStill(0x0803e8);
+constexpr milliseconds kAskPeriod(1000);
+
+class MasterWatchTest : public testing::Test {
+protected:
+    MasterWatchTest() {
+        daemon.On("GetOverrideGrip", [this](const auto&) {
+            std::this_thread::sleep_for(isSilent ? seconds(1) : seconds(0));  // as the daemon does
+            return xmlrpc_c::value_int(100);
+        });
+    }
+
+    bool IsOld(const std::string& device = kWatched) {
+        return watch.Check(device, kStill, Clock::now(), kAskPeriod).has_value();
+    }
+
+    int Questions() { return daemon.Calls("GetOverrideGrip"); }
+
+    std::atomic<bool> isSilent = false;
+    FakeDaemon daemon;
+    MasterWatch watch{daemon.Server()};
+};
+
+long Sleeps() {
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_nvcsw;
+}
+
+TEST_F(MasterWatchTest, AMasterThatAnswersIsAskedAgainAndItsDataIsNotOld) {
+    EXPECT_TRUE(support::WaitFor([&] {
+        EXPECT_FALSE(IsOld());
+        return Questions() > 1;
+    }));
+}
+
+TEST_F(MasterWatchTest, ASilentMasterMakesDataOldUntilItAnswers) {
+    isSilent = true;
+    const auto start = Clock::now();
+    EXPECT_TRUE(support::WaitFor([&] { return IsOld(); }));
+    EXPECT_GE(watch.Check(kWatched, kStill, Clock::now(), kAskPeriod), start);
+    isSilent = false;
+    EXPECT_TRUE(support::WaitFor([&] { return !IsOld(); }));
+}
+
+TEST_F(MasterWatchTest, AGripperThatMovesIsNotAsked) {
+    int position = 1;
+    EXPECT_TRUE(support::WaitFor([&] {
+        watch.Check("moves", ProcessData(0x080000 + ++position), Clock::now(), kAskPeriod);
+        IsOld();
+        return Questions() > 0;
+    }));
+    // The only question was for the gripper at rest.
+    EXPECT_FALSE(watch.Check("moves", ProcessData(0x080000), Clock::now(), kAskPeriod));
+}
+
+TEST_F(MasterWatchTest, AGripperThatIsNotReadAnyMoreIsNotAsked) {
+    EXPECT_TRUE(support::WaitFor([&] { return IsOld() || Questions() > 0; }));
+    const auto then = Clock::now() - seconds(10);
+    watch.Check(kWatched, kStill, then, kAskPeriod);  // forgotten at the next look
+    EXPECT_FALSE(support::WaitFor([&] { return Questions() > 1; }, milliseconds(1500)));
+}
+
+TEST_F(MasterWatchTest, ReadingsDoNotWakeItsThread) {
+    constexpr int kReadings = 50000;
+    constexpr long kFew = 50;  // it looks four times a second
+    IsOld();
+    const long before = Sleeps();
+    for (int i = 0; i < kReadings; ++i) {
+        watch.Check("HVA SN:" + std::to_string(i % 32), ProcessData(0x080000 + i), Clock::now(),
+                    kAskPeriod);
+    }
+    EXPECT_LT(Sleeps() - before, kFew);
+}
+
+}  // namespace
+}  // namespace tavrik

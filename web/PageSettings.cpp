@@ -1,5 +1,7 @@
 #include "web/PageSettings.h"
 
+#include <algorithm>
+#include <exception>
 #include <nlohmann/json.hpp>
 #include <vector>
 
@@ -15,7 +17,12 @@ using nlohmann::ordered_json;
 using Place = Setting::Place;
 using Differing = std::vector<SettingDifference>;
 
-void IgnoreProgress(double /*part*/) {}
+constexpr std::string_view kReading = "reading";
+
+/// For SettingsTransfer.
+SettingsTransfer::Progress StepOf(const PageProgress& progress, std::string_view step) {
+    return [&progress, step](double part) { progress(step, part); };
+}
 
 ordered_json Column(const Setting& setting) {
     return {{"setting", setting.name},
@@ -62,16 +69,6 @@ ordered_json ToPage(const GripperSettings& settings) {
             {"file", JsonFileText(ToJson(settings))}};
 }
 
-ordered_json DifferencesJson(const Differing& differences) {
-    ordered_json list = ordered_json::array();
-    for (const auto& [place, from, to] : differences) {
-        list.push_back({{"name", place.Name()},
-                        {"from", SettingText(*place.setting, from)},
-                        {"to", SettingText(*place.setting, to)}});
-    }
-    return list;
-}
-
 std::string ResultText(const SettingsTransfer::Step& step) {
     using Result = SettingsTransfer::Result;
     switch (step.result) {
@@ -86,6 +83,36 @@ std::string ResultText(const SettingsTransfer::Step& step) {
     }
 }
 
+/// @param transfer that has written before; null if there is none
+ordered_json DifferencesJson(const Differing& differences, const SettingsTransfer* transfer) {
+    ordered_json list = ordered_json::array();
+    for (const auto& [place, from, to] : differences) {
+        list.push_back({{"name", place.Name()},
+                        {"from", SettingText(*place.setting, from)},
+                        {"to", SettingText(*place.setting, to)},
+                        {"result", ""}});
+        if (transfer != nullptr) {
+            const auto step = std::ranges::find(transfer->Steps(), place.Name(), [](auto& each) {
+                return each.difference.place.Name();
+            });
+            list.back()["result"] = step == transfer->Steps().end() ? "" : ResultText(*step);
+        }
+    }
+    return list;
+}
+
+/// How much of a restore was done that has failed.
+std::string WrittenText(const SettingsTransfer& transfer) {
+    using Result = SettingsTransfer::Result;
+    const auto count = [&](Result result) {
+        return std::ranges::count(transfer.Steps(), result, &SettingsTransfer::Step::result);
+    };
+    const auto unknown = count(Result::Unknown);
+    return std::to_string(count(Result::Written)) + " of " +
+           std::to_string(transfer.Steps().size()) + " settings were written" +
+           (unknown == 0 ? "" : ", " + std::to_string(unknown) + " may be");
+}
+
 void LogSteps(const SettingsTransfer& transfer,
               const std::function<void(const std::string&)>& log) {
     for (const auto& step : transfer.Steps()) {
@@ -94,43 +121,57 @@ void LogSteps(const SettingsTransfer& transfer,
     }
 }
 
-}  // namespace
-
-ordered_json ReadPageSettings(const Gripper& gripper) {
-    return ToPage(SettingsTransfer(gripper).Read(IgnoreProgress));
-}
-
-ordered_json ComparePageSettings(const Gripper& gripper, const GripperSettings& wanted,
-                                 const std::string& name) {
-    const GripperSettings found = SettingsTransfer(gripper).Read(IgnoreProgress);
-    found.ExpectSameModel(wanted, name);
-    ordered_json answer = ToPage(found);
-    answer["differences"] = DifferencesJson(Differences(found, wanted));
-    return answer;
-}
-
-ordered_json RestorePageSettings(const Gripper& gripper, const GripperSettings& wanted,
-                                 const std::string& name, const std::function<void()>& check,
-                                 const std::function<void(const std::string&)>& log) {
-    SettingsTransfer transfer(gripper);
-    const GripperSettings found = transfer.Read(IgnoreProgress);
-    found.ExpectSameModel(wanted, name);
-    const auto checkNext = [&](double part) {
-        if (part < 1) {  // of the writes: another one follows
-            check();
-        }
-    };
-    check();
+void WriteLogged(SettingsTransfer& transfer, const GripperSettings& before,
+                 const Differing& differences, const SettingsTransfer::Progress& progress,
+                 const std::function<void(const std::string&)>& log) {
     try {
-        transfer.Write(found, Differences(found, wanted), checkNext);
+        transfer.Write(before, differences, progress);
     } catch (...) {  // also what the XML-RPC library throws
         LogSteps(transfer, log);
         throw;
     }
     LogSteps(transfer, log);
-    const GripperSettings after = transfer.ReadBack(wanted, IgnoreProgress);
+}
+
+}  // namespace
+
+ordered_json ReadPageSettings(const Gripper& gripper, const PageProgress& progress) {
+    return ToPage(SettingsTransfer(gripper).Read(StepOf(progress, kReading)));
+}
+
+ordered_json ComparePageSettings(const Gripper& gripper, const GripperSettings& wanted,
+                                 const std::string& name, const PageProgress& progress) {
+    const GripperSettings found = SettingsTransfer(gripper).Read(StepOf(progress, kReading));
+    found.ExpectSameModel(wanted, name);
+    ordered_json answer = ToPage(found);
+    answer["differences"] = DifferencesJson(Differences(found, wanted), nullptr);
+    return answer;
+}
+
+ordered_json RestorePageSettings(const Gripper& gripper, const GripperSettings& wanted,
+                                 const std::string& name, const std::function<void()>& check,
+                                 const std::function<void(const std::string&)>& log,
+                                 const PageProgress& progress) {
+    SettingsTransfer transfer(gripper);
+    const GripperSettings found = transfer.Read(StepOf(progress, kReading));
+    found.ExpectSameModel(wanted, name);
+    const auto checkNext = [&](double part) {
+        progress("writing", part);
+        if (part < 1) {  // of the writes: another one follows
+            check();
+        }
+    };
+    check();
+    GripperSettings after;
+    try {
+        WriteLogged(transfer, found, Differences(found, wanted), checkNext, log);
+        after = transfer.ReadBack(wanted, StepOf(progress, "reading back"));
+    } catch (const std::exception& failure) {  // also what the XML-RPC library throws
+        throw Failure(ExitStatus::Failed,
+                      std::string(failure.what()) + "; " + WrittenText(transfer));
+    }
     ordered_json answer = ToPage(after);
-    answer["differences"] = DifferencesJson(Differences(after, wanted));
+    answer["differences"] = DifferencesJson(Differences(after, wanted), &transfer);
     return answer;
 }
 

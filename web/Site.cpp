@@ -12,7 +12,6 @@
 #include "common/Ports.h"
 #include "doctor/Doctor.h"
 #include "web/Metrics.h"
-#include "web/PageSettings.h"
 
 namespace tavrik {
 
@@ -311,12 +310,19 @@ void Site::ExpectControl(const Sender& sender) {
 
 /// Has a job of seconds done.
 void Site::DoForGripper(const json& body, const Reply& reply,
-                        std::function<ordered_json(const Gripper&)> job) {
-    const bool isTaken = readings.Do([name = MemberText(body, "gripper"), job = std::move(job),
-                                      reply](Daemon& daemon, const std::stop_token& /*dropped*/) {
-        reply(CatchFailure(
-            [&] { return Answer(job(Gripper(daemon, daemon.FindGripper(name, true)))); }));
-    });
+                        std::function<ordered_json(const Gripper&, const PageProgress&)> job) {
+    const bool isTaken =
+        readings.Do([this, name = MemberText(body, "gripper"), job = std::move(job), reply](
+                        Daemon& daemon, const std::stop_token& /*dropped*/) {
+            const auto progress = [&](std::string_view step, double part) {
+                transfer.Set(name, step, part);
+            };
+            HttpResponse answer = CatchFailure([&] {
+                return Answer(job(Gripper(daemon, daemon.FindGripper(name, true)), progress));
+            });
+            transfer.Clear();
+            reply(std::move(answer));
+        });
     if (!isTaken) {
         reply(Outcome(false, "too many requests are waiting", kUnavailable));
     }
@@ -328,9 +334,11 @@ void Site::ReadSettings(const HttpRequest& /*request*/, const json& body, const 
 
 void Site::CompareSettings(const HttpRequest& /*request*/, const json& body, const Reply& reply) {
     const auto wanted = ParseSettingsFile(MemberText(body, "file"), MemberText(body, "name"));
-    DoForGripper(body, reply, [wanted, name = MemberText(body, "name")](const Gripper& gripper) {
-        return ComparePageSettings(gripper, wanted, name);
-    });
+    DoForGripper(body, reply,
+                 [wanted, name = MemberText(body, "name")](const Gripper& gripper,
+                                                           const PageProgress& progress) {
+                     return ComparePageSettings(gripper, wanted, name, progress);
+                 });
 }
 
 void Site::RestoreSettings(const HttpRequest& request, const json& body, const Reply& reply) {
@@ -342,13 +350,14 @@ void Site::RestoreSettings(const HttpRequest& request, const json& body, const R
     const auto wanted = ParseSettingsFile(MemberText(body, "file"), MemberText(body, "name"));
     const Sender sender{request.peer, *request.Header(kTokenHeader)};
     DoForGripper(body, reply,
-                 [this, wanted, name = MemberText(body, "name"), sender](const Gripper& gripper) {
+                 [this, wanted, name = MemberText(body, "name"), sender](
+                     const Gripper& gripper, const PageProgress& progress) {
                      const auto log = [&](const std::string& change) {
                          LogLine() << "Command from " << sender.peer << " to '" << gripper.Name()
                                    << "': restore " << Printable(change);
                      };
                      return RestorePageSettings(
-                         gripper, wanted, name, [&] { ExpectControl(sender); }, log);
+                         gripper, wanted, name, [&] { ExpectControl(sender); }, log, progress);
                  });
 }
 
@@ -400,8 +409,9 @@ void Site::Publish(const Cell& cell, bool isNew) {
         hub.Publish(CellEvent(cell));
     }
     if (cell.reachable) {
-        hub.Publish(
-            MakeEvent("values", Dump({{"list", generation.load()}, {"rows", cell.Values(now)}})));
+        hub.Publish(MakeEvent("values", Dump({{"list", generation.load()},
+                                              {"rows", cell.Values(now)},
+                                              {"transfer", transfer.Json()}})));
     }
 }
 

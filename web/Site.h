@@ -18,9 +18,11 @@
 #include "web/HttpServer.h"
 #include "web/LogFeed.h"
 #include "web/PageCommand.h"
+#include "web/PageSettings.h"
 #include "web/Poller.h"
 #include "web/RateLimit.h"
 #include "web/Statistics.h"
+#include "web/TransferProgress.h"
 #include "web/Worker.h"
 
 namespace tavrik {
@@ -71,8 +73,9 @@ private:
     void ReadLog(const HttpRequest& request, const nlohmann::json& body, const Reply& reply);
     void Diagnose(const HttpRequest& request, const nlohmann::json& body, const Reply& reply);
 
-    void DoForGripper(const nlohmann::json& body, const Reply& reply,
-                      std::function<nlohmann::ordered_json(const Gripper&)> job);
+    void DoForGripper(
+        const nlohmann::json& body, const Reply& reply,
+        std::function<nlohmann::ordered_json(const Gripper&, const PageProgress&)> job);
     HttpResponse Execute(const PageCommand& command, const Sender& sender, Daemon& daemon,
                          const std::stop_token& dropped);
     int Send(const PageCommand& command, const Gripper& gripper);
@@ -92,6 +95,7 @@ private:
     RateLimit requestLimit;
     RateLimit logLimit;
     RateLimit refusalLimit;
+    TransferProgress transfer;
     EventHub hub;
     std::atomic<std::uint64_t> generation = 0;  // of the list of grippers
     std::atomic<bool> isJoined = false;         // by a viewer that has no event yet

@@ -15,6 +15,7 @@ const TICK_MS = 250;
 const model = {
   cell: null, // the last event "cell"
   values: new Map(), // by device: of readRow(), with `receivedAt`
+  transfer: null, // of settings, while there is one: {gripper, step, percent}
   histories: new Map(), // by device
   lost: "", // why there are no events
   lastEvent: 0,
@@ -60,9 +61,11 @@ function dropValues() {
     model.history(device).add(now, null);
   }
   model.values.clear();
+  model.transfer = null;
 }
 
-function takeValues({ list, rows }) {
+function takeValues({ list, rows, transfer }) {
+  model.transfer = transfer;
   if (list !== model.cell?.list) {
     return; // belongs to a list of grippers that comes with the next event
   }
@@ -81,6 +84,7 @@ function takeValues({ list, rows }) {
 function take(message) {
   if (message.type === "lost") {
     model.lost = message.reason;
+    model.transfer = null;
   } else {
     model.lost = "";
     model.lastEvent = Date.now();

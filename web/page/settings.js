@@ -9,8 +9,11 @@ const LARGEST_FILE = 40000; // bytes; more than that of any gripper
 /** Where the rows of a table belong, by its name. */
 const TABLES = { gripper: null, sets: "set", leds: "LED" };
 
+const countText = (count) => (count === 1 ? "1 setting differs" : `${count} settings differ`);
+
 export class Settings {
   constructor(model, control, device) {
+    this.model = model;
     this.control = control;
     this.device = device;
     this.settings = null; // as read last
@@ -31,6 +34,8 @@ export class Settings {
     this.list = element("ul");
     this.tables = element("div");
     this.result = element("output", { role: "status", className: "result" });
+    this.progress = element("progress", { max: 100, hidden: true, "aria-label": "Progress" });
+    this.step = element("span", { className: "note" });
     this.root = element("section", { "aria-label": "Settings" },
       element("h2", { textContent: "Settings" }),
       element("p", { className: "note", textContent: "The gripper must be at rest: reading takes seconds, " +
@@ -39,7 +44,7 @@ export class Settings {
       element("div", { className: "buttons" },
         element("label", { htmlFor: "settings-file", textContent: "Compare with a file" }),
         this.file, this.restore),
-      this.result, this.list, this.choice, this.tables);
+      this.result, element("p", {}, this.progress, " ", this.step), this.list, this.choice, this.tables);
     this.update(null);
   }
 
@@ -82,7 +87,7 @@ export class Settings {
     if (ok) {
       this.chosen = differences.length ? chosen : null;
       setText(this.result, differences.length
-        ? `${differences.length} settings differ from ${file.name}.`
+        ? `${countText(differences.length)} from ${file.name}.`
         : `All settings are as in ${file.name}.`);
     }
     this.update(this.values);
@@ -93,7 +98,7 @@ export class Settings {
     const { ok, differences } = await this.ask("/api/settings/restore", this.chosen, "");
     if (ok) {
       setText(this.result, differences.length
-        ? `Restored, but ${differences.length} settings are not as in ${name}.`
+        ? `Restored, but ${countText(differences.length)} from ${name}.`
         : `Restored and read back: all settings are as in ${name}. To keep them after power-off, ` +
           "store them.");
       this.chosen = differences.length ? this.chosen : null;
@@ -102,8 +107,8 @@ export class Settings {
   }
 
   showDifferences(differences) {
-    this.list.replaceChildren(...differences.map(({ name, from, to }) =>
-      element("li", { textContent: `${name} is ${from}, in the file ${to}` })));
+    this.list.replaceChildren(...differences.map(({ name, from, to, result }) =>
+      element("li", { textContent: `${name} is ${from}, in the file ${to}${result && `: ${result}`}` })));
   }
 
   showTables() {
@@ -178,8 +183,20 @@ export class Settings {
     return answer.ok;
   }
 
+  /** The gripper may also be read or restored by another page. */
+  updateProgress() {
+    const { transfer } = this.model;
+    const isShown = transfer?.gripper === this.device;
+    this.progress.hidden = !isShown;
+    if (isShown) {
+      this.progress.value = transfer.percent;
+    }
+    setText(this.step, isShown ? `${transfer.step}, ${transfer.percent} %` : "");
+  }
+
   update(values) {
     this.values = values;
+    this.updateProgress();
     const isAllowed = this.control.isOwn && Boolean(values) && !this.isBusy;
     this.read.disabled = this.isBusy;
     this.file.disabled = this.isBusy;

@@ -3,7 +3,7 @@
 from selenium.webdriver.common.keys import Keys
 
 from .harness.browser import HVA, MZD, SHORT, BrowserTestCase
-from .harness.cell import PATIENCE, wait_until
+from .harness.cell import wait_until
 from .harness.cell_test_case import main
 from .harness.web import ORIGIN, LogFile, Viewer, Web
 
@@ -259,52 +259,6 @@ class RestartTest(BrowserTestCase):
         self.addClassCleanup(self.web.stop)
         self.wait_for_cards(2)
         wait_until(lambda: not self.all("#banner")[0].is_displayed())
-
-
-class ManyGrippersTest(BrowserTestCase):
-    options = 32 * ("--gripper", "HVA")
-
-    def test_all_are_shown_live(self):
-        self.assertEqual(len(self.all(".card")), 32)
-        self.cell.command("unplug 31")
-        wait_until(lambda: len(self.all(".card.stale")) == 1, PATIENCE)
-        self.set_width(3840, 2160)
-        self.open_gripper(HVA)
-        wait_until(lambda: len(self.all(".plot canvas")) == 6)
-        self.assertEqual(len(self.all(".others input")), 31)
-
-
-class OneGripperTest(BrowserTestCase):
-    options = ("--gripper", "TLM")
-    web_options = ("--log", "/nowhere/daemon.log")
-
-    def test_every_view_shows_it(self):
-        self.open_gripper("TLM SN:100001")
-        wait_until(lambda: len(self.all(".plot canvas")) == 6)
-        self.assertFalse(self.driver.find_element("css selector", ".others").is_displayed())
-        self.find("nav a", "Log").click()
-        self.wait_for_text(".note", "No log: failed to read /nowhere/daemon.log")
-        self.assertEqual(len(self.all("#log-filter option")), 2)
-
-
-class EightGrippersTest(BrowserTestCase):
-    options = 4 * ("--gripper", "HVA", "--gripper", "MZD-L")
-
-    def test_one_is_unplugged_and_plugged_while_another_moves(self):
-        self.take_control_of_page()
-        self.open_gripper()
-        self.press("Reference run")
-        self.cell.command("unplug 7")
-        self.wait_for_text(".motions output", "reference: done")
-        self.wait_for_text("dl", "reference run done")
-        self.find("h1 a", "Grippers").click()
-        wait_until(lambda: len(self.all(".card.stale")) == 1)
-        self.cell.command("plug 7")
-        self.wait_for_cards(8)
-        for width in (360, 3840):
-            self.set_width(width)
-            self.assertLessEqual(
-                self.driver.execute_script("return document.documentElement.scrollWidth"), width)
 
 
 if __name__ == "__main__":

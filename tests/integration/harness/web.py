@@ -205,7 +205,7 @@ class LogFile:
         folder = cls.enterClassContext(tempfile.TemporaryDirectory())
         cls.file = pathlib.Path(folder, "daemon.log")
         cls.file.touch()
-        cls.web_options = ("--log", str(cls.file))
+        cls.web_options = (*cls.web_options, "--log", str(cls.file))
         super().prepare()
         for device in cls.cell.call("GetGrippers"):
             cls.cell.call("Grip", device, 1)

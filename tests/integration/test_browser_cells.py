@@ -1,0 +1,83 @@
+"""The page of tavrikweb in a real browser: cells with one gripper, with eight and with 32."""
+
+from .harness.browser import HVA, BrowserTestCase
+from .harness.cell import PATIENCE, wait_until
+from .harness.cell_test_case import main
+from .harness.web import LogFile
+
+
+class EveryViewTestCase(LogFile, BrowserTestCase):
+    """A cell with many grippers, with the daemon's log."""
+
+    def expect_log_and_settings(self, name, count):
+        self.open_gripper(name)
+        self.press("Read settings")
+        self.wait_for_text("section[aria-label='Settings'] table", "no-part-limit")
+        self.find("a", "Log of this gripper").click()
+        self.wait_for_text(".log .owner", name)
+        self.assertEqual(len(self.all("#log-filter option")), 1 + count)
+        self.assertEqual({text.split(",")[0] for text in self.texts(".log .owner")},
+                         {name, "daemon"})
+        self.find("option", "all grippers").click()
+        self.wait_for_text(".log .owner", HVA)
+        self.expect_accessible()
+        self.set_width(360)
+        self.assertLessEqual(
+            self.driver.execute_script("return document.documentElement.scrollWidth"), 360)
+
+
+class OneGripperTest(BrowserTestCase):
+    options = ("--gripper", "TLM")
+    web_options = ("--log", "/nowhere/daemon.log")
+
+    def test_every_view_shows_it(self):
+        self.open_gripper("TLM SN:100001")
+        wait_until(lambda: len(self.all(".plot canvas")) == 6)
+        self.assertFalse(self.driver.find_element("css selector", ".others").is_displayed())
+        self.find("nav a", "Log").click()
+        self.wait_for_text(".note", "No log: failed to read /nowhere/daemon.log")
+        self.assertEqual(len(self.all("#log-filter option")), 2)
+
+
+class EightGrippersTest(EveryViewTestCase):
+    options = 4 * ("--gripper", "HVA", "--gripper", "MZD-L")
+
+    def test_log_and_settings_of_the_last_one_are_shown(self):
+        self.expect_log_and_settings("MZD-L SN:100008", 8)
+
+    def test_one_is_unplugged_and_plugged_while_another_moves(self):
+        self.take_control_of_page()
+        self.open_gripper()
+        self.press("Reference run")
+        self.cell.command("unplug 7")
+        self.wait_for_text(".motions output", "reference: done")
+        self.wait_for_text("dl", "reference run done")
+        self.find("h1 a", "Grippers").click()
+        wait_until(lambda: len(self.all(".card.stale")) == 1)
+        self.cell.command("plug 7")
+        self.wait_for_cards(8)
+        for width in (360, 3840):
+            self.set_width(width)
+            self.assertLessEqual(
+                self.driver.execute_script("return document.documentElement.scrollWidth"), width)
+
+
+class ManyGrippersTest(EveryViewTestCase):
+    options = 32 * ("--gripper", "HVA")
+
+    def test_all_are_shown_live(self):
+        self.assertEqual(len(self.all(".card")), 32)
+        self.cell.command("unplug 31")
+        wait_until(lambda: len(self.all(".card.stale")) == 1, PATIENCE)
+        self.set_width(3840, 2160)
+        self.open_gripper(HVA)
+        wait_until(lambda: len(self.all(".plot canvas")) == 6)
+        self.assertEqual(len(self.all(".others input")), 31)
+        self.cell.command("plug 31")
+
+    def test_log_and_settings_of_the_last_one_are_shown(self):
+        self.expect_log_and_settings("HVA SN:100032", 32)
+
+
+if __name__ == "__main__":
+    main()

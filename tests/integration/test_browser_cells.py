@@ -5,6 +5,23 @@ from .harness.cell import PATIENCE, wait_until
 from .harness.cell_test_case import main
 from .harness.web import LogFile
 
+# How many points of the strips at the bottom of the position plot have the colour of each line.
+STRIPS = """
+const plot = document.querySelector(".plot:not(.small)");
+const canvas = plot.querySelector("canvas");
+if (!canvas) return [];  // the plots are being made again
+const pen = canvas.getContext("2d");
+const colours = [...document.querySelectorAll(".legend strong")].map((name) =>
+  getComputedStyle(name).color.match(/\\d+/g).map(Number).join());
+const counts = colours.map(() => 0);
+const { data } = pen.getImageData(0, canvas.height - 34, canvas.width, 34);  // below all lines
+for (let i = 0; i < data.length; i += 4) {
+  const found = colours.indexOf([data[i], data[i + 1], data[i + 2]].join());
+  if (found >= 0 && data[i + 3] === 255) counts[found] += 1;
+}
+return counts;
+"""
+
 
 class EveryViewTestCase(LogFile, BrowserTestCase):
     """A cell with many grippers, with the daemon's log."""
@@ -77,6 +94,28 @@ class ManyGrippersTest(EveryViewTestCase):
 
     def test_log_and_settings_of_the_last_one_are_shown(self):
         self.expect_log_and_settings("HVA SN:100032", 32)
+
+
+class MotionsTest(BrowserTestCase):
+    options = ("--gripper", "HVA", "--gripper", "MZD-S", "--gripper", "TLM")
+
+    def strips(self):
+        return self.driver.execute_script(STRIPS)
+
+    def test_motions_of_every_gripper_of_a_plot_are_marked(self):
+        self.console = ["Canvas2D: Multiple readback"]  # by this test
+        self.open_gripper()
+        wait_until(lambda: self.all(".plot canvas"))
+        for name in ("MZD-S SN:100002", "TLM SN:100003"):
+            self.find(".others label", name).click()
+        wait_until(lambda: self.strips() == [0, 0, 0])
+        self.call("Reference", "MZD-S SN:100002")
+        wait_until(lambda: self.strips()[1] > 10)
+        self.assertEqual((self.strips()[0], self.strips()[2]), (0, 0))
+        self.call("Reference", HVA)
+        wait_until(lambda: self.strips()[0] > 10)
+        self.assertEqual(self.strips()[2], 0)
+        self.wait_for_text(".legend", "The strips show the motions of each")
 
 
 if __name__ == "__main__":

@@ -8,6 +8,8 @@ const SPANS = [[10, "10 s"], [30, "30 s"], [60, "1 min"], [300, "5 min"], [900, 
 const MOST_POINTS = 2000; // of a line; more are not visible
 const REDRAW_MS = 200;
 const COLORS = 6; // in the style sheet
+const STRIP_PX = 5; // of a gripper's motions, at most
+const STRIPS_PART = 0.3; // of the plot's height, at most
 const FLAG_TEXT_PX = 12;
 const FLAG_HEIGHT = 0.6; // of a line, while the flag is set; the next line is 1 higher
 
@@ -156,8 +158,10 @@ export class Plots {
     const positions = this.rows(({ position }) => position);
     const states = this.rows(({ state }) => state);
     const flags = this.flagRows();
+    this.updateLegend();
     if (this.graphs.length === 0) {
-      this.graphs = [this.graph(this.position, positions, { y: { pixelsPerLabel: 30 } }),
+      this.graphs = [this.graph(this.position, positions, { y: { pixelsPerLabel: 30 },
+        underlayCallback: (pen, area, graph) => this.markMotions(pen, area, graph) }),
         this.graph(this.state, states, {
           stepPlot: true, valueRange: [-0.5, 15.5], y: { pixelsPerLabel: 20 } }),
         this.graph(this.flags, flags, {
@@ -165,11 +169,15 @@ export class Plots {
           labels: ["time", ...FLAGS.map(({ word }) => word)],
           underlayCallback: (pen, area, graph) => this.nameFlags(pen, area, graph) })];
     }
-    this.updateLegend();
-    const colors = [...this.legend.querySelectorAll("strong")].map((node) => getComputedStyle(node).color);
+    const { colors } = this;
     this.graphs[0].updateOptions({ file: positions, dateWindow: window, colors });
     this.graphs[1].updateOptions({ file: states, dateWindow: window, colors });
     this.graphs[2].updateOptions({ file: flags, dateWindow: window, colors: FLAGS.map(() => colors[0]) });
+  }
+
+  /** Of the lines, by gripper. */
+  get colors() {
+    return [...this.legend.querySelectorAll("strong")].map((node) => getComputedStyle(node).color);
   }
 
   updateLegend() {
@@ -178,13 +186,16 @@ export class Plots {
       const name = element("strong", { className: `line-${i % COLORS}`, textContent: device });
       return [i ? " – " : "", name];
     });
-    this.legend.replaceChildren(...names, ". Motions of the first are shaded, and its flags shown. ",
+    const marks = this.others.size === 0 ? ". Motions are shaded. "
+      : ". The strips show the motions of each; motions of the first are also shaded, and its flags shown. ";
+    this.legend.replaceChildren(...names, marks,
       latest ? `Now: ${stateText(latest.state)}.` : "No data now.");
   }
 
   graph(node, file, { y, ...extra }) {
     return new this.Dygraph(node, file, {
       labels: ["time", ...this.devices.map((_, i) => `gripper ${i}`)],
+      yRangePad: this.others.size ? this.stripHeight(node.clientHeight) * this.devices.length : null,
       dateWindow: this.window(),
       animatedZooms: false,
       underlayCallback: (pen, area, graph) => this.shadeMotions(pen, area, graph),
@@ -201,10 +212,34 @@ export class Plots {
 
   shadeMotions(pen, area, graph) {
     pen.fillStyle = getComputedStyle(this.root).getPropertyValue("--motion");
-    for (const [begin, end] of this.model.history(this.device).motions(this.window()[0])) {
+    this.eachMotion(this.device, graph, (left, width) => pen.fillRect(left, area.y, width, area.h));
+  }
+
+  /** Calls `paint` with the place of each motion that is shown. */
+  eachMotion(device, graph, paint) {
+    for (const [begin, end] of this.model.history(device).motions(this.window()[0])) {
       const left = graph.toDomXCoord(begin);
-      pen.fillRect(left, area.y, Math.max(1, graph.toDomXCoord(end) - left), area.h);
+      paint(left, Math.max(1, graph.toDomXCoord(end) - left));
     }
+  }
+
+  stripHeight(plotHeight) {
+    return Math.min(STRIP_PX, STRIPS_PART * plotHeight / this.devices.length);
+  }
+
+  /** Shades the motions of the first, and gives each gripper a strip at the bottom. */
+  markMotions(pen, area, graph) {
+    this.shadeMotions(pen, area, graph);
+    const { devices, colors } = this;
+    if (devices.length === 1) {
+      return;
+    }
+    const height = this.stripHeight(area.h);
+    devices.forEach((device, i) => {
+      pen.fillStyle = colors[i];
+      const top = area.y + area.h - (devices.length - i) * height;
+      this.eachMotion(device, graph, (left, width) => pen.fillRect(left, top, width, height - 1));
+    });
   }
 
   /** A flag that is set lifts its line; its name stands above the line. */

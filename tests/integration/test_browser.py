@@ -28,6 +28,7 @@ class CellViewTest(BrowserTestCase):
             wait_until(lambda: len(self.all(".card.stale")) == 1, SHORT)
             self.wait_for_text(".card.stale", "not listed by the daemon: unplugged?")
             self.assertIn(MZD, self.texts(".card.stale")[0])
+            wait_until(lambda: self.all(".card.stale .fill")[0].rect["width"] == 0)
         self.wait_for_cards(2)
         wait_until(lambda: not self.all(".card.stale"))
 

@@ -63,6 +63,7 @@ class Card {
 
   updateBar(values) {
     if (!values) {
+      this.fill.style.width = "0";
       return;
     }
     this.low = Math.min(this.low, values.position);

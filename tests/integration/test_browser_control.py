@@ -6,13 +6,14 @@ import json
 import pathlib
 import tempfile
 import threading
+import time
 
 from selenium.webdriver.common.keys import Keys
 
 from .harness.browser import HVA, BrowserTestCase
 from .harness.cell import wait_until
 from .harness.cell_test_case import main
-from .harness.web import ORIGIN, PORT, post
+from .harness.web import ORIGIN, PORT, Viewer, post
 
 # What another page may try; each line adds what came of it to `results`.
 EVIL = """
@@ -201,6 +202,20 @@ class ControlTest(BrowserTestCase):
         self.take_control()
         self.wait_for_text("#control", "A browser at 127.0.0.1 has control")
         self.wait_for_text("#control", "another browser has taken control")
+        wait_until(lambda: not self.find("button", "Drive off").is_enabled())
+
+    def test_control_ends_after_a_minute_without_a_sign_of_life(self):
+        self.console = ["ERR_BLOCKED_BY_CLIENT"]  # of the signs of life
+        self.driver.execute_cdp_cmd("Network.enable", {})
+        self.addCleanup(self.driver.execute_cdp_cmd, "Network.disable", {})
+        self.driver.execute_cdp_cmd("Network.setBlockedURLs", {"urls": ["*/api/control/keep"]})
+        with Viewer() as viewer:
+            start = time.monotonic()
+            self.assertTrue(viewer.wait_for("cell")["control"]["held"])
+            wait_until(lambda: not viewer.wait_for("cell")["control"]["held"], timeout=90)
+            self.assertGreater(time.monotonic() - start, 40)  # the last sign came up to 15 s before
+        self.wait_for_text("#control", "Nobody has control; control has ended after a minute "
+                                       "without a sign of life")
         wait_until(lambda: not self.find("button", "Drive off").is_enabled())
 
     def test_control_is_given_back_by_the_button_and_by_leaving(self):

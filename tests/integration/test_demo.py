@@ -14,18 +14,21 @@ import unittest
 from .harness import cell_test_case
 from .harness.cell import PATIENCE, SLOWNESS, Output, answers, wait_until
 from .harness.pages import ROOT
+from .harness.web import PORT, Viewer, connect, get, post
 
 PROMPT = "pellix-sim> "
 
 
-class DemoTest(unittest.TestCase):
+class DemoTestCase(unittest.TestCase):
     """The demo on a terminal of its own, with the programs of this build."""
+
+    arguments = ()
 
     def setUp(self):
         master, slave = pty.openpty()
         self.terminal = master
         self.process = subprocess.Popen(
-            [ROOT / "scripts" / "demo"], stdin=slave, stdout=slave, stderr=slave,
+            [ROOT / "scripts" / "demo", *self.arguments], stdin=slave, stdout=slave, stderr=slave,
             start_new_session=True, preexec_fn=lambda: fcntl.ioctl(0, termios.TIOCSCTTY, 0))
         os.close(slave)
         # Its own copy of the descriptor, which it closes.
@@ -39,6 +42,17 @@ class DemoTest(unittest.TestCase):
     def lines(self, since=0):
         return [line.rstrip("\r") for line in self.screen.since(since)]
 
+    def log(self):
+        """The file that the screen names."""
+        return pathlib.Path(re.fullmatch(
+            "The log is in (.+)", next(filter(re.compile("The log").match, self.lines())))[1])
+
+    def interrupt(self):
+        os.write(self.terminal, b"\x03")
+        self.assertEqual(self.process.wait(PATIENCE), 0)
+
+
+class DemoTest(DemoTestCase):
     def blocks(self):
         """The blocks of indented lines."""
         text = "\n".join(self.lines()) + "\n"
@@ -84,14 +98,34 @@ class DemoTest(unittest.TestCase):
         wait_until(lambda: self.screen.partial_line.endswith(PROMPT.encode()))
         self.assertEqual(self.screen.matching("pellix-sim: error", since=mark), [])
 
-    def log(self):
-        """The file that the screen names."""
-        return pathlib.Path(re.fullmatch(
-            "The log is in (.+)", next(filter(re.compile("The log").match, self.lines())))[1])
 
-    def interrupt(self):
-        os.write(self.terminal, b"\x03")
-        self.assertEqual(self.process.wait(PATIENCE), 0)
+class WebDemoTest(DemoTestCase):
+    arguments = ("--web",)
+
+    def test_it_serves_the_page_with_control_and_log(self):
+        text = "\n".join(self.lines())
+        self.assertIn(f"Open http://127.0.0.1:{PORT} in a browser.\n", text)
+        code = re.search(r"enter the code (\d{8})\.", text)[1]
+        self.assertIn("<title>Grippers</title>", get("/").text)
+        with Viewer() as viewer:
+            cell = viewer.wait_for("cell", lambda cell: len(cell["grippers"]) == 2)
+        device = cell["grippers"][0]["device"]
+        token = post("/api/control/take", {"code": code}).json()["token"]
+        answer = post("/api/command", {"gripper": device, "command": "reference"}, token)
+        self.assertEqual(answer.json()["text"], "reference: done")
+        wait_until(lambda: [row for row in post("/api/log", {}).json()["rows"]
+                            if row["text"].startswith("Reference")], pause=0.1)
+        self.interrupt()
+        self.assertIn("TavrikDaemon stopped\n", self.log().read_text())
+        wait_until(self.is_port_free)
+
+    @staticmethod
+    def is_port_free():
+        try:
+            connect().close()
+        except ConnectionRefusedError:
+            return True
+        return False
 
 
 if __name__ == "__main__":

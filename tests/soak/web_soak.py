@@ -4,15 +4,18 @@
 Usage: web_soak.py [MINUTES [SEED]]. scripts/soak --web builds the programs and runs it.
 
 A viewer stays for about a second instead of hours, so that ten minutes have as many of them as a
-week with one every two minutes. Grippers are unplugged and plugged, and commands sent, meanwhile.
+week with one every two minutes. Meanwhile, grippers are unplugged and plugged, masters fall silent,
+commands are sent, settings read and restored, and the log is read.
 The exit status is 0 if memory, descriptors and threads are flat and every viewer was served.
 """
 
 import contextlib
+import os
 import pathlib
 import random
 import signal
 import sys
+import tempfile
 import time
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2]))
@@ -26,17 +29,24 @@ VIEWERS = 12  # at the same time, below the limit
 MOST_GROWTH = 1024  # KiB, of memory between two halves
 MOST_MEMORY = 30 * 1024  # KiB
 DEVICE = "HVA SN:100001"
+SETTINGS_EVERY = 15  # seconds; one transfer takes two or more
 
 
 class Soak:
-    def __init__(self, web, cell, seed):
+    def __init__(self, web, cell, log, seed):
         self.web = web
         self.cell = cell
         self.random = random.Random(seed)
         self.viewers = []
         self.idle = []
-        self.counts = dict.fromkeys(("viewers", "idle", "scrapes", "commands", "plugs"), 0)
+        self.log = log
+        self.known = {}  # of the log
+        self.silent = None  # number of a master
+        self.counts = dict.fromkeys(("viewers", "idle", "scrapes", "commands", "plugs", "silences",
+                                     "rows", "restores"), 0)
         self.token = post("/api/control/take", {"code": web.code()}).json()["token"]
+        self.saved = post("/api/settings", {"gripper": DEVICE}).json()["file"]
+        self.next_restore = time.monotonic()
 
     def come(self):
         while len(self.viewers) >= VIEWERS:
@@ -70,16 +80,46 @@ class Soak:
         self.counts["commands"] += 1
 
     def plug(self):
+        self.end_silence()
         number = self.random.randrange(1, GRIPPERS)
         self.cell.command(f"unplug {number}")
         time.sleep(0.05)
         self.cell.command(f"plug {number}")
         self.counts["plugs"] += 1
 
+    def fall_silent(self):
+        self.end_silence()
+        self.silent = self.random.randrange(1, GRIPPERS)
+        self.cell.command(f"mute {self.silent} on")
+        self.counts["silences"] += 1
+
+    def end_silence(self):
+        if self.silent is not None:
+            self.cell.command(f"mute {self.silent} off")
+            self.silent = None
+
+    def read_log(self):
+        """Gives the daemon's new lines to tavrikweb, and asks for the rows."""
+        with self.log.open("a", encoding="utf-8") as file:
+            file.writelines(f"{line}\n" for line in self.cell.log.since(0)[-20:])
+        answer = post("/api/log", self.known).json()
+        self.known = {name: answer[name] for name in ("reading", "last")}
+        self.counts["rows"] += len(answer["rows"])
+
+    def restore(self):
+        if time.monotonic() < self.next_restore:
+            return
+        self.next_restore = time.monotonic() + SETTINGS_EVERY
+        answer = post("/api/settings/restore", {"gripper": DEVICE, "file": self.saved, "name": "x"},
+                      self.token).json()
+        if answer.get("differences") != []:
+            raise AssertionError(f"restore: {answer}")
+        self.counts["restores"] += 1
+
     def run(self, seconds):
         resources = Resources(self.web.process.pid)
         steps = (self.come, self.come, self.come, self.go, self.go, self.stay_idle, self.stay_idle,
-                 self.scrape, self.command, self.plug)
+                 self.scrape, self.command, self.plug, self.fall_silent, self.read_log, self.restore)
         end = time.monotonic() + seconds
         while time.monotonic() < end:
             self.random.choice(steps)()
@@ -88,6 +128,7 @@ class Soak:
                 resources.take()
                 for output in (*self.cell.outputs(), self.web.log):
                     output.forget_all_but(1000)
+                os.truncate(self.log, 0)
         return resources
 
     def close(self):
@@ -115,23 +156,31 @@ def main():
     seed = sys.argv[2] if len(sys.argv) > 2 else str(random.randrange(10**6))
     print(f"{GRIPPERS} grippers, up to {VIEWERS} viewers, {minutes:g} min, seed {seed}", flush=True)
     cell = Cell(*(GRIPPERS * ("--gripper", "HVA")))
+    with tempfile.TemporaryDirectory() as folder:
+        log = pathlib.Path(folder, "daemon.log")
+        log.touch()
+        soak, resources = run(cell, log, minutes, seed)
+    print(", ".join(f"{count} {name}" for name, count in soak.counts.items()))
+    is_flat = verdict(resources)
+    print("passed" if is_flat else "FAILED")
+    return 0 if is_flat else 1
+
+
+def run(cell, log, minutes, seed):
     try:
         cell.wait_until_serving()
         cell.wait_until_operating(GRIPPERS)
-        web = Web("--allow-control")
-        soak = Soak(web, cell, seed)
+        web = Web("--allow-control", "--log", str(log))
+        soak = Soak(web, cell, log, seed)
         try:
             resources = soak.run(60 * minutes)
         finally:
             soak.close()
             web.stop()
         cell.stop()
+        return soak, resources
     finally:
         cell.end_by_force()
-    print(", ".join(f"{count} {name}" for name, count in soak.counts.items()))
-    is_flat = verdict(resources)
-    print("passed" if is_flat else "FAILED")
-    return 0 if is_flat else 1
 
 
 if __name__ == "__main__":

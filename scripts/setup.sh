@@ -19,9 +19,11 @@ CONTAINER_PACKAGES=(mmdebstrap systemd-container)
 # Packages that scripts/test-usb needs in addition to those.
 USB_PACKAGES=(qemu-system-x86 e2fsprogs)
 
+# Packages that the presets asan and fuzz need in addition.
+CLANG_PACKAGES=(clang-14 libclang-rt-14-dev llvm-14)
+
 # Packages that scripts/lint, memcheck, coverage and fuzz need in addition.
-CHECK_PACKAGES=(clang-format clang-tidy cppcheck valgrind libc6-dbg gcovr
-                clang-14 libclang-rt-14-dev llvm-14)
+CHECK_PACKAGES=(clang-format clang-tidy cppcheck valgrind libc6-dbg gcovr "${CLANG_PACKAGES[@]}")
 
 # Packages that scripts/bench needs in addition, for plots and for Node's packages.
 BENCH_PACKAGES=(gnuplot-nox)

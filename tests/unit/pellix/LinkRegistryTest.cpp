@@ -248,11 +248,11 @@ TEST_F(LinkRegistryTest, LinkThatCannotBeListedIsDestroyedAndReportedAsAdded) {
 // Two links on one tty would take each other's replies.
 TEST_F(LinkRegistryTest, NodeThatHasALinkGetsNoSecondOne) {
     const FakeMaster& master = Plug();
-    const Pellix* const link = registry.GetLink("HVA SN:1").get();
+    const LinkInUse link = registry.GetLink("HVA SN:1");
     log.Clear();
     EXPECT_EQ(registry.AddDevice(master.Path()), 0);
     EXPECT_EQ(log.OfThisThread(), Messages{"PELLIX has a link already: " + master.Path()});
-    EXPECT_EQ(registry.GetLink("HVA SN:1").get(), link);
+    EXPECT_EQ(registry.GetLink("HVA SN:1"), link);
     EXPECT_EQ(registry.GetGrippers().size(), 1U);
     EXPECT_EQ(master.Count("MODE?"), 1U);
 }

@@ -365,7 +365,7 @@ void CommandInterpreter::HandleShow(CommandWords& words) {
         Gripper(station);
         const SimulatedMaster& master = Simulated(station);
         if (isJson) {
-            reply("state " + StateReport(number, master, station.port.get()));
+            reply("state " + StateReport(number, master, station.port.get(), station.usb.get()));
             replied = true;
             return;
         }

@@ -74,6 +74,23 @@ Json RequestLines(const SimulatedMaster& master) {
     return lines;
 }
 
+Json UsbState(const UsbFaults* usb) {
+    if (usb == nullptr) {
+        return {};
+    }
+    return {
+        {"haltedIn", usb->haltedIn},
+        {"haltedOut", usb->haltedOut},
+        {"haltedTransfers", usb->counts.haltedTransfers},
+        {"clearedHalts", usb->counts.clearedHalts},
+        {"cutTransfers", usb->counts.cutTransfers},
+        {"failedTransfers", usb->counts.failedTransfers},
+        {"refusedControls", usb->counts.refusedControls},
+        {"ignoredControls", usb->counts.ignoredControls},
+        {"lateControls", usb->counts.lateControls},
+    };
+}
+
 /// A length to the micrometre, without a fraction that is zero, with its unit.
 std::string Millimetres(double length) {
     constexpr double kMicrometres = 1000;
@@ -123,7 +140,8 @@ std::vector<std::string> StateLines(std::size_t number, const SimulatedMaster& m
     };
 }
 
-std::string StateReport(std::size_t number, const SimulatedMaster& master, const Port* port) {
+std::string StateReport(std::size_t number, const SimulatedMaster& master, const Port* port,
+                        const UsbFaults* usb) {
     const SimulatedGripper& gripper = master.Gripper();
     const auto part = gripper.Part();
     const Json report{
@@ -148,6 +166,7 @@ std::string StateReport(std::size_t number, const SimulatedMaster& master, const
         {"parameters", Parameters(gripper.Parameters())},
         {"requestCount", master.RequestCount()},
         {"requests", RequestLines(master)},
+        {"usb", UsbState(usb)},
     };
     return report.dump(-1, ' ', true);
 }

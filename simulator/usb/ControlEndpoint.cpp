@@ -103,10 +103,11 @@ std::optional<std::string> ControlEndpoint::AnswerStandard(const Request& reques
 }
 
 std::optional<std::string> ControlEndpoint::ClearHalt(std::uint16_t endpoint) {
-    if (endpoint == (kToHost | descriptors::kBulkEndpoint)) {
-        faults.haltedIn = false;
-    } else if (endpoint == descriptors::kBulkEndpoint) {
-        faults.haltedOut = false;
+    const bool toHost = (endpoint & kToHost) != 0;
+    if ((endpoint & ~kToHost) == descriptors::kBulkEndpoint) {
+        bool& halted = toHost ? faults.haltedIn : faults.haltedOut;
+        faults.counts.clearedHalts += halted ? 1 : 0;
+        halted = false;
     }
     return "";
 }

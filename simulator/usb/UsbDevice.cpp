@@ -56,11 +56,13 @@ void UsbDevice::Start(const Submit& submit, TimePoint now) {
 void UsbDevice::HandleControl(const Submit& submit, TimePoint now) {
     if (faults.control == UsbFaults::Control::Ignore) {
         Append(openTransfers, submit);
+        ++faults.counts.ignoredControls;
         return;
     }
-    auto answer = faults.control == UsbFaults::Control::Refuse
-                      ? std::nullopt
-                      : control.Answer(submit.setup, submit.data);
+    const bool refused = faults.control == UsbFaults::Control::Refuse;
+    auto answer = refused ? std::nullopt : control.Answer(submit.setup, submit.data);
+    faults.counts.refusedControls += refused ? 1 : 0;
+    faults.counts.lateControls += faults.controlDelay.count() > 0 ? 1 : 0;
     if (answer && answer->size() > submit.length) {
         answer->resize(submit.length);
     }
@@ -111,6 +113,7 @@ bool UsbDevice::TakeFailure() {
         return false;
     }
     --faults.failingTransfers;
+    ++faults.counts.failedTransfers;
     return true;
 }
 
@@ -118,6 +121,7 @@ void UsbDevice::AnswerInTransfers() {
     while (!inTransfers.empty()) {
         const Submit& submit = inTransfers.front();
         if (faults.haltedIn) {
+            ++faults.counts.haltedTransfers;
             replies += usbip::InReply(submit, usbip::status::kStall, {});
         } else if (TakeFailure()) {
             replies += usbip::InReply(submit, usbip::status::kProtocol, {});
@@ -127,6 +131,8 @@ void UsbDevice::AnswerInTransfers() {
             const std::size_t cut = faults.longestTransfer;
             const std::size_t room =
                 cut == 0 ? submit.length : std::min<std::size_t>(submit.length, cut);
+            faults.counts.cutTransfers +=
+                room < std::min<std::size_t>(submit.length, unsent.size()) ? 1 : 0;
             replies += usbip::InReply(submit, usbip::status::kOk, unsent.substr(0, room));
             unsent.erase(0, room);
         }
@@ -139,6 +145,7 @@ void UsbDevice::AnswerOutTransfers() {
         const Submit& submit = outTransfers.front();
         int status = usbip::status::kOk;
         if (faults.haltedOut) {
+            ++faults.counts.haltedTransfers;
             status = usbip::status::kStall;
         } else if (stalled) {
             return;

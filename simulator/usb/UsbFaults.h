@@ -14,6 +14,17 @@ struct UsbTexts {
     std::optional<std::string> serial;
 };
 
+/// How often faults took effect, since the start.
+struct UsbFaultCounts {
+    unsigned haltedTransfers = 0;  ///< transfers that a halted endpoint refused
+    unsigned clearedHalts = 0;     ///< by the host, on purpose
+    unsigned cutTransfers = 0;  ///< transfers to the host that are shorter than without the fault
+    unsigned failedTransfers = 0;
+    unsigned refusedControls = 0;
+    unsigned ignoredControls = 0;
+    unsigned lateControls = 0;
+};
+
 /// How the USB device of a master misbehaves. Its thread is that of the device.
 struct UsbFaults {
     enum class Control { Answer, Refuse, Ignore };
@@ -29,6 +40,8 @@ struct UsbFaults {
     UsbTexts texts;
     std::optional<std::size_t> configurationLength;  ///< the descriptor is cut to this length
     bool otherPort = false;                          ///< plug it into another port once
+
+    UsbFaultCounts counts;
 };
 
 }  // namespace simulator

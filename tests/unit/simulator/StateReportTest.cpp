@@ -14,7 +14,7 @@ protected:
 
     /// Whether the report contains `member`, a name and its value.
     testing::AssertionResult Has(const std::string& member) {
-        const std::string report = StateReport(3, master, nullptr);
+        const std::string report = StateReport(3, master, nullptr, nullptr);
         if (report.find("," + member + ",") != std::string::npos ||
             report.starts_with("{" + member + ",") || report.ends_with("," + member + "}")) {
             return testing::AssertionSuccess();
@@ -80,9 +80,28 @@ TEST_F(StateReportTest, EscapesSpecialBytes) {
 
 TEST_F(StateReportTest, ReportsTheTty) {
     const PtyPort port(PtyPort::Start::Raw);
-    const std::string report = StateReport(0, master, &port);
+    const std::string report = StateReport(0, master, &port, nullptr);
     EXPECT_NE(report.find(R"("plugged":true,"tty":")" + port.NodePath() +
                           R"(","raw":true,"stalled":false)"),
+              std::string::npos)
+        << report;
+}
+
+TEST_F(StateReportTest, ReportsTheFaultsOfUsb) {
+    EXPECT_TRUE(Has(R"("usb":null)"));
+    UsbFaults usb;
+    usb.haltedOut = true;
+    usb.counts = {.haltedTransfers = 1,
+                  .clearedHalts = 2,
+                  .cutTransfers = 3,
+                  .failedTransfers = 4,
+                  .refusedControls = 5,
+                  .ignoredControls = 6,
+                  .lateControls = 7};
+    const std::string report = StateReport(0, master, nullptr, &usb);
+    EXPECT_NE(report.find(R"("usb":{"haltedIn":false,"haltedOut":true,"haltedTransfers":1,)"
+                          R"("clearedHalts":2,"cutTransfers":3,"failedTransfers":4,)"
+                          R"("refusedControls":5,"ignoredControls":6,"lateControls":7})"),
               std::string::npos)
         << report;
 }

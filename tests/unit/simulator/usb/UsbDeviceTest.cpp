@@ -136,12 +136,14 @@ TEST_F(UsbDeviceTest, ControlRequestsAreRefused) {
     faults.control = UsbFaults::Control::Refuse;
     Receive(GetConfiguration(1));
     EXPECT_EQ(InReplies(), (Replies{{host::kSubmitReply, 1, kStall, 0, ""}}));
+    EXPECT_EQ(faults.counts.refusedControls, 1U);
 }
 
 TEST_F(UsbDeviceTest, ControlRequestsAreIgnoredUntilTheHostGivesUp) {
     faults.control = UsbFaults::Control::Ignore;
     Receive(GetConfiguration(1));
     EXPECT_EQ(InReplies(), Replies());
+    EXPECT_EQ(faults.counts.ignoredControls, 1U);
     EXPECT_EQ(device.NextDue(), std::nullopt);
     Receive(host::Unlink(2, 1));
     EXPECT_EQ(InReplies(), (Replies{{host::kUnlinkReply, 2, kUnlinked, 0, ""}}));
@@ -156,6 +158,7 @@ TEST_F(UsbDeviceTest, ControlRequestsAreAnsweredLate) {
     EXPECT_EQ(host::ReadReplies(device.TakeReplies(now + milliseconds(300)), true),
               Replies{Data(1, std::string(1, '\0'))});
     EXPECT_EQ(device.NextDue(), std::nullopt);
+    EXPECT_EQ(faults.counts.lateControls, 1U);
 }
 
 TEST_F(UsbDeviceTest, AHaltLastsUntilTheHostClearsIt) {
@@ -167,6 +170,8 @@ TEST_F(UsbDeviceTest, AHaltLastsUntilTheHostClearsIt) {
     OutReplies();
     Receive(host::InTransfer(3, kBulk, 128));
     EXPECT_EQ(InReplies(), Replies{Data(3, "x")});
+    EXPECT_EQ(faults.counts.haltedTransfers, 1U);
+    EXPECT_EQ(faults.counts.clearedHalts, 1U);
 }
 
 TEST_F(UsbDeviceTest, AHaltLosesWhatTheClientSends) {
@@ -174,6 +179,7 @@ TEST_F(UsbDeviceTest, AHaltLosesWhatTheClientSends) {
     Receive(host::OutTransfer(1, kBulk, "ID?\n"));
     EXPECT_EQ(device.TakeReceived(), "");
     EXPECT_EQ(OutReplies(), (Replies{{host::kSubmitReply, 1, kStall, 0, ""}}));
+    EXPECT_EQ(faults.counts.haltedTransfers, 1U);
 }
 
 TEST_F(UsbDeviceTest, TransfersAreCut) {
@@ -181,6 +187,7 @@ TEST_F(UsbDeviceTest, TransfersAreCut) {
     device.Send("abc");
     Receive(host::InTransfer(1, kBulk, 128) + host::InTransfer(2, kBulk, 128));
     EXPECT_EQ(InReplies(), (Replies{Data(1, "ab"), Data(2, "c")}));
+    EXPECT_EQ(faults.counts.cutTransfers, 1U) << "the second has all of the text";
 }
 
 TEST_F(UsbDeviceTest, ABurstOfTransfersFails) {
@@ -194,6 +201,7 @@ TEST_F(UsbDeviceTest, ABurstOfTransfersFails) {
     faults.failingTransfers = 1;
     Receive(host::OutTransfer(4, kBulk, "lost") + host::OutTransfer(5, kBulk, "taken"));
     EXPECT_EQ(device.TakeReceived(), "taken");
+    EXPECT_EQ(faults.counts.failedTransfers, 3U);
 }
 
 TEST_F(UsbDeviceTest, TooManyTransfersAreAnError) {

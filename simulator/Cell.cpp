@@ -122,6 +122,12 @@ void Cell::Call(std::size_t number, const std::function<void(Station&)>& work) {
     }
 }
 
+void Cell::RemovePorts() {
+    for (std::size_t number = 0; number < stations.size(); ++number) {
+        Call(number, [](Station& station) { station.port.reset(); });
+    }
+}
+
 void Cell::Wake() {
     eventfd_write(wakeDescriptor.Get(), 1);
 }

@@ -70,6 +70,9 @@ public:
     /// Rethrows the exceptions of `work`.
     void Call(std::size_t number, const std::function<void(Station&)>& work);
 
+    /// Destroys all ports, as the end of the process does.
+    void RemovePorts();
+
 private:
     void Run();
     void Wait();

@@ -177,6 +177,7 @@ int RunCell(const Options& options) {
     std::thread readerThread([&reader] { reader.Run(); });
     const int status = world.AwaitEnd(signals);
     reader.Stop();
+    cell.RemovePorts();  // the reader may be waiting for the kernel, which takes up to 15 s
     readerThread.join();
     if (!ReportReplays(cell, replays) && status == 0) {
         return kDeviationStatus;

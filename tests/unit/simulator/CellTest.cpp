@@ -178,6 +178,17 @@ TEST_F(CellTest, AStalledMasterReceivesNothing) {
     EXPECT_EQ(ReadUntil(tty, "FIN ID\n"), "ACK ID\nID=PELLIX\nFIN ID\n");
 }
 
+TEST_F(CellTest, RemovedPortsHangUp) {
+    const FileDescriptor first = Plug(0, 0);
+    const FileDescriptor second = Plug(1, 0);
+    cell.RemovePorts();
+    for (const FileDescriptor* const tty : {&first, &second}) {
+        pollfd entry{tty->Get(), 0, 0};
+        EXPECT_EQ(poll(&entry, 1, 10000), 1);
+        EXPECT_NE(entry.revents & POLLHUP, 0);
+    }
+}
+
 TEST_F(CellTest, CallRethrowsExceptions) {
     EXPECT_THROW(cell.Call(0, [](Station&) { throw std::runtime_error("no"); }),
                  std::runtime_error);

@@ -94,9 +94,9 @@ std::unique_ptr<Port> UsbBus::CreatePort(std::size_t number, Station& station) {
 /// The port of last time, or the one with the master's number, if it is free; otherwise the first
 /// that is free and not another master's.
 unsigned UsbBus::ChoosePort(std::size_t number) {
-    const Place& place = places[number];
+    Place& place = places[number];
     if (place.port && !place.changePort) {
-        WaitUntil([this, &place] { return ports.IsFree(*place.port); });
+        AwaitRemoval(place);
         return *place.port;
     }
     auto states = ports.States();
@@ -137,11 +137,19 @@ void UsbBus::PrepareHangUp(std::size_t number, bool reported) {
     if (!reported) {
         throw std::runtime_error("udev reports every removal from USB: use unplug");
     }
-    places[number].device = DeviceName(number);
+    // The port has no device any more if the last attempt has not been in time.
+    if (auto device = DeviceName(number); !device.empty()) {
+        places[number].device = std::move(device);
+    }
 }
 
 void UsbBus::Detach(std::size_t number) {
-    Place& place = places[number];
+    AwaitRemoval(places[number]);
+}
+
+/// @throws std::runtime_error if it takes more than 5 s. A device that is plugged in before the
+/// kernel has removed the last one of its port would get no driver.
+void UsbBus::AwaitRemoval(Place& place) const {
     const bool removed = WaitUntil([this, &place] {
         return (place.device.empty() || !fs::exists(fs::path(kDevices) / place.device)) &&
                ports.IsFree(place.port.value_or(0));
@@ -150,6 +158,7 @@ void UsbBus::Detach(std::size_t number) {
         throw std::runtime_error(
             "the kernel has not removed the device within 5 s: unplug it again");
     }
+    place.device.clear();
 }
 
 void UsbBus::SendEvent(std::size_t /*number*/, const std::string& /*action*/) {

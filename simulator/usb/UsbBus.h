@@ -43,6 +43,7 @@ private:
     };
 
     unsigned ChoosePort(std::size_t number);
+    void AwaitRemoval(Place& place) const;
     std::string DeviceName(std::size_t number);
 
     Printer print;

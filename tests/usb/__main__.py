@@ -11,6 +11,7 @@ import unittest
 from . import machine
 
 BOOTS = pathlib.Path("/var/lib/tavrik-tests/boots")  # one byte for each boot
+JOURNAL = pathlib.Path("/var/log/journal")  # while it exists, the journal is on the disk
 
 
 def run(group):
@@ -26,9 +27,7 @@ def run(group):
 
 
 def run_group_of_boot():
-    [groups] = [word.partition("=")[2].split(":")
-                for word in pathlib.Path("/proc/cmdline").read_text().split()
-                if word.startswith("tavrik.tests=")]
+    groups = machine.boot_option("tavrik.tests").split(":")
     BOOTS.parent.mkdir(exist_ok=True)
     number = BOOTS.stat().st_size if BOOTS.exists() else 0
     with BOOTS.open("a") as file:
@@ -37,9 +36,19 @@ def run_group_of_boot():
     if passed and number + 1 < len(groups):
         if number % 2 == 0:  # every second boot; its BootTest removes the file
             machine.LATE_UDEVD.touch()
+        plug_in_again()
         subprocess.run(["systemctl", "reboot"], check=True)
     else:
+        if not passed:
+            JOURNAL.mkdir(exist_ok=True)
+            subprocess.run(["journalctl", "--flush"], check=True)
         subprocess.run(["systemctl", "poweroff", "--force"], check=True)
+
+
+def plug_in_again():
+    """The tests may have stopped the masters that were attached at boot."""
+    machine.run("systemctl", "start", machine.boot_option("systemd.wants"))
+    machine.wait_until(lambda: machine.grippers() == machine.GRIPPERS_OF_BOOT, "all grippers")
 
 
 if __name__ == "__main__":

@@ -13,11 +13,27 @@ import xmlrpc.client
 
 UNIT = "tavrikdaemon.service"
 MASTERS_OF_BOOT = ("masters-at-boot.service", "pellix-sim-cell.service")
+GRIPPERS_OF_BOOT = {"HVA SN:100001", "MZD-S SN:100002"}
 PATIENCE = 60.0  # seconds until an awaited condition counts as missing
 ACM_MAJOR = 166
 LATE_UDEVD = pathlib.Path("/etc/late-udevd")  # see late-udevd.rules
 
 figures = []  # lines about what was measured
+
+
+def boot_option(name):
+    """The value of an option of the kernel's command line."""
+    words = pathlib.Path("/proc/cmdline").read_text().split()
+    [value] = [word.partition("=")[2] for word in words if word.startswith(f"{name}=")]
+    return value
+
+
+def processor_time():
+    """The seconds that all programs and the kernel have used since the boot."""
+    times = pathlib.Path("/proc/stat").read_text().split()[1:9]
+    idle, waiting = 3, 4
+    used = sum(int(time) for place, time in enumerate(times) if place not in (idle, waiting))
+    return used / os.sysconf("SC_CLK_TCK")
 
 
 def figure(text):
@@ -41,6 +57,12 @@ def wait_until(condition, what, timeout=PATIENCE, pause=0.05):
             raise AssertionError(f"not within {timeout:g} s: {what}")
         time.sleep(pause)
     return value
+
+
+def kernel_says(text):
+    """Returns a function that tells whether the kernel has said it since."""
+    run("dmesg", "--clear")
+    return lambda: text in run("dmesg")
 
 
 class Transport(xmlrpc.client.Transport):
@@ -165,11 +187,13 @@ class Simulator:
         return json.loads(self._line_with("pellix-sim: state").partition(" state ")[2])
 
     def end(self):
+        """Returns what it has said since the last reply."""
+        if self.process.stdin.closed:
+            return ""
         if self.process.poll() is None:
             self.process.terminate()
-        self.process.wait(PATIENCE)
-        self.process.stdin.close()
-        self.process.stderr.close()
+        rest = self.text + self.process.communicate(timeout=PATIENCE)[1]
+        return rest.decode("utf-8", "backslashreplace")
 
 
 def masters():
@@ -183,6 +207,12 @@ def masters():
     return found
 
 
+def serial_numbers():
+    """Those of all masters; None for a missing one."""
+    files = [usb / "serial" for usb in masters().values()]
+    return {file.read_text().strip() if file.exists() else None for file in files}
+
+
 def print_journal():
     """The last lines, without those of ordinary requests and of other ttys."""
     ordinary = (r"Parsing line|Active commands|Pending command|New command|ACK:|FIN:|HVA detected|"
@@ -193,13 +223,15 @@ def print_journal():
 
 
 class MachineTestCase(unittest.TestCase):
-    """Prints how long each test takes, and the journal of a test that fails."""
+    """Prints how long each test takes, and the journal of a test that fails. What the host has to
+    emulate is the processor time; pauses cost nothing."""
 
     def run(self, result=None):
-        begin = time.monotonic()
+        begin, used = time.monotonic(), processor_time()
         problems = [*result.failures, *result.errors]
         super().run(result)
-        print(f"    {time.monotonic() - begin:.1f} s", flush=True)
+        print(f"    {time.monotonic() - begin:.1f} s, {processor_time() - used:.1f} s of processor "
+              "time", flush=True)
         for problem in [*result.failures, *result.errors]:
             if problem not in problems:
                 print(problem[1])

@@ -17,7 +17,7 @@ PACKAGING_PACKAGES=(debhelper lintian)
 CONTAINER_PACKAGES=(mmdebstrap systemd-container)
 
 # Packages that scripts/test-usb needs in addition to those.
-USB_PACKAGES=(qemu-system-x86 e2fsprogs)
+USB_PACKAGES=(qemu-system-x86 e2fsprogs xz-utils)
 
 # Packages that the presets asan and fuzz need in addition.
 CLANG_PACKAGES=(clang-14 libclang-rt-14-dev llvm-14)

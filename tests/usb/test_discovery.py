@@ -1,5 +1,6 @@
 """Masters that are plugged in, unplugged, moved and exchanged."""
 
+import collections
 import concurrent.futures
 import os
 import pathlib
@@ -8,11 +9,43 @@ import threading
 import time
 
 from . import machine
-from .machine import (Service, Simulator, UsbTestCase, call, grippers, hva, masters, run,
-                      wait_until, wait_until_listed)
+from .machine import (Service, Simulator, UsbTestCase, call, grippers, hva, kernel_says, masters,
+                      run, serial_numbers, wait_until, wait_until_listed)
 
 HVA = ("--gripper", "HVA")
 LSUSB = pathlib.Path(__file__).parents[1] / "data" / "lsusb.txt"  # compared with the descriptors too
+
+
+def answer_in_time(number):
+    """Calls this gripper. A request and the call end within 1.01 s, on a machine with time."""
+    begin = time.monotonic()
+    answer = call("SetForce", hva(number), 0, 40)
+    seconds = time.monotonic() - begin
+    if seconds > 1.5:
+        raise AssertionError(f"a call has taken {seconds:.2f} s")
+    return answer
+
+
+class Caller:
+    """Calls a gripper again and again, on a thread of its own."""
+
+    def __init__(self, number):
+        self.answers = collections.Counter()
+        self._stopped = threading.Event()
+        self._executor = concurrent.futures.ThreadPoolExecutor(1)
+        self._loop = self._executor.submit(self._call, number)
+
+    def _call(self, number):
+        while not self._stopped.wait(0.1):
+            self.answers[answer_in_time(number)] += 1
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self._stopped.set()
+        self._executor.shutdown()
+        self._loop.result()
 
 
 class AttachTest(UsbTestCase):
@@ -96,6 +129,28 @@ class EndTest(UsbTestCase):
         wait_until(lambda: not masters(), "no tty")
         wait_until_listed()
 
+    def test_an_end_during_a_reset_that_the_device_does_not_answer(self):
+        """The command would take 15 s. The kernel waits 5 s for an answer, even after an unplug."""
+        simulator = self.new_simulator(*HVA)
+        wait_until_listed(0)
+        simulator.command("usb-control 0 ignore")
+        is_reset = kernel_says("reset full-speed USB device")
+        simulator.process.stdin.write(b"usb-reset 0\n")
+        simulator.process.stdin.flush()
+        wait_until(is_reset, "the kernel resets the device")
+        begin = time.monotonic()
+        simulator.process.terminate()
+        wait_until(lambda: not self.devices(), "no device")
+        seconds = time.monotonic() - begin
+        machine.figure(f"end during a reset without an answer, to no device: {seconds:.1f} s")
+        self.assertLess(seconds, 10)
+
+    @staticmethod
+    def devices():
+        """A reset takes the tty away at once, but not the device."""
+        folder = pathlib.Path("/sys/bus/usb/devices")
+        return [file for file in folder.glob("*/idVendor") if file.read_text() == "0483\n"]
+
 
 class DescriptorTest(UsbTestCase):
     options = HVA
@@ -116,45 +171,48 @@ class ReplugTest(UsbTestCase):
         self.restore(0, 1)
 
     def test_a_hundred_cycles_under_calls(self):
-        """Calls to the other gripper go on, and nothing of a cycle is left in the end."""
+        """Calls to both grippers go on, and nothing of a cycle is left in the end."""
         before = Service.descriptors(), Service.threads()
-        stopped = threading.Event()
-        answers = {}
-
-        def call_the_other():
-            while not stopped.is_set():
-                answer = call("SetForce", hva(1), 0, 40)
-                answers[answer] = answers.get(answer, 0) + 1
-                stopped.wait(0.1)
-
-        executor = concurrent.futures.ThreadPoolExecutor(1)
-        caller = executor.submit(call_the_other)
-        gone, listed = [], []
-        try:
-            for _ in range(self.CYCLES):
-                begin = time.monotonic()
-                self.simulator.command("unplug 0")
-                wait_until(lambda: grippers() == {hva(1)}, "gone")
-                gone.append(time.monotonic() - begin)
-                begin = time.monotonic()
-                self.simulator.command("plug 0")
-                wait_until(lambda: len(masters()) == 2, "two ttys")  # costs less than a call
-                wait_until_listed(0, 1)
-                listed.append(time.monotonic() - begin)
-        finally:
-            stopped.set()
-            executor.shutdown()
-        self.assertIsNone(caller.exception())
-        self.assertLess(max(gone), 1)
-        self.assertLess(max(listed), 5.5)  # seconds; as long as a silent master delays the others
+        gone, listed, during = [], [], collections.Counter()
+        with Caller(1) as other, concurrent.futures.ThreadPoolExecutor(1) as executor:
+            for cycle in range(self.CYCLES):
+                # Most unplugs come while the call waits for its answer.
+                self.simulator.command("delay 0 20")
+                interrupted = executor.submit(answer_in_time, 0)
+                time.sleep(0.01 * (cycle % 3))
+                gone.append(self.unplug())
+                during[interrupted.result()] += 1
+                self.assertEqual(answer_in_time(0), 3)
+                self.simulator.command("delay 0 0")
+                listed.append(self.plug())
+                wait_until(lambda: answer_in_time(0) == 0, "the gripper answers again")
         machine.figure(f"{len(listed)} cycles: slowest plug to listed {max(listed):.2f} s, slowest "
-                       f"unplug to gone {max(gone):.2f} s; calls to the other gripper by answer: "
-                       f"{answers}")
+                       f"unplug to gone {max(gone):.2f} s; answers of calls during the unplug: "
+                       f"{dict(during)}, of calls to the other gripper: {dict(other.answers)}")
+        self.assertLess(max(gone), 1.2)  # seconds; the request of the call ends within 1.01 s
+        self.assertLess(max(listed), 5.5)  # seconds; as long as a silent master delays the others
+        self.assertLessEqual(set(during), {0, 3, 5, 12})
+        self.assertTrue(during[5] + during[12], during)
         # 3 during a request of the daemon's own to the unplugged master.
-        self.assertLessEqual(set(answers), {0, 3})
-        self.assertGreater(answers[0], 0.95 * sum(answers.values()))
+        self.assertLessEqual(set(other.answers), {0, 3})
+        self.assertGreater(other.answers[0], 0.95 * other.answers.total())
         wait_until(lambda: (Service.descriptors(), Service.threads()) == before,
                    f"descriptors and threads as before: {before}")
+
+    def unplug(self):
+        """Returns the seconds until the gripper is gone."""
+        begin = time.monotonic()
+        self.simulator.command("unplug 0")
+        wait_until(lambda: grippers() == {hva(1)}, "gone")
+        return time.monotonic() - begin
+
+    def plug(self):
+        """Returns the seconds until the gripper is listed."""
+        begin = time.monotonic()
+        self.simulator.command("plug 0")
+        wait_until(lambda: len(masters()) == 2, "two ttys")  # costs less than a call
+        wait_until_listed(0, 1)
+        return time.monotonic() - begin
 
     def test_the_tty_gets_another_number(self):
         """Another program keeps the dead tty, so that the kernel cannot use its number."""
@@ -192,8 +250,10 @@ class ReplugTest(UsbTestCase):
     def test_two_with_the_same_serial_number(self):
         self.simulator.command("unplug 1")
         self.simulator.command("usb-text 1 serial PX1000")
+        self.addCleanup(self.simulator.command, "usb-text 1 serial PX1001")
         self.simulator.command("plug 1")
         wait_until_listed(0, 1)
+        self.assertEqual(serial_numbers(), {"PX1000"})
         self.simulator.command("unplug 0")
         wait_until_listed(1)
         self.simulator.command("plug 0")

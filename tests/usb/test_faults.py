@@ -3,7 +3,8 @@
 import time
 
 from . import machine
-from .machine import Service, UsbTestCase, call, hva, wait_until, wait_until_listed
+from .machine import (Service, UsbTestCase, call, hva, kernel_says, serial_numbers, wait_until,
+                      wait_until_listed)
 
 TWO = ("--gripper", "HVA", "--gripper", "HVA")
 
@@ -15,6 +16,15 @@ class FaultTestCase(UsbTestCase):
 
     def setUp(self):
         self.restore(0, 1)
+        self.before = self.usb()
+
+    def usb(self):
+        """What is halted, and how often faults have taken effect since the simulator's start."""
+        return self.simulator.state(0)["usb"]
+
+    def expect_effect(self, name, count=1):
+        """The faults have taken effect so often since the test began."""
+        wait_until(lambda: self.usb()[name] - self.before[name] >= count, f"{count} {name}")
 
     def tearDown(self):
         self.assertEqual(call("SetForce", hva(1), 0, 40), 0)
@@ -37,33 +47,42 @@ class TransferFaultTest(FaultTestCase):
     def test_a_halt_of_the_input_is_cleared_by_the_kernel(self):
         self.simulator.command("usb-halt 0 in")
         self.assertLessEqual(set(self.answers(3)), {0, 5})
+        self.expect_effect("haltedTransfers")
+        self.expect_effect("clearedHalts")
         self.expect_recovery()
 
     def test_a_halt_of_the_output_loses_requests(self):
         self.simulator.command("usb-halt 0 out")
-        answers = self.answers(2)
-        self.assertLessEqual(set(answers), {5, 12})
+        self.assertLessEqual(set(self.answers(2)), {5, 12})
+        self.expect_effect("haltedTransfers")
+        self.assertTrue(self.usb()["haltedOut"])
         self.replug()
         self.expect_recovery()
 
     def test_cut_transfers(self):
         """Lines are split between reads."""
         self.simulator.command("pdin 0 0")
-        for length in (1, 5, 63):
+        for length in (1, 5, 20):
+            self.before = self.usb()
             self.simulator.command(f"usb-cut 0 {length}")
             self.assertLessEqual(set(self.answers(3)), {0, 5})
+            self.expect_effect("cutTransfers", 3)
         self.simulator.command("usb-cut 0 0")
         self.simulator.command("pdin 0 10")
         self.expect_recovery()
 
     def test_a_burst_of_errors(self):
         for count in (1, 20, 200):
+            self.before = self.usb()
             self.simulator.command(f"usb-error 0 {count}")
             self.assertLessEqual(set(self.answers(2)), {0, 5, 12})
+            self.expect_effect("failedTransfers", count)
             self.expect_recovery()
 
     def test_a_reset(self):
+        is_reset = kernel_says("reset full-speed USB device")
         self.simulator.command("usb-reset 0")
+        wait_until(is_reset, "the kernel resets the device")
         self.assertLessEqual(set(self.answers(1)), {0, 3, 5, 12})
         wait_until_listed(0, 1)
         self.expect_recovery()
@@ -83,7 +102,7 @@ class TransferFaultTest(FaultTestCase):
 
     def test_an_unplug_of_a_hung_device(self):
         self.simulator.command("stall 0 on")
-        self.answers(1)
+        self.assertLessEqual(set(self.answers(1)), {5, 12})
         begin = time.monotonic()
         self.simulator.command("unplug 0")
         wait_until_listed(1)
@@ -107,19 +126,15 @@ class PlugFaultTest(FaultTestCase):
     def expect_none(self, is_refused):
         """The master is refused, and found when it is whole again."""
         self.simulator.command("plug 0")
-        wait_until(is_refused, "the kernel or the daemon refuses it")
+        wait_until(is_refused, "the kernel or the daemon refuses it", pause=0.5)
         self.assertEqual(machine.grippers(), {hva(1)})
         self.simulator.command("unplug 0")
-
-    @staticmethod
-    def kernel_says(text):
-        machine.run("dmesg", "--clear")
-        return lambda: text in machine.run("dmesg")
 
     def test_late_answers_to_control_requests(self):
         self.simulator.command("usb-control 0 200")
         seconds = self.expect_plug()
         self.simulator.command("usb-control 0 0")
+        self.expect_effect("lateControls")
         self.assertGreater(seconds, 1)
         machine.figure(f"control requests answered after 200 ms: listed after {seconds:.1f} s")
 
@@ -133,20 +148,39 @@ class PlugFaultTest(FaultTestCase):
         wait_until_listed(0, 1)
         seconds = time.monotonic() - begin
         self.simulator.command("usb-control 0 0")
+        self.expect_effect("ignoredControls")
         machine.figure(f"control requests never answered: start to listed {seconds:.1f} s")
         self.assertGreater(seconds, 5)
 
     def test_refused_control_requests(self):
         self.simulator.command("usb-control 0 refuse")
-        self.expect_none(self.kernel_says("unable to enumerate USB device"))
+        self.expect_none(kernel_says("unable to enumerate USB device"))
         self.simulator.command("usb-control 0 0")
         self.expect_plug()
 
     def test_control_requests_that_are_refused_by_a_device_in_use(self):
         self.expect_plug()
-        self.simulator.command("usb-control 0 refuse")
         self.expect_recovery()
+        self.simulator.command("usb-control 0 refuse")
+        machine.run("lsusb", "-v", "-d", "0483:5740", check=False)
+        self.expect_effect("refusedControls")
+        self.assertEqual(self.answers(3), [0, 0, 0])
         self.simulator.command("usb-control 0 0")
+
+    def test_an_unplug_while_the_kernel_waits_for_another_device(self):
+        """It asks a device for its descriptors, and removes no other device of the hub."""
+        self.simulator.command("usb-control 0 ignore")
+        self.simulator.command("plug 0")
+        self.expect_effect("ignoredControls")
+        self.assertEqual(self.simulator.try_command("unplug 1"),
+                         "pellix-sim: error: the kernel has not removed the device within 5 s: "
+                         "unplug it again")
+        self.assertIn(call("SetForce", hva(1), 0, 40), {5, 12})
+        self.simulator.command("usb-control 0 0")
+        wait_until(lambda: "ok" in self.simulator.try_command("unplug 1"), "the device is removed")
+        wait_until_listed(0)
+        self.simulator.command("plug 1")
+        wait_until_listed(0, 1)
 
     def test_wrong_and_missing_texts(self):
         for texts in (("manufacturer", "Other"), ("product", "STM32"), ("manufacturer", ""),
@@ -167,6 +201,7 @@ class PlugFaultTest(FaultTestCase):
     def test_a_missing_serial_number(self):
         self.simulator.command("usb-text 0 serial")
         self.expect_plug()
+        self.assertEqual(serial_numbers(), {None, "PX1001"})
         self.simulator.command("usb-text 0 serial PX1000")
         self.replug()
 
@@ -175,6 +210,6 @@ class PlugFaultTest(FaultTestCase):
                                 (20, "descriptor too short")):
             with self.subTest(length=length):
                 self.simulator.command(f"usb-descriptor 0 {length}")
-                self.expect_none(self.kernel_says(message))
+                self.expect_none(kernel_says(message))
         self.simulator.command("usb-descriptor 0 all")
         self.expect_plug()

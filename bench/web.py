@@ -54,7 +54,7 @@ def beside_viewers(plan):
         ours, quiet = alternate(plan.rounds, watched, robot)
     name = f"{GRIPPERS} grippers, {VIEWERS} browsers: "
     yield Figure(f"{name}GetPos p99", "µs", column(ours, "p99Us"), column(quiet, "p99Us"),
-                 "the same, nobody looks", at_most(1.1))
+                 "the same without `tavrikweb`", at_most(1.1))
     yield Figure(f"{name}tavrikweb", "% of a processor", column(ours, "webCpu"), goal=at_most(5),
                  goal_for_value=True)
     yield Figure(f"{name}tavrikweb", "MiB", column(ours, "webRss"), goal=at_most(30),

@@ -174,7 +174,7 @@ Example:
   tavrikctl cell save cell.json
 
 What can go wrong:
-  A gripper that is in the file is missing, or there is none: plug it in, or
+  No gripper is found, or one that is in the file is missing: plug it in, or
   add --yes.)"},
         {"log", R"(
 Shows the daemon's log: each line with its master and gripper, each call as one

@@ -19,7 +19,7 @@ using Differing = std::vector<SettingDifference>;
 
 constexpr std::string_view kReading = "reading";
 
-/// For SettingsTransfer.
+/// Reports the progress of SettingsTransfer as that of `step`.
 SettingsTransfer::Progress StepOf(const PageProgress& progress, std::string_view step) {
     return [&progress, step](double part) { progress(step, part); };
 }
@@ -83,7 +83,7 @@ std::string ResultText(const SettingsTransfer::Step& step) {
     }
 }
 
-/// @param transfer that has written before; null if there is none
+/// @param transfer for the results of its writes; null if nothing was written
 ordered_json DifferencesJson(const Differing& differences, const SettingsTransfer* transfer) {
     ordered_json list = ordered_json::array();
     for (const auto& [place, from, to] : differences) {
@@ -101,7 +101,7 @@ ordered_json DifferencesJson(const Differing& differences, const SettingsTransfe
     return list;
 }
 
-/// How much of a restore was done that has failed.
+/// How many settings a failed restore has written.
 std::string WrittenText(const SettingsTransfer& transfer) {
     using Result = SettingsTransfer::Result;
     const auto count = [&](Result result) {
@@ -110,7 +110,7 @@ std::string WrittenText(const SettingsTransfer& transfer) {
     const auto unknown = count(Result::Unknown);
     return std::to_string(count(Result::Written)) + " of " +
            std::to_string(transfer.Steps().size()) + " settings were written" +
-           (unknown == 0 ? "" : ", " + std::to_string(unknown) + " may be");
+           (unknown == 0 ? "" : ", " + std::to_string(unknown) + " may have been");
 }
 
 void LogSteps(const SettingsTransfer& transfer,

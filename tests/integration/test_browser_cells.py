@@ -115,7 +115,7 @@ class MotionsTest(BrowserTestCase):
         self.call("Reference", HVA)
         wait_until(lambda: self.strips()[0] > 10)
         self.assertEqual(self.strips()[2], 0)
-        self.wait_for_text(".legend", "The strips show the motions of each")
+        self.wait_for_text(".legend", "The strips show the motions of each gripper")
 
 
 if __name__ == "__main__":

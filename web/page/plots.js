@@ -8,8 +8,8 @@ const SPANS = [[10, "10 s"], [30, "30 s"], [60, "1 min"], [300, "5 min"], [900, 
 const MOST_POINTS = 2000; // of a line; more are not visible
 const REDRAW_MS = 200;
 const COLORS = 6; // in the style sheet
-const STRIP_PX = 5; // of a gripper's motions, at most
-const STRIPS_PART = 0.3; // of the plot's height, at most
+const STRIP_PX = 5; // height of the strip of a gripper's motions, at most
+const STRIPS_PART = 0.3; // of the plot's height for all strips, at most
 const FLAG_TEXT_PX = 12;
 const FLAG_HEIGHT = 0.6; // of a line, while the flag is set; the next line is 1 higher
 
@@ -175,7 +175,7 @@ export class Plots {
     this.graphs[2].updateOptions({ file: flags, dateWindow: window, colors: FLAGS.map(() => colors[0]) });
   }
 
-  /** Of the lines, by gripper. */
+  /** Colours of the lines, one for each gripper. */
   get colors() {
     return [...this.legend.querySelectorAll("strong")].map((node) => getComputedStyle(node).color);
   }
@@ -187,7 +187,8 @@ export class Plots {
       return [i ? " – " : "", name];
     });
     const marks = this.others.size === 0 ? ". Motions are shaded. "
-      : ". The strips show the motions of each; motions of the first are also shaded, and its flags shown. ";
+      : ". The strips show the motions of each gripper; only those of the first are shaded, and only its flags " +
+        "are shown. ";
     this.legend.replaceChildren(...names, marks,
       latest ? `Now: ${stateText(latest.state)}.` : "No data now.");
   }

@@ -118,7 +118,7 @@ MotionResult GripperMotion::JudgeAtRest(const MotionJudge& judge, MotionEnd end)
     return Judge(judge, end);
 }
 
-/// A motion can be too slow to be seen by its position.
+/// A motion may be too slow for its position to change visibly within the limit.
 MotionResult GripperMotion::JudgeAtLimit(const MotionJudge& judge) const {
     MotionResult result = JudgeAtRest(judge, judge.EndAtLimit());
     const bool isStill =

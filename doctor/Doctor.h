@@ -20,7 +20,7 @@ public:
     /// @param endpoint host and timeout of the daemon; both ports are checked
     /// @param cellFile of the grippers that there should be; empty if they are not known
     /// @param logFile where the daemon logs to; empty for the journal
-    /// @param stop ends calls of the daemon early; what is found then is of no use
+    /// @param stop ends calls to the daemon early; the findings are then incomplete
     /// @throws Failure (Usage) if `cellFile` is not a cell file
     explicit Doctor(const Endpoint& endpoint, std::string cellFile = "", std::string logFile = "",
                     std::stop_token stop = {});

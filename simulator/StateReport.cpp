@@ -91,7 +91,7 @@ Json UsbState(const UsbFaults* usb) {
     };
 }
 
-/// A length to the micrometre, without a fraction that is zero, with its unit.
+/// A length with its unit, rounded to the micrometre; without a fraction if that is zero.
 std::string Millimetres(double length) {
     constexpr double kMicrometres = 1000;
     return Number(std::round(length * kMicrometres) / kMicrometres).dump() + " mm";

@@ -18,7 +18,7 @@ public:
 
     std::stop_token Token() const { return stop.get_token(); }
 
-    /// Whether the stop was requested by another signal than that of Ctrl-C.
+    /// Whether a signal other than that of Ctrl-C requested the stop.
     bool IsTermination() const;
 
 private:

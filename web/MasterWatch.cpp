@@ -31,7 +31,7 @@ std::optional<MasterWatch::TimePoint> MasterWatch::Check(const std::string& devi
                                                          std::chrono::milliseconds period) {
     const std::lock_guard lock(mutex);
     if (subjects.empty()) {
-        changed.notify_all();  // otherwise, the thread looks by itself
+        changed.notify_all();  // with subjects, the thread looks periodically
     }
     Subject& subject = subjects[device];
     if (subject.data != data) {

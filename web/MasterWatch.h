@@ -54,7 +54,7 @@ private:
     std::stop_source stop;
     std::mutex mutex;  // guards what follows
     std::condition_variable_any changed;
-    std::map<std::string, Subject> subjects;  // by device string; none while nothing is read
+    std::map<std::string, Subject> subjects;  // by device string; empty while nothing is read
     std::thread thread;                       // last: uses all others
 };
 

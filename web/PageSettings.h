@@ -29,7 +29,7 @@ nlohmann::ordered_json ComparePageSettings(const Gripper& gripper, const Gripper
 /// @param check called before each write; what it throws ends the writing
 /// @param log called with each change and its result
 /// @return as ComparePageSettings(), with what still differs and its "result", in words
-/// @throws Failure (Failed) that also tells how much was written, after the first write
+/// @throws Failure (Failed) if a write or reading back fails; it says how much was written
 nlohmann::ordered_json RestorePageSettings(const Gripper& gripper, const GripperSettings& wanted,
                                            const std::string& name,
                                            const std::function<void()>& check,

@@ -308,7 +308,7 @@ void Site::ExpectControl(const Sender& sender) {
     }
 }
 
-/// Has a job of seconds done.
+/// Queues a job that takes seconds.
 void Site::DoForGripper(const json& body, const Reply& reply,
                         std::function<ordered_json(const Gripper&, const PageProgress&)> job) {
     const bool isTaken =

@@ -189,9 +189,9 @@ std::unique_ptr<LogSource> OpenJournal(const std::vector<std::string>& options, 
 std::unique_ptr<LogSource> FollowJournal(std::chrono::seconds start, ToolErrors errors) {
     std::vector<std::string> options{"--since=@" + std::to_string(start.count()), "--follow",
                                      "--no-tail"};
-    // By itself, --follow shows the present boot only: not what came before a reboot and, in a
-    // service of a container, nothing at all if the service sees the kernel's boot ID instead of
-    // the container's. --merge shows all boots, but also the journals of other machines.
+    // Without --merge, --follow shows only the current boot: no line from before a reboot, and no
+    // line at all if a service in a container sees the kernel's boot ID instead of the container's.
+    // --merge shows all boots, but also the journals of other machines.
     std::string machine;
     if (std::ifstream("/etc/machine-id") >> machine) {
         options.insert(options.end(), {"--merge", "_MACHINE_ID=" + machine});

@@ -137,7 +137,7 @@ void UsbBus::PrepareHangUp(std::size_t number, bool reported) {
     if (!reported) {
         throw std::runtime_error("udev reports every removal from USB: use unplug");
     }
-    // The port has no device any more if the last attempt has not been in time.
+    // After an unplug that timed out, the port may have no device: the earlier name stays.
     if (auto device = DeviceName(number); !device.empty()) {
         places[number].device = std::move(device);
     }
@@ -147,8 +147,9 @@ void UsbBus::Detach(std::size_t number) {
     AwaitRemoval(places[number]);
 }
 
-/// @throws std::runtime_error if it takes more than 5 s. A device that is plugged in before the
-/// kernel has removed the last one of its port would get no driver.
+/// A device that is plugged in before the kernel has removed the previous one of its port would get
+/// no driver.
+/// @throws std::runtime_error if the removal takes more than 5 s
 void UsbBus::AwaitRemoval(Place& place) const {
     const bool removed = WaitUntil([this, &place] {
         return (place.device.empty() || !fs::exists(fs::path(kDevices) / place.device)) &&

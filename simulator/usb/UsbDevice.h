@@ -16,8 +16,8 @@ namespace simulator {
 /// socket. Not thread-safe.
 class UsbDevice {
 public:
-    /// The faults outlive the device; it clears halts, and counts
-    /// failing transfers and what the faults cause.
+    /// `faults` outlives the device, which clears halts and counts failing transfers and other
+    /// effects in it.
     explicit UsbDevice(UsbFaults& faults) : faults(faults), control(faults) {}
 
     /// @throws usbip::ProtocolError if the host has more than 1024 transfers waiting

@@ -17,7 +17,7 @@ struct UsbTexts {
 /// How often faults took effect, since the start.
 struct UsbFaultCounts {
     unsigned haltedTransfers = 0;  ///< transfers that a halted endpoint refused
-    unsigned clearedHalts = 0;     ///< by the host, on purpose
+    unsigned clearedHalts = 0;     ///< halts that the host cleared
     unsigned cutTransfers = 0;  ///< transfers to the host that are shorter than without the fault
     unsigned failedTransfers = 0;
     unsigned refusedControls = 0;

@@ -37,7 +37,7 @@ public:
     }
 
 private:
-    /// A cell without grippers is rather one that does not work.
+    /// If no gripper is found, the cell probably has a fault.
     /// @throws Failure (NoGripper)
     static void ExpectSome(const std::vector<std::string>& grippers, const Daemon& daemon) {
         if (grippers.empty()) {

@@ -76,7 +76,7 @@ bool IsFile(const std::string& text) {
     return text == "-" || text.find('/') != std::string::npos || stat(text.c_str(), &status) == 0;
 }
 
-/// The second word of a name that was not quoted is no file.
+/// If the second word is not a file, it probably belongs to a name that was not quoted.
 std::string LogCommand::CheckNoName(const std::string& text) const {
     return IsFile(text) ? ""
                         : "'" + text + "' does not exist; quote a name that contains blanks: '" +

@@ -1,4 +1,4 @@
-"""The page of tavrikweb in a real browser: files of settings that are restored, or not."""
+"""The page of tavrikweb in a real browser: restoring settings from files."""
 
 import json
 import pathlib
@@ -35,7 +35,7 @@ class RestoreTest(BrowserTestCase):
         super().tearDown()
 
     def choose_file(self, device, change):
-        """Compares the gripper with a file that has its settings, but for what `change` does."""
+        """Compares the gripper with a file of its own settings that `change` has altered."""
         settings = json.loads(post("/api/settings", {"gripper": device}).json()["file"])
         change(settings)
         path = pathlib.Path(self.folder.name, "wanted.json")
@@ -92,7 +92,7 @@ class RestoreTest(BrowserTestCase):
         self.assertEqual(self.call("GetForce", HVA, 3), force)
         self.assertFalse(self.find("button", "Restore from the file").is_enabled())
 
-    def test_a_value_that_is_refused_is_told_with_its_status(self):
+    def test_a_refused_value_is_shown_with_its_status(self):
         def change(settings):
             settings["override-grip"] = 80  # a TLM has none
             settings["sets"][1]["no-part-limit"] = 3.5

@@ -356,8 +356,8 @@ class OddMastersTest(DoctorTestCase):
 class CommissioningPageTest(DoctorTestCase):
     """docs/commissioning.md: its session, in a cell whose master is plugged in on the way.
 
-    The page shows the installed service, with which tests/usb plays the session; here are other
-    users, and no journal.
+    The page shows the installed service, with which tests/usb runs the session. Here, the users are
+    others, and there is no journal.
     """
 
     options = ("--gripper", "HVA", "--unplugged", "0")

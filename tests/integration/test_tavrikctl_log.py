@@ -256,7 +256,7 @@ class FaultsTest(LogTestCase):
         self.addCleanup(self.cell.command, "plug 2")
         self.cell.log.wait_for("SerialConnection: Reopening", since=mark, count=20)
         rows = self.rows(self.cell_log())
-        # A line that was repeated only once before another kind of line is shown again.
+        # A line that is repeated only once is shown twice if a line of another kind follows.
         self.assertLess(len([row for row in rows if "Reopening" in row]), 5)
         self.expect_row(rows, "*", "ttyACM2", TLM, "SerialConnection: Reopening")
         self.expect_row(rows, "!", "ttyACM2", TLM, "Input timeout")

@@ -429,11 +429,11 @@ class InterruptionTest(WaitTestCase):
 
 
 class SlowMotionTest(WaitTestCase):
-    """A gripper that its position does not show to move before the time limit."""
+    """A gripper so slow that its position does not change visibly within the time limit."""
 
     options = ("--gripper", "TLM", "--speed", "0.01")
 
-    def test_a_state_that_moves_is_still_moving(self):
+    def test_a_moving_state_is_reported_as_still_moving(self):
         self.expect_failure(NOT_AT_REST, "TLM SN:100001: still moving, at 10.00 (state 5)\n",
                             "grip", "--wait", "--within", 0.3)
 

@@ -302,7 +302,7 @@ class Counter(http.server.BaseHTTPRequestHandler):
 
 @unittest.skipUnless(own_network.is_own(), "the fake daemon needs the real one's port")
 class CounterTestCase(unittest.TestCase):
-    """What the daemon is asked, counted by one that is not real."""
+    """What the daemon is asked, counted by a fake daemon."""
 
     devices = [HVA, MZD]
 

@@ -14,7 +14,7 @@ LINE = re.compile(r'^(\w+)(?:\{(.*)\})? (\S+)$', re.MULTILINE)
 
 
 def wait_until(condition):
-    """Polls below the limit of scrapes."""
+    """Polls more slowly than the rate limit of scrapes."""
     return cell.wait_until(condition, pause=0.05)
 
 

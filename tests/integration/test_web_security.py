@@ -127,7 +127,7 @@ class AttackTest(WebTestCase):
 
 class RateTest(WebTestCase):
     def statuses(self, path, count):
-        """Of requests that are sent together, so that they come faster than any limit."""
+        """The statuses of requests that are sent together, and so exceed any rate limit."""
         requests = (count - 1) * compose("GET", path, drop=("Connection",)) + compose("GET", path)
         with connect() as connection:
             connection.sendall(requests)

@@ -40,7 +40,7 @@ class Soak:
         self.viewers = []
         self.idle = []
         self.log = log
-        self.known = {}  # of the log
+        self.known = {}  # how far the log has been read
         self.silent = None  # number of a master
         self.counts = dict.fromkeys(("viewers", "idle", "scrapes", "commands", "plugs", "silences",
                                      "rows", "restores"), 0)

@@ -60,7 +60,7 @@ def wait_until(condition, what, timeout=PATIENCE, pause=0.05):
 
 
 def kernel_says(text):
-    """Returns a function that tells whether the kernel has said it since."""
+    """Returns a function that tells whether the kernel has logged `text` since this call."""
     run("dmesg", "--clear")
     return lambda: text in run("dmesg")
 
@@ -223,8 +223,8 @@ def print_journal():
 
 
 class MachineTestCase(unittest.TestCase):
-    """Prints how long each test takes, and the journal of a test that fails. What the host has to
-    emulate is the processor time; pauses cost nothing."""
+    """Prints how long each test takes, and the journal of a test that fails. The
+    processor time is what the host has to emulate; pauses cost nothing."""
 
     def run(self, result=None):
         begin, used = time.monotonic(), processor_time()

@@ -17,7 +17,7 @@ LSUSB = pathlib.Path(__file__).parents[1] / "data" / "lsusb.txt"  # compared wit
 
 
 def answer_in_time(number):
-    """Calls this gripper. A request and the call end within 1.01 s, on a machine with time."""
+    """Calls this gripper. The call ends within 1.01 s, as its request does, plus some delay."""
     begin = time.monotonic()
     answer = call("SetForce", hva(number), 0, 40)
     seconds = time.monotonic() - begin
@@ -147,7 +147,7 @@ class EndTest(UsbTestCase):
 
     @staticmethod
     def devices():
-        """A reset takes the tty away at once, but not the device."""
+        """A reset removes the tty at once, but not the device."""
         folder = pathlib.Path("/sys/bus/usb/devices")
         return [file for file in folder.glob("*/idVendor") if file.read_text() == "0483\n"]
 

@@ -23,7 +23,7 @@ class FaultTestCase(UsbTestCase):
         return self.simulator.state(0)["usb"]
 
     def expect_effect(self, name, count=1):
-        """The faults have taken effect so often since the test began."""
+        """Waits until a fault has taken effect `count` times since the test began."""
         wait_until(lambda: self.usb()[name] - self.before[name] >= count, f"{count} {name}")
 
     def tearDown(self):
@@ -168,7 +168,7 @@ class PlugFaultTest(FaultTestCase):
         self.simulator.command("usb-control 0 0")
 
     def test_an_unplug_while_the_kernel_waits_for_another_device(self):
-        """It asks a device for its descriptors, and removes no other device of the hub."""
+        """While it asks a device for its descriptors, it removes no other device of the hub."""
         self.simulator.command("usb-control 0 ignore")
         self.simulator.command("plug 0")
         self.expect_effect("ignoredControls")

@@ -114,7 +114,7 @@ TEST_F(PageSettingsTest, ARestoreTellsItsStepsAndLogsWhatItWrites) {
     EXPECT_EQ(log, std::vector<std::string>{"force of set 3 = 61: written"});
 }
 
-TEST_F(PageSettingsTest, ARefusedValueIsToldWithItsStatus) {
+TEST_F(PageSettingsTest, ARefusedValueIsReportedWithItsStatus) {
     GripperSettings wanted = Read();
     SetForceOf(wanted, 2, kRefused);
     SetForceOf(wanted, 3, 61);

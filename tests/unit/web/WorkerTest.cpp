@@ -78,7 +78,7 @@ TEST_F(TwoThreadsTest, DoesJobsOfOneSubjectOneAfterTheOther) {
     EXPECT_FALSE(WaitFor([&] { return running == 2; }, std::chrono::milliseconds(20)));
 }
 
-TEST(WorkerEndTest, TellsTheJobThatRuns) {
+TEST(WorkerEndTest, AsksTheRunningJobToStop) {
     std::promise<void> begun;
     std::promise<bool> wasTold;
     {

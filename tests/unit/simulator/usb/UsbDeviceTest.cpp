@@ -187,7 +187,7 @@ TEST_F(UsbDeviceTest, TransfersAreCut) {
     device.Send("abc");
     Receive(host::InTransfer(1, kBulk, 128) + host::InTransfer(2, kBulk, 128));
     EXPECT_EQ(InReplies(), (Replies{Data(1, "ab"), Data(2, "c")}));
-    EXPECT_EQ(faults.counts.cutTransfers, 1U) << "the second has all of the text";
+    EXPECT_EQ(faults.counts.cutTransfers, 1U) << "the second transfer has all that is left";
 }
 
 TEST_F(UsbDeviceTest, ABurstOfTransfersFails) {

@@ -196,6 +196,16 @@ class Simulator:
         return rest.decode("utf-8", "backslashreplace")
 
 
+def devices():
+    """The files with the vendor of all masters on the bus, also of those without a tty."""
+    found = []
+    for file in pathlib.Path("/sys/bus/usb/devices").glob("*/idVendor"):
+        with contextlib.suppress(OSError):  # it is just leaving
+            if file.read_text() == "0483\n":
+                found.append(file)
+    return found
+
+
 def masters():
     """The nodes of the ttys that udev knows as those of masters, with their USB device's folder."""
     found = {}

@@ -92,17 +92,14 @@ class DoctorTest(UsbTestCase):
         self.simulator.command("unplug 0")
         wait_until_listed()
         self.simulator.command("silent 0 on")
-        self.addCleanup(self.simulator.command, "silent 0 off")
-        message = "Failed (finally) to update ID: 5"
+        message = "Failed to initialize new device: 5"  # follows the close of the tty
         before = Service.log().count(message)
         self.simulator.command("plug 0")
+        for command in ("plug 0", "silent 0 off", "unplug 0"):  # the last one comes first
+            self.addCleanup(self.simulator.command, command)
         [self.node] = wait_until(masters, "a tty")
         wait_until(lambda: Service.log().count(message) > before, "the daemon gives up", pause=1)
         self.expect("wrong", self.node, "TavrikDaemon has not opened it or has given up on it")
-        self.simulator.command("unplug 0")
-        self.simulator.command("silent 0 off")
-        self.simulator.command("plug 0")
-        wait_until_listed(0)
 
     def test_denied_addresses(self):
         self.configure("[Service]\nIPAddressDeny=any\nIPAddressAllow=localhost\n")

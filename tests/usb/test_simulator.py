@@ -69,7 +69,7 @@ class CellTest(UsbTestCase):
         NO_MODULE.write_text("install vhci-hcd /bin/false\n")
         run("modprobe", "--remove", "vhci-hcd")
         self.addCleanup(run, "systemctl", "reset-failed", CELL)
-        run("systemctl", "start", CELL)
+        run("systemctl", "start", "--no-block", CELL)
         wait_until(lambda: self.property("ActiveState") == "failed", "the unit gives up", pause=1)
         self.assertEqual(self.property("NRestarts"), "5")
         self.assertIn("this kernel has no module vhci-hcd: install the package linux-image-amd64",

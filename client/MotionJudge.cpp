@@ -50,6 +50,7 @@ bool RestDetector::IsAtRest(double position, int state, TimePoint now) {
 MotionJudge::Progress MotionJudge::Add(const ProcessData& data, TimePoint now) {
     wasLost = wasLost || (last.certain && !data.certain);
     last = data;
+    stateDiffered = stateDiffered || data.state != before.state;
     differed = differed || HasChanged();
     moved = moved || HasMoved();
     began = began || data.State() == StateDuring(kind);
@@ -60,11 +61,12 @@ MotionJudge::Progress MotionJudge::Add(const ProcessData& data, TimePoint now) {
     return isAtRest ? Progress::AtRest : Progress::Going;
 }
 
-/// A state that was already there before the request may be that of the previous motion. So may
-/// one that is not the goal, as long as the gripper has not reported the motion.
+/// A state that was already there before the request may be that of the previous motion, even if
+/// the position still settles. So may one that is not the goal, as long as the gripper has not
+/// reported the motion.
 bool MotionJudge::IsReported() const {
     const bool isEnd = Goal() || last.IsFaulty();
-    return isEnd ? differed : began && !IsMoving(last.State());
+    return isEnd ? stateDiffered : began && !IsMoving(last.State());
 }
 
 MotionEnd MotionJudge::End() const {

@@ -101,10 +101,11 @@ private:
     ProcessData last;
     TimePoint start;
     RestDetector rest;
-    bool differed = false;  // from the process data before, at any time
-    bool moved = false;     // the position was another one, at any time
-    bool began = false;     // the gripper has reported the motion itself
-    bool wasLost = false;   // process data have disappeared
+    bool differed = false;       // from the process data before, at any time
+    bool stateDiffered = false;  // the state alone
+    bool moved = false;          // the position was another one, at any time
+    bool began = false;          // the gripper has reported the motion itself
+    bool wasLost = false;        // process data have disappeared
 };
 
 }  // namespace tavrik

@@ -132,9 +132,17 @@ TEST_F(MotionJudgeTest, TheStateBeforeTheRequestIsNoEnd) {
                 MotionEnd::DidNotMove);
 }
 
-TEST_F(MotionJudgeTest, TheSameStateElsewhereIsAnEnd) {
-    ExpectReported(Judge(MotionKind::Release, At(28, State::Released)), At(25, State::Released),
-                   MotionEnd::Released);
+TEST_F(MotionJudgeTest, TheSameStateElsewhereIsAnEndOnlyAtRest) {
+    ExpectStill(Judge(MotionKind::Release, At(28, State::Released)), At(25, State::Released),
+                MotionEnd::Released);
+}
+
+TEST_F(MotionJudgeTest, TheEndOfThePreviousMotionMaySettle) {
+    MotionJudge judge = Judge(MotionKind::Release, At(27.9, State::Released));
+    EXPECT_EQ(Add(judge, At(28, State::Released), 50), Progress::Going);
+    EXPECT_EQ(Add(judge, At(28, State::Releasing), 100), Progress::Going);
+    EXPECT_EQ(Add(judge, At(30, State::Released), 200), Progress::Reported);
+    EXPECT_EQ(judge.End(), MotionEnd::Released);
 }
 
 TEST_F(MotionJudgeTest, TheSameStateAfterAMotionIsAnEnd) {
@@ -182,6 +190,8 @@ TEST_F(MotionJudgeTest, AFaultIsAnEndButNotOneFromBefore) {
     ExpectReported(Judge(MotionKind::Grip, At(28, State::Released)), At(20, State::Holding, kFault),
                    MotionEnd::Faulty);
     ExpectStill(Judge(MotionKind::Grip, At(28, State::Fault)), At(28, State::Fault),
+                MotionEnd::Faulty);
+    ExpectStill(Judge(MotionKind::Grip, At(28, State::Fault)), At(27.9, State::Fault),
                 MotionEnd::Faulty);
     ExpectReported(Judge(MotionKind::Grip, At(28, State::Released)),
                    At(20, State::Holding, kTemperatureWarning), MotionEnd::Gripped);

@@ -124,7 +124,7 @@ private:
         MotionResult result = Perform(interruptible, interruption.Token());
         const bool stops = stopOnInterrupt && result.end == MotionEnd::Interrupted && !result.held;
         const std::string text = gripper.Name() + ": " +
-                                 (stops ? Stop(gripper, result)
+                                 (stops ? Stop(gripper, result, endpoint)
                                   : result.end == MotionEnd::Interrupted
                                       ? InterruptionText(gripper, result, endpoint)
                                       : result.Text() + Remedy(result, gripper, endpoint));
@@ -165,14 +165,17 @@ private:
         if (result.held) {  // the motion has ended; without the drive, the part might fall
             return "interrupted while it holds the part" + place;
         }
-        return "interrupted, it may still move" + place +
-               "; to stop it: " + CommandText("disable", gripper, endpoint);
+        return "interrupted, it may still move" + place + StopText(gripper, endpoint);
+    }
+
+    static std::string StopText(const Gripper& gripper, const Endpoint& endpoint) {
+        return "; to stop it: " + CommandText("disable", gripper, endpoint);
     }
 
     /// Switches the drive off after an interruption.
     /// @param result gets what became of it
     /// @return the same in words
-    std::string Stop(const Gripper& gripper, MotionResult& result) const {
+    std::string Stop(const Gripper& gripper, MotionResult& result, const Endpoint& endpoint) const {
         const std::string text = "interrupted, ";
         result.isOff = false;
         try {
@@ -189,7 +192,8 @@ private:
             result.data = stop.data;
             return text + stop.Text();
         } catch (const Failure& failure) {
-            return text + "failed to stop it: " + failure.what();
+            return text + "failed to stop it: " + failure.what() + "; it may still move" +
+                   StopText(gripper, endpoint);
         }
     }
 

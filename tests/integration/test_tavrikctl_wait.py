@@ -373,7 +373,11 @@ class InterruptionTest(WaitTestCase):
         with self.condition("error 0 44 PDOUT", "error 0 off"):
             process.process.send_signal(signal.SIGINT)
             self.expect_end(process, -signal.SIGINT, "interrupted, failed to stop it: TLM SN:7': "
-                            "status 44: error code of the gripper's master, see its manual")
+                            "status 44: error code of the gripper's master, see its manual; it may "
+                            "still move; to stop it: tavrikctl disable 'TLM SN:7'\\'''")
+        self.assertTrue(self.enabled())
+        ctl.shell(process.errors.lines[-1].rpartition("to stop it: ")[2])
+        self.assertFalse(self.enabled())
 
     @contextlib.contextmanager
     def stopped_daemon(self):

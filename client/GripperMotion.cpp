@@ -118,9 +118,15 @@ MotionResult GripperMotion::JudgeAtRest(const MotionJudge& judge, MotionEnd end)
     return Judge(judge, end);
 }
 
-/// A motion may be too slow for its position to change visibly within the limit.
+/// A motion may be too slow for its position to change visibly within the limit. It may also begin
+/// only after the limit: a gripper that has not been at rest for half a second is not said to be
+/// there already.
 MotionResult GripperMotion::JudgeAtLimit(const MotionJudge& judge) const {
     MotionResult result = JudgeAtRest(judge, judge.EndAtLimit());
+    if (result.obstacle == MotionObstacle::SameState) {
+        result.end = MotionEnd::NotReported;
+        result.obstacle = MotionObstacle::None;
+    }
     const bool isStill =
         result.end == MotionEnd::DidNotMove || result.end == MotionEnd::NotReported;
     if (isStill && IsMoving(judge.Last().State()) &&

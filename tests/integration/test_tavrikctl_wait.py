@@ -197,8 +197,10 @@ class EndTest(WaitTestCase):
 
     def test_a_short_limit_is_no_motion(self):
         for limit in (0.1, 0.001):
-            self.expect_failure(DID_NOT_MOVE, "it was already there",
+            self.expect_failure(DID_NOT_MOVE, "no motion reported, last at 28.00 (state 4)\n",
                                 "release", HVA, "--wait", "--within", limit)
+            self.assertEqual(self.reason(DID_NOT_MOVE, "release", HVA, "--within", limit),
+                             ("not-reported", None))
 
     def test_a_part_that_is_held(self):
         with self.condition("part 0 12.5", "part 0 none"):

@@ -61,6 +61,7 @@ class DemoTest(DemoTestCase):
 
     def test_every_line_works(self):
         shell, python, simulator = self.blocks()
+        self.assertIn("help", simulator.splitlines())
         wait_until(lambda: answers(44221))
         self.type_into_a_shell(shell.splitlines())
         self.type_into_python(python)

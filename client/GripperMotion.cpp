@@ -80,6 +80,10 @@ MotionResult GripperMotion::AwaitEnd(std::chrono::milliseconds limit, const std:
             result = Judge(judge, judge.End());
         } else if (progress == Progress::AtRest) {
             result = JudgeAtRest(judge, judge.End());
+            if (MayGoOn(*result)) {
+                result.reset();
+                judge.RestartRest();
+            }
         } else if (Clock::now() - start > limit) {
             result = JudgeAtLimit(judge);
         }
@@ -116,6 +120,15 @@ MotionResult GripperMotion::JudgeAtRest(const MotionJudge& judge, MotionEnd end)
                           std::to_string(data.state));
     }
     return Judge(judge, end);
+}
+
+/// Whether the gripper reports a motion that its position does not show: the motion is slow, or
+/// force builds up on a part. A drive that was to be switched off is not waited for.
+bool GripperMotion::MayGoOn(const MotionResult& result) const {
+    const bool isUnfinished =
+        result.end == MotionEnd::DidNotMove || result.end == MotionEnd::Stopped;
+    return kind != MotionKind::Disable && isUnfinished && result.obstacle == MotionObstacle::None &&
+           IsMoving(result.data.State());
 }
 
 /// A motion may be too slow for its position to change visibly within the limit. It may also begin

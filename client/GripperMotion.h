@@ -24,7 +24,7 @@ public:
 
     /// Waits for the end of the motion that was started, and reports it about 20 ms after the
     /// gripper has. A motion that is not reported is waited for until the gripper has been at rest
-    /// for half a second.
+    /// for half a second; in the state of a motion, until the limit unless its override is 0.
     /// @param stop ends the wait, with Interrupted; a running call only if the gripper's daemon has
     /// the same token
     /// @throws Failure (NoAnswer) when nothing changes because the master stopped answering;
@@ -44,6 +44,7 @@ private:
     void ReadBeforeDisable();
     MotionResult Judge(const MotionJudge& judge, MotionEnd end) const;
     MotionResult JudgeAtRest(const MotionJudge& judge, MotionEnd end) const;
+    bool MayGoOn(const MotionResult& result) const;
     MotionResult JudgeAtLimit(const MotionJudge& judge) const;
     MotionObstacle FindObstacle(const MotionJudge& judge, MotionEnd end) const;
     MotionEnd EndOfHold(const ProcessData& data) const;

@@ -71,6 +71,9 @@ public:
     /// Takes the process data read at `now`; at least every 0.2 s.
     Progress Add(const ProcessData& data, TimePoint now);
 
+    /// Waits for another rest: the motion may go on, although nothing changes.
+    void RestartRest() { rest = {}; }
+
     /// How the motion has ended, once Add() has returned Reported or AtRest.
     MotionEnd End() const;
 

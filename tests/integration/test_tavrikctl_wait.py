@@ -429,6 +429,15 @@ class InterruptionTest(WaitTestCase):
         self.expect_end(process, DID_NOT_MOVE, "stopped on the way at 2.00 (state 7): another "
                         "request came between")
 
+    def test_a_motion_that_pauses_is_waited_for(self):
+        process = self.moving()
+        mark = self.cell.log.mark()
+        with self.condition("pdin 0 0", "pdin 0 100"):
+            # It has been at rest for half a second: is the reason its override?
+            self.cell.log.wait_for(r"New command PARAM\[64\]\[2\]", since=mark)
+        with self.condition("param 0 64 2 64", "param 0 64 2 2"):
+            process.output.wait_for("TLM SN:7': released at 18.00 ")
+
     def test_json_of_a_motion_that_goes_on(self):
         result = self.run_json(NOT_AT_REST, "release", "--within", 0.3)
         self.assertEqual((result["result"], result["state"]), ("moving", 3))
@@ -447,6 +456,13 @@ class SlowMotionTest(WaitTestCase):
         with self.condition("param 0 64 2 0", "param 0 64 2 64"):
             self.assertEqual(self.reason(DID_NOT_MOVE, "release", "--within", 0.3),
                              ("did-not-move", "override-zero"))
+
+    def test_force_that_builds_up_is_no_rest(self):
+        """For more than half a second, the state is that of a motion and the position is still."""
+        self.ctl("disable", "--wait")
+        part = self.cell.show(0)["position"] - 0.012
+        with self.condition(f"part 0 {part:.3f}", "part 0 none"):
+            self.assertIn(": gripped a part at ", self.ctl("grip", "--wait"))
 
 
 if __name__ == "__main__":

@@ -32,7 +32,8 @@ public:
             ->check(CheckNotEmpty)
             ->check([this](const std::string& text) { return CheckNoName(text); })
             ->option_text(" ");
-        app.add_flag("-f,--follow", isFollowed, "wait for more; Ctrl-C ends");
+        app.add_flag("-f,--follow", isFollowed,
+                     "wait for more until Ctrl-C; journal: from 10 min ago");
         app.add_option("--since", since, "14:00, '2026-11-22 14:00', or how long ago: 10min, 2h")
             ->check(CheckNotEmpty)
             ->option_text("TIME");

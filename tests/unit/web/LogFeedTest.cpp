@@ -1,7 +1,11 @@
 #include "web/LogFeed.h"
 
 #include <gtest/gtest.h>
+#include <sys/inotify.h>
+#include <unistd.h>
 
+#include <array>
+#include <chrono>
 #include <nlohmann/json.hpp>
 
 #include "tests/support/WaitFor.h"
@@ -77,8 +81,18 @@ TEST_F(LogFeedTest, TellsWhyThereAreNoRows) {
 }
 
 TEST_F(LogFeedTest, ReadsNothingBeforeSomebodyAsks) {
+    file.Write(Start("one"));
+    const int watch = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+    ASSERT_GE(inotify_add_watch(watch, file.path.c_str(), IN_OPEN), 0);
+    const auto isOpened = [watch] {
+        std::array<char, 1024> events{};
+        return read(watch, events.data(), events.size()) > 0;
+    };
     LogFeed feed(file.path);
-    EXPECT_EQ(feed.Rows(0, 0, "")["reading"], 0);
+    EXPECT_FALSE(WaitFor(isOpened, std::chrono::milliseconds(200)));
+    feed.Rows(0, 0, "");
+    EXPECT_TRUE(WaitFor(isOpened));
+    close(watch);
 }
 
 }  // namespace

@@ -26,7 +26,9 @@ Worker::~Worker() {
 
 bool Worker::Do(Job job, const std::string& subject) {
     const std::lock_guard lock(mutex);
-    if (jobs.size() > kMostWaiting) {
+    const auto waiting = std::ranges::count_if(
+        jobs, [&](const Entry& each) { return !each.isRunning && each.subject == subject; });
+    if (jobs.size() > kMostWaiting || (!subject.empty() && waiting >= kMostWaitingForSubject)) {
         return false;
     }
     jobs.push_back({std::move(job), subject});

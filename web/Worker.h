@@ -31,7 +31,7 @@ public:
 
     /// Any thread may call.
     /// @param subject such as the gripper that the job is for
-    /// @return false when too many jobs are waiting
+    /// @return false when too many jobs are waiting, or too many of this subject
     bool Do(Job job, const std::string& subject = "");
 
     /// Tells the jobs of a subject that they are not wanted any more: those that wait and those
@@ -52,6 +52,7 @@ private:
     bool IsBusyLocked(const std::string& subject) const;
 
     static constexpr std::size_t kMostWaiting = 32;
+    static constexpr std::ptrdiff_t kMostWaitingForSubject = 4;  // leaves room for the others
 
     const Endpoint endpoint;
     std::stop_source stop;

@@ -57,6 +57,13 @@ class QueueTest(WebTestCase):
         lines = self.web.log.matching("Command from .*: disable", since=mark)
         self.assertEqual([HVA in line for line in lines], [False, True, True], lines)
 
+    def test_many_drive_offs_of_a_silent_master_leave_room_for_another(self):
+        with self.condition("mute 0 on", "mute 0 off"), \
+                self.waiting(*40 * [HVA], command="disable") as connections:
+            answer = post("/api/command", {"gripper": MZD, "command": "disable"}, self.token)
+            self.assertEqual(answer.json()["text"], "disable: done")
+            self.assertIn("too many commands are waiting", self.texts(connections))
+
     def test_what_waits_is_not_done_for_one_who_has_lost_control(self):
         with self.condition("mute 0 on", "mute 0 off"), \
                 self.waiting(HVA, HVA, HVA, MZD) as connections:

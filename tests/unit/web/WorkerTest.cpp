@@ -14,19 +14,16 @@ using support::WaitFor;
 
 class WorkerTest : public testing::Test {
 protected:
-    /// A job that runs until it is dropped or the test has finished.
+    /// A job that runs until it is dropped, at the latest by the end of the worker.
     Worker::Job Lasting() {
         return [this](Daemon&, const std::stop_token& dropped) {
             ++running;
-            WaitFor([&] { return isOver || dropped.stop_requested(); });
+            WaitFor([&] { return dropped.stop_requested(); });
             --running;
             ++done;
         };
     }
 
-    ~WorkerTest() override { isOver = true; }
-
-    std::atomic<bool> isOver = false;
     std::atomic<int> running = 0;
     std::atomic<int> done = 0;
 };
@@ -60,6 +57,16 @@ TEST_F(OneThreadTest, RefusesWhatWouldWaitTooLong) {
     }
     EXPECT_GT(taken, 10);
     EXPECT_LT(taken, kMost);
+}
+
+TEST_F(TwoThreadsTest, TakesAJobWhileManyOfAnotherSubjectAreAskedFor) {
+    int taken = 0;
+    for (int i = 0; i < 100; ++i) {
+        taken += worker.Do(Lasting(), "a") ? 1 : 0;
+    }
+    EXPECT_LT(taken, 10);
+    EXPECT_TRUE(worker.Do(Lasting(), "b"));
+    EXPECT_TRUE(WaitFor([&] { return running == 2; }));
 }
 
 TEST_F(TwoThreadsTest, DoesJobsOfTwoSubjectsAtTheSameTime) {

@@ -106,11 +106,6 @@ Cell Poller::Latest() const {
     return latest;
 }
 
-std::uint64_t Poller::Requests() const {
-    const std::lock_guard lock(mutex);
-    return requests;
-}
-
 /// Zero while nobody looks.
 milliseconds Poller::Period() const {
     const milliseconds period = countViewers() > 0              ? kViewPeriod
@@ -211,7 +206,6 @@ void Poller::Publish(bool isNew) {
         const std::lock_guard lock(mutex);
         latest = cell;
         latestAt = Clock::now();
-        requests = daemon.AnsweredCalls();
         changed.notify_all();
     }
     listener(cell, isNew);

@@ -44,9 +44,6 @@ public:
     /// The cell as it was read last.
     Cell Latest() const;
 
-    /// How many requests were sent to the daemon.
-    std::uint64_t Requests() const;
-
 private:
     void Run();
     std::chrono::milliseconds Period() const;
@@ -74,7 +71,6 @@ private:
     Clock::time_point latestAt{};
     Clock::time_point collectedUntil{};
     bool isWoken = false;
-    std::uint64_t requests = 0;
 
     std::thread thread;  // last: uses all others
 };

@@ -72,7 +72,9 @@ class Soak:
             self.idle.pop(0).close()
 
     def scrape(self):
-        get("/metrics")
+        status = get("/metrics").status
+        if status != 200:
+            raise AssertionError(f"/metrics: status {status}")
         self.counts["scrapes"] += 1
 
     def command(self):

@@ -68,6 +68,16 @@ HttpResponse CatchFailure(Call call) {
     }
 }
 
+/// @return the result in words
+std::string SwitchOff(const Gripper& gripper) {
+    try {
+        const int status = gripper.Command("Disable", {});
+        return status == 0 ? "done" : gripper.StatusText(status, "Disable");
+    } catch (const std::exception& failure) {  // also what the XML-RPC library throws
+        return failure.what();
+    }
+}
+
 ordered_json FindingsJson(const Findings& findings) {
     ordered_json list = ordered_json::array();
     for (const Finding& finding : findings) {
@@ -240,7 +250,7 @@ void Site::RunCommand(const HttpRequest& request, const json& body, const Reply&
     }
     const PageCommand command(body);
     if (command.IsDisable()) {
-        motions.Drop(command.Device());  // none may run after it
+        motions.Drop(command.Device());  // they must not move it again
     }
     Worker& worker = command.IsDisable() ? driveOffs : motions;
     const Sender sender{request.peer, *request.Header(kTokenHeader)};
@@ -259,6 +269,7 @@ HttpResponse Site::Execute(const PageCommand& command, const Sender& sender, Dae
     const Gripper gripper(daemon, command.Device());
     std::string result;
     bool isDone = false;
+    bool isSent = false;
     try {
         if (!command.IsDisable()) {  // nothing may delay or refuse the drive off
             daemon.FindGripper(command.Device(), true);
@@ -267,6 +278,7 @@ HttpResponse Site::Execute(const PageCommand& command, const Sender& sender, Dae
                 throw Failure(ExitStatus::NotSent, "not sent: the drive was switched off");
             }
         }
+        isSent = true;
         const int status = Send(command, gripper);
         result = status == 0 ? "done" : gripper.StatusText(status, command.Method());
         if (status == 0) {
@@ -275,6 +287,11 @@ HttpResponse Site::Execute(const PageCommand& command, const Sender& sender, Dae
         }
     } catch (const std::exception& failure) {  // also what the XML-RPC library throws
         result = failure.what();
+    }
+    if (!command.IsDisable() && isSent && dropped.stop_requested()) {
+        // The drive off may have overtaken the command.
+        result += "; drive off again: " + SwitchOff(gripper);
+        isDone = false;
     }
     LogLine() << "Command from " << sender.peer << " to '" << gripper.Name()
               << "': " << command.Text() << ": " << Printable(result);

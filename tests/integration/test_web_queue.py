@@ -45,6 +45,8 @@ class QueueTest(WebTestCase):
             self.assertEqual(other.json()["text"], "disable: done")
             post("/api/command", {"gripper": HVA, "command": "disable"}, self.token)
             texts = self.texts(connections)
+        # HVA's first one was on its way.
+        self.assertRegex(texts[0], "^grip, set 0: .*; drive off again: ")
         self.assertEqual(texts[1:], 4 * ["grip, set 0: not sent: the drive was switched off"])
 
     def test_drive_off_does_not_wait_for_another_silent_master(self):

@@ -43,6 +43,7 @@ class RestoreTest(BrowserTestCase):
         self.open_gripper(device)
         self.driver.find_element("id", "settings-file").send_keys(str(path))
         self.wait_for_text(f"{SECTION} output", "from wanted.json")
+        wait_until(lambda: self.progress() == "")  # otherwise, that of the comparison
 
     def progress(self):
         """What the page tells of the transfer."""
@@ -52,9 +53,8 @@ class RestoreTest(BrowserTestCase):
     def test_a_restore_shows_its_progress(self):
         def change(settings):
             for number, each in enumerate(settings["sets"]):
-                each["force"] = 31 + number
+                each |= {"force": 31 + number, "no-part-limit": 2.5, "release-limit": 3.5}
         self.choose_file(HVA, change)
-        wait_until(lambda: self.progress() == "")  # of the comparison
         with self.condition("delay 0 20", "delay 0 0"):
             self.driver.execute_script(RECORD_PROGRESS, f"{SECTION} progress + .note")
             self.press("Restore from the file")

@@ -367,7 +367,7 @@ class ManyMastersTest(CounterTestCase):
             for _ in range(40):
                 viewer.wait_for("values")
             rate = (Counter.questions - before) / (time.monotonic() - start)
-        self.assertGreater(rate, 2.5)
+        self.assertGreater(rate, 2.5 / SLOWNESS)
         self.assertLess(rate, 4.5)
 
 

@@ -25,12 +25,13 @@ struct Motion {
     std::string_view name;
     std::string_view method;
     enum class Argument { None, Set, OnOff } argument = Argument::None;
+    bool moves = false;
 };
 
 constexpr std::array kMotions{
-    Motion{"grip", "Grip", Motion::Argument::Set},
-    Motion{"release", "Release", Motion::Argument::Set},
-    Motion{"reference", "Reference"},
+    Motion{"grip", "Grip", Motion::Argument::Set, true},
+    Motion{"release", "Release", Motion::Argument::Set, true},
+    Motion{"reference", "Reference", Motion::Argument::None, true},
     Motion{"disable", "Disable"},
     Motion{"holdfast", "Holdfast", Motion::Argument::OnOff},
     Motion{"store", "StoreRemanent"},
@@ -103,6 +104,7 @@ void PageCommand::TakeMotion(std::string_view name, const json& request) {
         throw Invalid("command");
     }
     method = motion->method;
+    moves = motion->moves;
     text = name;
     if (motion->argument == Motion::Argument::Set) {
         const int set = NumberOf(request, "set", kSetCount - 1);

@@ -30,6 +30,9 @@ public:
     /// Whether it switches the drive off: no limit may delay this.
     bool IsDisable() const { return method == "Disable"; }
 
+    /// What a status of 0 means, in words: the end of a motion is not awaited.
+    std::string_view Success() const { return moves ? "started" : "done"; }
+
     /// Calls the daemon.
     /// @return its status
     int Run(const Gripper& gripper) const;
@@ -46,6 +49,7 @@ private:
     std::string method;
     xmlrpc_c::carray arguments;  // after the device string
     std::string text;
+    bool moves = false;
     const Setting* setting = nullptr;  // that is set
     xmlrpc_c::carray place;            // arguments of its getter
     std::string value;                 // in words

@@ -280,7 +280,8 @@ HttpResponse Site::Execute(const PageCommand& command, const Sender& sender, Dae
         }
         isSent = true;
         const int status = Send(command, gripper);
-        result = status == 0 ? "done" : gripper.StatusText(status, command.Method());
+        result = status == 0 ? std::string(command.Success())
+                             : gripper.StatusText(status, command.Method());
         if (status == 0) {
             command.Confirm(gripper);
             isDone = true;

@@ -214,7 +214,7 @@ class KeyboardTest(BrowserTestCase):
         self.wait_for_text("main h2", HVA)
         self.wait_for_text(".motions .note", "a reference run is needed first")
         self.tab_to("Reference run").send_keys(Keys.ENTER)
-        self.wait_for_text(".motions output", "reference: done")
+        self.wait_for_text(".motions output", "reference: started")
         self.wait_for_text("dl", "reference run done")
 
 

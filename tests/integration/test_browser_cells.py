@@ -67,7 +67,7 @@ class EightGrippersTest(EveryViewTestCase):
         self.open_gripper()
         self.press("Reference run")
         with self.condition("unplug 7", "plug 7"):
-            self.wait_for_text(".motions output", "reference: done")
+            self.wait_for_text(".motions output", "reference: started")
             self.wait_for_text("dl", "reference run done")
             self.find("h1 a", "Grippers").click()
             wait_until(lambda: len(self.all(".card.stale")) == 1)

@@ -113,7 +113,7 @@ class WebDemoTest(DemoTestCase):
         device = cell["grippers"][0]["device"]
         token = post("/api/control/take", {"code": code}).json()["token"]
         answer = post("/api/command", {"gripper": device, "command": "reference"}, token)
-        self.assertEqual(answer.json()["text"], "reference: done")
+        self.assertEqual(answer.json()["text"], "reference: started")
         wait_until(lambda: [row for row in post("/api/log", {}).json()["rows"]
                             if row["text"].startswith("Reference")], pause=0.1)
         self.interrupt()

@@ -60,10 +60,10 @@ class ViewerTest(WebTestCase):
         with Viewer() as viewer:
             before = viewer.wait_for("values")["rows"][0][4]
             answer = post("/api/command", {"gripper": HVA, "command": "reference"}, token)
-            self.assertEqual(answer.json(), {"ok": True, "text": "reference: done"})
+            self.assertEqual(answer.json(), {"ok": True, "text": "reference: started"})
             viewer.wait_for("values", lambda values: values["rows"][0][1] == 8)
             answer = post("/api/command", {"gripper": HVA, "command": "grip", "set": 0}, token)
-            self.assertEqual(answer.json()["text"], "grip, set 0: done")
+            self.assertEqual(answer.json()["text"], "grip, set 0: started")
             row = viewer.wait_for("values", lambda values: values["rows"][0][1] == 7)["rows"][0]
             self.assertGreater(row[4], before)
             cell = viewer.wait_for("cell", lambda cell: cell["grippers"][0]["session"]["calls"] > 1)

@@ -25,6 +25,17 @@ TEST(PageCommandTest, TellsInWordsWhatItDoes) {
     EXPECT_EQ(PageCommand(setting).Text(), "no-part-limit of set 2 = 1.50");
 }
 
+TEST(PageCommandTest, TellsWhetherAMotionHasOnlyStarted) {
+    for (const char* const name : {"grip", "release", "reference"}) {
+        const PageCommand command(json{{"gripper", "A"}, {"command", name}, {"set", 0}});
+        EXPECT_EQ(command.Success(), "started") << name;
+    }
+    for (const char* const name : {"disable", "holdfast", "store"}) {
+        const PageCommand command(json{{"gripper", "A"}, {"command", name}, {"on", true}});
+        EXPECT_EQ(command.Success(), "done") << name;
+    }
+}
+
 TEST(PageCommandTest, KnowsTheDriveOff) {
     EXPECT_TRUE(PageCommand(json{{"gripper", "A"}, {"command", "disable"}}).IsDisable());
     EXPECT_FALSE(PageCommand(json{{"gripper", "A"}, {"command", "store"}}).IsDisable());

@@ -297,7 +297,7 @@ class ShellCommandsTest(CellTestCase):
         "scripts/bench": "a quarter of an hour; its quick form is run by CI",
         "scripts/bench --publish": "changes the page that has the command",
         "scripts/demo": "serves until Ctrl-C; test_demo.py types what it prints",
-        "scripts/demo --web": "serves until Ctrl-C; test_browser.py uses the page",
+        "scripts/demo --web": "serves until Ctrl-C; test_demo.py runs it",
         "ssh -L 44280:127.0.0.1:44280 user@cell": "needs another machine",
         "cmake --preset release && cmake --build --preset release": "scripts/demo does it",
         "cmake --preset release -D TAVRIK_CORVANE_VENDOR_ID=31249": "only configures",

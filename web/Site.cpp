@@ -203,9 +203,11 @@ void Site::TakeControl(const HttpRequest& request, const json& body, const Reply
     const auto denial = control.Take(MemberText(body, "code"), request.peer, token);
     switch (denial) {
         case Control::Denial::NotAllowed:
+            LogLine() << "Control from " << request.peer << ": not allowed";
             reply(Outcome(false, "tavrikweb was started without --allow-control", kForbidden));
             return;
         case Control::Denial::TooManyAttempts:
+            LogLine() << "Control from " << request.peer << ": too many wrong codes";
             reply(Outcome(false, "too many wrong codes: wait a minute", kForbidden));
             return;
         case Control::Denial::WrongCode:

@@ -202,6 +202,7 @@ class WrongCodeTest(WebTestCase):
         answer = post("/api/control/take", {"code": code})
         self.assertEqual(answer.status, 403)
         self.assertIn("wait a minute", answer.json()["text"])
+        self.web.log.wait_for("Control from 127.0.0.1: too many wrong codes")
         self.assertNotIn(code, "".join(self.web.log.since(0)))
 
 
@@ -210,6 +211,7 @@ class ViewOnlyTest(WebTestCase):
 
     def test_control_is_off_unless_allowed(self):
         self.assertEqual(post("/api/control/take", {"code": "12345678"}).status, 403)
+        self.web.log.wait_for("Control from 127.0.0.1: not allowed")
         self.assertEqual(post("/api/command", DISABLE).status, 403)
         with Viewer() as viewer:
             self.assertFalse(viewer.wait_for("cell")["control"]["allowed"])
@@ -225,6 +227,8 @@ class ViewOnlyTest(WebTestCase):
             listening = [line.split()[1] for line in table if line.split()[3] == "0A"]
         self.assertIn(f"0100007F:{PORT:04X}", listening)
         self.assertNotIn(f"00000000:{PORT:04X}", listening)
+        with open("/proc/net/tcp6", encoding="ascii") as table:
+            self.assertNotIn(f":{PORT:04X} ", table.read())
 
 
 class NameTest(WebTestCase):

@@ -3,8 +3,6 @@
 // An input that begins with "<" is the XML of one call and is sent with the required HTTP headers.
 // Any other input is sent unchanged; the fuzzer then waits until the server closes the connection.
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -15,6 +13,7 @@
 #include <cstdint>
 #include <string>
 
+#include "tests/fuzz/Connection.h"
 #include "tests/fuzz/FuzzTarget.h"
 #include "tests/unit/daemon/GripperCell.h"
 #include "tests/unit/daemon/RunningServer.h"
@@ -36,14 +35,7 @@ public:
     /// Sends `request` on a new connection.
     /// @return the whole response
     std::string Exchange(const std::string& request) const {
-        const int client = ::socket(AF_INET, SOCK_STREAM, 0);
-        ::setsockopt(client, SOL_SOCKET, SO_RCVTIMEO, &kPatience, sizeof kPatience);
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_port = htons(static_cast<std::uint16_t>(server.Port()));
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        Require(::connect(client, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0,
-                "the server takes connections");
+        const int client = ConnectTo(static_cast<std::uint16_t>(server.Port()), kPatience);
         ::send(client, request.data(), request.size(), MSG_NOSIGNAL);
         ::shutdown(client, SHUT_WR);
         std::string answer = ReceiveAll(client);

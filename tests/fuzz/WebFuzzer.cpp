@@ -3,8 +3,6 @@
 // An input that begins with "{" is the body of a command and is sent with the headers of a page
 // that has control. Any other input is sent unchanged; "HOST" in it stands for the server's own.
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -15,6 +13,7 @@
 #include <cstdint>
 #include <string>
 
+#include "tests/fuzz/Connection.h"
 #include "tests/fuzz/FuzzTarget.h"
 #include "web/HttpServer.h"
 #include "web/Site.h"
@@ -44,14 +43,7 @@ public:
     /// Sends `request` on a new connection, and waits for `patience` for each part of the response.
     /// @return the response, of a stream only the beginning
     std::string Exchange(const std::string& request, timeval patience = kPatience) const {
-        const int client = ::socket(AF_INET, SOCK_STREAM, 0);
-        ::setsockopt(client, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_port = htons(server.Port());
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        Require(::connect(client, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0,
-                "the server takes connections");
+        const int client = ConnectTo(server.Port(), patience);
         ::send(client, request.data(), request.size(), MSG_NOSIGNAL);
         std::string answer = Receive(client);
         ::close(client);

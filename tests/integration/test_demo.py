@@ -111,6 +111,8 @@ class WebDemoTest(DemoTestCase):
         with Viewer() as viewer:
             cell = viewer.wait_for("cell", lambda cell: len(cell["grippers"]) == 2)
         device = cell["grippers"][0]["device"]
+        # Until then, masters refuse commands to their grippers.
+        wait_until(lambda: self.log().read_text().count("Pending command PDOUT deleted") == 2)
         token = post("/api/control/take", {"code": code}).json()["token"]
         answer = post("/api/command", {"gripper": device, "command": "reference"}, token)
         self.assertEqual(answer.json()["text"], "reference: started")

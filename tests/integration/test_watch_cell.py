@@ -181,6 +181,7 @@ class WideCharactersTest(WatchTestCase):
             with self.subTest(locale=locale):
                 watch = self.watch(environment={"LC_ALL": locale, "LANG": locale})
                 watch.wait_for("^\u4e2d\u6587\u00e4 SN:100001 .* fresh ")
+                watch.wait_for("^MZD-S SN:100002 .* fresh ")
                 self.assertEqual([line[:23].rstrip()
                                   for line in watch.columns_from("POSITION")[2:5]],
                                  ["POSITION  FLAGS  VALUES",

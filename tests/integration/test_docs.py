@@ -21,37 +21,52 @@ from .harness.pages import (CODE_SPAN, FENCE, METHODS_PAGE, OPERATION, PAGES, RE
 
 
 class MethodsPageTest(PageTestCase):
+    # A section is about one method or several, such as a setter and its getter.
+    HEADING = re.compile(r"^### ((?:\w+, )*\w+)$", re.MULTILINE)
+    # A row is about the methods that its first column links to.
+    ROW = re.compile(r"^\| (\[.+\)) \| (.+) \| (.+) \| (.+) \| (.+) \|$", re.MULTILINE)
+    LINK = re.compile(r"\[(\w+)\]\(#([a-z-]+)\)")
+
+    @classmethod
+    def sections(cls):
+        """The name and the section of every method that has one."""
+        return [(name, section(METHODS_PAGE, f"### {heading}"))
+                for heading in cls.HEADING.findall(METHODS_PAGE.read_text())
+                for name in heading.split(", ")]
+
     def test_the_examples_are_true(self):
         self.play(METHODS_PAGE)
 
     def test_every_registered_method_has_its_section_and_no_other(self):
         registered = [name for name in self.call("system.listMethods")
                       if not name.startswith("system.")]
-        headings = re.findall(r"^### (\w+)$", METHODS_PAGE.read_text(), re.MULTILINE)
-        self.assertCountEqual(headings, registered)
+        self.assertCountEqual([name for name, _ in self.sections()], registered)
 
     def test_every_section_has_an_example_of_its_method(self):
-        for method in METHODS:
-            text = section(METHODS_PAGE, f"### {method.name}")
+        for name, text in self.sections():
             examples = [example for match in FENCE.finditer(text) if match[2] == "python"
                         for example in doctest.DocTestParser().get_examples(match[3])]
-            with self.subTest(method=method.name):
-                self.assertTrue(any(f"gripper.{method.name}(" in example.source and example.want
+            with self.subTest(method=name):
+                self.assertTrue(any(f"gripper.{name}(" in example.source and example.want
                                     for example in examples))
 
-    def test_every_section_tells_parameters_failure_value_and_models(self):
+    def test_every_method_has_a_row_with_parameters_answer_failure_value_and_models(self):
         types = {str: "string", int: "int", float: "double", bool: "boolean"}
         models = {"": "all", "HVA": "HVA, MZD", "MZD": "MZD"}
+        rows = [(name, link, *texts)
+                for names, *texts in self.ROW.findall(METHODS_PAGE.read_text())
+                for name, link in self.LINK.findall(names)]
+        self.assertCountEqual([row[0] for row in rows], [method.name for method in METHODS])
+        facts = {name: texts for name, *texts in rows}
         for method in METHODS:
-            text = section(METHODS_PAGE, f"### {method.name}")
-            facts = dict(re.findall(r"^- (\w+): (.*)$", text, re.MULTILINE))
+            link, parameters, _, failure, accepted_by = facts[method.name]
             with self.subTest(method=method.name):
-                self.assertEqual(list(facts), ["Parameters", "Answer", "Failure", "Models"])
-                self.assertEqual(re.findall(r"` (\w+)", facts["Parameters"]),
+                self.assertIn(method.name.lower(), link.split("-"))
+                self.assertEqual(re.findall(r"` (\w+)", parameters),
                                  [types[kind] for kind in method.parameters])
                 if method.parameters:
-                    self.assertRegex(facts["Failure"], f"^{str(method.fallback).lower()}\\b")
-                    self.assertEqual(facts["Models"], models[method.check])
+                    self.assertRegex(failure, f"^{str(method.fallback).lower()}\\b")
+                    self.assertEqual(accepted_by, models[method.check])
 
 
 class RefusedRequestsTest(CellTestCase):
@@ -110,7 +125,7 @@ class RefusedRequestsTest(CellTestCase):
         return answer
 
     def test_every_row_is_true(self):
-        rows = re.findall(r"^\| (.+?) \| (.+?) \| .+ \|$",
+        rows = re.findall(r"^\| (.+?) \| (.+?) \|$",
                           section(METHODS_PAGE, "### Refused requests"), re.MULTILINE)
         table = dict(rows[1:])  # without the header
         requests = self.requests()

@@ -96,13 +96,7 @@ Work Mode(CommandWords& words) {
 Work Mute(CommandWords& words) {
     const bool on = ParseOnOff(words.Take());
     const auto key = words.TakeIfAny();
-    return [on, key](Station& station) {
-        if (key) {
-            Simulated(station).SetMuteFor(*key, on);
-        } else {
-            Simulated(station).SetMute(on);
-        }
-    };
+    return [on, key](Station& station) { Simulated(station).SetMute(on, key); };
 }
 
 Work Error(CommandWords& words) {

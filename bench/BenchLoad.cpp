@@ -39,6 +39,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 using RealClock = std::chrono::system_clock;  // as in the kernel's timestamps
+using simulator::Checked;
 using simulator::FileDescriptor;
 using std::chrono::nanoseconds;
 
@@ -133,10 +134,8 @@ public:
         address.sin_family = AF_INET;
         address.sin_port = htons(port);
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        if (connect(socket.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) !=
-            0) {
-            throw std::system_error(errno, std::generic_category(), "connect");
-        }
+        Checked(connect(socket.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address),
+                "connect");
         // Address space only, until it is used: a vector that moves would show in the latencies.
         constexpr std::size_t kRoomForCalls = std::size_t{1} << 20;
         latencies.reserve(kRoomForCalls);

@@ -5,11 +5,9 @@
 #include <unistd.h>
 
 #include <array>
-#include <cerrno>
 #include <cstddef>
 #include <string>
 #include <string_view>
-#include <system_error>
 
 #include "simulator/FileDescriptor.h"
 
@@ -19,11 +17,9 @@ namespace bench {
 /// 1 s for the first byte. What came before is dropped.
 /// @throws std::system_error
 inline simulator::FileDescriptor OpenTty(const std::string& path) {
-    simulator::FileDescriptor tty(open(path.c_str(), O_RDWR | O_NOCTTY));
+    simulator::FileDescriptor tty(simulator::Checked(open(path.c_str(), O_RDWR | O_NOCTTY), path));
     termios settings{};
-    if (tty.Get() == -1 || tcgetattr(tty.Get(), &settings) == -1) {
-        throw std::system_error(errno, std::generic_category(), path);
-    }
+    simulator::Checked(tcgetattr(tty.Get(), &settings), path);
     settings.c_iflag = IGNBRK | IGNPAR;
     settings.c_oflag = 0;
     settings.c_cflag = B115200 | CS8 | CLOCAL | CREAD;

@@ -5,7 +5,6 @@
 #include <sys/socket.h>
 
 #include <array>
-#include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -14,7 +13,6 @@
 #include <exception>
 #include <string>
 #include <string_view>
-#include <system_error>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -25,6 +23,7 @@
 
 namespace {
 
+using simulator::Checked;
 using simulator::FileDescriptor;
 
 constexpr std::string_view kRequestEnd = "</methodCall>";
@@ -53,10 +52,10 @@ FileDescriptor Listen(std::uint16_t port) {
     address.sin_family = AF_INET;
     address.sin_port = htons(port);
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    if (bind(listener.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-        listen(listener.Get(), SOMAXCONN) != 0) {
-        throw std::system_error(errno, std::generic_category(), std::to_string(port));
-    }
+    const std::string name = std::to_string(port);
+    Checked(bind(listener.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address),
+            name);
+    Checked(listen(listener.Get(), SOMAXCONN), name);
     return listener;
 }
 

@@ -1,15 +1,16 @@
 """What the daemon costs beside its calls: lines, polls, memory, starting, plugging; and how all
 costs grow with masters, clients and lines."""
 
+import contextlib
 import functools
 import random
-import socket
 import statistics
 import subprocess
 import tempfile
 import time
 
 from tests.integration.harness.cell import PATIENCE, PORTS, wait_until
+from measurements.equal_calls import RawClient
 from figures import SETTLING, Figure, alternate, at_most, in_turn, rates
 from servers import BARE, DAEMON, OPERATES, Cell, Readers, Server, device, rss_kib, wakeups
 
@@ -125,44 +126,21 @@ def starting(plan):
                  goal=at_most(1.5))
 
 
-class ListClient:
-    """Asks for the list of grippers on one connection, as fast as Python can."""
-
-    BODY = b"<?xml version='1.0'?><methodCall><methodName>GetGrippers</methodName></methodCall>"
-    REQUEST = (b"POST /RPC2 HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Type: text/xml\r\n"
-               b"Content-Length: %d\r\n\r\n%s" % (len(BODY), BODY))
-
-    def __init__(self):
-        self.connection = socket.create_connection(("127.0.0.1", PORTS[0]), PATIENCE)
-        self.connection.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
-
-    def __enter__(self):
-        return self
-
-    def __exit__(self, *_):
-        self.connection.close()
-
-    def lists(self, name):
-        self.connection.sendall(self.REQUEST)
-        answer = b""
-        while not answer.endswith(b"</methodResponse>\r\n"):
-            data = self.connection.recv(65536)
-            if not data:
-                raise AssertionError("the daemon has closed the connection")
-            answer += data
-        return name in answer
-
-
 def plugging(plan):
     poll = 0.01  # seconds; the daemon's own polls: events shall meet them in any phase
     name = device(0).encode()
     added, removed = [], []
-    with Server(DAEMON, masters=1) as daemon, ListClient() as client:
+    with Server(DAEMON, masters=1) as daemon, \
+            contextlib.closing(RawClient(PORTS[0], "GetGrippers")) as client:
+        def lists_it():
+            client.send()
+            return name in client.body()
+
         def milliseconds_of(event, is_listed):
             time.sleep(random.uniform(poll, 2 * poll))
             mark = daemon.send(f"{event} 0")
             deadline = time.monotonic() + PATIENCE
-            while client.lists(name) != is_listed:
+            while lists_it() != is_listed:
                 if time.monotonic() > deadline:
                     raise AssertionError(f"not seen: {event}")
             return (time.monotonic_ns() - daemon.answer(mark)) / 1e6

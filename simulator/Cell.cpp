@@ -6,11 +6,9 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <cstdint>
 #include <exception>
 #include <optional>
-#include <system_error>
 #include <utility>
 
 #include "simulator/Recording.h"
@@ -38,9 +36,7 @@ Station SimulatedStation(const Options& options, const GripperOption& gripper) {
 void AddReplay(CellSetup& cell, const std::vector<RecordedEvent>& events, const std::string& path,
                const Options& options, const Printer& print) {
     std::array<int, 2> ends{};
-    if (pipe2(ends.data(), O_CLOEXEC) == -1) {
-        throw std::system_error(errno, std::generic_category(), "pipe2");
-    }
+    Checked(pipe2(ends.data(), O_CLOEXEC), "pipe2");
     FileDescriptor readEnd(ends[0]);
     const auto writeEnd = std::make_shared<FileDescriptor>(ends[1]);
     const auto command = [writeEnd](const std::string& commands) {

@@ -10,7 +10,6 @@
 #include <variant>
 
 #include "simulator/StateReport.h"
-#include "simulator/usb/UsbCommands.h"
 
 namespace simulator {
 
@@ -21,7 +20,7 @@ constexpr unsigned kLargestNumber = 1000000000;
 constexpr unsigned kLargestParameterIndex = 65535;
 
 /// What a command does with its master, on the cell's thread.
-using usb_commands::Work;
+using Work = std::function<void(Station&)>;
 
 Port& PluggedPort(Station& station) {
     if (!station.port) {
@@ -45,6 +44,21 @@ SimulatedMaster& PluggedMaster(Station& station) {
     SimulatedMaster& master = Simulated(station);
     PluggedPort(station);
     return master;
+}
+
+UsbFaults& Usb(const Station& station) {
+    if (!station.usb) {
+        throw std::runtime_error("the master is not on USB: start pellix-sim with --usb");
+    }
+    return *station.usb;
+}
+
+unsigned ParseCount(std::string_view text) {
+    return ParseUnsigned(text, kLargestNumber);
+}
+
+std::chrono::milliseconds ParseMilliseconds(std::string_view text) {
+    return std::chrono::milliseconds(ParseCount(text));
 }
 
 /// Passes one value to the master.
@@ -82,18 +96,7 @@ Work Mode(CommandWords& words) {
 Work Mute(CommandWords& words) {
     const bool on = ParseOnOff(words.Take());
     const auto key = words.TakeIfAny();
-    return [on, key](Station& station) {
-        if (key) {
-            Simulated(station).SetMuteFor(*key, on);
-        } else {
-            Simulated(station).SetMute(on);
-        }
-    };
-}
-
-Work Delay(CommandWords& words) {
-    const std::chrono::milliseconds delay(ParseUnsigned(words.Take(), kLargestNumber));
-    return [delay](Station& station) { Simulated(station).SetAnswerDelay(delay); };
+    return [on, key](Station& station) { Simulated(station).SetMute(on, key); };
 }
 
 Work Error(CommandWords& words) {
@@ -116,11 +119,6 @@ Work Send(CommandWords& words) {
 Work Stall(CommandWords& words) {
     const bool on = ParseOnOff(words.Take());
     return [on](Station& station) { PluggedPort(station).SetStalled(on); };
-}
-
-Work SplitAnswers(CommandWords& words) {
-    const unsigned length = ParseUnsigned(words.Take(), kLargestNumber);
-    return [length](Station& station) { Simulated(station).SetPieceLength(length); };
 }
 
 Work StreamRate(CommandWords& words) {
@@ -157,6 +155,58 @@ Work Id(CommandWords& words) {
     return [id](Station& station) { Simulated(station).SetId(id); };
 }
 
+/// Stores one value in the faults of USB.
+template <auto Parse, auto Field>
+Work SetUsb(CommandWords& words) {
+    const auto value = Parse(words.Take());
+    return [value](const Station& station) { Usb(station).*Field = value; };
+}
+
+Work UsbControl(CommandWords& words) {
+    using Kind = UsbFaults::Control;
+    const std::string word = words.Take();
+    const Kind kind = word == "refuse"   ? Kind::Refuse
+                      : word == "ignore" ? Kind::Ignore
+                                         : Kind::Answer;
+    const auto delay =
+        kind == Kind::Answer ? ParseMilliseconds(word) : std::chrono::milliseconds::zero();
+    return [kind, delay](const Station& station) {
+        Usb(station).control = kind;
+        Usb(station).controlDelay = delay;
+    };
+}
+
+Work UsbHalt(CommandWords& words) {
+    const bool toHost = ParseChoice(words.Take(), "in", "out");
+    return [toHost](const Station& station) {
+        (toHost ? Usb(station).haltedIn : Usb(station).haltedOut) = true;
+    };
+}
+
+Work UsbText(CommandWords& words) {
+    const std::string name = words.Take();
+    std::optional<std::string> UsbTexts::*text = &UsbTexts::serial;
+    if (name == "manufacturer") {
+        text = &UsbTexts::manufacturer;
+    } else if (name == "product") {
+        text = &UsbTexts::product;
+    } else if (name != "serial") {
+        throw UsageError("unknown text '" + name + "'");
+    }
+    const std::string value = Unescape(words.TakeRest());
+    return [text, value](const Station& station) {
+        Usb(station).texts.*text = value.empty() ? std::nullopt : std::optional(value);
+    };
+}
+
+std::optional<std::size_t> ParseLength(std::string_view text) {
+    return text == "all" ? std::nullopt : std::optional<std::size_t>(ParseCount(text));
+}
+
+Work UsbMove(CommandWords& /*words*/) {
+    return [](const Station& station) { Usb(station).otherPort = true; };
+}
+
 }  // namespace
 
 struct CommandInterpreter::Command {
@@ -182,11 +232,13 @@ const std::vector<CommandInterpreter::Command>& CommandInterpreter::Commands() {
         {"silent N on|off", "send and execute nothing",
          Pass<ParseOnOff, &SimulatedMaster::SetSilent>},
         {"mute N on|off [KEY]", "ignore requests, or those with KEY", Mute},
-        {"delay N MS", "answer MS milliseconds later", Delay},
+        {"delay N MS", "answer MS milliseconds later",
+         Pass<ParseMilliseconds, &SimulatedMaster::SetAnswerDelay>},
         {"error N CODE|off [KEY]", "refuse requests, or those with KEY", Error},
         {"send N TEXT", "send TEXT; escapes as \\n, \\x41", Send},
         {"stall N on|off", "take no more bytes, so that writes block", Stall},
-        {"split N BYTES", "send answers in pieces of BYTES", SplitAnswers},
+        {"split N BYTES", "send answers in pieces of BYTES",
+         Pass<ParseCount, &SimulatedMaster::SetPieceLength>},
         {"pdin N HZ", "send process data HZ times a second", StreamRate},
         {"query-end N fin|data", "end answers to queries with FIN, or not",
          Pass<ParseQueryEnd, &SimulatedMaster::SetQueryEnd>},
@@ -196,17 +248,18 @@ const std::vector<CommandInterpreter::Command>& CommandInterpreter::Commands() {
          Parameter},
         {"devinfo N NUMBER,NUMBER...", "replace the device information", DeviceInfo},
         {"id N TEXT", "replace its ID", Id},
-        {"usb-control N MS|refuse|ignore", "delay, refuse or ignore control requests",
-         usb_commands::Control},
-        {"usb-halt N in|out", "halt an endpoint", usb_commands::Halt},
-        {"usb-cut N BYTES", "cut transfers to BYTES; 0 ends this", usb_commands::Cut},
-        {"usb-error N COUNT", "fail the next COUNT transfers", usb_commands::Error},
+        {"usb-control N MS|refuse|ignore", "delay, refuse or ignore control requests", UsbControl},
+        {"usb-halt N in|out", "halt an endpoint", UsbHalt},
+        {"usb-cut N BYTES", "cut transfers to BYTES; 0 ends this",
+         SetUsb<ParseCount, &UsbFaults::longestTransfer>},
+        {"usb-error N COUNT", "fail the next COUNT transfers",
+         SetUsb<ParseCount, &UsbFaults::failingTransfers>},
         {"usb-reset N", "reset the device", &Self::HandleUsbReset},
         {"usb-text N manufacturer|product|serial [TEXT]",
-         "replace or remove a text at the next plug", usb_commands::Text},
+         "replace or remove a text at the next plug", UsbText},
         {"usb-descriptor N BYTES|all", "cut the descriptor at the next plug",
-         usb_commands::Descriptor},
-        {"usb-move N", "use another port at the next plug", usb_commands::Move},
+         SetUsb<ParseLength, &UsbFaults::configurationLength>},
+        {"usb-move N", "use another port at the next plug", UsbMove},
         {"show N [--json]", "print the state of master and gripper", &Self::HandleShow},
         {"wait MS", "pause before the next line", &Self::HandleWait},
         {"int", "send SIGINT to COMMAND, as Ctrl-C does", &Self::HandleInterrupt},
@@ -376,7 +429,7 @@ void CommandInterpreter::HandleShow(CommandWords& words) {
 }
 
 void CommandInterpreter::HandleWait(CommandWords& words) {
-    const std::chrono::milliseconds time(ParseUnsigned(words.Take(), kLargestNumber));
+    const auto time = ParseMilliseconds(words.Take());
     words.End();
     pause = time;
 }

@@ -2,6 +2,9 @@
 
 #include <unistd.h>
 
+#include <cerrno>
+#include <string>
+#include <system_error>
 #include <utility>
 
 namespace simulator {
@@ -31,5 +34,15 @@ public:
 private:
     int descriptor = -1;
 };
+
+/// Passes on the result of a system call.
+/// @throws std::system_error with `what` if the call has failed with -1
+template <typename Result>
+Result Checked(Result result, const std::string& what) {
+    if (result == -1) {
+        throw std::system_error(errno, std::generic_category(), what);
+    }
+    return result;
+}
 
 }  // namespace simulator

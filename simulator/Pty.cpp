@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <array>
-#include <cerrno>
 #include <cstdlib>
 #include <system_error>
 
@@ -18,14 +17,6 @@ namespace {
 constexpr int kTtyFlags = O_RDWR | O_NOCTTY | O_CLOEXEC;
 constexpr std::size_t kUsbPacketLength = 64;
 constexpr std::size_t kUnsentLimit = 4096;
-
-/// @throws std::system_error for -1
-int Checked(int result, const char* what) {
-    if (result == -1) {
-        throw std::system_error(errno, std::generic_category(), what);
-    }
-    return result;
-}
 
 }  // namespace
 

@@ -25,18 +25,13 @@ std::string LocalTime() {
     return {text.data(), length};
 }
 
-int Create(const std::string& path) {
-    const int descriptor = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-    if (descriptor == -1) {
-        throw std::system_error(errno, std::generic_category(), "cannot create " + path);
-    }
-    return descriptor;
-}
-
 }  // namespace
 
 RecordingWriter::RecordingWriter(const std::string& path, Printer print)
-    : path(path), file(Create(path)), print(std::move(print)) {
+    : path(path),
+      file(Checked(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666),
+                   "cannot create " + path)),
+      print(std::move(print)) {
     WriteLine(kRecordingHeader);
     WriteLine("# begun " + LocalTime());
     WriteLine("# seconds, master, > to the master or < from it, bytes");

@@ -317,17 +317,15 @@ void SimulatedMaster::SetSilent(bool on) {
     answers.Clear();
 }
 
-void SimulatedMaster::SetMute(bool on) {
-    mute = on;
-    muteForKey.clear();
-    answers.Clear();
-}
-
-void SimulatedMaster::SetMuteFor(const std::string& key, bool on) {
-    if (on) {
-        muteForKey.insert(key);
+void SimulatedMaster::SetMute(bool on, const std::optional<std::string>& key) {
+    if (!key) {
+        mute = on;
+        muteForKey.clear();
+        answers.Clear();
+    } else if (on) {
+        muteForKey.insert(*key);
     } else {
-        muteForKey.erase(key);
+        muteForKey.erase(*key);
     }
 }
 

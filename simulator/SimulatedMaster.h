@@ -75,12 +75,10 @@ public:
     /// Process input data as in the stream: empty outside of operate.
     Bytes ProcessInput() const;
 
-    /// A silent or mute master does not execute requests; a mute one still streams.
+    /// A silent or mute master does not execute requests; a mute one still streams. With a key,
+    /// only requests with this key are muted.
     void SetSilent(bool on);
-    void SetMute(bool on);
-
-    /// Mutes only requests with this key.
-    void SetMuteFor(const std::string& key, bool on);
+    void SetMute(bool on, const std::optional<std::string>& key = std::nullopt);
     void SetAnswerDelay(std::chrono::milliseconds delay) { answerDelay = delay; }
 
     /// Lets every request, or every one with this key, fail with `code`, which may be any text.

@@ -33,10 +33,9 @@ short EventsFor(const ByteFlow& fromHere, const ByteFlow& toHere) {
 }  // namespace
 
 MasterTty::MasterTty(const std::string& path)
-    : tty(open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC)) {
-    if (tty.Get() == -1 || tcgetattr(tty.Get(), &settingsBefore) == -1) {
-        throw std::system_error(errno, std::generic_category(), "cannot tap " + path);
-    }
+    : tty(Checked(open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC),
+                  "cannot tap " + path)) {
+    Checked(tcgetattr(tty.Get(), &settingsBefore), "cannot tap " + path);
     // The kernel does not stop root, who would receive half of the master's bytes.
     if (int exclusive = 0; ioctl(tty.Get(), TIOCGEXCL, &exclusive) == 0 && exclusive != 0) {
         throw std::system_error(EBUSY, std::generic_category(), "cannot tap " + path);

@@ -15,6 +15,7 @@ import socket
 import sys
 import tempfile
 import time
+import xmlrpc.client
 
 from tests.integration.harness import own_network
 from tests.integration.harness.cell import PORTS, Cell, answers, wait_until
@@ -29,11 +30,9 @@ class RawClient:
     """A connection that sends a prepared call, to save time between two calls."""
 
     def __init__(self, port, method, *arguments):
-        body = "".join(f"<param><value>{argument}</value></param>" for argument in arguments)
-        body = (f'<?xml version="1.0"?><methodCall><methodName>{method}</methodName>'
-                f"<params>{body}</params></methodCall>")
-        self.request = (f"POST /RPC2 HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Type: text/xml\r\n"
-                        f"Content-Length: {len(body)}\r\n\r\n{body}").encode()
+        body = xmlrpc.client.dumps(arguments, method).encode()
+        self.request = (b"POST /RPC2 HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Type: text/xml\r\n"
+                        b"Content-Length: %d\r\n\r\n%s" % (len(body), body))
         self.socket = socket.create_connection(("127.0.0.1", port), timeout=30)
         self.socket.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
         self.answers = self.socket.makefile("rb")
@@ -41,13 +40,19 @@ class RawClient:
     def send(self):
         self.socket.sendall(self.request)
 
-    def answer(self):
-        """Returns the result of the last call, a number, as text."""
+    def body(self):
+        """Returns the reply to the last call, as XML."""
         length = 0
         while line := self.answers.readline().strip():
             if line.lower().startswith(b"content-length:"):
                 length = int(line.split(b":")[1])
-        return re.search(rb"<(?:i4|int|double)>([^<]+)<", self.answers.read(length))[1].decode()
+        if length == 0:
+            raise AssertionError("the daemon has closed the connection")
+        return self.answers.read(length)
+
+    def answer(self):
+        """Returns the result of the last call, a number, as text."""
+        return re.search(rb"<(?:i4|int|double)>([^<]+)<", self.body())[1].decode()
 
     def status(self):
         return int(self.answer())
@@ -84,8 +89,7 @@ def quiet_size(log):
 
 
 def call_in_pairs(at_once, pairs, seconds):
-    clients = [RawClient(port, "Grip", f"<string>{GRIPPER}</string>", "<i4>1</i4>")
-               for port in PORTS]
+    clients = [RawClient(port, "Grip", GRIPPER, 1) for port in PORTS]
     statuses = collections.Counter()
     start = time.monotonic()
     while pairs > 0 and time.monotonic() - start < seconds:

@@ -45,10 +45,7 @@ class Measurement:
 
     @staticmethod
     def client(method, *numbers):
-        types = {int: "i4", float: "double"}
-        return RawClient(PORTS[0], method, f"<string>{GRIPPER}</string>",
-                         *(f"<{types[type(number)]}>{number}</{types[type(number)]}>"
-                           for number in numbers))
+        return RawClient(PORTS[0], method, GRIPPER, *numbers)
 
     def sleep(self):
         """Waits for the client's pause; without a pause, makes no system call."""

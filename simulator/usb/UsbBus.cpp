@@ -10,12 +10,10 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <chrono>
 #include <fstream>
 #include <functional>
 #include <stdexcept>
-#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -78,9 +76,7 @@ UsbBus::UsbBus(Printer print) : print(std::move(print)) {
 
 std::unique_ptr<Port> UsbBus::CreatePort(std::size_t number, Station& station) {
     std::array<int, 2> ends{};
-    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) == -1) {
-        throw std::system_error(errno, std::generic_category(), "socketpair");
-    }
+    Checked(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()), "socketpair");
     FileDescriptor ownEnd(ends[0]);
     Place& place = places[number];
     place.kernelEnd = FileDescriptor(ends[1]);
@@ -178,10 +174,9 @@ void UsbBus::Reset(std::size_t number) {
         return std::string(3 - std::min<std::size_t>(digits.size(), 3), '0') + digits;
     };
     const std::string node = "/dev/bus/usb/" + read("busnum") + "/" + read("devnum");
-    const FileDescriptor device(open(node.c_str(), O_WRONLY | O_CLOEXEC));
-    if (device.Get() == -1 || ioctl(device.Get(), USBDEVFS_RESET) == -1) {
-        throw std::system_error(errno, std::generic_category(), "cannot reset " + node);
-    }
+    const std::string failure = "cannot reset " + node;
+    const FileDescriptor device(Checked(open(node.c_str(), O_WRONLY | O_CLOEXEC), failure));
+    Checked(ioctl(device.Get(), USBDEVFS_RESET), failure);
 }
 
 }  // namespace simulator

@@ -24,12 +24,6 @@ void Append(std::deque<Submit>& transfers, const Submit& submit) {
     transfers.push_back(submit);
 }
 
-std::string Reply(const Submit& submit, int status, std::string_view data) {
-    return submit.direction == Direction::In
-               ? usbip::InReply(submit, status, data)
-               : usbip::OutReply(submit, status, status == usbip::status::kOk ? submit.length : 0);
-}
-
 }  // namespace
 
 void UsbDevice::Handle(const usbip::Message& message, TimePoint now) {
@@ -49,7 +43,7 @@ void UsbDevice::Start(const Submit& submit, TimePoint now) {
     } else if (submit.endpoint == descriptors::kInterruptEndpoint && toHost) {
         Append(openTransfers, submit);
     } else {
-        replies += Reply(submit, usbip::status::kStall, {});
+        replies += usbip::SubmitReply(submit, usbip::status::kStall);
     }
 }
 
@@ -72,7 +66,8 @@ void UsbDevice::HandleControl(const Submit& submit, TimePoint now) {
     }
     const TimePoint due = now + faults.controlDelay;
     const auto later = std::ranges::upper_bound(lateReplies, due, {}, &LateReply::due);
-    lateReplies.insert(later, {due, submit.sequence, Reply(submit, status, answer.value_or(""))});
+    lateReplies.insert(
+        later, {due, submit.sequence, usbip::SubmitReply(submit, status, answer.value_or(""))});
 }
 
 void UsbDevice::TakeBack(const usbip::Unlink& unlink) {
@@ -122,9 +117,9 @@ void UsbDevice::AnswerInTransfers() {
         const Submit& submit = inTransfers.front();
         if (faults.haltedIn) {
             ++faults.counts.haltedTransfers;
-            replies += usbip::InReply(submit, usbip::status::kStall, {});
+            replies += usbip::SubmitReply(submit, usbip::status::kStall);
         } else if (TakeFailure()) {
-            replies += usbip::InReply(submit, usbip::status::kProtocol, {});
+            replies += usbip::SubmitReply(submit, usbip::status::kProtocol);
         } else if (unsent.empty()) {
             return;
         } else {
@@ -133,7 +128,7 @@ void UsbDevice::AnswerInTransfers() {
                 cut == 0 ? submit.length : std::min<std::size_t>(submit.length, cut);
             faults.counts.cutTransfers +=
                 room < std::min<std::size_t>(submit.length, unsent.size()) ? 1 : 0;
-            replies += usbip::InReply(submit, usbip::status::kOk, unsent.substr(0, room));
+            replies += usbip::SubmitReply(submit, usbip::status::kOk, unsent.substr(0, room));
             unsent.erase(0, room);
         }
         inTransfers.pop_front();
@@ -154,7 +149,7 @@ void UsbDevice::AnswerOutTransfers() {
         } else {
             received += submit.data;
         }
-        replies += Reply(submit, status, {});
+        replies += usbip::SubmitReply(submit, status);
         outTransfers.pop_front();
     }
 }

@@ -90,12 +90,6 @@ std::optional<Message> ReadMessage(std::string_view bytes, std::size_t& length) 
     return submit;
 }
 
-std::string SubmitReply(const Submit& submit, int status, std::size_t length) {
-    std::string header = Reply(Code::SubmitReply, submit.sequence, status);
-    PutWord(header, kLength, static_cast<std::uint32_t>(length));
-    return header;
-}
-
 }  // namespace
 
 std::vector<Message> MessageReader::Add(std::string_view bytes) {
@@ -111,12 +105,15 @@ std::vector<Message> MessageReader::Add(std::string_view bytes) {
     return messages;
 }
 
-std::string InReply(const Submit& submit, int status, std::string_view data) {
-    return SubmitReply(submit, status, data.size()).append(data);
-}
-
-std::string OutReply(const Submit& submit, int status, std::size_t length) {
-    return SubmitReply(submit, status, length);
+std::string SubmitReply(const Submit& submit, int status, std::string_view data) {
+    std::string message = Reply(Code::SubmitReply, submit.sequence, status);
+    if (submit.direction == Direction::In) {
+        PutWord(message, kLength, static_cast<std::uint32_t>(data.size()));
+        message += data;
+    } else if (status == status::kOk) {
+        PutWord(message, kLength, submit.length);
+    }
+    return message;
 }
 
 std::string UnlinkReply(const Unlink& unlink, int status) {

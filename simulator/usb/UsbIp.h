@@ -62,12 +62,10 @@ private:
     std::string partialMessage;
 };
 
-/// Answers a transfer to the host.
-/// @param data at most as long as the room of the transfer
-std::string InReply(const Submit& submit, int status, std::string_view data);
-
-/// Answers a transfer from the host. @param length the number of bytes that the device has taken
-std::string OutReply(const Submit& submit, int status, std::size_t length);
+/// Answers a transfer. The device takes all bytes of a transfer from the host, or none of it if it
+/// fails.
+/// @param data for the host, at most as long as the room of a transfer to it
+std::string SubmitReply(const Submit& submit, int status, std::string_view data = {});
 
 /// @param status kUnlinked if the transfer has been taken back, kOk if it had been answered before
 std::string UnlinkReply(const Unlink& unlink, int status);

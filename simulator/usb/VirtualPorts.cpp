@@ -4,10 +4,8 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <fstream>
 #include <sstream>
-#include <system_error>
 #include <utility>
 
 #include "simulator/FileDescriptor.h"
@@ -61,11 +59,10 @@ bool VirtualPorts::IsFree(unsigned port) const {
 void VirtualPorts::Attach(unsigned port, int socket, unsigned deviceId) const {
     const std::string text = std::to_string(port) + " " + std::to_string(socket) + " " +
                              std::to_string(deviceId) + " " + std::to_string(kFullSpeed);
-    const FileDescriptor file(open((controller / "attach").c_str(), O_WRONLY | O_CLOEXEC));
-    if (file.Get() == -1 || write(file.Get(), text.data(), text.size()) == -1) {
-        throw std::system_error(errno, std::generic_category(),
-                                "cannot attach a USB device to port " + std::to_string(port));
-    }
+    const std::string failure = "cannot attach a USB device to port " + std::to_string(port);
+    const FileDescriptor file(
+        Checked(open((controller / "attach").c_str(), O_WRONLY | O_CLOEXEC), failure));
+    Checked(write(file.Get(), text.data(), text.size()), failure);
 }
 
 }  // namespace simulator

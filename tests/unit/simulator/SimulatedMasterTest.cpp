@@ -271,16 +271,16 @@ TEST_F(SimulatedMasterTest, ASilentMasterSendsAndExecutesNothing) {
 }
 
 TEST_F(SimulatedMasterTest, AMasterMutedForOneKeyAnswersOthers) {
-    master.SetMuteFor("MODE", true);
+    master.SetMute(true, "MODE");
     EXPECT_EQ(Ask("MODE?"), "");
     EXPECT_EQ(master.RequestLines().back(), "MODE?");
     EXPECT_NE(Ask("ID?"), "");
-    master.SetMuteFor("MODE", false);
+    master.SetMute(false, "MODE");
     EXPECT_NE(Ask("MODE?"), "");
 }
 
 TEST_F(SimulatedMasterTest, MutingAllKeysResetsTheSingleKeys) {
-    master.SetMuteFor("MODE", true);
+    master.SetMute(true, "MODE");
     master.SetMute(true);
     master.SetMute(false);
     EXPECT_NE(Ask("MODE?"), "");

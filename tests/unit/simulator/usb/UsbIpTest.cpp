@@ -99,9 +99,12 @@ TEST(UsbIpTest, WritesRepliesByTheirBytes) {
     Submit submit;
     submit.sequence = 0x2a;
     const std::string start = "00000003 0000002a 00000000 00000000 00000000";
-    EXPECT_EQ(InReply(submit, status::kOk, "FIN"),
+    submit.length = 5;
+    EXPECT_EQ(SubmitReply(submit, status::kOk), FromHex(start + "00000000 00000005") + kZeros);
+    EXPECT_EQ(SubmitReply(submit, status::kStall), FromHex(start + "ffffffe0 00000000") + kZeros);
+    submit.direction = Direction::In;
+    EXPECT_EQ(SubmitReply(submit, status::kOk, "FIN"),
               FromHex(start + "00000000 00000003") + kZeros + "FIN");
-    EXPECT_EQ(OutReply(submit, status::kStall, 0), FromHex(start + "ffffffe0 00000000") + kZeros);
     EXPECT_EQ(UnlinkReply({9, 7}, status::kUnlinked),
               FromHex("00000004 00000009 00000000 00000000 00000000 ffffff98 00000000") + kZeros);
 }

@@ -136,7 +136,7 @@ int ExitStatus(int status, const RecordingWriter* writer) {
 
 std::unique_ptr<Bus> MakeBus(const Options& options, World& world) {
     if (options.usb) {
-        return std::make_unique<UsbBus>(Print);
+        return std::make_unique<UsbBus>(Print, VirtualPorts::OfHost());
     }
     return std::make_unique<PtyBus>(*world.SimulatedDevices(), options.ttyStart);
 }

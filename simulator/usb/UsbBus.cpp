@@ -2,10 +2,8 @@
 
 #include <fcntl.h>
 #include <linux/usbdevice_fs.h>
-#include <spawn.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -26,24 +24,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr const char* kDevices = "/sys/bus/usb/devices";
 constexpr std::chrono::seconds kPatience{5};
-
-/// Loads the kernel's module if necessary.
-/// @return false if there are no controllers even then
-bool ProvideControllers(const VirtualPorts& ports) {
-    if (ports.ArePresent()) {
-        return true;
-    }
-    // By its whole path, as "su" leaves /sbin out of PATH.
-    std::array<char*, 4> arguments{const_cast<char*>("/sbin/modprobe"), const_cast<char*>("-q"),
-                                   const_cast<char*>("vhci-hcd"), nullptr};
-    pid_t child = 0;
-    if (posix_spawn(&child, arguments[0], nullptr, nullptr, arguments.data(), environ) == 0) {
-        waitpid(child, nullptr, 0);
-    }
-    return ports.ArePresent();
-}
 
 /// @return false if it was not so in time
 bool WaitUntil(const std::function<bool()>& isDone) {
@@ -60,19 +41,8 @@ bool WaitUntil(const std::function<bool()>& isDone) {
 
 }  // namespace
 
-UsbBus::UsbBus(Printer print) : print(std::move(print)) {
-    if (geteuid() != 0) {
-        throw std::runtime_error(
-            "--usb needs root and the kernel module vhci-hcd: run \"modprobe vhci-hcd\" and "
-            "pellix-sim as root");
-    }
-    if (!ProvideControllers(ports)) {
-        throw std::runtime_error(
-            "--usb: this kernel has no module vhci-hcd: install the package linux-image-amd64 and "
-            "boot it (containers and cloud kernels have no such module), or start the daemon in a "
-            "cell without --usb: pellix-sim --gripper HVA -- TavrikDaemon");
-    }
-}
+UsbBus::UsbBus(Printer print, VirtualPorts ports, fs::path devices)
+    : print(std::move(print)), ports(std::move(ports)), devices(std::move(devices)) {}
 
 std::unique_ptr<Port> UsbBus::CreatePort(std::size_t number, Station& station) {
     std::array<int, 2> ends{};
@@ -123,7 +93,7 @@ void UsbBus::Attach(std::size_t number) {
 std::string UsbBus::DeviceName(std::size_t number) {
     for (const auto& state : ports.States()) {
         if (places[number].port == state.port && !state.free) {
-            return fs::exists(fs::path(kDevices) / state.device) ? state.device : "";
+            return fs::exists(devices / state.device) ? state.device : "";
         }
     }
     return "";
@@ -148,7 +118,7 @@ void UsbBus::Detach(std::size_t number) {
 /// @throws std::runtime_error if the removal takes more than 5 s
 void UsbBus::AwaitRemoval(Place& place) const {
     const bool removed = WaitUntil([this, &place] {
-        return (place.device.empty() || !fs::exists(fs::path(kDevices) / place.device)) &&
+        return (place.device.empty() || !fs::exists(devices / place.device)) &&
                ports.IsFree(place.port.value_or(0));
     });
     if (!removed) {
@@ -167,9 +137,9 @@ void UsbBus::Reset(std::size_t number) {
     if (name.empty()) {
         throw std::runtime_error("the kernel has not accepted the device");
     }
-    const auto read = [&name](const char* attribute) {
+    const auto read = [this, &name](const char* attribute) {
         unsigned value = 0;
-        std::ifstream(fs::path(kDevices) / name / attribute) >> value;
+        std::ifstream(devices / name / attribute) >> value;
         const std::string digits = std::to_string(value);
         return std::string(3 - std::min<std::size_t>(digits.size(), 3), '0') + digits;
     };

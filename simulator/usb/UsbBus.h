@@ -1,5 +1,6 @@
 #pragma once
 
+#include <filesystem>
 #include <map>
 #include <optional>
 #include <string>
@@ -15,9 +16,9 @@ namespace simulator {
 /// programs of the host see them. The kernel unplugs them when this process ends, however it ends.
 class UsbBus final : public Bus {
 public:
-    /// Loads the kernel's module if necessary.
-    /// @throws std::runtime_error without root's rights, or if the kernel has no such controllers
-    explicit UsbBus(Printer print);
+    /// @param devices folder with the USB devices that the kernel has accepted
+    UsbBus(Printer print, VirtualPorts ports,
+           std::filesystem::path devices = "/sys/bus/usb/devices");
 
     std::unique_ptr<Port> CreatePort(std::size_t number, Station& station) override;
 
@@ -48,6 +49,7 @@ private:
 
     Printer print;
     VirtualPorts ports;
+    std::filesystem::path devices;
     std::map<std::size_t, Place> places;
 };
 

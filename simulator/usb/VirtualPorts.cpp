@@ -1,11 +1,17 @@
 #include "simulator/usb/VirtualPorts.h"
 
 #include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
+#include <cerrno>
 #include <fstream>
 #include <sstream>
+#include <stdexcept>
+#include <system_error>
 #include <utility>
 
 #include "simulator/FileDescriptor.h"
@@ -34,7 +40,39 @@ void ReadTable(std::istream& table, std::vector<VirtualPorts::State>& states) {
     }
 }
 
+/// Loads the kernel's module if necessary.
+/// @return false if there are no controllers even then
+bool ProvideControllers(const VirtualPorts& ports) {
+    if (ports.ArePresent()) {
+        return true;
+    }
+    // By its whole path, as "su" leaves /sbin out of PATH.
+    std::array<char*, 4> arguments{const_cast<char*>("/sbin/modprobe"), const_cast<char*>("-q"),
+                                   const_cast<char*>("vhci-hcd"), nullptr};
+    pid_t child = 0;
+    if (posix_spawn(&child, arguments[0], nullptr, nullptr, arguments.data(), environ) == 0) {
+        waitpid(child, nullptr, 0);
+    }
+    return ports.ArePresent();
+}
+
 }  // namespace
+
+VirtualPorts VirtualPorts::OfHost() {
+    if (geteuid() != 0) {
+        throw std::runtime_error(
+            "--usb needs root and the kernel module vhci-hcd: run \"modprobe vhci-hcd\" and "
+            "pellix-sim as root");
+    }
+    VirtualPorts ports("/sys/devices/platform/vhci_hcd.0");
+    if (!ProvideControllers(ports)) {
+        throw std::runtime_error(
+            "--usb: this kernel has no module vhci-hcd: install the package linux-image-amd64 and "
+            "boot it (containers and cloud kernels have no such module), or start the daemon in a "
+            "cell without --usb: pellix-sim --gripper HVA -- TavrikDaemon");
+    }
+    return ports;
+}
 
 bool VirtualPorts::ArePresent() const {
     return std::filesystem::exists(controller / "attach");

@@ -10,8 +10,11 @@ namespace simulator {
 class VirtualPorts {
 public:
     /// @param controller folder of the first controller, which has the files of all
-    explicit VirtualPorts(std::filesystem::path controller = "/sys/devices/platform/vhci_hcd.0")
-        : controller(std::move(controller)) {}
+    explicit VirtualPorts(std::filesystem::path controller) : controller(std::move(controller)) {}
+
+    /// Those of this host. Loads the kernel's module if necessary.
+    /// @throws std::runtime_error without root's rights, or if the kernel has no such controllers
+    static VirtualPorts OfHost();
 
     /// False if the kernel has no such controllers, or their module is not loaded.
     bool ArePresent() const;

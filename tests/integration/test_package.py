@@ -4,9 +4,11 @@ scripts/test-package runs this, like test_installation.py.
 """
 
 import json
+import pathlib
 import re
 import socket
 import subprocess
+import unittest
 
 from .harness.cell import PATIENCE, PORTS, wait_until
 from .harness.cell_test_case import main
@@ -15,6 +17,30 @@ from .harness.machine_test_case import (A_GRIPPER_ANSWERS, CELL, DOCTOR, GRIPPER
                                         RESERVED_PORTS, RESET, RESTART, START, STOP, TAKEN_PORT,
                                         TEST_SETTINGS, TRY, TTY_PATH, UNIT, USB_PATH,
                                         MachineTestCase, completions, simulated_device)
+
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+
+
+class UsbModulesTest(unittest.TestCase):
+    """The modules of tests/usb/ are named where they are run."""
+
+    MODULES = {path.stem.removeprefix("test_") for path in ROOT.glob("tests/usb/test_*.py")}
+    NOT_FOR_AUTOPKGTEST = {
+        "boot": "needs masters at boot",
+        "package": "needs the package files and a newer version",
+        "pages": "its sessions also show the host, which may differ",
+    }
+
+    def test_the_emulated_machines_run_all(self):
+        groups = re.findall(r"(?m)^ +run_machine (?:early|cell) (\S+)",
+                            (ROOT / "scripts" / "test-usb").read_text())
+        self.assertEqual(set(re.split("[:,]", ":".join(groups))), self.MODULES)
+
+    def test_autopkgtest_runs_all_that_it_can(self):
+        control = (ROOT / "packaging" / "debian" / "tests" / "control").read_text()
+        names = re.search(r"(?m)^Test-Command: python3 -m tests\.usb (.*)$", control)[1].split()
+        self.assertEqual({*names, *self.NOT_FOR_AUTOPKGTEST}, self.MODULES)
 
 
 class InstalledTest(MachineTestCase):

@@ -208,6 +208,13 @@ std::string SettingPlace::Name() const {
     return name + (setting->place == Place::Set ? " of set " : " of LED ") + std::to_string(number);
 }
 
+xmlrpc_c::carray SettingPlace::Parameters() const {
+    if (setting->place == Setting::Place::Gripper) {
+        return {};
+    }
+    return {xmlrpc_c::value_int(number)};
+}
+
 bool SettingPlace::operator<(const SettingPlace& other) const {
     return std::tie(setting->place, number, setting) <
            std::tie(other.setting->place, other.number, other.setting);

@@ -5,6 +5,7 @@
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <vector>
+#include <xmlrpc-c/base.hpp>
 
 #include "client/SettingTable.h"
 
@@ -17,6 +18,9 @@ struct SettingPlace {
 
     /// In words, as in "force of set 0".
     std::string Name() const;
+
+    /// The parameters of getter and setter between device string and value.
+    xmlrpc_c::carray Parameters() const;
 
     /// By set or LED, and there in the order of Settings().
     bool operator<(const SettingPlace& other) const;

@@ -122,6 +122,19 @@ void StillnessGuard::Watch() {
     }
 }
 
+std::string SettingsTransfer::Step::ResultText() const {
+    switch (result) {
+        case Result::Written:
+            return "written";
+        case Result::Refused:
+            return "refused: status " + std::to_string(status);
+        case Result::Unknown:
+            return "may be written";
+        default:
+            return "not written";
+    }
+}
+
 GripperSettings SettingsTransfer::Read(const Progress& progress) {
     guard.Check();
     GripperSettings settings;

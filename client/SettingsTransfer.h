@@ -69,6 +69,9 @@ public:
         SettingDifference difference;
         Result result = Result::NotWritten;
         int status = 0;  ///< the daemon's, if refused
+
+        /// `result` in words, as in "refused: status 5".
+        std::string ResultText() const;
     };
 
     /// @param gripper must outlive the transfer

@@ -349,19 +349,9 @@ private:
     }
 
     static std::string ResultText(const SettingsTransfer::Step& step, int after) {
-        using Result = SettingsTransfer::Result;
-        switch (step.result) {
-            case Result::Written:
-                return after == step.difference.to
-                           ? "written"
-                           : "not taken: is " + SettingText(*step.difference.place.setting, after);
-            case Result::Refused:
-                return "refused: status " + std::to_string(step.status);
-            case Result::Unknown:
-                return "may be written";
-            default:
-                return "not written";
-        }
+        const auto& [place, from, to] = step.difference;
+        const bool isLost = step.result == SettingsTransfer::Result::Written && after != to;
+        return isLost ? "not taken: is " + SettingText(*place.setting, after) : step.ResultText();
     }
 
     void Finish(const Gripper& gripper, const Endpoint& server, const std::string& result,

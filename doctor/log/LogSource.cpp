@@ -10,7 +10,6 @@
 #include <cerrno>
 #include <csignal>
 #include <fstream>
-#include <sstream>
 #include <system_error>
 #include <utility>
 
@@ -209,13 +208,7 @@ std::vector<std::string> ReadJournalBefore(std::chrono::seconds time) {
         RunTool(JournalCommand({"--until=@" + std::to_string(time.count()), "--reverse",
                                 "--lines=2000", "--case-sensitive=true", kWanted}),
                 kPatience, ToolErrors::Dropped);
-    std::istringstream text(output.text);
-    std::vector<std::string> lines;
-    for (std::string line; std::getline(text, line);) {
-        lines.push_back(line);
-    }
-    std::ranges::reverse(lines);
-    return lines;
+    return output.LinesInReverse();
 }
 
 }  // namespace tavrik

@@ -3,7 +3,6 @@
 
 #include "client/ExpectedCell.h"
 #include "client/JsonFile.h"
-#include "tavrikctl/Consent.h"
 #include "tavrikctl/commands/Command.h"
 
 namespace tavrik {

@@ -1,6 +1,9 @@
+#include <unistd.h>
+
 #include <algorithm>
 #include <filesystem>
 #include <functional>
+#include <iostream>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <utility>
@@ -10,7 +13,6 @@
 #include "client/JsonFile.h"
 #include "client/Printable.h"
 #include "client/SettingsTransfer.h"
-#include "tavrikctl/Consent.h"
 #include "tavrikctl/Interruption.h"
 #include "tavrikctl/ProgressLine.h"
 #include "tavrikctl/commands/Command.h"
@@ -134,6 +136,19 @@ void Print(const GripperSettings& settings, Printer& printer) {
     const bool hasLeds = PlacesOf(settings.model).back().setting->place == Place::Led;
     printer.Line("");
     printer.Line(std::string("Other sets") + (hasLeds ? " and LEDs" : "") + ": 0 or absent.");
+}
+
+/// Whether the user can be asked: standard input and output are a terminal.
+bool CanAskUser() {
+    return isatty(STDIN_FILENO) == 1 && isatty(STDOUT_FILENO) == 1;
+}
+
+/// Asks a question on the terminal and waits for a line. @return whether it says y or yes
+bool AskUser(const std::string& question) {
+    std::cout << question << " [y/N] " << std::flush;
+    std::string answer;
+    std::getline(std::cin, answer);
+    return answer == "y" || answer == "Y" || answer == "yes";
 }
 
 /// What the four commands have in common.

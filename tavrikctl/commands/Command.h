@@ -3,12 +3,14 @@
 #include <CLI/App.hpp>
 #include <chrono>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "client/Daemon.h"
 #include "client/Failure.h"
 #include "client/Gripper.h"
+#include "client/MotionJudge.h"
 #include "tavrikctl/Printer.h"
 
 namespace tavrik {
@@ -71,7 +73,7 @@ struct Motion {
     std::string description;
     std::string method;
     Argument argument = Argument::None;
-    bool moves = true;  ///< whether its end can be waited for
+    std::optional<MotionKind> kind = {};  ///< if its end can be waited for
 };
 std::unique_ptr<Command> MakeMotionCommand(CLI::App& program, const Motion& motion);
 

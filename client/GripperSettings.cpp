@@ -280,13 +280,17 @@ std::vector<SettingPlace> DoubtfulZeros(const GripperSettings& settings) {
 }
 
 std::string SettingText(const Setting& setting, int value) {
+    return ValueText(setting, ToJson(setting, value));
+}
+
+std::string ValueText(const Setting& setting, const nlohmann::ordered_json& value) {
     switch (setting.kind) {
         case Kind::Flag:
-            return OnOffText(value != 0);
+            return OnOffText(value.get<bool>());
         case Kind::Limit:
-            return HundredthsText(value / kLimitSteps);
+            return HundredthsText(value.get<double>());
         default:
-            return std::to_string(value);
+            return value.dump();
     }
 }
 

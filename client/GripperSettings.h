@@ -63,6 +63,9 @@ std::vector<SettingPlace> DoubtfulZeros(const GripperSettings& settings);
 /// A value in words, as in "2.00" or "on".
 std::string SettingText(const Setting& setting, int value);
 
+/// The same for a value as calls return it, such as 2.0 or true.
+std::string ValueText(const Setting& setting, const nlohmann::ordered_json& value);
+
 /// A value in which two grippers, or a gripper and a file, differ.
 struct SettingDifference {
     SettingPlace place;

@@ -82,17 +82,6 @@ ordered_json ReadBack(const Gripper& gripper, const SettingPlace& place,
     return ReadValue(gripper, place);
 }
 
-std::string ValueText(const Setting& setting, const ordered_json& value) {
-    switch (setting.kind) {
-        case Kind::Limit:
-            return HundredthsText(value.get<double>());
-        case Kind::Flag:
-            return OnOffText(value.get<bool>());
-        default:
-            return value.dump();
-    }
-}
-
 void StillnessGuard::Check() {
     const ProcessData data = gripper.ReadProcessData();
     if (!data.certain) {

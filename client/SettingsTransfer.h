@@ -26,9 +26,6 @@ nlohmann::ordered_json ReadValue(const Gripper& gripper, const SettingPlace& pla
 nlohmann::ordered_json ReadBack(const Gripper& gripper, const SettingPlace& place,
                                 const std::string& wanted);
 
-/// A value that was read, in words like SettingText().
-std::string ValueText(const Setting& setting, const nlohmann::ordered_json& value);
-
 /// Notices that somebody else uses a gripper: that it moves.
 class StillnessGuard {
 public:

@@ -54,10 +54,9 @@ protected:
 
     /// Declares GRIPPER and the options. To be called after the other positional arguments.
     void AddGripperAndNumbers() {
-        constexpr int kLargestLed = 127;
         AddGripper();
         setOption = AddSetNumber(set);
-        ledOption = AddNumber("-l,--led", led, kLargestLed, "number of the LED");
+        ledOption = AddNumber("-l,--led", led, kLedCount - 1, "number of the LED");
     }
 
     /// @throws Failure (Usage), also for a number that the setting does not have

@@ -41,6 +41,13 @@ void Command::AddJson() {
     app.add_flag("--json", json, "print JSON");
 }
 
+CLI::Option* Command::AddFile(const std::string& name, std::string& path,
+                              const std::string& description) {
+    return app.add_option(name, path, description)
+        ->check(CheckNotEmpty)
+        ->option_text(name.starts_with('-') ? "FILE" : " ");
+}
+
 std::string CommandText(const std::string& command, const Gripper& gripper,
                         const Endpoint& endpoint) {
     return "tavrikctl " + command + " " + ShellWord(gripper.Name()) + endpoint.Options();

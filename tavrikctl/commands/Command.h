@@ -37,6 +37,9 @@ protected:
     CLI::Option* AddNumber(const std::string& name, int& number, int largest,
                            const std::string& description);
     void AddJson();
+    /// @param name with dashes for an option; otherwise that of an argument
+    CLI::Option* AddFile(const std::string& name, std::string& path,
+                         const std::string& description);
 
     /// The device string of the gripper that is named, or of the only one.
     /// @throws Failure (NoGripper)

@@ -124,9 +124,7 @@ public:
     explicit ListCommand(CLI::App& program)
         : Command(program, "list", "List all grippers with their model, state and position") {
         app.add_flag("--passive", passive, "send nothing: silent grippers are not detected");
-        app.add_option("--cell", cellFile, "compare with FILE of 'cell save'")
-            ->check(CheckNotEmpty)
-            ->option_text("FILE");
+        AddFile("--cell", cellFile, "compare with FILE of 'cell save'");
         AddJson();
     }
 

@@ -158,10 +158,7 @@ protected:
                     const std::string& fileDescription)
         : Command(program, name, description) {
         if (!fileDescription.empty()) {
-            app.add_option("FILE", file, fileDescription)
-                ->required()
-                ->check(CheckNotEmpty)
-                ->option_text(" ");
+            AddFile("FILE", file, fileDescription)->required();
         }
         AddGripper();
     }

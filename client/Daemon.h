@@ -25,11 +25,11 @@ namespace tavrik {
 std::string MatchGripper(const std::vector<std::string>& grippers, const std::string& name,
                          bool exact = false);
 
-/// A client's connection to a running TavrikDaemon, opened by the first call. One thread at a
-/// time.
 /// Where to find out why the daemon or a gripper is missing: "run 'tavrikctl doctor' to ...".
 std::string DoctorAdvice(const Endpoint& endpoint);
 
+/// A client's connection to a running TavrikDaemon, opened by the first call. One thread at a
+/// time.
 class Daemon {
 public:
     /// @param stop ends a running call early, with a Failure (NoDaemon)

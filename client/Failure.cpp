@@ -2,28 +2,20 @@
 
 namespace tavrik {
 
-namespace {
-constexpr int kDone = 0;
-constexpr int kNotPossible = 3;
-constexpr int kNoAnswer = 5;
-constexpr int kNotSent = 12;
-constexpr int kNoProcessData = 21;
-}  // namespace
-
 std::string StatusText(int status) {
-    switch (status) {
-        case kDone:
+    switch (static_cast<ExitStatus>(status)) {
+        case ExitStatus::Done:
             return "done";
-        case kNotPossible:
+        case ExitStatus::NotPossible:
             return "status 3: unknown gripper, not supported by its model, daemon briefly busy, or "
                    "error 3 of the gripper's master";
-        case kNoAnswer:
+        case ExitStatus::NoAnswer:
             return "status 5: the gripper's master did not answer within 1 s, or reported error 5; "
                    "the command may or may not have been carried out";
-        case kNotSent:
+        case ExitStatus::NotSent:
             return "status 12: nothing could be sent to the gripper's master, or its error 12; "
                    "check its USB plug and power";
-        case kNoProcessData:
+        case ExitStatus::NoProcessData:
             return "status 21: no process data, the gripper may be starting; or error 21 of its "
                    "master";
         default:
@@ -33,12 +25,12 @@ std::string StatusText(int status) {
 }
 
 ExitStatus ExitStatusFor(int status) {
-    switch (status) {
-        case kDone:
-        case kNotPossible:
-        case kNoAnswer:
-        case kNotSent:
-        case kNoProcessData:
+    switch (static_cast<ExitStatus>(status)) {
+        case ExitStatus::Done:
+        case ExitStatus::NotPossible:
+        case ExitStatus::NoAnswer:
+        case ExitStatus::NotSent:
+        case ExitStatus::NoProcessData:
             return static_cast<ExitStatus>(status);
         default:
             return ExitStatus::Refused;

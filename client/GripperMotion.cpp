@@ -1,5 +1,6 @@
 #include "client/GripperMotion.h"
 
+#include <array>
 #include <functional>
 #include <optional>
 #include <thread>
@@ -15,6 +16,9 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds kPollPause(10);
 constexpr std::chrono::seconds kHoldProbePause(1);  // while a part is held
+
+/// In the order of MotionKind.
+constexpr std::array kMotionMethods{"Grip", "Release", "Reference", "Disable"};
 
 /// Polls until the motion has ended. @return false if it was interrupted before
 bool PollUntil(const std::function<bool()>& hasEnded, const std::stop_token& stop) {
@@ -41,21 +45,12 @@ int GripperMotion::Start() {
     } else {
         ReadBeforeDisable();
     }
-    int status = 0;
-    switch (kind) {
-        case MotionKind::Grip:
-            status = gripper.Get<int>("Grip", set);
-            break;
-        case MotionKind::Release:
-            status = gripper.Get<int>("Release", set);
-            break;
-        case MotionKind::Reference:
-            status = gripper.Get<int>("Reference");
-            break;
-        case MotionKind::Disable:
-            status = gripper.Get<int>("Disable");
-            break;
+    xmlrpc_c::carray arguments;
+    if (kind == MotionKind::Grip || kind == MotionKind::Release) {
+        arguments.push_back(xmlrpc_c::value_int(set));
     }
+    const int status =
+        gripper.Command(kMotionMethods.at(static_cast<std::size_t>(kind)), arguments);
     start = Clock::now();
     return status;
 }

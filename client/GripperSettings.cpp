@@ -208,6 +208,13 @@ std::string SettingPlace::Name() const {
     return name + (setting->place == Place::Set ? " of set " : " of LED ") + std::to_string(number);
 }
 
+xmlrpc_c::carray SettingPlace::Parameters() const {
+    if (setting->place == Setting::Place::Gripper) {
+        return {};
+    }
+    return {xmlrpc_c::value_int(number)};
+}
+
 bool SettingPlace::operator<(const SettingPlace& other) const {
     return std::tie(setting->place, number, setting) <
            std::tie(other.setting->place, other.number, other.setting);
@@ -273,13 +280,17 @@ std::vector<SettingPlace> DoubtfulZeros(const GripperSettings& settings) {
 }
 
 std::string SettingText(const Setting& setting, int value) {
+    return ValueText(setting, ToJson(setting, value));
+}
+
+std::string ValueText(const Setting& setting, const nlohmann::ordered_json& value) {
     switch (setting.kind) {
         case Kind::Flag:
-            return OnOffText(value != 0);
+            return OnOffText(value.get<bool>());
         case Kind::Limit:
-            return HundredthsText(value / kLimitSteps);
+            return HundredthsText(value.get<double>());
         default:
-            return std::to_string(value);
+            return value.dump();
     }
 }
 

@@ -5,6 +5,7 @@
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <vector>
+#include <xmlrpc-c/base.hpp>
 
 #include "client/SettingTable.h"
 
@@ -17,6 +18,9 @@ struct SettingPlace {
 
     /// In words, as in "force of set 0".
     std::string Name() const;
+
+    /// The parameters of getter and setter between device string and value.
+    xmlrpc_c::carray Parameters() const;
 
     /// By set or LED, and there in the order of Settings().
     bool operator<(const SettingPlace& other) const;
@@ -58,6 +62,9 @@ std::vector<SettingPlace> DoubtfulZeros(const GripperSettings& settings);
 
 /// A value in words, as in "2.00" or "on".
 std::string SettingText(const Setting& setting, int value);
+
+/// The same for a value as calls return it, such as 2.0 or true.
+std::string ValueText(const Setting& setting, const nlohmann::ordered_json& value);
 
 /// A value in which two grippers, or a gripper and a file, differ.
 struct SettingDifference {

@@ -1,5 +1,6 @@
 #include "client/Printable.h"
 
+#include <algorithm>
 #include <clocale>
 #include <cwchar>
 #include <iterator>
@@ -88,6 +89,12 @@ std::vector<std::string> WordsWithin(const std::string& text, std::size_t width)
     return words;
 }
 
+/// Whether `text` is printable ASCII, as most texts are: found sooner than the width of each
+/// letter.
+bool IsPlain(const std::string& text) {
+    return std::ranges::all_of(text, [](char letter) { return letter >= ' ' && letter <= '~'; });
+}
+
 std::vector<Character> Characters(std::string_view text) {
     const Utf8 encoding;
     std::vector<Character> characters;
@@ -101,6 +108,9 @@ std::vector<Character> Characters(std::string_view text) {
 }  // namespace
 
 std::string Printable(const std::string& text) {
+    if (IsPlain(text)) {
+        return text;
+    }
     std::string printable;
     for (const auto& [bytes, width] : Characters(text)) {
         printable += width == 0 ? "?" : bytes;
@@ -128,11 +138,22 @@ std::string CopyableName(const std::string& device) {
 }
 
 std::size_t Width(const std::string& text) {
+    if (IsPlain(text)) {
+        return text.size();
+    }
     std::size_t sum = 0;
     for (const Character& character : Characters(text)) {
         sum += character.width;
     }
     return sum;
+}
+
+std::string Right(const std::string& text, std::size_t width) {
+    return std::string(width - std::min(width, Width(text)), ' ') + text;
+}
+
+std::string Left(const std::string& text, std::size_t width) {
+    return text + std::string(width - std::min(width, Width(text)), ' ');
 }
 
 std::string Cut(const std::string& text, std::size_t width) {

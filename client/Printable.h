@@ -20,6 +20,10 @@ std::string CopyableName(const std::string& device);
 /// How many columns of a terminal printable `text` takes.
 std::size_t Width(const std::string& text);
 
+/// Printable `text` with blanks before it or after it up to `width` columns.
+std::string Right(const std::string& text, std::size_t width);
+std::string Left(const std::string& text, std::size_t width);
+
 /// The beginning of printable `text` that fits into `width` columns.
 std::string Cut(const std::string& text, std::size_t width);
 

@@ -35,7 +35,7 @@ ProcessData::ProcessData(int excerpt) {
     certain = excerpt != 0;
 }
 
-std::string ProcessData::FlagText() const {
+std::string ProcessData::FlagText(const std::string& none) const {
     std::string text;
     for (const auto& [isSet, word] : {std::pair(fault, "fault"),
                                       {tempFault, "temperature fault"},
@@ -45,7 +45,7 @@ std::string ProcessData::FlagText() const {
             text += (text.empty() ? "" : ", ") + std::string(word);
         }
     }
-    return text;
+    return text.empty() ? none : text;
 }
 
 void ProcessData::AddTo(nlohmann::ordered_json& object) const {

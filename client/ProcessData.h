@@ -24,8 +24,8 @@ struct ProcessData {
     /// @param excerpt the reply to GetPDINExcerpt
     explicit ProcessData(int excerpt);
 
-    /// The flags that are set, in words, separated by commas.
-    std::string FlagText() const;
+    /// The flags that are set, in words, separated by commas; `none` if there are none.
+    std::string FlagText(const std::string& none = "") const;
 
     bool HasFlags() const { return fault || tempFault || tempWarn || maintenance; }
 

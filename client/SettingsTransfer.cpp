@@ -2,10 +2,10 @@
 
 #include <chrono>
 #include <cmath>
+#include <nlohmann/json.hpp>
 #include <thread>
 #include <utility>
 
-#include "client/Daemon.h"
 #include "client/Failure.h"
 #include "client/MotionJudge.h"
 #include "client/Values.h"
@@ -14,17 +14,23 @@ namespace tavrik {
 
 namespace {
 
+using nlohmann::ordered_json;
 using Kind = Setting::Kind;
 
 /// Within this time, replies to earlier requests have arrived.
 constexpr std::chrono::milliseconds kLateReplies(100);
 
-/// The parameters of getter and setter between device string and value.
-xmlrpc_c::carray Numbers(const SettingPlace& place) {
-    if (place.setting->place == Setting::Place::Gripper) {
-        return {};
+xmlrpc_c::value::type_t AnswerType(Kind kind) {
+    switch (kind) {
+        case Kind::Limit:
+            return xmlrpc_c::value::TYPE_DOUBLE;
+        case Kind::Flag:
+            return xmlrpc_c::value::TYPE_BOOLEAN;
+        case Kind::Checksum:
+            return xmlrpc_c::value::TYPE_I8;
+        default:
+            return xmlrpc_c::value::TYPE_INT;
     }
-    return {xmlrpc_c::value_int(place.number)};
 }
 
 xmlrpc_c::value ToParameter(Kind kind, int value) {
@@ -57,6 +63,25 @@ bool IsRefusal(const Gripper& gripper, int status) {
 
 }  // namespace
 
+ordered_json ReadValue(const Gripper& gripper, const SettingPlace& place) {
+    const std::string getter(place.setting->getter);
+    const auto answer = gripper.ReadSetting(getter, place.Parameters());
+    if (answer.type() != AnswerType(place.setting->kind)) {
+        throw Failure(ExitStatus::BadAnswer, getter + ": the reply has an unexpected type");
+    }
+    return ToJson(answer);
+}
+
+ordered_json ReadBack(const Gripper& gripper, const SettingPlace& place,
+                      const std::string& wanted) {
+    const ordered_json value = ReadValue(gripper, place);
+    if (ValueText(*place.setting, value) == wanted) {
+        return value;
+    }
+    std::this_thread::sleep_for(kLateReplies);
+    return ReadValue(gripper, place);
+}
+
 void StillnessGuard::Check() {
     const ProcessData data = gripper.ReadProcessData();
     if (!data.certain) {
@@ -86,6 +111,19 @@ void StillnessGuard::Watch() {
     }
 }
 
+std::string SettingsTransfer::Step::ResultText() const {
+    switch (result) {
+        case Result::Written:
+            return "written";
+        case Result::Refused:
+            return "refused: status " + std::to_string(status);
+        case Result::Unknown:
+            return "may be written";
+        default:
+            return "not written";
+    }
+}
+
 GripperSettings SettingsTransfer::Read(const Progress& progress) {
     guard.Check();
     GripperSettings settings;
@@ -94,12 +132,12 @@ GripperSettings SettingsTransfer::Read(const Progress& progress) {
     settings.model = NarrowModel(gripper.Model(), gripper.DeviceString()).name;
     const auto places = PlacesOf(settings.model);
     for (const SettingPlace& place : places) {
-        settings.values[place] = ReadValue(place);
+        settings.values[place] = ReadInteger(place);
         guard.Check();
         progress(static_cast<double>(settings.values.size()) / static_cast<double>(places.size()));
     }
     for (const SettingPlace& place : DoubtfulZeros(settings)) {
-        settings.values[place] = ReadValue(place);
+        settings.values[place] = ReadInteger(place);
     }
     guard.Watch();
     if (ReadChecksum() != settings.checksum) {
@@ -134,50 +172,38 @@ GripperSettings SettingsTransfer::ReadBack(const GripperSettings& wanted,
     for (const SettingDifference& difference : Differences(found, wanted)) {
         if (found.values.contains(difference.place)) {
             std::this_thread::sleep_for(kLateReplies);
-            found.values[difference.place] = ReadValue(difference.place);
+            found.values[difference.place] = ReadInteger(difference.place);
         }
     }
     return found;
 }
 
 /// Tries twice: of hundreds of replies, one may be lost or late.
-xmlrpc_c::value SettingsTransfer::ReadSetting(const std::string& getter,
-                                              const xmlrpc_c::carray& rest) const {
+ordered_json SettingsTransfer::TryToRead(const SettingPlace& place) const {
     try {
-        return gripper.ReadSetting(getter, rest);
+        return ReadValue(gripper, place);
     } catch (const Failure& failure) {
         if (failure.Status() != ExitStatus::NoAnswer) {
             throw;
         }
     }
-    return gripper.ReadSetting(getter, rest);
+    return ReadValue(gripper, place);
 }
 
-int SettingsTransfer::ReadValue(const SettingPlace& place) const {
-    const std::string getter(place.setting->getter);
-    const auto answer = ReadSetting(getter, Numbers(place));
-    switch (place.setting->kind) {
-        case Kind::Flag:
-            return Daemon::As<bool>(getter, answer) ? 1 : 0;
-        case Kind::Limit:
-            return static_cast<int>(std::lround(Daemon::As<double>(getter, answer) * kLimitSteps));
-        default:
-            return Daemon::As<int>(getter, answer);
-    }
+int SettingsTransfer::ReadInteger(const SettingPlace& place) const {
+    const ordered_json value = TryToRead(place);
+    return place.setting->kind == Kind::Limit
+               ? static_cast<int>(std::lround(value.get<double>() * kLimitSteps))
+               : value.get<int>();  // 1 for true
 }
 
 std::int64_t SettingsTransfer::ReadChecksum() const {
-    const std::string getter(FindSetting("checksum").getter);
-    const auto answer = ReadSetting(getter, {});
-    if (answer.type() != xmlrpc_c::value::TYPE_I8) {
-        throw Failure(ExitStatus::BadAnswer, getter + ": the reply has an unexpected type");
-    }
-    return xmlrpc_c::value_i8(answer).cvalue();
+    return TryToRead({&FindSetting("checksum")}).get<std::int64_t>();
 }
 
 void SettingsTransfer::WriteValue(Step& step) const {
     const auto& [place, from, to] = step.difference;
-    xmlrpc_c::carray arguments = Numbers(place);
+    xmlrpc_c::carray arguments = place.Parameters();
     arguments.push_back(ToParameter(place.setting->kind, to));
     step.result = Result::Unknown;
     step.status = gripper.Command(std::string(place.setting->setter), arguments);

@@ -4,16 +4,27 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <string>
 #include <vector>
-#include <xmlrpc-c/base.hpp>
 
 #include "client/Gripper.h"
 #include "client/GripperSettings.h"
 #include "client/ProcessData.h"
 
 namespace tavrik {
+
+/// Reads one value: a number or a boolean.
+/// @throws Failure (NoAnswer) when the reply came so late that it is not the gripper's;
+/// (BadAnswer) when it has an unexpected type
+nlohmann::ordered_json ReadValue(const Gripper& gripper, const SettingPlace& place);
+
+/// Reads a value that was set to `wanted`, in words; twice if it is not that, because a late reply
+/// to the setter also ends a read, which then returns the old value.
+/// @throws Failure as ReadValue()
+nlohmann::ordered_json ReadBack(const Gripper& gripper, const SettingPlace& place,
+                                const std::string& wanted);
 
 /// Notices that somebody else uses a gripper: that it moves.
 class StillnessGuard {
@@ -55,6 +66,9 @@ public:
         SettingDifference difference;
         Result result = Result::NotWritten;
         int status = 0;  ///< the daemon's, if refused
+
+        /// `result` in words, as in "refused: status 5".
+        std::string ResultText() const;
     };
 
     /// @param gripper must outlive the transfer
@@ -83,8 +97,8 @@ public:
     GripperSettings ReadBack(const GripperSettings& wanted, const Progress& progress);
 
 private:
-    xmlrpc_c::value ReadSetting(const std::string& getter, const xmlrpc_c::carray& rest) const;
-    int ReadValue(const SettingPlace& place) const;
+    nlohmann::ordered_json TryToRead(const SettingPlace& place) const;
+    int ReadInteger(const SettingPlace& place) const;
     std::int64_t ReadChecksum() const;
     void WriteValue(Step& step) const;
 

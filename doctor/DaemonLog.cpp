@@ -23,16 +23,6 @@ std::string WithoutQuotes(std::string_view quoted) {
     return text;
 }
 
-std::vector<std::string> LinesInReverse(const std::string& text) {
-    std::istringstream stream(text);
-    std::vector<std::string> lines;
-    for (std::string line; std::getline(stream, line);) {
-        lines.push_back(line);
-    }
-    std::ranges::reverse(lines);
-    return lines;
-}
-
 struct Mode {
     const char* text;
     const char* remedy;  // empty if the mode is normal
@@ -124,7 +114,7 @@ DaemonLog DaemonLog::OfProcess(pid_t daemon) {
         RunTool({"journalctl", "--boot", "--no-pager", "--output=cat", "--reverse", "--lines=2000",
                  "--case-sensitive=true", kWanted, "_PID=" + std::to_string(daemon)},
                 kPatience);
-    return DaemonLog(LinesInReverse(output.text));
+    return DaemonLog(output.LinesInReverse());
 }
 
 void DaemonLog::Take(std::uint64_t thread, std::string_view message) {

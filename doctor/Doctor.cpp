@@ -21,8 +21,6 @@ namespace tavrik {
 
 namespace {
 
-constexpr int kReferenceNeeded = 1;  // a state code
-
 bool AreAllOk(const Findings& findings) {
     return std::ranges::all_of(findings, [](const Finding& each) { return each.mark == Mark::Ok; });
 }
@@ -56,7 +54,8 @@ Finding Describe(const Gripper& gripper, const ProcessData& data, const std::str
             Mark::Unknown, name, text + ", no force: a TLM, or a model unknown to TavrikDaemon",
             "if it is an HVA or MZD, its force may be 0; set it: tavrikctl set force 30 " + word};
     }
-    const bool mayNeedReference = data.state == kReferenceNeeded && model.name != "TLM";
+    const bool mayNeedReference =
+        data.State() == GripperState::NeedsReference && model.name != "TLM";
     return {Mark::Ok, name, text + ", model " + model.Text(),
             mayNeedReference ? "if not referenced, clear its way: tavrikctl home " + word : ""};
 }

@@ -6,9 +6,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <sstream>
 #include <system_error>
 #include <utility>
 
@@ -38,6 +40,16 @@ std::string Read(int descriptor, Clock::time_point deadline) {
 }
 
 }  // namespace
+
+std::vector<std::string> ToolOutput::LinesInReverse() const {
+    std::istringstream stream(text);
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(stream, line);) {
+        lines.push_back(line);
+    }
+    std::ranges::reverse(lines);
+    return lines;
+}
 
 StartedTool StartTool(std::vector<std::string> command, ToolErrors errors) {
     std::vector<char*> arguments;

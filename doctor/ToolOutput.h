@@ -18,6 +18,8 @@ enum class ToolErrors {
 struct ToolOutput {
     bool succeeded;
     std::string text;  ///< standard output, and standard error if merged
+
+    std::vector<std::string> LinesInReverse() const;
 };
 
 struct StartedTool {

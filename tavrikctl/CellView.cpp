@@ -70,11 +70,10 @@ GripperRow CellView::RowOf(const Gripper& gripper, TimePoint now) {
     const Observation& latest = gripper.latest;
     const auto& data = latest.data;
     const bool isOverdue = IsOverdue(latest, now);
-    const std::string flags = data ? data->FlagText() : "-";
     return {Printable(latest.gripper),
             data ? std::to_string(data->state) : "-",
             data ? HundredthsText(data->position) : "-",
-            flags.empty() ? "none" : flags,
+            data ? data->FlagText("none") : "-",
             isOverdue ? "old" : ValuesWord(latest),
             AgeText(gripper.current, now),
             data ? (data->position - gripper.low) / (gripper.high - gripper.low) : 0,

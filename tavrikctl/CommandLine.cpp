@@ -108,13 +108,15 @@ void CommandLine::AddCommands() {
     commands.push_back(MakeListCommand(app));
     for (const Motion& motion :
          {Motion{"grip", "Close the fingers on a part, using a parameter set", "Grip",
-                 Argument::Set},
-          Motion{"release", "Open the fingers, using a parameter set", "Release", Argument::Set},
-          Motion{"home", "Perform a reference run", "Reference"},
-          Motion{"disable", "Switch the drive off", "Disable"},
-          Motion{"holdfast", "Turn holdfast on or off", "Holdfast", Argument::OnOff, false},
-          Motion{"store", "Save the gripper's settings to its permanent memory", "StoreRemanent",
-                 Argument::None, false}}) {
+                 Argument::Set, MotionKind::Grip},
+          Motion{"release", "Open the fingers, using a parameter set", "Release", Argument::Set,
+                 MotionKind::Release},
+          Motion{"home", "Perform a reference run", "Reference", Argument::None,
+                 MotionKind::Reference},
+          Motion{"disable", "Switch the drive off", "Disable", Argument::None, MotionKind::Disable},
+          Motion{"holdfast", "Turn holdfast on or off", "Holdfast", Argument::OnOff},
+          Motion{"store", "Save the gripper's settings to its permanent memory",
+                 "StoreRemanent"}}) {
         commands.push_back(MakeMotionCommand(app, motion));
     }
     commands.push_back(MakeGetCommand(app));

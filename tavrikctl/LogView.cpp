@@ -15,14 +15,6 @@ constexpr std::size_t kNarrow = 60;    // columns; below, text has lines of its 
 constexpr std::size_t kForBoth = 100;  // columns for master and gripper
 constexpr const char* kBetween = "  ";
 
-std::size_t WidthOf(const std::string& text) {
-    return IsPlain(text) ? text.size() : Width(text);
-}
-
-std::string Padded(const std::string& text, std::size_t width) {
-    return text + std::string(width - std::min(width, WidthOf(text)), ' ');
-}
-
 std::string Counted(std::uint64_t count, const std::string& one, const std::string& several) {
     return std::to_string(count) + " " + (count == 1 ? one : several);
 }
@@ -61,16 +53,16 @@ std::vector<std::string> LogView::WideLines(const LogRow& row) {
     std::string owner = LogGripper(row);
     std::string head = LogMark(row) + " " + LogClock(row) + kBetween;
     if (ShowsMaster()) {
-        masterWidth = std::max(masterWidth, WidthOf(master));
-        head += Padded(master, masterWidth) + kBetween;
+        masterWidth = std::max(masterWidth, Width(master));
+        head += Left(master, masterWidth) + kBetween;
     } else if (owner.empty()) {
         owner = master;
     }
-    ownerWidth = std::max(ownerWidth, WidthOf(owner));
-    head += Padded(owner, ownerWidth) + kBetween;
+    ownerWidth = std::max(ownerWidth, Width(owner));
+    head += Left(owner, ownerWidth) + kBetween;
     const std::string text = LogText(row);
-    const std::size_t width = WidthOf(head);
-    if (columns == 0 || width + WidthOf(text) <= columns) {
+    const std::size_t width = Width(head);
+    if (columns == 0 || width + Width(text) <= columns) {
         return {head + text};
     }
     constexpr std::size_t kLeast = 20;  // columns for the text

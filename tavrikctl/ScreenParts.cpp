@@ -13,14 +13,6 @@ bool IsOverdue(const Observation& latest, Observation::Clock::time_point now) {
     return now - latest.time > kLongest;
 }
 
-std::string Right(const std::string& text, std::size_t width) {
-    return std::string(width - std::min(width, Width(text)), ' ') + text;
-}
-
-std::string Left(const std::string& text, std::size_t width) {
-    return text + std::string(width - std::min(width, Width(text)), ' ');
-}
-
 std::string Bar(double share, std::size_t width) {
     constexpr std::size_t kBrackets = 2;
     const std::size_t room = width - std::min(width, kBrackets);

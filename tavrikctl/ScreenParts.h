@@ -17,10 +17,6 @@ constexpr const char* kHelpLine = "q: quit";
 /// observation may be old.
 bool IsOverdue(const Observation& latest, Observation::Clock::time_point now);
 
-/// `text` with blanks before it or after it up to `width` columns.
-std::string Right(const std::string& text, std::size_t width);
-std::string Left(const std::string& text, std::size_t width);
-
 /// A bar in brackets, `width` columns together, filled up to the share `share`, 0 to 1.
 std::string Bar(double share, std::size_t width);
 

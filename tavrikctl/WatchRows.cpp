@@ -113,14 +113,13 @@ std::string CsvHeader() {
 std::string AlignedRow(const Observation& observation, const std::string& time,
                        std::size_t nameWidth) {
     const auto& data = observation.data;
-    const std::string flags = data ? data->FlagText() : observation.error;
     std::array<char, 64> columns{};
     std::snprintf(columns.data(), columns.size(), "  %5s  %8s  %-7s  ",
                   data ? std::to_string(data->state).c_str() : "-",
                   data ? HundredthsText(data->position).c_str() : "-",
                   ValuesWord(observation).c_str());
     return time + "  " + NameColumn(Printable(observation.gripper), nameWidth) + columns.data() +
-           (flags.empty() ? "none" : flags);
+           (data ? data->FlagText("none") : observation.error);
 }
 
 }  // namespace

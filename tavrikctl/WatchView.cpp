@@ -30,8 +30,7 @@ std::deque<Observation>::const_iterator Since(const std::deque<Observation>& his
 }
 
 std::string FlagsText(const std::optional<ProcessData>& data) {
-    const std::string flags = data ? data->FlagText() : "-";
-    return flags.empty() ? "none" : flags;
+    return data ? data->FlagText("none") : "-";
 }
 
 std::string SecondsText(Observation::Clock::duration time) {

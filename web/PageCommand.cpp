@@ -2,13 +2,10 @@
 
 #include <algorithm>
 #include <array>
-#include <chrono>
 #include <nlohmann/json.hpp>
-#include <thread>
 
 #include "client/Failure.h"
-#include "client/GripperSettings.h"
-#include "client/Printable.h"
+#include "client/SettingsTransfer.h"
 #include "client/Values.h"
 
 namespace tavrik {
@@ -16,10 +13,6 @@ namespace tavrik {
 namespace {
 
 using nlohmann::json;
-using nlohmann::ordered_json;
-
-/// Within this time, replies to earlier requests have arrived.
-constexpr std::chrono::milliseconds kLateReplies(100);
 
 struct Motion {
     std::string_view name;
@@ -55,32 +48,6 @@ int NumberOf(const json& request, const char* member, int largest) {
         throw Invalid(member);
     }
     return place->get<int>();
-}
-
-/// A value that was read in words, like SettingText().
-std::string ValueText(const Setting& setting, const ordered_json& value) {
-    const auto check = [&](bool isExpected) {
-        if (!isExpected) {
-            throw Failure(ExitStatus::BadAnswer,
-                          std::string(setting.getter) + ": the reply has an unexpected type");
-        }
-    };
-    switch (setting.kind) {
-        case Setting::Kind::Limit:
-            check(value.is_number());
-            return HundredthsText(value.get<double>());
-        case Setting::Kind::Flag:
-            check(value.is_boolean());
-            return OnOffText(value.get<bool>());
-        default:
-            check(value.is_number_integer());
-            return value.dump();
-    }
-}
-
-std::string ReadSettingText(const Gripper& gripper, const Setting& setting,
-                            const xmlrpc_c::carray& place) {
-    return ValueText(setting, ToJson(gripper.ReadSetting(std::string(setting.getter), place)));
 }
 
 }  // namespace
@@ -121,23 +88,21 @@ void PageCommand::TakeMotion(std::string_view name, const json& request) {
 }
 
 void PageCommand::TakeSetting(const json& request) {
-    setting = &FindSetting(TextOf(request, "setting"));
-    if (setting->setter.empty()) {
-        throw Failure(ExitStatus::Usage, std::string(setting->name) + " cannot be set");
+    const Setting& setting = FindSetting(TextOf(request, "setting"));
+    if (setting.setter.empty()) {
+        throw Failure(ExitStatus::Usage, std::string(setting.name) + " cannot be set");
     }
-    method = setting->setter;
-    text = setting->name;
-    if (setting->place != Setting::Place::Gripper) {
-        const bool isSet = setting->place == Setting::Place::Set;
-        const int number = NumberOf(request, "number", isSet ? kSetCount - 1 : kLedCount - 1);
-        place.push_back(xmlrpc_c::value_int(number));
-        text += (isSet ? " of set " : " of LED ") + std::to_string(number);
+    place.setting = &setting;
+    if (setting.place != Setting::Place::Gripper) {
+        const bool isSet = setting.place == Setting::Place::Set;
+        place.number = NumberOf(request, "number", isSet ? kSetCount - 1 : kLedCount - 1);
     }
+    method = setting.setter;
+    arguments = place.Parameters();
     const std::string entered = TextOf(request, "value");
-    arguments = place;
-    arguments.push_back(ParseSetting(*setting, entered));
-    value = SettingText(*setting, entered);
-    text += " = " + value;
+    arguments.push_back(ParseSetting(setting, entered));
+    value = SettingText(setting, entered);
+    text = place.Name() + " = " + value;
 }
 
 int PageCommand::Run(const Gripper& gripper) const {
@@ -145,15 +110,10 @@ int PageCommand::Run(const Gripper& gripper) const {
 }
 
 void PageCommand::Confirm(const Gripper& gripper) const {
-    if (setting == nullptr || setting->getter.empty()) {
+    if (place.setting == nullptr || place.setting->getter.empty()) {
         return;
     }
-    std::string reported = ReadSettingText(gripper, *setting, place);
-    if (reported != value) {
-        // A late reply to the setter also ends a read, which then returns the old value.
-        std::this_thread::sleep_for(kLateReplies);
-        reported = ReadSettingText(gripper, *setting, place);
-    }
+    const std::string reported = ValueText(*place.setting, ReadBack(gripper, place, value));
     if (reported != value) {
         throw Failure(ExitStatus::Refused, "the gripper reports " + reported);
     }

@@ -6,7 +6,7 @@
 #include <xmlrpc-c/base.hpp>
 
 #include "client/Gripper.h"
-#include "client/SettingTable.h"
+#include "client/GripperSettings.h"
 
 namespace tavrik {
 
@@ -50,9 +50,8 @@ private:
     xmlrpc_c::carray arguments;  // after the device string
     std::string text;
     bool moves = false;
-    const Setting* setting = nullptr;  // that is set
-    xmlrpc_c::carray place;            // arguments of its getter
-    std::string value;                 // in words
+    SettingPlace place{nullptr};  // that is set; without a setting for a motion
+    std::string value;            // in words
 };
 
 }  // namespace tavrik

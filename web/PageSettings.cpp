@@ -69,20 +69,6 @@ ordered_json ToPage(const GripperSettings& settings) {
             {"file", JsonFileText(ToJson(settings))}};
 }
 
-std::string ResultText(const SettingsTransfer::Step& step) {
-    using Result = SettingsTransfer::Result;
-    switch (step.result) {
-        case Result::Written:
-            return "written";
-        case Result::Refused:
-            return "refused: status " + std::to_string(step.status);
-        case Result::Unknown:
-            return "may be written";
-        default:
-            return "not written";
-    }
-}
-
 /// @param transfer for the results of its writes; null if nothing was written
 ordered_json DifferencesJson(const Differing& differences, const SettingsTransfer* transfer) {
     ordered_json list = ordered_json::array();
@@ -95,7 +81,7 @@ ordered_json DifferencesJson(const Differing& differences, const SettingsTransfe
             const auto step = std::ranges::find(transfer->Steps(), place.Name(), [](auto& each) {
                 return each.difference.place.Name();
             });
-            list.back()["result"] = step == transfer->Steps().end() ? "" : ResultText(*step);
+            list.back()["result"] = step == transfer->Steps().end() ? "" : step->ResultText();
         }
     }
     return list;
@@ -117,7 +103,7 @@ void LogSteps(const SettingsTransfer& transfer,
               const std::function<void(const std::string&)>& log) {
     for (const auto& step : transfer.Steps()) {
         const auto& [place, from, to] = step.difference;
-        log(place.Name() + " = " + SettingText(*place.setting, to) + ": " + ResultText(step));
+        log(place.Name() + " = " + SettingText(*place.setting, to) + ": " + step.ResultText());
     }
 }
 

@@ -12,15 +12,18 @@ namespace {
 struct Beginning {
     std::string_view text;
     LogKind kind;
+    bool isOfDaemon = false;  // about the daemon or its host
 };
+
+constexpr bool kOfDaemon = true;
 
 // The first that fits counts.
 constexpr std::array kBeginnings{
-    Beginning{"Starting TavrikDaemon", LogKind::Event},
-    Beginning{"Daemon version: ", LogKind::Event},
-    Beginning{"TavrikDaemon started", LogKind::Event},
-    Beginning{"TavrikDaemon stopped", LogKind::Event},
-    Beginning{"TavrikDaemon::", LogKind::Event},
+    Beginning{"Starting TavrikDaemon", LogKind::Event, kOfDaemon},
+    Beginning{"Daemon version: ", LogKind::Event, kOfDaemon},
+    Beginning{"TavrikDaemon started", LogKind::Event, kOfDaemon},
+    Beginning{"TavrikDaemon stopped", LogKind::Event, kOfDaemon},
+    Beginning{"TavrikDaemon::", LogKind::Event, kOfDaemon},
     Beginning{"Device added", LogKind::Event},
     Beginning{"PELLIX removed: ", LogKind::Event},
     Beginning{"SerialConnection: Reopening", LogKind::Event},
@@ -60,28 +63,28 @@ constexpr std::array kBeginnings{
     Beginning{"SerialConnection: Initialize device succeeded", LogKind::Routine},
     Beginning{"SerialConnection: Closed device ", LogKind::Routine},
     Beginning{"SerialConnection: /", LogKind::Routine},  // already open, not open
-    Beginning{"Got Device with action ", LogKind::Routine},
-    Beginning{"Unknown udev action: ", LogKind::Routine},
-    Beginning{"   Node: ", LogKind::Routine},
-    Beginning{"   Subsystem: ", LogKind::Routine},
-    Beginning{"  VID/PID: ", LogKind::Routine},
-    Beginning{"  Manufacturer: ", LogKind::Routine},
-    Beginning{"  Product: ", LogKind::Routine},
-    Beginning{"  SN: ", LogKind::Routine},
-    Beginning{"(No parent dev)", LogKind::Routine},
-    Beginning{"Found PELLIX compatible device", LogKind::Routine},
-    Beginning{"PELLIX detected", LogKind::Routine},
+    Beginning{"Got Device with action ", LogKind::Routine, kOfDaemon},
+    Beginning{"Unknown udev action: ", LogKind::Routine, kOfDaemon},
+    Beginning{"   Node: ", LogKind::Routine, kOfDaemon},
+    Beginning{"   Subsystem: ", LogKind::Routine, kOfDaemon},
+    Beginning{"  VID/PID: ", LogKind::Routine, kOfDaemon},
+    Beginning{"  Manufacturer: ", LogKind::Routine, kOfDaemon},
+    Beginning{"  Product: ", LogKind::Routine, kOfDaemon},
+    Beginning{"  SN: ", LogKind::Routine, kOfDaemon},
+    Beginning{"(No parent dev)", LogKind::Routine, kOfDaemon},
+    Beginning{"Found PELLIX compatible device", LogKind::Routine, kOfDaemon},
+    Beginning{"PELLIX detected", LogKind::Routine, kOfDaemon},
     Beginning{"PELLIX has a link already: ", LogKind::Routine},
-    Beginning{"Not a valid device", LogKind::Routine},
+    Beginning{"Not a valid device", LogKind::Routine, kOfDaemon},
     Beginning{"Removing ", LogKind::Routine},
     Beginning{"PELLIX ", LogKind::Routine},  // the stop has closed a link
-    Beginning{"Port number: ", LogKind::Routine},
-    Beginning{"Initializing GripperManager", LogKind::Routine},
-    Beginning{"GripperManager ", LogKind::Routine},
-    Beginning{"Daemon revision: ", LogKind::Routine},
-    Beginning{"Daemon build date: ", LogKind::Routine},
-    Beginning{"Library revision: ", LogKind::Routine},
-    Beginning{"Library build date: ", LogKind::Routine},
+    Beginning{"Port number: ", LogKind::Routine, kOfDaemon},
+    Beginning{"Initializing GripperManager", LogKind::Routine, kOfDaemon},
+    Beginning{"GripperManager ", LogKind::Routine, kOfDaemon},
+    Beginning{"Daemon revision: ", LogKind::Routine, kOfDaemon},
+    Beginning{"Daemon build date: ", LogKind::Routine, kOfDaemon},
+    Beginning{"Library revision: ", LogKind::Routine, kOfDaemon},
+    Beginning{"Library build date: ", LogKind::Routine, kOfDaemon},
 
     Beginning{"FALLBACK: ", LogKind::Trouble},
     Beginning{"POWERFAULT", LogKind::Trouble},
@@ -91,11 +94,11 @@ constexpr std::array kBeginnings{
     Beginning{"Input timeout", LogKind::Trouble},
     Beginning{"Parser: No input data", LogKind::Trouble},
     Beginning{"SerialConnection: ", LogKind::Trouble},
-    Beginning{"Can't create udev", LogKind::Trouble},
-    Beginning{"No connection accepted: ", LogKind::Trouble},
-    Beginning{"Connection closed: no thread for it", LogKind::Trouble},
-    Beginning{"Server on port ", LogKind::Trouble},
-    Beginning{"No device from receive_device()", LogKind::Trouble},
+    Beginning{"Can't create udev", LogKind::Trouble, kOfDaemon},
+    Beginning{"No connection accepted: ", LogKind::Trouble, kOfDaemon},
+    Beginning{"Connection closed: no thread for it", LogKind::Trouble, kOfDaemon},
+    Beginning{"Server on port ", LogKind::Trouble, kOfDaemon},
+    Beginning{"No device from receive_device()", LogKind::Trouble, kOfDaemon},
     Beginning{"Device has been removed", LogKind::Trouble},
     Beginning{"Device '", LogKind::Trouble},
     Beginning{"Device string is empty ", LogKind::Trouble},
@@ -110,8 +113,16 @@ constexpr std::array kBeginnings{
     Beginning{"Trying to clear stream", LogKind::Trouble},
     Beginning{"getline() ", LogKind::Trouble},
     Beginning{"terminal: tcgetattr() failed", LogKind::Trouble},
-    Beginning{"terminate called", LogKind::Trouble},
+    Beginning{"terminate called", LogKind::Trouble, kOfDaemon},
+
+    Beginning{"TavrikDaemon", LogKind::Other, kOfDaemon},  // of the dynamic linker
 };
+
+const Beginning* BeginningOf(std::string_view message) {
+    const auto* const found = std::ranges::find_if(
+        kBeginnings, [&](const Beginning& each) { return message.starts_with(each.text); });
+    return found == kBeginnings.end() ? nullptr : found;
+}
 
 std::string_view NameOfParameter(unsigned index, unsigned subindex) {
     constexpr unsigned kFirstSet = 0x60;
@@ -215,43 +226,16 @@ const char* KindText(LogKind kind) {
 }
 
 LogKind KindOf(std::string_view message) {
-    for (const Beginning& each : kBeginnings) {
-        if (message.starts_with(each.text)) {
-            return each.kind;
-        }
+    if (const Beginning* const beginning = BeginningOf(message)) {
+        return beginning->kind;
     }
     // "Grip: Failed to get PELLIX handle"
     return message.ends_with(": Failed to get PELLIX handle") ? LogKind::Trouble : LogKind::Other;
 }
 
 bool IsOfDaemon(std::string_view message) {
-    constexpr std::array<std::string_view, 25> kOfDaemon{"Starting TavrikDaemon",
-                                                         "TavrikDaemon",
-                                                         "Daemon ",
-                                                         "Library ",
-                                                         "GripperManager ",
-                                                         "Initializing GripperManager",
-                                                         "Port number: ",
-                                                         "Can't create udev",
-                                                         "No connection accepted: ",
-                                                         "Connection closed: no thread",
-                                                         "Server on port ",
-                                                         "No device from ",
-                                                         "Got Device ",
-                                                         "Unknown udev action: ",
-                                                         "   Node: ",
-                                                         "   Subsystem: ",
-                                                         "  VID/PID: ",
-                                                         "  Manufacturer: ",
-                                                         "  Product: ",
-                                                         "  SN: ",
-                                                         "(No parent dev)",
-                                                         "Found PELLIX ",
-                                                         "PELLIX detected",
-                                                         "Not a valid device",
-                                                         "terminate called"};
-    return std::ranges::any_of(
-        kOfDaemon, [&](std::string_view beginning) { return message.starts_with(beginning); });
+    const Beginning* const beginning = BeginningOf(message);
+    return beginning != nullptr && beginning->isOfDaemon;
 }
 
 std::optional<std::string_view> After(std::string_view beginning, std::string_view message) {

@@ -77,10 +77,7 @@ void LogModel::Take(std::string_view line) {
         Advance(entry);
     }
     entry.thread ? TakeOfDaemon(entry) : TakeOfOthers(entry);
-    for (LogRow& call : ended) {
-        Add(std::move(call));
-    }
-    ended.clear();
+    AddEnded();
 }
 
 void LogModel::Learn(std::string_view line) {
@@ -93,12 +90,7 @@ void LogModel::Idle(microseconds time) {
     now.time += time;
     calls.Expire(now);
     now.time -= time;
-    for (LogRow& call : ended) {
-        Add(std::move(call));
-    }
-    ended.clear();
-    GiveOut(0);
-    FlushRepeats();
+    GiveOutAll();
 }
 
 void LogModel::End() {
@@ -106,12 +98,7 @@ void LogModel::End() {
         Add(std::move(*alone));
     }
     calls.End();
-    for (LogRow& call : ended) {
-        Add(std::move(call));
-    }
-    ended.clear();
-    GiveOut(0);
-    FlushRepeats();
+    GiveOutAll();
 }
 
 std::vector<std::string> LogModel::Present() const {
@@ -257,7 +244,15 @@ void LogModel::Show(const Held& row) {
     }
 }
 
-void LogModel::FlushRepeats() {
+void LogModel::AddEnded() {
+    for (LogRow& call : std::exchange(ended, {})) {
+        Add(std::move(call));
+    }
+}
+
+void LogModel::GiveOutAll() {
+    AddEnded();
+    GiveOut(0);
     repeats.Flush();
     absences.Flush();
 }

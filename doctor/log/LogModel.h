@@ -66,7 +66,8 @@ private:
     void Add(LogRow row, bool isAwaiting = false);
     void GiveOut(std::size_t mostHeld);
     void Show(const Held& row);
-    void FlushRepeats();
+    void AddEnded();
+    void GiveOutAll();
     LogOwner OwnerOf(std::uint64_t thread, std::string_view message) const;
 
     Sink sink;

@@ -10,7 +10,6 @@
 #include <cerrno>
 #include <csignal>
 #include <fstream>
-#include <sstream>
 #include <system_error>
 #include <utility>
 
@@ -40,54 +39,6 @@ int OpenFile(const std::string& path) {
     return descriptor;
 }
 
-/// A file, or standard input.
-class LogFile : public LogSource {
-public:
-    LogFile(const std::string& path, int descriptor, bool isFollowed)
-        : LogSource(descriptor), path(path), isFollowed(isFollowed) {}
-
-protected:
-    bool IsContinued(std::chrono::milliseconds patience) override {
-        struct stat ours = {};
-        struct stat named = {};
-        if (!isFollowed || fstat(Descriptor(), &ours) != 0 || !S_ISREG(ours.st_mode)) {
-            return false;
-        }
-        if (ours.st_size < lseek(Descriptor(), 0, SEEK_CUR)) {
-            lseek(Descriptor(), 0, SEEK_SET);  // truncated by the rotation
-            Restart(Descriptor());
-        } else if (stat(path.c_str(), &named) == 0 &&
-                   (named.st_ino != ours.st_ino || named.st_dev != ours.st_dev)) {
-            if (const int newer = OpenFile(path); newer >= 0) {
-                Restart(newer);
-            }
-        } else {
-            constexpr std::chrono::milliseconds kPollPause(50);
-            poll(nullptr, 0, static_cast<int>(std::min(patience, kPollPause).count()));
-        }
-        return true;
-    }
-
-private:
-    std::string path;
-    bool isFollowed;
-};
-
-/// The output of a running journalctl.
-class Journal : public LogSource {
-public:
-    Journal(pid_t reader, int descriptor) : LogSource(descriptor), reader(reader) {}
-    Journal(const Journal&) = delete;
-    Journal& operator=(const Journal&) = delete;
-    ~Journal() override {
-        kill(reader, SIGTERM);
-        waitpid(reader, nullptr, 0);
-    }
-
-private:
-    pid_t reader;
-};
-
 std::vector<std::string> JournalCommand(const std::vector<std::string>& options) {
     std::vector<std::string> command{"journalctl", "--quiet",       "--all",
                                      "--no-pager", "--no-hostname", "--output=short-iso-precise",
@@ -99,6 +50,10 @@ std::vector<std::string> JournalCommand(const std::vector<std::string>& options)
 }  // namespace
 
 LogSource::~LogSource() {
+    if (writer != 0) {
+        kill(writer, SIGTERM);
+        waitpid(writer, nullptr, 0);
+    }
     close(descriptor);
 }
 
@@ -119,10 +74,29 @@ LogSource::Result LogSource::Next(std::string_view& line, std::chrono::milliseco
     return Result::Line;
 }
 
-bool LogSource::IsContinued(std::chrono::milliseconds /*patience*/) {
-    return false;
+/// At the end of the input. @return whether more may come
+bool LogSource::IsContinued(std::chrono::milliseconds patience) {
+    struct stat ours = {};
+    struct stat named = {};
+    if (followed.empty() || fstat(descriptor, &ours) != 0 || !S_ISREG(ours.st_mode)) {
+        return false;
+    }
+    if (ours.st_size < lseek(descriptor, 0, SEEK_CUR)) {
+        lseek(descriptor, 0, SEEK_SET);  // truncated by the rotation
+        Restart(descriptor);
+    } else if (stat(followed.c_str(), &named) == 0 &&
+               (named.st_ino != ours.st_ino || named.st_dev != ours.st_dev)) {
+        if (const int newer = OpenFile(followed); newer >= 0) {
+            Restart(newer);
+        }
+    } else {
+        constexpr std::chrono::milliseconds kPollPause(50);
+        poll(nullptr, 0, static_cast<int>(std::min(patience, kPollPause).count()));
+    }
+    return true;
 }
 
+/// The input goes on at the beginning of `newDescriptor`, which may be the present one.
 void LogSource::Restart(int newDescriptor) {
     if (newDescriptor != descriptor) {
         close(descriptor);
@@ -174,13 +148,13 @@ std::unique_ptr<LogSource> OpenLogFile(const std::string& path, bool isFollowed)
     if (descriptor < 0) {
         throw ReadFailure(path);
     }
-    return std::make_unique<LogFile>(path, descriptor, isFollowed && path != "-");
+    return std::make_unique<LogSource>(descriptor, isFollowed && path != "-" ? path : "");
 }
 
 std::unique_ptr<LogSource> OpenJournal(const std::vector<std::string>& options, ToolErrors errors) {
     try {
-        const auto [reader, output] = StartTool(JournalCommand(options), errors);
-        return std::make_unique<Journal>(reader, output);
+        const auto [journalctl, output] = StartTool(JournalCommand(options), errors);
+        return std::make_unique<LogSource>(output, "", journalctl);
     } catch (const Failure& failure) {
         throw Failure(failure.Status(), std::string(failure.what()) + "; name the log's file");
     }
@@ -209,13 +183,7 @@ std::vector<std::string> ReadJournalBefore(std::chrono::seconds time) {
         RunTool(JournalCommand({"--until=@" + std::to_string(time.count()), "--reverse",
                                 "--lines=2000", "--case-sensitive=true", kWanted}),
                 kPatience, ToolErrors::Dropped);
-    std::istringstream text(output.text);
-    std::vector<std::string> lines;
-    for (std::string line; std::getline(text, line);) {
-        lines.push_back(line);
-    }
-    std::ranges::reverse(lines);
-    return lines;
+    return output.LinesInReverse();
 }
 
 }  // namespace tavrik

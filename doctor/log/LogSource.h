@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "doctor/ToolOutput.h"
@@ -24,7 +25,12 @@ public:
         End,
     };
 
-    virtual ~LogSource();
+    /// @param descriptor becomes the source's own
+    /// @param followed path of a file that may grow, be replaced or truncated; otherwise empty
+    /// @param writer the process that writes the input, which ends with the source; 0 if none
+    explicit LogSource(int descriptor, std::string followed = "", pid_t writer = 0)
+        : descriptor(descriptor), followed(std::move(followed)), writer(writer) {}
+    ~LogSource();
     LogSource(const LogSource&) = delete;
     LogSource& operator=(const LogSource&) = delete;
 
@@ -33,23 +39,15 @@ public:
     /// @throws Failure (Failed)
     Result Next(std::string_view& line, std::chrono::milliseconds patience);
 
-protected:
-    /// @param descriptor becomes the source's own
-    explicit LogSource(int descriptor) : descriptor(descriptor) {}
-
-    /// What to do at the end of the input.
-    /// @return whether more may come
-    virtual bool IsContinued(std::chrono::milliseconds patience);
-
-    /// The input goes on at the beginning of `newDescriptor`, which may be the present one.
-    void Restart(int newDescriptor);
-    int Descriptor() const { return descriptor; }
-
 private:
     bool TakeLine(std::string_view& line);
     ssize_t Read(std::chrono::milliseconds patience);
+    bool IsContinued(std::chrono::milliseconds patience);
+    void Restart(int newDescriptor);
 
     int descriptor;
+    const std::string followed;
+    const pid_t writer;
     std::string buffer;
     std::size_t position = 0;  // of the next line in `buffer`
     std::size_t searched = 0;  // `buffer` has no line feed between `position` and here

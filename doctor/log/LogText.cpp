@@ -1,6 +1,5 @@
 #include "doctor/log/LogText.h"
 
-#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <string_view>
@@ -25,10 +24,6 @@ std::string Joined(const Parts& parts, const std::string& between) {
     return joined;
 }
 
-std::string Safe(const std::string& text) {
-    return IsPlain(text) ? text : Printable(text);
-}
-
 std::string CallText(const LoggedCall& call) {
     return Joined({call.method, call.request, call.status ? std::to_string(*call.status) : "",
                    call.note, call.duration ? LogDuration(*call.duration, call.isExact) : ""},
@@ -40,10 +35,6 @@ std::string CallText(const LoggedCall& call) {
 bool IsAlarming(const LogRow& row) {
     return row.kind == LogKind::Trouble ||
            (row.call && row.call->outcome != LoggedCall::Outcome::Done);
-}
-
-bool IsPlain(const std::string& text) {
-    return std::ranges::all_of(text, [](char letter) { return letter >= ' ' && letter <= '~'; });
 }
 
 std::string LogDuration(microseconds duration, bool isExact) {
@@ -64,7 +55,7 @@ std::string LogText(const LogRow& row) {
     if (!row.owner.candidates.empty()) {
         text += " (" + Joined(row.owner.candidates, " or ") + ")";
     }
-    return Safe(text);
+    return Printable(text);
 }
 
 std::string LogMark(const LogRow& row) {
@@ -78,15 +69,16 @@ std::string LogClock(const LogRow& row) {
 
 std::string LogMaster(const LogRow& row) {
     const std::string& node = row.owner.node;
-    return Safe(node.starts_with("/dev/") ? node.substr(std::string_view("/dev/").size()) : node);
+    return Printable(node.starts_with("/dev/") ? node.substr(std::string_view("/dev/").size())
+                                               : node);
 }
 
 std::string LogGripper(const LogRow& row) {
     if (!row.owner.gripper.empty()) {
-        return Safe(row.owner.gripper);
+        return Printable(row.owner.gripper);
     }
     if (!row.owner.likely.empty()) {
-        return Safe(row.owner.likely) + "?";
+        return Printable(row.owner.likely) + "?";
     }
     if (row.isOfDaemon) {
         return "daemon";

@@ -30,8 +30,4 @@ std::string LogText(const LogRow& row);
 /// @param isExact otherwise it has whole seconds
 std::string LogDuration(std::chrono::microseconds duration, bool isExact);
 
-/// Whether `text` is printable ASCII: true for most texts of a log, and found sooner than the width
-/// of each letter.
-bool IsPlain(const std::string& text);
-
 }  // namespace tavrik

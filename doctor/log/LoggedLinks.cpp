@@ -177,7 +177,6 @@ void LoggedLinks::Forget() {
     links.clear();
     threads.clear();
     opened = nullptr;
-    serial.clear();
 }
 
 /// Takes the first and the last line of a thread.
@@ -213,15 +212,10 @@ bool LoggedLinks::TakeThread(std::uint64_t thread, std::string_view message) {
 
 /// Takes the lines of the thread that looks for masters.
 void LoggedLinks::TakeUsb(std::uint64_t thread, std::string_view message) {
-    if (message.starts_with("   Node: ")) {
-        serial.clear();
-    } else if (const auto number = After("  SN: ", message)) {
-        serial = Short(*number);
-    } else if (!message.starts_with("Got Device ") && message != "GripperManager started" &&
-               message != "PELLIX detected") {
-        return;
-    }
-    if (Is(Role::Adder, thread)) {
+    const bool isOfSearch = message.starts_with("Got Device ") ||
+                            message.starts_with("   Node: ") || message.starts_with("  SN: ") ||
+                            message == "GripperManager started" || message == "PELLIX detected";
+    if (isOfSearch && Is(Role::Adder, thread)) {
         threads.erase(thread);  // it is done with its last master
     }
 }
@@ -245,7 +239,6 @@ void LoggedLinks::TakeTty(std::uint64_t thread, std::string_view message) {
         Remove(*node);
         opened = Add();
         opened->node = Short(*node);
-        opened->serial = serial;
         Store(Role::Adder, thread, opened);
     }
 }

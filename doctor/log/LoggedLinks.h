@@ -28,7 +28,6 @@ struct LoggedReply {
 /// A master and its gripper, as far as the log has told. Texts are empty while unknown.
 struct LoggedLink {
     std::string node;           ///< "/dev/ttyACM0"
-    std::string serial;         ///< of the master
     std::string product;        ///< of the gripper
     std::string serialNumber;   ///< of the gripper
     std::string processOutput;  ///< the last value of PDOUT, "3,1"
@@ -106,7 +105,6 @@ private:
     void TakeUsb(std::uint64_t thread, std::string_view message);
     void TakeTty(std::uint64_t thread, std::string_view message);
     void TakeOfParser(std::uint64_t line, LoggedLink& link, std::string_view message);
-    void TakeOfOthers(std::uint64_t thread, std::string_view message);
     void Parse(std::uint64_t line, LoggedLink& link, std::string_view text);
     void Store(Role role, std::uint64_t thread, const LinkPointer& link);
     bool Is(Role role, std::uint64_t thread) const;
@@ -116,7 +114,6 @@ private:
     std::vector<LinkPointer> links;  // oldest first
     std::unordered_map<std::uint64_t, Thread> threads;
     LinkPointer opened;       // the one whose tty was opened last
-    std::string serial;       // of the USB device that was reported last
     bool isComplete = false;  // whether the log was read from the start of the daemon
 };
 

@@ -3,7 +3,6 @@
 
 #include "client/ExpectedCell.h"
 #include "client/JsonFile.h"
-#include "tavrikctl/Consent.h"
 #include "tavrikctl/commands/Command.h"
 
 namespace tavrik {
@@ -15,11 +14,7 @@ class CellSaveCommand : public Command {
 public:
     explicit CellSaveCommand(CLI::App& program)
         : Command(program, "save", "Save the names of all grippers to FILE") {
-        app.add_option("FILE", file, "file to write, JSON")
-            ->required()
-            ->check(CheckNotEmpty)
-            ->check(CheckNoFolder)
-            ->option_text(" ");
+        AddFile("FILE", file, "file to write, JSON")->required()->check(CheckNoFolder);
         app.add_flag("-y,--yes", yes, "replace any file, without a question");
     }
 

@@ -5,7 +5,7 @@
 #include <sstream>
 #include <system_error>
 
-#include "client/Nearest.h"
+#include "client/GripperSettings.h"
 #include "client/Printable.h"
 
 namespace tavrik {
@@ -24,8 +24,7 @@ std::string Command::ChosenGripper(Daemon& daemon) const {
 }
 
 CLI::Option* Command::AddSetNumber(int& number) {
-    constexpr int kLargestSet = 31;  // higher indices are not parameter sets
-    return AddNumber("-s,--set", number, kLargestSet, "parameter set (force and limits)");
+    return AddNumber("-s,--set", number, kSetCount - 1, "parameter set (force and limits)");
 }
 
 CLI::Option* Command::AddNumber(const std::string& name, int& number, int largest,
@@ -40,6 +39,13 @@ CLI::Option* Command::AddNumber(const std::string& name, int& number, int larges
 
 void Command::AddJson() {
     app.add_flag("--json", json, "print JSON");
+}
+
+CLI::Option* Command::AddFile(const std::string& name, std::string& path,
+                              const std::string& description) {
+    return app.add_option(name, path, description)
+        ->check(CheckNotEmpty)
+        ->option_text(name.starts_with('-') ? "FILE" : " ");
 }
 
 std::string CommandText(const std::string& command, const Gripper& gripper,

@@ -3,12 +3,14 @@
 #include <CLI/App.hpp>
 #include <chrono>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "client/Daemon.h"
 #include "client/Failure.h"
 #include "client/Gripper.h"
+#include "client/MotionJudge.h"
 #include "tavrikctl/Printer.h"
 
 namespace tavrik {
@@ -35,6 +37,9 @@ protected:
     CLI::Option* AddNumber(const std::string& name, int& number, int largest,
                            const std::string& description);
     void AddJson();
+    /// @param name with dashes for an option; otherwise that of an argument
+    CLI::Option* AddFile(const std::string& name, std::string& path,
+                         const std::string& description);
 
     /// The device string of the gripper that is named, or of the only one.
     /// @throws Failure (NoGripper)
@@ -71,7 +76,7 @@ struct Motion {
     std::string description;
     std::string method;
     Argument argument = Argument::None;
-    bool moves = true;  ///< whether its end can be waited for
+    std::optional<MotionKind> kind = {};  ///< if its end can be waited for
 };
 std::unique_ptr<Command> MakeMotionCommand(CLI::App& program, const Motion& motion);
 

@@ -30,16 +30,10 @@ public:
     DoctorCommand(CLI::App& program, const Endpoint& endpoint)
         : Command(program, "doctor", "Check everything between the robot and the gripper"),
           endpoint(endpoint) {
-        app.add_option("--bundle", bundle, "also write report, versions and log to FILE (tar.gz)")
-            ->check(CheckNotEmpty)
-            ->option_text("FILE");
-        app.add_option("--cell", cellFile, "compare the grippers with FILE of 'cell save'")
-            ->check(CheckNotEmpty)
-            ->option_text("FILE");
+        AddFile("--bundle", bundle, "also write report, versions and log to FILE (tar.gz)");
+        AddFile("--cell", cellFile, "compare the grippers with FILE of 'cell save'");
         app.add_flag("--strict", strict, "fail if anything is marked wrong");
-        app.add_option("--log", logFile, "file with the daemon's log (default: the journal)")
-            ->check(CheckNotEmpty)
-            ->option_text("FILE");
+        AddFile("--log", logFile, "file with the daemon's log (default: the journal)");
         AddJson();
     }
 

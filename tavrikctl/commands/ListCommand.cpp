@@ -70,12 +70,11 @@ Cell Remark(const Entry& entry, const CellChanges& changes) {
 void PrintTable(const std::vector<Entry>& entries, const CellChanges& changes, Printer& printer) {
     std::vector<std::vector<Cell>> rows;
     for (const Entry& entry : entries) {
-        const std::string flags = entry.data.FlagText();
         rows.push_back({{Printable(entry.gripper)},
                         {entry.model.Text()},
                         {std::to_string(entry.data.state)},
                         {HundredthsText(entry.data.position)},
-                        {flags.empty() ? "none" : flags, !flags.empty()},
+                        {entry.data.FlagText("none"), entry.data.HasFlags()},
                         Remark(entry, changes)});
     }
     for (const auto& change : changes) {
@@ -125,9 +124,7 @@ public:
     explicit ListCommand(CLI::App& program)
         : Command(program, "list", "List all grippers with their model, state and position") {
         app.add_flag("--passive", passive, "send nothing: silent grippers are not detected");
-        app.add_option("--cell", cellFile, "compare with FILE of 'cell save'")
-            ->check(CheckNotEmpty)
-            ->option_text("FILE");
+        AddFile("--cell", cellFile, "compare with FILE of 'cell save'");
         AddJson();
     }
 

@@ -18,13 +18,6 @@ constexpr std::chrono::seconds kStopLimit(3);
 constexpr int kStopAttempts = 10;
 constexpr std::chrono::milliseconds kStopPause(100);
 
-MotionKind KindOf(const std::string& method) {
-    return method == "Grip"      ? MotionKind::Grip
-           : method == "Release" ? MotionKind::Release
-           : method == "Disable" ? MotionKind::Disable
-                                 : MotionKind::Reference;
-}
-
 ExitStatus ExitStatusOf(MotionEnd end) {
     switch (end) {
         case MotionEnd::DidNotMove:
@@ -47,9 +40,7 @@ ExitStatus ExitStatusOf(MotionEnd end) {
 class MotionCommand : public Command {
 public:
     MotionCommand(CLI::App& program, const Motion& motion)
-        : Command(program, motion.name, motion.description),
-          motion(motion),
-          kind(KindOf(motion.method)) {
+        : Command(program, motion.name, motion.description), motion(motion) {
         if (motion.argument == Motion::Argument::OnOff) {
             app.add_option("SWITCH", onOff, "on or off")->required();
         }
@@ -57,7 +48,7 @@ public:
         if (motion.argument == Motion::Argument::Set) {
             AddSetNumber(set);
         }
-        if (motion.moves) {
+        if (motion.kind) {
             AddWaiting();
         }
         AddJson();
@@ -73,8 +64,7 @@ public:
         if (json) {
             printer.Json({{"gripper", gripper.DeviceString()}, {"status", 0}});
         } else {
-            printer.Line(gripper.Name() + ": " +
-                         (motion.moves ? motion.name + " started" : "done"));
+            printer.Line(gripper.Name() + ": " + (motion.kind ? motion.name + " started" : "done"));
         }
         return ExitStatus::Done;
     }
@@ -85,12 +75,12 @@ private:
             app.add_flag("--wait", wait, "wait for the end of the motion and print the result");
         AddTimeOption(app, "--within", limit, "time limit of --wait, 0.001 to 3600 s (default: 30)")
             ->needs(flag);
-        if (kind == MotionKind::Grip) {
+        if (motion.kind == MotionKind::Grip) {
             AddTimeOption(app, "--hold-for", holdTime,
                           "then watch the part for this time; fail if it is lost")
                 ->needs(flag);
         }
-        if (kind != MotionKind::Disable) {
+        if (motion.kind != MotionKind::Disable) {
             app.add_flag("--stop-on-interrupt", stopOnInterrupt,
                          "on Ctrl-C during the motion, switch the drive off")
                 ->needs(flag)
@@ -145,14 +135,14 @@ private:
     }
 
     MotionResult Perform(const Gripper& gripper, const std::stop_token& stop) const {
-        GripperMotion run(gripper, kind, set);
+        GripperMotion run(gripper, *motion.kind, set);
         try {
             RequireSuccess(gripper, run.Start());
         } catch (const Failure&) {
             if (!stop.stop_requested()) {
                 throw;
             }
-            return {kind, MotionEnd::Interrupted, ProcessData(0), false};
+            return {*motion.kind, MotionEnd::Interrupted, ProcessData(0), false};
         }
         const MotionResult result = run.AwaitEnd(limit, stop);
         const bool holds = holdTime.count() > 0 && result.end == MotionEnd::Gripped;
@@ -216,7 +206,6 @@ private:
     }
 
     const Motion motion;
-    const MotionKind kind;  // if it moves
     std::string onOff;
     int set = 0;
     bool wait = false;

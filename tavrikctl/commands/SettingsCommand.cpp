@@ -1,6 +1,9 @@
+#include <unistd.h>
+
 #include <algorithm>
 #include <filesystem>
 #include <functional>
+#include <iostream>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <utility>
@@ -10,7 +13,6 @@
 #include "client/JsonFile.h"
 #include "client/Printable.h"
 #include "client/SettingsTransfer.h"
-#include "tavrikctl/Consent.h"
 #include "tavrikctl/Interruption.h"
 #include "tavrikctl/ProgressLine.h"
 #include "tavrikctl/commands/Command.h"
@@ -136,6 +138,19 @@ void Print(const GripperSettings& settings, Printer& printer) {
     printer.Line(std::string("Other sets") + (hasLeds ? " and LEDs" : "") + ": 0 or absent.");
 }
 
+/// Whether the user can be asked: standard input and output are a terminal.
+bool CanAskUser() {
+    return isatty(STDIN_FILENO) == 1 && isatty(STDOUT_FILENO) == 1;
+}
+
+/// Asks a question on the terminal and waits for a line. @return whether it says y or yes
+bool AskUser(const std::string& question) {
+    std::cout << question << " [y/N] " << std::flush;
+    std::string answer;
+    std::getline(std::cin, answer);
+    return answer == "y" || answer == "Y" || answer == "yes";
+}
+
 /// What the four commands have in common.
 class SettingsCommand : public Command {
 protected:
@@ -143,10 +158,7 @@ protected:
                     const std::string& fileDescription)
         : Command(program, name, description) {
         if (!fileDescription.empty()) {
-            app.add_option("FILE", file, fileDescription)
-                ->required()
-                ->check(CheckNotEmpty)
-                ->option_text(" ");
+            AddFile("FILE", file, fileDescription)->required();
         }
         AddGripper();
     }
@@ -349,19 +361,9 @@ private:
     }
 
     static std::string ResultText(const SettingsTransfer::Step& step, int after) {
-        using Result = SettingsTransfer::Result;
-        switch (step.result) {
-            case Result::Written:
-                return after == step.difference.to
-                           ? "written"
-                           : "not taken: is " + SettingText(*step.difference.place.setting, after);
-            case Result::Refused:
-                return "refused: status " + std::to_string(step.status);
-            case Result::Unknown:
-                return "may be written";
-            default:
-                return "not written";
-        }
+        const auto& [place, from, to] = step.difference;
+        const bool isLost = step.result == SettingsTransfer::Result::Written && after != to;
+        return isLost ? "not taken: is " + SettingText(*place.setting, after) : step.ResultText();
     }
 
     void Finish(const Gripper& gripper, const Endpoint& server, const std::string& result,

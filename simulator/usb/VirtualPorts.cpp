@@ -7,11 +7,9 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
-#include <system_error>
 #include <utility>
 
 #include "simulator/FileDescriptor.h"

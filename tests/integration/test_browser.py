@@ -147,6 +147,17 @@ class CellViewTest(BrowserTestCase):
                 self.driver.close()
         self.driver.switch_to.window(first)
 
+    def test_a_stream_that_is_silent_is_opened_again(self):
+        opened = self.driver.execute_async_script("""
+            const done = arguments[arguments.length - 1];
+            let opened = 0;
+            window.EventSource = class extends EventTarget {
+              constructor() { super(); opened += 1; if (opened === 2) done(opened); }
+              close() {}
+            };
+            import("/source.js").then(({ Source }) => new Source(() => {}).open());""")
+        self.assertEqual(opened, 2)
+
     def test_it_is_accessible(self):
         self.expect_accessible()
 

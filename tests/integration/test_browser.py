@@ -200,6 +200,17 @@ class GripperViewTest(BrowserTestCase):
               done(history.flagChanges(0, 99));
             });"""), [0, 49, 50, 51, 99])
 
+    def test_plots_go_on_after_the_clock_was_set_back(self):
+        self.assertEqual(self.driver.execute_async_script("""
+            const done = arguments[arguments.length - 1];
+            import("/history.js").then(({ History }) => {
+              const history = new History();
+              for (const time of [10, 20, 30, 40, 25, 35]) {
+                history.add(time, { position: time, state: 8, flags: 0 });
+              }
+              done([history.times, history.values.map(({ position }) => position)]);
+            });"""), 2 * [[10, 20, 25, 35]])
+
     def test_plots_are_zoomed_by_buttons(self):
         def labels():
             return self.texts(".plot:not(.small) .dygraph-axis-label-x")

@@ -11,9 +11,9 @@ import time
 from selenium.webdriver.common.keys import Keys
 
 from .harness.browser import HVA, MZD, BrowserTestCase
-from .harness.cell import wait_until
+from .harness.cell import PATIENCE, wait_until
 from .harness.cell_test_case import main
-from .harness.web import ORIGIN, PORT, Viewer, post
+from .harness.web import ORIGIN, PORT, Viewer, Web, post
 
 # What another page may try; each line adds what came of it to `results`.
 EVIL = """
@@ -240,6 +240,17 @@ class ControlTest(BrowserTestCase):
         mark = self.web.log.mark()
         self.press("Drive off")
         self.web.log.wait_for(f"Command from 127.0.0.1 to '{HVA}': disable: done", since=mark)
+
+
+class RestartTest(BrowserTestCase):
+    def test_control_is_lost_to_another_while_tavrikweb_restarts(self):
+        self.console = ["ERR_", "403"]  # of the restart, and of the next sign of life
+        self.take_control_of_page()
+        self.web.stop()
+        type(self).web = Web(*self.web_options)
+        self.addClassCleanup(self.web.stop)
+        self.take_control()  # before the page is connected again
+        self.wait_for_text("#control", "A browser at 127.0.0.1 has control", 2 * PATIENCE)
 
 
 class SessionTest(BrowserTestCase):

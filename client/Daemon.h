@@ -32,7 +32,7 @@ std::string DoctorAdvice(const Endpoint& endpoint);
 /// time.
 class Daemon {
 public:
-    /// @param stop ends a running call early, with a Failure (NoDaemon)
+    /// @param stop ends a running call early, with a Failure (NoDaemon); later calls are not made
     explicit Daemon(const Endpoint& endpoint, std::stop_token stop = {});
 
     /// @throws Failure (NoDaemon, BadAnswer): faults too

@@ -37,7 +37,8 @@ struct Endpoint {
 class HttpTransport : public xmlrpc_c::clientXmlTransport {
 public:
     /// @param endpoint its timeout covers connecting, sending and receiving
-    /// @param stop ends a running call within about a second, with a Failure (NoDaemon)
+    /// @param stop ends a running call within about a second, with a Failure (NoDaemon); nothing
+    /// is sent for later calls, which fail with the same status
     HttpTransport(const Endpoint& endpoint, std::stop_token stop);
 
     /// Posts `callXml`. The carriage parameter is unused: there is one server.

@@ -21,8 +21,8 @@ namespace {
 constexpr const char* kExitStatuses =
     R"(Exit status:
   0    done
-  1    the gripper's master refused with an error code of its own, or a
-       setting does not have the value that was set
+  1    the gripper's master refused with an error code of its own, a setting
+       does not have the value that was set, or 'restore' was declined
   2    invalid command line or file
   3    gripper not plugged in, not supported by its model, or daemon busy
   4    the daemon cannot be reached or did not answer in time

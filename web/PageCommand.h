@@ -10,6 +10,12 @@
 
 namespace tavrik {
 
+/// What became of a command, in words.
+struct CommandResult {
+    bool isDone = false;
+    std::string text;
+};
+
 /// What a page asked for that moves a gripper or changes it.
 class PageCommand {
 public:

@@ -99,24 +99,28 @@ std::string WrittenText(const SettingsTransfer& transfer) {
            (unknown == 0 ? "" : ", " + std::to_string(unknown) + " may have been");
 }
 
-void LogSteps(const SettingsTransfer& transfer,
-              const std::function<void(const std::string&)>& log) {
-    for (const auto& step : transfer.Steps()) {
-        const auto& [place, from, to] = step.difference;
-        log(place.Name() + " = " + SettingText(*place.setting, to) + ": " + step.ResultText());
-    }
+std::string LogText(const SettingsTransfer::Step& step) {
+    const auto& [place, from, to] = step.difference;
+    return place.Name() + " = " + SettingText(*place.setting, to) + ": " + step.ResultText();
 }
 
+/// Logs each write when it has been made, and those that are not made at the end.
 void WriteLogged(SettingsTransfer& transfer, const GripperSettings& before,
                  const Differing& differences, const SettingsTransfer::Progress& progress,
                  const std::function<void(const std::string&)>& log) {
+    std::size_t logged = 0;
+    const auto logNext = [&] { log(LogText(transfer.Steps()[logged++])); };
     try {
-        transfer.Write(before, differences, progress);
+        transfer.Write(before, differences, [&](double part) {
+            logNext();
+            progress(part);
+        });
     } catch (...) {  // also what the XML-RPC library throws
-        LogSteps(transfer, log);
+        while (logged < transfer.Steps().size()) {
+            logNext();
+        }
         throw;
     }
-    LogSteps(transfer, log);
 }
 
 }  // namespace

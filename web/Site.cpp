@@ -27,7 +27,6 @@ constexpr double kScrapesPerSecond = 50;
 constexpr double kRequestsPerSecond = 30;
 constexpr double kLogRequestsPerSecond = 50;  // each viewer sends one; served from memory
 constexpr double kRefusalLinesPerSecond = 100;
-constexpr std::size_t kDriveOffsAtOnce = 4;  // connections to the daemon, which has 15 places
 constexpr std::chrono::seconds kCellEventPeriod(1);  // also shows a viewer that nothing has failed
 constexpr const char* kTokenHeader = "x-tavrik-control";
 
@@ -104,7 +103,10 @@ Site::Site(const SiteOptions& options)
       poller(
           options.daemon, [this] { return hub.Count(); },
           [this](const Cell& cell, bool isNew) { Publish(cell, isNew); }),
-      driveOffs(options.daemon, kDriveOffsAtOnce),
+      driveOffs(options.daemon,
+                [this](const PageCommand& command, Daemon& daemon) {  // nothing may refuse it
+                    return Call(command, Gripper(daemon, command.Device()));
+                }),
       motions(options.daemon),
       readings(options.daemon),
       log(options.log) {}
@@ -251,54 +253,60 @@ void Site::RunCommand(const HttpRequest& request, const json& body, const Reply&
         return;
     }
     const PageCommand command(body);
+    const Sender sender{request.peer, *request.Header(kTokenHeader)};
+    const auto report = [command, sender, reply](const CommandResult& result) {
+        LogLine() << "Command from " << sender.peer << " to '" << Printable(command.Device())
+                  << "': " << command.Text() << ": " << Printable(result.text);
+        reply(Outcome(result.isDone, command.Text() + ": " + result.text));
+    };
+    bool isTaken = false;
     if (command.IsDisable()) {
         motions.Drop(command.Device());  // they must not move it again
+        isTaken = driveOffs.Do(command, report);
+    } else {
+        isTaken = motions.Do(
+            [this, command, sender, report](Daemon& daemon, const std::stop_token& dropped) {
+                report(Execute(command, sender, daemon, dropped));
+            },
+            command.Device());
     }
-    Worker& worker = command.IsDisable() ? driveOffs : motions;
-    const Sender sender{request.peer, *request.Header(kTokenHeader)};
-    const bool isTaken = worker.Do(
-        [this, command, sender, reply](Daemon& daemon, const std::stop_token& dropped) {
-            reply(Execute(command, sender, daemon, dropped));
-        },
-        command.Device());
     if (!isTaken) {
         reply(Outcome(false, "too many commands are waiting", kUnavailable));
     }
 }
 
-HttpResponse Site::Execute(const PageCommand& command, const Sender& sender, Daemon& daemon,
-                           const std::stop_token& dropped) {
+/// Runs what has waited, unless the sender has lost control or the drive was switched off.
+CommandResult Site::Execute(const PageCommand& command, const Sender& sender, Daemon& daemon,
+                            const std::stop_token& dropped) {
     const Gripper gripper(daemon, command.Device());
-    std::string result;
-    bool isDone = false;
-    bool isSent = false;
     try {
-        if (!command.IsDisable()) {  // nothing may delay or refuse the drive off
-            daemon.FindGripper(command.Device(), true);
-            ExpectControl(sender);
-            if (dropped.stop_requested()) {
-                throw Failure(ExitStatus::NotSent, "not sent: the drive was switched off");
-            }
-        }
-        isSent = true;
-        const int status = Send(command, gripper);
-        result = status == 0 ? std::string(command.Success())
-                             : gripper.StatusText(status, command.Method());
-        if (status == 0) {
-            command.Confirm(gripper);
-            isDone = true;
-        }
+        daemon.FindGripper(command.Device(), true);
+        ExpectControl(sender);
     } catch (const std::exception& failure) {  // also what the XML-RPC library throws
-        result = failure.what();
+        return {false, failure.what()};
     }
-    if (!command.IsDisable() && isSent && dropped.stop_requested()) {
+    if (dropped.stop_requested()) {
+        return {false, "not sent: the drive was switched off"};
+    }
+    const CommandResult result = Call(command, gripper);
+    if (dropped.stop_requested()) {
         // The drive off may have overtaken the command.
-        result += "; drive off again: " + SwitchOff(gripper);
-        isDone = false;
+        return {false, result.text + "; drive off again: " + SwitchOff(gripper)};
     }
-    LogLine() << "Command from " << sender.peer << " to '" << gripper.Name()
-              << "': " << command.Text() << ": " << Printable(result);
-    return Outcome(isDone, command.Text() + ": " + result);
+    return result;
+}
+
+CommandResult Site::Call(const PageCommand& command, const Gripper& gripper) {
+    try {
+        const int status = Send(command, gripper);
+        if (status != 0) {
+            return {false, gripper.StatusText(status, command.Method())};
+        }
+        command.Confirm(gripper);
+        return {true, std::string(command.Success())};
+    } catch (const std::exception& failure) {  // also what the XML-RPC library throws
+        return {false, failure.what()};
+    }
 }
 
 /// Runs the command and counts it, but only for a gripper that was listed: the name is the page's.

@@ -13,6 +13,7 @@
 #include "client/HttpTransport.h"
 #include "web/Assets.h"
 #include "web/Control.h"
+#include "web/DriveOffs.h"
 #include "web/EventStream.h"
 #include "web/Guard.h"
 #include "web/HttpServer.h"
@@ -76,8 +77,9 @@ private:
     void DoForGripper(
         const nlohmann::json& body, const Reply& reply,
         std::function<nlohmann::ordered_json(const Gripper&, const PageProgress&)> job);
-    HttpResponse Execute(const PageCommand& command, const Sender& sender, Daemon& daemon,
-                         const std::stop_token& dropped);
+    CommandResult Execute(const PageCommand& command, const Sender& sender, Daemon& daemon,
+                          const std::stop_token& dropped);
+    CommandResult Call(const PageCommand& command, const Gripper& gripper);
     int Send(const PageCommand& command, const Gripper& gripper);
     void ExpectControl(const Sender& sender);
     bool HasControl(const HttpRequest& request);
@@ -102,9 +104,9 @@ private:
     std::string lastControl;                    // the poller's thread alone, like the next one
     std::chrono::steady_clock::time_point nextCellEvent{};
     Poller poller;
-    Worker driveOffs;  // so that no drive off waits for a motion, or for another silent master
-    Worker motions;    // short, so that no motion waits for the others
-    Worker readings;   // settings and the doctor
+    DriveOffs driveOffs;  // so that none waits for a motion, or for another silent master
+    Worker motions;       // short, so that no motion waits for the others
+    Worker readings;      // settings and the doctor
     LogFeed log;
 };
 

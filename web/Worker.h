@@ -51,7 +51,7 @@ private:
     Entries::iterator NextLocked();
     bool IsBusyLocked(const std::string& subject) const;
 
-    static constexpr std::size_t kMostWaiting = 32;
+    static constexpr std::size_t kMostWaiting = 64;  // two for each gripper of a large cell
     static constexpr std::ptrdiff_t kMostWaitingForSubject = 4;  // leaves room for the others
 
     const Endpoint endpoint;

@@ -1,5 +1,7 @@
 """The page of tavrikweb in a real browser: its views, and what they show of the cell."""
 
+import re
+
 from selenium.webdriver.common.keys import Keys
 
 from .harness.browser import HVA, MZD, SHORT, BrowserTestCase
@@ -8,6 +10,40 @@ from .harness.cell_test_case import main
 from .harness.web import ORIGIN, LogFile, Viewer, Web
 
 KILOBYTE = 1024
+HOUR = 3600  # seconds
+
+# How far from the left each line of pixels of a canvas is drawn first, as a part of its width.
+DRAWN = """
+const { width, height } = arguments[0];
+const { data } = arguments[0].getContext("2d").getImageData(0, 0, width, height);
+return Array.from({ length: height }, (_, y) => {
+  for (let x = 0; x < width; ++x) {
+    if (data[4 * (width * y + x) + 3] > 0) return x / width;
+  }
+  return null;
+});
+"""
+
+# A card whose gripper was at 0 until 10 s ago, and since then at 10; drawn on the page.
+CARD = """
+const done = arguments[arguments.length - 1];
+Promise.all([import("/cell.js"), import("/history.js")]).then(([{ CellView }, { History }]) => {
+  const history = new History();
+  const now = Date.now();
+  for (let age = 60; age >= 0; age -= 0.1) {
+    history.add(now - 1000 * age, { position: age > 10 ? 0 : 10, state: 8, flags: 0 });
+  }
+  const model = { cell: { reachable: true, grippers: [{ device: "x", name: "x", copies: 1 }] },
+                  values: new Map(), history: () => history, isStale: () => false, age: () => 0 };
+  const view = new CellView(model);
+  document.getElementById("content").append(view.root);
+  for (const position of [0, 10]) { // the ends of the scale
+    model.values.set("x", { position, state: 8, flags: 0, age: 0, isCertain: true });
+    view.update();
+  }
+  done(view.root.querySelector("canvas"));
+});
+"""
 
 
 class CellViewTest(BrowserTestCase):
@@ -22,6 +58,36 @@ class CellViewTest(BrowserTestCase):
     def test_the_header_tells_version_and_ports(self):
         self.wait_for_text("#daemon", "TavrikDaemon 2.2.4")
         self.wait_for_text("#daemon", "ports 44221 and 44222")
+
+    def uptime(self):
+        """Seconds, as the header tells."""
+        text = re.search("tavrikweb has run for ([^,]*),", self.texts("#daemon")[0])[1]
+        return sum(int(count) * {"min": 60, "s": 1}[unit]
+                   for count, unit in re.findall(r"(\d+) (\w+)", text))
+
+    def test_the_header_tells_the_uptime(self):
+        with Viewer() as viewer:
+            before = viewer.wait_for("cell")["uptime"]
+        wait_until(lambda: self.uptime() > before)
+        shown = self.uptime()
+        with Viewer() as viewer:
+            self.assertLessEqual(shown, viewer.wait_for("cell")["uptime"])
+
+    def drawn(self, canvas):
+        return [place for place in self.driver.execute_script(DRAWN, canvas) if place is not None]
+
+    def test_a_card_draws_its_motion(self):
+        self.console = ["Canvas2D: Multiple readback"]  # by this test
+        canvas = self.all(".card canvas")[1]
+        wait_until(lambda: self.drawn(canvas))
+        self.assertLess(len(self.drawn(canvas)), 5)  # a horizontal line
+        self.call("Reference", MZD)
+        wait_until(lambda: len(self.drawn(canvas)) > 40)
+
+    def test_the_line_of_a_card_shows_30_s(self):
+        drawn = self.drawn(self.driver.execute_async_script(CARD))
+        self.assertLess(drawn[-1], 0.05)  # at the bottom: at 0, from the left on
+        self.assertAlmostEqual(drawn[0], 20 / 30, delta=0.05)  # at the top
 
     def test_a_gripper_that_is_unplugged_is_greyed_and_comes_back(self):
         with self.condition("unplug 1", "plug 1"):
@@ -81,6 +147,17 @@ class CellViewTest(BrowserTestCase):
                 self.driver.close()
         self.driver.switch_to.window(first)
 
+    def test_a_stream_that_is_silent_is_opened_again(self):
+        opened = self.driver.execute_async_script("""
+            const done = arguments[arguments.length - 1];
+            let opened = 0;
+            window.EventSource = class extends EventTarget {
+              constructor() { super(); opened += 1; if (opened === 2) done(opened); }
+              close() {}
+            };
+            import("/source.js").then(({ Source }) => new Source(() => {}).open());""")
+        self.assertEqual(opened, 2)
+
     def test_it_is_accessible(self):
         self.expect_accessible()
 
@@ -123,6 +200,17 @@ class GripperViewTest(BrowserTestCase):
               done(history.flagChanges(0, 99));
             });"""), [0, 49, 50, 51, 99])
 
+    def test_plots_go_on_after_the_clock_was_set_back(self):
+        self.assertEqual(self.driver.execute_async_script("""
+            const done = arguments[arguments.length - 1];
+            import("/history.js").then(({ History }) => {
+              const history = new History();
+              for (const time of [10, 20, 30, 40, 25, 35]) {
+                history.add(time, { position: time, state: 8, flags: 0 });
+              }
+              done([history.times, history.values.map(({ position }) => position)]);
+            });"""), 2 * [[10, 20, 25, 35]])
+
     def test_plots_are_zoomed_by_buttons(self):
         def labels():
             return self.texts(".plot:not(.small) .dygraph-axis-label-x")
@@ -137,6 +225,22 @@ class GripperViewTest(BrowserTestCase):
         self.press("Zoom out")
         wait_until(lambda: labels() and labels() != shown)
         self.assertFalse(self.find("button", "Zoom out").is_enabled())
+
+    def plotted_time(self):
+        """Seconds between the first label of the time axis and the last one."""
+        labels = [label for label in self.texts(".plot:not(.small) .dygraph-axis-label-x") if label]
+        if len(labels) < 2:
+            return 0
+        times = [sum(int(part) * unit for part, unit in zip(label.split(":"), (HOUR, 60, 1)))
+                 for label in (labels[0], labels[-1])]
+        return (times[1] - times[0]) % (24 * HOUR)
+
+    def test_plots_show_10_s_to_1_h(self):
+        wait_until(lambda: self.all(".plot canvas"))
+        self.find("option", "1 h").click()
+        wait_until(lambda: HOUR / 2 < self.plotted_time() <= HOUR)
+        self.find("option", "10 s").click()
+        wait_until(lambda: 5 < self.plotted_time() <= 10)
 
     def test_settings_are_shown_in_a_table(self):
         self.press("Read settings")

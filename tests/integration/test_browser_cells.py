@@ -36,21 +36,30 @@ class EveryViewTestCase(LogFile, BrowserTestCase):
         wait_until(lambda: {text.split(",")[0] for text in self.texts(".log .owner")} ==
                    {name, "daemon"})
         self.find("option", "all grippers").click()
-        self.wait_for_text(".log .owner", HVA)
+        self.wait_for_text(".log .owner", self.call("GetGrippers")[0])
         self.expect_accessible()
         self.set_width(360)
         self.assertLessEqual(
             self.driver.execute_script("return document.documentElement.scrollWidth"), 360)
 
 
-class OneGripperTest(BrowserTestCase):
+class OneGripperTest(EveryViewTestCase):
     options = ("--gripper", "TLM")
-    web_options = ("--log", "/nowhere/daemon.log")
 
-    def test_every_view_shows_it(self):
+    def test_the_plots_show_it_alone(self):
         self.open_gripper("TLM SN:100001")
         wait_until(lambda: len(self.all(".plot canvas")) == 6)
         self.assertFalse(self.driver.find_element("css selector", ".others").is_displayed())
+
+    def test_log_and_settings_are_shown(self):
+        self.expect_log_and_settings("TLM SN:100001", 1)
+
+
+class NoLogTest(BrowserTestCase):
+    options = ("--gripper", "TLM")
+    web_options = ("--log", "/nowhere/daemon.log")
+
+    def test_it_tells_why(self):
         self.find("nav a", "Log").click()
         self.wait_for_text(".note", "No log: failed to read /nowhere/daemon.log")
         self.assertEqual(len(self.all("#log-filter option")), 2)

@@ -10,10 +10,10 @@ import time
 
 from selenium.webdriver.common.keys import Keys
 
-from .harness.browser import HVA, BrowserTestCase
-from .harness.cell import wait_until
+from .harness.browser import HVA, MZD, BrowserTestCase
+from .harness.cell import PATIENCE, wait_until
 from .harness.cell_test_case import main
-from .harness.web import ORIGIN, PORT, Viewer, post
+from .harness.web import ORIGIN, PORT, Viewer, Web, post
 
 # What another page may try; each line adds what came of it to `results`.
 EVIL = """
@@ -240,6 +240,42 @@ class ControlTest(BrowserTestCase):
         mark = self.web.log.mark()
         self.press("Drive off")
         self.web.log.wait_for(f"Command from 127.0.0.1 to '{HVA}': disable: done", since=mark)
+
+
+class RestartTest(BrowserTestCase):
+    def test_control_is_lost_to_another_while_tavrikweb_restarts(self):
+        self.console = ["ERR_", "403"]  # of the restart, and of the next sign of life
+        self.take_control_of_page()
+        self.web.stop()
+        type(self).web = Web(*self.web_options)
+        self.addClassCleanup(self.web.stop)
+        self.take_control()  # before the page is connected again
+        self.wait_for_text("#control", "A browser at 127.0.0.1 has control", 2 * PATIENCE)
+
+
+class SessionTest(BrowserTestCase):
+    def numbers(self):
+        """Motions, commands, refusals, time-outs and the slowest answer."""
+        return self.texts("section[aria-label='This session'] dd")
+
+    def test_its_numbers_are_those_of_each_gripper(self):
+        self.take_control_of_page()
+        self.open_gripper()
+        wait_until(lambda: self.numbers() == ["0", "0", "0", "0", "–"])
+        self.press("Reference run")
+        wait_until(lambda: self.numbers()[1:4] == ["1", "0", "0"])
+        wait_until(lambda: self.numbers()[0] == "1")
+        self.wait_for_text("dl", "reference run done")
+        self.press("Holdfast on")
+        self.wait_for_text(".motions output", "not supported by its model")
+        wait_until(lambda: self.numbers()[1:4] == ["2", "1", "0"])
+        with self.condition("mute 0 on", "mute 0 off"):
+            self.press("Drive off")
+            wait_until(lambda: self.numbers()[1:4] == ["3", "1", "1"])
+        self.assertGreaterEqual(float(self.numbers()[4].removesuffix(" s")), 1)
+        self.find("h1 a", "Grippers").click()
+        self.open_gripper(MZD)
+        wait_until(lambda: self.numbers() == ["0", "0", "0", "0", "–"])
 
 
 class ViewOnlyTest(BrowserTestCase):

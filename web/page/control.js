@@ -3,6 +3,7 @@
 import { element, setText } from "./dom.js";
 
 const KEEP_MS = 15000;
+const FORBIDDEN = 403;
 
 /** Posts to the server. @return its answer, always with `ok` and `text` */
 export async function post(path, body, token = "", keepalive = false) {
@@ -16,7 +17,7 @@ export async function post(path, body, token = "", keepalive = false) {
     });
     const text = await answer.text();
     try {
-      return { text: "", ...JSON.parse(text) };
+      return { text: "", status: answer.status, ...JSON.parse(text) };
     } catch {
       return { ok: false, text: text.trim() };
     }
@@ -44,7 +45,7 @@ export class Control {
     });
     this.release.addEventListener("click", () => this.releaseControl());
     window.addEventListener("pagehide", () => this.releaseControl());
-    setInterval(() => this.token && post("/api/control/keep", {}, this.token), KEEP_MS);
+    setInterval(() => this.keepControl(), KEEP_MS);
     root.append(this.status, this.form, this.release);
     this.note = "";
   }
@@ -63,6 +64,17 @@ export class Control {
       this.code.value = "";
     }
     this.update();
+  }
+
+  /** Gives the sign of life. A tavrikweb that was restarted meanwhile may have another holder. */
+  async keepControl() {
+    const { token } = this;
+    if (token && (await post("/api/control/keep", {}, token)).status === FORBIDDEN &&
+        token === this.token) {
+      this.token = "";
+      this.note = "this page has lost it";
+      this.update();
+    }
   }
 
   releaseControl() {

@@ -14,6 +14,10 @@ export class History {
     if (values === null && this.values.at(-1) === null) {
       return;
     }
+    while (this.times.at(-1) > time) { // the clock was set back
+      this.times.pop();
+      this.values.pop();
+    }
     this.times.push(time);
     this.values.push(values && { position: values.position, state: values.state, flags: values.flags });
     if (this.times.length > MOST + MOST / 10) {

@@ -1,6 +1,7 @@
 // The events of the server, by one connection, while somebody looks.
 
 const RETRY_MS = 2000;
+const SILENT_MS = 10000; // the server sends an event every second
 
 export class Source {
   /** @param emit gets {type: "cell" | "values", data} and {type: "lost", reason} */
@@ -8,6 +9,7 @@ export class Source {
     this.emit = emit;
     this.events = null;
     this.timer = 0;
+    this.silence = 0;
   }
 
   open() {
@@ -15,14 +17,27 @@ export class Source {
       return;
     }
     this.events = new EventSource("/events");
+    this.expectEvent();
     for (const type of ["cell", "values"]) {
-      this.events.addEventListener(type, (event) =>
-        this.emit({ type, data: JSON.parse(event.data) }));
+      this.events.addEventListener(type, (event) => {
+        this.expectEvent();
+        this.emit({ type, data: JSON.parse(event.data) });
+      });
     }
     this.events.addEventListener("error", () => this.onError());
   }
 
+  /** A connection can be lost without an error, as while the machine sleeps. */
+  expectEvent() {
+    clearTimeout(this.silence);
+    this.silence = setTimeout(() => {
+      this.close();
+      this.open();
+    }, SILENT_MS);
+  }
+
   close() {
+    clearTimeout(this.silence);
     clearTimeout(this.timer);
     this.events?.close();
     this.events = null;

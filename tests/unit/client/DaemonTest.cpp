@@ -101,5 +101,14 @@ TEST(GripperNameTest, WithoutGrippersAnyNameIsRejected) {
     EXPECT_FAILURE(MatchGripper({}, ""), NoGripper, "no grippers found");
 }
 
+TEST(DaemonTest, IsNotCalledAfterAnInterruption) {
+    Endpoint endpoint;
+    endpoint.port = 1;  // nobody listens: a call would say so
+    std::stop_source stop;
+    Daemon daemon(endpoint, stop.get_token());
+    stop.request_stop();
+    EXPECT_FAILURE(daemon.Get<int>("Disable"), NoDaemon, "127.0.0.1:1 was not called: interrupted");
+}
+
 }  // namespace
 }  // namespace tavrik

@@ -114,6 +114,16 @@ TEST_F(PageSettingsTest, ARestoreTellsItsStepsAndLogsWhatItWrites) {
     EXPECT_EQ(log, std::vector<std::string>{"force of set 3 = 61: written"});
 }
 
+TEST_F(PageSettingsTest, AWriteIsLoggedBeforeTheNextOneBegins) {
+    GripperSettings wanted = Read();
+    SetForceOf(wanted, 2, 60);
+    SetForceOf(wanted, 3, 61);
+    std::vector<std::size_t> logged;
+    Restore(wanted, [&] { logged.push_back(log.size()); });
+    EXPECT_EQ(logged, (std::vector<std::size_t>{0, 1}));
+    EXPECT_EQ(log.size(), 2U);
+}
+
 TEST_F(PageSettingsTest, ARefusedValueIsReportedWithItsStatus) {
     GripperSettings wanted = Read();
     SetForceOf(wanted, 2, kRefused);

@@ -6,6 +6,7 @@
 #include <future>
 
 #include "tests/support/WaitFor.h"
+#include "tests/unit/web/FakeDaemon.h"
 
 namespace tavrik {
 namespace {
@@ -97,6 +98,30 @@ TEST(WorkerEndTest, AsksTheRunningJobToStop) {
         begun.get_future().wait();
     }
     EXPECT_TRUE(wasTold.get_future().get());
+}
+
+TEST(WorkerEndTest, TheRunningJobCannotCallTheDaemonAnyMore) {
+    FakeDaemon fake;
+    fake.On("Disable", [](const auto&) { return xmlrpc_c::value_int(0); });
+    std::promise<void> begun;
+    std::promise<std::string> failure;
+    {
+        Worker worker(fake.Server());
+        worker.Do([&](Daemon& daemon, const std::stop_token& dropped) {
+            EXPECT_EQ(daemon.Get<int>("Disable"), 0);  // opens the connection
+            begun.set_value();
+            WaitFor([&] { return dropped.stop_requested(); });
+            try {
+                daemon.Get<int>("Disable");
+                failure.set_value("");
+            } catch (const Failure& caught) {
+                failure.set_value(caught.what());
+            }
+        });
+        begun.get_future().wait();
+    }
+    EXPECT_EQ(fake.Calls("Disable"), 1);
+    EXPECT_EQ(failure.get_future().get(), fake.Server().Address() + " was not called: interrupted");
 }
 
 }  // namespace

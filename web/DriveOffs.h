@@ -1,0 +1,38 @@
+#pragma once
+
+#include <functional>
+#include <map>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "web/PageCommand.h"
+#include "web/Worker.h"
+
+namespace tavrik {
+
+/// Switches drives off, those of several grippers at the same time. Requests for one gripper that
+/// wait ask for the same: one call of the daemon answers all of them.
+class DriveOffs {
+public:
+    /// Runs a command on a thread of its own, and returns the result.
+    using Run = std::function<CommandResult(const PageCommand& command, Daemon& daemon)>;
+    using Report = std::function<void(const CommandResult& result)>;
+
+    DriveOffs(const Endpoint& endpoint, Run run);
+
+    /// Any thread may call.
+    /// @param report called with the result of a call that begins after this one
+    /// @return false when too many grippers are waiting
+    bool Do(const PageCommand& command, Report report);
+
+private:
+    std::vector<Report> Take(const std::string& device);
+
+    const Run run;
+    std::mutex mutex;                                    // guards `waiting`; taken before Worker's
+    std::map<std::string, std::vector<Report>> waiting;  // by device
+    Worker worker;                                       // last: uses all others
+};
+
+}  // namespace tavrik

@@ -35,7 +35,7 @@ Finding CheckRunning(const Host& host) {
     }
     if (host.service->active != "active") {
         return {Mark::Wrong, kService, process + ", is being stopped",
-                "wait up to 45 s, then: systemctl start tavrikdaemon"};
+                "wait up to 60 s, then: systemctl start tavrikdaemon"};
     }
     return {Mark::Ok, kService, process + ", under systemd"};
 }

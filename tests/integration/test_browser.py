@@ -232,6 +232,7 @@ class GripperViewTest(BrowserTestCase):
         if len(labels) < 2:
             return 0
         times = [sum(int(part) * unit for part, unit in zip(label.split(":"), (HOUR, 60, 1)))
+                 if ":" in label else 0  # midnight has the date
                  for label in (labels[0], labels[-1])]
         return (times[1] - times[0]) % (24 * HOUR)
 

@@ -120,7 +120,10 @@ void Cell::Call(std::size_t number, const std::function<void(Station&)>& work) {
 
 void Cell::RemovePorts() {
     for (std::size_t number = 0; number < stations.size(); ++number) {
-        Call(number, [](Station& station) { station.port.reset(); });
+        Call(number, [](Station& station) {
+            Serve(station, Clock::now());  // what the daemon has written last
+            station.port.reset();
+        });
     }
 }
 

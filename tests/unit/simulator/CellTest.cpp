@@ -189,6 +189,17 @@ TEST_F(CellTest, RemovedPortsHangUp) {
     }
 }
 
+TEST_F(CellTest, RemovedPortsHaveServedWhatWasWrittenLast) {
+    for (std::size_t count = 1; count <= 100; ++count) {
+        const FileDescriptor tty = Plug(0, 0);
+        ASSERT_EQ(write(tty.Get(), "ID?\n", 4), 4);
+        cell.RemovePorts();
+        std::size_t requests = 0;
+        cell.Call(0, [&](Station& station) { requests = station.simulated->RequestCount(); });
+        ASSERT_EQ(requests, count);
+    }
+}
+
 TEST_F(CellTest, CallRethrowsExceptions) {
     EXPECT_THROW(cell.Call(0, [](Station&) { throw std::runtime_error("no"); }),
                  std::runtime_error);

@@ -8,8 +8,8 @@ namespace tavrik {
 /// Exit statuses of tavrikctl. 3, 5, 12 and 21 are the daemon's status codes.
 enum class ExitStatus {
     Done = 0,
-    Refused = 1,         ///< an error code of the gripper's master, or a setting does not have the
-                         ///< value that was set
+    Refused = 1,         ///< an error code of the gripper's master, a setting does not have the
+                         ///< value that was set, settings differ, or the user declined
     Usage = 2,           ///< invalid command line or file
     NotPossible = 3,     ///< unknown gripper, not supported by its model, or daemon busy
     NoDaemon = 4,        ///< the daemon cannot be reached or did not answer in time

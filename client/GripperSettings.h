@@ -64,6 +64,7 @@ std::vector<SettingPlace> DoubtfulZeros(const GripperSettings& settings);
 std::string SettingText(const Setting& setting, int value);
 
 /// The same for a value as calls return it, such as 2.0 or true.
+/// @throws nlohmann::json::type_error for a value that is not of the setting's type
 std::string ValueText(const Setting& setting, const nlohmann::ordered_json& value);
 
 /// A value in which two grippers, or a gripper and a file, differ.

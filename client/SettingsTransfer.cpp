@@ -74,7 +74,7 @@ ordered_json ReadValue(const Gripper& gripper, const SettingPlace& place) {
 
 ordered_json ReadBack(const Gripper& gripper, const SettingPlace& place,
                       const std::string& wanted) {
-    const ordered_json value = ReadValue(gripper, place);
+    ordered_json value = ReadValue(gripper, place);
     if (ValueText(*place.setting, value) == wanted) {
         return value;
     }

@@ -15,13 +15,14 @@
 
 namespace tavrik {
 
-/// Reads one value: a number or a boolean.
+/// Reads one value, a number or a boolean, within about a second.
+/// @param place of a setting that can be read
 /// @throws Failure (NoAnswer) when the reply came so late that it is not the gripper's;
 /// (BadAnswer) when it has an unexpected type
 nlohmann::ordered_json ReadValue(const Gripper& gripper, const SettingPlace& place);
 
-/// Reads a value that was set to `wanted`, in words; twice if it is not that, because a late reply
-/// to the setter also ends a read, which then returns the old value.
+/// Reads a value that was set to `wanted`, in words; again after 0.1 s if it is not that, because a
+/// late reply to the setter also ends a read, which then returns the old value.
 /// @throws Failure as ReadValue()
 nlohmann::ordered_json ReadBack(const Gripper& gripper, const SettingPlace& place,
                                 const std::string& wanted);

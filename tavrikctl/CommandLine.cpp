@@ -22,7 +22,8 @@ constexpr const char* kExitStatuses =
     R"(Exit status:
   0    done
   1    the gripper's master refused with an error code of its own, a setting
-       does not have the value that was set, or 'restore' was declined
+       does not have the value that was set, 'settings diff' found
+       differences, or 'restore' was declined
   2    invalid command line or file
   3    gripper not plugged in, not supported by its model, or daemon busy
   4    the daemon cannot be reached or did not answer in time

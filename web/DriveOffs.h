@@ -15,8 +15,10 @@ namespace tavrik {
 /// wait ask for the same: one call of the daemon answers all of them.
 class DriveOffs {
 public:
-    /// Runs a command on a thread of its own, and returns the result.
+    /// Runs a command and returns the result. Called on up to four threads at the same time; must
+    /// not throw.
     using Run = std::function<CommandResult(const PageCommand& command, Daemon& daemon)>;
+    /// Called on one of these threads, unless the DriveOffs ends before; must not throw.
     using Report = std::function<void(const CommandResult& result)>;
 
     DriveOffs(const Endpoint& endpoint, Run run);

@@ -20,7 +20,7 @@ using PageProgress = std::function<void(std::string_view step, double part)>;
 nlohmann::ordered_json ReadPageSettings(const Gripper& gripper, const PageProgress& progress);
 
 /// @param name of the file that `wanted` is from, for messages
-/// @return as ReadPageSettings(), and "differences", each with name, from and to
+/// @return as ReadPageSettings(), and "differences", each with name, from, to and an empty result
 /// @throws Failure (NotPossible) also if the file is from another model
 nlohmann::ordered_json ComparePageSettings(const Gripper& gripper, const GripperSettings& wanted,
                                            const std::string& name, const PageProgress& progress);

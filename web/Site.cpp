@@ -288,7 +288,7 @@ CommandResult Site::Execute(const PageCommand& command, const Sender& sender, Da
     if (dropped.stop_requested()) {
         return {false, "not sent: the drive was switched off"};
     }
-    const CommandResult result = Call(command, gripper);
+    CommandResult result = Call(command, gripper);
     if (dropped.stop_requested()) {
         // The drive off may have overtaken the command.
         return {false, result.text + "; drive off again: " + SwitchOff(gripper)};

@@ -18,6 +18,7 @@ namespace tavrik {
 /// jobs of one subject one after the other. A connection to the daemon exists only during a job.
 class Worker {
 public:
+    /// Must not throw.
     /// @param dropped whether Drop() was called for it, or the worker ends
     using Job = std::function<void(Daemon&, const std::stop_token& dropped)>;
 

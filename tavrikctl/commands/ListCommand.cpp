@@ -69,6 +69,7 @@ Cell Remark(const Entry& entry, const CellChanges& changes) {
 
 void PrintTable(const std::vector<Entry>& entries, const CellChanges& changes, Printer& printer) {
     std::vector<std::vector<Cell>> rows;
+    rows.reserve(entries.size() + changes.size());
     for (const Entry& entry : entries) {
         rows.push_back({{Printable(entry.gripper)},
                         {entry.model.Text()},

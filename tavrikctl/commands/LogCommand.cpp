@@ -28,10 +28,8 @@ public:
         app.add_option("GRIPPER", gripper, "device string, or a part of it, or a tty")
             ->check(CheckNotEmpty)
             ->option_text(" ");
-        app.add_option("FILE", file, "file, or - for standard input (default: journal)")
-            ->check(CheckNotEmpty)
-            ->check([this](const std::string& text) { return CheckNoName(text); })
-            ->option_text(" ");
+        AddFile("FILE", file, "file, or - for standard input (default: journal)")
+            ->check([this](const std::string& text) { return CheckNoName(text); });
         app.add_flag("-f,--follow", isFollowed,
                      "wait for more until Ctrl-C; journal: from 10 min ago");
         app.add_option("--since", since, "14:00, '2026-11-22 14:00', or how long ago: 10min, 2h")

@@ -123,8 +123,8 @@ class ManyGrippersTest(WebTestCase):
             start = time.monotonic()
             self.assertEqual(get("/metrics").status, 200)
             times.append(time.monotonic() - start)
-        # The others waited for a processor beside other tests.
-        self.assertLess(min(times), 0.02 * SLOWNESS)
+        # Slower ones waited for a processor beside other tests.
+        self.assertLess(sorted(times)[5], 0.02 * SLOWNESS)
 
 
 class WithoutDaemonTest(WebTestCase):

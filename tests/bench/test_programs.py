@@ -419,16 +419,18 @@ class ServersTest(unittest.TestCase):
             grip = self.load("Grip", "--ports", str(DAEMON_PORT), "--int", "1", "--expect", "0",
                              "--seconds", "0.1")
             wait_until(lambda: subprocess.run(grip, stdout=subprocess.DEVNULL).returncode == 0)
-            call, from_fin = (json.loads(subprocess.run([*grip, *options], check=True,
-                                                        stdout=subprocess.PIPE).stdout)
-                              for options in ((), ("--fin-file", fin.name)))
+
+            def median(*options):
+                report = subprocess.run([*grip, *options], check=True, stdout=subprocess.PIPE).stdout
+                return json.loads(report)["p50Us"]
+
+            # Again if the machine had other work, which makes one of the two longer.
+            wait_until(lambda: 0 < median("--fin-file", fin.name) < median())
             no_fin = subprocess.run(
                 [*self.load("GetPos", "--ports", str(DAEMON_PORT), "--expect", "25",
                             "--seconds", "0.1"), "--fin-file", fin.name],
                 check=False, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
         self.assertIn(b"no FIN before the answer", no_fin.stderr)
-        self.assertGreater(from_fin["p50Us"], 0)
-        self.assertLess(from_fin["p50Us"], 2 * call["p50Us"])  # twice: the machine has other work
 
     def test_time_from_fin_ends_when_the_last_byte_is_sent(self):
         """Neither when the first byte is sent nor when the client runs again."""

@@ -8,10 +8,10 @@ import time
 import xmlrpc.client
 from collections import Counter
 
-from expectation import METHOD, PDOUT, PROCESS_DATA, expectation, key_of, written_key
+from expectation import PDOUT, PROCESS_DATA, expectation, key_of, written_key
 from gripper import FAULTS, STROKES, Gripper
 from tests.integration.harness.cell import SLOWNESS, Cell
-from tests.integration.harness.methods import METHODS
+from tests.integration.harness.methods import METHOD, METHODS
 
 TYPES = {"i": int, "b": bool, "d": float, "A": list}
 LINES_BETWEEN_AUDITS = 40  # the simulator records the last 50

@@ -4,9 +4,7 @@ from typing import Any, Callable, NamedTuple
 
 from gripper import ENABLE, GRIP, HOLDFAST, PRESET, REFERENCE
 from settings import NOTHING_TO_SEND, SETTINGS
-from tests.integration.harness.methods import METHODS
-
-METHOD = {method.name: method for method in METHODS}
+from tests.integration.harness.methods import METHOD, byte_list
 
 # Changes of the two PDOUT bytes by each method.
 PDOUT = {
@@ -112,11 +110,6 @@ def written_key(method, arguments):
     """Returns the parameter that a call writes, if any."""
     setting = method.startswith("Set") and SETTINGS.get(method.removeprefix("Set"))
     return setting.key(arguments[0]) if setting else None
-
-
-def byte_list(values):
-    """Returns a byte list in the format of the wire."""
-    return "[" + ",".join(f"{byte:x}" for byte in values) + "]"
 
 
 def key_of(line):

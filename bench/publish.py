@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
-"""Writes the results of a full run into docs/performance.md, and its plots beside the page.
+"""Puts the results of a whole run into docs/performance.md, and the plots beside it.
 
-Usage: publish.py [FOLDER]: FOLDER (default: build/bench) contains the run.json of the run.
+Usage: publish.py [FOLDER]: FOLDER (build/bench by default) has the run.json of the run.
 """
 
 import json

@@ -17,7 +17,7 @@ TAVRIKWEB = BUILD / "web" / "tavrikweb"
 
 @contextlib.contextmanager
 def viewers():
-    """tavrikweb with as many viewers as it serves, which read everything."""
+    """tavrikweb with all the viewers that it serves; each reads everything."""
     process = subprocess.Popen([*MORTAL, TAVRIKWEB, "--assets", ROOT / "web" / "page"],
                                stdout=subprocess.PIPE)
     with process, contextlib.ExitStack() as stack:

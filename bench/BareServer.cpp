@@ -1,5 +1,5 @@
-// bare-server PORT...: the XML-RPC library with the daemon's options and two methods that answer a
-// constant. What a call costs here, the daemon cannot save.
+// bare-server PORT...: the XML-RPC library with the daemon's options and two methods that return a
+// constant. The cost of a call is the library's own.
 
 #include <unistd.h>
 
@@ -56,8 +56,8 @@ public:
 /// One port with a registry of its own, as in the daemon.
 class BareServer {
 public:
-    /// Listens already, but serves from run() on.
-    /// @throws std::exception when the port cannot be had
+    /// Listens, but does not serve before run().
+    /// @throws std::exception if the port cannot be bound
     explicit BareServer(unsigned port) {
         registry.addMethod("GetPos", xmlrpc_c::methodPtr(new GetPos));
         registry.addMethod("Grip", xmlrpc_c::methodPtr(new Grip));

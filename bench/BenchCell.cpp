@@ -1,5 +1,5 @@
-// bench-cell: runs COMMAND with simulated masters that cost less than what is measured on their
-// other side: one thread serves them all, and a write carries as many lines as there are to send.
+// bench-cell: runs COMMAND with cheap simulated masters, which hardly disturb the measurement: one
+// thread serves all of them, and each write carries as many lines as are due.
 
 #include <fcntl.h>
 #include <sys/epoll.h>
@@ -36,7 +36,7 @@ namespace {
 using std::chrono::nanoseconds;
 
 constexpr std::string_view kStreamLine = "@PDIN=[9,c4,0,3]\n";  // position 25.0
-constexpr std::size_t kLinesPerWrite = 240;  // the most that are within 4096 bytes
+constexpr std::size_t kLinesPerWrite = 240;                     // that fit into 4096 bytes
 constexpr unsigned kHighestRate = 10000;
 
 std::string RepeatedStreamLine() {
@@ -49,7 +49,7 @@ std::string RepeatedStreamLine() {
 
 const std::string kStreamText = RepeatedStreamLine();
 
-/// One line with one write, so that it does not mix with what COMMAND writes.
+/// Prints a line with one write, so that it is not mixed with the output of COMMAND.
 void Print(const std::string& text) {
     const std::string line = "bench-cell: " + text + "\n";
     [[maybe_unused]] const auto written = write(STDERR_FILENO, line.data(), line.size());
@@ -68,11 +68,11 @@ public:
     const std::string& NodePath() const { return pty.NodePath(); }
     int Descriptor() const { return pty.Descriptor(); }
 
-    /// True when there is text that the tty had no room for.
+    /// Whether text is waiting for which the tty had no room.
     bool WaitsForRoom() const { return !unsent.empty(); }
 
-    /// Answers the requests that are there, all with one write.
-    /// @param finFile gets the time just before the FIN of each PDOUT is written; -1 for nowhere
+    /// Answers the requests that have come, all with one write.
+    /// @param finFile gets the time just before the FIN of each PDOUT is written; -1 for none
     void Receive(int finFile) {
         std::array<char, 4096> buffer;
         const ssize_t count = read(pty.Descriptor(), buffer.data(), buffer.size());
@@ -93,9 +93,9 @@ public:
         Flush();
     }
 
-    /// Sends what waits, and then lines of process data, all with one write. Lines that the tty has
-    /// no room for are lost, but none is cut.
-    /// @return how many were sent
+    /// Sends the waiting text and then lines of process data, with one write. Drops lines that do
+    /// not fit into the tty, but never sends a part of one.
+    /// @return the number of lines sent
     std::size_t Stream(std::size_t lines) {
         if (unsent.size() >= kStreamLine.size()) {
             Flush();
@@ -147,7 +147,7 @@ private:
 
     std::string serial;  // as a byte list
     simulator::Pty pty;
-    simulator::FileDescriptor tty{pty.OpenTty()};  // while nobody has it open, it is hung up
+    simulator::FileDescriptor tty{pty.OpenTty()};  // kept open: it counts as hung up otherwise
     simulator::LineAssembler requests;
     std::string unsent;
 };
@@ -155,13 +155,13 @@ private:
 /// All masters, and the commands that plug them and have them stream. Not thread-safe.
 class FastCell {
 public:
-    /// @param finPath of a file that exists; empty for none
+    /// @param finPath an existing file; empty for none
     FastCell(std::size_t count, const std::string& finPath)
         : finFile(finPath.empty() ? -1 : open(finPath.c_str(), O_WRONLY | O_CLOEXEC)),
           masters(count) {
         Watch(EPOLL_CTL_ADD, signals.Get(), EPOLLIN, kSignals);
         Watch(EPOLL_CTL_ADD, timer.Get(), EPOLLIN, kTimer);
-        Watch(EPOLL_CTL_ADD, STDIN_FILENO, EPOLLIN, kInput);  // not possible for a file
+        Watch(EPOLL_CTL_ADD, STDIN_FILENO, EPOLLIN, kInput);  // fails for a file
         for (std::size_t number = 0; number < count; ++number) {
             Plug(number);
         }
@@ -194,7 +194,7 @@ public:
     }
 
 private:
-    /// What epoll tells apart besides the numbers of masters.
+    /// The sources of events besides the masters, which have their numbers.
     enum Source : std::uint32_t { kTimer = 1000, kInput, kSignals };
 
     void Watch(int operation, int descriptor, std::uint32_t events, std::uint32_t source) {
@@ -216,7 +216,7 @@ private:
         WatchForRoom(number);
     }
 
-    /// Being told of room that nobody needs would cost a wake-up for each line that is read.
+    /// Waiting for room that is not needed would wake this thread for each line that COMMAND reads.
     void WatchForRoom(std::size_t number) {
         FastMaster& master = *masters[number];
         const bool needsRoom = fullSpeed || master.WaitsForRoom();
@@ -239,7 +239,7 @@ private:
         return child.Collect();
     }
 
-    /// Ticks that were missed are made up for, so that the rate is what was asked for.
+    /// Makes up for missed ticks, to keep the rate.
     void Tick() {
         std::uint64_t ticks = 0;
         if (read(timer.Get(), &ticks, sizeof ticks) != sizeof ticks) {
@@ -253,7 +253,7 @@ private:
         }
     }
 
-    /// Executes what one read of standard input brings; at its end there is no more.
+    /// Executes the commands of one read of standard input. Stops watching it at its end.
     void ReadCommands() {
         std::array<char, 4096> buffer;
         const ssize_t count = read(STDIN_FILENO, buffer.data(), buffer.size());
@@ -270,7 +270,7 @@ private:
         }
     }
 
-    /// @return what follows the "ok": nothing, or a blank and a number
+    /// @return the text after "ok": empty, or a blank and a number
     std::string Execute(const std::string& line) {
         std::istringstream words(line);
         std::string name;
@@ -292,7 +292,7 @@ private:
         throw std::runtime_error("no such command");
     }
 
-    /// @param text lines a second of each master, or "full" for as fast as their ttys take them
+    /// @param text lines per second of each master, or "full" for as fast as the tty takes them
     void SetRate(const std::string& text) {
         fullSpeed = text == "full";
         const unsigned long rate = fullSpeed ? 0 : std::stoul(text);
@@ -340,7 +340,7 @@ private:
         return now;
     }
 
-    sigset_t blocked = simulator::BlockSignals();  // before there is a testbed to be left behind
+    sigset_t blocked = simulator::BlockSignals();  // so that no signal leaves the testbed behind
     simulator::FileDescriptor signals{signalfd(-1, &blocked, SFD_CLOEXEC | SFD_NONBLOCK)};
     simulator::Testbed testbed;
     simulator::FileDescriptor finFile;
@@ -354,17 +354,17 @@ private:
 
 constexpr const char* kDescription =
     R"(bench-cell [OPTIONS] -- COMMAND...
-Runs COMMAND in a world with simulated PELLIX masters that cost next to nothing.
+Runs COMMAND with simulated PELLIX masters that take hardly any processor time.
 Master N, counted from 0, is /dev/ttyACM<N> with the gripper "HVA SN:B<NN>".
 Exits with COMMAND's status.)";
 
 constexpr const char* kCommands =
     R"(Commands on standard input, each answered by one line on standard error:
-  rate HZ|full   process data lines a second of each master, 0 at the start;
+  rate HZ|full   process data lines per second of each master, at first 0;
                  full: as fast as its tty takes them
   plug N         answers with CLOCK_MONOTONIC in ns just before the udev event
   unplug N       hangs the tty up; answers as plug does
-  lines          answers with the number of process data lines sent, of all masters)";
+  lines          answers with the number of process data lines of all masters so far)";
 
 }  // namespace
 }  // namespace bench
@@ -379,14 +379,14 @@ int main(int argc, char** argv) {
             ->check(CLI::Range(0, 64))
             ->capture_default_str();
         app.add_option("--fin-file", finFile,
-                       "write there CLOCK_REALTIME in ns, 8 bytes, just before the FIN of a PDOUT");
-        // COMMAND is not for CLI11, which takes words in brackets apart.
+                       "gets CLOCK_REALTIME in ns, 8 bytes, just before the FIN of a PDOUT");
+        // CLI11 must not see COMMAND: it splits words in brackets.
         char** const end = argv + argc;
         char** const dashes =
             std::find_if(argv, end, [](std::string_view word) { return word == "--"; });
         CLI11_PARSE(app, static_cast<int>(dashes - argv), argv);
         if (end - dashes < 2) {
-            throw std::runtime_error("no COMMAND given; bench-cell --help tells more");
+            throw std::runtime_error("missing COMMAND; see bench-cell --help");
         }
         return bench::FastCell(masters, finFile).Run({dashes + 1, end});
     } catch (const std::exception& failure) {

@@ -1,4 +1,4 @@
-// bench-load: keeps servers busy with one call, checks every answer, and tells how long they took.
+// bench-load: keeps servers busy with one call, checks every answer, and prints the latencies.
 
 #include <fcntl.h>
 #include <netinet/in.h>
@@ -69,8 +69,8 @@ std::string BuildRequest(const Options& options) {
            std::to_string(body.size()) + "\r\n\r\n" + body;
 }
 
-/// @param answer what has arrived of an HTTP answer
-/// @return whether that is all of it
+/// @param answer the bytes of an HTTP answer so far
+/// @return whether the answer is complete
 /// @throws std::runtime_error unless it has status 200 and a length or chunks
 bool IsWhole(const std::string& answer) {
     const std::size_t headerEnd = answer.find("\r\n\r\n");
@@ -95,8 +95,7 @@ bool IsWhole(const std::string& answer) {
     return answer.ends_with("\r\n0\r\n\r\n");
 }
 
-/// @return whether `answer` holds one XML-RPC value, and that is the number expected, in whatever
-///     spelling
+/// @return whether `answer` has exactly one XML-RPC value, the expected number in any notation
 bool HoldsOnly(std::string_view answer, double expected) {
     constexpr std::string_view kOpening = "<value>";
     const std::size_t opening = answer.find(kOpening);
@@ -115,19 +114,19 @@ bool HoldsOnly(std::string_view answer, double expected) {
            answer.find("></value>") != std::string_view::npos;
 }
 
-/// One connection that makes the same call again and again, the next one when the last is answered.
-/// Its results are for others when Run() has returned.
+/// One connection that makes the same call repeatedly, each after the answer to the one before.
+/// Read its results after Run().
 class Client {
 public:
-    /// @param ownFinFile where bench-cell leaves the time of FIN: a latency is then the time from
-    ///     there to the last byte that the server sends; null for the whole call
+    /// @param ownFinFile to which bench-cell writes the time of FIN: a latency is then the time
+    ///     from FIN to the last byte that the server sends; null for the whole call
     Client(const Options& options, std::uint16_t port, const FileDescriptor* ownFinFile)
         : request(BuildRequest(options)), expected(options.expected), finFile(ownFinFile) {
         const int on = 1;
         setsockopt(socket.Get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
         setsockopt(socket.Get(), SOL_SOCKET, SO_RCVTIMEO, &kLongestSilence, sizeof kLongestSilence);
-        // The kernel notes when the last byte of an answer arrives. On this machine that is when
-        // the server's send() hands it over, however late this client wakes up to read it.
+        // The kernel records when the last byte of an answer arrives. On one machine, this is when
+        // the server sends it, however late this client wakes up to read it.
         const int noteArrivals = finFile != nullptr ? 1 : 0;
         setsockopt(socket.Get(), SOL_SOCKET, SO_TIMESTAMPNS, &noteArrivals, sizeof noteArrivals);
         sockaddr_in address{};
@@ -136,12 +135,12 @@ public:
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         Checked(connect(socket.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address),
                 "connect");
-        // Address space only, until it is used: a vector that moves would show in the latencies.
+        // Takes no memory until it is used. A vector that grows would add to latencies.
         constexpr std::size_t kRoomForCalls = std::size_t{1} << 20;
         latencies.reserve(kRoomForCalls);
     }
 
-    /// Warms up, waits for the other clients, and makes calls for so long, or until the connection
+    /// Warms up, waits for the other clients, and makes calls for `time` or until the connection
     /// fails.
     void Run(std::latch& warmedUp, Clock::duration time) {
         try {
@@ -172,11 +171,11 @@ public:
     std::vector<nanoseconds> latencies;
     Clock::time_point start;
     Clock::time_point end;
-    std::uint64_t wrong = 0;  // answers that were not the expected one, and failed calls
+    std::uint64_t wrong = 0;  // unexpected answers and failed calls
     std::string firstWrong;
 
 private:
-    /// The kernel begins to note arrivals a moment after it was told to.
+    /// The kernel begins to record arrivals a moment after the option was set.
     void WarmUp() {
         constexpr unsigned kMostCalls = 100 * kWarmUpCalls;
         const auto isReady = [this] {
@@ -269,7 +268,7 @@ bool Report(const std::deque<Client>& clients) {
     }
     std::ranges::sort(latencies);
     const auto calls = static_cast<double>(latencies.size());
-    // The smallest latency that at least `percent` of them do not exceed.
+    // The smallest latency that at least `percent` of all do not exceed.
     const auto percentileUs = [&](double percent) {
         if (latencies.empty()) {
             return 0.0;

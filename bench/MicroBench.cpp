@@ -1,5 +1,5 @@
-// bench-micro: times of the daemon's own classes, each beside the least that its work can cost.
-// What they log goes nowhere, and counts.
+// bench-micro: times of the daemon's own classes, each beside the lower bound for its work. Their
+// logging counts; it goes to /dev/null.
 
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
@@ -38,17 +38,17 @@ namespace {
 
 using Bytes = std::vector<std::uint8_t>;
 
-/// Ends the run unless what was measured did what it is to do.
-/// @throws std::runtime_error with the text `otherwise`
-void Require(bool done, const char* otherwise) {
-    if (!done) {
-        throw std::runtime_error(otherwise);
+/// Ends the run unless the measured code has done its work.
+/// @throws std::runtime_error with the text `failure`
+void Require(bool condition, const char* failure) {
+    if (!condition) {
+        throw std::runtime_error(failure);
     }
 }
 
 // Texts that are sent to a master.
 
-/// Of one digit and of two.
+/// Bytes of one and of two digits.
 std::vector<std::uint8_t> MakeBytes(std::int64_t count) {
     std::vector<std::uint8_t> bytes;
     for (std::int64_t byte = 0; byte < count; ++byte) {
@@ -65,7 +65,7 @@ void FormatByteList(benchmark::State& state) {
 }
 BENCHMARK(FormatByteList)->Arg(2)->Arg(32);
 
-/// The least: digits from a table into a buffer, and the text that has to be returned.
+/// Lower bound: digits from a table into a buffer, and the text that is returned.
 std::string FormatByHand(const std::vector<std::uint8_t>& bytes) {
     constexpr std::string_view kDigits = "0123456789abcdef";
     std::array<char, 128> buffer;
@@ -78,7 +78,7 @@ std::string FormatByHand(const std::vector<std::uint8_t>& bytes) {
         *end++ = kDigits[byte & 0x0fU];
         *end++ = ',';
     }
-    end[-1] = ']';  // in the place of the last comma
+    end[-1] = ']';  // replaces the last comma
     return {buffer.data(), end};
 }
 
@@ -117,14 +117,14 @@ void FormatAssignment(benchmark::State& state) {
 }
 BENCHMARK(FormatAssignment);
 
-// One log line to the kinds of output whose cost is not that of a reader.
+// One log line, to outputs without a reader, whose cost would count.
 
-/// For its scope standard output is another file.
+/// Redirects standard output during its lifetime.
 class Redirection {
 public:
     /// Owns `file`.
     explicit Redirection(int file) : before(::dup(STDOUT_FILENO)) {
-        Require(file != -1, "the file for the log cannot be made");
+        Require(file != -1, "failed to create the file for the log");
         ::dup2(file, STDOUT_FILENO);
         ::close(file);
     }
@@ -139,7 +139,7 @@ private:
     const int before;
 };
 
-/// A new file beside this program, which is gone as soon as it is closed.
+/// A new file beside this program, which disappears when it is closed.
 int UnnamedFile() {
     const std::string path = std::filesystem::read_symlink("/proc/self/exe").string() + ".log";
     const int file = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
@@ -154,7 +154,7 @@ void Log(benchmark::State& state) {
     }
 }
 
-/// The least: a line that is ready.
+/// Lower bound: a complete line.
 void WriteLine(benchmark::State& state) {
     const std::string line = "14:02:37 140737353824064 FIN:PDOUT\n";
     for ([[maybe_unused]] const auto _ : state) {
@@ -177,14 +177,14 @@ void WriteToFile(benchmark::State& state) {
 }
 BENCHMARK(WriteToFile);
 
-// One pass of the input parser over what one read brings.
+// One pass of the input parser over the bytes of one read.
 
 const Bytes kPdin = {0x09, 0xc4, 0x00, 0x03};
 constexpr std::string_view kPdinLine = "@PDIN=[9,c4,0,3]\n";
 constexpr std::size_t kReadSize = 4096;  // the most that the daemon reads at once
 constexpr double kTimeout = 1.0;         // seconds
 
-/// Every read brings the same text.
+/// Every read returns the same text.
 class RepeatingConnection : public pellix::Connection {
 public:
     explicit RepeatingConnection(std::string_view read) : text(read) {}
@@ -204,7 +204,7 @@ std::string PdinLines(std::size_t count) {
     return text;
 }
 
-/// Counts what the passes so far have parsed.
+/// Reports the lines and bytes of all passes.
 void Count(benchmark::State& state, std::string_view text) {
     const auto lines = std::count(text.begin(), text.end(), '\n');
     state.SetItemsProcessed(state.iterations() * lines);
@@ -214,7 +214,7 @@ void Count(benchmark::State& state, std::string_view text) {
 /// The parser of a link, without tty and threads.
 class ParserOfLink {
 public:
-    /// @param read what every pass parses
+    /// @param read the text that every pass parses
     explicit ParserOfLink(std::string_view read)
         : text(read), commands(new RepeatingConnection(read), &device, kTimeout) {}
 
@@ -240,7 +240,7 @@ void ParsePdin(benchmark::State& state, std::string_view text) {
     Require(link.Model().GetPDIN() == kPdin, "PDIN was not stored");
 }
 
-/// @param reached the state to which `text` brings a command that is under way
+/// @param reached the state that `text` gives to a pending command
 void ParseStatus(benchmark::State& state, std::string_view text, pellix::CommandState reached) {
     ParserOfLink link(text);
     pellix::Command* const command = link.Commands().SendAssignment("PDOUT", "[3,1]");
@@ -249,7 +249,7 @@ void ParseStatus(benchmark::State& state, std::string_view text, pellix::Command
     link.Commands().RemovePending(command);
 }
 
-/// The least that PDIN lines can cost: cut, and decoded into four bytes.
+/// Lower bound: PDIN lines split and decoded into four bytes.
 void DecodeByHand(benchmark::State& state, std::string_view text) {
     constexpr std::string_view kStart = "@PDIN=[";
     Bytes bytes(kPdin.size());
@@ -297,7 +297,7 @@ void ParseParameter(benchmark::State& state) {
 }
 BENCHMARK(ParseParameter);
 
-// What a call does before and after the gripper's own work, with real links.
+// The parts of a call besides the request to the master, with real links.
 
 /// Masters with an HVA each, serial numbers 1, 2 and so on, and their links.
 class LinkedMasters {
@@ -307,7 +307,7 @@ public:
             const std::string serial = std::to_string(number);
             support::FakeMaster& master = masters.emplace_back();
             master.SetValue("PARAM[21][0]", pellix::FormatByteList({serial.begin(), serial.end()}));
-            Require(registry.AddDevice(master.Path()) == 0, "a link was not made");
+            Require(registry.AddDevice(master.Path()) == 0, "failed to create a link");
         }
     }
     LinkedMasters(const LinkedMasters&) = delete;
@@ -329,8 +329,8 @@ private:
     std::list<support::FakeMaster> masters;
 };
 
-/// The links of the benchmark before, if there are as many: making them takes longer than
-/// measuring, and each benchmark is called several times.
+/// Reuses the links of the benchmark before, if their number is the same: creating them takes
+/// longer than measuring, and each benchmark is called several times.
 LinkRegistry& LinksOf(std::int64_t count) {
     static std::unique_ptr<LinkedMasters> cell;
     if (!cell || cell->Count() != count) {
@@ -344,11 +344,11 @@ std::string DeviceString(std::int64_t number) {
     return "HVA SN:" + std::to_string(number);
 }
 
-/// @param number of the link that is looked for
+/// @param number of the gripper to find; 0 for an unknown one
 void GetLink(benchmark::State& state, std::int64_t number) {
     LinkRegistry& registry = LinksOf(state.range(0));
     const std::string wanted = DeviceString(number);
-    Require((registry.GetLink(wanted) != nullptr) == (number > 0), "a wrong link, or none");
+    Require((registry.GetLink(wanted) != nullptr) == (number > 0), "a link is wrong or missing");
     for ([[maybe_unused]] const auto _ : state) {
         benchmark::DoNotOptimize(registry.GetLink(wanted));
     }
@@ -364,7 +364,7 @@ void GetNoLink(benchmark::State& state) {
 }
 BENCHMARK(GetNoLink)->Arg(1)->Arg(8)->Arg(32);
 
-/// The least: the device strings are ready, in one place and under one lock.
+/// Lower bound: complete device strings in one vector under one lock.
 void FindLastByHand(benchmark::State& state) {
     std::timed_mutex mutex;
     std::vector<std::string> deviceStrings;
@@ -398,8 +398,8 @@ void GetPos(benchmark::State& state) {
 }
 BENCHMARK(GetPos);
 
-/// The C library takes locks without atomic operations while a process has one thread only, which
-/// the daemon's never has.
+/// Runs on a second thread: in a process with only one, unlike the daemon, the C library takes
+/// locks without atomic operations.
 void SleepUntilStopped(const std::stop_token& stop) {
     std::mutex mutex;
     std::unique_lock<std::mutex> lock(mutex);

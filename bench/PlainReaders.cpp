@@ -1,6 +1,6 @@
-// plain-readers [--sleepers] TTY...: what the process data of many masters costs at the very least.
-// One thread for each tty cuts lines and decodes them. With --sleepers two more sleep 10 ms again
-// and again. Ends on SIGINT and tells how many lines there were, and how many were wrong.
+// plain-readers [--sleepers] TTY...: the lower bound for reading the process data of many masters.
+// One thread for each tty splits lines and decodes them; with --sleepers, two more sleep 10 ms
+// repeatedly. SIGINT ends it; it then prints the number of lines, and how many were wrong.
 
 #include <termios.h>
 
@@ -28,7 +28,7 @@ namespace bench {
 namespace {
 
 /// Reads "@PDIN=[9,c4,0,3]".
-/// @return false, with anything in `input`, for every other line
+/// @return false for every other line; `input` is then undefined
 bool Decode(std::string_view line, std::array<std::uint8_t, 4>& input) {
     constexpr std::string_view kStart = "@PDIN=[";
     if (!line.starts_with(kStart)) {
@@ -47,19 +47,18 @@ bool Decode(std::string_view line, std::array<std::uint8_t, 4>& input) {
     return place == end;
 }
 
-/// Splits what one master sends into lines and decodes its process data.
+/// Splits the output of one master into lines and decodes its process data.
 class PlainReader {
 public:
     explicit PlainReader(const std::string& path) : tty(OpenTty(path)) {}
 
-    /// Reads until `stopping`, which it looks at once a second at least, or until the tty is hung
-    /// up.
+    /// Reads until `stopping` is set, which it notices within 1 s, or until the tty hangs up.
     void Run(const std::atomic<bool>& stopping) {
         while (!stopping.load(std::memory_order_relaxed)) {
             if (!ReadLines(tty, text, [this](std::string_view line) { TakeLine(line); })) {
                 termios settings{};
                 if (tcgetattr(tty.Get(), &settings) == -1) {
-                    return;  // hung up, or else it was silent
+                    return;  // hung up, not just silent
                 }
             }
         }
@@ -69,7 +68,7 @@ public:
     std::uint64_t wrong = 0;
 
 private:
-    /// What is before the first line feed may be half a line.
+    /// The first line may lack its beginning.
     void TakeLine(std::string_view line) {
         if (!Decode(line, latest) && lines != 0) {
             ++wrong;

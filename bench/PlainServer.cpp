@@ -1,5 +1,5 @@
-// plain-server PORT...: answers each request with the bytes of the daemon's answer to GetPos, and
-// does nothing else. A server with a thread for each connection cannot be cheaper.
+// plain-server PORT...: answers each request with the bytes of the daemon's answer to GetPos: the
+// lower bound for a server with a thread for each connection.
 
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -43,7 +43,7 @@ constexpr std::string_view kAnswer =
     "</params>\r\n"
     "</methodResponse>\r\n";
 
-/// @throws std::system_error when the port cannot be had
+/// @throws std::system_error if the port cannot be bound
 FileDescriptor Listen(std::uint16_t port) {
     FileDescriptor listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     const int on = 1;
@@ -59,7 +59,7 @@ FileDescriptor Listen(std::uint16_t port) {
     return listener;
 }
 
-/// Until the client hangs up or its request is too long.
+/// Returns when the client has hung up or its request is too long.
 void ServeClient(const FileDescriptor& client) {
     std::array<char, 4096> request{};
     std::size_t used = 0;
@@ -85,7 +85,7 @@ void Serve(const FileDescriptor& listener) {
 
 }  // namespace
 
-/// Serves until a signal ends it.
+/// Serves until a signal ends the process.
 int main(int argc, char** argv) {
     try {
         std::vector<std::uint16_t> ports;

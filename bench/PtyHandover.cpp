@@ -1,5 +1,5 @@
-// pty-handover TTY ROUNDS: what a command costs at the very least, a way to the master and back
-// with two threads. One writes and sleeps, the other reads the answer and wakes it.
+// pty-handover TTY ROUNDS: the lower bound for a command, a round trip to the master with two
+// threads: one writes and sleeps, the other reads the answer and wakes it.
 
 #include <unistd.h>
 
@@ -36,7 +36,7 @@ public:
     explicit Handover(const std::string& path)
         : tty(OpenTty(path)), reader([this](const std::stop_token& stop) { Read(stop); }) {}
 
-    /// Takes one round more, which ends the other thread's read; 1 s when the master is silent.
+    /// Sends once more, to end the other thread's read. Takes 1 s if the master is silent.
     ~Handover() {
         reader.request_stop();
         Send();
@@ -44,9 +44,9 @@ public:
     Handover(const Handover&) = delete;
     Handover& operator=(const Handover&) = delete;
 
-    /// Has the master take process output.
-    /// @return how long it took until the answer was here
-    /// @throws std::runtime_error when there is none within 1 s
+    /// Sends process output and waits for the answer.
+    /// @return the time that this took
+    /// @throws std::runtime_error if there is no answer within 1 s
     std::chrono::nanoseconds Round() {
         const auto start = Clock::now();
         {

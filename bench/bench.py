@@ -1,11 +1,11 @@
 #!/usr/bin/env python3
-"""Measures the daemon against what bounds it, side by side in one run.
+"""Measures the daemon and its limits side by side in one run.
 
 Usage: bench.py [--quick] [--out FOLDER]. scripts/bench builds what it needs and runs it.
 
-Prints a table, and writes all that was measured to run.json in FOLDER (build/bench by default,
-build/bench-quick of a quick run) and plots of it beside. The exit status tells whether everything
-worked and every answer was right; it does not judge the figures.
+Prints a table, and writes all results to run.json in FOLDER (default: build/bench, or
+build/bench-quick for a quick run), with plots of the growth beside it. The exit status is 0 if all
+measurements worked and all answers were right; the figures do not affect it.
 """
 
 import argparse
@@ -35,7 +35,7 @@ SUBJECTS = (calls.two_processors, calls.one_processor, calls.latency_under_strea
             calls.grips_against_nine_sends, costs.full_speed, costs.busy_cell, costs.polls,
             costs.memory, costs.memory_growth, costs.starting, costs.plugging, web.beside_viewers,
             calls.peers)
-PACKAGES = ("g++", "libxmlrpc-core-c3", "python3", "nodejs")  # whose versions tell on the figures
+PACKAGES = ("g++", "libxmlrpc-core-c3", "python3", "nodejs")  # versions that influence the figures
 
 
 def main():
@@ -83,7 +83,7 @@ def require_free_ports():
 
 
 def attempt(subject, plan, problems):
-    """What the subject yields; nothing if it fails, and the next ones are measured all the same."""
+    """The results of the subject; none if it fails, and the run continues with the next one."""
     start = time.monotonic()
     print(f"{subject.__module__}.{subject.__name__} ...", end=" ", flush=True)
     try:
@@ -106,7 +106,7 @@ def micro(folder, quick):
 
 
 def machine():
-    """What the figures were measured on."""
+    """The machine on which the figures were measured."""
     memory = pathlib.Path("/proc/meminfo").read_text()
     processor = re.search(r"^model name\s*: (.*)$", pathlib.Path("/proc/cpuinfo").read_text(),
                           re.MULTILINE)
@@ -123,7 +123,7 @@ def machine():
 
 
 def output(*command):
-    """What a command prints, nothing if it cannot."""
+    """The output of a command; empty if it cannot run."""
     try:
         run = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
     except FileNotFoundError:

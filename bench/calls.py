@@ -1,5 +1,5 @@
-"""What a call costs: against the bare library, a plain server, a tty, what else one would write;
-while masters stream."""
+"""The cost of a call, compared with the bare library, a plain server, a bare tty and simple other
+implementations; also while masters stream."""
 
 import tempfile
 import time
@@ -23,7 +23,7 @@ def get_pos(connections, seconds):
 
 
 def two_processors(plan):
-    """Server and clients have a processor each, where there are two."""
+    """Server and clients on separate processors, if there are two."""
     with Server(BARE, masters=1) as bare, Server(PLAIN, masters=1) as plain, \
             Server(DAEMON, masters=1) as daemon:
         one, many = (in_turn(plan.rounds, get_pos(connections, plan.seconds), daemon, bare, plain)
@@ -43,7 +43,7 @@ def two_processors(plan):
 
 
 def one_processor(plan):
-    """Servers, masters and clients on one processor, so that nothing but the work counts."""
+    """Server, master and clients on one processor, so that only the work counts."""
     with pinned_to_one(), Server(BARE, masters=1) as bare, Server(DAEMON, masters=1) as daemon:
         for connections, least in ((1, 1.8), (CONNECTIONS, 1.5)):
             ours, limit = in_turn(plan.burst_rounds, get_pos(connections, plan.burst), daemon, bare)
@@ -53,9 +53,9 @@ def one_processor(plan):
 
 
 def latency_under_stream(plan):
-    """The second limit is what reading the lines, by whatever program, takes from the callers."""
+    """The second limit shows how much any program that reads these lines delays the callers."""
     def latency(masters, rate):
-        with Server(DAEMON, masters=masters) as daemon:  # there can be one only at a time
+        with Server(DAEMON, masters=masters) as daemon:  # only one fits on its ports
             daemon.stream(rate)
             time.sleep(SETTLING)
             return daemon.load("GetPos", CONNECTIONS, plan.seconds)["p99Us"]
@@ -72,7 +72,7 @@ def latency_under_stream(plan):
 
 
 def grips(plan):
-    """A command against what it cannot do without: a call, and a round trip through the tty."""
+    """A command compared with its minimum: a call, and a round trip through the tty."""
     def handover():
         with Cell(PROGRAMS / "pty-handover", *ttys(1), str(plan.handovers), masters=1) as cell:
             return cell.result()
@@ -85,7 +85,7 @@ def grips(plan):
 
 
 def grips_against_nine_sends(plan):
-    """Both daemons have the same ports: each measurement starts its own."""
+    """Both daemons use the same ports, so each measurement starts its own."""
     def grip(program):
         with Server(program, masters=1) as server:
             return server.load("Grip", 1, plan.seconds)
@@ -112,7 +112,7 @@ def grips_against_nine_sends(plan):
 
 
 def peers(plan):
-    """Against what one would write instead."""
+    """Compared with simple servers that one could write instead."""
     def compare(name, load, goal, peer=python_peer(1), peer_is=PYTHON_DAEMON, ours=DAEMON,
                 masters=1):
         with Server(peer, masters=masters) as theirs, Server(ours, masters=masters) as server:
@@ -128,5 +128,5 @@ def peers(plan):
                   python_peer(CONNECTIONS), masters=CONNECTIONS)
     yield compare("Grip, 1 connection", lambda server: server.load("Grip", 1, plan.seconds),
                   at_least(1.3))
-    if (PROGRAMS / "peers" / "node_modules").is_dir():  # not there where nothing can be fetched
+    if (PROGRAMS / "peers" / "node_modules").is_dir():  # missing if npm cannot fetch them
         yield compare("GetPos, 8 connections", load, None, NODE_PEER, "Node server of constants")

@@ -1,5 +1,5 @@
-"""What the daemon costs beside its calls: lines, polls, memory, starting, plugging; and how all
-costs grow with masters, clients and lines."""
+"""The costs of the daemon besides calls (lines, polling, memory, start, plugging), and how costs
+grow with masters, clients and lines."""
 
 import contextlib
 import functools
@@ -15,12 +15,12 @@ from figures import SETTLING, Figure, alternate, at_most, in_turn, rates
 from servers import BARE, DAEMON, OPERATES, Cell, Readers, Server, device, rss_kib, wakeups
 
 MILLION = 1_000_000
-MASTERS, RATE = 32, 1000  # of a busy cell; lines a second of each master
+MASTERS, RATE = 32, 1000  # of a busy cell; lines per second of each master
 READERS = "plain readers: split and decode"
 
 
 def cost_of_lines(rate, seconds):
-    """A measure: processor seconds for a million lines that come at this rate."""
+    """Returns a measure: processor seconds per million lines at this rate."""
     def measure(cell):
         cell.stream(rate)
         cpu, lines = rates(seconds, cell.cpu_seconds, cell.lines)
@@ -43,7 +43,7 @@ def busy_cell(plan):
         results = in_turn(plan.rounds, cost_of_lines(RATE, plan.seconds),
                           daemon, readers, sleepers)
         readers.expect_right_lines()
-    # In percent of a processor: what a second's lines take of a second.
+    # As percent of a processor.
     ours, limit, sleeping = ([cost * RATE * MASTERS / MILLION * 100 for cost in costs]
                              for costs in results)
     name = f"CPU, {MASTERS} masters with {RATE} lines/s"
@@ -76,7 +76,7 @@ def memory(plan):
 
 
 def memory_growth(plan):
-    warm_up = 0.2 * MILLION  # lines; what memory has grown by then is no growth
+    warm_up = 0.2 * MILLION  # lines; growth until then does not count
     with Server(DAEMON, masters=1) as daemon:
         def rss_after(lines):
             goal = daemon.lines() + lines
@@ -89,8 +89,8 @@ def memory_growth(plan):
 
 
 def milliseconds_of_start(command, text, environment):
-    """Until `text` is in the output, a file."""
-    pause = 50e-6  # seconds between two looks, which then take little from what is measured
+    """The time until `text` is in the output of the command."""
+    pause = 50e-6  # seconds; long enough not to disturb the measurement
     with tempfile.NamedTemporaryFile(prefix="bench-") as log, open(log.name, "rb") as output:
         start = time.monotonic()
         server = subprocess.Popen(command, stdout=log, env=environment)
@@ -115,7 +115,7 @@ def starting(plan):
                 for program, text in servers))
 
     masters = 16
-    # The texts are written at last: the servers listen then, or are about to.
+    # The texts are written last, when the servers listen or are about to.
     daemon, bare = (DAEMON, b"TavrikDaemon started"), (BARE, b"started")
     ours, limit = times(plan.starts, 0, daemon, bare)
     attached, = times(plan.starts // 3, masters, daemon)
@@ -127,7 +127,7 @@ def starting(plan):
 
 
 def plugging(plan):
-    poll = 0.01  # seconds; the daemon's own polls: events shall meet them in any phase
+    poll = 0.01  # seconds, the daemon's polling period: events come at a random phase of it
     name = device(0).encode()
     added, removed = [], []
     with Server(DAEMON, masters=1) as daemon, \
@@ -153,15 +153,15 @@ def plugging(plan):
 
 
 def growth(plan):
-    """How the cost grows: series of points, by what grows."""
+    """Series of points, each with the name of what grows."""
     yield "masters", series(plan, with_masters, (1, 4, 8, 16, 24, 32))
-    # Connections on each of the ports; 15 are all that the library serves.
+    # Connections on each port; the library serves at most 15.
     yield "clients", series(plan, with_clients, (1, 2, 4, 8, 15))
     yield "lines", series(plan, with_lines, (0, 100, 1000, 3000, "full"))
 
 
 def series(plan, measure, steps):
-    """One point for each step: the medians of the repeats."""
+    """One point for each step, with the medians of its repeats."""
     repeats = alternate(plan.series_rounds, *(functools.partial(measure, plan, step)
                                               for step in steps))
     return [{key: median_of(points, key) for key in points[0]} for points in repeats]

@@ -1,25 +1,25 @@
-"""How often and in which order things are measured, and what becomes of it: figures held against
-their limits and goals, and the table of them."""
+"""The plan of a run, and its figures: values compared with their limits and goals, as a table. The
+goals themselves stand beside the measurements in calls.py, costs.py and web.py."""
 
 import functools
 import statistics
 import time
 from typing import NamedTuple
 
-SETTLING = 0.2  # seconds until a change of load has passed
+SETTLING = 0.2  # seconds until a change of load has taken effect
 
 
 class Plan(NamedTuple):
-    """Of a run. Times in seconds; counts are those of the repeats."""
+    """Durations in seconds and numbers of repeats of a run."""
     rounds: int
     seconds: float  # of one measurement
     burst_rounds: int
-    burst: float  # seconds; short, so that some of them are left alone by the machine's other work
+    burst: float  # short, so that some bursts are not disturbed by other programs
     handovers: int
     starts: int
     plugs: int
-    million_lines: float  # while memory is watched
-    series_rounds: int  # of each point of the growth
+    million_lines: float  # while memory is measured
+    series_rounds: int  # of each point of a growth series
 
 
 FULL = Plan(rounds=11, seconds=1.0, burst_rounds=24, burst=0.4, handovers=20000, starts=60, plugs=40,
@@ -29,14 +29,14 @@ QUICK = Plan(rounds=1, seconds=0.5, burst_rounds=2, burst=0.2, handovers=1000, s
 
 
 def alternate(rounds, *measures):
-    """Takes the measures in turn, A B A B; returns the results of each."""
+    """Takes the measures in turn, A B A B. Returns the results of each."""
     return list(zip(*([measure() for measure in measures] for _ in range(rounds))))
 
 
 def in_turn(rounds, measure, *cells, beside=()):
-    """The same with one measure of several cells: all but the measured one stand still.
+    """The same for one measure of several cells, of which only the measured one is running.
 
-    `beside`: measures that need none of them, taken after each round.
+    `beside` are measures that need none of the cells. They are taken after each round.
     """
     def alone(cell):
         with cell.running():
@@ -47,7 +47,7 @@ def in_turn(rounds, measure, *cells, beside=()):
 
 
 def rates(seconds, *counters):
-    """How much the counters grow in a second, seen over `seconds` after some settling."""
+    """The growth of the counters per second, measured for `seconds` after settling."""
     time.sleep(SETTLING)
     start, before = time.monotonic(), [counter() for counter in counters]
     time.sleep(seconds)
@@ -61,7 +61,7 @@ def column(results, name):
 
 
 def spread(values):
-    """Half the distance between the quartiles, as a part of the median. Of one value, None."""
+    """Half the interquartile range, relative to the median. None for a single value."""
     if len(values) < 2:
         return None
     median = statistics.median(values)
@@ -91,8 +91,8 @@ def at_most(bound):
 class Figure(NamedTuple):
     """One row of the table.
 
-    `values` are those of the repeats, `limits` what was measured in turn with them, `sum_up` makes
-    one number of them. `goal_for_value`: the goal bounds the value although there is a limit.
+    `values` are those of the repeats, `limits` those measured in turn with them; `sum_up` makes
+    each of them one number. With `goal_for_value`, the goal bounds the value even beside a limit.
     """
     name: str
     unit: str
@@ -113,14 +113,14 @@ class Figure(NamedTuple):
         return self.value() / self.limit() if self.limits else None
 
     def is_met(self):
-        """None when there is no goal."""
+        """None if there is no goal."""
         if self.goal is None:
             return None
         judges_value = self.goal_for_value or not self.limits
         return self.goal.is_met_by(self.value() if judges_value else self.ratio())
 
     def record(self):
-        """For the run's file; the table is made of these."""
+        """The record in run.json, from which the table is made."""
         return {"figure": self.name, "unit": self.unit,
                 "value": self.value(), "valueSpread": spread(self.values),
                 "limit": self.limit(), "limitSpread": spread(self.limits),
@@ -135,7 +135,7 @@ MET = {True: "yes", False: "NO", None: ""}
 
 
 def rows(records, judged):
-    """The cells of the table, of the records of a run's file. A quick run is not `judged`."""
+    """The rows of the table for the records in run.json. A quick run is not `judged`."""
     for record in records:
         unit, goal = record["unit"], record["goal"]
         yield (record["figure"],
@@ -148,7 +148,7 @@ def rows(records, judged):
 
 
 def quantity(number, unit, spread_of_it):
-    """With its spread if it has one, such as "12.3 ms ±4 %"; nothing of None."""
+    """A number with its spread, if any, such as "12.3 ms ±4 %". Empty for None."""
     if number is None:
         return ""
     text = f"{rounded(number)} {unit}".rstrip()
@@ -156,7 +156,7 @@ def quantity(number, unit, spread_of_it):
 
 
 def rounded(number):
-    """Three digits, or all before the point."""
+    """Three significant digits, or the whole integer part."""
     size = abs(number)
     decimals = 0 if size >= 100 else 1 if size >= 10 else 2 if size >= 0.1 or size == 0 else 4
     return f"{number:,.{decimals}f}"

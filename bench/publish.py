@@ -46,7 +46,7 @@ PLOTS = {
 
 
 def draw(growth, folder):
-    """How the cost grows with masters, clients and lines: SVG files, made by gnuplot."""
+    """Draws the growth with masters, clients and lines as SVG files, with gnuplot."""
     folder.mkdir(parents=True, exist_ok=True)
     for name, (x_key, x_title, panels) in PLOTS.items():
         script = "\n".join(script_of(folder / f"{name}.svg", growth[name], x_key, x_title, panels))
@@ -63,7 +63,8 @@ def script_of(path, points, x_key, x_title, panels):
     yield "set xrange [0:*]; set yrange [0:*]; set style data linespoints"
     yield f"set xlabel '{x_title}'"
     yield f"set multiplot layout 1,{len(panels)}"
-    has_words = any(isinstance(point[x_key], str) for point in points)  # then evenly spaced
+    # An x value that is a word, "full", has no place on the axis: all points are evenly spaced.
+    has_words = any(isinstance(point[x_key], str) for point in points)
     for panel in panels:
         yield f"set title '{panel.title}'"
         yield "$points << END"
@@ -90,8 +91,8 @@ def figures_of(run):
 
 
 def sizing_of(run):
-    """What a host must give, in the terms of those who choose one: of a run's figures and its
-    growth with masters. Everything above the first master counts as that of the others."""
+    """What a host needs for each master and call, from the figures and the growth with masters.
+    The cost of a master is the growth per master after the first."""
     first, last = run["growth"]["masters"][0], run["growth"]["masters"][-1]
     masters = last["masters"] - first["masters"]
 
@@ -119,7 +120,7 @@ def micro_of(run):
 
 
 def page_with(page, name, text):
-    """The page with `text` between its marks <!-- NAME --> and <!-- end of NAME -->."""
+    """The page with `text` between the marks <!-- NAME --> and <!-- end of NAME -->."""
     start, end = f"<!-- {name} -->\n", f"\n<!-- end of {name} -->"
     pattern = re.compile(f"{re.escape(start)}.*?{re.escape(end)}", re.DOTALL)
     page, count = pattern.subn(lambda _: f"{start}{text}{end}", page)

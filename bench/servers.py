@@ -1,5 +1,5 @@
-"""What is measured: programs in cells of fast simulated masters, the calls that they get, and what
-they take of the machine."""
+"""The programs that are measured, in cells of fast simulated masters; the load on them, and their
+use of the machine."""
 
 import contextlib
 import json
@@ -21,18 +21,19 @@ PROGRAMS = BUILD / "bench"
 PYTHON = "/usr/bin/python3"
 
 OPERATES = "Pending command PDOUT deleted (Status: 0)"  # in the daemon's log, once for each master
-POSITION = "25.0"  # that every master tells
-SETTLING_RATE = 100  # lines a second
-LINES_TO_SETTLE = 5  # of each master, until all of them have told their position
+POSITION = "25.0"  # of every gripper
+# Until the daemon has the position of every gripper.
+SETTLING_RATE = 100  # lines per second
+LINES_TO_SETTLE = 5  # of each master
 
-# Arguments for bench-load: what a method takes behind the device string, and what it answers.
+# Arguments of bench-load: the parameter after the device string, and the expected answer.
 CALLS = {"GetPos": ("--expect", POSITION), "Grip": ("--int", "1", "--expect", "0")}
 
-journal = []  # what every load of this run told, for its file
+journal = []  # the results of every load, for run.json
 
 
 def cpu_seconds(pid):
-    """Processor time of a whole process, read by the id that the kernel gives to its clock."""
+    """Processor time of a process, from its CPU clock."""
     return time.clock_gettime_ns((~pid << 3) | 2) / 1e9
 
 
@@ -41,7 +42,7 @@ def rss_kib(pid):
 
 
 def wakeups(pid):
-    """How often the threads of `pid` have gone to sleep of their own accord."""
+    """The number of voluntary context switches of all threads of `pid`."""
     threads = list(pathlib.Path(f"/proc/{pid}/task").glob("*/status"))
     if not threads:
         raise AssertionError(f"process {pid} has ended")
@@ -54,9 +55,9 @@ def number_in(status, name):
 
 @contextlib.contextmanager
 def pinned_to_one():
-    """Processes that are started inside run on one processor, all on the same."""
+    """Processes that are started inside share one processor."""
     before = os.sched_getaffinity(0)
-    os.sched_setaffinity(0, {max(before)})  # the first ones have the machine's own work
+    os.sched_setaffinity(0, {max(before)})  # the first ones serve interrupts
     try:
         yield
     finally:
@@ -64,7 +65,7 @@ def pinned_to_one():
 
 
 def listens(port):
-    """Whether there is a server; asks it nothing."""
+    """Whether a server listens on the port; sends it nothing."""
     with socket.socket() as attempt:
         return attempt.connect_ex(("127.0.0.1", port)) == 0
 
@@ -86,7 +87,7 @@ class Cell:
         self.masters = masters
         self.output = tempfile.NamedTemporaryFile(prefix="bench-")
         options = ["--masters", str(masters), *(["--fin-file", fin_file] if fin_file else [])]
-        # A session of its own: Ctrl-C is for the driver, which then ends everything in order.
+        # In a session of its own: Ctrl-C reaches only the driver, which then ends all in order.
         self.process = subprocess.Popen(
             [*MORTAL, PROGRAMS / "bench-cell", *options, "--", *command],
             stdin=subprocess.PIPE, stdout=self.output, stderr=subprocess.PIPE, bufsize=0,
@@ -100,7 +101,7 @@ class Cell:
             raise
 
     def wait_until_ready(self):
-        """For programs that take a moment."""
+        """Overridden for programs that are not ready at once."""
 
     def __enter__(self):
         return self
@@ -109,7 +110,7 @@ class Cell:
         self.end()
 
     def end(self):
-        """SIGTERM, not SIGINT: the orderly end of a server with many quiet masters takes long."""
+        """Uses SIGTERM: after SIGINT, a server with many quiet masters takes long to stop."""
         self.resume()
         self.process.terminate()
         try:
@@ -123,7 +124,7 @@ class Cell:
     # The command
 
     def text(self):
-        """What the command has written to its standard output."""
+        """The standard output of the command so far."""
         return pathlib.Path(self.output.name).read_text(errors="replace")
 
     def wait_for(self, text, count=1):
@@ -135,34 +136,34 @@ class Cell:
         return self.process.poll() is not None
 
     def result(self):
-        """Waits for the end of the command; returns the JSON of its last line."""
+        """Waits for the end of the command. Returns the JSON of its last line."""
         status = self.process.wait(PATIENCE)
         if status != 0:
             raise AssertionError(f"exit status {status}: {self.errors.since(0)}")
         return json.loads(self.text().splitlines()[-1])
 
     def environment(self):
-        """That of the command: programs that are started with it see the same masters."""
+        """The environment of the command: programs started with it see the same masters."""
         def read():
             entries = pathlib.Path(f"/proc/{self.pid}/environ").read_text().split("\0")
             return dict(entry.split("=", 1) for entry in entries if "=" in entry)
-        wait_until(lambda: "UMOCKDEV_DIR" in read())  # not there until it has begun to run
+        wait_until(lambda: "UMOCKDEV_DIR" in read())  # missing until the command is executed
         return read()
 
     def cpu_seconds(self):
-        """Processor time that the command has taken."""
+        """Processor time of the command so far."""
         return cpu_seconds(self.pid)
 
     # The masters
 
     def send(self, text):
-        """Gives bench-cell a command without waiting; returns what `answer` waits for."""
+        """Sends bench-cell a command. Returns the argument for answer()."""
         mark = self.errors.mark()
         self.process.stdin.write(text.encode() + b"\n")
         return mark
 
     def answer(self, mark):
-        """The number that bench-cell answered, None if it just said ok."""
+        """The number in bench-cell's answer; None for a plain "ok"."""
         line = self.errors.wait_for("^bench-cell: (ok|error)", since=mark)
         if "error" in line:
             raise AssertionError(line)
@@ -173,31 +174,31 @@ class Cell:
         return self.answer(self.send(text))
 
     def stream(self, rate):
-        """Has every master send `rate` lines of process data a second, or "full"."""
+        """Has every master send `rate` lines of process data per second, or "full"."""
         self.ask(f"rate {rate}")
 
     def lines(self):
-        """Lines of process data that all masters have sent so far."""
+        """The number of lines of process data that all masters have sent so far."""
         return self.ask("lines")
 
     def settle(self):
-        """Waits until every master has told its position; they are quiet then."""
+        """Waits until every master has sent its position, then stops the streams."""
         enough = self.lines() + self.masters * LINES_TO_SETTLE
         self.stream(SETTLING_RATE)
         wait_until(lambda: self.lines() >= enough)
         self.stream(0)
 
-    # Both of them
+    # Command and masters
 
     def pause(self):
-        """Stops them, so that they take nothing from what is measured beside them."""
+        """Suspends them, so that they do not disturb the measurement of another cell."""
         self._signal(signal.SIGSTOP)
 
     def resume(self):
         self._signal(signal.SIGCONT)
 
     def _signal(self, number):
-        """One that has ended meanwhile is found out elsewhere."""
+        """Ignores a process that has ended, which running() reports."""
         for pid in (self.process.pid, self.pid):
             if pid and not self.has_ended():
                 with contextlib.suppress(ProcessLookupError):
@@ -205,7 +206,7 @@ class Cell:
 
     @contextlib.contextmanager
     def running(self):
-        """The only time in which a paused cell runs; it is still there at the end."""
+        """Lets a paused cell run. Fails if its command has ended."""
         self.resume()
         try:
             yield
@@ -225,7 +226,7 @@ class Readers(Cell):
         self.wait_for("started")
 
     def expect_right_lines(self):
-        """Ends them; a limit that got lines wrong would be none."""
+        """Ends the readers. Fails if they found wrong lines: the limit would be invalid."""
         self.resume()
         self.process.send_signal(signal.SIGINT)
         wrong = self.result()["wrong"]
@@ -234,7 +235,7 @@ class Readers(Cell):
 
 
 class Program(NamedTuple):
-    """What serves, on which ports."""
+    """A server and its ports."""
     command: tuple
     ports: tuple
 
@@ -242,7 +243,7 @@ class Program(NamedTuple):
 DAEMON = Program((BUILD / "daemon" / "TavrikDaemon",), PORTS)
 BARE = Program((PROGRAMS / "bare-server", "44231", "44232"), (44231, 44232))
 PLAIN = Program((PROGRAMS / "plain-server", "44233", "44234"), (44233, 44234))
-# The daemon without its one send for each answer; on the same ports.
+# The daemon with the library's own nine sends per answer, on the same ports.
 NINE_SENDS = Program((PROGRAMS / "nine-sends-daemon",), PORTS)
 NODE_PEER = Program(("node", PROGRAMS / "peers" / "node_server.js", "44251"), (44251,))
 
@@ -253,7 +254,7 @@ def python_peer(masters):
 
 
 class Server(Cell):
-    """A program that serves in a cell of quiet masters; ready when the object is."""
+    """A server in a cell of quiet masters. It is ready once it is constructed."""
 
     def __init__(self, program, masters=0, **options):
         self.program = program
@@ -269,10 +270,10 @@ class Server(Cell):
             self.settle()
 
     def load(self, method, connections, seconds, fin_file=None):
-        """Calls for gripper 0 on so many connections, spread over the ports.
+        """Calls for gripper 0 on this number of connections, spread over the ports.
 
-        Returns what bench-load tells and "cpuUs", the server's processor time for a call. With the
-        fin_file of its masters, latencies are those from FIN to the last byte of the answer sent.
+        Returns the results of bench-load and "cpuUs", the server's processor time per call. With
+        the fin_file of the masters, latencies begin at FIN and end at the last byte of the answer.
         """
         before = self.cpu_seconds()
         result, = results_of(
@@ -284,8 +285,8 @@ class Server(Cell):
         return result
 
     def load_grippers(self, method, seconds):
-        """Calls for all grippers, on a connection for each: equal commands of several clients for
-        one gripper may be taken for one another. Returns the calls per second of all.
+        """Calls for all grippers, each on its own connection: equal commands of several clients
+        for one gripper may be mistaken for each other. Returns the calls per second of all.
         """
         ports = self.program.ports
         results = results_of(
@@ -302,7 +303,7 @@ def load_command(ports, method, gripper, connections, seconds, fin_file=None):
 
 
 def results_of(*commands):
-    """Runs the loads side by side; returns what each of them tells."""
+    """Runs the loads side by side. Returns the results of each."""
     with contextlib.ExitStack() as stack:
         loads = []
         for words in commands:

@@ -1,4 +1,4 @@
-"""What tavrikweb costs: the robot beside it, and the host."""
+"""The cost of tavrikweb, for a robot that calls meanwhile and for the host."""
 
 import contextlib
 import subprocess
@@ -38,7 +38,7 @@ def drain(connection):
 
 
 def beside_viewers(plan):
-    """A robot that calls without pause on one connection, with and without viewers."""
+    """A robot that calls continuously on one connection, with and without viewers."""
     with Server(DAEMON, masters=GRIPPERS) as daemon:
         daemon.stream(RATE)
 

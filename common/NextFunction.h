@@ -14,7 +14,8 @@ extern "C" void xmlrpc_strfree(const char* text);
 
 namespace fence {
 
-/// @return the installed library's function `name`, which the executable's definition hides
+/// @return the installed library's function `name`, which the executable's definition hides; null
+/// if no library defines it
 template <typename Function>
 Function* NextFunction(const char* name) {
     return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));

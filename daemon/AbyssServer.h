@@ -7,7 +7,7 @@
 
 #include "pellix/GripperManager.h"
 
-/// Serves the 40 XML-RPC methods on one TCP port.
+/// Serves the XML-RPC methods on one TCP port.
 class AbyssServer {
 public:
     /// Fills the registry; does not listen yet.

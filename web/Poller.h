@@ -65,7 +65,7 @@ private:
     Clock::time_point nextList{};
     Clock::time_point nextWithoutData{};  // when grippers without data are read in full again
 
-    mutable std::mutex mutex;  // guards what follows
+    mutable std::mutex mutex;  // guards what follows; taken before EventHub's
     mutable std::condition_variable_any changed;
     Cell latest;
     Clock::time_point latestAt{};

@@ -41,7 +41,7 @@ class RawClient:
         self.socket.sendall(self.request)
 
     def body(self):
-        """Returns the reply to the last call, as XML."""
+        """The reply to the last call, as XML."""
         length = 0
         while line := self.answers.readline().strip():
             if line.lower().startswith(b"content-length:"):
@@ -51,7 +51,7 @@ class RawClient:
         return self.answers.read(length)
 
     def answer(self):
-        """Returns the result of the last call, a number, as text."""
+        """The result of the last call, a number, as text."""
         return re.search(rb"<(?:i4|int|double)>([^<]+)<", self.body())[1].decode()
 
     def status(self):
@@ -82,7 +82,7 @@ def measure(at_once, query_end, report, pairs, seconds):
 
 
 def quiet_size(log):
-    """Returns the size of the log, or None while the daemon still writes to it."""
+    """The size of the log; None while the daemon still writes to it."""
     size = log.seek(0, 2)
     time.sleep(0.1)
     return size if log.seek(0, 2) == size else None

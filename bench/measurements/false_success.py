@@ -1,12 +1,12 @@
 """Measures how often a refused request returns 0 because the FIN of the previous request, which has
-the same key, comes late: a reply finishes the oldest request with its key.
+the same key, comes late: a reply ends the oldest request with its key.
 
 Usage: scripts/storm --false-success [TRIES]: makes TRIES tries for each row (default 300).
 
 There is one client and one gripper. Each try reads a setting and sets another value, which the
 master refuses with 4; or it grips and then releases, which the master refuses with 44. "FIN" is the
-time in ms from the data line of the first call to its FIN, "pause" the time in ms that the client
-waits between both calls. "Found" counts the settings whose false 0 was found by reading them back.
+time in ms from the data line of the first call to its FIN; "pause" is the time in ms between the
+calls. "Found" counts the false 0 that were detected by reading the setting back.
 """
 
 import collections
@@ -48,7 +48,7 @@ class Measurement:
         return RawClient(PORTS[0], method, GRIPPER, *numbers)
 
     def sleep(self):
-        """Waits for the client's pause; without a pause, makes no system call."""
+        """Makes the client's pause; without one, makes no system call."""
         if self.pause:
             time.sleep(self.pause / 1000)
 
@@ -59,8 +59,8 @@ class Measurement:
 
 
 class Limit(Measurement):
-    """The parameter is one byte longer than the value that is set. The simulator splits its reply
-    after the data line."""
+    """The parameter is one byte longer than the value that is set, so that it is refused. The
+    simulator splits its reply after the data line."""
 
     NAME = "GetNoPartLimit, SetNoPartLimit"
     CODE = 4

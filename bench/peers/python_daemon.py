@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 """python_daemon.py PORT[,PORT] TTY...: GetPos and Grip for the grippers on PELLIX masters.
 
-What somebody would write in an afternoon instead of TavrikDaemon, with Python's own library.
+A simple daemon with Python's own library, as one could write in an afternoon, for comparison.
 """
 
 import os
@@ -32,7 +32,7 @@ class Gripper:
 
     def __init__(self, path):
         self.pdin = b""
-        self.values = {}  # of the other data lines, by their key
+        self.values = {}  # of other data lines, by key
         self.command_lock = threading.Lock()
         self.ended = threading.Condition()  # guards the two below
         self.key = None  # of the command under way

@@ -1,4 +1,4 @@
-"""What the tests of the benchmarks' programs share."""
+"""Helpers of the tests of the benchmarks' programs."""
 
 import contextlib
 import os
@@ -24,7 +24,7 @@ servers.PROGRAMS = PROGRAMS
 DAEMON_PORT, PLAIN_PORT = PORTS[0], 44233
 WARM_UP_CALLS = 50  # of bench-load
 SO_TIMESTAMPNS = 35
-DATA_SEGMENTS = 152  # where they are in the kernel's tcp_info
+DATA_SEGMENTS = 152  # offset of their number in the kernel's tcp_info
 BODY = b"<methodCall><methodName>GetPos</methodName><params><param><value><string>HVA SN:B00" \
        b"</string></value></param></params></methodCall>"
 REQUEST = b"POST /RPC2 HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Type: text/xml\r\n" \
@@ -45,8 +45,8 @@ def run(program, *arguments):
                           stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=PATIENCE)
 
 
-def sleeps_on(pid):
-    """Whether no thread of the process runs or waits for a processor for a moment."""
+def is_asleep(pid):
+    """Whether no thread of the process runs, or waits for a processor, for 0.1 s."""
     before = cpu_seconds(pid)
     for _ in range(10):
         for thread in pathlib.Path(f"/proc/{pid}/task").iterdir():
@@ -57,9 +57,9 @@ def sleeps_on(pid):
 
 
 def answers(port, count):
-    """The last of so many answers on a connection, and the segments with data that they took.
+    """The last of `count` answers on a connection, and the number of data segments of all.
 
-    Nothing while the server does not listen.
+    None if no server listens.
     """
     try:
         client = socket.create_connection(("127.0.0.1", port), PATIENCE)
@@ -77,7 +77,7 @@ def answers(port, count):
 
 @contextlib.contextmanager
 def timestamps():
-    """The kernel notes when segments arrive, which it begins a moment after it was told to."""
+    """Has the kernel record when segments arrive, which begins a moment after the request."""
     with socket.create_server(("127.0.0.1", 0)) as listener, \
             socket.create_connection(listener.getsockname()) as client:
         server, _ = listener.accept()

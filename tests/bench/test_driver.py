@@ -1,4 +1,4 @@
-"""The benchmarks' driver: what it makes of what was measured, and how it looks at servers."""
+"""The benchmarks' driver: its figures, its table, and how it measures servers."""
 
 import json
 import math
@@ -22,10 +22,10 @@ from figures import Figure, at_least, at_most, spread  # noqa: E402
 
 
 class SpreadTest(unittest.TestCase):
-    def test_half_the_distance_of_the_quartiles_to_the_median(self):
+    def test_half_the_interquartile_range_relative_to_the_median(self):
         self.assertAlmostEqual(spread([90, 95, 100, 105, 110]), 0.05)
 
-    def test_one_value_has_none(self):
+    def test_one_value_has_no_spread(self):
         self.assertIsNone(spread([7]))
         self.assertIsNone(spread([]))
 
@@ -62,7 +62,7 @@ class TableTest(unittest.TestCase):
                Figure("a start", "ms", [1.234], goal=at_most(1.5))]
 
     def records(self):
-        """As they are read from the run's file."""
+        """Records as they are read from run.json."""
         return json.loads(json.dumps([figure.record() for figure in self.FIGURES]))
 
     def test_text(self):
@@ -173,7 +173,7 @@ class PageTest(unittest.TestCase):
         page = publish.page_with(self.PAGE, "figures", r"new \1")
         self.assertEqual(page, self.PAGE.replace("old", r"new \1"))
 
-    def test_a_page_without_the_place(self):
+    def test_a_page_without_the_marks(self):
         with self.assertRaises(SystemExit):
             publish.page_with(self.PAGE, "other", "new")
 

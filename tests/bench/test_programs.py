@@ -1,4 +1,4 @@
-"""The programs that the benchmarks measure with."""
+"""The programs with which the benchmarks measure."""
 
 import json
 import os
@@ -16,7 +16,7 @@ import tty
 import unittest
 
 from programs import (ANSWER, DAEMON_PORT, LINE, PATIENCE, PLAIN_PORT, PROGRAMS, REQUEST,
-                      WARM_UP_CALLS, answers, http, own_network, run, servers, sleeps_on,
+                      WARM_UP_CALLS, answers, http, own_network, run, servers, is_asleep,
                       timestamps, wait_until, without_date)
 
 Cell, ttys = servers.Cell, servers.ttys
@@ -28,7 +28,7 @@ class BenchCellTest(unittest.TestCase):
             with Cell("sh", "-c", script) as cell:
                 self.assertEqual(cell.process.wait(PATIENCE), status)
 
-    def test_tells_the_pid_of_its_command(self):
+    def test_prints_the_pid_of_its_command(self):
         with Cell("sh", "-c", "echo $$; exec sleep 60") as cell:
             cell.wait_for("\n")
             self.assertEqual(cell.pid, int(cell.text()))
@@ -60,7 +60,7 @@ class BenchCellTest(unittest.TestCase):
         self.assertEqual(help_text.returncode, 0)
         self.assertIn("--masters", help_text.stdout)
 
-    def test_says_what_is_wrong(self):
+    def test_invalid_commands_are_reported(self):
         with Cell("sleep", "60", masters=1) as cell:
             for line in ("jump", "rate", "rate fast", "rate 10001", "plug", "plug x", "plug 1",
                          "plug 0", "unplug 1"):
@@ -70,12 +70,12 @@ class BenchCellTest(unittest.TestCase):
     def test_outlives_its_standard_input(self):
         with Cell("sleep", "60", masters=1) as cell:
             cell.process.stdin.close()
-            wait_until(lambda: sleeps_on(cell.process.pid))
+            wait_until(lambda: is_asleep(cell.process.pid))
             self.assertFalse(cell.has_ended())
 
 
 class MasterTest(unittest.TestCase):
-    """What is on the other side of a tty."""
+    """The masters of bench-cell."""
 
     def cell(self, masters=1):
         cell = Cell("sleep", "60", masters=masters)
@@ -110,19 +110,19 @@ class MasterTest(unittest.TestCase):
             key = re.split(rb"[=(?]", request)[0]
             self.expect(node, request + b"\n", b"ACK %s\nFIN %s\n" % (key, key))
 
-    def test_requests_in_pieces_and_no_requests(self):
+    def test_split_and_invalid_requests(self):
         node = self.tty(self.cell())
         self.expect(node, b"\nPDOUT\nOPERATE()\nPDOUT=[0", b"ACK OPERATE\nFIN OPERATE\n")
         self.expect(node, b",0]\n", b"ACK PDOUT\nFIN PDOUT\n")
 
-    def test_streams_to_all_of_them(self):
+    def test_every_master_streams(self):
         cell = self.cell(masters=2)
         nodes = self.tty(cell, 0), self.tty(cell, 1)
         cell.stream(1000)
         for node in nodes:
             self.assertEqual(self.read(node, 3 * len(LINE)), 3 * LINE)
         cell.stream(0)
-        wait_until(lambda: sleeps_on(cell.process.pid))
+        wait_until(lambda: is_asleep(cell.process.pid))
         self.assertEqual(cell.lines() % 2, 0)
 
     def test_missed_ticks_are_made_up_for(self):
@@ -139,16 +139,16 @@ class MasterTest(unittest.TestCase):
         cell = self.cell()
         node = self.tty(cell)
         cell.stream("full")
-        wait_until(lambda: sleeps_on(cell.process.pid))
+        wait_until(lambda: is_asleep(cell.process.pid))
         lines = cell.lines()
         self.assertGreater(lines * len(LINE), 4096)
         self.assertEqual(self.read(node, 2 * lines * len(LINE)), 2 * lines * LINE)
 
-    def test_answers_also_when_the_stream_leaves_no_room(self):
+    def test_answers_while_the_stream_fills_the_tty(self):
         cell = self.cell()
         node = self.tty(cell)
         cell.stream("full")
-        wait_until(lambda: sleeps_on(cell.process.pid))
+        wait_until(lambda: is_asleep(cell.process.pid))
         os.write(node, 100 * b"OPERATE()\n")
         text = b""
         while text.count(b"FIN OPERATE\n") < 100:
@@ -194,16 +194,16 @@ class TtyProgramTest(unittest.TestCase):
         cell.stream(1000)
         wait_until(lambda: cell.lines() >= 200)
         cell.stream(0)
-        wait_until(lambda: sleeps_on(cell.pid))
+        wait_until(lambda: is_asleep(cell.pid))
         sent = cell.lines()
         self.assertEqual(self.interrupt(cell)["lines"], sent)
 
-    def test_sleepers_are_two_more_threads_a_tty(self):
+    def test_sleepers_are_two_more_threads_for_each_tty(self):
         for options, threads in ([], 1 + 2), (["--sleepers"], 1 + 2 * 3):
             cell = self.readers(2, *options)
             self.assertEqual(len(os.listdir(f"/proc/{cell.pid}/task")), threads)
 
-    def test_a_master_that_is_pulled_ends_its_reader_alone(self):
+    def test_a_master_that_is_unplugged_ends_only_its_reader(self):
         cell = self.readers(2)
         cell.stream(1000)
         cell.ask("unplug 0")
@@ -211,7 +211,7 @@ class TtyProgramTest(unittest.TestCase):
         wait_until(lambda: cell.lines() > enough)
         self.assertEqual(self.interrupt(cell)["wrong"], 0)
 
-    def test_readers_count_what_is_no_process_data(self):
+    def test_readers_count_other_lines_as_wrong(self):
         master, node = pty.openpty()
         self.addCleanup(os.close, master)
         self.addCleanup(os.close, node)
@@ -221,7 +221,7 @@ class TtyProgramTest(unittest.TestCase):
             readers.stdout.readline()
             os.write(master, b"c4,0,3]\n" + LINE + b"@PDIN=[9,c4]\n@PDIN=[9,c4,0,3x\nFIN PDOUT\n"
                      + b"@PDIN=[9,c4,0,100]\n" + LINE + LINE[:9])
-            wait_until(lambda: sleeps_on(readers.pid))
+            wait_until(lambda: is_asleep(readers.pid))
             readers.send_signal(signal.SIGINT)
             self.assertEqual(json.loads(readers.stdout.read()), {"lines": 7, "wrong": 4})
 
@@ -250,7 +250,7 @@ class TtyProgramTest(unittest.TestCase):
                                     ("pty-handover", "a", "0"), ("pty-handover", "a", "1", "b")):
             self.assertEqual(run(program, *arguments).returncode, 2)
 
-    def test_a_tty_that_is_not_there(self):
+    def test_a_missing_tty(self):
         for path in "/nonexistent", "/dev/null":
             for program, *arguments in ("plain-readers", path), ("pty-handover", path, "1"):
                 result = run(program, *arguments)
@@ -259,11 +259,11 @@ class TtyProgramTest(unittest.TestCase):
 
 
 class BenchLoadTest(unittest.TestCase):
-    """Against a server with answers of its own, on any port."""
+    """bench-load with a server whose answers the test chooses."""
 
     def serve(self, pieces, listener):
-        """Answers every request with the pieces that `pieces` gives for its number, from 0 on;
-        hangs up when there are none."""
+        """Answers request N, counted from 0, with the pieces of `pieces(N)`; hangs up if there are
+        none."""
         client, _ = listener.accept()
         with client:
             client.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
@@ -274,7 +274,7 @@ class BenchLoadTest(unittest.TestCase):
                 number += 1
 
     def load(self, pieces, expected="25", seconds="0.01"):
-        """The result of bench-load, and the first line of what it complains of."""
+        """The result of bench-load, and its message about the first wrong answer."""
         with socket.create_server(("127.0.0.1", 0)) as listener:
             server = threading.Thread(target=self.serve, args=(pieces, listener))
             server.start()
@@ -285,8 +285,8 @@ class BenchLoadTest(unittest.TestCase):
         return json.loads(done.stdout), done.stderr
 
     def test_counts_and_times_its_calls(self):
-        result, complaint = self.load(lambda _: [ANSWER], seconds="0.1")
-        self.assertEqual((complaint, result["wrong"]), ("", 0))
+        result, message = self.load(lambda _: [ANSWER], seconds="0.1")
+        self.assertEqual((message, result["wrong"]), ("", 0))
         self.assertEqual(result["warmUpCalls"], WARM_UP_CALLS)
         self.assertGreaterEqual(result["seconds"], 0.1)
         self.assertAlmostEqual(result["callsPerSecond"], result["calls"] / result["seconds"],
@@ -304,7 +304,7 @@ class BenchLoadTest(unittest.TestCase):
         for name in "p50", "p99", "max":
             self.assertGreaterEqual(result[f"{name}Us"], 0.2e6)
 
-    def test_takes_right_answers(self):
+    def test_accepts_right_answers(self):
         value = b"<value><double>25.0</double></value>"
         chunks = http(b"24\r\n" + value + b"\r\n0\r\n\r\n", b"Transfer-Encoding: chunked")
         for pieces in ([http(b"<value><double>25</double></value>")],
@@ -313,22 +313,22 @@ class BenchLoadTest(unittest.TestCase):
                        [ANSWER[:7], ANSWER[7:30], ANSWER[30:-1], ANSWER[-1:]],
                        [chunks], [chunks[:-9], chunks[-9:-2], chunks[-2:]],
                        [http(b" " * 10000 + value)]):
-            result, complaint = self.load(lambda _, pieces=pieces: pieces)
-            self.assertEqual(complaint, "")
+            result, message = self.load(lambda _, pieces=pieces: pieces)
+            self.assertEqual(message, "")
             self.assertGreater(result["calls"], 0)
 
-    def test_complains_of_wrong_answers(self):
+    def test_rejects_wrong_answers(self):
         fault = b"<methodResponse><fault><value><struct><member><name>faultCode</name><value>" \
                 b"<int>25</int></value></member></struct></value></fault></methodResponse>"
         for body in (b"", b"<value><int>25", b"<value><int>25</int>", b"<value><int></int></value>",
                      b"<value><double>25.01</double></value>", b"<value><int>-25</int></value>",
                      b"<value><double>25x</double></value>", b"<value>", fault,
                      2 * b"<value><int>25</int></value>"):
-            result, complaint = self.load(lambda _, body=body: [http(body)])
-            self.assertIn("bench-load: wrong answer: ", complaint)
+            result, message = self.load(lambda _, body=body: [http(body)])
+            self.assertIn("bench-load: wrong answer: ", message)
             self.assertEqual(result["wrong"], result["warmUpCalls"] + result["calls"])
 
-    def test_complains_of_what_is_no_answer(self):
+    def test_rejects_invalid_responses(self):
         for answer, reason in ((ANSWER.replace(b"200 OK", b"500 No"), "status: HTTP/1.1 500 No"),
                                (ANSWER + b"x", "more bytes than the answer's length"),
                                (http(b"x", b"Server: x"), "answer without a length"),
@@ -338,16 +338,16 @@ class BenchLoadTest(unittest.TestCase):
     def test_one_wrong_answer_is_enough(self):
         wrong = http(b"<value><int>12</int></value>")
         for place in 0, WARM_UP_CALLS - 1, WARM_UP_CALLS:
-            result, complaint = self.load(
+            result, message = self.load(
                 lambda number, place=place: [wrong if number == place else ANSWER])
             self.assertEqual(result["wrong"], 1)
-            self.assertIn("<int>12</int>", complaint)
+            self.assertIn("<int>12</int>", message)
 
     def test_stops_when_the_server_hangs_up(self):
-        result, complaint = self.load(lambda number: number < WARM_UP_CALLS + 3 and [ANSWER],
+        result, message = self.load(lambda number: number < WARM_UP_CALLS + 3 and [ANSWER],
                                       seconds="10")
         self.assertEqual((result["calls"], result["wrong"]), (3, 1))
-        self.assertIn("Connection reset", complaint)
+        self.assertIn("Connection reset", message)
 
     def test_usage(self):
         needed = ["--ports", "1", "--method", "m", "--device", "d", "--expect", "0"]
@@ -413,7 +413,7 @@ class ServersTest(unittest.TestCase):
         return [PROGRAMS / "bench-load", "--connections", "1", "--method", method,
                 "--device", "HVA SN:B00", *options]
 
-    def test_time_from_fin_is_part_of_a_call(self):
+    def test_the_time_from_fin_is_less_than_the_call(self):
         with tempfile.NamedTemporaryFile() as fin:
             self.daemon(fin_file=fin.name)
             grip = self.load("Grip", "--ports", str(DAEMON_PORT), "--int", "1", "--expect", "0",
@@ -433,7 +433,7 @@ class ServersTest(unittest.TestCase):
         self.assertIn(b"no FIN before the answer", no_fin.stderr)
 
     def test_time_from_fin_ends_when_the_last_byte_is_sent(self):
-        """Neither when the first byte is sent nor when the client runs again."""
+        """Not when the first byte is sent, nor when the client runs again."""
         pieces, pause, sleep = (ANSWER[:30], ANSWER[30:]), 0.2, 1.0
         with tempfile.NamedTemporaryFile() as fin, \
                 socket.create_server(("127.0.0.1", 0)) as listener, \

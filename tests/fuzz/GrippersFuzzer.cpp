@@ -102,7 +102,7 @@ void CheckLimit(AnsweringLink& link, unsigned (*operation)(Pellix&, std::uint8_t
     const auto value = link.input.Take<double>();
     const unsigned result = operation(link.Link(), set, value);
     if (std::isnan(value)) {
-        Require(result == kNothingSent, "no number is no limit");
+        Require(result == kNothingSent, "a NaN limit is not sent");
         link.RequireNothingSent();
         return;
     }

@@ -2,6 +2,7 @@
 
 import contextlib
 import doctest
+import json
 import os
 import pathlib
 import re
@@ -12,7 +13,7 @@ import unittest
 import xmlrpc.client
 
 from . import test_examples
-from .harness import machine_test_case
+from .harness import ctl, machine_test_case
 from .harness.cell import PATIENCE, PORTS, SLOWNESS, wait_until
 from .harness.cell_test_case import CellTestCase, main
 from .harness.methods import METHODS
@@ -252,7 +253,11 @@ class LogLinesTest(unittest.TestCase):
 
     @classmethod
     def patterns(cls):
-        """A regular expression for each text in the sources."""
+        """A regular expression for each text in the sources, without blanks at its front."""
+        return {re.sub(r"^(\\ )+", "", pattern) for pattern in cls.whole_patterns()}
+
+    @classmethod
+    def whole_patterns(cls):
         for text in cls.sources.values():
             for statement in cls.STATEMENT.findall(text):
                 yield cls.pattern(statement)
@@ -262,23 +267,33 @@ class LogLinesTest(unittest.TestCase):
 
     @classmethod
     def pattern(cls, statement):
-        """Literals as they are, anything for values; without blanks at the front."""
+        """Literals as they are, anything for values."""
         parts = [cls.LITERAL.fullmatch(part.strip()) for part in statement.split("<<")]
-        pattern = "".join(re.escape(part[1]) if part else ".+" for part in parts)
-        return re.sub(r"^(\\ )+", "", pattern)
+        return "".join(re.escape(part[1]) if part else ".+" for part in parts)
 
     def test_every_text_of_the_sources_is_explained(self):
-        patterns = set(self.patterns())
+        patterns = self.patterns()
         self.assertGreater(len(patterns), 80)
         for pattern in sorted(patterns):
             with self.subTest(text=pattern):
                 self.assertTrue(any(re.fullmatch(pattern, text) for text in self.explained))
 
     def test_every_explained_text_is_in_the_sources(self):
-        patterns = set(self.patterns())
+        patterns = self.patterns()
         for text in self.explained:
             with self.subTest(text=text):
                 self.assertTrue(any(re.fullmatch(pattern, text) for pattern in patterns))
+
+    def test_tavrikctl_log_classifies_every_text_of_the_sources(self):
+        texts = {re.sub(r"\\(.)", r"\1", pattern.replace(".+", "7"))
+                 for pattern in self.whole_patterns()}
+        with tempfile.NamedTemporaryFile("w") as log:
+            log.writelines(f"12:00:00 1 {text}\n" for text in sorted(texts))
+            log.flush()
+            output = ctl.run("log", "--verbose", "--json", log.name, check=True).stdout
+        *rows, _ = map(json.loads, output.splitlines())  # the last is the summary
+        shown = {row["text"].lstrip() for row in rows if row["kind"] not in ("other", "call")}
+        self.assertEqual({text.lstrip() for text in texts} - shown, set())
 
     def test_no_text_is_explained_twice(self):
         self.assertCountEqual(self.explained, set(self.explained))

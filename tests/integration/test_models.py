@@ -2,15 +2,9 @@
 
 from .harness.cell import PORTS
 from .harness.cell_test_case import CellTestCase, main
-from .harness.methods import METHODS
+from .harness.methods import METHOD, METHODS, byte_list
 
 MODELS = ("TLM", "HVA", "MZD-S", "MZD-L")
-METHOD = {method.name: method for method in METHODS}
-
-
-def byte_list(values):
-    """Returns a byte list in the format of the wire."""
-    return "[" + ",".join(f"{byte:x}" for byte in values) + "]"
 
 
 class ModelsTestCase(CellTestCase):

@@ -8,43 +8,43 @@ import time
 import xmlrpc.client
 from collections import Counter
 
-from expectation import METHOD, PDOUT, PROCESS_DATA, expectation, key_of, written_key
+from expectation import PDOUT, PROCESS_DATA, expectation, key_of, written_key
 from gripper import FAULTS, STROKES, Gripper
 from tests.integration.harness.cell import SLOWNESS, Cell
-from tests.integration.harness.methods import METHODS
+from tests.integration.harness.methods import METHOD, METHODS
 
 TYPES = {"i": int, "b": bool, "d": float, "A": list}
-LINES_BETWEEN_AUDITS = 40  # the simulator records the last 50
-TIME_TO_STAND = 10.0 * SLOWNESS  # seconds until a motion must have ended
-MOST_COMPLAINTS = 10  # the client then ends
+LINES_BETWEEN_COMPARISONS = 40  # the simulator records the last 50
+MOTION_TIMEOUT = 10.0 * SLOWNESS  # seconds until a motion must have ended
+MOST_PROBLEMS = 10  # the client then stops
 LOOKUP_WAIT, REQUEST_WAIT = 0.1, 1.0  # the daemon's timeouts in seconds; no call fails earlier
 NO_ANSWER = 5  # status of a request that timed out
-MOST_TRIES = 5  # until a call is on time again
-PAUSE = 0.003  # seconds between two calls, on average
+MOST_TRIES = 5  # calls until one is on time again
+PAUSE = 0.003  # mean time between two calls, in seconds
 
 
 class Tally:
     """Results of a client, which it sends to the soak's main process at the end."""
 
     def __init__(self):
-        self.calls = Counter()  # by method, like all counters but `ends`
+        self.calls = Counter()  # by method, as all counters except `motion_ends`
         self.wrong = Counter()
-        self.late = Counter()  # calls so slow that the daemon may have timed out
-        self.given_up = 0  # calls whose answer shows a timeout of the daemon
+        self.late = Counter()  # calls so slow that the daemon may have timed out in them
+        self.given_up = 0  # calls in which the daemon did time out, by their answer
         self.slowest = dict.fromkeys(METHOD, 0.0)  # seconds
-        self.ends = Counter()  # ended motions, by state code
-        self.audits = 0
+        self.motion_ends = Counter()  # ended motions, by state code
+        self.comparisons = 0
         self.commands = 0  # commands that returned 0
         self.lost = 0  # such commands that did not reach the master
         self.clients_at_end = 0  # clients that worked until the end
-        self.complaints = []
+        self.problems = []
 
     def add(self, other):
-        for counter in ("calls", "wrong", "late", "ends"):
+        for counter in ("calls", "wrong", "late", "motion_ends"):
             getattr(self, counter).update(getattr(other, counter))
         for method, seconds in other.slowest.items():
             self.slowest[method] = max(self.slowest[method], seconds)
-        for number in ("given_up", "audits", "commands", "lost", "clients_at_end", "complaints"):
+        for number in ("given_up", "comparisons", "commands", "lost", "clients_at_end", "problems"):
             setattr(self, number, getattr(self, number) + getattr(other, number))
 
 
@@ -65,16 +65,16 @@ class Simulator:
         return self.pipe.recv()
 
 
-class Post:
-    """A gripper and its client's data about it."""
+class Subject:
+    """A gripper with what its client knows about it."""
 
     def __init__(self, number, state):
         self.gripper = Gripper(number, state)
         self.request_count = state["requestCount"]
         self.lines = []  # request lines that the master must have received since then
-        self.commands = []  # those of them for which the call returned 0
+        self.commands = []  # those whose call returned 0
         self.last_key = None
-        self.changed = time.monotonic()
+        self.changed = time.monotonic()  # when a motion may last have begun
 
 
 class Client:
@@ -83,88 +83,88 @@ class Client:
         self.devices = devices
         self.random = random.Random(seed)
         self.server = Cell.new_client(port)
-        self.posts = [Post(number, simulator.show(number)) for number in numbers]
+        self.subjects = [Subject(number, simulator.show(number)) for number in numbers]
         self.tally = Tally()
-        self.took = 0.0  # seconds, by the last call
+        self.last_duration = 0.0  # seconds, by the last call
         self.version = self.server.GetVersion()
 
     def run_until(self, deadline):
-        while time.monotonic() < deadline and len(self.tally.complaints) < MOST_COMPLAINTS:
-            self.step(self.random.choice(self.posts))
+        while time.monotonic() < deadline and len(self.tally.problems) < MOST_PROBLEMS:
+            self.step(self.random.choice(self.subjects))
             time.sleep(self.random.expovariate(1 / PAUSE))
-        for post in self.posts:
-            self.audit(post)
+        for subject in self.subjects:
+            self.compare(subject)
         self.tally.clients_at_end = int(time.monotonic() >= deadline)
 
-    def step(self, post):
+    def step(self, subject):
         dice = self.random.random()
-        if dice < 0.02 and post.gripper.stands():
-            self.surprise(post)
+        if dice < 0.02 and subject.gripper.is_at_rest():
+            self.disturb(subject)
         elif dice < 0.07:
-            self.misfit(post)
+            self.call_wrongly(subject)
         else:
-            self.call_any(post)
-        if len(post.lines) >= LINES_BETWEEN_AUDITS:
-            self.audit(post)
+            self.call_randomly(subject)
+        if len(subject.lines) >= LINES_BETWEEN_COMPARISONS:
+            self.compare(subject)
 
     # Calls
 
-    def call_any(self, post):
+    def call_randomly(self, subject):
         method = self.random.choice(METHODS)
         if not method.takes_device():
             return self.call_service(method.name)
-        arguments = self.arguments(post.gripper, method)
-        expected = expectation(post.gripper, method.name, *arguments)
-        if self.fits_now(post, method.name, arguments, expected):
-            self.carry_out(post, method.name, arguments, expected)
+        arguments = self.arguments(subject.gripper, method)
+        expected = expectation(subject.gripper, method.name, *arguments)
+        if self.is_predictable(subject, method.name, arguments, expected):
+            self.make_call(subject, method.name, arguments, expected)
 
-    def fits_now(self, post, method, arguments, expected):
-        """Whether the outcome of a call can be predicted now.
+    def is_predictable(self, subject, method, arguments, expected):
+        """Whether the result of this call can be predicted now.
 
-        A data line finishes its request. A FIN in a later read would then finish the next request
-        with the same key, as documented, so a request with another key has to come in between.
+        A data line ends its request. A FIN that the daemon reads later would then end the next
+        request with the same key, as documented. So a request with another key must come between.
         """
-        if expected.lines and expected.first_key() == post.last_key:
+        if expected.lines and expected.first_key() == subject.last_key:
             return False
         if method in PDOUT:
-            return post.gripper.stands()
-        return not post.gripper.moves_by(written_key(method, arguments))
+            return subject.gripper.is_at_rest()
+        return not subject.gripper.motion_depends_on(written_key(method, arguments))
 
-    def carry_out(self, post, method, arguments, expected):
-        answer = self.ask(method, post.gripper.device, *arguments)
-        late = self.took >= LOOKUP_WAIT
-        judge = self.is_excusable if late else self.is_right
-        if not judge(post, method, answer, expected):
-            phases = post.gripper.phases if expected.answer is None else expected.answer
-            self.complain(method, (post.gripper.device, *arguments), answer, phases)
+    def make_call(self, subject, method, arguments, expected):
+        answer = self.ask(method, subject.gripper.device, *arguments)
+        late = self.last_duration >= LOOKUP_WAIT
+        judge = self.is_allowed_when_late if late else self.is_right
+        if not judge(subject, method, answer, expected):
+            phases = subject.gripper.phases if expected.answer is None else expected.answer
+            self.report_mismatch(method, (subject.gripper.device, *arguments), answer, phases)
         if expected.lines:
-            post.last_key = key_of(expected.lines[-1])
+            subject.last_key = key_of(expected.lines[-1])
             if answer == 0 and "=" in expected.lines[-1]:
-                post.commands.append(expected.lines[-1])
+                subject.commands.append(expected.lines[-1])
         if late:
-            self.settle(post, expected)
+            self.find_outcome(subject, expected)
         else:
-            post.lines += expected.lines
-            self.let_happen(post, expected.happens)
+            subject.lines += expected.lines
+            self.apply(subject, expected.effect)
 
-    def is_right(self, post, method, answer, expected):
+    def is_right(self, subject, method, answer, expected):
         if type(answer) is not TYPES[METHOD[method].signature[0]]:
             return False
         if expected.answer is not None:
             return expected.is_met_by(answer)
-        gripper = post.gripper
-        stood = gripper.stands()
-        if not gripper.tells(lambda phase: PROCESS_DATA[method](phase, answer)):
+        gripper = subject.gripper
+        was_at_rest = gripper.is_at_rest()
+        if not gripper.allows(lambda phase: PROCESS_DATA[method](phase, answer)):
             return False
         if method == "GetPos":
-            gripper.saw_position(round(answer * 100))
-        if gripper.stands() and not stood:
-            self.tally.ends[gripper.state] += 1
-        return gripper.stands() or time.monotonic() < post.changed + TIME_TO_STAND
+            gripper.record_position(round(answer * 100))
+        if gripper.is_at_rest() and not was_at_rest:
+            self.tally.motion_ends[gripper.state] += 1
+        return gripper.is_at_rest() or time.monotonic() < subject.changed + MOTION_TIMEOUT
 
-    def is_excusable(self, _post, method, answer, expected):
-        """Whether a late call may return this: the lookup or the request may have timed out. A
-        getter then returns the stored value."""
+    def is_allowed_when_late(self, _subject, method, answer, expected):
+        """Whether a late call may return this: the lookup of the gripper or the request may have
+        timed out. A getter then returns the stored value."""
         if type(answer) is not TYPES[METHOD[method].signature[0]]:
             return False
         if expected.answer is None or expected.is_met_by(answer):
@@ -172,41 +172,41 @@ class Client:
         self.tally.given_up += 1
         if answer == METHOD[method].fallback:
             return True
-        return self.took >= REQUEST_WAIT and (method.startswith("Get") or answer == NO_ANSWER)
+        return (self.last_duration >= REQUEST_WAIT and
+                (method.startswith("Get") or answer == NO_ANSWER))
 
-    def settle(self, post, expected):
-        """Finds out the outcome of a late call.
-
-        When a getter after it returns in time, the late call has no pending request.
-        """
-        doubtful = [expected]
+    def find_outcome(self, subject, expected):
+        """Finds out what a late call has done. Once a later getter returns in time, the late call
+        has no pending request."""
+        uncertain = [expected]
         for _ in range(MOST_TRIES):
             checksum = "GetParameterChecksum", "PARAM[3][4]"
-            method = checksum[0] if post.last_key != checksum[1] else "GetOverrideGrip"
-            doubtful.append(expectation(post.gripper, method))
-            post.last_key = doubtful[-1].first_key()
-            self.ask(method, post.gripper.device)
-            if self.took < LOOKUP_WAIT:
+            method = checksum[0] if subject.last_key != checksum[1] else "GetOverrideGrip"
+            uncertain.append(expectation(subject.gripper, method))
+            subject.last_key = uncertain[-1].first_key()
+            self.ask(method, subject.gripper.device)
+            if self.last_duration < LOOKUP_WAIT:
                 break
-        self.audit(post, doubtful)
+        self.compare(subject, uncertain)
 
-    def let_happen(self, post, change):
-        change()
-        post.changed = time.monotonic()
+    def apply(self, subject, effect):
+        """Changes the model."""
+        effect()
+        subject.changed = time.monotonic()
 
     def call_service(self, method):
         answer = self.ask(method)
         expected = self.version if method == "GetVersion" else self.devices
-        if answer != expected and not (answer == [] and self.took >= LOOKUP_WAIT):
-            self.complain(method, (), answer, expected)
+        if answer != expected and not (answer == [] and self.last_duration >= LOOKUP_WAIT):
+            self.report_mismatch(method, (), answer, expected)
 
-    def misfit(self, post):
-        """Makes an invalid call: of an unknown gripper, or with one parameter too many."""
+    def call_wrongly(self, subject):
+        """Makes an invalid call: for an unknown gripper, or with one parameter too many."""
         method = self.random.choice(METHODS)
         if not method.takes_device():
             return
-        device = self.random.choice(("---", "HVA SN:100009", post.gripper.device.lower()))
-        arguments = self.arguments(post.gripper, method)
+        device = self.random.choice(("---", "HVA SN:100009", subject.gripper.device.lower()))
+        arguments = self.arguments(subject.gripper, method)
         expected = method.fallback
         if method.name == "GetGripperInterface" and device == "---":
             expected = -2
@@ -215,7 +215,7 @@ class Client:
         else:
             answer = self.ask(method.name, device, *arguments)
         if (type(answer), answer) != (type(expected), expected):
-            self.complain(method.name, (device, *arguments), answer, expected)
+            self.report_mismatch(method.name, (device, *arguments), answer, expected)
 
     def fault_of(self, method, *arguments):
         try:
@@ -229,9 +229,9 @@ class Client:
         try:
             return getattr(self.server, method)(*arguments)
         finally:
-            self.took = time.monotonic() - start
-            self.tally.slowest[method] = max(self.tally.slowest[method], self.took)
-            self.tally.late[method] += self.took >= LOOKUP_WAIT
+            self.last_duration = time.monotonic() - start
+            self.tally.slowest[method] = max(self.tally.slowest[method], self.last_duration)
+            self.tally.late[method] += self.last_duration >= LOOKUP_WAIT
 
     def arguments(self, gripper, method):
         """Arguments after the device string."""
@@ -247,11 +247,11 @@ class Client:
         return numbers + [values[kind]() for kind in kinds[1:]]
 
     def number(self, gripper):
-        """Returns the number of a parameter set or an LED, usually one that exists."""
+        """The number of a parameter set or an LED, usually one that exists."""
         return self.random.choice((*range(8), *range(8), 8, 33, 256, 258, -1))
 
     def limit(self, gripper, method):
-        """Returns a limit, usually one that leaves room for a part."""
+        """A limit, usually one that leaves room for a part."""
         low, high = (0.0, 0.3) if method == "SetNoPartLimit" else (0.6, 1.0)
         usual = self.random.uniform(low, high) * STROKES[gripper.model] / 100
         anything = self.random.choice((-2.0, 400.0, -400.0, float("nan"), 0.0,
@@ -260,65 +260,67 @@ class Client:
 
     # The simulator
 
-    def surprise(self, post):
+    def disturb(self, subject):
         """Inserts or removes a part, or changes a flag of the gripper."""
-        gripper = post.gripper
+        gripper = subject.gripper
         raised = [name for name in FAULTS if gripper.flags[name]]
         if raised or self.random.random() < 0.3:
             name = raised[0] if raised else self.random.choice(FAULTS)
             self.simulator.command(f"fault {gripper.number} {name} {'off' if raised else 'on'}")
-            self.let_happen(post, lambda: gripper.set_flag(name, not raised))
+            self.apply(subject, lambda: gripper.set_flag(name, not raised))
         else:
             width = self.random.randrange(gripper.stroke)
             part = self.random.choice((None, width, width, width))
             text = "none" if part is None else part / 100
             self.simulator.command(f"part {gripper.number} {text}")
-            self.let_happen(post, lambda: gripper.set_part(part))
+            self.apply(subject, lambda: gripper.set_part(part))
 
-    def audit(self, post, doubtful=()):
-        """Checks that the master received all confirmed requests, and else only `doubtful` ones.
+    def compare(self, subject, uncertain=()):
+        """Compares the simulator with the model: its state, and the requests that it received.
 
-        `doubtful` are the expectations of the last calls, whose outcome was unknown. The requests
-        among them that the master received are applied to the model now.
+        `uncertain` are the expectations of the last calls, whose result is unknown: the master may
+        have received their requests. The model takes the effects of those that it did receive.
         """
-        state = self.simulator.show(post.gripper.number)
-        new = state["requestCount"] - post.request_count
-        came = state["requests"][-new:] if new else []
-        self.tally.audits += 1
-        self.tally.commands += len(post.commands)
-        lost = (Counter(post.commands) - Counter(came)).total()
+        state = self.simulator.show(subject.gripper.number)
+        new = state["requestCount"] - subject.request_count
+        received = state["requests"][-new:] if new else []
+        self.tally.comparisons += 1
+        self.tally.commands += len(subject.commands)
+        lost = (Counter(subject.commands) - Counter(received)).total()
         self.tally.lost += lost
-        certain, rest = came[:len(post.lines)], came[len(post.lines):]
-        possible = [line for call in doubtful for line in call.lines]
-        if lost or certain != post.lines or not is_part_of(rest, possible):
-            self.complain("requests at", (post.gripper.device,), came, post.lines + possible)
-        for call in doubtful:
+        certain, rest = received[:len(subject.lines)], received[len(subject.lines):]
+        possible = [line for call in uncertain for line in call.lines]
+        if lost or certain != subject.lines or not is_subsequence(rest, possible):
+            self.report_mismatch("requests at", (subject.gripper.device,), received,
+                                 subject.lines + possible)
+        for call in uncertain:
             if call.lines and call.lines[-1] in rest:
-                self.let_happen(post, call.happens)
-        for name, seen, expected in post.gripper.differences(state):
-            self.complain(f"{name} of", (post.gripper.device,), seen, expected)
-        post.request_count, post.lines, post.commands = state["requestCount"], [], []
+                self.apply(subject, call.effect)
+        for name, seen, expected in subject.gripper.differences(state):
+            self.report_mismatch(f"{name} of", (subject.gripper.device,), seen, expected)
+        subject.request_count, subject.lines, subject.commands = state["requestCount"], [], []
 
-    def complain(self, method, arguments, answer, expected):
-        """`method` may also name the data that were compared with the simulator's."""
+    def report_mismatch(self, method, arguments, answer, expected):
+        """`method` may also name data of the simulator."""
         self.tally.wrong[method] += 1
         text = ", ".join(map(repr, arguments))
-        self.tally.complaints.append(f"{method}({text}): {answer!r} instead of {expected!r}")
+        self.tally.problems.append(f"{method}({text}): {answer!r} instead of {expected!r}")
 
 
-def is_part_of(lines, all_lines):
+def is_subsequence(lines, all_lines):
     """Whether `lines` is a subsequence of `all_lines`."""
     rest = iter(all_lines)
     return all(line in rest for line in lines)
 
 
 def run(pipe, port, numbers, devices, seed, deadline):
-    """Runs a client process, which sends requests to the simulator and its tally over `pipe`."""
+    """Runs a client in a process of its own, which reaches the simulator through `pipe` and sends
+    its tally there at the end."""
     simulator = Simulator(pipe)
     client = Client(simulator, port, numbers, devices, seed)
     try:
         client.run_until(deadline)
     except Exception as error:
-        client.tally.complaints.append(f"client of port {port} ended early: {error!r}")
+        client.tally.problems.append(f"client of port {port} ended early: {error!r}")
     pipe.send(("done", client.tally))
-    pipe.poll(None)  # keeps the connection until the main process has taken its last sample
+    pipe.poll(None)  # keeps the connection to the daemon until the last sample was taken

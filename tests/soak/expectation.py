@@ -4,11 +4,9 @@ from typing import Any, Callable, NamedTuple
 
 from gripper import ENABLE, GRIP, HOLDFAST, PRESET, REFERENCE
 from settings import NOTHING_TO_SEND, SETTINGS
-from tests.integration.harness.methods import METHODS
+from tests.integration.harness.methods import METHOD, byte_list
 
-METHOD = {method.name: method for method in METHODS}
-
-# Changes of the two PDOUT bytes by each method.
+# The two bytes of PDOUT after each method.
 PDOUT = {
     "Grip": lambda first, _, number: [first & ~REFERENCE | GRIP | ENABLE, number & 0xFF],
     "Release": lambda first, _, number: [first & ~(REFERENCE | GRIP) | ENABLE, number & 0xFF],
@@ -20,7 +18,7 @@ PDOUT = {
 }
 
 
-# The XML-RPC library writes doubles with sixteen digits, of which the last is not exact.
+# The XML-RPC library writes doubles with 16 digits, the last of which is not exact.
 ROUNDING = 1e-9
 
 
@@ -55,11 +53,11 @@ def nothing():
 
 
 class Expectation(NamedTuple):
-    """The master receives `lines`; `happens` changes the model."""
+    """What a call returns, the lines that the master receives, and the effect on the model."""
 
     answer: Any  # None if the process data decide
     lines: tuple = ()
-    happens: Callable[[], None] = nothing
+    effect: Callable[[], None] = nothing
 
     def is_met_by(self, answer):
         if isinstance(answer, float):
@@ -71,11 +69,11 @@ class Expectation(NamedTuple):
 
 
 def expectation(gripper, method, *arguments):
-    """Returns the expectation of a call; `arguments` are those after the device string."""
+    """What is expected of a call; `arguments` are those after the device string."""
     check = METHOD[method].check
-    asked = ("DEVINFO?",) if check else ()
+    check_request = ("DEVINFO?",) if check else ()
     if check not in gripper.checks:
-        return Expectation(METHOD[method].fallback, asked)
+        return Expectation(METHOD[method].fallback, check_request)
     if method in CONSTANTS:
         return Expectation(CONSTANTS[method])
     if method in PROCESS_DATA:
@@ -84,41 +82,36 @@ def expectation(gripper, method, *arguments):
         return Expectation(0, ("PARAM[2][0]=[e0]",))
     if method in PDOUT:
         pdout = PDOUT[method](*gripper.pdout, *arguments)
-        return Expectation(0, (*asked, f"PDOUT={byte_list(pdout)}"),
+        return Expectation(0, (*check_request, f"PDOUT={byte_list(pdout)}"),
                            lambda: gripper.assign_pdout(pdout))
     if method.startswith("Get"):
-        return reading(gripper, asked, SETTINGS[method.removeprefix("Get")], *arguments)
-    return writing(gripper, asked, SETTINGS[method.removeprefix("Set")], *arguments)
+        return reading(gripper, check_request, SETTINGS[method.removeprefix("Get")], *arguments)
+    return writing(gripper, check_request, SETTINGS[method.removeprefix("Set")], *arguments)
 
 
-def reading(gripper, asked, setting, number=0):
+def reading(gripper, check_request, setting, number=0):
     index, subindex = key = setting.key(number)
     return Expectation(setting.codec.decode(gripper.read(key)),
-                       (*asked, f"PARAM[{index}][{subindex}]?"))
+                       (*check_request, f"PARAM[{index}][{subindex}]?"))
 
 
-def writing(gripper, asked, setting, *arguments):
+def writing(gripper, check_request, setting, *arguments):
     *number, value = arguments
     if value != value:
-        return Expectation(NOTHING_TO_SEND, asked)
+        return Expectation(NOTHING_TO_SEND, check_request)
     index, subindex = key = setting.key(*number or [0])
     data = setting.codec.encode(value)
     return Expectation(gripper.code_of_writing(key, data),
-                       (*asked, f"PARAM[{index}][{subindex}]={byte_list(data)}"),
+                       (*check_request, f"PARAM[{index}][{subindex}]={byte_list(data)}"),
                        lambda: gripper.write(key, data))
 
 
 def written_key(method, arguments):
-    """Returns the parameter that a call writes, if any."""
+    """The parameter that a call writes, if any."""
     setting = method.startswith("Set") and SETTINGS.get(method.removeprefix("Set"))
     return setting.key(arguments[0]) if setting else None
 
 
-def byte_list(values):
-    """Returns a byte list in the format of the wire."""
-    return "[" + ",".join(f"{byte:x}" for byte in values) + "]"
-
-
 def key_of(line):
-    """Returns the key in the master's replies to a request line."""
+    """The key of the master's replies to a request line."""
     return line.partition("=")[0].removesuffix("?")

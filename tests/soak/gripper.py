@@ -22,15 +22,15 @@ FAULTS = ("fault", "temp-fault", "temp-warn", "maintenance")
 
 
 class Move(NamedTuple):
-    """Target of the fingers, the state during the motion, and the state at its end."""
+    """A motion of the fingers, or none if they are at the target."""
 
     target: int
-    on_the_way: int
-    at_the_end: int
+    state_during: int
+    end_state: int
 
 
 class Phase:
-    """Possible process data for a while: a position from `near` to `far` and one state."""
+    """Process data that are possible for a while: positions from `near` to `far`, one state."""
 
     def __init__(self, near, far, state, flags):
         self.near, self.far, self.state, self.flags = near, far, state, flags
@@ -45,12 +45,12 @@ class Phase:
 class Gripper:
     """A model of one simulated gripper. Positions and widths in hundredths of a millimetre.
 
-    It does not know the time: after a change, process data may still be those from before it,
-    then those of the way, then those of its end, and never an earlier kind again.
+    It does not know the time. After a change, process data may be those from before it, then those
+    of the motion, then those of its end; never those of an earlier phase again.
     """
 
     def __init__(self, number, state):
-        """`state` is the simulator's state of gripper `number`, which must not be moving."""
+        """`state` is that of gripper `number` in the simulator, which must not be moving."""
         self.number = number
         self.model = state["model"]
         self.device = f"{self.model} SN:{100001 + number}"
@@ -65,16 +65,16 @@ class Gripper:
         self.referenced = self.model == "TLM"
         self.reference_done = False
         self.tripped = False
-        self.phases = [self._standing()]
+        self.phases = [self._resting_phase()]
 
     # Settings
 
     def read(self, key):
-        """Returns the bytes of a parameter; none if it does not exist."""
+        """The bytes of a parameter; none if it does not exist."""
         return self.checksum() if key == (3, 4) else self.parameters.get(key, [])
 
     def code_of_writing(self, key, data):
-        """Returns the master's status for an assignment."""
+        """The master's status for an assignment."""
         if key not in self.parameters:
             return NO_SUCH_PARAMETER
         return 0 if len(data) == len(self.parameters[key]) else BAD_LENGTH
@@ -89,10 +89,10 @@ class Gripper:
             for (index, subindex), data in sorted(self.parameters.items()))
         return list(zlib.crc32(written).to_bytes(4, "little"))
 
-    def moves_by(self, key):
-        """Whether another value of this parameter could change the current motion."""
+    def motion_depends_on(self, key):
+        """Whether a new value of this parameter may change the motion under way."""
         limits = {SETTINGS[limit].key(self.pdout[1]) for limit in ("NoPartLimit", "ReleaseLimit")}
-        return key in limits or key == (0x40, 3) and not self.stands()
+        return key in limits or key == (0x40, 3) and not self.is_at_rest()
 
     # Motion
 
@@ -118,9 +118,9 @@ class Gripper:
         """The gripper must not be moving."""
         before = self.phases[-1]
         move = self._move()
-        way = Phase(self.position, move.target, move.on_the_way, before.flags)
-        self.position, self.state = move.target, move.at_the_end
-        after = self._standing()
+        way = Phase(self.position, move.target, move.state_during, before.flags)
+        self.position, self.state = move.target, move.end_state
+        after = self._resting_phase()
         self.phases = [before, way, after] if way.near != way.far else [before, after]
         if vars(before) == vars(after):
             self.phases = [after]
@@ -134,7 +134,7 @@ class Gripper:
         if not self.referenced:
             return self._stay(NEEDS_REFERENCE)
         if not enabled:
-            return self._stay(HOLDING if self._clamped() else OFF)
+            return self._stay(HOLDING if self._holds_by_holdfast() else OFF)
         if self.pdout[0] & REFERENCE:
             return self._stay(READY)
         return self._grip() if self.pdout[0] & GRIP else self._release()
@@ -142,7 +142,7 @@ class Gripper:
     def _stay(self, state):
         return Move(self.position, state, state)
 
-    def _clamped(self):
+    def _holds_by_holdfast(self):
         return ("MZD" in self.checks and self.pdout[0] & HOLDFAST and self.state == HOLDING
                 and self.part == self.position)
 
@@ -176,30 +176,29 @@ class Gripper:
 
     # Process data
 
-    def _standing(self):
+    def _resting_phase(self):
         return Phase(self.position, self.position, self.state, tuple(self.flags.values()))
 
-    def stands(self):
-        """Whether the motion has ended and its last process data have been seen."""
+    def is_at_rest(self):
+        """Whether process data from the end of the last motion have been read."""
         return len(self.phases) == 1
 
-    def tells(self, matches):
-        """Whether process data may match now; earlier phases are then over."""
+    def allows(self, matches):
+        """Whether a phase that is possible now matches; earlier phases are then over."""
         for at, phase in enumerate(self.phases):
             if matches(phase):
                 del self.phases[:at]
                 return True
         return False
 
-    def saw_position(self, position):
+    def record_position(self, position):
         """Records a position: fingers do not move back."""
         self.phases[0].near = position
 
     # Comparison
 
     def differences(self, state):
-        """Returns the differences between the simulator's `state` and this model: name, shown,
-        expected."""
+        """Where the simulator's `state` differs from this model: name, shown, expected."""
         position = round(state["position"] * 100)
         shown = parameters_of(state)
         seen = {
@@ -224,7 +223,7 @@ class Gripper:
                 for name in seen if seen[name] != expected[name]]
 
     def _possible(self, position, state):
-        """Returns position and state if they are possible, otherwise the latest ones."""
+        """Position and state if they are possible, otherwise the expected ones."""
         if any(phase.has_position(position) and phase.state == state for phase in self.phases):
             return position, state
         return self.position, self.state
@@ -237,7 +236,7 @@ class Gripper:
 
 
 def parameters_of(state):
-    """Returns the writable parameters, by index and subindex."""
+    """The writable parameters by index and subindex."""
     shown = {tuple(map(int, key.split("/"))): data for key, data in state["parameters"].items()}
     return {key: data for key, data in shown.items() if key not in READ_ONLY}
 

@@ -3,13 +3,13 @@
 from gripper import STATE_NAMES
 from tests.integration.harness.methods import METHODS
 
-CALLS_PER_GIVEN_UP_ONE = 1000  # a busy machine may stop its programs for a second
+CALLS_PER_GIVEN_UP_ONE = 1000  # a busy machine may suspend its programs for a second
 MOST_GROWTH = 1024  # KiB of RSS after the warm-up
 
 
 class Report:
     def __init__(self, tally, clients, resources):
-        """`tally` of all `clients`, a number."""
+        """`tally` is that of all clients; `clients` is their number."""
         self.tally = tally
         self.clients = clients
         self.seconds = resources.samples[-1].time
@@ -19,7 +19,7 @@ class Report:
         self.threads = {sample.threads for sample in self.samples}
 
     def show(self):
-        """Returns whether every limit was kept."""
+        """Prints the report; returns whether every limit was kept."""
         self.show_methods()
         self.show_work()
         self.show_resources()
@@ -36,12 +36,12 @@ class Report:
     def show_work(self):
         calls = self.tally.calls.total()
         ends = ", ".join(f"{count} {STATE_NAMES[state]}"
-                         for state, count in sorted(self.tally.ends.items()))
+                         for state, count in sorted(self.tally.motion_ends.items()))
         print(f"\n{calls} calls in {self.seconds:.0f} s, {calls / self.seconds:.0f} a second"
               f"\n{self.tally.late.total()} late calls, which took 0.1 s or longer; in "
               f"{self.tally.given_up} of them the daemon gave up"
               f"\ncompleted changes of state: {ends}"
-              f"\n{self.tally.audits} comparisons with the simulator's own state and requests"
+              f"\n{self.tally.comparisons} comparisons with the simulator's own state and requests"
               f"\n{self.tally.commands} commands answered 0, {self.tally.lost} of them lost")
 
     def show_resources(self):
@@ -70,7 +70,7 @@ class Report:
             "threads constant": len(self.threads) == 1,
             "SIGINT ends the daemon with 0": True,  # else there is no report
         }
-        print(*self.tally.complaints, "", sep="\n")
+        print(*self.tally.problems, "", sep="\n")
         for bound, is_kept in kept.items():
             print(f"{'kept  ' if is_kept else 'BROKEN'}  {bound}")
         return all(kept.values())

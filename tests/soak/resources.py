@@ -5,7 +5,7 @@ import time
 from typing import NamedTuple
 
 PERIOD = 1.0  # seconds
-WARM_UP = 30.0  # seconds; later use counts as growth
+WARM_UP = 30.0  # seconds; what is used later counts as growth
 
 
 class Sample(NamedTuple):
@@ -37,6 +37,6 @@ class Resources:
                                    descriptors, int(status["Threads"][0])))
 
     def after_warm_up(self):
-        """Returns the samples after 30 s; in a run shorter than a minute, the second half."""
+        """The samples after 30 s; in a run of less than a minute, those of the second half."""
         warm = min(WARM_UP, self.samples[-1].time / 2)
         return [sample for sample in self.samples if sample.time >= warm]

@@ -52,7 +52,7 @@ class Setting(NamedTuple):
     numbered: bool = False  # by parameter set or LED, whose number is added to `index`
 
     def key(self, number):
-        """Returns the parameter of a set or LED; methods use the low 8 bits of its number."""
+        """The parameter of a set or LED; methods use the low 8 bits of its number."""
         return (self.index + (number & 0xFF if self.numbered else 0), self.subindex)
 
 

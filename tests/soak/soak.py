@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Runs the daemon for minutes with eight simulated grippers and four clients, and checks it.
+"""Runs the daemon with eight simulated grippers and four clients, and checks it.
 
 Usage: soak.py [MINUTES [SEED]]. scripts/soak builds the programs and runs it.
 
@@ -26,9 +26,9 @@ from tests.integration.harness import own_network  # noqa: E402
 from tests.integration.harness.cell import PORTS, Cell, wait_until  # noqa: E402
 
 MODELS = tuple(STROKES) * 2
-# Port and grippers of each client; the models are distributed evenly.
+# Port and grippers of each client, which gets grippers of two models.
 CLIENTS = ((PORTS[0], (0, 6)), (PORTS[0], (1, 7)), (PORTS[1], (2, 4)), (PORTS[1], (3, 5)))
-SPEED = 200  # mm/s; motions take about a tenth of a second, so that there are many
+SPEED = 200  # mm/s; a motion takes about a tenth of a second, so that there are many
 LINES_KEPT = 2000  # of the daemon's log
 
 
@@ -72,7 +72,7 @@ class Soak:
         return clients
 
     def watch(self, working):
-        """Serves the `working` clients and samples the daemon until all clients have ended."""
+        """Samples the daemon and serves the `working` clients until all of them have ended."""
         while working:
             wait = max(0.0, self.resources.due() - time.monotonic())
             for pipe in multiprocessing.connection.wait(working, wait):
@@ -84,11 +84,11 @@ class Soak:
                     output.forget_all_but(LINES_KEPT)
 
     def serve(self, pipe):
-        """Handles one request of a client to the simulator; returns false at the client's end."""
+        """Passes a client's request on to the simulator; returns false if the client has ended."""
         try:
             request, argument = pipe.recv()
         except EOFError:
-            self.tally.complaints.append("a client has died")
+            self.tally.problems.append("a client has died")
             return False
         if request == "done":
             self.tally.add(argument)

@@ -1,12 +1,12 @@
 #!/usr/bin/env python3
-"""Runs tavrikweb for minutes while viewers come, go and stall, and checks its use of resources.
+"""Runs tavrikweb while viewers come, go and stall, and checks its use of resources.
 
 Usage: web_soak.py [MINUTES [SEED]]. scripts/soak --web builds the programs and runs it.
 
-A viewer stays for about a second instead of hours, so that ten minutes have as many of them as a
-week with one every two minutes. Meanwhile, grippers are unplugged and plugged, masters fall silent,
-commands are sent, settings read and restored, and the log is read.
-The exit status is 0 if memory, descriptors and threads are flat and every viewer was served.
+A viewer stays for about a second, so that ten minutes have as many viewers as a week with one every
+two minutes. Meanwhile, grippers are unplugged and plugged, masters fall silent, commands are sent,
+settings are restored, and the log is read.
+The exit status is 0 if memory, descriptors and threads are steady and every viewer was served.
 """
 
 import contextlib
@@ -26,7 +26,7 @@ from tests.integration.harness.web import Viewer, Web, connect, get, post  # noq
 
 GRIPPERS = 8
 VIEWERS = 12  # at the same time, below the limit
-MOST_GROWTH = 1024  # KiB, of memory between two halves
+MOST_GROWTH = 1024  # KiB of memory from the first half to the second
 MOST_MEMORY = 30 * 1024  # KiB
 DEVICE = "HVA SN:100001"
 SETTINGS_EVERY = 15  # seconds; one transfer takes two or more
@@ -48,9 +48,9 @@ class Soak:
         self.saved = post("/api/settings", {"gripper": DEVICE}).json()["file"]
         self.next_restore = time.monotonic()
 
-    def come(self):
+    def add_viewer(self):
         while len(self.viewers) >= VIEWERS:
-            self.go()
+            self.drop_viewer()
         viewer = Viewer()
         self.viewers.append(viewer)
         if viewer.status() != 200:
@@ -59,11 +59,11 @@ class Soak:
             viewer.wait_for("cell")
         self.counts["viewers"] += 1
 
-    def go(self):
+    def drop_viewer(self):
         if self.viewers:
             self.viewers.pop(self.random.randrange(len(self.viewers))).connection.close()
 
-    def stay_idle(self):
+    def open_idle_connection(self):
         connection = connect()
         connection.sendall(b"GET / HT"[:self.random.randrange(8)])
         self.idle.append(connection)
@@ -81,7 +81,7 @@ class Soak:
         post("/api/command", {"gripper": DEVICE, "command": "disable"}, self.token)
         self.counts["commands"] += 1
 
-    def plug(self):
+    def replug(self):
         self.end_silence()
         number = self.random.randrange(1, GRIPPERS)
         self.cell.command(f"unplug {number}")
@@ -120,8 +120,9 @@ class Soak:
 
     def run(self, seconds):
         resources = Resources(self.web.process.pid)
-        steps = (self.come, self.come, self.come, self.go, self.go, self.stay_idle, self.stay_idle,
-                 self.scrape, self.command, self.plug, self.fall_silent, self.read_log, self.restore)
+        steps = (*3 * (self.add_viewer,), *2 * (self.drop_viewer,),
+                 *2 * (self.open_idle_connection,), self.scrape, self.command, self.replug,
+                 self.fall_silent, self.read_log, self.restore)
         end = time.monotonic() + seconds
         while time.monotonic() < end:
             self.random.choice(steps)()

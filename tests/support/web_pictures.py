@@ -1,5 +1,5 @@
-"""Takes the pictures of docs/web, with a simulated cell, and the time until the page shows it:
-scripts/web-pictures runs it."""
+"""Takes the pictures of docs/web in a simulated cell, and measures how long the page takes to show
+the cell. scripts/web-pictures runs it."""
 
 import base64
 import pathlib

@@ -68,4 +68,10 @@ METHODS = (
     Method("GetVersion", "i:S", (), None),
 )
 
+METHOD = {method.name: method for method in METHODS}
 DEVICE_METHODS = tuple(method for method in METHODS if method.takes_device())
+
+
+def byte_list(values):
+    """A byte list as in the lines of a master."""
+    return "[" + ",".join(f"{byte:x}" for byte in values) + "]"

@@ -34,7 +34,7 @@ inline void PrintTo(const MethodFacts& method, std::ostream* out) {
     *out << method.className;
 }
 
-/// @return the 35 classes that address a gripper
+/// @return the classes that address a gripper
 const std::vector<MethodFacts>& AllMethods();
 
 const MethodFacts& FactsOf(const std::string& className);

@@ -227,7 +227,7 @@ class TtyProgramTest(unittest.TestCase):
 
     def test_handover_measures_its_rounds(self):
         for rate in 0, 1000:
-            with Cell(PROGRAMS / "pty-handover", *ttys(1), "3000", masters=1) as cell:
+            with Cell(PROGRAMS / "pty-handover", *ttys(1), "300", masters=1) as cell:
                 cell.stream(rate)
                 result = cell.result()
             self.assertGreater(result["p50Us"], 0)

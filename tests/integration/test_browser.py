@@ -258,7 +258,7 @@ class GripperViewTest(BrowserTestCase):
         for name in ("Grip", "Release", "Reference run", "Drive off"):
             self.assertFalse(self.find("button", name).is_enabled(), name)
         self.wait_for_text(".note", "take control first")
-        self.wait_for_text(".motions", "This is no emergency stop")
+        self.wait_for_text(".motions", "This is not an emergency stop")
 
     def test_a_gripper_that_is_gone_says_so(self):
         with self.condition("unplug 0", "plug 0"):

@@ -122,7 +122,7 @@ export class CellView {
     this.model = model;
     this.cards = new Map(); // by device
     this.grid = element("section", { className: "grid", "aria-label": "Grippers" });
-    this.empty = element("p", { textContent: "The daemon lists no gripper.", hidden: true });
+    this.empty = element("p", { textContent: "No grippers found.", hidden: true });
     this.findings = new FindingsList();
     this.root = element("div", {}, this.empty, this.grid, this.findings.root);
   }

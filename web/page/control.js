@@ -66,13 +66,13 @@ export class Control {
     this.update();
   }
 
-  /** Gives the sign of life. A tavrikweb that was restarted meanwhile may have another holder. */
+  /** Extends control. A tavrikweb that was restarted meanwhile may have another holder. */
   async keepControl() {
     const { token } = this;
     if (token && (await post("/api/control/keep", {}, token)).status === FORBIDDEN &&
         token === this.token) {
       this.token = "";
-      this.note = "this page has lost it";
+      this.note = "this page has lost control";
       this.update();
     }
   }
@@ -97,7 +97,7 @@ export class Control {
       this.note = "another browser has taken control";
     } else if (this.token && holder === 0 && this.wasHeld) {
       this.token = "";
-      this.note = "control has ended after a minute without a sign of life";
+      this.note = "control has expired after a minute without contact";
     }
     this.wasHeld = this.token !== "" && holder === this.holder;
     setText(this.status, this.text(allowed, held, by));

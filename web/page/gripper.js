@@ -58,8 +58,8 @@ export class GripperView {
       this.settings.root, this.processData.root,
       element("section", { "aria-label": "This session" },
         element("h2", { textContent: "This session" }), session,
-        element("p", { textContent: "Motions are counted while somebody looks; commands are " +
-          "those of this page." })));
+        element("p", { textContent: "Motions are counted while a page is open or metrics are " +
+          "collected. Commands are those sent from pages." })));
   }
 
   update() {

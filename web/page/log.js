@@ -58,7 +58,7 @@ export class LogView {
       list.scrollTop = list.scrollHeight;
     }
     setText(this.status, trouble ? `No log: ${trouble}.`
-      : list.childElementCount ? "Live. ! marks problems, * events." : "Nothing was logged lately.");
+      : list.childElementCount ? "Live. ! marks problems, * events." : "No recent log lines.");
   }
 
   /** A row, and its date before the first one of a day. */

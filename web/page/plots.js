@@ -187,8 +187,7 @@ export class Plots {
       return [i ? " – " : "", name];
     });
     const marks = this.others.size === 0 ? ". Motions are shaded. "
-      : ". The strips show the motions of each gripper; only those of the first are shaded, and only its flags " +
-        "are shown. ";
+      : ". The strips show the motions of each gripper; shading and flags are those of the first. ";
     this.legend.replaceChildren(...names, marks,
       latest ? `Now: ${stateText(latest.state)}.` : "No data now.");
   }

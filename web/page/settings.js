@@ -38,8 +38,8 @@ export class Settings {
     this.step = element("span", { className: "note" });
     this.root = element("section", { "aria-label": "Settings" },
       element("h2", { textContent: "Settings" }),
-      element("p", { className: "note", textContent: "The gripper must be at rest: reading takes seconds, " +
-        "and stops when it moves." }),
+      element("p", { className: "note", textContent: "The gripper must be at rest: reading takes several " +
+        "seconds and stops if it moves." }),
       element("div", { className: "buttons" }, this.read, this.save, this.store),
       element("div", { className: "buttons" },
         element("label", { htmlFor: "settings-file", textContent: "Compare with a file" }),
@@ -58,7 +58,7 @@ export class Settings {
   async ask(path, body, text) {
     this.isBusy = true;
     this.update(this.values);
-    setText(this.result, "Reading; this takes seconds.");
+    setText(this.result, "Reading takes several seconds.");
     const answer = await post(path, { gripper: this.device, ...body }, this.control.token);
     this.isBusy = false;
     setText(this.result, answer.ok ? text : answer.text);
@@ -78,7 +78,7 @@ export class Settings {
     this.chosen = null;
     this.showDifferences([]);
     if (!file || file.size > LARGEST_FILE) {
-      setText(this.result, file ? "The file is too long." : "");
+      setText(this.result, file ? "The file is too large." : "");
       this.update(this.values);
       return;
     }

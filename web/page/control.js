@@ -31,7 +31,8 @@ export class Control {
   constructor(model, root) {
     this.model = model;
     this.token = "";
-    this.holder = 0;
+    this.holder = 0; // the number that the server gave this page
+    this.wasHeld = false; // by this page, as the last event said
     this.status = element("p", { role: "status" });
     this.code = element("input", { type: "text", inputMode: "numeric", autocomplete: "off",
       maxLength: 8, size: 8, id: "code" });

@@ -17,7 +17,6 @@ function facts(...labels) {
 /** The process data, bit by bit; the third byte cannot be read. */
 class ProcessDataTable {
   constructor() {
-    this.cells = new Map();
     const rows = [["bytes 0 and 1", "position, hundredths"], ["byte 3, bits 0 to 3", "state"],
       ...FLAGS.map(({ word }, i) => [`byte 3, bit ${4 + i}`, word])];
     this.values = rows.map(() => element("td"));

@@ -8,7 +8,7 @@ const MOST_ROWS = 1000;
 const ALL = "";
 
 export class LogView {
-  constructor(model, control, device) {
+  constructor(model, device) {
     this.model = model;
     this.device = device; // whose rows are shown; ALL
     this.known = { reading: 0, last: 0 };

@@ -255,7 +255,7 @@ class RestartTest(BrowserTestCase):
 
 class SessionTest(BrowserTestCase):
     def numbers(self):
-        """Motions, commands, refusals, time-outs and the slowest answer."""
+        """Motions, commands, refusals, timeouts and the slowest answer."""
         return self.texts("section[aria-label='This session'] dd")
 
     def test_its_numbers_are_those_of_each_gripper(self):

@@ -396,7 +396,7 @@ class SupervisionTest(MachineTestCase):
         self.machine.run(REINSTALL)
         self.assertNotIn(self.unit("MainPID"), ("0", hanging))
         self.wait_until_serving()
-        self.machine.run(STOP)  # within the time-out that still holds
+        self.machine.run(STOP)  # within the timeout that still holds
 
 
 if __name__ == "__main__":

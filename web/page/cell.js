@@ -1,7 +1,7 @@
 // The view of the whole cell: a card for each gripper, and what the doctor finds.
 
 import { FindingsList } from "./findings.js";
-import { element, setClass, setText } from "./dom.js";
+import { element, facts, setClass, setText } from "./dom.js";
 import { ageText, FLAGS, positionText, STALE_MS, stateText } from "./words.js";
 
 const LINE_MS = 30000;
@@ -13,12 +13,8 @@ class Card {
     this.device = device;
     this.low = Infinity; // of the positions so far; the scale of the bar
     this.high = -Infinity;
-    const row = (label, value) => element("div", { className: "fact" },
-      element("dt", { textContent: label }), value);
-    this.state = element("dd");
-    this.position = element("dd");
-    this.flags = element("dd");
-    this.age = element("dd");
+    const [list, values] = facts("Position", "State", "Flags", "Data");
+    [this.position, this.state, this.flags, this.age] = values;
     this.fill = element("div", { className: "fill" });
     this.line = element("canvas", { className: "line", "aria-hidden": "true" });
     this.note = element("p", { className: "note", hidden: true });
@@ -26,8 +22,7 @@ class Card {
       element("h2", {}, element("a", {
         href: `#/gripper/${encodeURIComponent(device)}`, textContent: name })),
       this.note,
-      element("dl", {}, row("Position", this.position), row("State", this.state),
-        row("Flags", this.flags), row("Data", this.age)),
+      list,
       element("div", { className: "bar", "aria-hidden": "true" }, this.fill),
       this.line);
   }

@@ -1,18 +1,11 @@
 // The view of one gripper: plots, motions, settings, process data, the numbers of this session.
 
 import { showFlags } from "./cell.js";
-import { element, setClass, setText } from "./dom.js";
+import { element, facts, setClass, setText } from "./dom.js";
 import { Motions } from "./motions.js";
 import { Plots } from "./plots.js";
 import { Settings } from "./settings.js";
 import { ageText, FLAGS, positionText, STALE_MS, stateText } from "./words.js";
-
-function facts(...labels) {
-  const values = labels.map(() => element("dd"));
-  const list = element("dl", { className: "facts" }, ...labels.map((label, i) =>
-    element("div", { className: "fact" }, element("dt", { textContent: label }), values[i])));
-  return [list, values];
-}
 
 /** The process data, bit by bit; the third byte cannot be read. */
 class ProcessDataTable {
@@ -42,7 +35,7 @@ export class GripperView {
     this.model = model;
     this.device = device;
     const [live, liveValues] = facts("Position", "State", "Flags", "Data");
-    const [session, sessionValues] = facts("Motions", "Commands", "Refusals", "Time-outs",
+    const [session, sessionValues] = facts("Motions", "Commands", "Refusals", "Timeouts",
       "Slowest answer");
     this.live = liveValues;
     this.session = sessionValues;

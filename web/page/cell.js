@@ -79,25 +79,25 @@ class Card {
       line.width = Math.round(width);
       line.height = Math.round(height);
     }
-    const pen = line.getContext("2d");
-    pen.clearRect(0, 0, width, height);
-    pen.strokeStyle = getComputedStyle(line).color;
-    pen.lineWidth = 1.5 * devicePixelRatio;
-    pen.beginPath();
+    const context = line.getContext("2d");
+    context.clearRect(0, 0, width, height);
+    context.strokeStyle = getComputedStyle(line).color;
+    context.lineWidth = 1.5 * devicePixelRatio;
+    context.beginPath();
     const history = this.model.history(this.device);
     const start = Date.now() - LINE_MS;
     const span = this.high - this.low || 1;
-    let isPenDown = false;
+    let isLineStarted = false;
     for (let i = history.since(start); i < history.times.length; ++i) {
       const values = history.values[i];
       if (values) {
         const x = width * (history.times[i] - start) / LINE_MS;
         const y = height - 2 - (height - 4) * (values.position - this.low) / span;
-        isPenDown ? pen.lineTo(x, y) : pen.moveTo(x, y);
+        isLineStarted ? context.lineTo(x, y) : context.moveTo(x, y);
       }
-      isPenDown = Boolean(values);
+      isLineStarted = Boolean(values);
     }
-    pen.stroke();
+    context.stroke();
   }
 }
 

@@ -36,18 +36,18 @@ export class Control {
     this.status = element("p", { role: "status" });
     this.code = element("input", { type: "text", inputMode: "numeric", autocomplete: "off",
       maxLength: 8, size: 8, id: "code" });
-    this.take = element("button", { type: "submit", textContent: "Take control" });
+    this.takeButton = element("button", { type: "submit", textContent: "Take control" });
     this.form = element("form", {},
-      element("label", { htmlFor: "code", textContent: "Code" }), this.code, this.take);
-    this.release = element("button", { type: "button", textContent: "Give control back" });
+      element("label", { htmlFor: "code", textContent: "Code" }), this.code, this.takeButton);
+    this.releaseButton = element("button", { type: "button", textContent: "Give control back" });
     this.form.addEventListener("submit", (event) => {
       event.preventDefault();
       this.takeControl();
     });
-    this.release.addEventListener("click", () => this.releaseControl());
+    this.releaseButton.addEventListener("click", () => this.releaseControl());
     window.addEventListener("pagehide", () => this.releaseControl());
     setInterval(() => this.keepControl(), KEEP_MS);
-    root.append(this.status, this.form, this.release);
+    root.append(this.status, this.form, this.releaseButton);
     this.note = "";
   }
 
@@ -103,7 +103,7 @@ export class Control {
     this.wasHeld = this.token !== "" && holder === this.holder;
     setText(this.status, this.text(allowed, held, by));
     this.form.hidden = !allowed || this.isOwn;
-    this.release.hidden = !this.isOwn;
+    this.releaseButton.hidden = !this.isOwn;
   }
 
   text(allowed, held, by) {

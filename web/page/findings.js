@@ -26,7 +26,8 @@ export class FindingsList {
       return;
     }
     const wrong = answer.findings.filter(({ mark }) => mark !== "ok");
-    this.summary.textContent = wrong.length ? `Findings that need attention: ${wrong.length}.` : "No problems found.";
+    this.summary.textContent = wrong.length
+      ? `Findings that need attention: ${wrong.length}.` : "No problems found.";
     this.list.replaceChildren(...wrong.map((finding) => this.item(finding)));
   }
 

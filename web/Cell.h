@@ -34,7 +34,7 @@ struct CellGripper {
     }
 
     /// Takes what was read at `time`.
-    void Take(const ProcessData& read, TimePoint time);
+    void Update(const ProcessData& read, TimePoint time);
 };
 
 /// What is known about the daemon and its grippers.
@@ -50,10 +50,10 @@ struct Cell {
 
     /// Takes the list of the daemon. Grippers that are not in it are kept, without data.
     /// @return whether something has changed
-    bool TakeList(const std::vector<std::string>& devices);
+    bool UpdateList(const std::vector<std::string>& devices);
 
     /// The daemon cannot be reached: no data is valid.
-    void Lose(const std::string& reason);
+    void MarkUnreachable(const std::string& reason);
 
     /// All but the values.
     nlohmann::ordered_json Json() const;

@@ -59,7 +59,7 @@ private:
     std::string holder;  // its token; empty if there is none
     std::string address;
     std::uint64_t number = 0;  // of the holder
-    Clock::time_point lastSign{};
+    Clock::time_point lastContact{};
     unsigned wrongCodes = 0;
     Clock::time_point wrongSince{};
 };

@@ -26,10 +26,10 @@ public:
     /// Any thread may call.
     /// @param report called with the result of a call that begins after this one
     /// @return false when too many grippers are waiting
-    bool Do(const PageCommand& command, Report report);
+    bool Enqueue(const PageCommand& command, Report report);
 
 private:
-    std::vector<Report> Take(const std::string& device);
+    std::vector<Report> TakeReports(const std::string& device);
 
     const Run run;
     std::mutex mutex;                                    // guards `waiting`; taken before Worker's

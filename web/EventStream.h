@@ -39,7 +39,7 @@ public:
                const std::function<void()>& pause, std::function<void()> wake);
 
     /// The viewer is gone: `wake` is not called any more, and the stream ends.
-    void Forget();
+    void Detach();
 
 private:
     void EndLocked();

@@ -90,7 +90,7 @@ ssize_t TakeEvents(void* target, std::uint64_t /*position*/, char* buffer, std::
 
 void ForgetSending(void* target) {
     const std::unique_ptr<Sending> sending(static_cast<Sending*>(target));
-    sending->stream->Forget();
+    sending->stream->Detach();
 }
 
 /// So that a viewer that stalls is noticed. Otherwise the kernel would take events for minutes.

@@ -31,7 +31,7 @@ public:
 
     /// Takes what was read of a gripper. Grippers that are not read are not asked. Any thread may
     /// call.
-    /// @param period how often its master is asked; each second while it is silent
+    /// @param period how often its master is polled; each second while it is silent
     /// @return since when the data is old, if it is
     std::optional<TimePoint> Check(const std::string& device, const ProcessData& data,
                                    TimePoint time, std::chrono::milliseconds period);
@@ -42,13 +42,13 @@ private:
         std::optional<ProcessData> data = {};
         TimePoint checked = {};
         TimePoint changed = {};
-        TimePoint asked = {};
+        TimePoint polled = {};
         std::chrono::milliseconds period{};
     };
 
     void Run();
     std::string NextDue(TimePoint now);
-    void Ask(Daemon& daemon, const std::string& device);
+    void Poll(Daemon& daemon, const std::string& device);
 
     const Endpoint endpoint;
     std::stop_source stop;

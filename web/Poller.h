@@ -39,7 +39,7 @@ public:
 
     /// The cell for a collector of metrics, not older than a second. Waits for at most 15 ms for
     /// one that is; an older one is returned then. Keeps the readings going for a minute.
-    Cell Collect();
+    Cell ReadForMetrics();
 
     /// The cell as it was read last.
     Cell Latest() const;
@@ -47,7 +47,7 @@ public:
 private:
     void Run();
     std::chrono::milliseconds Period() const;
-    void Take(CellGripper& gripper, const ProcessData& data, Clock::time_point now);
+    void Update(CellGripper& gripper, const ProcessData& data, Clock::time_point now);
     bool AwaitWork(Clock::time_point last);
     void Read();
     bool ReadList();
@@ -69,7 +69,7 @@ private:
     mutable std::condition_variable_any changed;
     Cell latest;
     Clock::time_point latestAt{};
-    Clock::time_point collectedUntil{};
+    Clock::time_point metricsUntil{};
     bool isWoken = false;
 
     std::thread thread;  // last: uses all others

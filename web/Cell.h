@@ -22,7 +22,7 @@ struct CellGripper {
     TimePoint readAt = {};                 ///< when `data` was read
     /// Since when `data` is old because the master does not answer.
     std::optional<TimePoint> silentSince = {};
-    std::uint64_t motions = 0;  ///< that were seen to begin
+    std::uint64_t motions = 0;  ///< observed so far
     bool isMoving = false;      ///< since the reading before
 
     /// Whether the daemon lists it.

@@ -11,8 +11,8 @@
 
 namespace tavrik {
 
-/// Switches drives off, those of several grippers at the same time. Requests for one gripper that
-/// wait ask for the same: one call of the daemon answers all of them.
+/// Switches drives off, of several grippers in parallel. Waiting requests for the same gripper
+/// share one call.
 class DriveOffs {
 public:
     /// Runs a command and returns the result. Called on up to four threads at the same time; must

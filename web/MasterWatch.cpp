@@ -13,8 +13,9 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds kPause(250);  // the daemon logs nine lines for each request
 constexpr std::chrono::milliseconds kRest(500);   // without a change; before, the data is live
-constexpr std::chrono::seconds kForgotten(3);     // a gripper that is not read any more
-constexpr std::chrono::milliseconds kSilentPeriod(1000);  // a late answer is no silence
+constexpr std::chrono::seconds kForgotten(3);     // a gripper that is no longer read
+// The longest period while silent: a late answer soon ends the silence.
+constexpr std::chrono::milliseconds kSilentPeriod(1000);
 
 }  // namespace
 
@@ -58,7 +59,7 @@ void MasterWatch::Run() {
     }
 }
 
-/// The one that was asked the longest time ago.
+/// Of the grippers that are due, the one polled longest ago; empty if there is none.
 std::string MasterWatch::NextDue(TimePoint now) {
     std::erase_if(subjects,
                   [now](const auto& each) { return now - each.second.checked > kForgotten; });

@@ -23,7 +23,7 @@ constexpr std::chrono::seconds kListPeriod(1);
 constexpr std::chrono::seconds kWithoutDataPeriod(1);  // GetPDINExcerpt logs a line each time then
 constexpr std::chrono::seconds kMasterPeriod(1);       // between polls of a master
 constexpr std::chrono::seconds kMetricsMasterPeriod(60);
-constexpr std::chrono::seconds kMetricsFor(60);
+constexpr std::chrono::seconds kMetricsFor(60);  // after the last collection
 constexpr std::chrono::seconds kFresh(1);
 constexpr milliseconds kMetricsPatience(15);
 constexpr milliseconds kCallTimeout(1500);  // a daemon that hangs is shown within two seconds
@@ -106,7 +106,7 @@ Cell Poller::Latest() const {
     return latest;
 }
 
-/// Zero while nobody looks.
+/// Zero without viewers and collectors.
 milliseconds Poller::Period() const {
     const milliseconds period = countViewers() > 0            ? kViewPeriod
                                 : Clock::now() < metricsUntil ? kMetricsPeriod

@@ -23,9 +23,9 @@ constexpr std::chrono::seconds kWantedFor(30);
 constexpr std::chrono::seconds kRetryPause(3);  // each attempt runs journalctl
 constexpr std::chrono::milliseconds kReadPatience(200);
 constexpr std::chrono::minutes kRecent(10);
-constexpr const char* kNoLine =
-    "the journal shows tavrikweb no line of TavrikDaemon: add its user to the group "
-    "systemd-journal, or name the file with the log by --log";
+constexpr const char* kNoLines =
+    "tavrikweb sees no lines of TavrikDaemon in the journal: add its user to the group "
+    "systemd-journal, or name the log file with --log";
 
 ordered_json RowJson(const LogRow& row) {
     return {{"date", row.stamp.date},   {"clock", LogClock(row)},
@@ -101,7 +101,7 @@ void LogFeed::Read() {
         }
         model.Idle(std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - lastLine));
         if (!isReadable && model.Summary().lines == 0) {
-            SetError(kNoLine);
+            SetError(kNoLines);
         }
         if (result == LogSource::Result::End) {
             return;
@@ -122,7 +122,7 @@ std::unique_ptr<LogSource> LogFeed::Open(LogModel& model, bool& isReadable) cons
         isReadable = true;
         model.Learn(line);
     }
-    return FollowJournal(start, ToolErrors::Dropped);  // the page tells them in its own words
+    return FollowJournal(start, ToolErrors::Dropped);  // the page has a message of its own
 }
 
 void LogFeed::Begin(bool isReadable) {

@@ -332,7 +332,7 @@ int Site::Send(const PageCommand& command, const Gripper& gripper) {
 /// @throws Failure (NotSent)
 void Site::RequireControl(const Sender& sender) {
     if (!control.IsStillHeldBy(sender.token)) {
-        throw Failure(ExitStatus::NotSent, "you do not have control any more");
+        throw Failure(ExitStatus::NotSent, "you no longer have control");
     }
 }
 

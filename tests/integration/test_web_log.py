@@ -116,11 +116,11 @@ class JournalTest(WebTestCase):
         wait_until(lambda: read_log() and asked.exists() and
                    asked.read_text()[before:].count("--follow") > 1)
         log = wait_until(lambda: (log := read_log())["trouble"] and log)
-        self.assertIn("no line of TavrikDaemon", log["trouble"])
+        self.assertIn("no lines of TavrikDaemon in the journal", log["trouble"])
 
     def test_what_may_not_be_read_is_told_and_comes_as_soon_as_it_may(self):
         log = wait_until(lambda: (log := read_log())["trouble"] and log)
-        self.assertIn("no line of TavrikDaemon: add its user to the group systemd-journal",
+        self.assertIn("TavrikDaemon in the journal: add its user to the group systemd-journal",
                       log["trouble"])
         path = pathlib.Path(self.folder, "lines")
         path.write_text("".join(f"{line}\n" for line in self.cell.log.since(0)))

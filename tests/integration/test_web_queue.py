@@ -75,7 +75,7 @@ class QueueTest(WebTestCase):
                 self.waiting(HVA, HVA, HVA, MZD) as connections:
             self.assertEqual(post("/api/control/take", {"code": self.code}).status, 200)
             texts = self.texts(connections)
-        self.assertEqual(texts[1:], 3 * ["grip, set 0: you do not have control any more"])
+        self.assertEqual(texts[1:], 3 * ["grip, set 0: you no longer have control"])
 
     def test_a_restore_ends_with_control(self):
         saved = wait_until(lambda: post("/api/settings", {"gripper": HVA}).json().get("file"))
@@ -89,7 +89,7 @@ class QueueTest(WebTestCase):
         post("/api/control/release", {}, self.token)
         restore.join()
         self.assertEqual(results[0].json(),
-                         {"ok": False, "text": "you do not have control any more"})
+                         {"ok": False, "text": "you no longer have control"})
         self.assertEqual(self.call("GetForce", HVA, 5), 17)
 
 

@@ -75,7 +75,7 @@ double ParseSpeed(std::string_view text) {
     return speed;
 }
 
-/// What is wrong with the words that are no options, if there is no "--" before COMMAND.
+/// Explains the words that are not options if there is no "--" before COMMAND.
 std::string ExplainWords(const CLI::App& app, Arguments arguments) {
     const auto word = std::ranges::find_if(arguments, [&app](const std::string& each) {
         const auto words = app.remaining();

@@ -185,7 +185,7 @@ Options ParseOptions(Arguments arguments) {
         return options;
     }
     if (options.usb && options.ttyStart == PtyPort::Start::Cooked) {
-        throw UsageError("--cooked: ttys of --usb always start so");
+        throw UsageError("--cooked: not needed with --usb, whose ttys always start cooked");
     }
     if (dashes != arguments.end()) {
         options.command.assign(dashes + 1, arguments.end());

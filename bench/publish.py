@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Puts the results of a whole run into docs/performance.md, and the plots beside it.
+"""Puts the results of a whole run into its pages, and the plots beside docs/performance.md.
 
 Usage: publish.py [FOLDER]: FOLDER (build/bench by default) has the run.json of the run.
 """
@@ -15,6 +15,7 @@ import figures
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 PAGE = ROOT / "docs" / "performance.md"
+MICRO_PAGE = ROOT / "bench" / "micro-benchmarks.md"  # for developers, so not among the user pages
 
 COLOURS = ("#1f6fb2", "#d1642a", "#3d8f57")
 PANEL_WIDTH, HEIGHT = 320, 260  # pixels
@@ -134,11 +135,9 @@ def main():
         sys.exit("The figures of a quick run are meaningless: run scripts/bench")
     if run["problems"]:
         sys.exit("\n".join(["The run is not complete:", *run["problems"]]))
-    page = PAGE.read_text()
-    for name, text in (("figures", figures_of(run)), ("sizing", sizing_of(run)),
-                       ("micro-benchmarks", micro_of(run))):
-        page = page_with(page, name, text)
-    PAGE.write_text(page)
+    for page, name, text in ((PAGE, "figures", figures_of(run)), (PAGE, "sizing", sizing_of(run)),
+                             (MICRO_PAGE, "micro-benchmarks", micro_of(run))):
+        page.write_text(page_with(page.read_text(), name, text))
     draw(run["growth"], PAGE.with_suffix(""))
 
 

@@ -200,8 +200,8 @@ void CommandLine::ExplainExtras() const {
     const auto* const gripper = command.get_option_no_throw("GRIPPER");
     if (gripper != nullptr && gripper->count() > 0) {
         throw Failure(ExitStatus::Usage, "unexpected argument '" + *word +
-                                             "'; quote a name that contains blanks: '" +
-                                             gripper->as<std::string>() + " " + *word + "'");
+                                             "'; quote a name that contains blanks: " +
+                                             ShellWord(gripper->as<std::string>() + " " + *word));
     }
     throw Failure(ExitStatus::Usage, "unexpected argument '" + *word + "'; " + HelpAdvice());
 }

@@ -399,9 +399,9 @@ void Site::ReadLog(const HttpRequest& /*request*/, const json& body, const Reply
 
 void Site::Diagnose(const HttpRequest& /*request*/, const json& /*body*/, const Reply& reply) {
     const bool isTaken =
-        readings.Do([this, reply](Daemon& /*daemon*/, const std::stop_token& dropped) {
-            reply(CatchFailure([this, &dropped] {
-                Doctor doctor(daemon, "", "", dropped);
+        readings.Do([this, reply](Daemon& /*daemon*/, const std::stop_token& /*dropped*/) {
+            reply(CatchFailure([this] {
+                Doctor doctor(daemon, "", "", readings.Ending());
                 doctor.Examine();
                 return Answer({{"ok", true}, {"findings", FindingsJson(doctor.Result())}});
             }));

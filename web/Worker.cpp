@@ -13,12 +13,6 @@ Worker::Worker(const Endpoint& endpoint, std::size_t threads) : endpoint(endpoin
 
 Worker::~Worker() {
     stop.request_stop();
-    {
-        const std::lock_guard lock(mutex);
-        for (Entry& entry : jobs) {
-            entry.dropped.request_stop();
-        }
-    }
     for (std::thread& thread : threads) {
         thread.join();
     }

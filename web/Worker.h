@@ -19,13 +19,14 @@ namespace tavrik {
 class Worker {
 public:
     /// Must not throw.
-    /// @param dropped whether Drop() was called for it, or the worker ends
+    /// @param dropped whether Drop() was called for it
     using Job = std::function<void(Daemon&, const std::stop_token& dropped)>;
 
     /// @param threads how many jobs run at the same time
     explicit Worker(const Endpoint& endpoint, std::size_t threads = 1);
 
-    /// Ends the jobs that are running within about a second; the others are dropped.
+    /// Ends the running calls of the jobs within about a second and waits for these jobs. Those
+    /// that have not begun are not done.
     ~Worker();
     Worker(const Worker&) = delete;
     Worker& operator=(const Worker&) = delete;
@@ -38,6 +39,9 @@ public:
     /// Tells the jobs of a subject that they are not wanted any more: those that wait and those
     /// that are running. Any thread may call.
     void Drop(const std::string& subject);
+
+    /// Requested when this ends: for what a job does without its Daemon.
+    std::stop_token Ending() const { return stop.get_token(); }
 
 private:
     struct Entry {

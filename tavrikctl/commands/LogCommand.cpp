@@ -5,6 +5,7 @@
 #include <optional>
 #include <stop_token>
 
+#include "client/Printable.h"
 #include "doctor/log/LogBegin.h"
 #include "doctor/log/LogFilter.h"
 #include "doctor/log/LogModel.h"
@@ -78,8 +79,8 @@ bool IsFile(const std::string& text) {
 /// If the second word is not a file, it probably belongs to a name that was not quoted.
 std::string LogCommand::CheckNoName(const std::string& text) const {
     return IsFile(text) ? ""
-                        : "'" + text + "' does not exist; quote a name that contains blanks: '" +
-                              gripper + " " + text + "'";
+                        : "'" + text + "' does not exist; quote a name that contains blanks: " +
+                              ShellWord(gripper + " " + text);
 }
 
 /// A word alone is a file if there is such a file.

@@ -246,10 +246,12 @@ class RestartTest(BrowserTestCase):
     def test_control_is_lost_to_another_while_tavrikweb_restarts(self):
         self.console = ["ERR_", "403"]  # of the restart, and of the next sign of life
         self.take_control_of_page()
+        self.driver.set_network_conditions(offline=True, latency=0, throughput=0)
         self.web.stop()
         type(self).web = Web(*self.web_options)
         self.addClassCleanup(self.web.stop)
         self.take_control()  # before the page is connected again
+        self.driver.delete_network_conditions()
         self.wait_for_text("#control", "A browser at 127.0.0.1 has control", 2 * PATIENCE)
 
 

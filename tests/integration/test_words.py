@@ -118,6 +118,8 @@ class NearestTest(CtlTestCase):
             with self.subTest(arguments=arguments):
                 self.expect_failure(USAGE, "unexpected argument 'SN:100001'; quote a name that "
                                     "contains blanks: 'HVA SN:100001'\n", *arguments)
+        self.expect_failure(USAGE, "unexpected argument 'SN:1'; quote a name that contains blanks: "
+                            "'cell'\\''s SN:1'\n", "grip", "cell's", "SN:1")
         self.expect_failure(USAGE, "usage: call GetPos GRIPPER; quote a GRIPPER that contains "
                             "blanks\n", "call", "GetPos", "HVA", "SN:100001")
         self.assertFalse(self.cell.log.matching("PDOUT=.3"))

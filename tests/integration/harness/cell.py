@@ -12,6 +12,7 @@ import time
 import xmlrpc.client
 
 PORTS = (44221, 44222)
+WEB_PORT = 44280
 
 # Sanitizers slow everything down; upper time bounds grow by this factor.
 SLOWNESS = float(os.environ.get("TAVRIK_SLOWNESS", "1"))

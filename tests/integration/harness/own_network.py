@@ -10,7 +10,7 @@ import struct
 import sys
 import tempfile
 
-from .cell import PORTS
+from .cell import PORTS, WEB_PORT
 
 NETWORK = "TAVRIK_NETWORK"  # which one the program has: OWN or SHARED
 OWN, SHARED = "own", "shared"
@@ -25,7 +25,7 @@ IFF_UP = 0x1
 
 def enter():
     """Moves this program, which may have one thread only, and all programs that it starts into a
-    network namespace of their own, with its loopback up and the daemon's ports reserved.
+    network namespace of their own, with its loopback up and the servers' ports reserved.
 
     Where the system allows none, the program stays on the host's loopback, and waits until no other
     program of this user that called this function is left there.
@@ -84,11 +84,12 @@ def raise_loopback():
 
 
 def reserve_ports():
-    """As the package does it, where the system allows it. A client that tries again and again while
-    nobody serves would get the port itself for its own end some day, and be connected with itself.
+    """As the package does it, where the system allows it. Otherwise a connection of any client may
+    get a server's port for its own end: the server could not start, and a client that tries again
+    and again while nobody serves would be connected with itself some day.
     """
     with contextlib.suppress(OSError):
-        RESERVED_PORTS.write_text(",".join(map(str, PORTS)) + "\n")
+        RESERVED_PORTS.write_text(",".join(map(str, (*PORTS, WEB_PORT))) + "\n")
 
 
 def take_turn():

@@ -9,11 +9,10 @@ import socket
 import subprocess
 import tempfile
 
-from .cell import MORTAL, PATIENCE, Output, wait_until
+from .cell import MORTAL, PATIENCE, WEB_PORT as PORT, Output, wait_until
 from .cell_test_case import CellTestCase
 
 ROOT = pathlib.Path(__file__).resolve().parents[3]
-PORT = 44280
 ORIGIN = f"http://127.0.0.1:{PORT}"
 ASSETS = ("--assets", str(ROOT / "web" / "page"))
 
@@ -47,7 +46,12 @@ class Web:
             stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
         self.log = Output("tavrikweb", self.process.stdout)
         self.errors = Output("errors of tavrikweb", self.process.stderr)
-        self.log.wait_for("Serving ")
+        try:
+            self.log.wait_for("Serving ")
+        except AssertionError as failure:
+            self.process.kill()
+            self.errors.reader.join()
+            raise AssertionError(f"{failure}; its errors: {self.errors.lines}") from None
 
     def code(self):
         """What a user on this machine is shown."""

@@ -15,16 +15,19 @@ using support::WaitFor;
 
 class WorkerTest : public testing::Test {
 protected:
-    /// A job that runs until it is dropped, at the latest by the end of the worker.
+    void TearDown() override { isOver = true; }
+
+    /// A job that runs until it is dropped, at the latest until the test is over.
     Worker::Job Lasting() {
         return [this](Daemon&, const std::stop_token& dropped) {
             ++running;
-            WaitFor([&] { return dropped.stop_requested(); });
+            WaitFor([&] { return dropped.stop_requested() || isOver; });
             --running;
             ++done;
         };
     }
 
+    std::atomic<bool> isOver = false;
     std::atomic<int> running = 0;
     std::atomic<int> done = 0;
 };
@@ -93,7 +96,8 @@ TEST(WorkerEndTest, AsksTheRunningJobToStop) {
         Worker worker{Endpoint()};
         worker.Do([&](Daemon&, const std::stop_token& dropped) {
             begun.set_value();
-            wasTold.set_value(WaitFor([&] { return dropped.stop_requested(); }));
+            wasTold.set_value(WaitFor([&] { return worker.Ending().stop_requested(); }));
+            EXPECT_FALSE(dropped.stop_requested());  // nobody asked for that
         });
         begun.get_future().wait();
     }
@@ -107,10 +111,10 @@ TEST(WorkerEndTest, TheRunningJobCannotCallTheDaemonAnyMore) {
     std::promise<std::string> failure;
     {
         Worker worker(fake.Server());
-        worker.Do([&](Daemon& daemon, const std::stop_token& dropped) {
+        worker.Do([&](Daemon& daemon, const std::stop_token& /*dropped*/) {
             EXPECT_EQ(daemon.Get<int>("Disable"), 0);  // opens the connection
             begun.set_value();
-            WaitFor([&] { return dropped.stop_requested(); });
+            WaitFor([&] { return worker.Ending().stop_requested(); });
             try {
                 daemon.Get<int>("Disable");
                 failure.set_value("");

@@ -19,7 +19,7 @@ bool DriveOffs::Enqueue(const PageCommand& command, Report report) {
     if (all.size() > 1) {
         return true;  // the job of the first one waits
     }
-    const bool isTaken = worker.Do(
+    const bool isTaken = worker.Enqueue(
         [this, command](Daemon& daemon, const std::stop_token& /*dropped*/) {
             const auto reports = TakeReports(command.Device());
             const CommandResult result = run(command, daemon);

@@ -264,7 +264,7 @@ void Site::RunCommand(const HttpRequest& request, const json& body, const Reply&
         motions.Drop(command.Device());  // they must not move it again
         isTaken = driveOffs.Enqueue(command, report);
     } else {
-        isTaken = motions.Do(
+        isTaken = motions.Enqueue(
             [this, command, sender, report](Daemon& daemon, const std::stop_token& dropped) {
                 report(Execute(command, sender, daemon, dropped));
             },
@@ -340,8 +340,8 @@ void Site::RequireControl(const Sender& sender) {
 void Site::DoForGripper(const json& body, const Reply& reply,
                         std::function<ordered_json(const Gripper&, const PageProgress&)> job) {
     const bool isTaken =
-        readings.Do([this, name = MemberText(body, "gripper"), job = std::move(job), reply](
-                        Daemon& daemon, const std::stop_token& /*dropped*/) {
+        readings.Enqueue([this, name = MemberText(body, "gripper"), job = std::move(job), reply](
+                             Daemon& daemon, const std::stop_token& /*dropped*/) {
             const auto progress = [&](std::string_view step, double part) {
                 transfer.Set(name, step, part);
             };
@@ -399,7 +399,7 @@ void Site::ReadLog(const HttpRequest& /*request*/, const json& body, const Reply
 
 void Site::Diagnose(const HttpRequest& /*request*/, const json& /*body*/, const Reply& reply) {
     const bool isTaken =
-        readings.Do([this, reply](Daemon& /*daemon*/, const std::stop_token& /*dropped*/) {
+        readings.Enqueue([this, reply](Daemon& /*daemon*/, const std::stop_token& /*dropped*/) {
             reply(CatchFailure([this] {
                 Doctor doctor(daemon, "", "", readings.Ending());
                 doctor.Examine();

@@ -8,7 +8,7 @@ import tempfile
 import unittest
 import urllib.request
 
-from .harness.cell import MORTAL, PATIENCE, wait_until
+from .harness.cell import DIES_WITH_PARENT, PATIENCE, wait_until
 from .harness.cell_test_case import main
 from .harness.pages import ROOT
 from .harness.web import WebTestCase, get, post
@@ -103,7 +103,8 @@ class EngineTest(WebTestCase):
     @classmethod
     def start(cls, *command, folder):
         with open(folder / f"{command[0]}.log", "wb") as log:
-            process = subprocess.Popen([*MORTAL, *command], cwd=folder, stdout=log, stderr=log)
+            process = subprocess.Popen([*DIES_WITH_PARENT, *command], cwd=folder,
+                                       stdout=log, stderr=log)
         cls.addClassCleanup(process.wait)
         cls.addClassCleanup(process.kill)
 

@@ -13,9 +13,9 @@ from .harness import broken_output
 from .harness.cell import PORTS, SLOWNESS, wait_until
 from .harness.cell_test_case import main
 from .harness.methods import DEVICE_METHODS
-from .harness.storm import (MEMORY_COUNTS, NO_COMMAND, NO_LINK, NO_PROCESS_DATA, TIMEOUT,
-                            WRONG_MODE, StormTestCase, holdings, random_numbers, restart_data_link,
-                            rounds, wait_until_back)
+from .harness.storm import (CHECKS_MEMORY, NO_COMMAND, NO_LINK, NO_PROCESS_DATA, TIMEOUT,
+                            WRONG_MODE, StormTestCase, random_numbers, resources_of,
+                            restart_data_link, rounds, wait_until_back)
 
 BROKEN, CORRECT = "HVA SN:100001", "MZD-S SN:100002"
 
@@ -43,12 +43,12 @@ class LyingMasterTest(StormTestCase):
     def setUp(self):
         self.random = random_numbers(self.id())
         self.daemon = self.cell.daemon_pid()
-        self.baseline = holdings(self.daemon)
+        self.baseline = resources_of(self.daemon)
 
     def tearDown(self):
         self.cell.close_clients()
         print(wait_until_back(self.daemon, self.baseline), file=sys.stderr)
-        if MEMORY_COUNTS:
+        if CHECKS_MEMORY:
             self.assertLess(peak_memory(self.daemon) - self.baseline.memory, PEAK_SLACK)
 
     def test_broken_output_at_full_speed(self):

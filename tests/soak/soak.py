@@ -81,7 +81,7 @@ class Soak:
             if time.monotonic() >= self.resources.due():
                 self.resources.take()
                 for output in self.cell.outputs():
-                    output.forget_all_but(LINES_KEPT)
+                    output.keep_last(LINES_KEPT)
 
     def serve(self, pipe):
         """Handles one request of a client to the simulator; returns false at the client's end."""

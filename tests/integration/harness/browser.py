@@ -160,4 +160,4 @@ class BrowserTestCase(WebTestCase):
         self.assertEqual(levels[0], 1)
 
 
-SHORT = 2 * SLOWNESS  # seconds in which the page shows what has changed
+UPDATE_TIME = 2 * SLOWNESS  # seconds in which the page shows what has changed

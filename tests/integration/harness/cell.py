@@ -74,13 +74,13 @@ class Output:
             self._read_available()
             return self.lines[mark:]
 
-    def forget_all_but(self, count):
-        """Drops old lines, in programs that run for long; earlier marks are worthless then."""
+    def keep_last(self, count):
+        """Drops older lines, in programs that run for long; earlier marks are then invalid."""
         with self.arrived:
             del self.lines[:-count]
 
     def forget(self, pattern=""):
-        """Drops every line so far in which `pattern` is found. Earlier marks lose their meaning."""
+        """Drops every line so far in which `pattern` is found. Earlier marks are then invalid."""
         with self.arrived:
             self.lines = [line for line in self.lines if not re.search(pattern, line)]
 

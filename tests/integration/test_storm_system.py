@@ -20,8 +20,8 @@ import xmlrpc.client
 
 from .harness.cell import PORTS, SLOWNESS, Cell, answers, wait_until
 from .harness.cell_test_case import main
-from .harness.storm import (NO_COMMAND, NO_LINK, TIMEOUT, StormTestCase, random_numbers, resources_of,
-                            restart_data_link, rounds, wait_until_back)
+from .harness.storm import (NO_COMMAND, NO_LINK, TIMEOUT, StormTestCase, random_numbers,
+                            resources_of, restart_data_link, rounds, wait_until_back)
 
 FIRST, SECOND, THIRD = "HVA SN:100001", "MZD-S SN:100002", "TLM SN:100003"
 MEBIBYTE = 1024 * 1024
@@ -130,7 +130,7 @@ class TtyTest(SystemTestCase):
                     self.assertEqual(self.call("Grip", FIRST, 1), NO_LINK)
                     self.assert_second_served()
                     opened += can_be_opened
-        # The daemon keeps a file that is not a tty open, on purpose.
+        # The daemon keeps a file that is not a tty open until it opens that path again.
         self.assertEqual(len(resources_of(self.daemon).descriptors), self.descriptors - 1 + opened)
         self.cell.command("plug 0")
 
@@ -145,7 +145,8 @@ class TtyTest(SystemTestCase):
                     self.cell.log.wait_for(failure, since=mark, count=50)
                     self.assertEqual(self.call("Grip", FIRST, 1), NO_COMMAND)
                     self.assert_second_served()
-                    self.assertLessEqual(len(resources_of(self.daemon).descriptors), self.descriptors)
+                    self.assertLessEqual(len(resources_of(self.daemon).descriptors),
+                                         self.descriptors)
                     self.plug_again()
 
     def test_reading_and_writing_fail_with_eio(self):

@@ -18,7 +18,7 @@ WEB_PORT = 44280
 SLOWNESS = float(os.environ.get("TAVRIK_SLOWNESS", "1"))
 PATIENCE = 15.0 * SLOWNESS  # seconds until an awaited condition counts as missing
 
-# Prefix of a command: the kernel kills it when the thread that started it ends, for whatever reason.
+# Prefix of a command: the kernel kills it when the thread that started it ends, however that ends.
 # A daemon that outlives its test would serve the next one.
 DIES_WITH_PARENT = ("/usr/bin/setpriv", "--pdeathsig", "KILL", "--")
 

@@ -4,8 +4,8 @@ import re
 
 from selenium.webdriver.common.keys import Keys
 
-from .harness.browser import HVA, MZD, UPDATE_TIME, BrowserTestCase
-from .harness.cell import wait_until
+from .harness.browser import UPDATE_TIME, BrowserTestCase
+from .harness.cell import HVA, MZD, wait_until
 from .harness.cell_test_case import main
 from .harness.web import ORIGIN, LogFile, Viewer, Web
 

@@ -10,8 +10,8 @@ import time
 
 from selenium.webdriver.common.keys import Keys
 
-from .harness.browser import HVA, MZD, BrowserTestCase
-from .harness.cell import PATIENCE, wait_until
+from .harness.browser import BrowserTestCase
+from .harness.cell import HVA, MZD, PATIENCE, wait_until
 from .harness.cell_test_case import main
 from .harness.web import ORIGIN, PORT, Viewer, Web, post
 

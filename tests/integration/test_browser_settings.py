@@ -4,8 +4,8 @@ import json
 import pathlib
 import tempfile
 
-from .harness.browser import HVA, BrowserTestCase
-from .harness.cell import wait_until
+from .harness.browser import BrowserTestCase
+from .harness.cell import HVA, wait_until
 from .harness.cell_test_case import main
 from .harness.web import post
 

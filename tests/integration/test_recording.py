@@ -7,12 +7,11 @@ import signal
 import subprocess
 import tempfile
 
-from .harness.cell import PATIENCE, PORTS, answers, wait_until
+from .harness.cell import HOLDING, HVA, MZD, NO_PART, PATIENCE, PORTS, READY, answers, wait_until
 from .harness.cell_test_case import main
 from .harness.pages import ROOT, blocks
-from .harness.recording_test_case import (DAEMON, DATA, FAST, HOLDING, HVA, MZD, NO_PART, OPERATING,
-                                          READY, SIMULATOR, RecordingTestCase, Session,
-                                          requests, running)
+from .harness.recording_test_case import (DAEMON, DATA, FAST, OPERATING, SIMULATOR,
+                                          RecordingTestCase, Session, requests, running)
 
 PAGE = ROOT / "docs" / "recording.md"
 

@@ -9,9 +9,9 @@ import termios
 import threading
 import tty
 
-from .harness.cell import PATIENCE, SANITIZER_REPORT, Output, wait_until
+from .harness.cell import HVA, PATIENCE, SANITIZER_REPORT, Output, wait_until
 from .harness.cell_test_case import main
-from .harness.recording_test_case import (DAEMON, FAST, HVA, SIMULATOR, RecordingTestCase, Session,
+from .harness.recording_test_case import (DAEMON, FAST, SIMULATOR, RecordingTestCase, Session,
                                           running)
 
 

@@ -13,11 +13,10 @@ import unittest
 import xmlrpc.client
 
 from .harness import own_network
-from .harness.cell import PATIENCE, PORTS, SLOWNESS, wait_until
+from .harness.cell import HVA, MZD, PATIENCE, PORTS, SLOWNESS, wait_until
 from .harness.cell_test_case import main
 from .harness.web import PORT, Viewer, Web, WebTestCase, connect, get, new_viewer, post, receive_all
 
-HVA, MZD = "HVA SN:100001", "MZD-S SN:100002"
 MOST_VIEWERS = 16
 
 

@@ -4,10 +4,10 @@ import pathlib
 import tempfile
 
 from .harness import cell
+from .harness.cell import HVA, MZD
 from .harness.cell_test_case import main
 from .harness.web import LogFile, WebTestCase, post
 
-HVA, MZD = "HVA SN:100001", "MZD-S SN:100002"
 OTHER_THREAD = 4242
 
 

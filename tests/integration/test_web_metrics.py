@@ -5,11 +5,10 @@ import subprocess
 import time
 
 from .harness import cell
-from .harness.cell import PATIENCE, SLOWNESS
+from .harness.cell import HVA, MZD, PATIENCE, SLOWNESS
 from .harness.cell_test_case import main
 from .harness.web import WebTestCase, get, post
 
-HVA, MZD = "HVA SN:100001", "MZD-S SN:100002"
 LINE = re.compile(r'^(\w+)(?:\{(.*)\})? (\S+)$', re.MULTILINE)
 
 

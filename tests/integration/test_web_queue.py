@@ -5,11 +5,9 @@ import json
 import threading
 import time
 
-from .harness.cell import SLOWNESS, wait_until
+from .harness.cell import HVA, MZD, SLOWNESS, wait_until
 from .harness.cell_test_case import main
 from .harness.web import Answer, WebTestCase, compose, connect, get, post, receive_all
-
-HVA, MZD = "HVA SN:100001", "MZD-S SN:100002"
 
 
 class QueueTest(WebTestCase):

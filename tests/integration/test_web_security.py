@@ -7,12 +7,11 @@ import re
 import subprocess
 import time
 
-from .harness.cell import PATIENCE, SLOWNESS, wait_until
+from .harness.cell import HVA, PATIENCE, SLOWNESS, wait_until
 from .harness.cell_test_case import main
 from .harness.web import (ASSETS, ORIGIN, PORT, Viewer, WebTestCase, compose, connect, get,
                           new_viewer, post, receive_all, request, send)
 
-HVA = "HVA SN:100001"
 DISABLE = {"gripper": HVA, "command": "disable"}
 
 

@@ -10,10 +10,9 @@ from selenium.webdriver.chrome.service import Service
 from selenium.webdriver.common.by import By
 from selenium.webdriver.remote.remote_connection import RemoteConnection
 
-from .cell import DIES_WITH_PARENT, PATIENCE, SLOWNESS, wait_until
+from .cell import DIES_WITH_PARENT, HVA, PATIENCE, SLOWNESS, wait_until
 from .web import ORIGIN, WebTestCase
 
-HVA, MZD = "HVA SN:100001", "MZD-S SN:100002"
 OPTIONS = ("--headless=new", "--no-sandbox", "--disable-gpu", "--disable-dev-shm-usage",
            "--disable-background-networking", "--disable-component-update", "--no-first-run",
            "--disable-sync", "--window-size=1200,1000",

@@ -14,6 +14,14 @@ import xmlrpc.client
 PORTS = (44221, 44222)
 WEB_PORT = 44280
 
+# Device strings of simulated grippers, if they are the first, second and third of a cell.
+HVA, MZD, TLM = "HVA SN:100001", "MZD-S SN:100002", "TLM SN:100003"
+
+# State codes of grippers.
+OFF, NEEDS_REFERENCE, REFERENCING, RELEASING, RELEASED = range(5)
+GRIPPING, HOLDING, NO_PART, READY = range(5, 9)
+FAULT = 15
+
 # Sanitizers slow everything down; upper time bounds grow by this factor.
 SLOWNESS = float(os.environ.get("TAVRIK_SLOWNESS", "1"))
 PATIENCE = 15.0 * SLOWNESS  # seconds until an awaited condition counts as missing

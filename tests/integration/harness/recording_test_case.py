@@ -6,7 +6,7 @@ import pathlib
 import tempfile
 import unittest
 
-from .cell import Cell, wait_until
+from .cell import HOLDING, HVA, MZD, READY, RELEASED, Cell, wait_until
 from .cell_test_case import output_on_failure, started
 from .pages import ROOT
 
@@ -14,11 +14,9 @@ SIMULATOR = os.environ["TAVRIK_SIMULATOR"]
 DAEMON = os.environ["TAVRIK_DAEMON"]
 DATA = ROOT / "tests" / "data"
 
-HVA, MZD = "HVA SN:100001", "MZD-S SN:100002"
 FAST = ("--speed", "1000")  # motions are not what these tests are about
 
 OPERATING = r"Pending command PDOUT deleted \(Status: 0\)"
-READY, RELEASED, HOLDING, NO_PART = 8, 4, 6, 7
 
 
 @contextlib.contextmanager

@@ -51,7 +51,7 @@ class FileTest(LogFile, WebTestCase):
         owners = {row["gripper"] for row in read_log(gripper="HVA SN:10000")["rows"]}
         self.assertNotIn(HVA, owners)
 
-    def test_only_what_is_new_comes_again(self):
+    def test_only_new_rows_are_returned(self):
         self.append(f"12:00:00 {OTHER_THREAD} Starting TavrikDaemon (old)")
         wait_until(lambda: rows_with("(old)"))
         known = {name: read_log()[name] for name in ("reading", "last")}
@@ -64,7 +64,7 @@ class FileTest(LogFile, WebTestCase):
         other = read_log(reading=known["reading"] + 1, last=known["last"])
         self.assertGreater(len(other["rows"]), 1)
 
-    def test_unexpected_questions_get_an_answer(self):
+    def test_unexpected_requests_get_an_answer(self):
         for question in ({"reading": -1}, {"last": 1 << 63}, {"last": "1"}, {"gripper": 1}):
             self.assertEqual(post("/api/log", question).status, 200, question)
 
@@ -80,7 +80,7 @@ class LongFileTest(LogFile, WebTestCase):
 class MissingFileTest(WebTestCase):
     web_options = ("--log", "/nowhere/daemon.log")
 
-    def test_the_reason_is_told(self):
+    def test_the_reason_is_reported(self):
         log = wait_until(lambda: (log := read_log())["trouble"] and log)
         self.assertEqual(log["rows"], [])
         self.assertIn("/nowhere/daemon.log: No such file", log["trouble"])
@@ -107,7 +107,7 @@ class JournalTest(WebTestCase):
         new.chmod(0o755)
         new.rename(tool)
 
-    def test_an_error_of_the_journal_is_no_line_of_it(self):
+    def test_errors_of_journalctl_are_not_shown_as_log_lines(self):
         self.set_journal("echo No journal files were opened due to insufficient permissions. >&2\n"
                          "exit 1")
         asked = pathlib.Path(self.folder, "asked")
@@ -118,7 +118,7 @@ class JournalTest(WebTestCase):
         log = wait_until(lambda: (log := read_log())["trouble"] and log)
         self.assertIn("no lines of TavrikDaemon in the journal", log["trouble"])
 
-    def test_what_may_not_be_read_is_told_and_comes_as_soon_as_it_may(self):
+    def test_a_journal_without_permission_is_reported_and_read_once_permitted(self):
         log = wait_until(lambda: (log := read_log())["trouble"] and log)
         self.assertIn("TavrikDaemon in the journal: add its user to the group systemd-journal",
                       log["trouble"])

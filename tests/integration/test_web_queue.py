@@ -68,7 +68,7 @@ class QueueTest(WebTestCase):
         for text in texts:
             self.assertRegex(text, "^disable: .* did not answer within 1 s")
 
-    def test_what_waits_is_not_done_for_one_who_has_lost_control(self):
+    def test_waiting_commands_are_refused_when_control_is_lost(self):
         with self.condition("mute 0 on", "mute 0 off"), \
                 self.waiting(HVA, HVA, HVA, MZD) as connections:
             self.assertEqual(post("/api/control/take", {"code": self.code}).status, 200)

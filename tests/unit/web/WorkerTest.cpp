@@ -32,17 +32,17 @@ protected:
     std::atomic<int> done = 0;
 };
 
-class OneThreadTest : public WorkerTest {
+class WorkerOneThreadTest : public WorkerTest {
 protected:
     Worker worker{Endpoint()};
 };
 
-class TwoThreadsTest : public WorkerTest {
+class WorkerTwoThreadsTest : public WorkerTest {
 protected:
     Worker worker{Endpoint(), 2};
 };
 
-TEST_F(OneThreadTest, DropsWhatRunsAndWhatWaitsForASubject) {
+TEST_F(WorkerOneThreadTest, DropsWhatRunsAndWhatWaitsForASubject) {
     worker.Enqueue(Lasting(), "a");
     worker.Enqueue(Lasting(), "a");
     worker.Enqueue(Lasting(), "b");
@@ -53,7 +53,7 @@ TEST_F(OneThreadTest, DropsWhatRunsAndWhatWaitsForASubject) {
     ASSERT_TRUE(WaitFor([&] { return done == 3; }));
 }
 
-TEST_F(OneThreadTest, RefusesWhatWouldWaitTooLong) {
+TEST_F(WorkerOneThreadTest, RefusesWhatWouldWaitTooLong) {
     constexpr int kMost = 1000;
     int taken = 0;
     while (taken < kMost && worker.Enqueue(Lasting())) {
@@ -63,7 +63,7 @@ TEST_F(OneThreadTest, RefusesWhatWouldWaitTooLong) {
     EXPECT_LT(taken, kMost);
 }
 
-TEST_F(TwoThreadsTest, TakesAJobWhileManyOfAnotherSubjectAreAskedFor) {
+TEST_F(WorkerTwoThreadsTest, TakesAJobWhileManyOfAnotherSubjectWait) {
     int taken = 0;
     for (int i = 0; i < 100; ++i) {
         taken += worker.Enqueue(Lasting(), "a") ? 1 : 0;
@@ -73,13 +73,13 @@ TEST_F(TwoThreadsTest, TakesAJobWhileManyOfAnotherSubjectAreAskedFor) {
     EXPECT_TRUE(WaitFor([&] { return running == 2; }));
 }
 
-TEST_F(TwoThreadsTest, DoesJobsOfTwoSubjectsAtTheSameTime) {
+TEST_F(WorkerTwoThreadsTest, DoesJobsOfTwoSubjectsAtTheSameTime) {
     worker.Enqueue(Lasting(), "a");
     worker.Enqueue(Lasting(), "b");
     EXPECT_TRUE(WaitFor([&] { return running == 2; }));
 }
 
-TEST_F(TwoThreadsTest, DoesJobsOfOneSubjectOneAfterTheOther) {
+TEST_F(WorkerTwoThreadsTest, DoesJobsOfOneSubjectOneAfterTheOther) {
     worker.Enqueue(Lasting(), "a");
     worker.Enqueue(Lasting(), "a");
     worker.Enqueue(Lasting(), "b");

@@ -13,7 +13,7 @@ import tempfile
 import time
 from typing import NamedTuple
 
-from tests.integration.harness.cell import MORTAL, PATIENCE, PORTS, Output, wait_until
+from tests.integration.harness.cell import DIES_WITH_PARENT, PATIENCE, PORTS, Output, wait_until
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 BUILD = ROOT / "build" / "release"
@@ -89,7 +89,7 @@ class Cell:
         options = ["--masters", str(masters), *(["--fin-file", fin_file] if fin_file else [])]
         # In a session of its own: Ctrl-C reaches only the driver, which then ends all in order.
         self.process = subprocess.Popen(
-            [*MORTAL, PROGRAMS / "bench-cell", *options, "--", *command],
+            [*DIES_WITH_PARENT, PROGRAMS / "bench-cell", *options, "--", *command],
             stdin=subprocess.PIPE, stdout=self.output, stderr=subprocess.PIPE, bufsize=0,
             start_new_session=True)
         try:
@@ -296,7 +296,7 @@ class Server(Cell):
 
 
 def load_command(ports, method, gripper, connections, seconds, fin_file=None):
-    return [*MORTAL, PROGRAMS / "bench-load", "--ports", ",".join(map(str, ports)),
+    return [*DIES_WITH_PARENT, PROGRAMS / "bench-load", "--ports", ",".join(map(str, ports)),
             "--connections", str(connections), "--seconds", str(seconds),
             "--method", method, "--device", device(gripper), *CALLS[method],
             *(["--fin-file", fin_file] if fin_file else [])]

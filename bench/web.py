@@ -7,7 +7,7 @@ import time
 
 from costs import RATE
 from figures import Figure, alternate, at_most, column
-from servers import BUILD, DAEMON, MORTAL, Server, cpu_seconds, rss_kib
+from servers import BUILD, DAEMON, DIES_WITH_PARENT, Server, cpu_seconds, rss_kib
 from tests.integration.harness.web import ROOT, Viewer
 
 GRIPPERS = 32
@@ -18,7 +18,7 @@ TAVRIKWEB = BUILD / "web" / "tavrikweb"
 @contextlib.contextmanager
 def viewers():
     """tavrikweb with all the viewers that it serves; each reads everything."""
-    process = subprocess.Popen([*MORTAL, TAVRIKWEB, "--assets", ROOT / "web" / "page"],
+    process = subprocess.Popen([*DIES_WITH_PARENT, TAVRIKWEB, "--assets", ROOT / "web" / "page"],
                                stdout=subprocess.PIPE)
     with process, contextlib.ExitStack() as stack:
         stack.callback(process.terminate)

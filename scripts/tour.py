@@ -11,14 +11,11 @@ import sys
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent))
 
 from tests.integration.harness import own_network  # noqa: E402
-from tests.integration.harness.cell import Cell, wait_until  # noqa: E402
+from tests.integration.harness.cell import (HOLDING, HVA, MZD, READY, RELEASED,  # noqa: E402
+                                            Cell, wait_until)
 
-HVA, MZD = "HVA SN:100001", "MZD-S SN:100002"
 PART = 12.5
 ANYTHING = object()
-
-# State codes of the simulated grippers.
-RELEASED, HOLDING, READY = 4, 6, 8
 
 
 class Tour:

@@ -27,11 +27,12 @@ public:
 
     /// Called before the port is destroyed.
     /// @param reported whether Detach() follows
-    /// @throws std::runtime_error if a removal cannot go unreported
+    /// @throws std::runtime_error if every removal is reported
     virtual void PrepareHangUp(std::size_t number, bool reported) = 0;
 
     /// Called after the port has been destroyed. Waits until the removal has been reported.
-    /// @throws std::runtime_error if it has not been in time; Detach() may then be called again
+    /// @throws std::runtime_error if it has not been reported in time; Detach() may then be called
+    /// again
     virtual void Detach(std::size_t number) = 0;
 
     /// Makes udev report an event for the tty of a master.

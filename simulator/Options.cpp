@@ -75,7 +75,7 @@ double ParseSpeed(std::string_view text) {
     return speed;
 }
 
-/// What is wrong with the words that are no options, if there is no "--" before COMMAND.
+/// Explains the words that are not options if there is no "--" before COMMAND.
 std::string ExplainWords(const CLI::App& app, Arguments arguments) {
     const auto word = std::ranges::find_if(arguments, [&app](const std::string& each) {
         const auto words = app.remaining();
@@ -185,7 +185,7 @@ Options ParseOptions(Arguments arguments) {
         return options;
     }
     if (options.usb && options.ttyStart == PtyPort::Start::Cooked) {
-        throw UsageError("--cooked: ttys of --usb always start so");
+        throw UsageError("--cooked: not needed with --usb, whose ttys always start cooked");
     }
     if (dashes != arguments.end()) {
         options.command.assign(dashes + 1, arguments.end());

@@ -23,7 +23,7 @@ public:
     /// When to call Read() even if poll reports nothing.
     virtual std::optional<TimePoint> NextDue() const { return std::nullopt; }
 
-    /// False if the other side has given the port up: destroy it.
+    /// False if the other side has closed the port; the owner must then destroy it.
     virtual bool IsConnected() const { return true; }
 
     /// @return bytes from the client; empty if there are none, or while stalled.

@@ -78,7 +78,7 @@ void ReplayingMaster::HandleLine(const std::string& line, TimePoint now) {
         steps[expected].bytes == line) {
         Answer(expected, now);
     } else {
-        Deviate(line, expected, now);
+        ReportDeviation(line, expected, now);
     }
 }
 
@@ -101,7 +101,8 @@ void ReplayingMaster::Answer(std::size_t request, TimePoint now) {
     ++playedRequests;
 }
 
-void ReplayingMaster::Deviate(const std::string& line, std::size_t expected, TimePoint now) {
+void ReplayingMaster::ReportDeviation(const std::string& line, std::size_t expected,
+                                      TimePoint now) {
     const auto request = ParseRequest(line);
     if (request) {
         texts.Push("ERR " + request->key + " " + std::to_string(kDeviationCode) + "\n", now);

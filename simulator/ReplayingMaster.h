@@ -57,7 +57,7 @@ private:
     void PlayStep();
     void HandleLine(const std::string& line, TimePoint now);
     void Answer(std::size_t request, TimePoint now);
-    void Deviate(const std::string& line, std::size_t expected, TimePoint now);
+    void ReportDeviation(const std::string& line, std::size_t expected, TimePoint now);
     void Print(const std::string& text) const;
     std::string Describe(std::size_t step) const;
 

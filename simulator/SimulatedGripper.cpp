@@ -101,14 +101,14 @@ void SimulatedGripper::DefineParameters(const Bytes& product, const Bytes& seria
         parameters.Define({index, kNoPartLimit}, HundredthsBytes(kLimitMargin), Access::SameLength);
         parameters.Define({index, kReleaseLimit}, HundredthsBytes(model.stroke - kLimitMargin),
                           Access::SameLength);
-        if (model.adjustable) {
+        if (model.hasForceAndReference) {
             parameters.Define({index, kForce}, {50}, Access::SameLength);
         }
     }
-    if (model.adjustable) {
+    if (model.hasForceAndReference) {
         parameters.Define({kDriveIndex, kReferenceDirection}, {0}, Access::SameLength);
     }
-    if (model.lightsAndHolding) {
+    if (model.hasLedsAndHoldfast) {
         for (unsigned index = kFirstLedIndex; index < kFirstLedIndex + kLedCount; ++index) {
             for (unsigned setting = 1; setting <= kLedSettingCount; ++setting) {
                 parameters.Define({index, setting}, {0}, Access::SameLength);
@@ -122,7 +122,7 @@ void SimulatedGripper::PowerUp(TimePoint now) {
     parameters.PowerUp();
     UpdateChecksum();
     processOutput.assign(kProcessOutputLength, 0);
-    referenced = !model.adjustable;
+    referenced = !model.hasForceAndReference;
     referenceDone = false;
     tripped = Flag(GripperFlag::Fault) || Flag(GripperFlag::TemperatureFault);
     state = Move(0);
@@ -147,14 +147,14 @@ GripperState SimulatedGripper::Move(double seconds) {
         return GripperState::Fault;
     }
     const bool enabled = OutputBit(kEnableBit) && !tripped;
-    if (enabled && OutputBit(kReferenceBit) && model.adjustable && !referenceDone) {
+    if (enabled && OutputBit(kReferenceBit) && model.hasForceAndReference && !referenceDone) {
         return Reference(seconds);
     }
     if (!referenced) {
         return GripperState::NeedsReference;
     }
     if (!enabled) {
-        const bool clamped = model.lightsAndHolding && OutputBit(kHoldfastBit) &&
+        const bool clamped = model.hasLedsAndHoldfast && OutputBit(kHoldfastBit) &&
                              state == GripperState::Holding && part == position;
         return clamped ? GripperState::Holding : GripperState::Off;
     }
@@ -247,7 +247,7 @@ unsigned SimulatedGripper::StatusByte() const {
     unsigned bits = 0;
     bits |= referenced ? 0x01U : 0U;
     bits |= moving ? 0x02U : 0U;
-    bits |= model.lightsAndHolding && OutputBit(kHoldfastBit) ? 0x04U : 0U;
+    bits |= model.hasLedsAndHoldfast && OutputBit(kHoldfastBit) ? 0x04U : 0U;
     bits |= OutputBit(kEnableBit) && !tripped ? 0x08U : 0U;
     bits |= state == GripperState::Released ? 0x10U : 0U;
     bits |= state == GripperState::NoPart ? 0x20U : 0U;

@@ -13,10 +13,10 @@ namespace simulator {
 struct GripperModel {
     std::string_view name;
     unsigned deviceId;
-    double stroke;          ///< position of the outer end stop; the inner one is at 0
-    double speed;           ///< mm/s at an override of 100 %
-    bool adjustable;        ///< has force, reference run and reference direction
-    bool lightsAndHolding;  ///< has LED ring and holdfast
+    double stroke;              ///< position of the outer end stop; the inner one is at 0
+    double speed;               ///< mm/s at an override of 100 %
+    bool hasForceAndReference;  ///< also a reference direction
+    bool hasLedsAndHoldfast;
 };
 
 /// @return null if `name` is not "TLM", "HVA", "MZD-S" or "MZD-L".

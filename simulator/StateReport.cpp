@@ -53,7 +53,7 @@ Json Flags(const SimulatedGripper& gripper) {
 /// Animation, colour and speed of each LED.
 Json Leds(const SimulatedGripper& gripper) {
     Json leds = Json::array();
-    const unsigned count = gripper.Model().lightsAndHolding ? kLedCount : 0;
+    const unsigned count = gripper.Model().hasLedsAndHoldfast ? kLedCount : 0;
     for (unsigned index = kFirstLedIndex; index < kFirstLedIndex + count; ++index) {
         Json settings = Json::array();
         for (unsigned subindex = 1; subindex <= kLedSettingCount; ++subindex) {

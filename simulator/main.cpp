@@ -50,13 +50,13 @@ int PrintHelp() {
     return 0;
 }
 
-/// COMMAND, if there is one, and the devices that it sees.
-class World {
+/// COMMAND, if there is one, run with simulated or real devices.
+class ClientProgram {
 public:
     enum class Devices { Real, Simulated };
 
     /// @throws std::exception if COMMAND would see the real devices instead of simulated ones
-    explicit World(Devices devices) {
+    explicit ClientProgram(Devices devices) {
         if (devices == Devices::Simulated) {
             testbed.emplace();
             preloadList = PreloadList(
@@ -134,11 +134,11 @@ int ExitStatus(int status, const RecordingWriter* writer) {
     return status == 0 && writer != nullptr && !writer->IsComplete() ? 1 : status;
 }
 
-std::unique_ptr<Bus> MakeBus(const Options& options, World& world) {
+std::unique_ptr<Bus> MakeBus(const Options& options, ClientProgram& program) {
     if (options.usb) {
         return std::make_unique<UsbBus>(Print, VirtualPorts::OfHost());
     }
-    return std::make_unique<PtyBus>(*world.SimulatedDevices(), options.ttyStart);
+    return std::make_unique<PtyBus>(*program.SimulatedDevices(), options.ttyStart);
 }
 
 int RunCell(const Options& options) {
@@ -148,11 +148,12 @@ int RunCell(const Options& options) {
     if (options.recordPath) {
         writer = std::make_unique<RecordingWriter>(*options.recordPath, Print);
     }
-    World world(options.usb ? World::Devices::Real : World::Devices::Simulated);
-    const std::unique_ptr<Bus> bus = MakeBus(options, world);
+    ClientProgram program(options.usb ? ClientProgram::Devices::Real
+                                      : ClientProgram::Devices::Simulated);
+    const std::unique_ptr<Bus> bus = MakeBus(options, program);
     auto [stations, replays] = SetUpCell(options, writer.get(), Print);
     Cell cell(std::move(stations));
-    CommandInterpreter interpreter(cell, *bus, Print, [&world] { return world.Interrupt(); });
+    CommandInterpreter interpreter(cell, *bus, Print, [&program] { return program.Interrupt(); });
     for (std::size_t number = 0; number < options.grippers.size(); ++number) {
         if (!options.unplugged.contains(number)) {
             interpreter.Plug(number);
@@ -173,9 +174,9 @@ int RunCell(const Options& options) {
     if (options.command.empty()) {
         Print("serving on USB until Ctrl-C");
     }
-    world.Start(options.command);
+    program.Start(options.command);
     std::thread readerThread([&reader] { reader.Run(); });
-    const int status = world.AwaitEnd(signals);
+    const int status = program.AwaitEnd(signals);
     reader.Stop();
     cell.RemovePorts();  // the reader may be waiting for the kernel, which takes up to 15 s
     readerThread.join();
@@ -188,16 +189,17 @@ int RunCell(const Options& options) {
 int RunTap(const TapOptions& options) {
     const sigset_t signals = BlockSignals();
     RecordingWriter writer(options.recordPath, Print);
-    World world(options.command.empty() ? World::Devices::Real : World::Devices::Simulated);
+    ClientProgram program(options.command.empty() ? ClientProgram::Devices::Real
+                                                  : ClientProgram::Devices::Simulated);
     std::vector<std::unique_ptr<Tap>> taps;
     for (const std::string& ttyPath : options.ttyPaths) {
         const auto number = static_cast<unsigned>(taps.size());
-        taps.push_back(std::make_unique<Tap>(Tap::Target{number, ttyPath, world.SimulatedDevices()},
-                                             writer, Print));
+        taps.push_back(std::make_unique<Tap>(
+            Tap::Target{number, ttyPath, program.SimulatedDevices()}, writer, Print));
     }
     writer.StartClock();
-    world.Start(options.command);
-    const int status = world.AwaitEnd(signals);
+    program.Start(options.command);
+    const int status = program.AwaitEnd(signals);
     taps.clear();
     return ExitStatus(status, &writer);
 }

@@ -27,7 +27,7 @@ int Flags(const ProcessData& data) {
 
 }  // namespace
 
-void CellGripper::Take(const ProcessData& read, TimePoint time) {
+void CellGripper::Update(const ProcessData& read, TimePoint time) {
     const bool wasMoving = isMoving;
     isMoving = data && IsMotion(data->position, read.position);
     motions += isMoving && !wasMoving ? 1 : 0;
@@ -45,7 +45,7 @@ const CellGripper* Cell::Find(const std::string& device) const {
     return place == grippers.end() ? nullptr : &*place;
 }
 
-bool Cell::TakeList(const std::vector<std::string>& devices) {
+bool Cell::UpdateList(const std::vector<std::string>& devices) {
     std::map<std::string, std::size_t> copies;
     for (const std::string& device : devices) {
         ++copies[device];
@@ -78,7 +78,7 @@ bool Cell::TakeList(const std::vector<std::string>& devices) {
     return isChanged;
 }
 
-void Cell::Lose(const std::string& reason) {
+void Cell::MarkUnreachable(const std::string& reason) {
     reachable = false;
     error = reason;
     for (CellGripper& gripper : grippers) {

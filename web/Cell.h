@@ -22,7 +22,7 @@ struct CellGripper {
     TimePoint readAt = {};                 ///< when `data` was read
     /// Since when `data` is old because the master does not answer.
     std::optional<TimePoint> silentSince = {};
-    std::uint64_t motions = 0;  ///< that were seen to begin
+    std::uint64_t motions = 0;  ///< observed so far
     bool isMoving = false;      ///< since the reading before
 
     /// Whether the daemon lists it.
@@ -34,7 +34,7 @@ struct CellGripper {
     }
 
     /// Takes what was read at `time`.
-    void Take(const ProcessData& read, TimePoint time);
+    void Update(const ProcessData& read, TimePoint time);
 };
 
 /// What is known about the daemon and its grippers.
@@ -50,10 +50,10 @@ struct Cell {
 
     /// Takes the list of the daemon. Grippers that are not in it are kept, without data.
     /// @return whether something has changed
-    bool TakeList(const std::vector<std::string>& devices);
+    bool UpdateList(const std::vector<std::string>& devices);
 
     /// The daemon cannot be reached: no data is valid.
-    void Lose(const std::string& reason);
+    void MarkUnreachable(const std::string& reason);
 
     /// All but the values.
     nlohmann::ordered_json Json() const;

@@ -78,12 +78,12 @@ Control::Denial Control::Take(std::string_view code, const std::string& address,
     token = holder;
     this->address = address;
     ++number;
-    lastSign = now();
+    lastContact = now();
     return Denial::None;
 }
 
 bool Control::IsHeldLocked() {
-    if (!holder.empty() && now() - lastSign >= kLifetime) {
+    if (!holder.empty() && now() - lastContact >= kLifetime) {
         holder.clear();
     }
     return !holder.empty();
@@ -93,7 +93,7 @@ bool Control::IsHeldBy(std::string_view token) {
     const std::lock_guard lock(mutex);
     const bool isHolder = IsHeldLocked() && IsSame(token, holder);
     if (isHolder) {
-        lastSign = now();
+        lastContact = now();
     }
     return isHolder;
 }

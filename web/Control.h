@@ -19,7 +19,7 @@ public:
     using Clock = std::chrono::steady_clock;
     using TimeSource = std::function<Clock::time_point()>;
 
-    static constexpr std::chrono::seconds kLifetime{60};  ///< without a sign of life
+    static constexpr std::chrono::seconds kLifetime{60};  ///< without contact
 
     enum class Denial { None, NotAllowed, WrongCode, TooManyAttempts };
 
@@ -31,22 +31,22 @@ public:
 
     bool IsAllowed() const { return allowed; }
 
-    /// Gives control to a page that knows the code, and takes it from the one that has it. After
-    /// five wrong codes within a minute none is accepted for a minute.
-    /// @param token set to what proves that a request comes from this page
+    /// Gives control to a page whose user has entered the code, and takes it from the one that has
+    /// it. After five wrong codes within a minute, none is accepted for a minute.
+    /// @param token set to a secret that identifies the requests of this page
     Denial Take(std::string_view code, const std::string& address, std::string& token);
 
-    /// Whether `token` is the holder's; counts as its sign of life.
+    /// Whether `token` is the holder's; also extends its lifetime.
     bool IsHeldBy(std::string_view token);
 
-    /// The same, but no sign of life: for what was asked for a while ago.
+    /// The same without extending it: for a request that has waited.
     bool IsStillHeldBy(std::string_view token);
 
     /// Gives control back.
     void Release(std::string_view token);
 
     /// What every viewer may know: whether control is allowed and held, since when by which
-    /// address, and a number that tells a page whether it still is its own.
+    /// address, and a number that tells a page whether it still has control.
     nlohmann::ordered_json Json();
 
 private:
@@ -59,7 +59,7 @@ private:
     std::string holder;  // its token; empty if there is none
     std::string address;
     std::uint64_t number = 0;  // of the holder
-    Clock::time_point lastSign{};
+    Clock::time_point lastContact{};
     unsigned wrongCodes = 0;
     Clock::time_point wrongSince{};
 };

@@ -12,16 +12,16 @@ constexpr std::size_t kAtOnce = 4;  // connections to the daemon, which has 15 p
 DriveOffs::DriveOffs(const Endpoint& endpoint, Run run)
     : run(std::move(run)), worker(endpoint, kAtOnce) {}
 
-bool DriveOffs::Do(const PageCommand& command, Report report) {
+bool DriveOffs::Enqueue(const PageCommand& command, Report report) {
     const std::lock_guard lock(mutex);
     auto& all = waiting[command.Device()];
     all.push_back(std::move(report));
     if (all.size() > 1) {
         return true;  // the job of the first one waits
     }
-    const bool isTaken = worker.Do(
+    const bool isTaken = worker.Enqueue(
         [this, command](Daemon& daemon, const std::stop_token& /*dropped*/) {
-            const auto reports = Take(command.Device());
+            const auto reports = TakeReports(command.Device());
             const CommandResult result = run(command, daemon);
             for (const Report& each : reports) {
                 each(result);
@@ -35,7 +35,7 @@ bool DriveOffs::Do(const PageCommand& command, Report report) {
 }
 
 /// Those that come from now on wait for the next call.
-std::vector<DriveOffs::Report> DriveOffs::Take(const std::string& device) {
+std::vector<DriveOffs::Report> DriveOffs::TakeReports(const std::string& device) {
     const std::lock_guard lock(mutex);
     auto node = waiting.extract(device);
     return node ? std::move(node.mapped()) : std::vector<Report>();

@@ -11,8 +11,8 @@
 
 namespace tavrik {
 
-/// Switches drives off, those of several grippers at the same time. Requests for one gripper that
-/// wait ask for the same: one call of the daemon answers all of them.
+/// Switches drives off, of several grippers in parallel. Waiting requests for the same gripper
+/// share one call.
 class DriveOffs {
 public:
     /// Runs a command and returns the result. Called on up to four threads at the same time; must
@@ -26,10 +26,10 @@ public:
     /// Any thread may call.
     /// @param report called with the result of a call that begins after this one
     /// @return false when too many grippers are waiting
-    bool Do(const PageCommand& command, Report report);
+    bool Enqueue(const PageCommand& command, Report report);
 
 private:
-    std::vector<Report> Take(const std::string& device);
+    std::vector<Report> TakeReports(const std::string& device);
 
     const Run run;
     std::mutex mutex;                                    // guards `waiting`; taken before Worker's

@@ -34,7 +34,7 @@ void EventStream::End() {
     EndLocked();
 }
 
-void EventStream::Forget() {
+void EventStream::Detach() {
     const std::lock_guard lock(mutex);
     wake = nullptr;
     EndLocked();

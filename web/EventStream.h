@@ -27,7 +27,7 @@ public:
     /// @return false when the stream has ended
     bool Push(const EventText& event, Clock::time_point now = Clock::now());
 
-    /// Ends the stream and forgets what was not taken.
+    /// Ends the stream and drops what was not taken.
     void End();
 
     enum class State { Data, Empty, Ended };
@@ -38,8 +38,8 @@ public:
     State Take(char* buffer, std::size_t size, std::size_t& count,
                const std::function<void()>& pause, std::function<void()> wake);
 
-    /// The viewer is gone: `wake` is not called any more, and the stream ends.
-    void Forget();
+    /// The viewer is gone: ends the stream; `wake` is no longer called.
+    void Detach();
 
 private:
     void EndLocked();

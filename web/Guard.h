@@ -8,7 +8,7 @@
 
 namespace tavrik {
 
-/// The header that only the own page sends: other pages cannot add it without asking first.
+/// A header that only our page sends: browsers ask the server before another origin may add it.
 constexpr const char* kPageHeader = "x-tavrik-page";
 
 /// Refuses requests that another web page in the user's browser may have caused, before anything

@@ -23,7 +23,8 @@ constexpr std::size_t kConnectionMemory = std::size_t{16} * 1024;  // bytes; bou
 constexpr std::size_t kEventBlock = std::size_t{32} * 1024;        // bytes
 constexpr int kListenBacklog = 128;
 
-/// Whatever is served: run own scripts only, load and send nothing elsewhere, be framed by nobody.
+/// Headers of every response: only our own scripts run, nothing is loaded from or sent to other
+/// hosts, and no page may embed ours in a frame.
 constexpr std::array<std::pair<const char*, const char*>, 6> kHeaders{{
     {"Content-Security-Policy",
      "default-src 'none'; script-src 'self'; worker-src 'self'; style-src 'self'; img-src 'self'; "
@@ -90,7 +91,7 @@ ssize_t TakeEvents(void* target, std::uint64_t /*position*/, char* buffer, std::
 
 void ForgetSending(void* target) {
     const std::unique_ptr<Sending> sending(static_cast<Sending*>(target));
-    sending->stream->Forget();
+    sending->stream->Detach();
 }
 
 /// So that a viewer that stalls is noticed. Otherwise the kernel would take events for minutes.
@@ -212,7 +213,7 @@ MHD_Result HttpServer::Callbacks::TakeBody(Exchange& exchange, const char* data,
 MHD_Result HttpServer::Callbacks::Finish(MHD_Connection* connection, const Pointer& exchange) {
     if (exchange->isTooLong) {
         return Send(connection,
-                    HttpResponse::Text(MHD_HTTP_CONTENT_TOO_LARGE, "the body is too long"));
+                    HttpResponse::Text(MHD_HTTP_CONTENT_TOO_LARGE, "the body is too large"));
     }
     if (!exchange->wasHandled) {
         exchange->wasHandled = true;

@@ -23,9 +23,9 @@ constexpr std::chrono::seconds kWantedFor(30);
 constexpr std::chrono::seconds kRetryPause(3);  // each attempt runs journalctl
 constexpr std::chrono::milliseconds kReadPatience(200);
 constexpr std::chrono::minutes kRecent(10);
-constexpr const char* kNoLine =
-    "the journal shows tavrikweb no line of TavrikDaemon: add its user to the group "
-    "systemd-journal, or name the file with the log by --log";
+constexpr const char* kNoLines =
+    "tavrikweb sees no lines of TavrikDaemon in the journal: add its user to the group "
+    "systemd-journal, or name the log file with --log";
 
 ordered_json RowJson(const LogRow& row) {
     return {{"date", row.stamp.date},   {"clock", LogClock(row)},
@@ -57,7 +57,7 @@ ordered_json LogFeed::Rows(std::uint64_t knownReading, std::uint64_t known,
             list.push_back(RowJson(*row));
         }
     }
-    return {{"reading", reading}, {"last", last}, {"rows", list}, {"trouble", trouble}};
+    return {{"reading", reading}, {"last", last}, {"rows", list}, {"trouble", error}};
 }
 
 void LogFeed::Run() {
@@ -65,7 +65,7 @@ void LogFeed::Run() {
         try {
             Read();
         } catch (const std::exception& failure) {
-            SetTrouble(failure.what());
+            SetError(failure.what());
         }
         std::unique_lock lock(mutex);
         changed.wait_for(lock, stop.get_token(), kRetryPause, [] { return false; });
@@ -101,7 +101,7 @@ void LogFeed::Read() {
         }
         model.Idle(std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - lastLine));
         if (!isReadable && model.Summary().lines == 0) {
-            SetTrouble(kNoLine);
+            SetError(kNoLines);
         }
         if (result == LogSource::Result::End) {
             return;
@@ -130,7 +130,7 @@ void LogFeed::Begin(bool isReadable) {
     ++reading;
     rows.clear();
     last = 0;
-    trouble = isReadable ? "" : trouble;
+    error = isReadable ? "" : error;
 }
 
 void LogFeed::Add(const LogRow& row) {
@@ -141,15 +141,15 @@ void LogFeed::Add(const LogRow& row) {
     const std::lock_guard lock(mutex);
     rows.push_back(row);
     ++last;
-    trouble.clear();
+    error.clear();
     if (rows.size() > kMostRows) {
         rows.pop_front();
     }
 }
 
-void LogFeed::SetTrouble(const std::string& reason) {
+void LogFeed::SetError(const std::string& reason) {
     const std::lock_guard lock(mutex);
-    trouble = Printable(reason);
+    error = Printable(reason);
 }
 
 }  // namespace tavrik

@@ -17,7 +17,8 @@
 
 namespace tavrik {
 
-/// The daemon's log as rows for the page. Read while somebody asks for it, on a thread of its own.
+/// The daemon's log as rows for the page. Read only while pages ask for it, on a
+/// thread of its own.
 class LogFeed {
 public:
     /// @param file with the log; empty for the journal
@@ -48,7 +49,7 @@ private:
     bool IsWanted();
     void Begin(bool isReadable);
     void Add(const LogRow& row);
-    void SetTrouble(const std::string& reason);
+    void SetError(const std::string& reason);
 
     const std::string file;
     std::stop_source stop;
@@ -58,7 +59,7 @@ private:
     std::deque<LogRow> rows;    // the last ones
     std::uint64_t reading = 0;  // counts from when the log was opened last
     std::uint64_t last = 0;     // number of the last row
-    std::string trouble;
+    std::string error;
     std::thread thread;  // last: uses all others
 };
 

@@ -13,8 +13,9 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds kPause(250);  // the daemon logs nine lines for each request
 constexpr std::chrono::milliseconds kRest(500);   // without a change; before, the data is live
-constexpr std::chrono::seconds kForgotten(3);     // a gripper that is not read any more
-constexpr std::chrono::milliseconds kSilentPeriod(1000);  // a late answer is no silence
+constexpr std::chrono::seconds kForgotten(3);     // a gripper that is no longer read
+// The longest period while silent: a late answer soon ends the silence.
+constexpr std::chrono::milliseconds kSilentPeriod(1000);
 
 }  // namespace
 
@@ -51,14 +52,14 @@ void MasterWatch::Run() {
         changed.wait(lock, stop.get_token(), [this] { return !subjects.empty(); });
         if (const std::string device = NextDue(Clock::now()); !device.empty()) {
             lock.unlock();
-            Ask(daemon, device);
+            Poll(daemon, device);
             lock.lock();
         }
         changed.wait_for(lock, stop.get_token(), kPause, [] { return false; });
     }
 }
 
-/// The one that was asked the longest time ago.
+/// Of the grippers that are due, the one polled longest ago; empty if there is none.
 std::string MasterWatch::NextDue(TimePoint now) {
     std::erase_if(subjects,
                   [now](const auto& each) { return now - each.second.checked > kForgotten; });
@@ -68,17 +69,17 @@ std::string MasterWatch::NextDue(TimePoint now) {
         // Without process data, it is known that the values mean nothing.
         const auto period = subject.silence.SilentSince() ? std::min(subject.period, kSilentPeriod)
                                                           : subject.period;
-        const bool isDue = now - subject.asked >= period && now - subject.changed >= kRest &&
+        const bool isDue = now - subject.polled >= period && now - subject.changed >= kRest &&
                            subject.data->certain;
-        if (isDue && subject.asked < oldest) {
-            oldest = subject.asked;
+        if (isDue && subject.polled < oldest) {
+            oldest = subject.polled;
             device = name;
         }
     }
     return device;
 }
 
-void MasterWatch::Ask(Daemon& daemon, const std::string& device) {
+void MasterWatch::Poll(Daemon& daemon, const std::string& device) {
     const auto start = Clock::now();
     std::optional<bool> answers;  // nothing if the daemon did not answer
     try {
@@ -89,7 +90,7 @@ void MasterWatch::Ask(Daemon& daemon, const std::string& device) {
     const std::lock_guard lock(mutex);
     if (const auto place = subjects.find(device); place != subjects.end()) {
         Subject& subject = place->second;
-        subject.asked = Clock::now();
+        subject.polled = Clock::now();
         if (answers) {
             subject.silence.AddProbe(*answers, start);
         }

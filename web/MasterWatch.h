@@ -15,9 +15,9 @@
 
 namespace tavrik {
 
-/// Asks the masters of grippers at rest whether they still answer, four a second at most: the
-/// daemon keeps returning the last data of one that does not. On a thread and a connection of its
-/// own, because a request without answer takes a second.
+/// Polls the masters of grippers at rest, up to four a second: the daemon keeps returning the last
+/// data of a master that no longer answers. On a thread and a connection of its own, because a
+/// request without answer takes a second.
 class MasterWatch {
 public:
     using TimePoint = SilenceDetector::TimePoint;
@@ -29,9 +29,9 @@ public:
     MasterWatch(const MasterWatch&) = delete;
     MasterWatch& operator=(const MasterWatch&) = delete;
 
-    /// Takes what was read of a gripper. Grippers that are not read are not asked. Any thread may
+    /// Takes what was read of a gripper; grippers without readings are not polled. Any thread may
     /// call.
-    /// @param period how often its master is asked; each second while it is silent
+    /// @param period how often its master is polled; each second while it is silent
     /// @return since when the data is old, if it is
     std::optional<TimePoint> Check(const std::string& device, const ProcessData& data,
                                    TimePoint time, std::chrono::milliseconds period);
@@ -42,13 +42,13 @@ private:
         std::optional<ProcessData> data = {};
         TimePoint checked = {};
         TimePoint changed = {};
-        TimePoint asked = {};
+        TimePoint polled = {};
         std::chrono::milliseconds period{};
     };
 
     void Run();
     std::string NextDue(TimePoint now);
-    void Ask(Daemon& daemon, const std::string& device);
+    void Poll(Daemon& daemon, const std::string& device);
 
     const Endpoint endpoint;
     std::stop_source stop;

@@ -79,7 +79,7 @@ void WriteDaemon(Writer& writer, const Cell& cell, std::size_t viewers) {
         }
         writer.Add("tavrik_grippers", "", count);
     }
-    writer.Begin("tavrik_web_viewers", "gauge", "How many browsers look.");
+    writer.Begin("tavrik_web_viewers", "gauge", "How many browsers are connected.");
     writer.Add("tavrik_web_viewers", "", static_cast<double>(viewers));
 }
 
@@ -104,7 +104,7 @@ void WriteGauges(Writer& writer, const Cell& cell, CellGripper::TimePoint now) {
               [now](const CellGripper& each) {
                   return std::chrono::duration<double>(each.Age(now)).count();
               }},
-        Gauge{"motions_total", "counter", "Motions that were seen to begin.",
+        Gauge{"motions_total", "counter", "Observed motions.",
               [](const CellGripper& each) { return static_cast<double>(each.motions); }},
     };
     for (const Gauge& gauge : gauges) {
@@ -146,7 +146,7 @@ void WriteCalls(Writer& writer, const Cell& cell, const Statistics& statistics) 
         }
     };
     const std::string refusals = "tavrik_gripper_refusals_total";
-    writer.Begin(refusals, "counter", "Commands of the page that were refused, by status code.");
+    writer.Begin(refusals, "counter", "Refused commands from the page, by status code.");
     forEach([&](const std::string& label, const CallStatistics& calls) {
         for (const auto& [code, count] : calls.refusals) {
             writer.Add(refusals, label + ",code=\"" + CodeText(code) + "\"",
@@ -154,12 +154,12 @@ void WriteCalls(Writer& writer, const Cell& cell, const Statistics& statistics) 
         }
     });
     const std::string timeouts = "tavrik_gripper_timeouts_total";
-    writer.Begin(timeouts, "counter", "Commands of the page without an answer in time.");
+    writer.Begin(timeouts, "counter", "Commands from the page that timed out.");
     forEach([&](const std::string& label, const CallStatistics& calls) {
         writer.Add(timeouts, label, static_cast<double>(calls.timeouts));
     });
     writer.Begin("tavrik_gripper_call_duration_seconds", "histogram",
-                 "How long commands of the page took.");
+                 "Duration of commands from the page.");
     forEach([&](const std::string& label, const CallStatistics& calls) {
         WriteHistogram(writer, label, calls);
     });

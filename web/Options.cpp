@@ -50,17 +50,17 @@ Options ParseOptions(int argc, const char* const* argv) {
     constexpr std::size_t kOptionWidth = 24;
     app.get_formatter()->column_width(kOptionWidth);
     app.set_version_flag("--version", "tavrikweb " TAVRIK_VERSION);
-    app.add_option("--listen", listen, "where to serve (default: 127.0.0.1:44280)")
+    app.add_option("--listen", listen, "address to listen on (default: 127.0.0.1:44280)")
         ->option_text("ADDRESS:PORT");
     app.add_option("--host", options.site.daemon.host,
                    "host name or address of the daemon (default: 127.0.0.1)")
         ->option_text("HOST");
     app.add_option("--origin", options.site.origins,
-                   "another address under which browsers find the page, such as\n"
+                   "additional address of the page in browsers, such as\n"
                    "https://cell.example")
         ->option_text("URL");
     app.add_flag("--allow-control", options.site.allowControl,
-                 "let a page that knows the code move the grippers");
+                 "let users who enter the code move the grippers");
     app.add_flag("--code", options.showCode, "print the code of the running tavrikweb");
     app.add_option("--log", options.site.log, "file with the daemon's log (default: the journal)")
         ->option_text("FILE");

@@ -16,16 +16,16 @@ namespace {
 using std::chrono::milliseconds;
 
 constexpr milliseconds kViewPeriod(100);
-constexpr milliseconds kCollectPeriod(500);
+constexpr milliseconds kMetricsPeriod(500);
 constexpr milliseconds kRetryPeriod(500);   // while the daemon cannot be reached
 constexpr milliseconds kShortestPause(50);  // between two readings, however often it is woken
 constexpr std::chrono::seconds kListPeriod(1);
 constexpr std::chrono::seconds kWithoutDataPeriod(1);  // GetPDINExcerpt logs a line each time then
-constexpr std::chrono::seconds kAskPeriod(1);          // of each master
-constexpr std::chrono::seconds kCollectAskPeriod(60);
-constexpr std::chrono::seconds kCollectedFor(60);
+constexpr std::chrono::seconds kMasterPeriod(1);       // between polls of a master
+constexpr std::chrono::seconds kMetricsMasterPeriod(60);
+constexpr std::chrono::seconds kMetricsFor(60);  // after the last collection
 constexpr std::chrono::seconds kFresh(1);
-constexpr milliseconds kCollectPatience(15);
+constexpr milliseconds kMetricsPatience(15);
 constexpr milliseconds kCallTimeout(1500);  // a daemon that hangs is shown within two seconds
 constexpr std::size_t kLargestBatch = 64;   // calls; keeps a request far below the daemon's limit
 
@@ -88,15 +88,15 @@ void Poller::Wake() {
     changed.notify_all();
 }
 
-Cell Poller::Collect() {
+Cell Poller::ReadForMetrics() {
     std::unique_lock lock(mutex);
     const auto now = Clock::now();
-    collectedUntil = now + kCollectedFor;
+    metricsUntil = now + kMetricsFor;
     const auto isFresh = [this, now] { return latestAt + kFresh > now; };
     if (!isFresh()) {
         isWoken = true;
         changed.notify_all();
-        changed.wait_for(lock, kCollectPatience, isFresh);
+        changed.wait_for(lock, kMetricsPatience, isFresh);
     }
     return latest;
 }
@@ -106,11 +106,11 @@ Cell Poller::Latest() const {
     return latest;
 }
 
-/// Zero while nobody looks.
+/// Zero without viewers and collectors.
 milliseconds Poller::Period() const {
-    const milliseconds period = countViewers() > 0              ? kViewPeriod
-                                : Clock::now() < collectedUntil ? kCollectPeriod
-                                                                : milliseconds(0);
+    const milliseconds period = countViewers() > 0            ? kViewPeriod
+                                : Clock::now() < metricsUntil ? kMetricsPeriod
+                                                              : milliseconds(0);
     return cell.reachable || period == milliseconds(0) ? period : std::max(period, kRetryPeriod);
 }
 
@@ -144,7 +144,7 @@ void Poller::Read() {
         }
     } catch (const std::exception& failure) {  // also what the XML-RPC library throws
         isNew = cell.reachable || cell.error != failure.what();
-        cell.Lose(failure.what());
+        cell.MarkUnreachable(failure.what());
     }
     Publish(isNew);
 }
@@ -156,7 +156,7 @@ bool Poller::ReadList() {
         cell.version = daemon.Get<std::string>("GetVersion");
         isNew = true;
     }
-    isNew = cell.TakeList(daemon.Grippers()) || isNew;
+    isNew = cell.UpdateList(daemon.Grippers()) || isNew;
     cell.reachable = true;
     cell.error.clear();
     nextList = Clock::now() + kListPeriod;
@@ -182,12 +182,12 @@ bool Poller::ReadValues() {
         CellGripper& gripper = *cell.Find(withData[i]);
         const ProcessData data(Daemon::As<int>("GetPDINExcerpt", excerpts[i]));
         isLost = isLost || (!data.certain && gripper.data && gripper.data->certain);
-        Take(gripper, data, now);
+        Update(gripper, data, now);
     }
     const auto states = CallForAll(daemon, "GetState", withoutData);
     for (std::size_t i = 0; i < withoutData.size(); ++i) {
         CellGripper& gripper = *cell.Find(withoutData[i]);
-        Take(gripper, *gripper.data, now);
+        Update(gripper, *gripper.data, now);
         if (Daemon::As<int>("GetState", states[i]) != 0) {
             nextWithoutData = now;
         }
@@ -195,10 +195,10 @@ bool Poller::ReadValues() {
     return isLost;
 }
 
-void Poller::Take(CellGripper& gripper, const ProcessData& data, Clock::time_point now) {
-    gripper.Take(data, now);
+void Poller::Update(CellGripper& gripper, const ProcessData& data, Clock::time_point now) {
+    gripper.Update(data, now);
     gripper.silentSince = masters.Check(gripper.device, data, now,
-                                        countViewers() > 0 ? kAskPeriod : kCollectAskPeriod);
+                                        countViewers() > 0 ? kMasterPeriod : kMetricsMasterPeriod);
 }
 
 void Poller::Publish(bool isNew) {

@@ -15,9 +15,9 @@
 
 namespace tavrik {
 
-/// Reads the whole cell for all viewers over one connection: ten times a second while somebody
-/// looks, twice a second while only the metrics are collected, otherwise not at all. Has the
-/// masters asked meanwhile whether they answer.
+/// Reads the whole cell for all viewers over one connection: ten times a second while a page is
+/// open, twice a second while only metrics are collected, otherwise not at all. Meanwhile, a
+/// MasterWatch checks that the masters answer.
 class Poller {
 public:
     using Clock = std::chrono::steady_clock;
@@ -37,9 +37,9 @@ public:
     /// A viewer has come: reads at once.
     void Wake();
 
-    /// The cell for a collector of metrics, not older than a second. Waits for at most 15 ms for
-    /// one that is; an older one is returned then. Keeps the readings going for a minute.
-    Cell Collect();
+    /// The cell for a collector of metrics, usually at most a second old. Waits up to 15 ms for a
+    /// new reading; otherwise returns the previous one. Keeps the readings going for a minute.
+    Cell ReadForMetrics();
 
     /// The cell as it was read last.
     Cell Latest() const;
@@ -47,7 +47,7 @@ public:
 private:
     void Run();
     std::chrono::milliseconds Period() const;
-    void Take(CellGripper& gripper, const ProcessData& data, Clock::time_point now);
+    void Update(CellGripper& gripper, const ProcessData& data, Clock::time_point now);
     bool AwaitWork(Clock::time_point last);
     void Read();
     bool ReadList();
@@ -69,7 +69,7 @@ private:
     mutable std::condition_variable_any changed;
     Cell latest;
     Clock::time_point latestAt{};
-    Clock::time_point collectedUntil{};
+    Clock::time_point metricsUntil{};
     bool isWoken = false;
 
     std::thread thread;  // last: uses all others

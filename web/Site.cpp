@@ -146,7 +146,7 @@ HttpResponse Site::Get(const HttpRequest& request) {
                                       std::to_string(EventHub::kMostViewers) +
                                           " browsers are connected, which is the limit; close one");
         }
-        isJoined = true;
+        hasNewViewer = true;
         poller.Wake();
         return response;
     }
@@ -154,7 +154,7 @@ HttpResponse Site::Get(const HttpRequest& request) {
         HttpResponse response;
         response.type = "text/plain; version=0.0.4; charset=utf-8";
         response.body = std::make_shared<const std::string>(
-            FormatMetrics(poller.Collect(), statistics, hub.Count(), Clock::now()));
+            FormatMetrics(poller.ReadForMetrics(), statistics, hub.Count(), Clock::now()));
         return response;
     }
     if (const auto file = assets.Find(request.path)) {
@@ -262,9 +262,9 @@ void Site::RunCommand(const HttpRequest& request, const json& body, const Reply&
     bool isTaken = false;
     if (command.IsDisable()) {
         motions.Drop(command.Device());  // they must not move it again
-        isTaken = driveOffs.Do(command, report);
+        isTaken = driveOffs.Enqueue(command, report);
     } else {
-        isTaken = motions.Do(
+        isTaken = motions.Enqueue(
             [this, command, sender, report](Daemon& daemon, const std::stop_token& dropped) {
                 report(Execute(command, sender, daemon, dropped));
             },
@@ -281,7 +281,7 @@ CommandResult Site::Execute(const PageCommand& command, const Sender& sender, Da
     const Gripper gripper(daemon, command.Device());
     try {
         daemon.FindGripper(command.Device(), true);
-        ExpectControl(sender);
+        RequireControl(sender);
     } catch (const std::exception& failure) {  // also what the XML-RPC library throws
         return {false, failure.what()};
     }
@@ -330,9 +330,9 @@ int Site::Send(const PageCommand& command, const Gripper& gripper) {
 
 /// For what has waited since it was asked for.
 /// @throws Failure (NotSent)
-void Site::ExpectControl(const Sender& sender) {
+void Site::RequireControl(const Sender& sender) {
     if (!control.IsStillHeldBy(sender.token)) {
-        throw Failure(ExitStatus::NotSent, "you do not have control any more");
+        throw Failure(ExitStatus::NotSent, "you no longer have control");
     }
 }
 
@@ -340,8 +340,8 @@ void Site::ExpectControl(const Sender& sender) {
 void Site::DoForGripper(const json& body, const Reply& reply,
                         std::function<ordered_json(const Gripper&, const PageProgress&)> job) {
     const bool isTaken =
-        readings.Do([this, name = MemberText(body, "gripper"), job = std::move(job), reply](
-                        Daemon& daemon, const std::stop_token& /*dropped*/) {
+        readings.Enqueue([this, name = MemberText(body, "gripper"), job = std::move(job), reply](
+                             Daemon& daemon, const std::stop_token& /*dropped*/) {
             const auto progress = [&](std::string_view step, double part) {
                 transfer.Set(name, step, part);
             };
@@ -385,7 +385,7 @@ void Site::RestoreSettings(const HttpRequest& request, const json& body, const R
                                    << "': restore " << Printable(change);
                      };
                      return RestorePageSettings(
-                         gripper, wanted, name, [&] { ExpectControl(sender); }, log, progress);
+                         gripper, wanted, name, [&] { RequireControl(sender); }, log, progress);
                  });
 }
 
@@ -399,7 +399,7 @@ void Site::ReadLog(const HttpRequest& /*request*/, const json& body, const Reply
 
 void Site::Diagnose(const HttpRequest& /*request*/, const json& /*body*/, const Reply& reply) {
     const bool isTaken =
-        readings.Do([this, reply](Daemon& /*daemon*/, const std::stop_token& /*dropped*/) {
+        readings.Enqueue([this, reply](Daemon& /*daemon*/, const std::stop_token& /*dropped*/) {
             reply(CatchFailure([this] {
                 Doctor doctor(daemon, "", "", readings.Ending());
                 doctor.Examine();
@@ -431,7 +431,7 @@ void Site::Publish(const Cell& cell, bool isNew) {
     generation += isNew ? 1 : 0;
     const auto now = Clock::now();
     std::string held = control.Json().dump();
-    if (isJoined.exchange(false) || isNew || held != lastControl || now >= nextCellEvent) {
+    if (hasNewViewer.exchange(false) || isNew || held != lastControl || now >= nextCellEvent) {
         nextCellEvent = now + kCellEventPeriod;
         lastControl = std::move(held);
         hub.Publish(CellEvent(cell));

@@ -81,7 +81,7 @@ private:
                           const std::stop_token& dropped);
     CommandResult Call(const PageCommand& command, const Gripper& gripper);
     int Send(const PageCommand& command, const Gripper& gripper);
-    void ExpectControl(const Sender& sender);
+    void RequireControl(const Sender& sender);
     bool HasControl(const HttpRequest& request);
     EventText CellEvent(const Cell& cell);
     void Publish(const Cell& cell, bool isNew);
@@ -100,7 +100,7 @@ private:
     TransferProgress transfer;
     EventHub hub;
     std::atomic<std::uint64_t> generation = 0;  // of the list of grippers
-    std::atomic<bool> isJoined = false;         // by a viewer that has no event yet
+    std::atomic<bool> hasNewViewer = false;     // one that has no event yet
     std::string lastControl;                    // the poller's thread alone, like the next one
     std::chrono::steady_clock::time_point nextCellEvent{};
     Poller poller;

@@ -18,7 +18,7 @@ Worker::~Worker() {
     }
 }
 
-bool Worker::Do(Job job, const std::string& subject) {
+bool Worker::Enqueue(Job job, const std::string& subject) {
     const std::lock_guard lock(mutex);
     const auto waiting = std::ranges::count_if(
         jobs, [&](const Entry& each) { return !each.isRunning && each.subject == subject; });

@@ -14,8 +14,8 @@
 
 namespace tavrik {
 
-/// Does what may take long, such as calls to a master that does not answer, on threads of its own:
-/// jobs of one subject one after the other. A connection to the daemon exists only during a job.
+/// Runs jobs that may take long, such as calls to a silent master, on its own threads; jobs of one
+/// subject in sequence. Each job has a connection of its own to the daemon.
 class Worker {
 public:
     /// Must not throw.
@@ -34,10 +34,10 @@ public:
     /// Any thread may call.
     /// @param subject such as the gripper that the job is for
     /// @return false when too many jobs are waiting, or too many of this subject
-    bool Do(Job job, const std::string& subject = "");
+    bool Enqueue(Job job, const std::string& subject = "");
 
-    /// Tells the jobs of a subject that they are not wanted any more: those that wait and those
-    /// that are running. Any thread may call.
+    /// Tells the waiting and running jobs of a subject that they are no longer wanted. Any thread
+    /// may call.
     void Drop(const std::string& subject);
 
     /// Requested when this ends: for what a job does without its Daemon.

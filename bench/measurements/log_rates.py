@@ -12,7 +12,7 @@ import sys
 import tempfile
 import time
 
-from tests.integration.harness import lies, own_network
+from tests.integration.harness import broken_output, own_network
 from tests.integration.harness.cell import PORTS, Cell, answers, wait_until
 
 GRIPPER = "HVA SN:100001"
@@ -82,20 +82,20 @@ def unknown(cell):
     cell.call("GetPos", "unknown")
 
 
-# STATES are set once, DEEDS are repeated.
+# STATES are set once, ACTIONS are repeated.
 STATES = (nothing, silent, unplugged_unnoticed, refused, unplugged_while_refused, unanswered)
-DEEDS = (restarting, unmarked, motion, reading, position, unknown)
+ACTIONS = (restarting, unmarked, motion, reading, position, unknown)
 
 
-def lie_of(function):
-    """Returns a deed: the master sends texts of `function` as fast as the tty accepts them."""
+def sender_of(function):
+    """Returns an action: the master sends texts of `function` as fast as the tty accepts them."""
     numbers = random.Random(function.__name__)
 
-    def deed(cell):
+    def action(cell):
         cell.command(f"send 0 {function(numbers)}")
-    deed.__name__ = function.__name__
-    deed.__doc__ = "the master sends this at full speed, see lies.py"
-    return deed
+    action.__name__ = function.__name__
+    action.__doc__ = "the master sends this at full speed, see broken_output.py"
+    return action
 
 
 def measure(trouble, repeated, seconds):
@@ -129,8 +129,8 @@ def count_lines(path):
 
 def main():
     seconds = float(sys.argv[1]) if len(sys.argv) > 1 else 3.0
-    troubles = [(state, False) for state in STATES] + [(deed, True) for deed in DEEDS]
-    troubles += [(lie_of(lie), True) for lie in lies.ALL]
+    troubles = [(state, False) for state in STATES] + [(action, True) for action in ACTIONS]
+    troubles += [(sender_of(kind), True) for kind in broken_output.ALL]
     print("log lines a second")
     for trouble, repeated in troubles:
         if not sys.argv[2:] or trouble.__name__ in sys.argv[2:]:

@@ -30,7 +30,7 @@ void UsbDevice::Handle(const usbip::Message& message, TimePoint now) {
     if (const auto* const submit = std::get_if<Submit>(&message)) {
         Start(*submit, now);
     } else {
-        TakeBack(std::get<usbip::Unlink>(message));
+        Unlink(std::get<usbip::Unlink>(message));
     }
 }
 
@@ -70,7 +70,7 @@ void UsbDevice::HandleControl(const Submit& submit, TimePoint now) {
         later, {due, submit.sequence, usbip::SubmitReply(submit, status, answer.value_or(""))});
 }
 
-void UsbDevice::TakeBack(const usbip::Unlink& unlink) {
+void UsbDevice::Unlink(const usbip::Unlink& unlink) {
     const auto isTarget = [&unlink](const auto& each) { return each.sequence == unlink.target; };
     std::size_t count = std::erase_if(lateReplies, isTarget);
     for (Submits* const transfers : {&inTransfers, &outTransfers, &openTransfers}) {

@@ -50,7 +50,7 @@ private:
 
     void Start(const usbip::Submit& submit, TimePoint now);
     void HandleControl(const usbip::Submit& submit, TimePoint now);
-    void TakeBack(const usbip::Unlink& unlink);
+    void Unlink(const usbip::Unlink& unlink);
     void AnswerInTransfers();
     void AnswerOutTransfers();
     bool TakeFailure();

@@ -25,11 +25,11 @@ struct UsbFaultCounts {
     unsigned lateControls = 0;
 };
 
-/// How the USB device of a master misbehaves. Its thread is that of the device.
+/// How the USB device of a master misbehaves. Accessed on the device's thread only.
 struct UsbFaults {
     enum class Control { Answer, Refuse, Ignore };
 
-    Control control = Control::Answer;          ///< what becomes of control requests
+    Control control = Control::Answer;          ///< how control requests are answered
     std::chrono::milliseconds controlDelay{0};  ///< before the answer to a control request
     bool haltedIn = false;                      ///< until the host clears the halt
     bool haltedOut = false;

@@ -23,7 +23,7 @@ std::string UsbPort::Read() {
         }
     } catch (const usbip::ProtocolError& error) {
         connected = false;
-        print(std::string("usb: unplugging a device: invalid message of the kernel: ") +
+        print(std::string("usb: unplugging a device: invalid message from the kernel: ") +
               error.what());
     }
     std::string received = device.TakeReceived();

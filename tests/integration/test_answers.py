@@ -10,12 +10,11 @@ import threading
 import time
 import xmlrpc.client
 
-from .harness.cell import PORTS, SLOWNESS, wait_until
+from .harness.cell import HVA, PORTS, SLOWNESS, wait_until
 from .harness.cell_test_case import CellTestCase, main
 from .harness.methods import METHODS
 from .harness.storm import wait_until_idle
 
-HVA = "HVA SN:100001"
 DATE = re.compile(rb"Date: ([^\r\n]*)\r\n")
 FOOT = ('<p><HR><b><i><a href="http://xmlrpc-c.sourceforge.net">ABYSS Web Server for XML-RPC For '
         "C/C++</a></i></b> version 1.33.14<br></p></BODY></HTML>")

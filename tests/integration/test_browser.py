@@ -4,8 +4,8 @@ import re
 
 from selenium.webdriver.common.keys import Keys
 
-from .harness.browser import HVA, MZD, SHORT, BrowserTestCase
-from .harness.cell import wait_until
+from .harness.browser import UPDATE_TIME, BrowserTestCase
+from .harness.cell import HVA, MZD, wait_until
 from .harness.cell_test_case import main
 from .harness.web import ORIGIN, LogFile, Viewer, Web
 
@@ -91,7 +91,7 @@ class CellViewTest(BrowserTestCase):
 
     def test_a_gripper_that_is_unplugged_is_greyed_and_comes_back(self):
         with self.condition("unplug 1", "plug 1"):
-            wait_until(lambda: len(self.all(".card.stale")) == 1, SHORT)
+            wait_until(lambda: len(self.all(".card.stale")) == 1, UPDATE_TIME)
             self.wait_for_text(".card.stale", "not listed by the daemon: unplugged?")
             self.assertIn(MZD, self.texts(".card.stale")[0])
             wait_until(lambda: self.all(".card.stale .fill")[0].rect["width"] == 0)
@@ -258,11 +258,11 @@ class GripperViewTest(BrowserTestCase):
         for name in ("Grip", "Release", "Reference run", "Drive off"):
             self.assertFalse(self.find("button", name).is_enabled(), name)
         self.wait_for_text(".note", "take control first")
-        self.wait_for_text(".motions", "This is no emergency stop")
+        self.wait_for_text(".motions", "This is not an emergency stop")
 
     def test_a_gripper_that_is_gone_says_so(self):
         with self.condition("unplug 0", "plug 0"):
-            self.wait_for_text("dl", "not listed by the daemon", SHORT)
+            self.wait_for_text("dl", "not listed by the daemon", UPDATE_TIME)
         self.wait_for_text("dl", "live")
 
     def test_it_is_accessible_and_fits_a_phone(self):
@@ -350,7 +350,7 @@ class NamesTest(BrowserTestCase):
 class RestartTest(BrowserTestCase):
     def test_a_daemon_that_restarts_is_shown_and_comes_back(self):
         self.cell.stop()
-        self.wait_for_text("#banner", "The daemon cannot be reached", SHORT)
+        self.wait_for_text("#banner", "The daemon cannot be reached", UPDATE_TIME)
         wait_until(lambda: len(self.all(".card.stale")) == 2)
         self.assertFalse([note.text for note in self.all(".card .note") if note.is_displayed()])
         self.start_cell_again()
@@ -360,7 +360,7 @@ class RestartTest(BrowserTestCase):
     def test_tavrikweb_that_restarts_is_shown_and_comes_back(self):
         self.console = ["ERR_CONNECTION_REFUSED", "ERR_INCOMPLETE_CHUNKED_ENCODING", "ERR_EMPTY"]
         self.web.stop()
-        self.wait_for_text("#banner", "No data:", SHORT)
+        self.wait_for_text("#banner", "No data:", UPDATE_TIME)
         type(self).web = Web(*self.web_options)
         self.addClassCleanup(self.web.stop)
         self.wait_for_cards(2)

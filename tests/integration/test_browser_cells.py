@@ -1,7 +1,7 @@
 """The page of tavrikweb in a real browser: cells with one gripper, with eight and with 32."""
 
-from .harness.browser import HVA, BrowserTestCase
-from .harness.cell import wait_until
+from .harness.browser import BrowserTestCase
+from .harness.cell import HVA, wait_until
 from .harness.cell_test_case import main
 from .harness.web import LogFile
 

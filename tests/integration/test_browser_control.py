@@ -10,8 +10,8 @@ import time
 
 from selenium.webdriver.common.keys import Keys
 
-from .harness.browser import HVA, MZD, BrowserTestCase
-from .harness.cell import PATIENCE, wait_until
+from .harness.browser import BrowserTestCase
+from .harness.cell import HVA, MZD, PATIENCE, wait_until
 from .harness.cell_test_case import main
 from .harness.web import ORIGIN, PORT, Viewer, Web, post
 
@@ -204,8 +204,8 @@ class ControlTest(BrowserTestCase):
         self.wait_for_text("#control", "another browser has taken control")
         wait_until(lambda: not self.find("button", "Drive off").is_enabled())
 
-    def test_control_ends_after_a_minute_without_a_sign_of_life(self):
-        self.console = ["ERR_BLOCKED_BY_CLIENT"]  # of the signs of life
+    def test_control_expires_after_a_minute_without_contact(self):
+        self.console = ["ERR_BLOCKED_BY_CLIENT"]  # of the requests that keep control
         self.driver.execute_cdp_cmd("Network.enable", {})
         self.addCleanup(self.driver.execute_cdp_cmd, "Network.disable", {})
         self.driver.execute_cdp_cmd("Network.setBlockedURLs", {"urls": ["*/api/control/keep"]})
@@ -213,9 +213,9 @@ class ControlTest(BrowserTestCase):
             start = time.monotonic()
             self.assertTrue(viewer.wait_for("cell")["control"]["held"])
             wait_until(lambda: not viewer.wait_for("cell")["control"]["held"], timeout=90)
-            self.assertGreater(time.monotonic() - start, 40)  # the last sign came up to 15 s before
-        self.wait_for_text("#control", "Nobody has control; control has ended after a minute "
-                                       "without a sign of life")
+            self.assertGreater(time.monotonic() - start, 40)  # the last contact was up to 15 s before
+        self.wait_for_text("#control", "Nobody has control; control has expired after a minute "
+                                       "without contact")
         wait_until(lambda: not self.find("button", "Drive off").is_enabled())
 
     def test_control_is_given_back_by_the_button_and_by_leaving(self):
@@ -257,7 +257,7 @@ class RestartTest(BrowserTestCase):
 
 class SessionTest(BrowserTestCase):
     def numbers(self):
-        """Motions, commands, refusals, time-outs and the slowest answer."""
+        """Motions, commands, refusals, timeouts and the slowest answer."""
         return self.texts("section[aria-label='This session'] dd")
 
     def test_its_numbers_are_those_of_each_gripper(self):

@@ -4,8 +4,8 @@ import json
 import pathlib
 import tempfile
 
-from .harness.browser import HVA, BrowserTestCase
-from .harness.cell import wait_until
+from .harness.browser import BrowserTestCase
+from .harness.cell import HVA, wait_until
 from .harness.cell_test_case import main
 from .harness.web import post
 
@@ -88,7 +88,7 @@ class RestoreTest(BrowserTestCase):
             self.press("Restore from the file")
             wait_until(lambda: self.progress().startswith("reading, "))
             self.take_control()
-            self.wait_for_text(f"{SECTION} output", "you do not have control any more")
+            self.wait_for_text(f"{SECTION} output", "you no longer have control")
         self.assertEqual(self.call("GetForce", HVA, 3), force)
         self.assertFalse(self.find("button", "Restore from the file").is_enabled())
 

@@ -9,11 +9,10 @@ import threading
 import unittest
 import xmlrpc.client
 
-from .harness.cell import PORTS, SLOWNESS, answers, wait_until
+from .harness.cell import HVA, PORTS, SLOWNESS, answers, wait_until
 from .harness.cell_test_case import CellTestCase, main
 from .harness.storm import wait_until_idle
 
-HVA = "HVA SN:100001"
 REQUEST = xmlrpc.client.dumps((HVA,), "GetPos").encode()
 
 

@@ -229,7 +229,7 @@ class NoDaemonTest(NoDaemonTestCase):
     def test_device_texts_do_not_fill_the_screen(self):
         long = "p" * 126  # USB has no longer ones
         with self.attribute("manufacturer", long), self.attribute("product", long):
-            self.expect_a_screen(self.run_doctor().stdout)
+            self.expect_fits_screen(self.run_doctor().stdout)
 
     @contextlib.contextmanager
     def program(self, name):
@@ -292,7 +292,7 @@ class NoDaemonTest(NoDaemonTestCase):
             result = self.run_doctor(environment=environment)
         self.assertEqual(result.stdout.count("wrong"), 6, result.stdout)
         self.assertEqual(result.stdout.count("warn"), 1, result.stdout)
-        self.expect_a_screen(result.stdout)
+        self.expect_fits_screen(result.stdout)
 
 
 if __name__ == "__main__":

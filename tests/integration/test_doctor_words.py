@@ -135,7 +135,7 @@ class NoGripperTest(WordsTestCase):
     options = ()
 
     def test_without_problems_above_the_remedy_does_not_name_them(self):
-        """Outside of the simulator's world, masters are not counted."""
+        """Without the simulator's environment, masters are not counted."""
         report = ctl.run("doctor")
         self.assertEqual(report.returncode, NO_GRIPPER)
         self.assertNotIn("wrong", report.stdout.partition("grippers")[0].rpartition("\n")[0])

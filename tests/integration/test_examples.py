@@ -6,7 +6,7 @@ import tempfile
 import unittest
 
 from .harness import ctl
-from .harness.cell import PORTS, SLOWNESS, wait_until
+from .harness.cell import HOLDING, NEEDS_REFERENCE, PORTS, RELEASED, SLOWNESS, wait_until
 from .harness.cell_test_case import CellTestCase, main
 from .harness.ctl_test_case import http_server
 
@@ -25,9 +25,6 @@ COUNT = len(EXAMPLES)
 
 URL = f"http://127.0.0.1:{PORTS[0]}/RPC2"
 CLOSED_PORT = "http://127.0.0.1:44223/RPC2"
-
-# State codes of the simulated grippers.
-REFERENCE_NEEDED, RELEASED, HOLDING = 1, 4, 6
 
 
 def setUpModule():
@@ -74,7 +71,7 @@ class GripTest(ExamplesTestCase):
         cls.cell.wait_until_operating(3 * COUNT)
         for device in cls.silent:
             wait_until(lambda device=device:
-                       cls.cell.call_apart("GetState", device) == REFERENCE_NEEDED)
+                       cls.cell.call_apart("GetState", device) == NEEDS_REFERENCE)
         for number in range(COUNT):
             cls.cell.command(f"param {COUNT + number} 64 2 0")  # an override of 0: it never opens
             cls.cell.command(f"silent {2 * COUNT + number} on")
@@ -90,7 +87,7 @@ class GripTest(ExamplesTestCase):
         self.cell.log.wait_for("PELLIX removed", since=mark, count=COUNT)
         self.tell_all("plug")
         for device in self.devices:
-            wait_until(lambda device=device: self.call("GetState", device) == REFERENCE_NEEDED)
+            wait_until(lambda device=device: self.call("GetState", device) == NEEDS_REFERENCE)
 
     def tell_all(self, command, arguments=""):
         for number in range(COUNT):

@@ -4,10 +4,8 @@ import threading
 import time
 import xmlrpc.client
 
-from .harness.cell import SLOWNESS, wait_until
+from .harness.cell import HVA, MZD, SLOWNESS, wait_until
 from .harness.cell_test_case import CellTestCase, main
-
-HVA, MZD = "HVA SN:100001", "MZD-S SN:100002"
 
 
 class TwoMastersTestCase(CellTestCase):

@@ -8,13 +8,12 @@ import tempfile
 import unittest
 import urllib.request
 
-from .harness.cell import MORTAL, PATIENCE, wait_until
+from .harness.cell import DIES_WITH_PARENT, HVA, PATIENCE, wait_until
 from .harness.cell_test_case import main
 from .harness.pages import ROOT
 from .harness.web import WebTestCase, get, post
 
 MONITORING = ROOT / "monitoring"
-HVA = "HVA SN:100001"
 ENGINE, MANAGER = "http://127.0.0.1:9090", "http://127.0.0.1:9093"
 METRIC = re.compile(r"\btavrik_\w+")
 
@@ -103,7 +102,8 @@ class EngineTest(WebTestCase):
     @classmethod
     def start(cls, *command, folder):
         with open(folder / f"{command[0]}.log", "wb") as log:
-            process = subprocess.Popen([*MORTAL, *command], cwd=folder, stdout=log, stderr=log)
+            process = subprocess.Popen([*DIES_WITH_PARENT, *command], cwd=folder,
+                                       stdout=log, stderr=log)
         cls.addClassCleanup(process.wait)
         cls.addClassCleanup(process.kill)
 

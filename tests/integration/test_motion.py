@@ -1,17 +1,11 @@
 """Moving grippers: the effects of calls on fingers, parts and settings, seen through calls."""
 
-from .harness.cell import wait_until
+from .harness.cell import (FAULT, GRIPPING, HOLDING, HVA, MZD, NEEDS_REFERENCE, NO_PART, OFF,
+                           READY, RELEASED, TLM, wait_until)
 from .harness.cell_test_case import CellTestCase, main
-
-HVA, MZD, TLM = "HVA SN:100001", "MZD-S SN:100002", "TLM SN:100003"
 
 # Positions after a release with parameter set 0.
 OPEN = {HVA: 28.0, MZD: 22.0, TLM: 18.0}
-
-# State codes of the simulated grippers.
-OFF, NEEDS_REFERENCE, REFERENCING, RELEASING, RELEASED = range(5)
-GRIPPING, HOLDING, NO_PART, READY = range(5, 9)
-FAULT = 15
 
 
 class MotionTest(CellTestCase):

@@ -273,12 +273,12 @@ class CellTest(MachineTestCase):
                     completions(self.machine, ("tavrikctl", *words.split(" "))), expected)
 
     def test_the_doctor_reads_the_journal(self):
-        """With the simulated devices, which are the daemon's world."""
+        """With the simulated devices that the daemon sees."""
         environ = "/proc/$(pidof TavrikDaemon)/environ"
-        world = f"env $(tr '\\0' '\\n' <{environ} | grep -E '^(LD_PRELOAD|UMOCKDEV_DIR)=')"
+        prefix = f"env $(tr '\\0' '\\n' <{environ} | grep -E '^(LD_PRELOAD|UMOCKDEV_DIR)=')"
 
         def findings():
-            report = json.loads(self.machine.output(f"{world} {DOCTOR} --json"))
+            report = json.loads(self.machine.output(f"{prefix} {DOCTOR} --json"))
             return {(finding["mark"], finding["what"], finding["finding"])
                     for finding in report["findings"]}
 
@@ -396,7 +396,7 @@ class SupervisionTest(MachineTestCase):
         self.machine.run(REINSTALL)
         self.assertNotIn(self.unit("MainPID"), ("0", hanging))
         self.wait_until_serving()
-        self.machine.run(STOP)  # within the time-out that still holds
+        self.machine.run(STOP)  # within the timeout that still holds
 
 
 if __name__ == "__main__":

@@ -7,18 +7,17 @@ import signal
 import subprocess
 import tempfile
 
-from .harness.cell import PATIENCE, PORTS, answers, wait_until
+from .harness.cell import HOLDING, HVA, MZD, NO_PART, PATIENCE, PORTS, READY, answers, wait_until
 from .harness.cell_test_case import main
 from .harness.pages import ROOT, blocks
-from .harness.recording_test_case import (DAEMON, DATA, FAST, HOLDING, HVA, MZD, NO_PART, OPERATING,
-                                          READY, SIMULATOR, RecordingTestCase, Shift,
-                                          requests, running)
+from .harness.recording_test_case import (DAEMON, DATA, FAST, OPERATING, SIMULATOR,
+                                          RecordingTestCase, Session, requests, running)
 
 PAGE = ROOT / "docs" / "recording.md"
 
 
 class ReplayTest(RecordingTestCase):
-    """One shift of a cell, recorded once for all tests."""
+    """One session of a cell, recorded once for all tests."""
 
     @classmethod
     def setUpClass(cls):
@@ -26,13 +25,13 @@ class ReplayTest(RecordingTestCase):
         options = (*FAST, "--gripper", "HVA", "--gripper", "MZD-S",
                    "--record", str(cls.recording))
         with running(*options) as cell:
-            cls.answers = Shift(cell, simulated=True).work()
+            cls.answers = Session(cell, simulated=True).run()
             cell.stop()
 
     def replay(self, *options):
-        """The same shift with the recording in place of the cell."""
+        """The same session with the recording in place of the cell."""
         with running("--replay", str(self.recording), *options) as cell:
-            answers = Shift(cell, simulated=False).work()
+            answers = Session(cell, simulated=False).run()
             cell.stop()
             for number in range(2):
                 count = len(requests(self.recording, number))
@@ -40,7 +39,7 @@ class ReplayTest(RecordingTestCase):
                                      "played, deviations: 0$")
         return answers
 
-    def test_the_shift_is_worth_a_replay(self):
+    def test_the_recorded_session_covers_every_event(self):
         answers = {answer[:-1]: answer[-1] for answer in self.answers}
         self.assertEqual(answers["SetForce", HVA, 1, 50], 44)
         self.assertEqual(answers["SetForce", MZD, 2, 10], 5)

@@ -11,10 +11,8 @@ import time
 import unittest
 import xmlrpc.client
 
-from .harness.cell import PORTS, SLOWNESS, answers, wait_until
+from .harness.cell import HVA, PORTS, SLOWNESS, answers, wait_until
 from .harness.cell_test_case import CellTestCase, main
-
-HVA = "HVA SN:100001"
 
 
 class StopTestCase(CellTestCase):

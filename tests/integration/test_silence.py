@@ -2,10 +2,8 @@
 
 import time
 
-from .harness.cell import SLOWNESS, wait_until
+from .harness.cell import HVA, SLOWNESS, wait_until
 from .harness.cell_test_case import CellTestCase, main
-
-HVA = "HVA SN:100001"
 
 
 class SilenceTest(CellTestCase):

@@ -11,12 +11,12 @@ import time
 import unittest
 import xmlrpc.client
 
-from .harness.cell import PATIENCE, PORTS, SLOWNESS, answers, wait_until
+from .harness.cell import HVA, MZD, PATIENCE, PORTS, SLOWNESS, answers, wait_until
 from .harness.cell_test_case import main
 from .harness.methods import METHODS
-from .harness.storm import FACTOR, StormTestCase, holdings, random_numbers, rounds, wait_until_back
+from .harness.storm import (FACTOR, StormTestCase, random_numbers, resources_of, rounds,
+                            wait_until_back)
 
-HVA, MZD = "HVA SN:100001", "MZD-S SN:100002"
 CROWDED, OTHER = PORTS
 
 CROWD = 200
@@ -95,7 +95,7 @@ class ClientStormTestCase(StormTestCase):
         self.random = random_numbers(self.id())
         self.daemon = self.cell.daemon_pid()
         self.cell.close_clients()
-        self.baseline = holdings(self.daemon)
+        self.baseline = resources_of(self.daemon)
 
     def tearDown(self):
         # Whatever the clients did, both ports still serve and no resources have leaked.

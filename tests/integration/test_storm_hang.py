@@ -121,7 +121,7 @@ class HangTest(storm.MastersTestCase):
     # The device accepts no more bytes
 
     @storm.repeated
-    def test_one_that_accepts_no_bytes_for_a_moment(self):
+    def test_a_master_that_accepts_no_bytes_for_a_moment(self):
         with self.others_watched():
             self.cell.command("stall 0 on")
             answer = self.call_beside("Grip", 1)
@@ -133,7 +133,7 @@ class HangTest(storm.MastersTestCase):
             self.assert_it_works()
 
     @storm.repeated
-    def test_one_that_accepts_no_bytes_and_is_unplugged(self):
+    def test_a_master_that_accepts_no_bytes_and_is_unplugged(self):
         with self.others_watched():
             self.cell.command("stall 0 on")
             answers = [self.call_beside("Grip", 1), self.call_beside("SetOverrideGrip", 50)]
@@ -150,7 +150,7 @@ class HangTest(storm.MastersTestCase):
     # The device sends process data, but answers late or never
 
     @storm.repeated
-    def test_one_that_streams_but_never_answers(self):
+    def test_a_master_that_streams_but_never_answers(self):
         with self.others_watched():
             self.cell.command("mute 0 on")
             answers = [self.call_beside("Grip", 1), self.call_beside("SetNoPartLimit", 1, 3.0)]
@@ -160,7 +160,7 @@ class HangTest(storm.MastersTestCase):
             self.assert_it_works()
 
     @storm.repeated
-    def test_one_that_answers_after_the_time_out(self):
+    def test_a_master_that_answers_after_the_timeout(self):
         with self.others_watched():
             self.cell.command("delay 0 1300")
             mark = self.cell.log.mark()
@@ -174,7 +174,7 @@ class HangTest(storm.MastersTestCase):
     # Another program changes the settings of its tty
 
     @storm.repeated
-    def test_one_whose_tty_is_reset(self):
+    def test_a_master_whose_tty_is_reset(self):
         with self.others_watched():
             self.spoil_settings()
             self.assertIn(self.call("Grip", self.HVA, 1), (BAD_ARGUMENT, storm.TIMEOUT))
@@ -185,7 +185,7 @@ class HangTest(storm.MastersTestCase):
             self.assert_it_works()
 
     @storm.repeated
-    def test_one_whose_tty_is_reset_and_that_falls_silent(self):
+    def test_a_master_whose_tty_is_reset_and_that_falls_silent(self):
         """In line mode, only the unplug ends a read."""
         with self.others_watched():
             self.spoil_settings()
@@ -228,7 +228,7 @@ class HangTest(storm.MastersTestCase):
         self.plug_again(1)
 
     @storm.repeated
-    def test_one_that_another_gripper_replaces(self):
+    def test_a_gripper_that_another_one_replaces(self):
         other = "HVA SN:7"
         with self.others_watched():
             with self.monitor_busy():
@@ -249,7 +249,7 @@ class HangTest(storm.MastersTestCase):
             self.assert_it_works()
 
     @storm.repeated
-    def test_one_that_comes_back_under_another_node(self):
+    def test_a_master_that_comes_back_under_another_node(self):
         with self.others_watched():
             self.unplug(0)
             self.cell.command("plug 4")
@@ -262,7 +262,7 @@ class HangTest(storm.MastersTestCase):
             self.assert_it_works()
 
     @storm.repeated
-    def test_one_that_comes_back_under_another_node_before_it_is_missed(self):
+    def test_a_master_that_comes_back_under_another_node_before_it_is_missed(self):
         with self.others_watched():
             with self.monitor_busy():
                 self.unplug(0)

@@ -20,8 +20,8 @@ import xmlrpc.client
 
 from .harness.cell import PORTS, SLOWNESS, Cell, answers, wait_until
 from .harness.cell_test_case import main
-from .harness.storm import (NO_COMMAND, NO_LINK, TIMEOUT, StormTestCase, holdings, random_numbers,
-                            restart_data_link, rounds, wait_until_back)
+from .harness.storm import (NO_COMMAND, NO_LINK, TIMEOUT, StormTestCase, random_numbers,
+                            resources_of, restart_data_link, rounds, wait_until_back)
 
 FIRST, SECOND, THIRD = "HVA SN:100001", "MZD-S SN:100002", "TLM SN:100003"
 MEBIBYTE = 1024 * 1024
@@ -83,7 +83,7 @@ class TtyTest(SystemTestCase):
             environment = dict(entry.split("=", 1) for entry in file.read().split("\0") if entry)
         self.node = environment["UMOCKDEV_DIR"] + "/dev/ttyACM0"
         self.assert_second_served()  # over its open connections
-        self.descriptors = len(holdings(self.daemon).descriptors)
+        self.descriptors = len(resources_of(self.daemon).descriptors)
 
     def tearDown(self):
         self.assert_second_served()
@@ -130,8 +130,8 @@ class TtyTest(SystemTestCase):
                     self.assertEqual(self.call("Grip", FIRST, 1), NO_LINK)
                     self.assert_second_served()
                     opened += can_be_opened
-        # The daemon keeps a file that is not a tty open, on purpose.
-        self.assertEqual(len(holdings(self.daemon).descriptors), self.descriptors - 1 + opened)
+        # The daemon keeps a file that is not a tty open until it opens that path again.
+        self.assertEqual(len(resources_of(self.daemon).descriptors), self.descriptors - 1 + opened)
         self.cell.command("plug 0")
 
     def test_a_replaced_tty_is_retried_until_it_is_back(self):
@@ -145,7 +145,8 @@ class TtyTest(SystemTestCase):
                     self.cell.log.wait_for(failure, since=mark, count=50)
                     self.assertEqual(self.call("Grip", FIRST, 1), NO_COMMAND)
                     self.assert_second_served()
-                    self.assertLessEqual(len(holdings(self.daemon).descriptors), self.descriptors)
+                    self.assertLessEqual(len(resources_of(self.daemon).descriptors),
+                                         self.descriptors)
                     self.plug_again()
 
     def test_reading_and_writing_fail_with_eio(self):
@@ -180,7 +181,7 @@ class ShortageTest(SystemTestCase):
         self.random = random_numbers(self.id())
         self.daemon = self.cell.daemon_pid()
         self.cell.close_clients()
-        self.baseline = holdings(self.daemon)
+        self.baseline = resources_of(self.daemon)
 
     def tearDown(self):
         for port in PORTS:

@@ -9,9 +9,9 @@ import termios
 import threading
 import tty
 
-from .harness.cell import PATIENCE, SANITIZER_REPORT, Output, wait_until
+from .harness.cell import HVA, PATIENCE, SANITIZER_REPORT, Output, wait_until
 from .harness.cell_test_case import main
-from .harness.recording_test_case import (DAEMON, FAST, HVA, SIMULATOR, RecordingTestCase, Shift,
+from .harness.recording_test_case import (DAEMON, FAST, SIMULATOR, RecordingTestCase, Session,
                                           running)
 
 
@@ -253,10 +253,10 @@ class FieldTest(RecordingTestCase):
         path = self.folder / "field.rec"
         tap = [SIMULATOR, "tap", "/dev/ttyACM0", "/dev/ttyACM1", str(path), "--", DAEMON]
         with running(*FAST, "--gripper", "HVA", "--gripper", "MZD-S", command=tap) as cell:
-            tapped = Shift(cell, simulated=True).work()
+            tapped = Session(cell, simulated=True).run()
             cell.stop()
         with running("--replay", str(path)) as cell:
-            replayed = Shift(cell, simulated=False).work()
+            replayed = Session(cell, simulated=False).run()
             cell.stop()
             cell.errors.wait_for("^pellix-sim: replay .*, deviations: 0$", count=2)
         self.assertEqual(replayed, tapped)

@@ -17,7 +17,8 @@ from .harness import ctl, own_network
 from .harness.cell import PORTS, SLOWNESS, Cell, wait_until
 from .harness.cell_test_case import main
 from .harness.doctor_test_case import (AS_NOBODY, DONE, FAILED, HVA, NO_ANSWER, NO_DAEMON,
-                                       NO_GRIPPER, NO_PROCESS_DATA, TTY, DoctorTestCase, world_of)
+                                       NO_GRIPPER, NO_PROCESS_DATA, TTY, DoctorTestCase,
+                                       simulator_env_of)
 from .harness.pages import ROOT
 
 
@@ -58,7 +59,7 @@ class OneGripperTest(DoctorTestCase):
     def test_the_report_fits_a_screen_and_is_plain_without_a_terminal(self):
         result = self.run_doctor()
         self.assertEqual((result.returncode, result.stderr), (DONE, ""))
-        self.expect_a_screen(result.stdout)
+        self.expect_fits_screen(result.stdout)
         lines = result.stdout.splitlines()
         self.assertEqual(lines[-1], "A gripper answers.")
         self.assertRegex(lines[0], r"^ +WHAT +FINDING$")
@@ -78,7 +79,7 @@ class OneGripperTest(DoctorTestCase):
         with open(ours, "rb", buffering=0) as terminal:
             process = subprocess.Popen(
                 ctl.arguments_of("doctor"),
-                env={**ctl.CLEAN, **self.world(), "TERM": "xterm", **environment},
+                env={**ctl.CLEAN, **self.simulator_env(), "TERM": "xterm", **environment},
                 stdin=subprocess.DEVNULL, stdout=theirs)
             os.close(theirs)
             output = b""
@@ -94,7 +95,7 @@ class OneGripperTest(DoctorTestCase):
         self.assertIn("A gripper answers.", output)
 
     def test_what_an_ordinary_user_sees_of_a_cell_from_outside(self):
-        output = self.output_as_nobody(world={})
+        output = self.output_as_nobody(environment={})
         self.assertRegex(output, r"(?m)^\? +masters +none is attached according to udev, but ")
         self.assertIn("A gripper answers.", output)
 
@@ -185,7 +186,7 @@ class OneGripperTest(DoctorTestCase):
     def test_a_daemon_in_another_simulated_cell(self):
         other = Cell("--gripper", "TLM", command=["sleep", "infinity"])
         self.addCleanup(other.end_by_force)
-        findings = self.findings(DONE, environment=world_of(other))
+        findings = self.findings(DONE, environment=simulator_env_of(other))
         found = {(each["what"], each["mark"]): each["finding"] for each in findings}
         self.assertIn("in pellix-sim: its masters are simulated or tapped", found["service", "warn"])
         self.assertIn("TavrikDaemon has not opened it", found[TTY, "wrong"])
@@ -316,7 +317,7 @@ class OtherUserTest(DoctorTestCase):
     def test_what_only_root_can_see(self):
         output = self.output_as_nobody()
         self.assertRegex(output, rf"(?m)^\? +{TTY} +master, root:root 0600; only root can see who has it open$")
-        self.expect_a_screen(output)
+        self.expect_fits_screen(output)
 
     def test_the_user_is_shown(self):
         self.expect(NO_GRIPPER, "ok", "service", ", user nobody")
@@ -377,7 +378,7 @@ class CommissioningPageTest(DoctorTestCase):
                     if expected is None:
                         self.simulate(command)
                         continue
-                    output = ctl.shell(command, self.world(), cwd=folder)
+                    output = ctl.shell(command, self.simulator_env(), cwd=folder)
                     if not sessions.is_shown(output, expected):
                         self.assertEqual(output, expected)
 

@@ -13,11 +13,10 @@ import unittest
 import xmlrpc.client
 
 from .harness import own_network
-from .harness.cell import PATIENCE, PORTS, SLOWNESS, wait_until
+from .harness.cell import HVA, MZD, PATIENCE, PORTS, SLOWNESS, wait_until
 from .harness.cell_test_case import main
 from .harness.web import PORT, Viewer, Web, WebTestCase, connect, get, new_viewer, post, receive_all
 
-HVA, MZD = "HVA SN:100001", "MZD-S SN:100002"
 MOST_VIEWERS = 16
 
 
@@ -339,7 +338,7 @@ class PollerTest(CounterTestCase):
         self.assertGreater(questions, 0)
         self.assertEqual(Counter.connections, 2)  # the second one for what masters are asked
 
-    def test_nothing_is_read_while_nobody_looks(self):
+    def test_nothing_is_read_without_viewers(self):
         with contextlib.ExitStack() as stack:
             new_viewer(stack).wait_for("values")
 
@@ -359,7 +358,7 @@ class PollerTest(CounterTestCase):
 class ManyMastersTest(CounterTestCase):
     devices = [f"HVA SN:{number}" for number in range(8)]
 
-    def test_four_masters_are_asked_a_second(self):
+    def test_up_to_four_masters_are_polled_a_second(self):
         with contextlib.ExitStack() as stack:
             viewer = new_viewer(stack)
             viewer.wait_for("values", lambda _: Counter.questions)

@@ -4,10 +4,10 @@ import pathlib
 import tempfile
 
 from .harness import cell
+from .harness.cell import HVA, MZD
 from .harness.cell_test_case import main
 from .harness.web import LogFile, WebTestCase, post
 
-HVA, MZD = "HVA SN:100001", "MZD-S SN:100002"
 OTHER_THREAD = 4242
 
 
@@ -51,7 +51,7 @@ class FileTest(LogFile, WebTestCase):
         owners = {row["gripper"] for row in read_log(gripper="HVA SN:10000")["rows"]}
         self.assertNotIn(HVA, owners)
 
-    def test_only_what_is_new_comes_again(self):
+    def test_only_new_rows_are_returned(self):
         self.append(f"12:00:00 {OTHER_THREAD} Starting TavrikDaemon (old)")
         wait_until(lambda: rows_with("(old)"))
         known = {name: read_log()[name] for name in ("reading", "last")}
@@ -64,7 +64,7 @@ class FileTest(LogFile, WebTestCase):
         other = read_log(reading=known["reading"] + 1, last=known["last"])
         self.assertGreater(len(other["rows"]), 1)
 
-    def test_unexpected_questions_get_an_answer(self):
+    def test_unexpected_requests_get_an_answer(self):
         for question in ({"reading": -1}, {"last": 1 << 63}, {"last": "1"}, {"gripper": 1}):
             self.assertEqual(post("/api/log", question).status, 200, question)
 
@@ -80,7 +80,7 @@ class LongFileTest(LogFile, WebTestCase):
 class MissingFileTest(WebTestCase):
     web_options = ("--log", "/nowhere/daemon.log")
 
-    def test_the_reason_is_told(self):
+    def test_the_reason_is_reported(self):
         log = wait_until(lambda: (log := read_log())["trouble"] and log)
         self.assertEqual(log["rows"], [])
         self.assertIn("/nowhere/daemon.log: No such file", log["trouble"])
@@ -107,7 +107,7 @@ class JournalTest(WebTestCase):
         new.chmod(0o755)
         new.rename(tool)
 
-    def test_an_error_of_the_journal_is_no_line_of_it(self):
+    def test_errors_of_journalctl_are_not_shown_as_log_lines(self):
         self.set_journal("echo No journal files were opened due to insufficient permissions. >&2\n"
                          "exit 1")
         asked = pathlib.Path(self.folder, "asked")
@@ -116,11 +116,11 @@ class JournalTest(WebTestCase):
         wait_until(lambda: read_log() and asked.exists() and
                    asked.read_text()[before:].count("--follow") > 1)
         log = wait_until(lambda: (log := read_log())["trouble"] and log)
-        self.assertIn("no line of TavrikDaemon", log["trouble"])
+        self.assertIn("no lines of TavrikDaemon in the journal", log["trouble"])
 
-    def test_what_may_not_be_read_is_told_and_comes_as_soon_as_it_may(self):
+    def test_missing_permission_is_reported_until_it_is_granted(self):
         log = wait_until(lambda: (log := read_log())["trouble"] and log)
-        self.assertIn("no line of TavrikDaemon: add its user to the group systemd-journal",
+        self.assertIn("TavrikDaemon in the journal: add its user to the group systemd-journal",
                       log["trouble"])
         path = pathlib.Path(self.folder, "lines")
         path.write_text("".join(f"{line}\n" for line in self.cell.log.since(0)))

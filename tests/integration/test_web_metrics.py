@@ -5,11 +5,10 @@ import subprocess
 import time
 
 from .harness import cell
-from .harness.cell import PATIENCE, SLOWNESS
+from .harness.cell import HVA, MZD, PATIENCE, SLOWNESS
 from .harness.cell_test_case import main
 from .harness.web import WebTestCase, get, post
 
-HVA, MZD = "HVA SN:100001", "MZD-S SN:100002"
 LINE = re.compile(r'^(\w+)(?:\{(.*)\})? (\S+)$', re.MULTILINE)
 
 
@@ -34,7 +33,7 @@ class MetricsTest(WebTestCase):
     def setUp(self):
         wait_until(lambda: of("state", HVA) and of("state", MZD))
 
-    def test_the_engines_own_tool_has_no_objection(self):
+    def test_the_tool_of_the_engine_accepts_them(self):
         token = self.take_control()
         post("/api/command", {"gripper": HVA, "command": "reference"}, token)
         post("/api/command", {"gripper": HVA, "command": "set", "setting": "led-color",
@@ -67,7 +66,7 @@ class MetricsTest(WebTestCase):
         key = ("tavrik_gripper_refusals_total", f'gripper="{MZD}",code="42"')
         self.assertEqual(metrics()[key], 1)
 
-    def test_a_gripper_that_is_unplugged_keeps_its_up_alone(self):
+    def test_an_unplugged_gripper_keeps_only_its_up(self):
         with self.condition("unplug 1", "plug 1"):
             wait_until(lambda: of("up", MZD) == 0)
             self.assertEqual([name for name, labels in metrics() if f'"{MZD}"' in labels],
@@ -128,7 +127,7 @@ class ManyGrippersTest(WebTestCase):
 
 
 class WithoutDaemonTest(WebTestCase):
-    def test_a_stopped_daemon_is_told(self):
+    def test_a_stopped_daemon_is_reported(self):
         wait_until(lambda: metrics()["tavrik_daemon_up", ""] == 1)
         self.cell.stop()
         wait_until(lambda: metrics()["tavrik_daemon_up", ""] == 0)

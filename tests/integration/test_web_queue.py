@@ -5,11 +5,9 @@ import json
 import threading
 import time
 
-from .harness.cell import SLOWNESS, wait_until
+from .harness.cell import HVA, MZD, SLOWNESS, wait_until
 from .harness.cell_test_case import main
 from .harness.web import Answer, WebTestCase, compose, connect, get, post, receive_all
-
-HVA, MZD = "HVA SN:100001", "MZD-S SN:100002"
 
 
 class QueueTest(WebTestCase):
@@ -70,12 +68,12 @@ class QueueTest(WebTestCase):
         for text in texts:
             self.assertRegex(text, "^disable: .* did not answer within 1 s")
 
-    def test_what_waits_is_not_done_for_one_who_has_lost_control(self):
+    def test_waiting_commands_are_refused_when_control_is_lost(self):
         with self.condition("mute 0 on", "mute 0 off"), \
                 self.waiting(HVA, HVA, HVA, MZD) as connections:
             self.assertEqual(post("/api/control/take", {"code": self.code}).status, 200)
             texts = self.texts(connections)
-        self.assertEqual(texts[1:], 3 * ["grip, set 0: you do not have control any more"])
+        self.assertEqual(texts[1:], 3 * ["grip, set 0: you no longer have control"])
 
     def test_a_restore_ends_with_control(self):
         saved = wait_until(lambda: post("/api/settings", {"gripper": HVA}).json().get("file"))
@@ -89,7 +87,7 @@ class QueueTest(WebTestCase):
         post("/api/control/release", {}, self.token)
         restore.join()
         self.assertEqual(results[0].json(),
-                         {"ok": False, "text": "you do not have control any more"})
+                         {"ok": False, "text": "you no longer have control"})
         self.assertEqual(self.call("GetForce", HVA, 5), 17)
 
 

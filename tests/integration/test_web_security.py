@@ -7,12 +7,11 @@ import re
 import subprocess
 import time
 
-from .harness.cell import PATIENCE, SLOWNESS, wait_until
+from .harness.cell import HVA, PATIENCE, SLOWNESS, wait_until
 from .harness.cell_test_case import main
 from .harness.web import (ASSETS, ORIGIN, PORT, Viewer, WebTestCase, compose, connect, get,
                           new_viewer, post, receive_all, request, send)
 
-HVA = "HVA SN:100001"
 DISABLE = {"gripper": HVA, "command": "disable"}
 
 
@@ -24,7 +23,7 @@ class AttackTest(WebTestCase):
         self.assertIn(reason, answer.text)
         self.web.log.wait_for(f"Request from 127.0.0.1: .*refused: .*{reason}")
 
-    def test_a_host_of_somebody_else_is_refused(self):
+    def test_a_foreign_host_is_refused(self):
         for host in ("evil.example", f"evil.example:{PORT}", "127.0.0.1", "127.0.0.1:80", "",
                      f"127.0.0.1:{PORT}.evil.example", f"localhost:{PORT}@evil.example"):
             for path in ("/", "/events", "/metrics"):
@@ -38,7 +37,7 @@ class AttackTest(WebTestCase):
               "Connection: close\r\n\r\n"
         self.assertIn(send(two.encode()).status, (400, 403))
 
-    def test_an_origin_of_somebody_else_is_refused(self):
+    def test_a_foreign_origin_is_refused(self):
         for origin in ("http://evil.example", "null", "https://127.0.0.1:44280", ORIGIN + ".evil",
                        f"http://127.0.0.1:{PORT + 1}", ORIGIN + "/", ""):
             self.expect_refusal(post("/api/command", DISABLE, headers={"Origin": origin}),
@@ -95,7 +94,7 @@ class AttackTest(WebTestCase):
         self.assertEqual(post("/api/findings", {"x": 70000 * "y"}).status, 413)
         self.assertEqual(get("/").status, 200)
 
-    def test_a_body_that_is_no_object_is_refused(self):
+    def test_a_body_that_is_not_an_object_is_refused(self):
         for body in (b"", b"[", b"[]", b"1", b"null", 30000 * b"[", b"\xff\xff", b'{"a":'):
             self.assertEqual(request("POST", "/api/command", body=body).status, 400, body[:20])
 
@@ -193,7 +192,7 @@ class ControlTest(WebTestCase):
 
 
 class WrongCodeTest(WebTestCase):
-    def test_codes_cannot_be_tried_out(self):
+    def test_codes_cannot_be_guessed(self):
         code = self.web.code()
         self.assertRegex(code, r"^\d{8}$")
         for wrong in ("", code[:-1], code + "0", 12345678, None):
@@ -222,7 +221,7 @@ class ViewOnlyTest(WebTestCase):
         self.assertEqual((result.returncode, result.stdout), (9, ""))
         self.assertIn("no tavrikweb with --allow-control runs on port 44280", result.stderr)
 
-    def test_it_listens_on_the_own_machine_only(self):
+    def test_it_listens_on_the_local_machine_only(self):
         with open("/proc/net/tcp", encoding="ascii") as table:
             listening = [line.split()[1] for line in table if line.split()[3] == "0A"]
         self.assertIn(f"0100007F:{PORT:04X}", listening)

@@ -81,7 +81,7 @@ class Soak:
             if time.monotonic() >= self.resources.due():
                 self.resources.take()
                 for output in self.cell.outputs():
-                    output.forget_all_but(LINES_KEPT)
+                    output.keep_last(LINES_KEPT)
 
     def serve(self, pipe):
         """Passes a client's request on to the simulator; returns false if the client has ended."""

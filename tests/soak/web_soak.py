@@ -130,7 +130,7 @@ class Soak:
             while time.monotonic() >= resources.due():
                 resources.take()
                 for output in (*self.cell.outputs(), self.web.log):
-                    output.forget_all_but(1000)
+                    output.keep_last(1000)
                 os.truncate(self.log, 0)
         return resources
 

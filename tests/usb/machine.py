@@ -233,8 +233,8 @@ def print_journal():
 
 
 class MachineTestCase(unittest.TestCase):
-    """Prints how long each test takes, and the journal of a test that fails. The
-    processor time is what the host has to emulate; pauses cost nothing."""
+    """Prints how long each test takes, and the journal of a test that fails. Also prints the
+    processor time, which determines how long the emulation takes; pauses cost nothing."""
 
     def run(self, result=None):
         begin, used = time.monotonic(), processor_time()

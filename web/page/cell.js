@@ -1,7 +1,7 @@
 // The view of the whole cell: a card for each gripper, and what the doctor finds.
 
 import { FindingsList } from "./findings.js";
-import { element, setClass, setText } from "./dom.js";
+import { element, facts, setClass, setText } from "./dom.js";
 import { ageText, FLAGS, positionText, STALE_MS, stateText } from "./words.js";
 
 const LINE_MS = 30000;
@@ -13,12 +13,8 @@ class Card {
     this.device = device;
     this.low = Infinity; // of the positions so far; the scale of the bar
     this.high = -Infinity;
-    const row = (label, value) => element("div", { className: "fact" },
-      element("dt", { textContent: label }), value);
-    this.state = element("dd");
-    this.position = element("dd");
-    this.flags = element("dd");
-    this.age = element("dd");
+    const [list, values] = facts("Position", "State", "Flags", "Data");
+    [this.position, this.state, this.flags, this.age] = values;
     this.fill = element("div", { className: "fill" });
     this.line = element("canvas", { className: "line", "aria-hidden": "true" });
     this.note = element("p", { className: "note", hidden: true });
@@ -26,8 +22,7 @@ class Card {
       element("h2", {}, element("a", {
         href: `#/gripper/${encodeURIComponent(device)}`, textContent: name })),
       this.note,
-      element("dl", {}, row("Position", this.position), row("State", this.state),
-        row("Flags", this.flags), row("Data", this.age)),
+      list,
       element("div", { className: "bar", "aria-hidden": "true" }, this.fill),
       this.line);
   }
@@ -84,25 +79,25 @@ class Card {
       line.width = Math.round(width);
       line.height = Math.round(height);
     }
-    const pen = line.getContext("2d");
-    pen.clearRect(0, 0, width, height);
-    pen.strokeStyle = getComputedStyle(line).color;
-    pen.lineWidth = 1.5 * devicePixelRatio;
-    pen.beginPath();
+    const context = line.getContext("2d");
+    context.clearRect(0, 0, width, height);
+    context.strokeStyle = getComputedStyle(line).color;
+    context.lineWidth = 1.5 * devicePixelRatio;
+    context.beginPath();
     const history = this.model.history(this.device);
     const start = Date.now() - LINE_MS;
     const span = this.high - this.low || 1;
-    let isPenDown = false;
+    let isLineStarted = false;
     for (let i = history.since(start); i < history.times.length; ++i) {
       const values = history.values[i];
       if (values) {
         const x = width * (history.times[i] - start) / LINE_MS;
         const y = height - 2 - (height - 4) * (values.position - this.low) / span;
-        isPenDown ? pen.lineTo(x, y) : pen.moveTo(x, y);
+        isLineStarted ? context.lineTo(x, y) : context.moveTo(x, y);
       }
-      isPenDown = Boolean(values);
+      isLineStarted = Boolean(values);
     }
-    pen.stroke();
+    context.stroke();
   }
 }
 
@@ -122,7 +117,7 @@ export class CellView {
     this.model = model;
     this.cards = new Map(); // by device
     this.grid = element("section", { className: "grid", "aria-label": "Grippers" });
-    this.empty = element("p", { textContent: "The daemon lists no gripper.", hidden: true });
+    this.empty = element("p", { textContent: "No grippers found.", hidden: true });
     this.findings = new FindingsList();
     this.root = element("div", {}, this.empty, this.grid, this.findings.root);
   }

@@ -31,22 +31,23 @@ export class Control {
   constructor(model, root) {
     this.model = model;
     this.token = "";
-    this.holder = 0;
+    this.holder = 0; // the number that the server gave this page
+    this.wasHeld = false; // by this page, as the last event said
     this.status = element("p", { role: "status" });
     this.code = element("input", { type: "text", inputMode: "numeric", autocomplete: "off",
       maxLength: 8, size: 8, id: "code" });
-    this.take = element("button", { type: "submit", textContent: "Take control" });
+    this.takeButton = element("button", { type: "submit", textContent: "Take control" });
     this.form = element("form", {},
-      element("label", { htmlFor: "code", textContent: "Code" }), this.code, this.take);
-    this.release = element("button", { type: "button", textContent: "Give control back" });
+      element("label", { htmlFor: "code", textContent: "Code" }), this.code, this.takeButton);
+    this.releaseButton = element("button", { type: "button", textContent: "Give control back" });
     this.form.addEventListener("submit", (event) => {
       event.preventDefault();
       this.takeControl();
     });
-    this.release.addEventListener("click", () => this.releaseControl());
+    this.releaseButton.addEventListener("click", () => this.releaseControl());
     window.addEventListener("pagehide", () => this.releaseControl());
     setInterval(() => this.keepControl(), KEEP_MS);
-    root.append(this.status, this.form, this.release);
+    root.append(this.status, this.form, this.releaseButton);
     this.note = "";
   }
 
@@ -66,13 +67,13 @@ export class Control {
     this.update();
   }
 
-  /** Gives the sign of life. A tavrikweb that was restarted meanwhile may have another holder. */
+  /** Extends control. A tavrikweb that was restarted meanwhile may have another holder. */
   async keepControl() {
     const { token } = this;
     if (token && (await post("/api/control/keep", {}, token)).status === FORBIDDEN &&
         token === this.token) {
       this.token = "";
-      this.note = "this page has lost it";
+      this.note = "this page has lost control";
       this.update();
     }
   }
@@ -97,12 +98,12 @@ export class Control {
       this.note = "another browser has taken control";
     } else if (this.token && holder === 0 && this.wasHeld) {
       this.token = "";
-      this.note = "control has ended after a minute without a sign of life";
+      this.note = "control has expired after a minute without contact";
     }
     this.wasHeld = this.token !== "" && holder === this.holder;
     setText(this.status, this.text(allowed, held, by));
     this.form.hidden = !allowed || this.isOwn;
-    this.release.hidden = !this.isOwn;
+    this.releaseButton.hidden = !this.isOwn;
   }
 
   text(allowed, held, by) {

@@ -14,6 +14,14 @@ export function element(tag, properties = {}, ...children) {
   return node;
 }
 
+/** A list of labels with values. @return the list, and the node of each value */
+export function facts(...labels) {
+  const values = labels.map(() => element("dd"));
+  const list = element("dl", { className: "facts" }, ...labels.map((label, i) =>
+    element("div", { className: "fact" }, element("dt", { textContent: label }), values[i])));
+  return [list, values];
+}
+
 /** Changes the text only if it differs, so that a screen reader does not repeat it. */
 export function setText(node, text) {
   if (node.textContent !== text) {

@@ -9,7 +9,7 @@ export class FindingsList {
   constructor() {
     this.button = element("button", { type: "button", textContent: "Check the cell" });
     this.summary = element("p", { role: "status",
-      textContent: "Asks every gripper; takes a second or more for each silent one." });
+      textContent: "Checks every gripper. One that does not answer takes a second or more." });
     this.list = element("ul", { className: "findings" });
     this.button.addEventListener("click", () => this.check());
     this.root = element("section", { "aria-label": "Diagnosis" },
@@ -26,7 +26,8 @@ export class FindingsList {
       return;
     }
     const wrong = answer.findings.filter(({ mark }) => mark !== "ok");
-    this.summary.textContent = wrong.length ? `${wrong.length} to look at.` : "Everything is ok.";
+    this.summary.textContent = wrong.length
+      ? `Findings that need attention: ${wrong.length}.` : "No problems found.";
     this.list.replaceChildren(...wrong.map((finding) => this.item(finding)));
   }
 

@@ -1,23 +1,15 @@
 // The view of one gripper: plots, motions, settings, process data, the numbers of this session.
 
 import { showFlags } from "./cell.js";
-import { element, setClass, setText } from "./dom.js";
+import { element, facts, setClass, setText } from "./dom.js";
 import { Motions } from "./motions.js";
 import { Plots } from "./plots.js";
 import { Settings } from "./settings.js";
 import { ageText, FLAGS, positionText, STALE_MS, stateText } from "./words.js";
 
-function facts(...labels) {
-  const values = labels.map(() => element("dd"));
-  const list = element("dl", { className: "facts" }, ...labels.map((label, i) =>
-    element("div", { className: "fact" }, element("dt", { textContent: label }), values[i])));
-  return [list, values];
-}
-
 /** The process data, bit by bit; the third byte cannot be read. */
 class ProcessDataTable {
   constructor() {
-    this.cells = new Map();
     const rows = [["bytes 0 and 1", "position, hundredths"], ["byte 3, bits 0 to 3", "state"],
       ...FLAGS.map(({ word }, i) => [`byte 3, bit ${4 + i}`, word])];
     this.values = rows.map(() => element("td"));
@@ -43,7 +35,7 @@ export class GripperView {
     this.model = model;
     this.device = device;
     const [live, liveValues] = facts("Position", "State", "Flags", "Data");
-    const [session, sessionValues] = facts("Motions", "Commands", "Refusals", "Time-outs",
+    const [session, sessionValues] = facts("Motions", "Commands", "Refusals", "Timeouts",
       "Slowest answer");
     this.live = liveValues;
     this.session = sessionValues;
@@ -58,8 +50,8 @@ export class GripperView {
       this.settings.root, this.processData.root,
       element("section", { "aria-label": "This session" },
         element("h2", { textContent: "This session" }), session,
-        element("p", { textContent: "Motions are counted while somebody looks; commands are " +
-          "those of this page." })));
+        element("p", { textContent: "Motions are counted while a page is open or metrics are " +
+          "collected. Commands are those sent from pages." })));
   }
 
   update() {

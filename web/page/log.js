@@ -8,7 +8,7 @@ const MOST_ROWS = 1000;
 const ALL = "";
 
 export class LogView {
-  constructor(model, control, device) {
+  constructor(model, device) {
     this.model = model;
     this.device = device; // whose rows are shown; ALL
     this.known = { reading: 0, last: 0 };
@@ -58,7 +58,7 @@ export class LogView {
       list.scrollTop = list.scrollHeight;
     }
     setText(this.status, trouble ? `No log: ${trouble}.`
-      : list.childElementCount ? "Live. ! marks problems, * events." : "Nothing was logged lately.");
+      : list.childElementCount ? "Live. ! marks problems, * events." : "No recent log lines.");
   }
 
   /** A row, and its date before the first one of a day. */

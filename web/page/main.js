@@ -143,9 +143,9 @@ function target() {
 function show() {
   const { kind, device } = target();
   view?.close();
-  view = kind === "log" ? new LogView(model, control, device)
+  view = kind === "log" ? new LogView(model, device)
     : kind === "gripper" && device ? new GripperView(model, control, device)
-      : new CellView(model, control);
+      : new CellView(model);
   document.title = [kind === "log" ? "Log" : "", device, "Grippers"].filter(Boolean).join(" – ");
   content.replaceChildren(view.root);
 }

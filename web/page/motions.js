@@ -27,7 +27,7 @@ export class Motions {
       element("p", {}, element("label", { htmlFor: "set", textContent: "Parameter set " }), this.set),
       element("div", { className: "buttons" }, ...this.buttons.map(({ node }) => node)),
       this.reason, this.off.node,
-      element("p", { textContent: "This is no emergency stop: it goes through the browser, the " +
+      element("p", { textContent: "This is not an emergency stop: it goes through the browser, the " +
         "network and the daemon, and may fail." }),
       this.result);
   }

@@ -44,17 +44,17 @@ export class Plots {
     this.lastDraw = 0;
     this.span = element("select", { id: "span" }, ...SPANS.map(([seconds, text]) =>
       element("option", { value: seconds, textContent: text, selected: seconds === 30 })));
-    this.pause = element("button", { type: "button", textContent: "Pause", "aria-pressed": "false" });
-    this.closer = element("button", { type: "button", textContent: "Zoom in" });
-    this.whole = element("button", { type: "button", textContent: "Zoom out", disabled: true });
-    this.earlier = element("button", { type: "button", textContent: "Earlier" });
-    this.later = element("button", { type: "button", textContent: "Later" });
+    this.pauseButton = element("button", { type: "button", textContent: "Pause", "aria-pressed": "false" });
+    this.zoomInButton = element("button", { type: "button", textContent: "Zoom in" });
+    this.zoomOutButton = element("button", { type: "button", textContent: "Zoom out", disabled: true });
+    this.earlierButton = element("button", { type: "button", textContent: "Earlier" });
+    this.laterButton = element("button", { type: "button", textContent: "Later" });
     this.span.addEventListener("change", () => this.zoomOut());
-    this.pause.addEventListener("click", () => this.togglePause());
-    this.closer.addEventListener("click", () => this.zoomBy(0.25, -0.25));
-    this.whole.addEventListener("click", () => this.zoomOut());
-    this.earlier.addEventListener("click", () => this.zoomBy(-0.5, -0.5));
-    this.later.addEventListener("click", () => this.zoomBy(0.5, 0.5));
+    this.pauseButton.addEventListener("click", () => this.togglePause());
+    this.zoomInButton.addEventListener("click", () => this.zoomBy(0.25, -0.25));
+    this.zoomOutButton.addEventListener("click", () => this.zoomOut());
+    this.earlierButton.addEventListener("click", () => this.zoomBy(-0.5, -0.5));
+    this.laterButton.addEventListener("click", () => this.zoomBy(0.5, 0.5));
     this.choice = element("fieldset", { className: "others" },
       element("legend", { textContent: "Together with" }));
     this.position = element("div", { className: "plot", role: "img", "aria-label": "Position over time" });
@@ -64,8 +64,8 @@ export class Plots {
     this.root = element("section", { "aria-label": "Plots" },
       element("h2", { textContent: "Position, state and flags over time" }),
       element("div", { className: "buttons" },
-        element("label", { htmlFor: "span", textContent: "Last" }), this.span, this.pause, this.closer,
-        this.whole, this.earlier, this.later),
+        element("label", { htmlFor: "span", textContent: "Last" }), this.span, this.pauseButton,
+        this.zoomInButton, this.zoomOutButton, this.earlierButton, this.laterButton),
       this.choice, this.position, this.state, this.flags, this.legend);
     loadLibrary().then((Dygraph) => {
       this.Dygraph = Dygraph;
@@ -78,8 +78,8 @@ export class Plots {
 
   togglePause() {
     this.pausedAt = this.pausedAt ? 0 : Date.now();
-    this.pause.setAttribute("aria-pressed", String(Boolean(this.pausedAt)));
-    setText(this.pause, this.pausedAt ? "Continue" : "Pause");
+    this.pauseButton.setAttribute("aria-pressed", String(Boolean(this.pausedAt)));
+    setText(this.pauseButton, this.pausedAt ? "Continue" : "Pause");
     this.lastDraw = 0;
   }
 
@@ -101,7 +101,7 @@ export class Plots {
 
   update() {
     this.updateChoice();
-    this.whole.disabled = !this.zoomed;
+    this.zoomOutButton.disabled = !this.zoomed;
     const isFrozen = this.pausedAt || this.zoomed;
     if (!this.Dygraph || !this.root.isConnected || Date.now() - this.lastDraw < REDRAW_MS ||
         (isFrozen && this.lastDraw)) {
@@ -161,13 +161,13 @@ export class Plots {
     this.updateLegend();
     if (this.graphs.length === 0) {
       this.graphs = [this.graph(this.position, positions, { y: { pixelsPerLabel: 30 },
-        underlayCallback: (pen, area, graph) => this.markMotions(pen, area, graph) }),
+        underlayCallback: (context, area, graph) => this.markMotions(context, area, graph) }),
         this.graph(this.state, states, {
           stepPlot: true, valueRange: [-0.5, 15.5], y: { pixelsPerLabel: 20 } }),
         this.graph(this.flags, flags, {
           stepPlot: true, valueRange: [-0.2, FLAGS.length], y: { ticker: () => [], drawGrid: false },
           labels: ["time", ...FLAGS.map(({ word }) => word)],
-          underlayCallback: (pen, area, graph) => this.nameFlags(pen, area, graph) })];
+          underlayCallback: (context, area, graph) => this.nameFlags(context, area, graph) })];
     }
     const { colors } = this;
     this.graphs[0].updateOptions({ file: positions, dateWindow: window, colors });
@@ -187,8 +187,7 @@ export class Plots {
       return [i ? " – " : "", name];
     });
     const marks = this.others.size === 0 ? ". Motions are shaded. "
-      : ". The strips show the motions of each gripper; only those of the first are shaded, and only its flags " +
-        "are shown. ";
+      : ". The strips show the motions of each gripper; shading and flags are those of the first. ";
     this.legend.replaceChildren(...names, marks,
       latest ? `Now: ${stateText(latest.state)}.` : "No data now.");
   }
@@ -199,7 +198,7 @@ export class Plots {
       yRangePad: this.others.size ? this.stripHeight(node.clientHeight) * this.devices.length : null,
       dateWindow: this.window(),
       animatedZooms: false,
-      underlayCallback: (pen, area, graph) => this.shadeMotions(pen, area, graph),
+      underlayCallback: (context, area, graph) => this.shadeMotions(context, area, graph),
       zoomCallback: (from, to) => this.zoomTo(from, to),
       axes: { x: { pixelsPerLabel: 90, axisLabelWidth: 70 }, y },
       ...extra,
@@ -211,9 +210,9 @@ export class Plots {
     this.lastDraw = 0;
   }
 
-  shadeMotions(pen, area, graph) {
-    pen.fillStyle = getComputedStyle(this.root).getPropertyValue("--motion");
-    this.eachMotion(this.device, graph, (left, width) => pen.fillRect(left, area.y, width, area.h));
+  shadeMotions(context, area, graph) {
+    context.fillStyle = getComputedStyle(this.root).getPropertyValue("--motion");
+    this.eachMotion(this.device, graph, (left, width) => context.fillRect(left, area.y, width, area.h));
   }
 
   /** Calls `paint` with the place of each motion that is shown. */
@@ -229,27 +228,27 @@ export class Plots {
   }
 
   /** Shades the motions of the first, and gives each gripper a strip at the bottom. */
-  markMotions(pen, area, graph) {
-    this.shadeMotions(pen, area, graph);
+  markMotions(context, area, graph) {
+    this.shadeMotions(context, area, graph);
     const { devices, colors } = this;
     if (devices.length === 1) {
       return;
     }
     const height = this.stripHeight(area.h);
     devices.forEach((device, i) => {
-      pen.fillStyle = colors[i];
+      context.fillStyle = colors[i];
       const top = area.y + area.h - (devices.length - i) * height;
-      this.eachMotion(device, graph, (left, width) => pen.fillRect(left, top, width, height - 1));
+      this.eachMotion(device, graph, (left, width) => context.fillRect(left, top, width, height - 1));
     });
   }
 
   /** A flag that is set lifts its line; its name stands above the line. */
-  nameFlags(pen, area, graph) {
-    this.shadeMotions(pen, area, graph);
+  nameFlags(context, area, graph) {
+    this.shadeMotions(context, area, graph);
     const style = getComputedStyle(this.flags);
-    pen.fillStyle = style.color;
-    pen.font = `${FLAG_TEXT_PX}px ${style.fontFamily}`;
-    FLAGS.forEach(({ word }, line) => pen.fillText(word, area.x + 4, graph.toDomYCoord(line) - 3));
+    context.fillStyle = style.color;
+    context.font = `${FLAG_TEXT_PX}px ${style.fontFamily}`;
+    FLAGS.forEach(({ word }, line) => context.fillText(word, area.x + 4, graph.toDomYCoord(line) - 3));
   }
 
   closeGraphs() {

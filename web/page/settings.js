@@ -21,10 +21,10 @@ export class Settings {
     this.chosen = null; // the file that was compared last, if it differs
     this.fields = []; // inputs of the tables
     this.isBusy = false;
-    this.read = this.button("Read settings", () => this.ask("/api/settings", {}, "Read."));
-    this.save = this.button("Save to a file", () => this.saveFile());
-    this.restore = this.button("Restore from the file", () => this.restoreFile());
-    this.store = this.button("Store permanently", () => this.send({ command: "store" }));
+    this.readButton = this.button("Read settings", () => this.ask("/api/settings", {}, "Read."));
+    this.saveButton = this.button("Save to a file", () => this.saveFile());
+    this.restoreButton = this.button("Restore from the file", () => this.restoreFile());
+    this.storeButton = this.button("Store permanently", () => this.send({ command: "store" }));
     this.file = element("input", { type: "file", id: "settings-file", accept: ".json" });
     this.file.addEventListener("change", () => this.compare());
     this.all = element("input", { type: "checkbox", id: "all-sets" });
@@ -38,12 +38,12 @@ export class Settings {
     this.step = element("span", { className: "note" });
     this.root = element("section", { "aria-label": "Settings" },
       element("h2", { textContent: "Settings" }),
-      element("p", { className: "note", textContent: "The gripper must be at rest: reading takes seconds, " +
-        "and stops when it moves." }),
-      element("div", { className: "buttons" }, this.read, this.save, this.store),
+      element("p", { className: "note", textContent: "The gripper must be at rest: reading takes several " +
+        "seconds and stops if it moves." }),
+      element("div", { className: "buttons" }, this.readButton, this.saveButton, this.storeButton),
       element("div", { className: "buttons" },
         element("label", { htmlFor: "settings-file", textContent: "Compare with a file" }),
-        this.file, this.restore),
+        this.file, this.restoreButton),
       this.result, element("p", {}, this.progress, " ", this.step), this.list, this.choice, this.tables);
     this.update(null);
   }
@@ -58,7 +58,7 @@ export class Settings {
   async ask(path, body, text) {
     this.isBusy = true;
     this.update(this.values);
-    setText(this.result, "Reading; this takes seconds.");
+    setText(this.result, "Reading takes several seconds.");
     const answer = await post(path, { gripper: this.device, ...body }, this.control.token);
     this.isBusy = false;
     setText(this.result, answer.ok ? text : answer.text);
@@ -78,7 +78,7 @@ export class Settings {
     this.chosen = null;
     this.showDifferences([]);
     if (!file || file.size > LARGEST_FILE) {
-      setText(this.result, file ? "The file is too long." : "");
+      setText(this.result, file ? "The file is too large." : "");
       this.update(this.values);
       return;
     }
@@ -198,11 +198,11 @@ export class Settings {
     this.values = values;
     this.updateProgress();
     const isAllowed = this.control.isOwn && Boolean(values) && !this.isBusy;
-    this.read.disabled = this.isBusy;
+    this.readButton.disabled = this.isBusy;
     this.file.disabled = this.isBusy;
-    this.store.disabled = !isAllowed;
-    this.save.disabled = !this.settings || this.isBusy;
-    this.restore.disabled = !isAllowed || !this.chosen;
+    this.storeButton.disabled = !isAllowed;
+    this.saveButton.disabled = !this.settings || this.isBusy;
+    this.restoreButton.disabled = !isAllowed || !this.chosen;
     for (const field of this.fields) {
       field.disabled = !isAllowed;
     }

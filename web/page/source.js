@@ -1,4 +1,4 @@
-// The events of the server, by one connection, while somebody looks.
+// The events of the server over one connection, while a page is visible.
 
 const RETRY_MS = 2000;
 const SILENT_MS = 10000; // the server sends an event every second

@@ -4,7 +4,7 @@ import { Source } from "./source.js";
 
 const SILENT_MS = 30000; // a tab that has crashed says nothing
 
-const tabs = new Map(); // port -> {visible, lastSign}
+const tabs = new Map(); // port -> {visible, lastSeen}
 let lastCell = null;
 
 const source = new Source((message) => {
@@ -21,7 +21,7 @@ const source = new Source((message) => {
 function update() {
   const now = Date.now();
   for (const [port, tab] of tabs) {
-    if (now - tab.lastSign > SILENT_MS) {
+    if (now - tab.lastSeen > SILENT_MS) {
       tabs.delete(port);
     }
   }
@@ -38,7 +38,7 @@ function onMessage(port, { visible, gone }) {
   if (gone) {
     tabs.delete(port);
   } else {
-    tabs.set(port, { visible, lastSign: Date.now() });
+    tabs.set(port, { visible, lastSeen: Date.now() });
   }
   if (visible && !wasVisible && lastCell) {
     port.postMessage(lastCell);

@@ -2,7 +2,7 @@
 
 import { Source } from "./source.js";
 
-const SIGN_MS = 10000;
+const HEARTBEAT_MS = 10000;
 
 /** Calls `listener` with each message while the tab is visible. */
 export function listen(listener) {
@@ -18,7 +18,7 @@ function listenShared(listener) {
   document.addEventListener("visibilitychange", () => tell());
   window.addEventListener("pagehide", () => tell({ visible: false, gone: true }));
   window.addEventListener("pageshow", () => tell());
-  setInterval(() => tell(), SIGN_MS);
+  setInterval(() => tell(), HEARTBEAT_MS);
   tell();
 }
 

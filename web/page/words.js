@@ -7,10 +7,10 @@ export const STATES = {
 };
 
 export const FLAGS = [
-  { bit: 1, key: "fault", word: "fault", isFault: true },
-  { bit: 2, key: "tempFault", word: "temperature fault", isFault: true },
-  { bit: 4, key: "tempWarn", word: "temperature warning", isFault: false },
-  { bit: 8, key: "maintenance", word: "maintenance", isFault: false },
+  { bit: 1, word: "fault", isFault: true },
+  { bit: 2, word: "temperature fault", isFault: true },
+  { bit: 4, word: "temperature warning", isFault: false },
+  { bit: 8, word: "maintenance", isFault: false },
 ];
 
 const UNCERTAIN = 16;

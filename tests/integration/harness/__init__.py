@@ -1,4 +1,4 @@
-"""What the end-to-end tests are made of; other programs that need a cell use it too.
+"""Helpers of the end-to-end tests; scripts/tour.py, bench/ and tests/soak/ use them too.
 
 The environment names the programs that run in the cell; those of the preset dev are the default.
 """

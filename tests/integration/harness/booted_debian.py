@@ -9,7 +9,7 @@ import subprocess
 from .cell import PATIENCE, wait_until
 
 # Options that a container needs so that the restrictions of a service work as on a host.
-POWERS = ("--capability=CAP_BPF,CAP_NET_ADMIN", "--system-call-filter=bpf")
+CONTAINER_OPTIONS = ("--capability=CAP_BPF,CAP_NET_ADMIN", "--system-call-filter=bpf")
 SETTINGS = {"SYSTEMD_NSPAWN_UNIFIED_HIERARCHY": "1", "SYSTEMD_NSPAWN_API_VFS_WRITABLE": "network"}
 
 PATH = "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"
@@ -32,7 +32,7 @@ class Machine:
     def __init__(self, tree, packages):
         self.init = None
         self.process = subprocess.Popen(
-            container(tree, packages, "--boot", "--kill-signal=SIGRTMIN+3", *POWERS),
+            container(tree, packages, "--boot", "--kill-signal=SIGRTMIN+3", *CONTAINER_OPTIONS),
             env={**os.environ, **SETTINGS}, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
             stderr=subprocess.STDOUT, text=True)
 

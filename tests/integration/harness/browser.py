@@ -10,10 +10,9 @@ from selenium.webdriver.chrome.service import Service
 from selenium.webdriver.common.by import By
 from selenium.webdriver.remote.remote_connection import RemoteConnection
 
-from .cell import MORTAL, PATIENCE, SLOWNESS, wait_until
+from .cell import DIES_WITH_PARENT, HVA, PATIENCE, SLOWNESS, wait_until
 from .web import ORIGIN, WebTestCase
 
-HVA, MZD = "HVA SN:100001", "MZD-S SN:100002"
 OPTIONS = ("--headless=new", "--no-sandbox", "--disable-gpu", "--disable-dev-shm-usage",
            "--disable-background-networking", "--disable-component-update", "--no-first-run",
            "--disable-sync", "--window-size=1200,1000",
@@ -44,22 +43,23 @@ return found;
 """
 
 
-def mortal(program, folder):
-    """A program that runs `program` in a way that it cannot outlive the one that starts it."""
+def dying_with_parent(program, folder):
+    """A script that runs `program` so that it ends with the program that starts it."""
     script = pathlib.Path(folder, pathlib.Path(program).name)
-    script.write_text(f'#!/bin/sh\nexec {shlex.join(MORTAL)} {program} "$@"\n')
+    script.write_text(f'#!/bin/sh\nexec {shlex.join(DIES_WITH_PARENT)} {program} "$@"\n')
     script.chmod(0o755)
     return str(script)
 
 
 def start_browser(folder):
     options = webdriver.ChromeOptions()
-    options.binary_location = mortal("/usr/bin/chromium", folder)
+    options.binary_location = dying_with_parent("/usr/bin/chromium", folder)
     for option in (*OPTIONS, f"--user-data-dir={folder}/profile"):
         options.add_argument(option)
     options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
     RemoteConnection.set_timeout(2 * PATIENCE)  # so that a browser that hangs fails a test
-    driver = webdriver.Chrome(options=options, service=Service(mortal("/usr/bin/chromedriver", folder)))
+    service = Service(dying_with_parent("/usr/bin/chromedriver", folder))
+    driver = webdriver.Chrome(options=options, service=service)
     driver.set_page_load_timeout(PATIENCE)
     driver.set_script_timeout(PATIENCE)
     driver.get("about:blank")
@@ -159,4 +159,4 @@ class BrowserTestCase(WebTestCase):
         self.assertEqual(levels[0], 1)
 
 
-SHORT = 2 * SLOWNESS  # seconds in which the page shows what has changed
+UPDATE_TIME = 2 * SLOWNESS  # seconds in which the page shows what has changed

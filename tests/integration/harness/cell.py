@@ -14,13 +14,21 @@ import xmlrpc.client
 PORTS = (44221, 44222)
 WEB_PORT = 44280
 
+# Device strings of simulated grippers, if they are the first, second and third of a cell.
+HVA, MZD, TLM = "HVA SN:100001", "MZD-S SN:100002", "TLM SN:100003"
+
+# State codes of grippers.
+OFF, NEEDS_REFERENCE, REFERENCING, RELEASING, RELEASED = range(5)
+GRIPPING, HOLDING, NO_PART, READY = range(5, 9)
+FAULT = 15
+
 # Sanitizers slow everything down; upper time bounds grow by this factor.
 SLOWNESS = float(os.environ.get("TAVRIK_SLOWNESS", "1"))
 PATIENCE = 15.0 * SLOWNESS  # seconds until an awaited condition counts as missing
 
-# Before a command: the kernel ends it when the thread that has started it ends, however that happens.
+# Prefix of a command: the kernel kills it when the thread that started it ends, however that ends.
 # A daemon that outlives its test would serve the next one.
-MORTAL = ("/usr/bin/setpriv", "--pdeathsig", "KILL", "--")
+DIES_WITH_PARENT = ("/usr/bin/setpriv", "--pdeathsig", "KILL", "--")
 
 SANITIZER_REPORT = re.compile(r"(Address|Leak|Thread|UndefinedBehavior)Sanitizer|runtime error:")
 
@@ -36,17 +44,17 @@ class Output:
         self.ended = False
         self.arrived = threading.Condition()
         os.set_blocking(stream.fileno(), False)
-        self.reader = threading.Thread(target=self._read_on, daemon=True)
+        self.reader = threading.Thread(target=self._run, daemon=True)
         self.reader.start()
 
-    def _read_on(self):
+    def _run(self):
         with self.stream:
             while not self.ended:
                 select.select([self.stream], [], [])
                 with self.arrived:
-                    self._read_what_is_there()
+                    self._read_available()
 
-    def _read_what_is_there(self):
+    def _read_available(self):
         while not self.ended:
             try:
                 data = os.read(self.stream.fileno(), 65536)
@@ -63,24 +71,24 @@ class Output:
         self.arrived.notify_all()
 
     def mark(self):
-        """A place in the stream behind all that has been written so far; searches begin there."""
+        """A position after all lines so far, from which a search can start."""
         with self.arrived:
-            self._read_what_is_there()
+            self._read_available()
             return len(self.lines)
 
     def since(self, mark):
         """All lines written so far from a mark on."""
         with self.arrived:
-            self._read_what_is_there()
+            self._read_available()
             return self.lines[mark:]
 
-    def forget_all_but(self, count):
-        """Drops old lines, in programs that run for long; earlier marks are worthless then."""
+    def keep_last(self, count):
+        """Drops older lines, in programs that run for long; earlier marks are then invalid."""
         with self.arrived:
             del self.lines[:-count]
 
     def forget(self, pattern=""):
-        """Drops every line so far in which `pattern` is found. Earlier marks lose their meaning."""
+        """Drops every line so far in which `pattern` is found. Earlier marks are then invalid."""
         with self.arrived:
             self.lines = [line for line in self.lines if not re.search(pattern, line)]
 
@@ -134,9 +142,9 @@ class Cell:
         self.ended = False
         self.markers = 0
         self.commands = threading.Lock()
-        # A session of its own, so that what hangs can be ended together.
+        # A session of its own, so that all its processes can be killed together.
         self.process = subprocess.Popen(
-            [*MORTAL, self.simulator, *options, "--", *(command or [self.daemon])],
+            [*DIES_WITH_PARENT, self.simulator, *options, "--", *(command or [self.daemon])],
             env={**os.environ, **(environment or {})},
             stdin=subprocess.PIPE, stdout=stdout, stderr=subprocess.PIPE,
             start_new_session=True)
@@ -158,8 +166,9 @@ class Cell:
     def master_sends(self, number, text):
         """Has master `number` send a line; returns when the daemon has handled it.
 
-        What comes after it has been handled too is shown by a line with a key of its own, whose
-        command cannot be found. It is repeated because a NUL swallows what is read with it.
+        A marker line with a key of its own follows, for which the daemon logs that it knows no such
+        command: then the text has been handled. The line is repeated because a NUL drops the rest
+        of its read.
         """
         self.markers += 1
         key = f"MARK{self.markers}"
@@ -172,7 +181,7 @@ class Cell:
             mark = self.errors.mark()
             self.process.stdin.write(text.encode() + b"\n")
             self.process.stdin.flush()
-            # A recording that is played gives commands of its own.
+            # A replayed recording gives commands of its own.
             return self.errors.wait_for(
                 rf"^pellix-sim: (ok {re.escape(text)}$|state |usage: |error: )", since=mark)
 
@@ -207,7 +216,7 @@ class Cell:
 
     def wait_until_operating(self, count, since=0):
         """Waits until `count` grippers have reached process data exchange since the start, or since
-        a mark in the log; nothing that a client asks for may have to do with PDOUT meanwhile."""
+        a mark in the log; meanwhile, no client may make a request with the key PDOUT."""
         self.log.wait_for(r"Pending command PDOUT deleted \(Status: 0\)", since, count)
         # Handled late, it would finish the next request for PDOUT.
         self.log.wait_for("FIN:PDOUT$", since, count)
@@ -226,7 +235,7 @@ class Cell:
         self.clients.clear()
 
     def stop(self, timeout=PATIENCE):
-        """Stops the daemon by SIGINT and checks that it went as it should."""
+        """Stops the daemon by SIGINT; checks its exit status and its last log lines."""
         self.close_clients()
         self.process.send_signal(signal.SIGINT)
         self.expect_normal_end(timeout)

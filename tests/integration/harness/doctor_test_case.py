@@ -23,8 +23,8 @@ AS_NOBODY = ("setpriv", f"--reuid={NOBODY}", f"--regid={NOBODY}", "--clear-group
 DONE, NO_DAEMON, NO_ANSWER, BAD_ANSWER, NO_GRIPPER, FAILED, NO_PROCESS_DATA = 0, 4, 5, 6, 7, 9, 21
 
 
-def world_of(cell):
-    """The environment of pellix-sim's command, once it runs."""
+def simulator_env_of(cell):
+    """The environment with which pellix-sim runs its command: with it, programs see its devices."""
     def read():
         with contextlib.suppress(AssertionError, FileNotFoundError):  # it may not run yet
             environ = pathlib.Path(f"/proc/{cell.daemon_pid()}/environ").read_text()
@@ -41,12 +41,12 @@ class DoctorTestCase(CellTestCase):
     options = ("--gripper", "HVA")
 
     @classmethod
-    def world(cls):
-        return world_of(cls.cell)
+    def simulator_env(cls):
+        return simulator_env_of(cls.cell)
 
     @classmethod
     def folder(cls):
-        return pathlib.Path(cls.world()["UMOCKDEV_DIR"])
+        return pathlib.Path(cls.simulator_env()["UMOCKDEV_DIR"])
 
     @classmethod
     def usb_device(cls):
@@ -57,15 +57,17 @@ class DoctorTestCase(CellTestCase):
         return os.readlink(f"{cls.folder()}{TTY}")
 
     def run_doctor(self, *arguments, environment=None):
-        return ctl.run("doctor", *arguments, environment={**self.world(), **(environment or {})})
+        return ctl.run("doctor", *arguments,
+                       environment={**self.simulator_env(), **(environment or {})})
 
-    def output_as_nobody(self, *before, world=None):
+    def output_as_nobody(self, *before, environment=None):
         """The doctor's output for an ordinary user; the command `before` starts it."""
         self.folder().chmod(0o755)
         program = shutil.copy(os.environ["TAVRIK_CTL"], self.folder())
-        environment = {**ctl.CLEAN, **(self.world() if world is None else world)}
+        environment = self.simulator_env() if environment is None else environment
         return subprocess.run([*before, *AS_NOBODY, program, "doctor", "--timeout", "1"],
-                              env=environment, capture_output=True, text=True).stdout
+                              env={**ctl.CLEAN, **environment}, capture_output=True,
+                              text=True).stdout
 
     def fake_tool(self, name, text, command="cat"):
         """An environment with a tool `name` that prints `text`, filtered by `command`."""
@@ -111,7 +113,7 @@ class DoctorTestCase(CellTestCase):
             finally:
                 process.kill()
 
-    def expect_a_screen(self, text):
+    def expect_fits_screen(self, text):
         lines = text.splitlines()
         self.assertLessEqual(len(lines), SCREEN, text)
         self.assertLessEqual(max(map(len, lines)), WIDTH, text)
@@ -141,7 +143,7 @@ class NoDaemonTestCase(DoctorTestCase):
 
     @classmethod
     def prepare(cls):
-        cls.world()
+        cls.simulator_env()
 
     @classmethod
     def stop_cell(cls, cell):

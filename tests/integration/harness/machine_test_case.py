@@ -59,7 +59,7 @@ ReadWritePaths=/tmp
 """
 GRIPPER = "HVA SN:100001"
 
-# One that does not stop in order, as if the tty of a master hung.
+# A daemon that does not stop in time, as with a hung tty.
 HANGING = """[Service]
 ExecStart=
 ExecStart=/bin/sh -c 'trap "" INT; exec /usr/sbin/TavrikDaemon'
@@ -179,7 +179,7 @@ class MachineTestCase(unittest.TestCase):
         return {finding["what"]: finding["finding"] for finding in report["findings"]}
 
 
-# What becomes of calls at the end of a daemon; ProtocolError is "408 Request Timeout".
+# Exceptions of calls while a daemon stops; ProtocolError is "408 Request Timeout".
 FAILURES = (ConnectionError, xmlrpc.client.ProtocolError)
 
 

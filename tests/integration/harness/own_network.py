@@ -36,7 +36,7 @@ def enter():
     if is_own():
         reserve_ports()
     else:
-        take_turn()
+        lock_shared_network()
 
 
 def is_own():
@@ -84,15 +84,15 @@ def raise_loopback():
 
 
 def reserve_ports():
-    """As the package does it, where the system allows it. Otherwise a connection of any client may
-    get a server's port for its own end: the server could not start, and a client that tries again
-    and again while nobody serves would be connected with itself some day.
+    """As the package does it, where the system allows it. Otherwise the connection of a client may
+    get a server's port as its source port: then the server cannot start, or a client that retries
+    without a server connects to itself.
     """
     with contextlib.suppress(OSError):
         RESERVED_PORTS.write_text(",".join(map(str, (*PORTS, WEB_PORT))) + "\n")
 
 
-def take_turn():
+def lock_shared_network():
     """Locks a file until this process ends, also when another program replaces this one in it."""
     path = pathlib.Path(tempfile.gettempdir(), f"tavrik-network-{os.getuid()}")
     file = os.open(path, os.O_RDONLY | os.O_CREAT | os.O_NOFOLLOW, 0o600)

@@ -42,7 +42,7 @@ class PageTestCase(CellTestCase):
     options = ("--gripper", "HVA", "--gripper", "MZD-S")
 
     # What is logged when the daemon has followed a change of mode.
-    SEEN_BY = {"mode 0 2": "STARTUP$", "mode 0 4": "Pending command PDOUT deleted"}
+    LOGGED_AFTER = {"mode 0 2": "STARTUP$", "mode 0 4": "Pending command PDOUT deleted"}
 
     @classmethod
     def prepare(cls):
@@ -64,8 +64,8 @@ class PageTestCase(CellTestCase):
         """Types a command; returns when the daemon has done its part."""
         mark = self.cell.log.mark()
         self.cell.command(command)
-        if command in self.SEEN_BY:
-            self.cell.log.wait_for(self.SEEN_BY[command], since=mark)
+        if command in self.LOGGED_AFTER:
+            self.cell.log.wait_for(self.LOGGED_AFTER[command], since=mark)
         wait_until(self.daemon_sees_the_cell)
 
     def play(self, page):

@@ -21,16 +21,15 @@ from .cell_test_case import CellTestCase
 FACTOR = float(os.environ.get("TAVRIK_STORM_FACTOR", "1"))
 SEED = os.environ.get("TAVRIK_STORM_SEED", "1")
 
-# What calls answer when something is amiss: no link to this gripper, or none in time; no answer of
-# its master within a second; the master's own answer as long as it is not in operate; nothing sent;
-# no process data.
+# Failure values of calls: no link to this gripper, or none in time; timeout of 1 s; the error of a
+# master outside of operate; nothing sent; no process data.
 NO_LINK, TIMEOUT, WRONG_MODE, NO_COMMAND, NO_PROCESS_DATA = 3, 5, 6, 12, 21
 
 # Memory in KiB that a process may use beyond its baseline: an allocator does not return all memory.
 MEMORY_SLACK = 2048
 
 # Sanitizers do not return freed memory and check for leaks themselves.
-MEMORY_COUNTS = SLOWNESS == 1
+CHECKS_MEMORY = SLOWNESS == 1
 
 
 def rounds(short):
@@ -124,7 +123,7 @@ class MastersTestCase(StormTestCase):
         """Records the daemon's resources after all connections and their threads have ended."""
         self.cell.close_clients()
         wait_until_idle(self.daemon, len(self.NAMES))
-        self.baseline = holdings(self.daemon)
+        self.baseline = resources_of(self.daemon)
         self.half_open = self.half_open_ttys()
 
     def unplug(self, *numbers):
@@ -155,7 +154,7 @@ def asked_for_pdout(requests):
     return not operate or "PDOUT?" in requests[operate[-1]:]
 
 
-class Holdings(NamedTuple):
+class Resources(NamedTuple):
     """The resources of a process at one moment."""
 
     threads: int
@@ -167,10 +166,10 @@ class Holdings(NamedTuple):
                 f"{self.memory} KiB of memory")
 
 
-def holdings(pid):
+def resources_of(pid):
     with open(f"/proc/{pid}/status", encoding="utf-8", errors="replace") as file:
         status = dict(line.split(":", 1) for line in file if ":" in line)
-    return Holdings(int(status["Threads"]), tuple(sorted(descriptors(pid))),
+    return Resources(int(status["Threads"]), tuple(sorted(descriptors(pid))),
                     int(status["VmRSS"].split()[0]))
 
 
@@ -180,7 +179,7 @@ def wait_until_idle(pid, links=0):
     The others are main, two servers and the monitor, and three for each of the `links`.
     """
     threads = 4 + 3 * links + sanitizer_threads(pid)
-    wait_until(lambda: holdings(pid).threads == threads)
+    wait_until(lambda: resources_of(pid).threads == threads)
 
 
 def sanitizer_threads(pid):
@@ -205,14 +204,14 @@ def wait_until_back(pid, baseline, more_descriptors=0, memory_slack=MEMORY_SLACK
     Descriptors and threads are compared by number, memory within `memory_slack` KiB.
     """
     def is_back():
-        now = holdings(pid)
+        now = resources_of(pid)
         return (now.threads <= baseline.threads and
                 len(now.descriptors) <= len(baseline.descriptors) + more_descriptors and
-                (not MEMORY_COUNTS or now.memory <= baseline.memory + memory_slack)) and now
+                (not CHECKS_MEMORY or now.memory <= baseline.memory + memory_slack)) and now
     try:
         return wait_until(is_back, timeout, pause=0.05)
     except AssertionError:
-        now = holdings(pid)
+        now = resources_of(pid)
         raise AssertionError(
             f"at first: {baseline}; now: {now}; descriptors now: {now.descriptors}") from None
 

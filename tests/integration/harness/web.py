@@ -9,7 +9,7 @@ import socket
 import subprocess
 import tempfile
 
-from .cell import MORTAL, PATIENCE, WEB_PORT as PORT, Output, wait_until
+from .cell import DIES_WITH_PARENT, PATIENCE, WEB_PORT as PORT, Output, wait_until
 from .cell_test_case import CellTestCase
 
 ROOT = pathlib.Path(__file__).resolve().parents[3]
@@ -42,7 +42,7 @@ class Web:
         self.folder = tempfile.TemporaryDirectory()
         self.environment = {**os.environ, "RUNTIME_DIRECTORY": self.folder.name, **environment}
         self.process = subprocess.Popen(
-            [*MORTAL, os.environ["TAVRIK_WEB"], *ASSETS, *options], env=self.environment,
+            [*DIES_WITH_PARENT, os.environ["TAVRIK_WEB"], *ASSETS, *options], env=self.environment,
             stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
         self.log = Output("tavrikweb", self.process.stdout)
         self.errors = Output("errors of tavrikweb", self.process.stderr)

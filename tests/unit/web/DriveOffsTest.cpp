@@ -17,12 +17,12 @@ class DriveOffsTest : public testing::Test {
 protected:
     ~DriveOffsTest() override { mayEnd = true; }
 
-    bool Do(const std::string& device) {
-        return driveOffs.Do(PageCommand({{"gripper", device}, {"command", "disable"}}),
-                            [this](const CommandResult& result) {
-                                EXPECT_EQ(result.text, "done");
-                                ++answered;
-                            });
+    bool Enqueue(const std::string& device) {
+        return driveOffs.Enqueue(PageCommand({{"gripper", device}, {"command", "disable"}}),
+                                 [this](const CommandResult& result) {
+                                     EXPECT_EQ(result.text, "done");
+                                     ++answered;
+                                 });
     }
 
     std::atomic<bool> mayEnd = false;
@@ -36,10 +36,10 @@ protected:
 };
 
 TEST_F(DriveOffsTest, AnyNumberForOneGripperIsTakenAndAnsweredByTheNextCall) {
-    ASSERT_TRUE(Do("a"));
+    ASSERT_TRUE(Enqueue("a"));
     ASSERT_TRUE(WaitFor([&] { return calls == 1; }));
     for (int i = 0; i < 100; ++i) {
-        ASSERT_TRUE(Do("a"));
+        ASSERT_TRUE(Enqueue("a"));
     }
     mayEnd = true;
     EXPECT_TRUE(WaitFor([&] { return answered == 101; }));
@@ -47,19 +47,19 @@ TEST_F(DriveOffsTest, AnyNumberForOneGripperIsTakenAndAnsweredByTheNextCall) {
 }
 
 TEST_F(DriveOffsTest, ThoseOfTwoGrippersRunAtTheSameTime) {
-    EXPECT_TRUE(Do("a"));
-    EXPECT_TRUE(Do("b"));
+    EXPECT_TRUE(Enqueue("a"));
+    EXPECT_TRUE(Enqueue("b"));
     EXPECT_TRUE(WaitFor([&] { return calls == 2; }));
 }
 
 TEST_F(DriveOffsTest, EachGripperOfALargeCellIsTaken) {
     constexpr int kGrippers = 32;
     for (int i = 0; i < kGrippers; ++i) {
-        EXPECT_TRUE(Do(std::to_string(i)));
+        EXPECT_TRUE(Enqueue(std::to_string(i)));
     }
     ASSERT_TRUE(WaitFor([&] { return calls == 4; }));  // more are not made at the same time
     for (int i = 0; i < kGrippers; ++i) {
-        EXPECT_TRUE(Do(std::to_string(i)));
+        EXPECT_TRUE(Enqueue(std::to_string(i)));
     }
     mayEnd = true;
     EXPECT_TRUE(WaitFor([&] { return answered == 2 * kGrippers; }));

@@ -89,7 +89,7 @@ TEST_F(EventStreamTest, ItsEndWakesTheViewer) {
 
 TEST_F(EventStreamTest, AViewerThatIsGoneIsNotWoken) {
     Take();
-    stream.Forget();
+    stream.Detach();
     stream.Push(Text("a"));
     EXPECT_EQ(wakes, 0);
 }

@@ -105,7 +105,7 @@ TEST_F(GuardTest, RefusesOtherMethodsAndManyHeaders) {
     EXPECT_EQ(Status(request), 431U);
 }
 
-TEST_F(GuardTest, ServesNobodyElseUnlessToldSo) {
+TEST_F(GuardTest, ServesOnlyItsOwnAddressesByDefault) {
     EXPECT_TRUE(Guard::OriginsOf({"192.0.2.1", 80}).empty());
     const Guard other({"https://cell.example"});
     HttpRequest request = Get();

@@ -80,7 +80,7 @@ TEST_F(LogFeedTest, TellsWhyThereAreNoRows) {
     EXPECT_TRUE(feed.Rows(0, 0, "")["rows"].empty());
 }
 
-TEST_F(LogFeedTest, ReadsNothingBeforeSomebodyAsks) {
+TEST_F(LogFeedTest, ReadsNothingBeforeTheFirstRequest) {
     file.Write(Start("one"));
     const int watch = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
     ASSERT_GE(inotify_add_watch(watch, file.path.c_str(), IN_OPEN), 0);

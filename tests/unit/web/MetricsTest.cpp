@@ -32,8 +32,8 @@ TEST_F(MetricsTest, WithoutDaemonThereIsOnlyThat) {
 TEST_F(MetricsTest, TellsWhatAGripperReports) {
     cell.reachable = true;
     cell.version = "2.2.4 (abc)";
-    cell.TakeList({"HVA SN:1"});
-    cell.Find("HVA SN:1")->Take(ProcessData(0x48e204), start);
+    cell.UpdateList({"HVA SN:1"});
+    cell.Find("HVA SN:1")->Update(ProcessData(0x48e204), start);
     const std::string text = Format();
     for (const char* const line :
          {"tavrik_daemon_up 1", R"x(tavrik_daemon_info{version="2.2.4 (abc)"} 1)x",
@@ -49,18 +49,18 @@ TEST_F(MetricsTest, TellsWhatAGripperReports) {
 
 TEST_F(MetricsTest, LeavesOutValuesThatWereReadLongAgo) {
     cell.reachable = true;
-    cell.TakeList({"HVA SN:1"});
-    cell.Find("HVA SN:1")->Take(ProcessData(0x48e204), start - std::chrono::hours(1));
+    cell.UpdateList({"HVA SN:1"});
+    cell.Find("HVA SN:1")->Update(ProcessData(0x48e204), start - std::chrono::hours(1));
     EXPECT_FALSE(Has(Format(), "tavrik_gripper_position{"));
-    cell.Find("HVA SN:1")->Take(ProcessData(0x48e204), start);
+    cell.Find("HVA SN:1")->Update(ProcessData(0x48e204), start);
     EXPECT_TRUE(Has(Format(), "tavrik_gripper_position{"));
 }
 
 TEST_F(MetricsTest, AGoneGripperHasOnlyItsUp) {
     cell.reachable = true;
-    cell.TakeList({"A"});
-    cell.Find("A")->Take(ProcessData(1), start);
-    cell.TakeList({});
+    cell.UpdateList({"A"});
+    cell.Find("A")->Update(ProcessData(1), start);
+    cell.UpdateList({});
     EXPECT_TRUE(Has(Format(), "\ntavrik_gripper_up{gripper=\"A\"} 0\n"));
     EXPECT_TRUE(Has(Format(), "\ntavrik_grippers 0\n"));
     EXPECT_FALSE(Has(Format(), "tavrik_gripper_state{"));
@@ -68,7 +68,7 @@ TEST_F(MetricsTest, AGoneGripperHasOnlyItsUp) {
 
 TEST_F(MetricsTest, TwoGrippersWithOneNameHaveOneSeries) {
     cell.reachable = true;
-    cell.TakeList({"A", "A"});
+    cell.UpdateList({"A", "A"});
     const std::string text = Format();
     const auto first = text.find("tavrik_gripper_up{");
     EXPECT_EQ(text.find("tavrik_gripper_up{", first + 1), std::string::npos);
@@ -76,13 +76,13 @@ TEST_F(MetricsTest, TwoGrippersWithOneNameHaveOneSeries) {
 }
 
 TEST_F(MetricsTest, NamesCannotEndALabel) {
-    cell.TakeList({"a\"} 1\nb\\"});
+    cell.UpdateList({"a\"} 1\nb\\"});
     EXPECT_TRUE(Has(Format(), R"(tavrik_gripper_up{gripper="a\"} 1\nb\\"} 1)"));
 }
 
 TEST_F(MetricsTest, CountsCommandsWithTheirTimes) {
-    cell.TakeList({"A"});
-    cell.Find("A")->Take(ProcessData(1), start);
+    cell.UpdateList({"A"});
+    cell.Find("A")->Update(ProcessData(1), start);
     statistics.Add("A", 0, milliseconds(20));
     statistics.Add("A", 3, milliseconds(40));
     statistics.Add("A", 5, milliseconds(1000));

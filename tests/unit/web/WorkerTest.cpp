@@ -32,20 +32,20 @@ protected:
     std::atomic<int> done = 0;
 };
 
-class OneThreadTest : public WorkerTest {
+class WorkerOneThreadTest : public WorkerTest {
 protected:
     Worker worker{Endpoint()};
 };
 
-class TwoThreadsTest : public WorkerTest {
+class WorkerTwoThreadsTest : public WorkerTest {
 protected:
     Worker worker{Endpoint(), 2};
 };
 
-TEST_F(OneThreadTest, DropsWhatRunsAndWhatWaitsForASubject) {
-    worker.Do(Lasting(), "a");
-    worker.Do(Lasting(), "a");
-    worker.Do(Lasting(), "b");
+TEST_F(WorkerOneThreadTest, DropsWhatRunsAndWhatWaitsForASubject) {
+    worker.Enqueue(Lasting(), "a");
+    worker.Enqueue(Lasting(), "a");
+    worker.Enqueue(Lasting(), "b");
     ASSERT_TRUE(WaitFor([&] { return running == 1; }));
     worker.Drop("a");
     ASSERT_TRUE(WaitFor([&] { return done == 2 && running == 1; }));
@@ -53,36 +53,36 @@ TEST_F(OneThreadTest, DropsWhatRunsAndWhatWaitsForASubject) {
     ASSERT_TRUE(WaitFor([&] { return done == 3; }));
 }
 
-TEST_F(OneThreadTest, RefusesWhatWouldWaitTooLong) {
+TEST_F(WorkerOneThreadTest, RefusesWhatWouldWaitTooLong) {
     constexpr int kMost = 1000;
     int taken = 0;
-    while (taken < kMost && worker.Do(Lasting())) {
+    while (taken < kMost && worker.Enqueue(Lasting())) {
         ++taken;
     }
     EXPECT_GT(taken, 10);
     EXPECT_LT(taken, kMost);
 }
 
-TEST_F(TwoThreadsTest, TakesAJobWhileManyOfAnotherSubjectAreAskedFor) {
+TEST_F(WorkerTwoThreadsTest, TakesAJobWhileManyOfAnotherSubjectWait) {
     int taken = 0;
     for (int i = 0; i < 100; ++i) {
-        taken += worker.Do(Lasting(), "a") ? 1 : 0;
+        taken += worker.Enqueue(Lasting(), "a") ? 1 : 0;
     }
     EXPECT_LT(taken, 10);
-    EXPECT_TRUE(worker.Do(Lasting(), "b"));
+    EXPECT_TRUE(worker.Enqueue(Lasting(), "b"));
     EXPECT_TRUE(WaitFor([&] { return running == 2; }));
 }
 
-TEST_F(TwoThreadsTest, DoesJobsOfTwoSubjectsAtTheSameTime) {
-    worker.Do(Lasting(), "a");
-    worker.Do(Lasting(), "b");
+TEST_F(WorkerTwoThreadsTest, DoesJobsOfTwoSubjectsAtTheSameTime) {
+    worker.Enqueue(Lasting(), "a");
+    worker.Enqueue(Lasting(), "b");
     EXPECT_TRUE(WaitFor([&] { return running == 2; }));
 }
 
-TEST_F(TwoThreadsTest, DoesJobsOfOneSubjectOneAfterTheOther) {
-    worker.Do(Lasting(), "a");
-    worker.Do(Lasting(), "a");
-    worker.Do(Lasting(), "b");
+TEST_F(WorkerTwoThreadsTest, DoesJobsOfOneSubjectOneAfterTheOther) {
+    worker.Enqueue(Lasting(), "a");
+    worker.Enqueue(Lasting(), "a");
+    worker.Enqueue(Lasting(), "b");
     ASSERT_TRUE(WaitFor([&] { return running == 2; }));
     worker.Drop("b");  // the second job of "a" still waits
     ASSERT_TRUE(WaitFor([&] { return done == 1; }));
@@ -94,7 +94,7 @@ TEST(WorkerEndTest, AsksTheRunningJobToStop) {
     std::promise<bool> wasTold;
     {
         Worker worker{Endpoint()};
-        worker.Do([&](Daemon&, const std::stop_token& dropped) {
+        worker.Enqueue([&](Daemon&, const std::stop_token& dropped) {
             begun.set_value();
             wasTold.set_value(WaitFor([&] { return worker.Ending().stop_requested(); }));
             EXPECT_FALSE(dropped.stop_requested());  // nobody asked for that
@@ -111,7 +111,7 @@ TEST(WorkerEndTest, TheRunningJobCannotCallTheDaemonAnyMore) {
     std::promise<std::string> failure;
     {
         Worker worker(fake.Server());
-        worker.Do([&](Daemon& daemon, const std::stop_token& /*dropped*/) {
+        worker.Enqueue([&](Daemon& daemon, const std::stop_token& /*dropped*/) {
             EXPECT_EQ(daemon.Get<int>("Disable"), 0);  // opens the connection
             begun.set_value();
             WaitFor([&] { return worker.Ending().stop_requested(); });

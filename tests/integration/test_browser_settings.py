@@ -5,7 +5,7 @@ import pathlib
 import tempfile
 
 from .harness.browser import BrowserTestCase
-from .harness.cell import HVA, wait_until
+from .harness.cell import HVA, PATIENCE, wait_until
 from .harness.cell_test_case import main
 from .harness.web import post
 
@@ -88,7 +88,8 @@ class RestoreTest(BrowserTestCase):
             self.press("Restore from the file")
             wait_until(lambda: self.progress().startswith("reading, "))
             self.take_control()
-            self.wait_for_text(f"{SECTION} output", "you no longer have control")
+            # seen when all settings are read
+            self.wait_for_text(f"{SECTION} output", "you no longer have control", 4 * PATIENCE)
         self.assertEqual(self.call("GetForce", HVA, 3), force)
         self.assertFalse(self.find("button", "Restore from the file").is_enabled())
 

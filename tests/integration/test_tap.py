@@ -41,8 +41,8 @@ class Tap:
         return line.rpartition(" ")[2]
 
     def recorded(self, word, master=0):
-        """All bytes that went in one direction."""
-        parts = re.findall(rf"(?m)^ *[\d.]+ {master} {word} (.*)$", self.path.read_text())
+        """All bytes that went in one direction, as far as their lines are complete."""
+        parts = re.findall(rf"(?m)^ *[\d.]+ {master} {word} (.*)\n", self.path.read_text())
         return b"".join(self.unescape(part) for part in parts)
 
     @staticmethod

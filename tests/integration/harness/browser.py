@@ -100,11 +100,11 @@ class BrowserTestCase(WebTestCase):
         return self.driver.find_elements(By.CSS_SELECTOR, selector)
 
     def texts(self, selector):
-        """The texts of elements; nothing while the page replaces them."""
-        try:
-            return [element.text for element in self.all(selector)]
-        except StaleElementReferenceException:
-            return []
+        """The texts of elements, as a viewer sees them at one moment."""
+        texts = self.driver.execute_script(
+            "return [...document.querySelectorAll(arguments[0])]"
+            ".map((element) => element.checkVisibility() ? element.innerText : '')", selector)
+        return [text.replace("\t", " ").strip() for text in texts]  # tabs are between cells
 
     def find(self, selector, text):
         """The visible element with this text, as soon as it is there."""

@@ -92,7 +92,7 @@ void Terminal::Show(const std::vector<Cell>& lines) const {
     refresh();
 }
 
-bool Terminal::IsLeaving(std::chrono::milliseconds patience) {
+bool Terminal::WaitForQuit(std::chrono::milliseconds patience) {
     timeout(static_cast<int>(patience.count()));
     const int key = getch();
     if (key == ERR) {

@@ -24,7 +24,7 @@ public:
 
     /// Lines of up to `width` columns, `height` of them at most. A narrow screen has fewer columns;
     /// on a low one, grippers without trouble are left out and counted.
-    std::vector<Cell> Render(std::size_t width, std::size_t height, TimePoint now) const;
+    std::vector<StyledText> Render(std::size_t width, std::size_t height, TimePoint now) const;
 
 private:
     struct Gripper {
@@ -37,8 +37,8 @@ private:
     static GripperRow RowOf(const Gripper& gripper, TimePoint now);
 
     /// The rows with what else there is room for.
-    std::vector<Cell> Surround(const std::vector<Cell>& rows, const std::string& titles,
-                               std::size_t width, std::size_t height) const;
+    std::vector<StyledText> Surround(const std::vector<StyledText>& rows, const std::string& titles,
+                                     std::size_t width, std::size_t height) const;
 
     /// Each distinct reason why there is no data, once.
     std::vector<std::string> Reasons() const;

@@ -22,7 +22,7 @@ constexpr std::string_view kRed = "\x1b[31m";
 constexpr std::string_view kPlain = "\x1b[0m";
 constexpr std::size_t kGap = 2;  // blanks between columns
 
-using Row = std::vector<Cell>;
+using Row = std::vector<StyledText>;
 
 std::vector<std::size_t> Widths(const std::vector<Row>& rows) {
     std::vector<std::size_t> widths(rows.front().size());
@@ -157,10 +157,10 @@ void PrintNarrow(const Finding& finding, const std::string& remedy, std::size_t 
     const bool wrong = finding.mark == Mark::Wrong;
     const std::string margin(kSubjectGap, ' ');
     for (const std::string& line : Wrap(MarkText(finding.mark) + (" " + finding.subject), screen)) {
-        printer.Line(Cell{line, wrong});
+        printer.Line(StyledText{line, wrong});
     }
     for (const std::string& line : Wrap(finding.text, screen - margin.size())) {
-        printer.Line(Cell{margin + line, wrong});
+        printer.Line(StyledText{margin + line, wrong});
     }
     if (!remedy.empty()) {
         for (const std::string& line : RemedyLines("do: " + remedy, screen - margin.size())) {
@@ -176,7 +176,7 @@ void Printer::Line(const std::string& text) {
     Flush();
 }
 
-void Printer::Line(const Cell& line) {
+void Printer::Line(const StyledText& line) {
     const bool isRed = colours && line.alarming;
     out << (isRed ? kRed : "") << line.text << (isRed ? kPlain : "") << '\n';
     Flush();
@@ -199,12 +199,12 @@ void Printer::WideTable(const std::vector<Column>& titles, const std::vector<Row
     const auto widths = Widths(lines);
     for (const Row& row : lines) {
         const bool isTitle = &row == &lines.front();
-        if (isTitle && std::ranges::all_of(row, &std::string::empty, &Cell::text)) {
+        if (isTitle && std::ranges::all_of(row, &std::string::empty, &StyledText::text)) {
             continue;
         }
         std::string blanks;  // written before the next text, so that no line ends with blanks
         for (std::size_t i = 0; i < row.size(); ++i) {
-            const Cell& cell = row[i];
+            const StyledText& cell = row[i];
             const std::string fill(widths[i] - Width(cell.text), ' ');
             const std::string_view colour =
                 isTitle ? kBold : (cell.alarming ? kRed : std::string_view());
@@ -223,7 +223,7 @@ void Printer::WideTable(const std::vector<Column>& titles, const std::vector<Row
 }
 
 /// A line for each cell, after its title; the first line begins at the edge.
-void Printer::Stacked(const std::vector<Column>& titles, const std::vector<Cell>& row) {
+void Printer::Stacked(const std::vector<Column>& titles, const std::vector<StyledText>& row) {
     constexpr std::size_t kNarrowest = 4;
     for (std::size_t i = 0; i < row.size(); ++i) {
         const std::string margin(i == 0 ? 0 : kGap, ' ');
@@ -233,7 +233,7 @@ void Printer::Stacked(const std::vector<Column>& titles, const std::vector<Cell>
             continue;
         }
         for (const std::string& line : Wrap(text, std::max(columns, kNarrowest) - margin.size())) {
-            Line(Cell{margin + line, row[i].alarming});
+            Line(StyledText{margin + line, row[i].alarming});
         }
     }
 }

@@ -12,8 +12,8 @@ namespace tavrik {
 
 enum class Align { Left, Right };
 
-/// A piece of output, coloured where colours are enabled.
-struct Cell {
+/// A line of output or a cell of a table, coloured where colours are enabled.
+struct StyledText {
     std::string text;
     bool alarming = false;  ///< red
 };
@@ -33,14 +33,15 @@ public:
     // Each of these has written everything when it returns, or throws a Failure (Failed).
 
     void Line(const std::string& text);
-    void Line(const Cell& line);
+    void Line(const StyledText& line);
 
     /// A line of titles, unless all are empty, then the rows, every column as wide as its widest
     /// cell. Where that is too wide for the terminal, each cell gets a line of its own.
-    void Table(const std::vector<Column>& titles, const std::vector<std::vector<Cell>>& rows);
+    void Table(const std::vector<Column>& titles, const std::vector<std::vector<StyledText>>& rows);
 
     /// The same, however wide it is.
-    void WideTable(const std::vector<Column>& titles, const std::vector<std::vector<Cell>>& rows);
+    void WideTable(const std::vector<Column>& titles,
+                   const std::vector<std::vector<StyledText>>& rows);
 
     /// One JSON text, indented; ASCII only, so that no string can control the terminal.
     void Json(const nlohmann::ordered_json& json);
@@ -52,7 +53,7 @@ public:
     void Flush();
 
 private:
-    void Stacked(const std::vector<Column>& titles, const std::vector<Cell>& row);
+    void Stacked(const std::vector<Column>& titles, const std::vector<StyledText>& row);
 
     std::ostream& out;
     bool colours;

@@ -22,14 +22,16 @@ std::string Bar(double share, std::size_t width);
 
 /// The first line of a screen, with `right` if there is room for it; more lines if `left` alone is
 /// wider than the screen.
-std::vector<Cell> TitleLines(const std::string& left, const std::string& right, std::size_t width);
+std::vector<StyledText> TitleLines(const std::string& left, const std::string& right,
+                                   std::size_t width);
 
 /// Adds `text` in lines of at most `width` columns, broken at blanks only where it must be.
-void AddWrapped(std::vector<Cell>& lines, const std::string& text, std::size_t width,
+void AddWrapped(std::vector<StyledText>& lines, const std::string& text, std::size_t width,
                 bool alarming = false);
 
 /// Keeps the first `height` lines and, for screens too narrow for any layout, the first `width`
 /// columns of them.
-std::vector<Cell> Cropped(std::vector<Cell> lines, std::size_t width, std::size_t height);
+std::vector<StyledText> Cropped(std::vector<StyledText> lines, std::size_t width,
+                                std::size_t height);
 
 }  // namespace tavrik

@@ -20,7 +20,7 @@ public:
     std::size_t Width() const;
     std::size_t Height() const;
 
-    void Show(const std::vector<Cell>& lines) const;
+    void Show(const std::vector<StyledText>& lines) const;
 
     /// Waits up to `patience` for a key. Ctrl-Z suspends the program.
     /// @return whether to quit: q, Escape or Ctrl-C was pressed, the terminal is gone, or a signal

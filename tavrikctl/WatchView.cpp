@@ -66,8 +66,9 @@ std::string WatchView::ValuesText(const Observation& observation, TimePoint now)
     return observation.probed ? "fresh" : "possibly old: the master was not polled";
 }
 
-std::vector<Cell> WatchView::Render(std::size_t width, std::size_t height, TimePoint now) const {
-    std::vector<Cell> lines = TitleLines(title, server, width);
+std::vector<StyledText> WatchView::Render(std::size_t width, std::size_t height,
+                                          TimePoint now) const {
+    std::vector<StyledText> lines = TitleLines(title, server, width);
     const bool isWide = !history.empty() && Width(PositionLine()) <= width;
     if (history.empty()) {
         lines.push_back({""});
@@ -97,7 +98,8 @@ std::string WatchView::PositionLine() const {
            Right(data ? std::to_string(data->state) : "-", 2) + "   " + CallRateText();
 }
 
-void WatchView::AddWideValues(std::vector<Cell>& lines, std::size_t width, TimePoint now) const {
+void WatchView::AddWideValues(std::vector<StyledText>& lines, std::size_t width,
+                              TimePoint now) const {
     constexpr std::size_t kLabelWidth = 10;
     const Observation& latest = history.back();
     lines.push_back({""});
@@ -105,9 +107,9 @@ void WatchView::AddWideValues(std::vector<Cell>& lines, std::size_t width, TimeP
     for (const auto& [label, text, alarming] :
          {std::tuple("flags", FlagsText(latest.data), latest.data && latest.data->HasFlags()),
           std::tuple("values", ValuesText(latest, now), AreValuesAlarming(now))}) {
-        std::vector<Cell> wrapped;
+        std::vector<StyledText> wrapped;
         AddWrapped(wrapped, text, width - kLabelWidth, alarming);
-        for (Cell& line : wrapped) {
+        for (StyledText& line : wrapped) {
             line.text = Left(&line == &wrapped.front() ? label : "", kLabelWidth) + line.text;
         }
         lines.insert(lines.end(), wrapped.begin(), wrapped.end());
@@ -115,7 +117,8 @@ void WatchView::AddWideValues(std::vector<Cell>& lines, std::size_t width, TimeP
 }
 
 /// In order of need: the first lines may be all that fits.
-void WatchView::AddNarrowValues(std::vector<Cell>& lines, std::size_t width, TimePoint now) const {
+void WatchView::AddNarrowValues(std::vector<StyledText>& lines, std::size_t width,
+                                TimePoint now) const {
     const Observation& latest = history.back();
     const auto& data = latest.data;
     if (data) {
@@ -157,7 +160,7 @@ std::string WatchView::BarLine(std::size_t width) const {
 }
 
 /// A column holds the positions of an equal part of the time, each with a row of its own.
-void WatchView::AddPlot(std::vector<Cell>& lines, std::size_t width, std::size_t rows) const {
+void WatchView::AddPlot(std::vector<StyledText>& lines, std::size_t width, std::size_t rows) const {
     const std::size_t columns = std::max(width, kAxisWidth + 1) - kAxisWidth;
     const auto slotTime = Seconds(kPlotTime) / static_cast<double>(columns);
     const auto slot = [slotTime](const Observation& each) {

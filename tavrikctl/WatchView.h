@@ -27,16 +27,16 @@ public:
 
     /// Lines of up to `width` columns, `height` of them at most. A narrow screen has the values
     /// only; lines that do not fit are left out from below.
-    std::vector<Cell> Render(std::size_t width, std::size_t height, TimePoint now) const;
+    std::vector<StyledText> Render(std::size_t width, std::size_t height, TimePoint now) const;
 
 private:
     std::string PositionLine() const;
-    void AddWideValues(std::vector<Cell>& lines, std::size_t width, TimePoint now) const;
-    void AddNarrowValues(std::vector<Cell>& lines, std::size_t width, TimePoint now) const;
+    void AddWideValues(std::vector<StyledText>& lines, std::size_t width, TimePoint now) const;
+    void AddNarrowValues(std::vector<StyledText>& lines, std::size_t width, TimePoint now) const;
     bool AreValuesAlarming(TimePoint now) const;
     std::string CallRateText() const;
     std::string BarLine(std::size_t width) const;
-    void AddPlot(std::vector<Cell>& lines, std::size_t width, std::size_t rows) const;
+    void AddPlot(std::vector<StyledText>& lines, std::size_t width, std::size_t rows) const;
     double Share(double position) const;
 
     const std::string title;

@@ -239,7 +239,7 @@ void LogCommand::Print(const LogRow& row, Printer& printer) {
         return;
     }
     for (const std::string& line : view->Lines(row)) {
-        printer.Line(Cell{line, IsAlarming(row)});
+        printer.Line(StyledText{line, IsAlarming(row)});
     }
 }
 

@@ -23,7 +23,7 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 using Place = Setting::Place;
-using Rows = std::vector<std::vector<Cell>>;
+using Rows = std::vector<std::vector<StyledText>>;
 
 GripperSettings Read(SettingsTransfer& transfer) {
     ProgressLine line("Reading");
@@ -106,7 +106,7 @@ void PrintTable(const GripperSettings& settings, Place place, const std::string&
         if (each.setting->place != place || each.number >= settings.Count(place)) {
             continue;
         }
-        std::vector<Cell>& row = rows[static_cast<std::size_t>(each.number)];
+        std::vector<StyledText>& row = rows[static_cast<std::size_t>(each.number)];
         if (row.empty()) {
             row.push_back({std::to_string(each.number)});
         }

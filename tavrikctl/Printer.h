@@ -6,8 +6,6 @@
 #include <string>
 #include <vector>
 
-#include "doctor/Finding.h"
-
 namespace tavrik {
 
 enum class Align { Left, Right };
@@ -71,9 +69,5 @@ bool IsOnTerminal();
 
 /// Whether it is a terminal that may show colours: NO_COLOR forbids them.
 bool WantsColours();
-
-/// Prints the findings in up to 80 columns, each with its remedy below. Consecutive findings share
-/// one remedy, and three or more equal ones are printed as one.
-void PrintReport(const Findings& findings, Printer& printer);
 
 }  // namespace tavrik

@@ -35,7 +35,7 @@ Entry Examine(const Gripper& gripper, bool passive) {
     if (entry.answers == false) {
         entry.note = "master does not answer, values may be old";
     } else if (!entry.data.certain) {
-        entry.note = "zero or no process data";
+        entry.note = "all zero: possibly no process data";
     } else if (!passive) {
         model = gripper.Model();
     }

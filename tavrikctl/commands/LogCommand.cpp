@@ -111,8 +111,8 @@ ExitStatus LogCommand::Run(Daemon& /*daemon*/, Printer& printer) {
     if (file.empty() && model.Summary().lines == 0) {
         throw Failure(ExitStatus::Failed,
                       (gripper.empty() ? "" : "file '" + gripper + "' does not exist, and ") +
-                          "the journal has no line of TavrikDaemon: run as root, or name the file "
-                          "that it logs to: tavrikctl log FILE");
+                          "the journal has no lines of TavrikDaemon: run this as root, or name its "
+                          "log file: tavrikctl log FILE");
     }
     if (!filter->IsFound(model.Present())) {
         throw Failure(ExitStatus::NoGripper, UnknownText());

@@ -155,7 +155,7 @@ private:
         if (result.held) {  // the motion has ended; without the drive, the part might fall
             return "interrupted while it holds the part" + place;
         }
-        return "interrupted, it may still move" + place + StopText(gripper, endpoint);
+        return "interrupted, it may still be moving" + place + StopText(gripper, endpoint);
     }
 
     static std::string StopText(const Gripper& gripper, const Endpoint& endpoint) {
@@ -182,7 +182,7 @@ private:
             result.data = stop.data;
             return text + stop.Text();
         } catch (const Failure& failure) {
-            return text + "failed to stop it: " + failure.what() + "; it may still move" +
+            return text + "failed to stop it: " + failure.what() + "; it may still be moving" +
                    StopText(gripper, endpoint);
         }
     }

@@ -243,7 +243,7 @@ public:
         if (json) {
             PrintJson(saved, found, differences, printer);
         } else if (differences.empty()) {
-            printer.Line(gripper.Name() + ": as in " + file +
+            printer.Line(gripper.Name() + ": same as " + file +
                          (saved.checksum == found.checksum ? "" : ", except for the checksum"));
         } else {
             PrintDifferences(differences, "FILE", "GRIPPER", printer);
@@ -287,7 +287,7 @@ public:
         found.ExpectSameModel(wanted, file);
         WarnOfFile(wanted, found, file);
         const auto differences = Differences(found, wanted);
-        std::string result = "already as in " + file;
+        std::string result = "already the same as " + file;
         if (!differences.empty()) {
             PrintDifferences(differences, "NOW", "NEW", printer);
             const std::string count = CountText(differences.size());
@@ -295,7 +295,7 @@ public:
                 throw Failure(ExitStatus::Refused, "nothing was written");
             }
             Write(transfer, found, wanted, printer);
-            result = count + " written and read back, as in " + file;
+            result = count + " written and read back, same as " + file;
         }
         Finish(gripper, daemon.Server(), result, printer);
         return ExitStatus::Done;
@@ -331,9 +331,10 @@ private:
         const auto rest = Differences(after, wanted);
         if (!rest.empty()) {
             PrintSteps(transfer.Steps(), after, wanted, printer);
-            throw Failure(ExitStatus::Refused, Printable(found.gripper) + ": " +
-                                                   CountText(rest.size()) + " not as in " + file +
-                                                   (store ? "; nothing was stored" : ""));
+            throw Failure(ExitStatus::Refused,
+                          Printable(found.gripper) + ": " + CountText(rest.size()) +
+                              (rest.size() == 1 ? " differs" : " differ") + " from " + file +
+                              (store ? "; nothing was stored" : ""));
         }
     }
 
@@ -363,7 +364,8 @@ private:
     static std::string ResultText(const SettingsTransfer::Step& step, int after) {
         const auto& [place, from, to] = step.difference;
         const bool isLost = step.result == SettingsTransfer::Result::Written && after != to;
-        return isLost ? "not taken: is " + SettingText(*place.setting, after) : step.ResultText();
+        return isLost ? "not accepted: is " + SettingText(*place.setting, after)
+                      : step.ResultText();
     }
 
     void Finish(const Gripper& gripper, const Endpoint& server, const std::string& result,

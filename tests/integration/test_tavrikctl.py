@@ -81,7 +81,7 @@ class ListTest(CtlTestCase):
         wait_until(lambda: not self.call("GetPDINExcerpt", HVA))
         self.assertNotIn("DEVINFO?", self.requests_during(0, "list")[1:])
         self.assertFalse(self.json("list")[0]["certain"])
-        self.assertIn("zero or no process data", self.ctl("list"))
+        self.assertIn("all zero: possibly no process data", self.ctl("list"))
         self.expect_failure(NO_PROCESS_DATA, "status 21: no process data", "grip", HVA)
         self.cell.command("mode 0 4")
         self.cell.log.wait_for("Pending command PDOUT deleted", since=mark)

@@ -84,7 +84,7 @@ class SourcesTest(LogTestCase):
         world = self.fake_journal([], [])
         result = ctl.run("log", environment=world)
         self.assertEqual(result.returncode, FAILED)
-        self.assertIn("the journal has no line of TavrikDaemon", result.stderr)
+        self.assertIn("the journal has no lines of TavrikDaemon", result.stderr)
 
     def test_a_mistyped_file_name_is_not_taken_for_a_gripper_silently(self):
         unknown = "'none.log' is neither a file nor a gripper in the journal"

@@ -34,9 +34,9 @@ class RestoreTest(SettingsTestCase):
                 output = self.ctl("settings", "restore", self.file, device, "--yes", "--store")
                 self.assertEqual(self.parameters(number), saved)
                 self.assertRegex(output, f"\n{device}: \\d+ settings written and read back, "
-                                         f"as in {self.file}, stored\n$")
+                                         f"same as {self.file}, stored\n$")
                 self.assertEqual(self.ctl("settings", "diff", self.file, device),
-                                 f"{device}: as in {self.file}\n")
+                                 f"{device}: same as {self.file}\n")
 
     def change(self, device):
         self.call("SetNoPartLimit", device, 3, -327.675)
@@ -53,12 +53,12 @@ class RestoreTest(SettingsTestCase):
         self.assertEqual(result.stdout,
                          "SETTING         NOW  NEW\n"
                          "force of set 1   50   61\n"
-                         f"{HVA}: 1 setting written and read back, as in {self.file}\n"
+                         f"{HVA}: 1 setting written and read back, same as {self.file}\n"
                          f"To keep them after power-off: tavrikctl store '{HVA}'\n")
         self.assertEqual((result.returncode, writes), (0, ["PARAM[97][3]"]))
         result, writes = self.writes_during("settings", "restore", self.file, HVA, "--yes")
         self.assertEqual((result.returncode, writes), (0, []))
-        self.assertIn(f"{HVA}: already as in {self.file}\n", result.stdout)
+        self.assertIn(f"{HVA}: already the same as {self.file}\n", result.stdout)
         self.edit(force=50)
         self.ctl("settings", "restore", self.file, HVA, "--yes")
 
@@ -113,7 +113,7 @@ class RestoreTest(SettingsTestCase):
                     self.assertEqual(text.replace("\n", "").replace(" ", ""), (
                         f"{table}"
                         f"Write1settingto{HVA}?[y/N]y"
-                        f"{HVA}:1settingwrittenandreadback,asin{self.file}"
+                        f"{HVA}:1settingwrittenandreadback,sameas{self.file}"
                         f"Tokeepthemafterpower-off:tavrikctlstore'{HVA}'").replace(" ", ""))
                     if columns >= 40:
                         self.assertEqual(lines[0], "SETTING         NOW  NEW")
@@ -137,7 +137,7 @@ class FailureTest(SettingsTestCase):
         self.assertEqual(result.returncode, REFUSED)
         self.assertEqual(self.table_of(result), ["override-grip 80 refused: status 3",
                                                  "no-part-limit of set 1 3.50 written"])
-        self.assertEqual(result.stderr, f"tavrikctl: {TLM}: 1 setting not as in {self.file}; "
+        self.assertEqual(result.stderr, f"tavrikctl: {TLM}: 1 setting differs from {self.file}; "
                                         "nothing was stored\n")
         self.assertEqual(self.call("GetNoPartLimit", TLM, 1), 3.5)
         self.call("SetNoPartLimit", TLM, 1, 2.0)
@@ -169,8 +169,9 @@ class FailureTest(SettingsTestCase):
         with http_server(200, values) as port:
             result = ctl.run("settings", "restore", self.file, "--yes", "--port", port)
         self.assertEqual(result.returncode, REFUSED, result)
-        self.assertIn("no-part-limit of set 1 7.25 not taken: is 0.00", self.table_of(result))
-        self.assertEqual(self.table_of(result)[0], "no-part-limit of set 0 2.00 not taken: is 0.00")
+        self.assertIn("no-part-limit of set 1 7.25 not accepted: is 0.00", self.table_of(result))
+        self.assertEqual(self.table_of(result)[0],
+                         "no-part-limit of set 0 2.00 not accepted: is 0.00")
 
     def restoring(self, **values):
         """A restore on a terminal that has asked for permission."""

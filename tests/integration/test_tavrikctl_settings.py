@@ -180,7 +180,7 @@ class DiffTest(SettingsTestCase):
     def test_differences_are_listed_and_an_exit_status(self):
         self.save(HVA)
         self.assertEqual(self.ctl("settings", "diff", self.file, HVA),
-                         f"{HVA}: as in {self.file}\n")
+                         f"{HVA}: same as {self.file}\n")
         self.edit(force=60, override_grip=80)
         result = ctl.run("settings", "diff", self.file, HVA)
         self.assertEqual((result.returncode, result.stdout, result.stderr),
@@ -197,7 +197,7 @@ class DiffTest(SettingsTestCase):
         self.save(HVA)
         self.edit(checksum=1)
         self.assertEqual(self.ctl("settings", "diff", self.file, HVA),
-                         f"{HVA}: as in {self.file}, except for the checksum\n")
+                         f"{HVA}: same as {self.file}, except for the checksum\n")
 
 
 class WrongFileTest(SettingsTestCase):

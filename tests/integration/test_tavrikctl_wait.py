@@ -172,12 +172,12 @@ class EndTest(WaitTestCase):
 
     def test_process_data_that_do_not_change(self):
         with self.condition("pdin 0 0", "pdin 0 100"):
-            self.expect_failure(DID_NOT_MOVE, "no motion reported, last at 28.00 (state 4): its "
-                                "process data have not changed and may be frozen",
+            self.expect_failure(DID_NOT_MOVE, "no motion reported, last seen at 28.00 (state 4): "
+                                "its process data have not changed and may be frozen",
                                 "grip", HVA, "--wait")
             self.assertEqual(self.reason(DID_NOT_MOVE, "grip", HVA), ("not-reported", "same-data"))
-            self.expect_failure(DID_NOT_MOVE, "did not report that it is off, last at 28.00 (state "
-                                "4): its process data", "disable", HVA, "--wait")
+            self.expect_failure(DID_NOT_MOVE, "did not report that it is off, last seen at 28.00 "
+                                "(state 4): its process data", "disable", HVA, "--wait")
 
     def test_a_drive_that_stays_on(self):
         with self.condition("part 1 12.5", "part 1 none"):
@@ -197,7 +197,7 @@ class EndTest(WaitTestCase):
 
     def test_a_short_limit_is_no_motion(self):
         for limit in (0.1, 0.001):
-            self.expect_failure(DID_NOT_MOVE, "no motion reported, last at 28.00 (state 4)\n",
+            self.expect_failure(DID_NOT_MOVE, "no motion reported, last seen at 28.00 (state 4)\n",
                                 "release", HVA, "--wait", "--within", limit)
             self.assertEqual(self.reason(DID_NOT_MOVE, "release", HVA, "--within", limit),
                              ("not-reported", None))
@@ -332,7 +332,7 @@ class InterruptionTest(WaitTestCase):
         process = self.moving()
         process.process.send_signal(signal.SIGINT)
         self.expect_end(process, -signal.SIGINT,
-                        "TLM SN:7': interrupted, it may still move, at ")
+                        "TLM SN:7': interrupted, it may still be moving, at ")
         self.assertIn("(state 3); to stop it: tavrikctl disable 'TLM SN:7'\\'''",
                       process.errors.lines[0])
         before = self.position()
@@ -376,7 +376,7 @@ class InterruptionTest(WaitTestCase):
             process.process.send_signal(signal.SIGINT)
             self.expect_end(process, -signal.SIGINT, "interrupted, failed to stop it: TLM SN:7': "
                             "status 44: error code of the gripper's master, see its manual; it may "
-                            "still move; to stop it: tavrikctl disable 'TLM SN:7'\\'''")
+                            "still be moving; to stop it: tavrikctl disable 'TLM SN:7'\\'''")
         self.assertTrue(self.enabled())
         ctl.shell(process.errors.lines[-1].rpartition("to stop it: ")[2])
         self.assertFalse(self.enabled())
@@ -393,7 +393,7 @@ class InterruptionTest(WaitTestCase):
         process = self.moving("--timeout", 600)
         with self.stopped_daemon():
             process.process.send_signal(signal.SIGINT)
-            self.expect_end(process, -signal.SIGINT, "interrupted, it may still move, at ")
+            self.expect_end(process, -signal.SIGINT, "interrupted, it may still be moving, at ")
 
     def test_a_second_ctrl_c_ends_the_attempt_to_stop_it(self):
         process = self.moving("--timeout", 600, "--stop-on-interrupt")

@@ -14,7 +14,7 @@ from .harness.cell import PORTS, wait_until
 from .harness.cell_test_case import main
 from .harness.doctor_test_case import (DONE, HVA, NO_DAEMON, NO_GRIPPER, DoctorTestCase,
                                        NoDaemonTestCase)
-from .harness.log_test_case import screen_of
+from .harness.terminal import screen_of
 
 
 class WordsTestCase(DoctorTestCase):

@@ -3,7 +3,6 @@
 import json
 import os
 import pathlib
-import pty
 import re
 import subprocess
 
@@ -14,6 +13,7 @@ from .harness.cell_test_case import main
 from .harness.ctl_test_case import (BAD_ANSWER, FAILED, FAULTY, GRIPPER, HVA, MZD, NOT_AT_REST,
                                     NOT_POSSIBLE, NOT_SENT, NO_ANSWER, NO_DAEMON, NO_GRIPPER,
                                     NO_PROCESS_DATA, REFUSED, TLM, USAGE, CtlTestCase, http_server)
+from .harness.terminal import output_on_terminal
 
 
 class ListTest(CtlTestCase):
@@ -286,29 +286,14 @@ class TerminalTest(CtlTestCase):
 
     options = ("--gripper", "HVA")
 
-    def on_terminal(self, *arguments, environment):
-        """The output of a command whose standard output is a terminal."""
-        master, slave = pty.openpty()
-        with open(master, "rb", buffering=0) as terminal:
-            with open(slave, "wb") as end:
-                subprocess.run(ctl.arguments_of(*arguments), stdout=end, check=True,
-                               env={**ctl.CLEAN, **environment}, timeout=60 * SLOWNESS)
-                os.write(slave, b"END")
-                output = b""
-                while not output.endswith(b"END"):
-                    output += terminal.read(4096)
-        return output
-
     def test_colours_are_for_terminals_and_can_be_disabled(self):
         with self.condition("fault 0 temp-warn on", "fault 0 temp-warn off"):
             self.wait_for_process_data(0, HVA)
-            coloured = self.on_terminal("list", environment={"TERM": "xterm"})
+            coloured = output_on_terminal("list")
             self.assertIn(b"\x1b[1mGRIPPER\x1b[0m", coloured)
             self.assertIn(b"\x1b[31mtemperature warning\x1b[0m", coloured)
-            for environment in ({"TERM": "xterm", "NO_COLOR": "1"}, {"TERM": "dumb"},
-                                {"TERM": ""}):
-                self.assertNotIn(b"\x1b",
-                                 self.on_terminal("list", environment=environment))
+            for environment in ({"NO_COLOR": "1"}, {"TERM": "dumb"}, {"TERM": ""}):
+                self.assertNotIn(b"\x1b", output_on_terminal("list", environment=environment))
             self.assertNotIn("\x1b", self.ctl("list", environment={"TERM": "xterm"}))
 
     def test_output_that_cannot_be_written_is_a_failure(self):

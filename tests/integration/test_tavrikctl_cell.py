@@ -10,7 +10,7 @@ from .harness.cell import wait_until
 from .harness.cell_test_case import main
 from .harness.ctl_test_case import (HVA, MZD, NO_ANSWER, NO_DAEMON, NO_GRIPPER, TLM, USAGE,
                                     CtlTestCase)
-from .harness.terminal import OnTerminal
+from .harness.terminal import TerminalSession
 
 NOT_AS_EXPECTED = 14
 NEW_HVA = "HVA SN:100004"
@@ -187,7 +187,7 @@ class CompareTest(CellFileTestCase):
         self.unplug(2)
         for columns in (20, 40, 80, 200):
             with self.subTest(columns=columns):
-                with OnTerminal("list", "--cell", self.file, columns=columns) as process:
+                with TerminalSession("list", "--cell", self.file, columns=columns) as process:
                     status, lines = process.wait_for_end()
                 self.assertEqual(status, NOT_AS_EXPECTED)
                 text = "".join(line.ljust(columns) for line in lines)

@@ -15,7 +15,8 @@ from .harness import ctl
 from .harness.cell import PATIENCE, SLOWNESS, wait_until
 from .harness.cell_test_case import main
 from .harness.ctl_test_case import FAILED, HVA, MZD, NO_GRIPPER, USAGE
-from .harness.log_test_case import LogTestCase, screen_of
+from .harness.log_test_case import LogTestCase
+from .harness.terminal import screen_of
 from .harness.pages import ROOT, section
 
 

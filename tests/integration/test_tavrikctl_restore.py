@@ -12,7 +12,7 @@ from .harness.ctl_test_case import (HVA, MZD, NO_ANSWER, NO_GRIPPER, NO_PROCESS_
                                     REFUSED, TLM, USAGE, http_server)
 from .harness.pages import OPERATION, section
 from .harness.settings_test_case import SettingsTestCase
-from .harness.terminal import OnTerminal
+from .harness.terminal import TerminalSession
 
 WIDTHS = (20, 40, 80, 200)
 
@@ -84,7 +84,7 @@ class RestoreTest(SettingsTestCase):
         self.expect_failure(USAGE, "no terminal to ask for permission: add --yes",
                             "settings", "restore", self.file, HVA)
         for answer in ("n", "", "nope", "\x04"):
-            with OnTerminal("settings", "restore", self.file, HVA) as process:
+            with TerminalSession("settings", "restore", self.file, HVA) as process:
                 process.wait_for(r"^Write 1 setting to HVA SN:100001\? \[y/N\]")
                 process.type(answer + "\n" * (answer != "\x04"))
                 status, lines = process.wait_for_end()
@@ -98,7 +98,8 @@ class RestoreTest(SettingsTestCase):
         for force, columns in enumerate(WIDTHS, 64):
             with self.subTest(columns=columns):
                 self.edit(force=force)
-                with OnTerminal("settings", "restore", self.file, HVA, columns=columns) as process:
+                with TerminalSession("settings", "restore", self.file, HVA,
+                                     columns=columns) as process:
                     wait_until(lambda process=process: "?" in "".join(process.lines()))
                     process.type("y\n")
                     status, lines = process.wait_for_end()
@@ -177,7 +178,7 @@ class FailureTest(SettingsTestCase):
         """A restore on a terminal that has asked for permission."""
         self.save(HVA)
         self.edit(**values)
-        process = self.enterContext(OnTerminal("settings", "restore", self.file, HVA))
+        process = self.enterContext(TerminalSession("settings", "restore", self.file, HVA))
         process.wait_for(r"\[y/N\]")
         return process
 
@@ -300,7 +301,7 @@ class MovingTest(SettingsTestCase):
         wait_until(lambda: self.call("GetState", TLM) == 0)
         self.save(TLM)
         self.edit(no_part_limit=5.0)
-        with OnTerminal("settings", "restore", self.file) as process:
+        with TerminalSession("settings", "restore", self.file) as process:
             process.wait_for(r"\[y/N\]")
             self.call("Grip", TLM, 0)
             wait_until(lambda: self.call("GetState", TLM) == 5)

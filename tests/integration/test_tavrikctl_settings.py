@@ -7,8 +7,8 @@ import subprocess
 from .harness import ctl
 from .harness.cell_test_case import main
 from .harness.ctl_test_case import FAILED, HVA, MZD, NOT_POSSIBLE, REFUSED, TLM, USAGE
-from .harness.log_test_case import screen_of
 from .harness.settings_test_case import SettingsTestCase
+from .harness.terminal import screen_of
 
 
 class FileTest(SettingsTestCase):

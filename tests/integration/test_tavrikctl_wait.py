@@ -16,7 +16,7 @@ from .harness.cell import SLOWNESS, wait_until
 from .harness.cell_test_case import main
 from .harness.ctl_test_case import (DID_NOT_MOVE, FAULTY, HVA, MZD, NO_ANSWER, NO_PROCESS_DATA,
                                     NOT_AT_REST, NOT_HELD, TLM, USAGE, CtlTestCase)
-from .harness.terminal import OnTerminal
+from .harness.terminal import TerminalSession
 
 ENABLE = 2  # bit of the first byte of PDOUT
 
@@ -99,7 +99,7 @@ class EndTest(WaitTestCase):
             for command, end in (("grip", "reached the limit without a part at 2.00 (state 7)"),
                                  ("release", "released at 28.00 (state 4)")):
                 with self.subTest(columns=columns, command=command):
-                    with OnTerminal(command, HVA, "--wait", columns=columns) as process:
+                    with TerminalSession(command, HVA, "--wait", columns=columns) as process:
                         status, lines = process.wait_for_end()
                     self.assertEqual(status, 0)
                     text = f"{HVA}: {end}"

@@ -299,7 +299,7 @@ class TerminalTest(CtlTestCase):
     def test_output_that_cannot_be_written_is_a_failure(self):
         with open("/dev/full", "w", encoding="utf-8") as full:
             result = subprocess.run(ctl.arguments_of("list"), stdout=full, stderr=subprocess.PIPE,
-                                    text=True, env=ctl.CLEAN, timeout=60 * SLOWNESS)
+                                    text=True, env=ctl.ENVIRONMENT, timeout=60 * SLOWNESS)
         self.assertEqual((result.returncode, result.stderr),
                          (FAILED, "tavrikctl: failed to write to standard output\n"))
 

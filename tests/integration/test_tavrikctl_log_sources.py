@@ -107,7 +107,7 @@ class SourcesTest(LogTestCase):
         self.assertEqual(len(self.objects("--since", "23:30", HVA, path)), 1)
 
     def test_standard_input(self):
-        result = subprocess.run(ctl.arguments_of("log", "--json", "-"), env=ctl.CLEAN,
+        result = subprocess.run(ctl.arguments_of("log", "--json", "-"), env=ctl.ENVIRONMENT,
                                 input="\n".join(self.lines), capture_output=True, text=True,
                                 timeout=PATIENCE, check=True)
         self.assertEqual(result.stdout, self.ctl("log", "--json", self.file(self.lines)))
@@ -167,7 +167,7 @@ class SourcesTest(LogTestCase):
     def test_the_journal_is_followed(self):
         """Ctrl-C is its ordinary end."""
         world = self.fake_journal([], self.journal(self.lines), follow="exec sleep 1000")
-        environment = {**ctl.CLEAN, **world}
+        environment = {**ctl.ENVIRONMENT, **world}
         for number, status in ((signal.SIGINT, 0), (signal.SIGTERM, -signal.SIGTERM)):
             process = subprocess.Popen(ctl.arguments_of("log", "-f"), env=environment, text=True,
                                        stdin=subprocess.DEVNULL, stdout=subprocess.PIPE)
@@ -238,7 +238,7 @@ class ScreenTest(LogTestCase):
                   b"99:99:99 1 Parsing line: PARAM[19][0]=[1b,5b,32,4a]\n", b"12:00:00 1\n"]
         path = self.file([line + b"\n" for line in lines] + attack)
         for arguments in ((), ("-v",), ("--json",)):
-            output = subprocess.run(ctl.arguments_of("log", *arguments, path), env=ctl.CLEAN,
+            output = subprocess.run(ctl.arguments_of("log", *arguments, path), env=ctl.ENVIRONMENT,
                                     stdout=subprocess.PIPE, check=True).stdout
             self.assertEqual(re.findall(rb"[\x00-\x09\x0b-\x1f\x7f]", output), [], arguments)
             output.decode()
@@ -279,7 +279,7 @@ class LongLogTest(LogTestCase):
 
     def run_log(self, path):
         """Seconds of processor time and the largest memory in KiB."""
-        process = subprocess.Popen(ctl.arguments_of("log", path), env=ctl.CLEAN,
+        process = subprocess.Popen(ctl.arguments_of("log", path), env=ctl.ENVIRONMENT,
                                    stdout=subprocess.DEVNULL)
         _, status, usage = os.wait4(process.pid, 0)
         process.returncode = status

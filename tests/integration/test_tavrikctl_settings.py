@@ -104,7 +104,7 @@ class FileTest(SettingsTestCase):
         self.save(HVA)
         old = self.file.read_text()
         result = subprocess.run(
-            ctl.arguments_of("settings", "save", self.file, HVA), env=ctl.CLEAN,
+            ctl.arguments_of("settings", "save", self.file, HVA), env=ctl.ENVIRONMENT,
             capture_output=True, text=True, restore_signals=False,  # SIGXFSZ stays ignored
             preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (100, 100)))
         self.assertEqual((result.returncode, result.stderr), (

@@ -351,7 +351,7 @@ class RowsTest(CtlTestCase):
                 pass
             os.set_blocking(writer, True)
             with subprocess.Popen(ctl.arguments_of("watch", "--json"), stdout=full,
-                                  env=ctl.CLEAN) as watch:
+                                  env=ctl.ENVIRONMENT) as watch:
                 start = time.monotonic()
                 wait_until(lambda: time.monotonic() - start > 1)
                 now = datetime.datetime.now().astimezone().isoformat()
@@ -365,7 +365,7 @@ class RowsTest(CtlTestCase):
     def test_a_closed_reader_ends_it(self):
         watch = " ".join(ctl.arguments_of("watch"))
         result = subprocess.run(["bash", "-c", f"{watch} | head -n 2; exit ${{PIPESTATUS[0]}}"],
-                                env=ctl.CLEAN, capture_output=True, text=True,
+                                env=ctl.ENVIRONMENT, capture_output=True, text=True,
                                 timeout=60 * SLOWNESS)
         self.assertEqual((result.returncode, result.stderr), (128 + signal.SIGPIPE, ""))
         self.assertEqual(len(result.stdout.splitlines()), 2)

@@ -63,7 +63,7 @@ class DoctorTestCase(CellTestCase):
         """The doctor's output for an ordinary user; the command `before` starts it."""
         self.folder().chmod(0o755)
         program = shutil.copy(os.environ["TAVRIK_CTL"], self.folder())
-        environment = {**ctl.CLEAN, **(self.world() if world is None else world)}
+        environment = {**ctl.ENVIRONMENT, **(self.world() if world is None else world)}
         return subprocess.run([*before, *AS_NOBODY, program, "doctor", "--timeout", "1"],
                               env=environment, capture_output=True, text=True).stdout
 

@@ -39,7 +39,7 @@ class TerminalSession:
             command or ctl.arguments_of(*arguments), stdin=self.slave, stdout=self.slave,
             stderr=subprocess.PIPE if controlling else self.slave, text=True,
             start_new_session=True, preexec_fn=prepare,
-            env={**ctl.CLEAN, "TERM": "xterm-256color", **(environment or {})})
+            env={**ctl.ENVIRONMENT, "TERM": "xterm-256color", **(environment or {})})
 
     def __enter__(self):
         return self

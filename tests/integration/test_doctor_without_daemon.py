@@ -16,7 +16,8 @@ import xmlrpc.server
 from .harness import ctl, own_network
 from .harness.cell import PATIENCE, PORTS, SLOWNESS, wait_until
 from .harness.cell_test_case import main
-from .harness.doctor_test_case import BAD_ANSWER, DONE, HVA, NO_DAEMON, TTY, NoDaemonTestCase
+from .harness.ctl import BAD_ANSWER, DONE, NO_DAEMON
+from .harness.doctor_test_case import HVA, TTY, NoDaemonTestCase
 
 
 def leave_nothing(connection):

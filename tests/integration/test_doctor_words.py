@@ -12,8 +12,8 @@ import tempfile
 from .harness import ctl
 from .harness.cell import PORTS, wait_until
 from .harness.cell_test_case import main
-from .harness.doctor_test_case import (DONE, HVA, NO_DAEMON, NO_GRIPPER, DoctorTestCase,
-                                       NoDaemonTestCase)
+from .harness.ctl import DONE, NO_DAEMON, NO_GRIPPER
+from .harness.doctor_test_case import HVA, DoctorTestCase, NoDaemonTestCase
 from .harness.terminal import screen_of
 
 

@@ -10,9 +10,9 @@ from .. import sessions
 from .harness import ctl
 from .harness.cell import SLOWNESS, wait_until
 from .harness.cell_test_case import main
-from .harness.ctl_test_case import (BAD_ANSWER, FAILED, FAULTY, GRIPPER, HVA, MZD, NOT_AT_REST,
-                                    NOT_POSSIBLE, NOT_SENT, NO_ANSWER, NO_DAEMON, NO_GRIPPER,
-                                    NO_PROCESS_DATA, REFUSED, TLM, USAGE, CtlTestCase, http_server)
+from .harness.ctl import (BAD_ANSWER, FAILED, FAULTY, NOT_AT_REST, NOT_POSSIBLE, NOT_SENT,
+                          NO_ANSWER, NO_DAEMON, NO_GRIPPER, NO_PROCESS_DATA, REFUSED, USAGE)
+from .harness.ctl_test_case import GRIPPER, HVA, MZD, TLM, CtlTestCase, http_server
 from .harness.terminal import output_on_terminal
 
 

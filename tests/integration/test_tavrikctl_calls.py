@@ -8,9 +8,10 @@ import time
 from .harness import ctl
 from .harness.cell import PORTS, SLOWNESS
 from .harness.cell_test_case import main
-from .harness.ctl_test_case import (BAD_ANSWER, GRIPPER, HVA, NOT_POSSIBLE, NO_DAEMON, NO_GRIPPER,
-                                    NO_GRIPPERS, NO_PROCESS_DATA, REFUSED, USAGE, CtlTestCase,
-                                    http_server, raw_server, xml_answer)
+from .harness.ctl import (BAD_ANSWER, NOT_POSSIBLE, NO_DAEMON, NO_GRIPPER, NO_PROCESS_DATA,
+                          REFUSED, USAGE)
+from .harness.ctl_test_case import (GRIPPER, HVA, NO_GRIPPERS, CtlTestCase, http_server,
+                                    raw_server, xml_answer)
 from .harness.methods import METHODS
 
 

@@ -8,11 +8,10 @@ import unittest
 from .harness import ctl
 from .harness.cell import wait_until
 from .harness.cell_test_case import main
-from .harness.ctl_test_case import (HVA, MZD, NO_ANSWER, NO_DAEMON, NO_GRIPPER, TLM, USAGE,
-                                    CtlTestCase)
+from .harness.ctl import NOT_AS_EXPECTED, NO_ANSWER, NO_DAEMON, NO_GRIPPER, USAGE
+from .harness.ctl_test_case import HVA, MZD, TLM, CtlTestCase
 from .harness.terminal import TerminalSession
 
-NOT_AS_EXPECTED = 14
 NEW_HVA = "HVA SN:100004"
 
 

@@ -14,8 +14,8 @@ from .. import sessions
 from .harness import ctl, own_network
 from .harness.cell import PORTS, SLOWNESS, Cell, wait_until
 from .harness.cell_test_case import main
-from .harness.doctor_test_case import (AS_NOBODY, DONE, FAILED, HVA, NO_ANSWER, NO_DAEMON,
-                                       NO_GRIPPER, NO_PROCESS_DATA, TTY, DoctorTestCase, world_of)
+from .harness.ctl import DONE, FAILED, NO_ANSWER, NO_DAEMON, NO_GRIPPER, NO_PROCESS_DATA
+from .harness.doctor_test_case import AS_NOBODY, HVA, TTY, DoctorTestCase, world_of
 from .harness.pages import ROOT
 from .harness.terminal import output_on_terminal
 

@@ -6,7 +6,8 @@ import threading
 from .harness import ctl
 from .harness.cell import PORTS
 from .harness.cell_test_case import main
-from .harness.ctl_test_case import HVA, MZD, NO_GRIPPER, TLM
+from .harness.ctl import NO_GRIPPER
+from .harness.ctl_test_case import HVA, MZD, TLM
 from .harness.log_test_case import LogTestCase
 
 NOBODY = "HVA SN:999999"

@@ -14,7 +14,8 @@ import unittest
 from .harness import ctl
 from .harness.cell import PATIENCE, SLOWNESS, wait_until
 from .harness.cell_test_case import main
-from .harness.ctl_test_case import FAILED, HVA, MZD, NO_GRIPPER, USAGE
+from .harness.ctl import FAILED, NO_GRIPPER, USAGE
+from .harness.ctl_test_case import HVA, MZD
 from .harness.log_test_case import LogTestCase
 from .harness.terminal import screen_of
 from .harness.pages import ROOT, section

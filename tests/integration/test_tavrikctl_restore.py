@@ -8,8 +8,8 @@ from .. import sessions
 from .harness import ctl
 from .harness.cell import wait_until
 from .harness.cell_test_case import main
-from .harness.ctl_test_case import (HVA, MZD, NO_ANSWER, NO_GRIPPER, NO_PROCESS_DATA, NOT_AT_REST,
-                                    REFUSED, TLM, USAGE, http_server)
+from .harness.ctl import NOT_AT_REST, NO_ANSWER, NO_GRIPPER, NO_PROCESS_DATA, REFUSED, USAGE
+from .harness.ctl_test_case import HVA, MZD, TLM, http_server
 from .harness.pages import OPERATION, section
 from .harness.settings_test_case import SettingsTestCase
 from .harness.terminal import TerminalSession

@@ -6,7 +6,8 @@ import subprocess
 
 from .harness import ctl
 from .harness.cell_test_case import main
-from .harness.ctl_test_case import FAILED, HVA, MZD, NOT_POSSIBLE, REFUSED, TLM, USAGE
+from .harness.ctl import FAILED, NOT_POSSIBLE, REFUSED, USAGE
+from .harness.ctl_test_case import HVA, MZD, TLM
 from .harness.settings_test_case import SettingsTestCase
 from .harness.terminal import screen_of
 

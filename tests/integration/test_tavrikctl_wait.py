@@ -14,8 +14,9 @@ import time
 from .harness import ctl
 from .harness.cell import SLOWNESS, wait_until
 from .harness.cell_test_case import main
-from .harness.ctl_test_case import (DID_NOT_MOVE, FAULTY, HVA, MZD, NO_ANSWER, NO_PROCESS_DATA,
-                                    NOT_AT_REST, NOT_HELD, TLM, USAGE, CtlTestCase)
+from .harness.ctl import (DID_NOT_MOVE, FAULTY, NOT_AT_REST, NOT_HELD, NO_ANSWER, NO_PROCESS_DATA,
+                          USAGE)
+from .harness.ctl_test_case import HVA, MZD, TLM, CtlTestCase
 from .harness.terminal import TerminalSession
 
 ENABLE = 2  # bit of the first byte of PDOUT

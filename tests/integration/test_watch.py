@@ -14,8 +14,8 @@ import time
 from .harness import ctl
 from .harness.cell import SLOWNESS, wait_until
 from .harness.cell_test_case import main
-from .harness.ctl_test_case import (FAILED, NO_DAEMON, NO_GRIPPER, USAGE, CtlTestCase, http_server,
-                                    xml_answer)
+from .harness.ctl import FAILED, NO_DAEMON, NO_GRIPPER, USAGE
+from .harness.ctl_test_case import CtlTestCase, http_server, xml_answer
 from .harness.terminal import watch_session
 
 DEVICE = "HVA SN:100001"

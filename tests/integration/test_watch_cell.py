@@ -7,7 +7,8 @@ import re
 from .harness import ctl
 from .harness.cell import wait_until
 from .harness.cell_test_case import main
-from .harness.ctl_test_case import HVA, MZD, NO_GRIPPER, TLM, CtlTestCase, http_server
+from .harness.ctl import NO_GRIPPER
+from .harness.ctl_test_case import HVA, MZD, TLM, CtlTestCase, http_server
 from .harness.terminal import watch_session
 
 

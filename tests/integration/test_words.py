@@ -5,8 +5,8 @@ import socket
 
 from .harness import ctl
 from .harness.cell_test_case import main
-from .harness.ctl_test_case import (GRIPPER, HVA, NOT_POSSIBLE, NO_DAEMON, NO_GRIPPER, TLM, USAGE,
-                                    CtlTestCase, http_server, xml_answer)
+from .harness.ctl import NOT_POSSIBLE, NO_DAEMON, NO_GRIPPER, USAGE
+from .harness.ctl_test_case import GRIPPER, HVA, TLM, CtlTestCase, http_server, xml_answer
 from .harness.methods import METHODS
 
 

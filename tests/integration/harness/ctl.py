@@ -5,6 +5,11 @@ import subprocess
 
 from .cell import SLOWNESS, Output
 
+# Exit statuses
+DONE, REFUSED, USAGE, NOT_POSSIBLE, NO_DAEMON, NO_ANSWER, BAD_ANSWER = 0, 1, 2, 3, 4, 5, 6
+NO_GRIPPER, NOT_AT_REST, FAILED, FAULTY, DID_NOT_MOVE, NOT_SENT = 7, 8, 9, 10, 11, 12
+NOT_HELD, NOT_AS_EXPECTED, NO_PROCESS_DATA = 13, 14, 21
+
 # Without a user's settings that would affect tests.
 ENVIRONMENT = {name: value for name, value in os.environ.items()
          if name not in ("NO_COLOR", "http_proxy", "HTTP_PROXY", "all_proxy", "ALL_PROXY")}

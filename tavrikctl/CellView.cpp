@@ -20,8 +20,8 @@ std::string AgeText(const std::optional<CellView::TimePoint>& current, CellView:
     return std::to_string(std::chrono::floor<std::chrono::seconds>(now - *current).count()) + " s";
 }
 
-/// The lines of a table that fit into `height`: those of grippers in trouble rather than others.
-std::vector<StyledText> Choose(std::vector<StyledText> lines, std::size_t height) {
+/// The lines of a table that fit into `height`, alarming ones first, and how many are left out.
+std::vector<StyledText> ChooseRows(std::vector<StyledText> lines, std::size_t height) {
     if (lines.size() <= height || height == 0) {
         return lines;
     }
@@ -32,12 +32,12 @@ std::vector<StyledText> Choose(std::vector<StyledText> lines, std::size_t height
     return lines;
 }
 
-/// The lines of a screen that are left for what is wanted, in the order of need.
+/// The lines of a screen that are still free; the most important parts take theirs first.
 class Room {
 public:
     explicit Room(std::size_t lines) : lines(lines) {}
 
-    /// Whether there is room for `count` more lines, which are used then.
+    /// Takes `count` lines if so many are free. @return whether they were
     bool Take(std::size_t count) {
         const bool fits = count <= lines;
         lines -= fits ? count : 0;
@@ -102,7 +102,7 @@ std::vector<StyledText> CellView::Render(std::size_t width, std::size_t height,
     for (std::size_t i = 0; i < rows.size(); ++i) {
         lines.push_back({table.rows[i], rows[i].alarming});
     }
-    return Cropped(Surround(Choose(lines, height), table.titles, width, height), width, height);
+    return Cropped(Surround(ChooseRows(lines, height), table.titles, width, height), width, height);
 }
 
 std::vector<StyledText> CellView::Surround(const std::vector<StyledText>& rows,

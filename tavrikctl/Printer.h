@@ -24,11 +24,11 @@ struct Column {
 /// Writes the output of a command.
 class Printer {
 public:
-    /// @param columns of the terminal; 0 if there is none, so that nothing needs to fit
+    /// @param columns of the terminal; 0 if there is none: lines may then have any length
     Printer(std::ostream& out, bool colours, std::size_t columns = 0)
         : out(out), colours(colours), columns(columns) {}
 
-    // Each of these has written everything when it returns, or throws a Failure (Failed).
+    // Each of these writes everything before it returns, or throws a Failure (Failed).
 
     void Line(const std::string& text);
     void Line(const StyledText& line);
@@ -37,7 +37,7 @@ public:
     /// cell. Where that is too wide for the terminal, each cell gets a line of its own.
     void Table(const std::vector<Column>& titles, const std::vector<std::vector<StyledText>>& rows);
 
-    /// The same, however wide it is.
+    /// The same, but never with a line for each cell.
     void WideTable(const std::vector<Column>& titles,
                    const std::vector<std::vector<StyledText>>& rows);
 
@@ -67,7 +67,7 @@ std::size_t TerminalColumns();
 /// Whether standard output is a terminal with cursor control.
 bool IsOnTerminal();
 
-/// Whether it is a terminal that may show colours: NO_COLOR forbids them.
+/// Whether it is also a terminal that may show colours: NO_COLOR disables them.
 bool WantsColours();
 
 }  // namespace tavrik

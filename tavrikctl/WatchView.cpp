@@ -21,7 +21,7 @@ constexpr std::size_t kAxisWidth = 9;  // "-327.68 |"
 constexpr std::size_t kMostPlotRows = 12;
 constexpr std::size_t kFewestPlotRows = 3;
 
-/// The oldest of `history` that is not older than `age` before the latest.
+/// The oldest observation that is at most `age` older than the latest.
 std::deque<Observation>::const_iterator Since(const std::deque<Observation>& history,
                                               std::chrono::seconds age) {
     return std::find_if(history.begin(), history.end(), [&](const Observation& each) {
@@ -116,7 +116,7 @@ void WatchView::AddWideValues(std::vector<StyledText>& lines, std::size_t width,
     }
 }
 
-/// In order of need: the first lines may be all that fits.
+/// The most important first: the other lines may not fit.
 void WatchView::AddNarrowValues(std::vector<StyledText>& lines, std::size_t width,
                                 TimePoint now) const {
     const Observation& latest = history.back();
@@ -159,7 +159,7 @@ std::string WatchView::BarLine(std::size_t width) const {
     return left + Bar(data ? Share(data->position) : 0, width - labels) + right;
 }
 
-/// A column holds the positions of an equal part of the time, each with a row of its own.
+/// Each column shows an equal part of the time, with a mark in the row of each position in it.
 void WatchView::AddPlot(std::vector<StyledText>& lines, std::size_t width, std::size_t rows) const {
     const std::size_t columns = std::max(width, kAxisWidth + 1) - kAxisWidth;
     const auto slotTime = Seconds(kPlotTime) / static_cast<double>(columns);
@@ -186,7 +186,7 @@ void WatchView::AddPlot(std::vector<StyledText>& lines, std::size_t width, std::
                      Right("now", columns - std::min(columns, start.size()))});
 }
 
-/// Where a position stands in the scale, 0 to 1.
+/// The place of a position in the scale, 0 to 1.
 double WatchView::Share(double position) const {
     return (position - low) / (high - low);
 }

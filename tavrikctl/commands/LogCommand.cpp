@@ -82,7 +82,7 @@ std::string LogCommand::CheckNoName(const std::string& text) const {
                               gripper + " " + text + "'";
 }
 
-/// A word alone is a file if there is such a file.
+/// A single word is a file if there is such a file.
 void LogCommand::SortArguments() {
     if (file.empty() && IsFile(gripper)) {
         std::swap(file, gripper);
@@ -186,7 +186,7 @@ void LogCommand::Read(LogSource& source, LogModel& model, Printer& printer,
     }
 }
 
-/// Whoever follows a log would wait for a name that was mistyped.
+/// Otherwise a user who follows the log waits in vain after mistyping a name.
 void LogCommand::WarnIfUnknown(const LogModel& model) {
     if (!isWarned && isFollowed && !filter->IsFound(model.Present())) {
         Warn(UnknownText() + " so far");
@@ -194,7 +194,7 @@ void LogCommand::WarnIfUnknown(const LogModel& model) {
     isWarned = true;
 }
 
-/// A word alone may have been meant as a file.
+/// A single word may have been meant as a file.
 std::string LogCommand::UnknownText() const {
     return file.empty() ? "'" + gripper + "' is neither a file nor a gripper in the journal"
                         : "no gripper in the log matches '" + gripper + "'";
@@ -224,7 +224,7 @@ void LogCommand::Show(const LogRow& row, Printer& printer) {
     }
 }
 
-/// Shows the end of what was logged before, once there is no more.
+/// Shows the last rows that were logged before the start.
 void LogCommand::ShowLast(Printer& printer) {
     for (const LogRow& row : std::exchange(last, {})) {
         Print(row, printer);

@@ -13,7 +13,7 @@ namespace tavrik {
 
 namespace {
 
-/// For the drive to report that it is off, after an interruption.
+/// How long the drive may take to report that it is off, after an interruption.
 constexpr std::chrono::seconds kStopLimit(3);
 constexpr int kStopAttempts = 10;
 constexpr std::chrono::milliseconds kStopPause(100);
@@ -163,8 +163,8 @@ private:
     }
 
     /// Switches the drive off after an interruption.
-    /// @param result gets what became of it
-    /// @return the same in words
+    /// @param result gets the outcome
+    /// @return the outcome in words
     std::string Stop(const Gripper& gripper, MotionResult& result, const Endpoint& endpoint) const {
         const std::string text = "interrupted, ";
         result.isOff = false;
@@ -187,7 +187,7 @@ private:
         }
     }
 
-    /// The command that removes what was in the way of the motion, if there is one.
+    /// The command that removes the obstacle of the motion, if there is one.
     std::string Remedy(const MotionResult& result, const Gripper& gripper,
                        const Endpoint& endpoint) const {
         const auto remedy = [&](const std::string& command) {

@@ -50,7 +50,7 @@ std::string PlacesText(const std::vector<SettingPlace>& places) {
            (places.size() > kMost ? " and " + std::to_string(places.size() - kMost) + " more" : "");
 }
 
-/// What has been read as 0 may be something else.
+/// A setting that was read as 0 may have another value.
 void WarnOfZeros(const GripperSettings& settings) {
     const auto zeros = DoubtfulZeros(settings);
     if (!zeros.empty()) {
@@ -60,7 +60,7 @@ void WarnOfZeros(const GripperSettings& settings) {
     }
 }
 
-/// Zeros of a file may be those of a failed reading, and sets that it does not have are zeros.
+/// Zeros in a file may come from a failed read, and sets that are missing in it count as zeros.
 void WarnOfFile(const GripperSettings& saved, const GripperSettings& found,
                 const std::string& file) {
     const int inFile = saved.Count(Place::Set);
@@ -302,7 +302,7 @@ public:
     }
 
 private:
-    /// @throws Failure unless all settings are as in `wanted` at the end
+    /// @throws Failure unless all settings equal `wanted` at the end
     void Write(SettingsTransfer& transfer, const GripperSettings& found,
                const GripperSettings& wanted, Printer& printer) const {
         GripperSettings after;

@@ -124,7 +124,7 @@ class OddGrippersTest(CtlTestCase):
         row = self.json("list", *arguments)[0]
         return row["model"], row["modelFrom"]
 
-    def test_answers_tell_the_model_where_the_name_does_not(self):
+    def test_answers_show_the_model_if_the_name_does_not(self):
         self.assertEqual(self.model(), ("HVA or MZD", "answers"))
         self.call("SetForce", self.HVA, 0, 0)
         self.assertEqual(self.model(), ("TLM?", "answers"))

@@ -172,12 +172,12 @@ class ServerTest(CtlTestCase):
             row, = self.json("list", "--passive", "--port", port)
             self.assertEqual((row["gripper"], row["state"]), ("X", 1))
 
-    def test_an_advice_names_the_host(self):
+    def test_the_advice_names_the_host(self):
         with http_server(200, {"GetGrippers": NO_GRIPPERS}) as port:
             self.expect_failure(NO_GRIPPER, "run 'tavrikctl doctor --host localhost'", "grip",
                                 "--host", "localhost", "--port", port)
 
-    def test_a_rest_that_may_be_missing_process_data_is_a_failure(self):
+    def test_zeros_that_may_be_missing_process_data_are_a_failure(self):
         values = {"GetGrippers": GRIPPER, "Grip": "<int>0</int>", "GetPDINExcerpt": "<int>0</int>",
                   "GetState": "<int>0</int>", "GetPos": "<double>0</double>",
                   "GetOverrideGrip": "<int>0</int>"}

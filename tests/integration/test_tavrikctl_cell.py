@@ -217,7 +217,7 @@ class StrictTest(CellFileTestCase):
             self.unplug(number)
         self.assertEqual((self.doctor(), self.doctor("--strict")), (NO_GRIPPER, NO_GRIPPER))
 
-    def test_no_gripper_that_answers_is_not_hidden(self):
+    def test_the_status_of_a_silent_gripper_is_kept(self):
         self.unplug(1)
         self.unplug(2)
         with self.condition("silent 0 on", "silent 0 off"):

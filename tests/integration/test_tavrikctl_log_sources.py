@@ -80,7 +80,7 @@ class SourcesTest(LogTestCase):
         self.assertEqual([row["gripper"] for row in rows if row["kind"] == "call"], [HVA])
         self.assertIn("--since=@", (self.folder / "asked").read_text())
 
-    def test_without_a_journal_the_remedy_is_told(self):
+    def test_without_a_journal_the_remedy_is_printed(self):
         self.expect_failure(FAILED, "cannot run journalctl", "log",
                             environment={"PATH": str(self.folder)})
         world = self.fake_journal([], [])
@@ -258,7 +258,7 @@ class PageTest(LogTestCase):
         row = re.sub(r"\d[\d.]* ms$", "N ms", re.sub(r"[\d:]{8}\.\d{3}", "TIME", row))
         return re.sub(" +", " ", row)
 
-    def test_the_rows_are_true(self):
+    def test_the_documented_rows_match_the_output(self):
         self.call("Grip", HVA, 1)
         self.call("Holdfast", HVA, True)
         with self.condition("mute 1 on", "mute 1 off"):

@@ -267,7 +267,7 @@ class FailureTest(SettingsTestCase):
         self.cell.log.wait_for(re.escape(f"New command {key}"), since=mark, count=2)
         self.assertEqual(json.loads(self.file.read_text())["sets"][4]["release-limit"], 28.0)
 
-    def test_without_process_data_nothing_is_believed(self):
+    def test_without_process_data_zeros_are_rejected(self):
         mark = self.cell.log.mark()
         self.cell.command("mode 0 2")
         self.cell.log.wait_for("STARTUP$", since=mark)
@@ -312,7 +312,7 @@ class MovingTest(SettingsTestCase):
         self.assertEqual(self.call("GetNoPartLimit", TLM, 1), 2.0)
 
 
-class NightTest(SettingsTestCase):
+class ReplacementTest(SettingsTestCase):
     """docs/operation.md: a gripper is exchanged as its session says."""
 
     options = ("--gripper", "HVA", "--gripper", "HVA,serial=100009", "--unplugged", "1")

@@ -208,7 +208,7 @@ class WrongFileTest(SettingsTestCase):
             self.expect_failure(status, text, "settings", *command, self.file, HVA, *arguments)
             self.assertEqual(self.cell.show(0)["requestCount"], before)
 
-    def test_files_that_are_none_are_refused_before_anything_is_sent(self):
+    def test_invalid_files_are_refused_before_anything_is_sent(self):
         self.save(HVA)
         good = self.file.read_text()
         for text, reason in (

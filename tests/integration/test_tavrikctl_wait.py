@@ -196,7 +196,7 @@ class EndTest(WaitTestCase):
                                 "grip", TLM, "--wait")
             self.assertEqual(self.reason(FAULTY, "grip", TLM), ("fault", None))
 
-    def test_a_short_limit_is_no_motion(self):
+    def test_a_short_limit_ends_without_a_reported_motion(self):
         for limit in (0.1, 0.001):
             self.expect_failure(DID_NOT_MOVE, "no motion reported, last seen at 28.00 (state 4)\n",
                                 "release", HVA, "--wait", "--within", limit)
@@ -214,7 +214,7 @@ class EndTest(WaitTestCase):
         self.assertEqual(answer["result"], "gripped")
         self.assertGreaterEqual(answer["held"], 0.2)
 
-    def test_no_part_is_none_that_is_held(self):
+    def test_hold_for_fails_without_a_part(self):
         self.expect_failure(NOT_HELD, "reached the limit without a part at 2.00 (state 7)",
                             "grip", HVA, "--wait", "--hold-for", 60)
         self.expect_failure(USAGE, "--hold-for", "release", HVA, "--wait", "--hold-for", 1)
@@ -458,7 +458,7 @@ class SlowMotionTest(WaitTestCase):
             self.assertEqual(self.reason(DID_NOT_MOVE, "release", "--within", 0.3),
                              ("did-not-move", "override-zero"))
 
-    def test_force_that_builds_up_is_no_rest(self):
+    def test_force_that_builds_up_is_not_rest(self):
         """For more than half a second, the state is that of a motion and the position is still."""
         self.ctl("disable", "--wait")
         part = self.cell.show(0)["position"] - 0.012

@@ -225,13 +225,13 @@ class ScreenTest(CtlTestCase):
         self.expect_failure(NO_GRIPPER, "no gripper matches 'nobody'", "watch", "nobody")
 
 
-class TroubleTest(CtlTestCase):
+class OtherServerTest(CtlTestCase):
     """Servers that are not a daemon; the daemon of the cell keeps running."""
 
     options = ()
     GRIPPER = xml_answer("<array><data><value>HVA</value></data></array>")
 
-    def test_a_daemon_may_come_back(self):
+    def test_an_unexpected_answer_does_not_end_it(self):
         with http_server(200, self.GRIPPER) as port:
             with watch_session("--port", port) as watch:
                 watch.wait_for("^values    GetPDINExcerpt: the reply has an unexpected type$")
@@ -283,7 +283,7 @@ class RowsTest(CtlTestCase):
                                    "temperatureWarning": "0", "maintenance": "1", "certain": "1",
                                    "values": "fresh"})
 
-    def test_json_has_an_object_a_line(self):
+    def test_json_has_one_object_per_line(self):
         rows = self.rows("--json")
         rows.wait_for('"fresh"', count=2)
         row = json.loads(rows.lines[0])

@@ -133,7 +133,7 @@ class NearestTest(CtlTestCase):
 class AdviceTest(CtlTestCase):
     options = ()
 
-    def test_whatever_cannot_reach_the_daemon_names_the_doctor(self):
+    def test_without_a_daemon_the_doctor_is_suggested(self):
         with socket.create_server(("127.0.0.1", 0)) as server:
             port = server.getsockname()[1]
         for command in (["list"], ["grip", "HVA"], ["get", "force"], ["set", "force", 1],
@@ -144,7 +144,7 @@ class AdviceTest(CtlTestCase):
         self.expect_failure(NO_DAEMON, "; run 'tavrikctl doctor --host localhost' to find out why",
                             "list", "--port", port, "--host", "localhost")
 
-    def test_whatever_finds_no_gripper_names_the_doctor(self):
+    def test_without_a_gripper_the_doctor_is_suggested(self):
         advice = "o grippers found; run 'tavrikctl doctor' to find out why"
         self.assertEqual(self.ctl("list"), f"N{advice}.\n")
         self.expect_failure(NO_GRIPPER, f"n{advice}\n", "grip")

@@ -20,24 +20,24 @@ std::string AgeText(const std::optional<CellView::TimePoint>& current, CellView:
     return std::to_string(std::chrono::floor<std::chrono::seconds>(now - *current).count()) + " s";
 }
 
-/// The lines of a table that fit into `height`: those of grippers in trouble rather than others.
-std::vector<Cell> Choose(std::vector<Cell> lines, std::size_t height) {
+/// The lines of a table that fit into `height`, alarming ones first, and how many are left out.
+std::vector<StyledText> ChooseRows(std::vector<StyledText> lines, std::size_t height) {
     if (lines.size() <= height || height == 0) {
         return lines;
     }
-    std::stable_partition(lines.begin(), lines.end(), std::mem_fn(&Cell::alarming));
+    std::stable_partition(lines.begin(), lines.end(), std::mem_fn(&StyledText::alarming));
     const std::size_t hidden = lines.size() - (height - 1);
     lines.resize(height - 1);
     lines.push_back({std::to_string(hidden) + " more"});
     return lines;
 }
 
-/// The lines of a screen that are left for what is wanted, in the order of need.
+/// The lines of a screen that are still free; the most important parts take theirs first.
 class Room {
 public:
     explicit Room(std::size_t lines) : lines(lines) {}
 
-    /// Whether there is room for `count` more lines, which are used then.
+    /// Takes `count` lines if so many are free. @return whether they were
     bool Take(std::size_t count) {
         const bool fits = count <= lines;
         lines -= fits ? count : 0;
@@ -91,47 +91,49 @@ std::vector<std::string> CellView::Reasons() const {
     return reasons;
 }
 
-std::vector<Cell> CellView::Render(std::size_t width, std::size_t height, TimePoint now) const {
+std::vector<StyledText> CellView::Render(std::size_t width, std::size_t height,
+                                         TimePoint now) const {
     std::vector<GripperRow> rows;
     for (const Gripper& gripper : grippers) {
         rows.push_back(RowOf(gripper, now));
     }
     const GripperTable table = LayOut(rows, width);
-    std::vector<Cell> lines;
+    std::vector<StyledText> lines;
     for (std::size_t i = 0; i < rows.size(); ++i) {
         lines.push_back({table.rows[i], rows[i].alarming});
     }
-    return Cropped(Surround(Choose(lines, height), table.titles, width, height), width, height);
+    return Cropped(Surround(ChooseRows(lines, height), table.titles, width, height), width, height);
 }
 
-std::vector<Cell> CellView::Surround(const std::vector<Cell>& rows, const std::string& titles,
-                                     std::size_t width, std::size_t height) const {
+std::vector<StyledText> CellView::Surround(const std::vector<StyledText>& rows,
+                                           const std::string& titles, std::size_t width,
+                                           std::size_t height) const {
     const std::string count = std::to_string(grippers.size()) + " grippers";
-    const std::vector<Cell> head =
+    const std::vector<StyledText> head =
         TitleLines(grippers.empty() ? "waiting for the daemon" : count, server, width);
-    std::vector<Cell> foot;
+    std::vector<StyledText> foot;
     for (const std::string& reason : Reasons()) {
         AddWrapped(foot, reason, width, true);
     }
-    const std::vector<Cell> blank(1);
+    const std::vector<StyledText> blank(1);
 
     Room room(height - std::min(height, rows.size()));
     const bool hasTitles = !rows.empty() && !titles.empty() && room.Take(1);
     const bool hasHead = room.Take(head.size());
     const bool hasFoot = !foot.empty() && room.Take(foot.size());
     const bool hasHelp = room.Take(1);
-    std::vector<Cell> lines;
-    const auto append = [&lines](bool fits, const std::vector<Cell>& more) {
+    std::vector<StyledText> lines;
+    const auto append = [&lines](bool fits, const std::vector<StyledText>& more) {
         lines.insert(lines.end(), more.begin(), fits ? more.end() : more.begin());
     };
     append(hasHead, head);
     append(hasHead && room.Take(1), blank);
-    append(hasTitles, {Cell{titles}});
+    append(hasTitles, {StyledText{titles}});
     append(true, rows);
     append(hasFoot && room.Take(1), blank);
     append(hasFoot, foot);
     append(hasHelp && room.Take(1), blank);
-    append(hasHelp, {Cell{kHelpLine}});
+    append(hasHelp, {StyledText{kHelpLine}});
     return lines;
 }
 

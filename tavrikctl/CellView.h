@@ -12,19 +12,19 @@
 
 namespace tavrik {
 
-/// The screen of "watch" for all grippers, as text: a row each.
+/// The screen of "watch" for all grippers, as text: a row for each.
 class CellView {
 public:
     using TimePoint = Observation::Clock::time_point;
 
-    /// @param server the right of the first line
+    /// @param server shown at the right end of the first line
     explicit CellView(std::string server) : server(std::move(server)) {}
 
     void Add(const Observation& observation);
 
-    /// Lines of up to `width` columns, `height` of them at most. A narrow screen has fewer columns;
-    /// on a low one, grippers without trouble are left out and counted.
-    std::vector<Cell> Render(std::size_t width, std::size_t height, TimePoint now) const;
+    /// At most `height` lines of at most `width` columns. A narrow screen has fewer columns of the
+    /// table; a low one counts the grippers that it leaves out, those without alarms first.
+    std::vector<StyledText> Render(std::size_t width, std::size_t height, TimePoint now) const;
 
 private:
     struct Gripper {
@@ -36,11 +36,11 @@ private:
 
     static GripperRow RowOf(const Gripper& gripper, TimePoint now);
 
-    /// The rows with what else there is room for.
-    std::vector<Cell> Surround(const std::vector<Cell>& rows, const std::string& titles,
-                               std::size_t width, std::size_t height) const;
+    /// The rows, and the titles, reasons and help that fit as well.
+    std::vector<StyledText> Surround(const std::vector<StyledText>& rows, const std::string& titles,
+                                     std::size_t width, std::size_t height) const;
 
-    /// Each distinct reason why there is no data, once.
+    /// The reasons why data is missing, each once.
     std::vector<std::string> Reasons() const;
 
     const std::string server;

@@ -41,8 +41,8 @@ constexpr const char* kExitStatuses =
   21   no process data: the gripper may be starting
   130  interrupted by Ctrl-C; 143 by SIGTERM, 129 by SIGHUP)";
 
-/// The words "help" and "version" in the place of a command stand for the options of these names.
-std::vector<std::string> WithoutWords(std::vector<std::string> arguments) {
+/// Replaces the words "help" and "version" in the place of a command by the options of these names.
+std::vector<std::string> ReplaceHelpAndVersion(std::vector<std::string> arguments) {
     if (arguments.empty()) {
         return arguments;
     }
@@ -159,7 +159,7 @@ void CommandLine::CheckCommand(const std::vector<std::string>& words) const {
     }
 }
 
-/// The command that was chosen, with its parents: "settings save".
+/// The name of the chosen command, with its parents: "settings save".
 std::string CommandLine::ChosenPath() const {
     std::string path;
     for (const CLI::App* at = &app; !at->get_subcommands().empty();) {
@@ -182,7 +182,7 @@ std::string CommandLine::HelpAdvice() const {
     return "see tavrikctl " + path + (path.empty() ? "" : " ") + "--help";
 }
 
-/// Explains the words of the command line that nothing has taken.
+/// Explains the words of the command line that belong to no option or argument.
 /// @throws Failure (Usage)
 void CommandLine::ExplainExtras() const {
     const auto extras = app.remaining(true);
@@ -252,7 +252,7 @@ ExitStatus CommandLine::Run(int argc, const char* const* argv) {
 
 ExitStatus CommandLine::ReadAndRun(int argc, const char* const* argv) {
     Printer printer(std::cout, WantsColours(), TerminalColumns());
-    auto arguments = WithoutWords({argv + 1, argv + argc});
+    auto arguments = ReplaceHelpAndVersion({argv + 1, argv + argc});
     if (!arguments.empty() && arguments.back() == "--help") {
         CheckCommand(arguments);  // otherwise CLI11 would print the help of the program
     }

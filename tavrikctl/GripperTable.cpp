@@ -12,17 +12,17 @@ namespace tavrik {
 
 namespace {
 
-/// How a gripper is named: with its device string, its serial number or its place in the list.
+/// How a gripper is named: by its device string, its serial number or its place in the list.
 enum class Name { Full, Serial, Place };
 
-/// The most that a layout shows: each shows one thing less than the one before.
-enum class Most { Bar, Age, Values, Titles, Flags, Position, State };
+/// How much a layout shows: each value shows one thing less than the one before.
+enum class Detail { Bar, Age, Values, Titles, Flags, Position, State };
 
 struct Layout {
     Name name;
-    Most most;
+    Detail detail;
 
-    bool Shows(Most what) const { return most <= what; }
+    bool Shows(Detail what) const { return detail <= what; }
 };
 
 std::string NameText(Name form, const std::string& name, std::size_t place) {
@@ -35,10 +35,10 @@ std::string NameText(Name form, const std::string& name, std::size_t place) {
                                                              : name.substr(serial + kSerial.size());
 }
 
-/// The flags; without a column for the values, also what is wrong with them.
+/// The flags; if there is no column for the values, also what is wrong with them.
 std::string FlagsText(const GripperRow& row, const Layout& layout) {
     const bool isFine = row.values == "fresh" || row.values == "unasked";
-    if (layout.Shows(Most::Values) || isFine) {
+    if (layout.Shows(Detail::Values) || isFine) {
         return row.flags;
     }
     return row.flags == "none" || row.flags == "-" ? row.values : row.flags + ", " + row.values;
@@ -72,7 +72,7 @@ private:
 
 Lines LayOut(const std::vector<GripperRow>& rows, const Layout& layout, std::size_t width) {
     constexpr std::size_t kShortestBar = 12;
-    const bool isTitled = layout.Shows(Most::Titles);
+    const bool isTitled = layout.Shows(Detail::Titles);
     const std::size_t gap = isTitled ? 2 : 1;
     Lines lines(rows.size() + 1, gap);
     const auto add = [&](const std::string& title, Align align, auto text) {
@@ -84,21 +84,21 @@ Lines LayOut(const std::vector<GripperRow>& rows, const Layout& layout, std::siz
     add("GRIPPER", Align::Left,
         [&](const GripperRow& row) { return NameText(layout.name, row.name, ++place); });
     add("STATE", Align::Right, [](const GripperRow& row) { return row.state; });
-    if (layout.Shows(Most::Position)) {
+    if (layout.Shows(Detail::Position)) {
         add("POSITION", Align::Right, [](const GripperRow& row) { return row.position; });
     }
-    if (layout.Shows(Most::Flags)) {
+    if (layout.Shows(Detail::Flags)) {
         add("FLAGS", Align::Left, [&](const GripperRow& row) { return FlagsText(row, layout); });
     } else {
         add("", Align::Left, [](const GripperRow& row) { return row.alarming ? "!" : ""; });
     }
-    if (layout.Shows(Most::Values)) {
+    if (layout.Shows(Detail::Values)) {
         add("VALUES", Align::Left, [](const GripperRow& row) { return row.values; });
     }
-    if (layout.Shows(Most::Age)) {
+    if (layout.Shows(Detail::Age)) {
         add("AGE", Align::Right, [](const GripperRow& row) { return row.age; });
     }
-    if (layout.Shows(Most::Bar)) {
+    if (layout.Shows(Detail::Bar)) {
         const std::size_t used = lines.Width() + gap;
         const std::size_t room = std::max(width - std::min(width, used), kShortestBar);
         add("RANGE SO FAR", Align::Left,
@@ -107,14 +107,14 @@ Lines LayOut(const std::vector<GripperRow>& rows, const Layout& layout, std::siz
     return lines;
 }
 
-/// From the richest to the poorest. A full name is worth more than the columns behind the flags.
+/// From the most to the least detailed. A full name matters more than the columns after the flags.
 std::vector<Layout> Layouts() {
     std::vector<Layout> layouts;
-    for (const auto& [name, poorest] : {std::pair(Name::Full, Most::Titles),
-                                        {Name::Serial, Most::Position},
-                                        {Name::Place, Most::State}}) {
-        for (int most = 0; most <= static_cast<int>(poorest); ++most) {
-            layouts.push_back({name, static_cast<Most>(most)});
+    for (const auto& [name, least] : {std::pair(Name::Full, Detail::Titles),
+                                      {Name::Serial, Detail::Position},
+                                      {Name::Place, Detail::State}}) {
+        for (int detail = 0; detail <= static_cast<int>(least); ++detail) {
+            layouts.push_back({name, static_cast<Detail>(detail)});
         }
     }
     return layouts;
@@ -131,7 +131,7 @@ GripperTable LayOut(const std::vector<GripperRow>& rows, std::size_t width) {
         }
     }
     const std::vector<std::string> lines = LayOut(rows, chosen, width).Texts();
-    return {chosen.Shows(Most::Titles) ? lines.front() : "", {lines.begin() + 1, lines.end()}};
+    return {chosen.Shows(Detail::Titles) ? lines.front() : "", {lines.begin() + 1, lines.end()}};
 }
 
 }  // namespace tavrik

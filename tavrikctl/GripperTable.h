@@ -14,7 +14,7 @@ struct GripperRow {
     std::string flags;   ///< "none" or "-" if there are none
     std::string values;  ///< see ValuesWord()
     std::string age;
-    double share;   ///< of the position bar that is filled, 0 to 1
+    double share;   ///< filled part of the position bar, 0 to 1
     bool alarming;  ///< needs attention
 };
 
@@ -24,9 +24,9 @@ struct GripperTable {
     std::vector<std::string> rows;
 };
 
-/// Lays `rows` out in `width` columns: leaves out the bar first, then other columns in the order of
-/// need, and shortens names to serial numbers. Cuts no text, so that the lines may be wider than
-/// `width` if that is below 20.
+/// Lays `rows` out in `width` columns: leaves out the bar first, then the least important columns,
+/// and shortens names to serial numbers. Truncates no text: if `width` is below 20, lines may be
+/// wider.
 GripperTable LayOut(const std::vector<GripperRow>& rows, std::size_t width);
 
 }  // namespace tavrik

@@ -20,7 +20,7 @@ Example:
 What can go wrong:
   No grippers found: run 'tavrikctl doctor'.
   The master does not answer: the values may be old; check its power and cable.
-  While a robot is working, reading disturbs it: use --passive.)"},
+  Reading delays the calls of a working robot: use --passive.)"},
         {"grip", R"(
 Closes the fingers until they hold a part or reach the no-part limit. Force and
 limit come from the parameter set. The fingers move at once.
@@ -86,8 +86,8 @@ What can go wrong:
   Status 5: the master did not answer in time; compare the settings after the
   next start, or store again.)"},
         {"get", R"(
-Reads one setting from the gripper. Limits are in the unit of its positions,
-forces and overrides in that of its manual.
+Reads one setting from the gripper. Limits have the unit of its positions; its
+manual gives the units of forces and overrides.
 
 Example:
   tavrikctl get force --set 1 'HVA SN:100001'
@@ -96,9 +96,9 @@ What can go wrong:
   The answer is 0 or off: the gripper may not have this setting.
   Status 5: its master does not answer.)"},
         {"set", R"(
-Changes one setting and reads it back. Limits are in the unit of the gripper's
-positions, forces and overrides in that of its manual. Unless it is stored
-(tavrikctl store), the change is lost at power-off.
+Changes one setting and reads it back. Limits have the unit of the gripper's
+positions; its manual gives the units of forces and overrides. Unless it is
+stored (tavrikctl store), the change is lost at power-off.
 
 Example:
   tavrikctl set force 60 --set 1 'HVA SN:100001'
@@ -108,7 +108,7 @@ What can go wrong:
   Status 3: the model does not have this setting.)"},
         {"settings", R"(
 Shows, saves, compares or restores all settings of a gripper: parameter sets,
-overrides, reference direction, LEDs. The file is JSON, sorted, and suits
+overrides, reference direction, LEDs. The file is sorted JSON, suitable for
 version control.
 
 Example:
@@ -117,8 +117,8 @@ Example:
 What can go wrong:
   See the help of each command, such as 'tavrikctl settings restore --help'.)"},
         {"settings show", R"(
-Prints all settings of a gripper: limits in the unit of its positions, forces
-and overrides in that of its manual. This takes about a second.
+Prints all settings of a gripper. Limits have the unit of its positions; its
+manual gives the units of forces and overrides. This takes about a second.
 
 Example:
   tavrikctl settings show 'HVA SN:100001'
@@ -156,9 +156,9 @@ Example:
 
 What can go wrong:
   Status 3: the file is from another model.
-  The gripper refuses a value: the value is listed, and nothing is stored.
+  The gripper refuses a value: it is listed, and nothing is stored.
   The connection breaks: repeat the command to finish.
-  The file has 0, or fewer sets than the gripper: a warning tells which.)"},
+  The file has 0, or fewer sets than the gripper: a warning names them.)"},
         {"cell", R"(
 Saves which grippers a cell has, for 'list --cell' and 'doctor --cell'.
 
@@ -178,7 +178,7 @@ What can go wrong:
   add --yes.)"},
         {"log", R"(
 Shows the daemon's log: each line with its master and gripper, each call as one
-line with its duration in s or ms, trouble marked by "!", and a summary. Reads
+line with its duration in s or ms, problems marked by "!", and a summary. Reads
 the journal of the service, FILE, or "-" for standard input.
 
 Example:
@@ -188,8 +188,8 @@ What can go wrong:
   The journal is empty: run it as root, or name the file.
   "?": the log does not show which gripper or call the line belongs to.)"},
         {"watch", R"(
-Shows position, state, flags and age of the values 20 times a second: of all
-grippers, a row each, or of one in full. Without a terminal it prints a row for
+Shows position, state, flags and age of the values 20 times a second: a row for
+each gripper, or one gripper in full. Without a terminal it prints a row for
 each reading. Positions are in the gripper's unit. "q" quits.
 
 Example:
@@ -198,7 +198,7 @@ Example:
 What can go wrong:
   frozen: the master does not answer; check its power and cable.
   none: the gripper was unplugged, or the daemon has ended; watch waits for it.
-  While a robot is working, reading disturbs it: use --passive.)"},
+  Reading delays the calls of a working robot: use --passive.)"},
         {"call", R"(
 Sends one call with the types that the method needs. INTEGER is decimal, limits
 are a NUMBER in the unit of the gripper's positions. Nothing is checked or read
@@ -208,20 +208,20 @@ Example:
   tavrikctl call SetForce 'HVA SN:100001' 1 60
 
 What can go wrong:
-  0, 0.0 and false are also the answers of a failed reading.
+  A failed read also returns 0, 0.0 or false.
   A status other than 0 is explained on standard error.)"},
         {"doctor", R"(
 Checks service, network, ports, USB, masters and grippers, and prints a remedy
-below each problem. Moves nothing and sets nothing. Only root sees everything.
+below each problem. Moves and changes nothing. Only root can check everything.
 
 Example:
   sudo tavrikctl doctor
 
 What can go wrong:
   A row with "?" could not be checked: follow its "do:" line.
-  Reading disturbs a robot that is working.
-  A browser that is pointed at a port of the daemon shows "404" or "405": that
-  is normal, it serves programs only.)"},
+  The checks delay the calls of a working robot.
+  A browser shows "404" or "405" for a port of the daemon: that is normal, the
+  port serves programs only.)"},
     };
     return kTexts;
 }

@@ -30,8 +30,8 @@ private:
     std::thread waiter;
 };
 
-/// Ends the program as the signal does that has interrupted it: the shell then reports 128 and its
-/// number, and a script ends with Ctrl-C.
+/// Ends the program by the signal that interrupted it: the shell reports 128 plus its number, and
+/// Ctrl-C also ends a script.
 void EndInterrupted();
 
 }  // namespace tavrik

@@ -11,9 +11,9 @@ namespace tavrik {
 
 namespace {
 
-constexpr std::size_t kNarrow = 60;    // columns; below, text has lines of its own
-constexpr std::size_t kForBoth = 100;  // columns for master and gripper
-constexpr const char* kBetween = "  ";
+constexpr std::size_t kNarrowLog = 60;      // columns; below, the text has lines of its own
+constexpr std::size_t kWidthForBoth = 100;  // columns for master and gripper
+constexpr const char* kSeparator = "  ";
 
 std::string Counted(std::uint64_t count, const std::string& one, const std::string& several) {
     return std::to_string(count) + " " + (count == 1 ? one : several);
@@ -41,7 +41,7 @@ std::vector<std::string> LogView::Lines(const LogRow& row) {
         date = row.stamp.date;
         lines.push_back(date);
     }
-    const bool isNarrow = columns != 0 && columns < kNarrow;
+    const bool isNarrow = columns != 0 && columns < kNarrowLog;
     for (std::string& line : isNarrow ? NarrowLines(row) : WideLines(row)) {
         lines.push_back(std::move(line));
     }
@@ -51,22 +51,22 @@ std::vector<std::string> LogView::Lines(const LogRow& row) {
 std::vector<std::string> LogView::WideLines(const LogRow& row) {
     const std::string master = LogMaster(row);
     std::string owner = LogGripper(row);
-    std::string head = LogMark(row) + " " + LogClock(row) + kBetween;
+    std::string head = LogMark(row) + " " + LogClock(row) + kSeparator;
     if (ShowsMaster()) {
         masterWidth = std::max(masterWidth, Width(master));
-        head += Left(master, masterWidth) + kBetween;
+        head += Left(master, masterWidth) + kSeparator;
     } else if (owner.empty()) {
         owner = master;
     }
     ownerWidth = std::max(ownerWidth, Width(owner));
-    head += Left(owner, ownerWidth) + kBetween;
+    head += Left(owner, ownerWidth) + kSeparator;
     const std::string text = LogText(row);
     const std::size_t width = Width(head);
     if (columns == 0 || width + Width(text) <= columns) {
         return {head + text};
     }
-    constexpr std::size_t kLeast = 20;  // columns for the text
-    if (width + kLeast > columns) {
+    constexpr std::size_t kMinTextWidth = 20;  // columns
+    if (width + kMinTextWidth > columns) {
         return NarrowLines(row);
     }
     std::vector<std::string> lines = Wrap(text, columns - width);
@@ -83,14 +83,14 @@ std::vector<std::string> LogView::NarrowLines(const LogRow& row) const {
     std::vector<std::string> lines;
     for (const std::string& part : {head, LogText(row)}) {
         for (const std::string& line : Wrap(part, columns - 2)) {
-            lines.push_back((lines.empty() ? LogMark(row) + " " : kBetween) + line);
+            lines.push_back((lines.empty() ? LogMark(row) + " " : kSeparator) + line);
         }
     }
     return lines;
 }
 
 bool LogView::ShowsMaster() const {
-    return columns == 0 || columns >= kForBoth;
+    return columns == 0 || columns >= kWidthForBoth;
 }
 
 std::vector<std::string> LogView::Lines(const LogSummary& summary) const {

@@ -13,7 +13,7 @@ namespace tavrik {
 /// Lays out the rows of a log for a terminal or a file.
 class LogView {
 public:
-    /// @param columns of the terminal; 0 if the output is none: then each row is one line
+    /// @param columns of the terminal; 0 if the output is not a terminal: each row is then one line
     explicit LogView(std::size_t columns) : columns(columns) {}
 
     /// The lines of a row, printable.

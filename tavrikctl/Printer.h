@@ -6,14 +6,12 @@
 #include <string>
 #include <vector>
 
-#include "doctor/Finding.h"
-
 namespace tavrik {
 
 enum class Align { Left, Right };
 
-/// A piece of output, coloured where colours are enabled.
-struct Cell {
+/// A line of output or a cell of a table, coloured where colours are enabled.
+struct StyledText {
     std::string text;
     bool alarming = false;  ///< red
 };
@@ -26,21 +24,22 @@ struct Column {
 /// Writes the output of a command.
 class Printer {
 public:
-    /// @param columns of the terminal; 0 if there is none, so that nothing needs to fit
+    /// @param columns of the terminal; 0 if there is none: lines may then have any length
     Printer(std::ostream& out, bool colours, std::size_t columns = 0)
         : out(out), colours(colours), columns(columns) {}
 
-    // Each of these has written everything when it returns, or throws a Failure (Failed).
+    // Each of these writes everything before it returns, or throws a Failure (Failed).
 
     void Line(const std::string& text);
-    void Line(const Cell& line);
+    void Line(const StyledText& line);
 
     /// A line of titles, unless all are empty, then the rows, every column as wide as its widest
     /// cell. Where that is too wide for the terminal, each cell gets a line of its own.
-    void Table(const std::vector<Column>& titles, const std::vector<std::vector<Cell>>& rows);
+    void Table(const std::vector<Column>& titles, const std::vector<std::vector<StyledText>>& rows);
 
-    /// The same, however wide it is.
-    void WideTable(const std::vector<Column>& titles, const std::vector<std::vector<Cell>>& rows);
+    /// The same, but never with a line for each cell.
+    void WideTable(const std::vector<Column>& titles,
+                   const std::vector<std::vector<StyledText>>& rows);
 
     /// One JSON text, indented; ASCII only, so that no string can control the terminal.
     void Json(const nlohmann::ordered_json& json);
@@ -52,7 +51,7 @@ public:
     void Flush();
 
 private:
-    void Stacked(const std::vector<Column>& titles, const std::vector<Cell>& row);
+    void Stacked(const std::vector<Column>& titles, const std::vector<StyledText>& row);
 
     std::ostream& out;
     bool colours;
@@ -68,11 +67,7 @@ std::size_t TerminalColumns();
 /// Whether standard output is a terminal with cursor control.
 bool IsOnTerminal();
 
-/// Whether it is a terminal that may show colours: NO_COLOR forbids them.
+/// Whether it is also a terminal that may show colours: NO_COLOR disables them.
 bool WantsColours();
-
-/// Prints the findings in up to 80 columns, each with its remedy below. Consecutive findings share
-/// one remedy, and three or more equal ones are printed as one.
-void PrintReport(const Findings& findings, Printer& printer);
 
 }  // namespace tavrik

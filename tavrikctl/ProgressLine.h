@@ -4,11 +4,11 @@
 
 namespace tavrik {
 
-/// Shows on a terminal how much is done, in a line that disappears at the end. It is written to
-/// standard error, and only if that is a terminal.
+/// Shows progress in a line that disappears at the end. Written to standard error, and only if that
+/// is a terminal.
 class ProgressLine {
 public:
-    /// @param text what is done, in a word
+    /// @param text the activity in one word, such as "Reading"
     explicit ProgressLine(std::string text);
     ~ProgressLine();
     ProgressLine(const ProgressLine&) = delete;

@@ -20,17 +20,18 @@ std::string Bar(double share, std::size_t width) {
     return "[" + Left(std::string(static_cast<std::size_t>(filled), '#'), room) + "]";
 }
 
-std::vector<Cell> TitleLines(const std::string& left, const std::string& right, std::size_t width) {
+std::vector<StyledText> TitleLines(const std::string& left, const std::string& right,
+                                   std::size_t width) {
     const std::size_t used = Width(left) + 1;
     if (used + Width(right) <= width) {
         return {{left + " " + Right(right, width - used)}};
     }
-    std::vector<Cell> lines;
+    std::vector<StyledText> lines;
     AddWrapped(lines, left, width);
     return lines;
 }
 
-void AddWrapped(std::vector<Cell>& lines, const std::string& text, std::size_t width,
+void AddWrapped(std::vector<StyledText>& lines, const std::string& text, std::size_t width,
                 bool alarming) {
     constexpr std::size_t kNarrowest = 2;  // columns of a wide character
     if (Width(text) <= width) {
@@ -42,9 +43,10 @@ void AddWrapped(std::vector<Cell>& lines, const std::string& text, std::size_t w
     }
 }
 
-std::vector<Cell> Cropped(std::vector<Cell> lines, std::size_t width, std::size_t height) {
+std::vector<StyledText> Cropped(std::vector<StyledText> lines, std::size_t width,
+                                std::size_t height) {
     lines.resize(std::min(lines.size(), height));
-    for (Cell& line : lines) {
+    for (StyledText& line : lines) {
         line.text = Cut(line.text, width);
     }
     return lines;

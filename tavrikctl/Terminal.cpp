@@ -82,7 +82,7 @@ std::size_t Terminal::Height() const {
     return static_cast<std::size_t>(getmaxy(stdscr));
 }
 
-void Terminal::Show(const std::vector<Cell>& lines) const {
+void Terminal::Show(const std::vector<StyledText>& lines) const {
     erase();
     for (std::size_t row = 0; row < lines.size(); ++row) {
         const bool isRed = colours && lines[row].alarming;
@@ -92,7 +92,7 @@ void Terminal::Show(const std::vector<Cell>& lines) const {
     refresh();
 }
 
-bool Terminal::IsLeaving(std::chrono::milliseconds patience) {
+bool Terminal::WaitForQuit(std::chrono::milliseconds patience) {
     timeout(static_cast<int>(patience.count()));
     const int key = getch();
     if (key == ERR) {

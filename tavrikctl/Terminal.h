@@ -10,8 +10,8 @@ struct screen;
 
 namespace tavrik {
 
-/// The whole terminal, as long as this object lives; one at a time. The destructor restores the
-/// terminal, and ends the program if a signal for that has arrived.
+/// Controls the whole terminal while it exists; only one may exist. The destructor restores the
+/// terminal, and ends the program if a signal to end it has arrived.
 class Terminal {
 public:
     /// @throws Failure (Failed) if the type of the terminal is unknown
@@ -20,12 +20,12 @@ public:
     std::size_t Width() const;
     std::size_t Height() const;
 
-    void Show(const std::vector<Cell>& lines) const;
+    void Show(const std::vector<StyledText>& lines) const;
 
     /// Waits up to `patience` for a key. Ctrl-Z suspends the program.
-    /// @return whether to quit: q, Escape or Ctrl-C was pressed, the terminal has gone, or a
-    /// signal asks for it
-    bool IsLeaving(std::chrono::milliseconds patience);
+    /// @return whether to quit: q, Escape or Ctrl-C was pressed, the terminal is gone, or a signal
+    /// to end the program has arrived
+    bool WaitForQuit(std::chrono::milliseconds patience);
 
 private:
     struct Restorer {

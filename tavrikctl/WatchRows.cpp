@@ -49,7 +49,7 @@ std::string NameColumn(const std::string& text, std::size_t width) {
     return Left(text, std::max(width, kNameTitle.size()));
 }
 
-/// What every form tells about an observation.
+/// What every form shows of an observation.
 Json Members(const Observation& observation, const std::string& time) {
     Json object{{"time", time}, {"gripper", observation.gripper}};
     if (observation.data) {

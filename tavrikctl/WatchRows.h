@@ -16,14 +16,14 @@ enum class RowForm { Aligned, Csv, Json };
 /// @param nameWidth columns of the longest name, for aligned rows
 std::string WatchHeader(RowForm form, std::size_t nameWidth);
 
-/// @param time of the observation: time of day in aligned rows, otherwise with the date and the
-/// offset from UTC
+/// @param time of the observation; printed without the date in aligned rows, otherwise with the
+/// date and the offset from UTC
 std::string WatchRow(RowForm form, const Observation& observation,
                      std::chrono::system_clock::time_point time, std::size_t nameWidth);
 
-/// How far the values can be trusted, in one word: "fresh"; "unasked" if the master was not asked
-/// whether it answers; "zero" if there may be no process data; "silent" or "frozen" if the master
-/// does not answer; "none".
+/// Whether the values are current, in one word: "fresh"; "unasked" if the master was not asked
+/// whether it answers; "zero" if there may be no process data; "silent" if the master does not
+/// answer, "frozen" if the values have not changed since either; "none" without values.
 std::string ValuesWord(const Observation& observation);
 
 }  // namespace tavrik

@@ -21,7 +21,7 @@ constexpr std::size_t kAxisWidth = 9;  // "-327.68 |"
 constexpr std::size_t kMostPlotRows = 12;
 constexpr std::size_t kFewestPlotRows = 3;
 
-/// The oldest of `history` that is not older than `age` before the latest.
+/// The oldest observation that is at most `age` older than the latest.
 std::deque<Observation>::const_iterator Since(const std::deque<Observation>& history,
                                               std::chrono::seconds age) {
     return std::find_if(history.begin(), history.end(), [&](const Observation& each) {
@@ -66,8 +66,9 @@ std::string WatchView::ValuesText(const Observation& observation, TimePoint now)
     return observation.probed ? "fresh" : "possibly old: the master was not polled";
 }
 
-std::vector<Cell> WatchView::Render(std::size_t width, std::size_t height, TimePoint now) const {
-    std::vector<Cell> lines = TitleLines(title, server, width);
+std::vector<StyledText> WatchView::Render(std::size_t width, std::size_t height,
+                                          TimePoint now) const {
+    std::vector<StyledText> lines = TitleLines(title, server, width);
     const bool isWide = !history.empty() && Width(PositionLine()) <= width;
     if (history.empty()) {
         lines.push_back({""});
@@ -97,7 +98,8 @@ std::string WatchView::PositionLine() const {
            Right(data ? std::to_string(data->state) : "-", 2) + "   " + CallRateText();
 }
 
-void WatchView::AddWideValues(std::vector<Cell>& lines, std::size_t width, TimePoint now) const {
+void WatchView::AddWideValues(std::vector<StyledText>& lines, std::size_t width,
+                              TimePoint now) const {
     constexpr std::size_t kLabelWidth = 10;
     const Observation& latest = history.back();
     lines.push_back({""});
@@ -105,17 +107,18 @@ void WatchView::AddWideValues(std::vector<Cell>& lines, std::size_t width, TimeP
     for (const auto& [label, text, alarming] :
          {std::tuple("flags", FlagsText(latest.data), latest.data && latest.data->HasFlags()),
           std::tuple("values", ValuesText(latest, now), AreValuesAlarming(now))}) {
-        std::vector<Cell> wrapped;
+        std::vector<StyledText> wrapped;
         AddWrapped(wrapped, text, width - kLabelWidth, alarming);
-        for (Cell& line : wrapped) {
+        for (StyledText& line : wrapped) {
             line.text = Left(&line == &wrapped.front() ? label : "", kLabelWidth) + line.text;
         }
         lines.insert(lines.end(), wrapped.begin(), wrapped.end());
     }
 }
 
-/// In order of need: the first lines may be all that fits.
-void WatchView::AddNarrowValues(std::vector<Cell>& lines, std::size_t width, TimePoint now) const {
+/// The most important first: the other lines may not fit.
+void WatchView::AddNarrowValues(std::vector<StyledText>& lines, std::size_t width,
+                                TimePoint now) const {
     const Observation& latest = history.back();
     const auto& data = latest.data;
     if (data) {
@@ -156,8 +159,8 @@ std::string WatchView::BarLine(std::size_t width) const {
     return left + Bar(data ? Share(data->position) : 0, width - labels) + right;
 }
 
-/// A column holds the positions of an equal part of the time, each with a row of its own.
-void WatchView::AddPlot(std::vector<Cell>& lines, std::size_t width, std::size_t rows) const {
+/// Each column shows an equal part of the time, with a mark in the row of each position in it.
+void WatchView::AddPlot(std::vector<StyledText>& lines, std::size_t width, std::size_t rows) const {
     const std::size_t columns = std::max(width, kAxisWidth + 1) - kAxisWidth;
     const auto slotTime = Seconds(kPlotTime) / static_cast<double>(columns);
     const auto slot = [slotTime](const Observation& each) {
@@ -183,7 +186,7 @@ void WatchView::AddPlot(std::vector<Cell>& lines, std::size_t width, std::size_t
                      Right("now", columns - std::min(columns, start.size()))});
 }
 
-/// Where a position stands in the scale, 0 to 1.
+/// The place of a position in the scale, 0 to 1.
 double WatchView::Share(double position) const {
     return (position - low) / (high - low);
 }

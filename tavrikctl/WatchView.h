@@ -16,27 +16,27 @@ class WatchView {
 public:
     using TimePoint = Observation::Clock::time_point;
 
-    /// @param title,server the left and the right of the first line
+    /// @param title,server shown at the left and the right end of the first line
     WatchView(std::string title, std::string server)
         : title(std::move(title)), server(std::move(server)) {}
 
     void Add(const Observation& observation);
 
-    /// "fresh", or why the values of the observation are not.
+    /// "fresh", or why the values of the observation are not fresh.
     static std::string ValuesText(const Observation& observation, TimePoint now);
 
-    /// Lines of up to `width` columns, `height` of them at most. A narrow screen has the values
-    /// only; lines that do not fit are left out from below.
-    std::vector<Cell> Render(std::size_t width, std::size_t height, TimePoint now) const;
+    /// At most `height` lines of at most `width` columns. A narrow screen shows only the values,
+    /// and the last lines are left out if they do not fit.
+    std::vector<StyledText> Render(std::size_t width, std::size_t height, TimePoint now) const;
 
 private:
     std::string PositionLine() const;
-    void AddWideValues(std::vector<Cell>& lines, std::size_t width, TimePoint now) const;
-    void AddNarrowValues(std::vector<Cell>& lines, std::size_t width, TimePoint now) const;
+    void AddWideValues(std::vector<StyledText>& lines, std::size_t width, TimePoint now) const;
+    void AddNarrowValues(std::vector<StyledText>& lines, std::size_t width, TimePoint now) const;
     bool AreValuesAlarming(TimePoint now) const;
     std::string CallRateText() const;
     std::string BarLine(std::size_t width) const;
-    void AddPlot(std::vector<Cell>& lines, std::size_t width, std::size_t rows) const;
+    void AddPlot(std::vector<StyledText>& lines, std::size_t width, std::size_t rows) const;
     double Share(double position) const;
 
     const std::string title;

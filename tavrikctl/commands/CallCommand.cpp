@@ -15,7 +15,7 @@ namespace {
 
 constexpr char kGripperLetter = 'g';
 constexpr char kArrayLetter = 'a';
-constexpr const char* kNoGripper = "---";  // the daemon takes it for no gripper at all
+constexpr const char* kNoGripper = "---";  // the daemon takes it as: no gripper
 
 /// All methods in two columns, for the help text.
 std::string MethodList() {

@@ -77,7 +77,7 @@ std::string CheckNotEmpty(const std::string& text) {
 }
 
 std::string CheckNoFolder(const std::string& path) {
-    std::error_code error;  // a path that cannot be seen is no folder
+    std::error_code error;  // a path that cannot be accessed is not a folder
     return std::filesystem::is_directory(path, error) ? "'" + path + "' is a directory" : "";
 }
 

@@ -4,6 +4,7 @@
 
 #include "doctor/Bundle.h"
 #include "doctor/Doctor.h"
+#include "tavrikctl/ReportView.h"
 #include "tavrikctl/commands/Command.h"
 
 namespace tavrik {

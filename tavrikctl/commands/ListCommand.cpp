@@ -35,7 +35,7 @@ Entry Examine(const Gripper& gripper, bool passive) {
     if (entry.answers == false) {
         entry.note = "master does not answer, values may be old";
     } else if (!entry.data.certain) {
-        entry.note = "zero or no process data";
+        entry.note = "all zero: possibly no process data";
     } else if (!passive) {
         model = gripper.Model();
     }
@@ -59,7 +59,7 @@ bool IsMissing(const ExpectedCell::Difference& difference) {
 }
 
 /// The last column: how the gripper differs from the expected cell, and the warning.
-Cell Remark(const Entry& entry, const CellChanges& changes) {
+StyledText Remark(const Entry& entry, const CellChanges& changes) {
     const auto* const change = ChangeOf(entry.gripper, changes);
     if (change == nullptr) {
         return {entry.note, entry.answers == false};
@@ -68,7 +68,7 @@ Cell Remark(const Entry& entry, const CellChanges& changes) {
 }
 
 void PrintTable(const std::vector<Entry>& entries, const CellChanges& changes, Printer& printer) {
-    std::vector<std::vector<Cell>> rows;
+    std::vector<std::vector<StyledText>> rows;
     rows.reserve(entries.size() + changes.size());
     for (const Entry& entry : entries) {
         rows.push_back({{Printable(entry.gripper)},

@@ -83,7 +83,7 @@ std::string LogCommand::CheckNoName(const std::string& text) const {
                               ShellWord(gripper + " " + text);
 }
 
-/// A word alone is a file if there is such a file.
+/// A single word is a file if there is such a file.
 void LogCommand::SortArguments() {
     if (file.empty() && IsFile(gripper)) {
         std::swap(file, gripper);
@@ -112,8 +112,8 @@ ExitStatus LogCommand::Run(Daemon& /*daemon*/, Printer& printer) {
     if (file.empty() && model.Summary().lines == 0) {
         throw Failure(ExitStatus::Failed,
                       (gripper.empty() ? "" : "file '" + gripper + "' does not exist, and ") +
-                          "the journal has no line of TavrikDaemon: run as root, or name the file "
-                          "that it logs to: tavrikctl log FILE");
+                          "the journal has no lines of TavrikDaemon: run this as root, or name its "
+                          "log file: tavrikctl log FILE");
     }
     if (!filter->IsFound(model.Present())) {
         throw Failure(ExitStatus::NoGripper, UnknownText());
@@ -187,7 +187,7 @@ void LogCommand::Read(LogSource& source, LogModel& model, Printer& printer,
     }
 }
 
-/// Whoever follows a log would wait for a name that was mistyped.
+/// Otherwise a user who follows the log waits in vain after mistyping a name.
 void LogCommand::WarnIfUnknown(const LogModel& model) {
     if (!isWarned && isFollowed && !filter->IsFound(model.Present())) {
         Warn(UnknownText() + " so far");
@@ -195,7 +195,7 @@ void LogCommand::WarnIfUnknown(const LogModel& model) {
     isWarned = true;
 }
 
-/// A word alone may have been meant as a file.
+/// A single word may have been meant as a file.
 std::string LogCommand::UnknownText() const {
     return file.empty() ? "'" + gripper + "' is neither a file nor a gripper in the journal"
                         : "no gripper in the log matches '" + gripper + "'";
@@ -225,7 +225,7 @@ void LogCommand::Show(const LogRow& row, Printer& printer) {
     }
 }
 
-/// Shows the end of what was logged before, once there is no more.
+/// Shows the last rows that were logged before the start.
 void LogCommand::ShowLast(Printer& printer) {
     for (const LogRow& row : std::exchange(last, {})) {
         Print(row, printer);
@@ -240,7 +240,7 @@ void LogCommand::Print(const LogRow& row, Printer& printer) {
         return;
     }
     for (const std::string& line : view->Lines(row)) {
-        printer.Line(Cell{line, IsAlarming(row)});
+        printer.Line(StyledText{line, IsAlarming(row)});
     }
 }
 

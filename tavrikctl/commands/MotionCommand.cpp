@@ -13,7 +13,7 @@ namespace tavrik {
 
 namespace {
 
-/// For the drive to report that it is off, after an interruption.
+/// How long the drive may take to report that it is off, after an interruption.
 constexpr std::chrono::seconds kStopLimit(3);
 constexpr int kStopAttempts = 10;
 constexpr std::chrono::milliseconds kStopPause(100);
@@ -155,7 +155,7 @@ private:
         if (result.held) {  // the motion has ended; without the drive, the part might fall
             return "interrupted while it holds the part" + place;
         }
-        return "interrupted, it may still move" + place + StopText(gripper, endpoint);
+        return "interrupted, it may still be moving" + place + StopText(gripper, endpoint);
     }
 
     static std::string StopText(const Gripper& gripper, const Endpoint& endpoint) {
@@ -163,8 +163,8 @@ private:
     }
 
     /// Switches the drive off after an interruption.
-    /// @param result gets what became of it
-    /// @return the same in words
+    /// @param result gets the outcome
+    /// @return the outcome in words
     std::string Stop(const Gripper& gripper, MotionResult& result, const Endpoint& endpoint) const {
         const std::string text = "interrupted, ";
         result.isOff = false;
@@ -182,12 +182,12 @@ private:
             result.data = stop.data;
             return text + stop.Text();
         } catch (const Failure& failure) {
-            return text + "failed to stop it: " + failure.what() + "; it may still move" +
+            return text + "failed to stop it: " + failure.what() + "; it may still be moving" +
                    StopText(gripper, endpoint);
         }
     }
 
-    /// The command that removes what was in the way of the motion, if there is one.
+    /// The command that removes the obstacle of the motion, if there is one.
     std::string Remedy(const MotionResult& result, const Gripper& gripper,
                        const Endpoint& endpoint) const {
         const auto remedy = [&](const std::string& command) {

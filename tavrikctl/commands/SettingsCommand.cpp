@@ -23,7 +23,7 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 using Place = Setting::Place;
-using Rows = std::vector<std::vector<Cell>>;
+using Rows = std::vector<std::vector<StyledText>>;
 
 GripperSettings Read(SettingsTransfer& transfer) {
     ProgressLine line("Reading");
@@ -50,7 +50,7 @@ std::string PlacesText(const std::vector<SettingPlace>& places) {
            (places.size() > kMost ? " and " + std::to_string(places.size() - kMost) + " more" : "");
 }
 
-/// What has been read as 0 may be something else.
+/// A setting that was read as 0 may have another value.
 void WarnOfZeros(const GripperSettings& settings) {
     const auto zeros = DoubtfulZeros(settings);
     if (!zeros.empty()) {
@@ -60,7 +60,7 @@ void WarnOfZeros(const GripperSettings& settings) {
     }
 }
 
-/// Zeros of a file may be those of a failed reading, and sets that it does not have are zeros.
+/// Zeros in a file may come from a failed read, and sets that are missing in it count as zeros.
 void WarnOfFile(const GripperSettings& saved, const GripperSettings& found,
                 const std::string& file) {
     const int inFile = saved.Count(Place::Set);
@@ -106,7 +106,7 @@ void PrintTable(const GripperSettings& settings, Place place, const std::string&
         if (each.setting->place != place || each.number >= settings.Count(place)) {
             continue;
         }
-        std::vector<Cell>& row = rows[static_cast<std::size_t>(each.number)];
+        std::vector<StyledText>& row = rows[static_cast<std::size_t>(each.number)];
         if (row.empty()) {
             row.push_back({std::to_string(each.number)});
         }
@@ -243,7 +243,7 @@ public:
         if (json) {
             PrintJson(saved, found, differences, printer);
         } else if (differences.empty()) {
-            printer.Line(gripper.Name() + ": as in " + file +
+            printer.Line(gripper.Name() + ": same as " + file +
                          (saved.checksum == found.checksum ? "" : ", except for the checksum"));
         } else {
             PrintDifferences(differences, "FILE", "GRIPPER", printer);
@@ -287,7 +287,7 @@ public:
         found.ExpectSameModel(wanted, file);
         WarnOfFile(wanted, found, file);
         const auto differences = Differences(found, wanted);
-        std::string result = "already as in " + file;
+        std::string result = "already the same as " + file;
         if (!differences.empty()) {
             PrintDifferences(differences, "NOW", "NEW", printer);
             const std::string count = CountText(differences.size());
@@ -295,14 +295,14 @@ public:
                 throw Failure(ExitStatus::Refused, "nothing was written");
             }
             Write(transfer, found, wanted, printer);
-            result = count + " written and read back, as in " + file;
+            result = count + " written and read back, same as " + file;
         }
         Finish(gripper, daemon.Server(), result, printer);
         return ExitStatus::Done;
     }
 
 private:
-    /// @throws Failure unless all settings are as in `wanted` at the end
+    /// @throws Failure unless all settings equal `wanted` at the end
     void Write(SettingsTransfer& transfer, const GripperSettings& found,
                const GripperSettings& wanted, Printer& printer) const {
         GripperSettings after;
@@ -331,9 +331,10 @@ private:
         const auto rest = Differences(after, wanted);
         if (!rest.empty()) {
             PrintSteps(transfer.Steps(), after, wanted, printer);
-            throw Failure(ExitStatus::Refused, Printable(found.gripper) + ": " +
-                                                   CountText(rest.size()) + " not as in " + file +
-                                                   (store ? "; nothing was stored" : ""));
+            throw Failure(ExitStatus::Refused,
+                          Printable(found.gripper) + ": " + CountText(rest.size()) +
+                              (rest.size() == 1 ? " differs" : " differ") + " from " + file +
+                              (store ? "; nothing was stored" : ""));
         }
     }
 
@@ -363,7 +364,8 @@ private:
     static std::string ResultText(const SettingsTransfer::Step& step, int after) {
         const auto& [place, from, to] = step.difference;
         const bool isLost = step.result == SettingsTransfer::Result::Written && after != to;
-        return isLost ? "not taken: is " + SettingText(*place.setting, after) : step.ResultText();
+        return isLost ? "not accepted: is " + SettingText(*place.setting, after)
+                      : step.ResultText();
     }
 
     void Finish(const Gripper& gripper, const Endpoint& server, const std::string& result,

@@ -32,7 +32,7 @@ void ShowScreen(CellMonitor& monitor, View view) {
             view.Add(observation);
         }
         terminal.Show(view.Render(terminal.Width(), terminal.Height(), Observation::Clock::now()));
-    } while (!terminal.IsLeaving(kFramePause));
+    } while (!terminal.WaitForQuit(kFramePause));
 }
 
 [[noreturn]] void PrintRows(CellMonitor& monitor, RowForm form, std::size_t nameWidth,

@@ -6,7 +6,7 @@ import shlex
 from .harness import ctl
 from .harness.cell_test_case import main
 from .harness.ctl_test_case import CtlTestCase
-from .harness.watch import Watch
+from .harness.terminal import TerminalSession
 
 COMPLETION = pathlib.Path(__file__).resolve().parents[2] / "packaging" / "completion" / "tavrikctl"
 SETUP = ("source /usr/share/bash-completion/bash_completion\n"
@@ -21,26 +21,27 @@ class CompletionTest(CtlTestCase):
                "--gripper", "MZD-S,serial=5", "--gripper", "MZD-S,serial=5")
 
     def setUp(self):
-        self.bash = Watch(command=["bash", "-c", "exec bash --norc --noprofile -i 2>&1"],
-                          columns=100, environment={"INPUTRC": "/dev/null"})
+        self.bash = TerminalSession(
+            command=["bash", "-c", "exec bash --norc --noprofile -i 2>&1"], rows=24, columns=100,
+            controlling=True, environment={"INPUTRC": "/dev/null"})
         self.addCleanup(self.bash.__exit__)
         self.bash.wait_for("[$#]$")
-        self.bash.press(SETUP.encode())
+        self.bash.type(SETUP)
         self.bash.wait_for("^>$")
 
     def expect(self, typed, shown):
         """Types a line and a tab; waits until the line reads `shown`, then clears it."""
-        self.bash.press(typed.encode() + b"\t")
+        self.bash.type(typed + "\t")
         self.bash.wait_for("^> " + shown + "$")
-        self.bash.press(b"\x15")
+        self.bash.type("\x15")
         self.bash.wait_for("^>$")
 
     def offered(self, typed):
         """What is offered for a line that several words continue."""
-        self.bash.press(typed.encode() + b"\t")
+        self.bash.type(typed + "\t")
         self.bash.wait_for("^[^> ]")
         lines = self.bash.wait_for("^> " + typed.strip() + "$")
-        self.bash.press(b"\x15")
+        self.bash.type("\x15")
         return {word for line in lines for word in line.replace("\\ ", "_").split()
                 if not line.startswith(">")}
 
@@ -68,7 +69,7 @@ class CompletionTest(CtlTestCase):
                     r"tavrikctl call --exact GetPos HVA\\ SN:100001")
 
     def test_nothing_is_offered_in_the_place_of_a_value(self):
-        self.bash.press(b"tavrikctl set force \t\tX")
+        self.bash.type("tavrikctl set force \t\tX")
         self.bash.wait_for("^> tavrikctl set force X$")
 
 

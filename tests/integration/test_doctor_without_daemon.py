@@ -16,7 +16,8 @@ import xmlrpc.server
 from .harness import ctl, own_network
 from .harness.cell import PATIENCE, PORTS, SLOWNESS, wait_until
 from .harness.cell_test_case import main
-from .harness.doctor_test_case import BAD_ANSWER, DONE, HVA, NO_DAEMON, TTY, NoDaemonTestCase
+from .harness.ctl import BAD_ANSWER, DONE, NO_DAEMON
+from .harness.doctor_test_case import HVA, TTY, NoDaemonTestCase
 
 
 def leave_nothing(connection):
@@ -90,7 +91,7 @@ class NoDaemonTest(NoDaemonTestCase):
     @unittest.skipIf(SLOWNESS > 1, "sanitizers need /proc")
     def test_no_proc(self):
         result = subprocess.run(["unshare", "-m", "sh", "-c", 'mount -t tmpfs proc /proc && exec "$@"',
-                                 "sh", *ctl.arguments_of("doctor")], env=ctl.CLEAN,
+                                 "sh", *ctl.arguments_of("doctor")], env=ctl.ENVIRONMENT,
                                 capture_output=True, text=True)
         self.assertEqual((result.returncode, result.stderr), (NO_DAEMON, ""))
         self.assertRegex(result.stdout, r"(?m)^\? +service +only root can see whether TavrikDaemon")
@@ -172,8 +173,8 @@ class NoDaemonTest(NoDaemonTestCase):
                 "os.execv(sys.argv[1], sys.argv[1:])\n")
         result = subprocess.run(["unshare", "-n", sys.executable, "-c", code,
                                  *ctl.arguments_of("doctor")],
-                                cwd=pathlib.Path(__file__).resolve().parents[2], env=ctl.CLEAN,
-                                capture_output=True, text=True)
+                                cwd=pathlib.Path(__file__).resolve().parents[2],
+                                env=ctl.ENVIRONMENT, capture_output=True, text=True)
         self.assertEqual(result.returncode, NO_DAEMON, result)
         self.assertIn(f"port {PORTS[0]}  held by a closed connection", result.stdout)
 

@@ -12,9 +12,9 @@ import tempfile
 from .harness import ctl
 from .harness.cell import PORTS, wait_until
 from .harness.cell_test_case import main
-from .harness.doctor_test_case import (DONE, HVA, NO_DAEMON, NO_GRIPPER, DoctorTestCase,
-                                       NoDaemonTestCase)
-from .harness.log_test_case import screen_of
+from .harness.ctl import DONE, NO_DAEMON, NO_GRIPPER
+from .harness.doctor_test_case import HVA, DoctorTestCase, NoDaemonTestCase
+from .harness.terminal import screen_of
 
 
 class WordsTestCase(DoctorTestCase):

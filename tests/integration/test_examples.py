@@ -36,7 +36,7 @@ def setUpModule():
 def shell(command, *arguments):
     """Returns how to run a command of the page with the program in the tests' folder."""
     return {"args": ["sh", "-c", f'{command.replace("/tmp", folder)} "$@"', "sh", *arguments],
-            "cwd": ROOT, "env": {**ctl.CLEAN, "http_proxy": CLOSED_PORT},  # must not be used
+            "cwd": ROOT, "env": {**ctl.ENVIRONMENT, "http_proxy": CLOSED_PORT},  # must not be used
             "stdin": subprocess.DEVNULL}
 
 

@@ -14,10 +14,11 @@ import unittest
 from .harness.booted_debian import container
 from .harness.cell import PATIENCE, PORTS, answers, wait_until
 from .harness.cell_test_case import main
+from .harness.ctl import NO_DAEMON, NO_GRIPPER
 from .harness.machine_test_case import (CELL, DOCTOR, FAILURES, GRIPPER, INSTALL, INSTALL_ALL,
                                         INSTALL_CLIENT, INSTALL_FROM_TREE, INSTALL_SIMULATOR, LIST,
-                                        NETWORK, NO_DAEMON, NO_GRIPPER, PURGE, REMOVE, UNIT,
-                                        MachineTestCase, Robot, completions)
+                                        NETWORK, PURGE, REMOVE, UNIT, MachineTestCase, Robot,
+                                        completions)
 
 
 class FirstInstallTest(MachineTestCase):

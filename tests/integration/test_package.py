@@ -12,11 +12,11 @@ import unittest
 
 from .harness.cell import PATIENCE, PORTS, wait_until
 from .harness.cell_test_case import main
-from .harness.machine_test_case import (A_GRIPPER_ANSWERS, CELL, DOCTOR, GRIPPER, HANGING, LIST,
-                                        LOOK, MASTER, NETWORK, NO_DAEMON, NO_GRIPPER, REINSTALL,
-                                        RESERVED_PORTS, RESET, RESTART, START, STOP, TAKEN_PORT,
-                                        TEST_SETTINGS, TRY, TTY_PATH, UNIT, USB_PATH,
-                                        MachineTestCase, completions, simulated_device)
+from .harness.ctl import DONE, NO_DAEMON, NO_GRIPPER
+from .harness.machine_test_case import (CELL, DOCTOR, GRIPPER, HANGING, LIST, LOOK, MASTER,
+                                        NETWORK, REINSTALL, RESERVED_PORTS, RESET, RESTART, START,
+                                        STOP, TAKEN_PORT, TEST_SETTINGS, TRY, TTY_PATH, UNIT,
+                                        USB_PATH, MachineTestCase, completions, simulated_device)
 
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
@@ -242,7 +242,7 @@ class CellTest(MachineTestCase):
 
     def test_the_client_shows_the_gripper(self):
         wait_until(lambda: GRIPPER in self.machine.output(LIST))
-        findings = self.expect_doctor(A_GRIPPER_ANSWERS, ("warn", "service"), ("ok", GRIPPER),
+        findings = self.expect_doctor(DONE, ("warn", "service"), ("ok", GRIPPER),
                                       *(("ok", f"port {port}") for port in PORTS))
         self.assertRegex(findings["service"], ", in pellix-sim: its masters are simulated or tapped$")
         self.assertNotIn("masters", findings)

@@ -3,7 +3,6 @@
 import json
 import os
 import pathlib
-import pty
 import re
 import subprocess
 
@@ -11,9 +10,10 @@ from .. import sessions
 from .harness import ctl
 from .harness.cell import SLOWNESS, wait_until
 from .harness.cell_test_case import main
-from .harness.ctl_test_case import (BAD_ANSWER, FAILED, FAULTY, GRIPPER, HVA, MZD, NOT_AT_REST,
-                                    NOT_POSSIBLE, NOT_SENT, NO_ANSWER, NO_DAEMON, NO_GRIPPER,
-                                    NO_PROCESS_DATA, REFUSED, TLM, USAGE, CtlTestCase, http_server)
+from .harness.ctl import (BAD_ANSWER, FAILED, FAULTY, NOT_AT_REST, NOT_POSSIBLE, NOT_SENT,
+                          NO_ANSWER, NO_DAEMON, NO_GRIPPER, NO_PROCESS_DATA, REFUSED, USAGE)
+from .harness.ctl_test_case import GRIPPER, HVA, MZD, TLM, CtlTestCase, http_server
+from .harness.terminal import output_on_terminal
 
 
 class ListTest(CtlTestCase):
@@ -81,7 +81,7 @@ class ListTest(CtlTestCase):
         wait_until(lambda: not self.call("GetPDINExcerpt", HVA))
         self.assertNotIn("DEVINFO?", self.requests_during(0, "list")[1:])
         self.assertFalse(self.json("list")[0]["certain"])
-        self.assertIn("zero or no process data", self.ctl("list"))
+        self.assertIn("all zero: possibly no process data", self.ctl("list"))
         self.expect_failure(NO_PROCESS_DATA, "status 21: no process data", "grip", HVA)
         self.cell.command("mode 0 4")
         self.cell.log.wait_for("Pending command PDOUT deleted", since=mark)
@@ -124,7 +124,7 @@ class OddGrippersTest(CtlTestCase):
         row = self.json("list", *arguments)[0]
         return row["model"], row["modelFrom"]
 
-    def test_answers_tell_the_model_where_the_name_does_not(self):
+    def test_answers_show_the_model_if_the_name_does_not(self):
         self.assertEqual(self.model(), ("HVA or MZD", "answers"))
         self.call("SetForce", self.HVA, 0, 0)
         self.assertEqual(self.model(), ("TLM?", "answers"))
@@ -286,35 +286,20 @@ class TerminalTest(CtlTestCase):
 
     options = ("--gripper", "HVA")
 
-    def on_terminal(self, *arguments, environment):
-        """The output of a command whose standard output is a terminal."""
-        master, slave = pty.openpty()
-        with open(master, "rb", buffering=0) as terminal:
-            with open(slave, "wb") as end:
-                subprocess.run(ctl.arguments_of(*arguments), stdout=end, check=True,
-                               env={**ctl.CLEAN, **environment}, timeout=60 * SLOWNESS)
-                os.write(slave, b"END")
-                output = b""
-                while not output.endswith(b"END"):
-                    output += terminal.read(4096)
-        return output
-
     def test_colours_are_for_terminals_and_can_be_disabled(self):
         with self.condition("fault 0 temp-warn on", "fault 0 temp-warn off"):
             self.wait_for_process_data(0, HVA)
-            coloured = self.on_terminal("list", environment={"TERM": "xterm"})
+            coloured = output_on_terminal("list")
             self.assertIn(b"\x1b[1mGRIPPER\x1b[0m", coloured)
             self.assertIn(b"\x1b[31mtemperature warning\x1b[0m", coloured)
-            for environment in ({"TERM": "xterm", "NO_COLOR": "1"}, {"TERM": "dumb"},
-                                {"TERM": ""}):
-                self.assertNotIn(b"\x1b",
-                                 self.on_terminal("list", environment=environment))
+            for environment in ({"NO_COLOR": "1"}, {"TERM": "dumb"}, {"TERM": ""}):
+                self.assertNotIn(b"\x1b", output_on_terminal("list", environment=environment))
             self.assertNotIn("\x1b", self.ctl("list", environment={"TERM": "xterm"}))
 
     def test_output_that_cannot_be_written_is_a_failure(self):
         with open("/dev/full", "w", encoding="utf-8") as full:
             result = subprocess.run(ctl.arguments_of("list"), stdout=full, stderr=subprocess.PIPE,
-                                    text=True, env=ctl.CLEAN, timeout=60 * SLOWNESS)
+                                    text=True, env=ctl.ENVIRONMENT, timeout=60 * SLOWNESS)
         self.assertEqual((result.returncode, result.stderr),
                          (FAILED, "tavrikctl: failed to write to standard output\n"))
 

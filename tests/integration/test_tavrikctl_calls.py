@@ -8,9 +8,10 @@ import time
 from .harness import ctl
 from .harness.cell import PORTS, SLOWNESS
 from .harness.cell_test_case import main
-from .harness.ctl_test_case import (BAD_ANSWER, GRIPPER, HVA, NOT_POSSIBLE, NO_DAEMON, NO_GRIPPER,
-                                    NO_GRIPPERS, NO_PROCESS_DATA, REFUSED, USAGE, CtlTestCase,
-                                    http_server, raw_server, xml_answer)
+from .harness.ctl import (BAD_ANSWER, NOT_POSSIBLE, NO_DAEMON, NO_GRIPPER, NO_PROCESS_DATA,
+                          REFUSED, USAGE)
+from .harness.ctl_test_case import (GRIPPER, HVA, NO_GRIPPERS, CtlTestCase, http_server,
+                                    raw_server, xml_answer)
 from .harness.methods import METHODS
 
 
@@ -171,12 +172,12 @@ class ServerTest(CtlTestCase):
             row, = self.json("list", "--passive", "--port", port)
             self.assertEqual((row["gripper"], row["state"]), ("X", 1))
 
-    def test_an_advice_names_the_host(self):
+    def test_the_advice_names_the_host(self):
         with http_server(200, {"GetGrippers": NO_GRIPPERS}) as port:
             self.expect_failure(NO_GRIPPER, "run 'tavrikctl doctor --host localhost'", "grip",
                                 "--host", "localhost", "--port", port)
 
-    def test_a_rest_that_may_be_missing_process_data_is_a_failure(self):
+    def test_zeros_that_may_be_missing_process_data_are_a_failure(self):
         values = {"GetGrippers": GRIPPER, "Grip": "<int>0</int>", "GetPDINExcerpt": "<int>0</int>",
                   "GetState": "<int>0</int>", "GetPos": "<double>0</double>",
                   "GetOverrideGrip": "<int>0</int>"}

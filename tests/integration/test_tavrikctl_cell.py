@@ -8,11 +8,10 @@ import unittest
 from .harness import ctl
 from .harness.cell import wait_until
 from .harness.cell_test_case import main
-from .harness.ctl_test_case import (HVA, MZD, NO_ANSWER, NO_DAEMON, NO_GRIPPER, TLM, USAGE,
-                                    CtlTestCase)
-from .harness.terminal import OnTerminal
+from .harness.ctl import NOT_AS_EXPECTED, NO_ANSWER, NO_DAEMON, NO_GRIPPER, USAGE
+from .harness.ctl_test_case import HVA, MZD, TLM, CtlTestCase
+from .harness.terminal import TerminalSession
 
-NOT_AS_EXPECTED = 14
 NEW_HVA = "HVA SN:100004"
 
 
@@ -187,7 +186,7 @@ class CompareTest(CellFileTestCase):
         self.unplug(2)
         for columns in (20, 40, 80, 200):
             with self.subTest(columns=columns):
-                with OnTerminal("list", "--cell", self.file, columns=columns) as process:
+                with TerminalSession("list", "--cell", self.file, columns=columns) as process:
                     status, lines = process.wait_for_end()
                 self.assertEqual(status, NOT_AS_EXPECTED)
                 text = "".join(line.ljust(columns) for line in lines)
@@ -218,7 +217,7 @@ class StrictTest(CellFileTestCase):
             self.unplug(number)
         self.assertEqual((self.doctor(), self.doctor("--strict")), (NO_GRIPPER, NO_GRIPPER))
 
-    def test_no_gripper_that_answers_is_not_hidden(self):
+    def test_the_status_of_a_silent_gripper_is_kept(self):
         self.unplug(1)
         self.unplug(2)
         with self.condition("silent 0 on", "silent 0 off"):

@@ -4,10 +4,8 @@ import contextlib
 import json
 import os
 import pathlib
-import pty
 import signal
 import socket
-import subprocess
 import tarfile
 import tempfile
 import unittest
@@ -16,10 +14,10 @@ from .. import sessions
 from .harness import ctl, own_network
 from .harness.cell import PORTS, SLOWNESS, Cell, wait_until
 from .harness.cell_test_case import main
-from .harness.doctor_test_case import (AS_NOBODY, DONE, FAILED, HVA, NO_ANSWER, NO_DAEMON,
-                                       NO_GRIPPER, NO_PROCESS_DATA, TTY, DoctorTestCase,
-                                       simulator_env_of)
+from .harness.ctl import DONE, FAILED, NO_ANSWER, NO_DAEMON, NO_GRIPPER, NO_PROCESS_DATA
+from .harness.doctor_test_case import AS_NOBODY, HVA, TTY, DoctorTestCase, simulator_env_of
 from .harness.pages import ROOT
+from .harness.terminal import output_on_terminal
 
 
 class OneGripperTest(DoctorTestCase):
@@ -71,23 +69,11 @@ class OneGripperTest(DoctorTestCase):
 
     def test_wrong_findings_are_red_on_a_terminal(self):
         with self.condition("mute 0 on", "mute 0 off"):
-            self.assertIn("\x1b[31mwrong", self.output_on_terminal())
-            self.assertNotIn("\x1b", self.output_on_terminal(NO_COLOR="1"))
+            self.assertIn(b"\x1b[31mwrong", self.output_on_terminal())
+            self.assertNotIn(b"\x1b", self.output_on_terminal(NO_COLOR="1"))
 
     def output_on_terminal(self, **environment):
-        ours, theirs = pty.openpty()
-        with open(ours, "rb", buffering=0) as terminal:
-            process = subprocess.Popen(
-                ctl.arguments_of("doctor"),
-                env={**ctl.CLEAN, **self.simulator_env(), "TERM": "xterm", **environment},
-                stdin=subprocess.DEVNULL, stdout=theirs)
-            os.close(theirs)
-            output = b""
-            with contextlib.suppress(OSError):  # EIO at the end
-                while data := terminal.read(4096):
-                    output += data
-            process.wait()
-        return output.decode()
+        return output_on_terminal("doctor", environment={**self.simulator_env(), **environment})
 
     def test_what_an_ordinary_user_sees_of_it(self):
         output = self.output_as_nobody()

@@ -6,7 +6,8 @@ import threading
 from .harness import ctl
 from .harness.cell import PORTS
 from .harness.cell_test_case import main
-from .harness.ctl_test_case import HVA, MZD, NO_GRIPPER, TLM
+from .harness.ctl import NO_GRIPPER
+from .harness.ctl_test_case import HVA, MZD, TLM
 from .harness.log_test_case import LogTestCase
 
 NOBODY = "HVA SN:999999"
@@ -45,7 +46,7 @@ class CallsTest(LogTestCase):
                ("GetLEDAnimation", MZD, 0), ("StoreRemanent", HVA), ("GetParameterChecksum", HVA),
                ("Release", HVA, 0))
 
-    def test_the_methods_are_told_from_their_requests(self):
+    def test_methods_are_inferred_from_requests(self):
         mark = self.cell.log.mark()
         for call in self.METHODS:
             self.call(*call)
@@ -217,7 +218,7 @@ class ClientsTest(LogTestCase):
         rows = self.rows(self.file(lines))
         self.expect_row(rows, " ", "", f"? {thread}", r"PARAM\[5\]\[0\]  0  [<~]1 s")
 
-    def test_a_log_that_begins_in_the_middle_names_nobody_it_does_not_know(self):
+    def test_a_log_that_begins_in_the_middle_shows_unknown_grippers(self):
         mark = self.cell.log.mark()
         self.call("Grip", HVA, 1)
         self.call("GetForce", HVA, 1)
@@ -250,7 +251,7 @@ class FaultsTest(LogTestCase):
         self.assertEqual((summary["plugged"], summary["unplugged"]),
                          (1 + plugged, 1 + unplugged))
 
-    def test_a_flood_is_told_in_a_few_lines(self):
+    def test_repeated_lines_are_counted(self):
         mark = self.cell.log.mark()
         self.cell.command("hangup 2")
         self.addCleanup(self.cell.command, "plug 2")

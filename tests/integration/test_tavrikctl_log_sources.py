@@ -14,8 +14,10 @@ import unittest
 from .harness import ctl
 from .harness.cell import PATIENCE, SLOWNESS, wait_until
 from .harness.cell_test_case import main
-from .harness.ctl_test_case import FAILED, HVA, MZD, NO_GRIPPER, USAGE
-from .harness.log_test_case import LogTestCase, screen_of
+from .harness.ctl import FAILED, NO_GRIPPER, USAGE
+from .harness.ctl_test_case import HVA, MZD
+from .harness.log_test_case import LogTestCase
+from .harness.terminal import screen_of
 from .harness.pages import ROOT, section
 
 
@@ -78,13 +80,13 @@ class SourcesTest(LogTestCase):
         self.assertEqual([row["gripper"] for row in rows if row["kind"] == "call"], [HVA])
         self.assertIn("--since=@", (self.folder / "asked").read_text())
 
-    def test_without_a_journal_the_remedy_is_told(self):
+    def test_without_a_journal_the_remedy_is_printed(self):
         self.expect_failure(FAILED, "cannot run journalctl", "log",
                             environment={"PATH": str(self.folder)})
         world = self.fake_journal([], [])
         result = ctl.run("log", environment=world)
         self.assertEqual(result.returncode, FAILED)
-        self.assertIn("the journal has no line of TavrikDaemon", result.stderr)
+        self.assertIn("the journal has no lines of TavrikDaemon", result.stderr)
 
     def test_a_mistyped_file_name_is_not_taken_for_a_gripper_silently(self):
         unknown = "'none.log' is neither a file nor a gripper in the journal"
@@ -106,7 +108,7 @@ class SourcesTest(LogTestCase):
         self.assertEqual(len(self.objects("--since", "23:30", HVA, path)), 1)
 
     def test_standard_input(self):
-        result = subprocess.run(ctl.arguments_of("log", "--json", "-"), env=ctl.CLEAN,
+        result = subprocess.run(ctl.arguments_of("log", "--json", "-"), env=ctl.ENVIRONMENT,
                                 input="\n".join(self.lines), capture_output=True, text=True,
                                 timeout=PATIENCE, check=True)
         self.assertEqual(result.stdout, self.ctl("log", "--json", self.file(self.lines)))
@@ -166,7 +168,7 @@ class SourcesTest(LogTestCase):
     def test_the_journal_is_followed(self):
         """Ctrl-C is its ordinary end."""
         world = self.fake_journal([], self.journal(self.lines), follow="exec sleep 1000")
-        environment = {**ctl.CLEAN, **world}
+        environment = {**ctl.ENVIRONMENT, **world}
         for number, status in ((signal.SIGINT, 0), (signal.SIGTERM, -signal.SIGTERM)):
             process = subprocess.Popen(ctl.arguments_of("log", "-f"), env=environment, text=True,
                                        stdin=subprocess.DEVNULL, stdout=subprocess.PIPE)
@@ -237,7 +239,7 @@ class ScreenTest(LogTestCase):
                   b"99:99:99 1 Parsing line: PARAM[19][0]=[1b,5b,32,4a]\n", b"12:00:00 1\n"]
         path = self.file([line + b"\n" for line in lines] + attack)
         for arguments in ((), ("-v",), ("--json",)):
-            output = subprocess.run(ctl.arguments_of("log", *arguments, path), env=ctl.CLEAN,
+            output = subprocess.run(ctl.arguments_of("log", *arguments, path), env=ctl.ENVIRONMENT,
                                     stdout=subprocess.PIPE, check=True).stdout
             self.assertEqual(re.findall(rb"[\x00-\x09\x0b-\x1f\x7f]", output), [], arguments)
             output.decode()
@@ -256,7 +258,7 @@ class PageTest(LogTestCase):
         row = re.sub(r"\d[\d.]* ms$", "N ms", re.sub(r"[\d:]{8}\.\d{3}", "TIME", row))
         return re.sub(" +", " ", row)
 
-    def test_the_rows_are_true(self):
+    def test_the_documented_rows_match_the_output(self):
         self.call("Grip", HVA, 1)
         self.call("Holdfast", HVA, True)
         with self.condition("mute 1 on", "mute 1 off"):
@@ -278,7 +280,7 @@ class LongLogTest(LogTestCase):
 
     def run_log(self, path):
         """Seconds of processor time and the largest memory in KiB."""
-        process = subprocess.Popen(ctl.arguments_of("log", path), env=ctl.CLEAN,
+        process = subprocess.Popen(ctl.arguments_of("log", path), env=ctl.ENVIRONMENT,
                                    stdout=subprocess.DEVNULL)
         _, status, usage = os.wait4(process.pid, 0)
         process.returncode = status

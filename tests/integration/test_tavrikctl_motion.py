@@ -5,9 +5,9 @@ import json
 from .harness import ctl
 from .harness.cell import wait_until
 from .harness.cell_test_case import main
-from .harness.ctl_test_case import (FAULTY, HVA, MZD, NOT_AT_REST, NOT_POSSIBLE, NOT_SENT,
-                                    NO_ANSWER, NO_GRIPPER, NO_PROCESS_DATA, REFUSED, TLM, USAGE,
-                                    CtlTestCase)
+from .harness.ctl import (FAULTY, NOT_AT_REST, NOT_POSSIBLE, NOT_SENT, NO_ANSWER, NO_GRIPPER,
+                          NO_PROCESS_DATA, REFUSED, USAGE)
+from .harness.ctl_test_case import HVA, MZD, TLM, CtlTestCase
 
 
 class MotionTest(CtlTestCase):

@@ -8,11 +8,11 @@ from .. import sessions
 from .harness import ctl
 from .harness.cell import wait_until
 from .harness.cell_test_case import main
-from .harness.ctl_test_case import (HVA, MZD, NO_ANSWER, NO_GRIPPER, NO_PROCESS_DATA, NOT_AT_REST,
-                                    REFUSED, TLM, USAGE, http_server)
+from .harness.ctl import NOT_AT_REST, NO_ANSWER, NO_GRIPPER, NO_PROCESS_DATA, REFUSED, USAGE
+from .harness.ctl_test_case import HVA, MZD, TLM, http_server
 from .harness.pages import OPERATION, section
 from .harness.settings_test_case import SettingsTestCase
-from .harness.terminal import OnTerminal
+from .harness.terminal import TerminalSession
 
 WIDTHS = (20, 40, 80, 200)
 
@@ -34,9 +34,9 @@ class RestoreTest(SettingsTestCase):
                 output = self.ctl("settings", "restore", self.file, device, "--yes", "--store")
                 self.assertEqual(self.parameters(number), saved)
                 self.assertRegex(output, f"\n{device}: \\d+ settings written and read back, "
-                                         f"as in {self.file}, stored\n$")
+                                         f"same as {self.file}, stored\n$")
                 self.assertEqual(self.ctl("settings", "diff", self.file, device),
-                                 f"{device}: as in {self.file}\n")
+                                 f"{device}: same as {self.file}\n")
 
     def change(self, device):
         self.call("SetNoPartLimit", device, 3, -327.675)
@@ -53,12 +53,12 @@ class RestoreTest(SettingsTestCase):
         self.assertEqual(result.stdout,
                          "SETTING         NOW  NEW\n"
                          "force of set 1   50   61\n"
-                         f"{HVA}: 1 setting written and read back, as in {self.file}\n"
+                         f"{HVA}: 1 setting written and read back, same as {self.file}\n"
                          f"To keep them after power-off: tavrikctl store '{HVA}'\n")
         self.assertEqual((result.returncode, writes), (0, ["PARAM[97][3]"]))
         result, writes = self.writes_during("settings", "restore", self.file, HVA, "--yes")
         self.assertEqual((result.returncode, writes), (0, []))
-        self.assertIn(f"{HVA}: already as in {self.file}\n", result.stdout)
+        self.assertIn(f"{HVA}: already the same as {self.file}\n", result.stdout)
         self.edit(force=50)
         self.ctl("settings", "restore", self.file, HVA, "--yes")
 
@@ -84,7 +84,7 @@ class RestoreTest(SettingsTestCase):
         self.expect_failure(USAGE, "no terminal to ask for permission: add --yes",
                             "settings", "restore", self.file, HVA)
         for answer in ("n", "", "nope", "\x04"):
-            with OnTerminal("settings", "restore", self.file, HVA) as process:
+            with TerminalSession("settings", "restore", self.file, HVA) as process:
                 process.wait_for(r"^Write 1 setting to HVA SN:100001\? \[y/N\]")
                 process.type(answer + "\n" * (answer != "\x04"))
                 status, lines = process.wait_for_end()
@@ -98,7 +98,8 @@ class RestoreTest(SettingsTestCase):
         for force, columns in enumerate(WIDTHS, 64):
             with self.subTest(columns=columns):
                 self.edit(force=force)
-                with OnTerminal("settings", "restore", self.file, HVA, columns=columns) as process:
+                with TerminalSession("settings", "restore", self.file, HVA,
+                                     columns=columns) as process:
                     wait_until(lambda process=process: "?" in "".join(process.lines()))
                     process.type("y\n")
                     status, lines = process.wait_for_end()
@@ -113,7 +114,7 @@ class RestoreTest(SettingsTestCase):
                     self.assertEqual(text.replace("\n", "").replace(" ", ""), (
                         f"{table}"
                         f"Write1settingto{HVA}?[y/N]y"
-                        f"{HVA}:1settingwrittenandreadback,asin{self.file}"
+                        f"{HVA}:1settingwrittenandreadback,sameas{self.file}"
                         f"Tokeepthemafterpower-off:tavrikctlstore'{HVA}'").replace(" ", ""))
                     if columns >= 40:
                         self.assertEqual(lines[0], "SETTING         NOW  NEW")
@@ -137,7 +138,7 @@ class FailureTest(SettingsTestCase):
         self.assertEqual(result.returncode, REFUSED)
         self.assertEqual(self.table_of(result), ["override-grip 80 refused: status 3",
                                                  "no-part-limit of set 1 3.50 written"])
-        self.assertEqual(result.stderr, f"tavrikctl: {TLM}: 1 setting not as in {self.file}; "
+        self.assertEqual(result.stderr, f"tavrikctl: {TLM}: 1 setting differs from {self.file}; "
                                         "nothing was stored\n")
         self.assertEqual(self.call("GetNoPartLimit", TLM, 1), 3.5)
         self.call("SetNoPartLimit", TLM, 1, 2.0)
@@ -169,14 +170,15 @@ class FailureTest(SettingsTestCase):
         with http_server(200, values) as port:
             result = ctl.run("settings", "restore", self.file, "--yes", "--port", port)
         self.assertEqual(result.returncode, REFUSED, result)
-        self.assertIn("no-part-limit of set 1 7.25 not taken: is 0.00", self.table_of(result))
-        self.assertEqual(self.table_of(result)[0], "no-part-limit of set 0 2.00 not taken: is 0.00")
+        self.assertIn("no-part-limit of set 1 7.25 not accepted: is 0.00", self.table_of(result))
+        self.assertEqual(self.table_of(result)[0],
+                         "no-part-limit of set 0 2.00 not accepted: is 0.00")
 
     def restoring(self, **values):
         """A restore on a terminal that has asked for permission."""
         self.save(HVA)
         self.edit(**values)
-        process = self.enterContext(OnTerminal("settings", "restore", self.file, HVA))
+        process = self.enterContext(TerminalSession("settings", "restore", self.file, HVA))
         process.wait_for(r"\[y/N\]")
         return process
 
@@ -265,7 +267,7 @@ class FailureTest(SettingsTestCase):
         self.cell.log.wait_for(re.escape(f"New command {key}"), since=mark, count=2)
         self.assertEqual(json.loads(self.file.read_text())["sets"][4]["release-limit"], 28.0)
 
-    def test_without_process_data_nothing_is_believed(self):
+    def test_without_process_data_zeros_are_rejected(self):
         mark = self.cell.log.mark()
         self.cell.command("mode 0 2")
         self.cell.log.wait_for("STARTUP$", since=mark)
@@ -299,7 +301,7 @@ class MovingTest(SettingsTestCase):
         wait_until(lambda: self.call("GetState", TLM) == 0)
         self.save(TLM)
         self.edit(no_part_limit=5.0)
-        with OnTerminal("settings", "restore", self.file) as process:
+        with TerminalSession("settings", "restore", self.file) as process:
             process.wait_for(r"\[y/N\]")
             self.call("Grip", TLM, 0)
             wait_until(lambda: self.call("GetState", TLM) == 5)
@@ -310,7 +312,7 @@ class MovingTest(SettingsTestCase):
         self.assertEqual(self.call("GetNoPartLimit", TLM, 1), 2.0)
 
 
-class NightTest(SettingsTestCase):
+class ReplacementTest(SettingsTestCase):
     """docs/operation.md: a gripper is exchanged as its session says."""
 
     options = ("--gripper", "HVA", "--gripper", "HVA,serial=100009", "--unplugged", "1")

@@ -6,9 +6,10 @@ import subprocess
 
 from .harness import ctl
 from .harness.cell_test_case import main
-from .harness.ctl_test_case import FAILED, HVA, MZD, NOT_POSSIBLE, REFUSED, TLM, USAGE
-from .harness.log_test_case import screen_of
+from .harness.ctl import FAILED, NOT_POSSIBLE, REFUSED, USAGE
+from .harness.ctl_test_case import HVA, MZD, TLM
 from .harness.settings_test_case import SettingsTestCase
+from .harness.terminal import screen_of
 
 
 class FileTest(SettingsTestCase):
@@ -104,7 +105,7 @@ class FileTest(SettingsTestCase):
         self.save(HVA)
         old = self.file.read_text()
         result = subprocess.run(
-            ctl.arguments_of("settings", "save", self.file, HVA), env=ctl.CLEAN,
+            ctl.arguments_of("settings", "save", self.file, HVA), env=ctl.ENVIRONMENT,
             capture_output=True, text=True, restore_signals=False,  # SIGXFSZ stays ignored
             preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (100, 100)))
         self.assertEqual((result.returncode, result.stderr), (
@@ -180,7 +181,7 @@ class DiffTest(SettingsTestCase):
     def test_differences_are_listed_and_an_exit_status(self):
         self.save(HVA)
         self.assertEqual(self.ctl("settings", "diff", self.file, HVA),
-                         f"{HVA}: as in {self.file}\n")
+                         f"{HVA}: same as {self.file}\n")
         self.edit(force=60, override_grip=80)
         result = ctl.run("settings", "diff", self.file, HVA)
         self.assertEqual((result.returncode, result.stdout, result.stderr),
@@ -197,7 +198,7 @@ class DiffTest(SettingsTestCase):
         self.save(HVA)
         self.edit(checksum=1)
         self.assertEqual(self.ctl("settings", "diff", self.file, HVA),
-                         f"{HVA}: as in {self.file}, except for the checksum\n")
+                         f"{HVA}: same as {self.file}, except for the checksum\n")
 
 
 class WrongFileTest(SettingsTestCase):
@@ -207,7 +208,7 @@ class WrongFileTest(SettingsTestCase):
             self.expect_failure(status, text, "settings", *command, self.file, HVA, *arguments)
             self.assertEqual(self.cell.show(0)["requestCount"], before)
 
-    def test_files_that_are_none_are_refused_before_anything_is_sent(self):
+    def test_invalid_files_are_refused_before_anything_is_sent(self):
         self.save(HVA)
         good = self.file.read_text()
         for text, reason in (

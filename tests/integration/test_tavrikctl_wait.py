@@ -14,9 +14,10 @@ import time
 from .harness import ctl
 from .harness.cell import SLOWNESS, wait_until
 from .harness.cell_test_case import main
-from .harness.ctl_test_case import (DID_NOT_MOVE, FAULTY, HVA, MZD, NO_ANSWER, NO_PROCESS_DATA,
-                                    NOT_AT_REST, NOT_HELD, TLM, USAGE, CtlTestCase)
-from .harness.terminal import OnTerminal
+from .harness.ctl import (DID_NOT_MOVE, FAULTY, NOT_AT_REST, NOT_HELD, NO_ANSWER, NO_PROCESS_DATA,
+                          USAGE)
+from .harness.ctl_test_case import HVA, MZD, TLM, CtlTestCase
+from .harness.terminal import TerminalSession
 
 ENABLE = 2  # bit of the first byte of PDOUT
 
@@ -99,7 +100,7 @@ class EndTest(WaitTestCase):
             for command, end in (("grip", "reached the limit without a part at 2.00 (state 7)"),
                                  ("release", "released at 28.00 (state 4)")):
                 with self.subTest(columns=columns, command=command):
-                    with OnTerminal(command, HVA, "--wait", columns=columns) as process:
+                    with TerminalSession(command, HVA, "--wait", columns=columns) as process:
                         status, lines = process.wait_for_end()
                     self.assertEqual(status, 0)
                     text = f"{HVA}: {end}"
@@ -172,12 +173,12 @@ class EndTest(WaitTestCase):
 
     def test_process_data_that_do_not_change(self):
         with self.condition("pdin 0 0", "pdin 0 100"):
-            self.expect_failure(DID_NOT_MOVE, "no motion reported, last at 28.00 (state 4): its "
-                                "process data have not changed and may be frozen",
+            self.expect_failure(DID_NOT_MOVE, "no motion reported, last seen at 28.00 (state 4): "
+                                "its process data have not changed and may be frozen",
                                 "grip", HVA, "--wait")
             self.assertEqual(self.reason(DID_NOT_MOVE, "grip", HVA), ("not-reported", "same-data"))
-            self.expect_failure(DID_NOT_MOVE, "did not report that it is off, last at 28.00 (state "
-                                "4): its process data", "disable", HVA, "--wait")
+            self.expect_failure(DID_NOT_MOVE, "did not report that it is off, last seen at 28.00 "
+                                "(state 4): its process data", "disable", HVA, "--wait")
 
     def test_a_drive_that_stays_on(self):
         with self.condition("part 1 12.5", "part 1 none"):
@@ -195,9 +196,9 @@ class EndTest(WaitTestCase):
                                 "grip", TLM, "--wait")
             self.assertEqual(self.reason(FAULTY, "grip", TLM), ("fault", None))
 
-    def test_a_short_limit_is_no_motion(self):
+    def test_a_short_limit_ends_without_a_reported_motion(self):
         for limit in (0.1, 0.001):
-            self.expect_failure(DID_NOT_MOVE, "no motion reported, last at 28.00 (state 4)\n",
+            self.expect_failure(DID_NOT_MOVE, "no motion reported, last seen at 28.00 (state 4)\n",
                                 "release", HVA, "--wait", "--within", limit)
             self.assertEqual(self.reason(DID_NOT_MOVE, "release", HVA, "--within", limit),
                              ("not-reported", None))
@@ -213,7 +214,7 @@ class EndTest(WaitTestCase):
         self.assertEqual(answer["result"], "gripped")
         self.assertGreaterEqual(answer["held"], 0.2)
 
-    def test_no_part_is_none_that_is_held(self):
+    def test_hold_for_fails_without_a_part(self):
         self.expect_failure(NOT_HELD, "reached the limit without a part at 2.00 (state 7)",
                             "grip", HVA, "--wait", "--hold-for", 60)
         self.expect_failure(USAGE, "--hold-for", "release", HVA, "--wait", "--hold-for", 1)
@@ -332,7 +333,7 @@ class InterruptionTest(WaitTestCase):
         process = self.moving()
         process.process.send_signal(signal.SIGINT)
         self.expect_end(process, -signal.SIGINT,
-                        "TLM SN:7': interrupted, it may still move, at ")
+                        "TLM SN:7': interrupted, it may still be moving, at ")
         self.assertIn("(state 3); to stop it: tavrikctl disable 'TLM SN:7'\\'''",
                       process.errors.lines[0])
         before = self.position()
@@ -376,7 +377,7 @@ class InterruptionTest(WaitTestCase):
             process.process.send_signal(signal.SIGINT)
             self.expect_end(process, -signal.SIGINT, "interrupted, failed to stop it: TLM SN:7': "
                             "status 44: error code of the gripper's master, see its manual; it may "
-                            "still move; to stop it: tavrikctl disable 'TLM SN:7'\\'''")
+                            "still be moving; to stop it: tavrikctl disable 'TLM SN:7'\\'''")
         self.assertTrue(self.enabled())
         ctl.shell(process.errors.lines[-1].rpartition("to stop it: ")[2])
         self.assertFalse(self.enabled())
@@ -393,7 +394,7 @@ class InterruptionTest(WaitTestCase):
         process = self.moving("--timeout", 600)
         with self.stopped_daemon():
             process.process.send_signal(signal.SIGINT)
-            self.expect_end(process, -signal.SIGINT, "interrupted, it may still move, at ")
+            self.expect_end(process, -signal.SIGINT, "interrupted, it may still be moving, at ")
 
     def test_a_second_ctrl_c_ends_the_attempt_to_stop_it(self):
         process = self.moving("--timeout", 600, "--stop-on-interrupt")
@@ -457,7 +458,7 @@ class SlowMotionTest(WaitTestCase):
             self.assertEqual(self.reason(DID_NOT_MOVE, "release", "--within", 0.3),
                              ("did-not-move", "override-zero"))
 
-    def test_force_that_builds_up_is_no_rest(self):
+    def test_force_that_builds_up_is_not_rest(self):
         """For more than half a second, the state is that of a motion and the position is still."""
         self.ctl("disable", "--wait")
         part = self.cell.show(0)["position"] - 0.012

@@ -14,9 +14,9 @@ import time
 from .harness import ctl
 from .harness.cell import SLOWNESS, wait_until
 from .harness.cell_test_case import main
-from .harness.ctl_test_case import (FAILED, NO_DAEMON, NO_GRIPPER, USAGE, CtlTestCase, http_server,
-                                    xml_answer)
-from .harness.watch import Watch
+from .harness.ctl import FAILED, NO_DAEMON, NO_GRIPPER, USAGE
+from .harness.ctl_test_case import CtlTestCase, http_server, xml_answer
+from .harness.terminal import watch_session
 
 DEVICE = "HVA SN:100001"
 PERIOD = 0.05  # seconds between two observations
@@ -32,7 +32,7 @@ class ScreenTest(CtlTestCase):
         assert ctl.run("release", "--wait").returncode == 0
 
     def watch(self, *arguments, **options):
-        watch = Watch(*arguments, **options)
+        watch = watch_session(*arguments, **options)
         self.addCleanup(watch.__exit__)
         return watch
 
@@ -143,14 +143,14 @@ class ScreenTest(CtlTestCase):
         watch.wait_for("^values    possibly old: the master was not polled$")
 
     def test_q_escape_and_control_c_restore_the_terminal(self):
-        for key in (b"q", b"Q", b"\x1b", b"\x03"):
+        for key in ("q", "Q", "\x1b", "\x03"):
             with self.subTest(key=key):
                 watch = self.watch()
                 watch.wait_for("^q: quit$")
                 self.assertNotEqual(termios.tcgetattr(watch.slave), watch.settings)
-                watch.press(b"x")
-                watch.press(key)
-                self.assertEqual(watch.wait_for_end(), (0, ""))
+                watch.type("x")
+                watch.type(key)
+                self.assertEqual((watch.wait_for_end()[0], watch.errors()), (0, ""))
                 self.assertEqual(termios.tcgetattr(watch.slave), watch.settings)
                 self.assertIn(b"\x1b[?1049h", watch.output)  # the other screen, and back
                 self.assertIn(b"\x1b[?1049l", watch.output)
@@ -159,16 +159,16 @@ class ScreenTest(CtlTestCase):
         """By a shell, which has job control."""
         watch = self.watch(command=["bash", "-c", "exec bash --norc -i 2>&1"])
         watch.wait_for(r"[$#]$")
-        watch.press(" ".join(ctl.arguments_of("watch")).encode() + b"\n")
+        watch.type(" ".join(ctl.arguments_of("watch")) + "\n")
         watch.wait_for("^q: quit$")
-        self.expect_output(watch, b"\x1a", b"\x1b[?1049l", b"Stopped")
-        self.expect_output(watch, b"fg\n", b"\x1b[?1049h", b"q: quit")
-        self.expect_output(watch, b"q", b"\x1b[?1049l")
+        self.expect_output(watch, "\x1a", b"\x1b[?1049l", b"Stopped")
+        self.expect_output(watch, "fg\n", b"\x1b[?1049h", b"q: quit")
+        self.expect_output(watch, "q", b"\x1b[?1049l")
 
-    def expect_output(self, watch, keys, *parts):
-        """Waits until the terminal has got all `parts` after `keys` were pressed."""
+    def expect_output(self, watch, text, *parts):
+        """Waits until the terminal has got all `parts` after `text` was typed."""
         mark = len(watch.output)
-        watch.press(keys)
+        watch.type(text)
         wait_until(lambda: watch.lines() and all(part in watch.output[mark:] for part in parts))
 
     def test_a_terminating_signal_restores_the_terminal(self):
@@ -177,7 +177,7 @@ class ScreenTest(CtlTestCase):
                 watch = self.watch()
                 watch.wait_for("^q: quit$")
                 watch.process.send_signal(number)
-                self.assertEqual(watch.wait_for_end(), (-number, ""))
+                self.assertEqual((watch.wait_for_end()[0], watch.errors()), (-number, ""))
                 self.assertEqual(termios.tcgetattr(watch.slave), watch.settings)
 
     def test_it_ends_when_the_terminal_has_gone(self):
@@ -209,9 +209,9 @@ class ScreenTest(CtlTestCase):
 
     def test_an_unknown_terminal_is_reported_in_one_line(self):
         watch = self.watch(environment={"TERM": "no-such-terminal"})
-        self.assertEqual(watch.wait_for_end(),
-                         (FAILED, "tavrikctl: unknown terminal type 'no-such-terminal': "
-                          "set TERM to a known one\n"))
+        self.assertEqual(watch.wait_for_end()[0], FAILED)
+        self.assertEqual(watch.errors(), "tavrikctl: unknown terminal type 'no-such-terminal': "
+                         "set TERM to a known one\n")
 
     def test_it_ends_when_the_terminal_of_its_output_has_gone(self):
         master, slave = pty.openpty()
@@ -225,25 +225,24 @@ class ScreenTest(CtlTestCase):
         self.expect_failure(NO_GRIPPER, "no gripper matches 'nobody'", "watch", "nobody")
 
 
-class TroubleTest(CtlTestCase):
+class OtherServerTest(CtlTestCase):
     """Servers that are not a daemon; the daemon of the cell keeps running."""
 
     options = ()
     GRIPPER = xml_answer("<array><data><value>HVA</value></data></array>")
 
-    def test_a_daemon_may_come_back(self):
+    def test_an_unexpected_answer_does_not_end_it(self):
         with http_server(200, self.GRIPPER) as port:
-            watch = Watch("--port", port)
-            with watch:
+            with watch_session("--port", port) as watch:
                 watch.wait_for("^values    GetPDINExcerpt: the reply has an unexpected type$")
 
     def test_q_quits_while_the_daemon_does_not_answer(self):
         with http_server(200, self.GRIPPER, answers=1) as port:
-            with Watch("--port", port, "--timeout", 600) as watch:
+            with watch_session("--port", port, "--timeout", 600) as watch:
                 watch.wait_for("^waiting for the daemon$")
-                watch.press(b"q")
+                watch.type("q")
                 start = time.monotonic()
-                self.assertEqual(watch.wait_for_end(), (0, ""))
+                self.assertEqual((watch.wait_for_end()[0], watch.errors()), (0, ""))
                 self.assertLess(time.monotonic() - start, 3 * SLOWNESS)
 
     def test_a_daemon_must_answer_at_the_start(self):
@@ -284,7 +283,7 @@ class RowsTest(CtlTestCase):
                                    "temperatureWarning": "0", "maintenance": "1", "certain": "1",
                                    "values": "fresh"})
 
-    def test_json_has_an_object_a_line(self):
+    def test_json_has_one_object_per_line(self):
         rows = self.rows("--json")
         rows.wait_for('"fresh"', count=2)
         row = json.loads(rows.lines[0])
@@ -316,12 +315,12 @@ class RowsTest(CtlTestCase):
 
     def test_a_terminal_that_can_only_print_gets_rows(self):
         for kind in ("dumb", ""):
-            with self.subTest(kind=kind), Watch(environment={"TERM": kind}) as watch:
+            with self.subTest(kind=kind), watch_session(environment={"TERM": kind}) as watch:
                 watch.wait_for(self.ROW)
                 self.assertNotIn(b"\x1b", watch.output)
 
     def test_csv_works_on_a_terminal_too(self):
-        with Watch("--csv") as watch:
+        with watch_session("--csv") as watch:
             watch.wait_for("^time,gripper,state,position,")
             watch.wait_for(r",1,10\.00,0,0,0,0,1,fresh$")
 
@@ -352,7 +351,7 @@ class RowsTest(CtlTestCase):
                 pass
             os.set_blocking(writer, True)
             with subprocess.Popen(ctl.arguments_of("watch", "--json"), stdout=full,
-                                  env=ctl.CLEAN) as watch:
+                                  env=ctl.ENVIRONMENT) as watch:
                 start = time.monotonic()
                 wait_until(lambda: time.monotonic() - start > 1)
                 now = datetime.datetime.now().astimezone().isoformat()
@@ -366,7 +365,7 @@ class RowsTest(CtlTestCase):
     def test_a_closed_reader_ends_it(self):
         watch = " ".join(ctl.arguments_of("watch"))
         result = subprocess.run(["bash", "-c", f"{watch} | head -n 2; exit ${{PIPESTATUS[0]}}"],
-                                env=ctl.CLEAN, capture_output=True, text=True,
+                                env=ctl.ENVIRONMENT, capture_output=True, text=True,
                                 timeout=60 * SLOWNESS)
         self.assertEqual((result.returncode, result.stderr), (128 + signal.SIGPIPE, ""))
         self.assertEqual(len(result.stdout.splitlines()), 2)

@@ -7,13 +7,14 @@ import re
 from .harness import ctl
 from .harness.cell import wait_until
 from .harness.cell_test_case import main
-from .harness.ctl_test_case import HVA, MZD, NO_GRIPPER, TLM, CtlTestCase, http_server, xml_answer
-from .harness.watch import Watch
+from .harness.ctl import NO_GRIPPER
+from .harness.ctl_test_case import HVA, MZD, TLM, CtlTestCase, http_server
+from .harness.terminal import watch_session
 
 
 class WatchTestCase(CtlTestCase):
     def watch(self, *arguments, **options):
-        watch = Watch(*arguments, **options)
+        watch = watch_session(*arguments, **options)
         self.addCleanup(watch.__exit__)
         return watch
 
@@ -85,7 +86,8 @@ class AllGrippersTest(WatchTestCase):
                     (40, "^100001       1     10.00  maintenance$", "^100003 .* frozen$"),
                     (30, "^100001 1 10.00 maintenance$", "^100003 0 10.00 frozen$"),
                     (20, "^100001 1 10.00 !$", "^100003 0 10.00 !$")):
-                with self.subTest(columns=columns), Watch(rows=8, columns=columns) as watch:
+                with (self.subTest(columns=columns),
+                      watch_session(rows=8, columns=columns) as watch):
                     watch.wait_for(flagged)
                     watch.wait_for(frozen)
 
@@ -249,7 +251,7 @@ class NoGripperTest(WatchTestCase):
         for arguments in ((), ("A",)):
             with self.subTest(arguments=arguments), \
                     http_server(200, values, answers=12) as port, \
-                    Watch(*arguments, "--port", port, "--timeout", 600) as watch:
+                    watch_session(*arguments, "--port", port, "--timeout", 600) as watch:
                 watch.wait_for(r"old: the daemon has not answered for [4-9] s$" if arguments else
                                r"^A .* old +[4-9] s ")
 

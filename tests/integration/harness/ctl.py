@@ -5,8 +5,13 @@ import subprocess
 
 from .cell import SLOWNESS, Output
 
-# A user's settings must not decide tests.
-CLEAN = {name: value for name, value in os.environ.items()
+# Exit statuses
+DONE, REFUSED, USAGE, NOT_POSSIBLE, NO_DAEMON, NO_ANSWER, BAD_ANSWER = 0, 1, 2, 3, 4, 5, 6
+NO_GRIPPER, NOT_AT_REST, FAILED, FAULTY, DID_NOT_MOVE, NOT_SENT = 7, 8, 9, 10, 11, 12
+NOT_HELD, NOT_AS_EXPECTED, NO_PROCESS_DATA = 13, 14, 21
+
+# Without a user's settings that would affect tests.
+ENVIRONMENT = {name: value for name, value in os.environ.items()
          if name not in ("NO_COLOR", "http_proxy", "HTTP_PROXY", "all_proxy", "ALL_PROXY")}
 
 
@@ -16,7 +21,7 @@ def arguments_of(*arguments):
 
 def run(*arguments, environment=None, **options):
     """Runs tavrikctl to its end; its output is text."""
-    return subprocess.run(arguments_of(*arguments), env={**CLEAN, **(environment or {})},
+    return subprocess.run(arguments_of(*arguments), env={**ENVIRONMENT, **(environment or {})},
                           stdin=subprocess.DEVNULL, capture_output=True, text=True,
                           timeout=60 * SLOWNESS, **options)
 
@@ -24,7 +29,7 @@ def run(*arguments, environment=None, **options):
 def shell(command, environment=None, **options):
     """The output and errors of a shell command that uses tavrikctl."""
     return subprocess.run(["bash", "-c", f'tavrikctl() {{ "$TAVRIK_CTL" "$@"; }}; {command}'],
-                          env={**CLEAN, **(environment or {})}, stdin=subprocess.DEVNULL,
+                          env={**ENVIRONMENT, **(environment or {})}, stdin=subprocess.DEVNULL,
                           stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
                           timeout=60 * SLOWNESS, **options).stdout
 
@@ -34,7 +39,7 @@ class Running:
 
     def __init__(self, *arguments, environment=None):
         self.process = subprocess.Popen(arguments_of(*arguments),
-                                        env={**CLEAN, **(environment or {})},
+                                        env={**ENVIRONMENT, **(environment or {})},
                                         stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
                                         stderr=subprocess.PIPE)
         self.output = Output("output", self.process.stdout)

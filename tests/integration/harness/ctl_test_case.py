@@ -17,11 +17,6 @@ TLM = "TLM SN:100003"
 NO_GRIPPERS = "<array><data></data></array>"
 GRIPPER = "<array><data><value>X</value></data></array>"  # the only one of a fake server
 
-# Exit statuses
-REFUSED, USAGE, NOT_POSSIBLE, NO_DAEMON, NO_ANSWER, BAD_ANSWER = 1, 2, 3, 4, 5, 6
-NO_GRIPPER, NOT_AT_REST, FAILED, FAULTY, NOT_SENT, NO_PROCESS_DATA = 7, 8, 9, 10, 12, 21
-DID_NOT_MOVE, NOT_HELD = 11, 13
-
 
 class CtlTestCase(CellTestCase):
     options = ("--gripper", "HVA", "--gripper", "MZD-S", "--gripper", "TLM")

@@ -11,6 +11,7 @@ import tempfile
 from . import ctl, own_network
 from .cell import wait_until
 from .cell_test_case import CellTestCase
+from .ctl import DONE
 
 HVA = "HVA SN:100001"
 TTY = "/dev/ttyACM0"
@@ -18,9 +19,6 @@ SCREEN = 24  # lines
 WIDTH = 80  # columns
 NOBODY = "65534"
 AS_NOBODY = ("setpriv", f"--reuid={NOBODY}", f"--regid={NOBODY}", "--clear-groups")
-
-# Exit statuses
-DONE, NO_DAEMON, NO_ANSWER, BAD_ANSWER, NO_GRIPPER, FAILED, NO_PROCESS_DATA = 0, 4, 5, 6, 7, 9, 21
 
 
 def simulator_env_of(cell):
@@ -66,7 +64,7 @@ class DoctorTestCase(CellTestCase):
         program = shutil.copy(os.environ["TAVRIK_CTL"], self.folder())
         environment = self.simulator_env() if environment is None else environment
         return subprocess.run([*before, *AS_NOBODY, program, "doctor", "--timeout", "1"],
-                              env={**ctl.CLEAN, **environment}, capture_output=True,
+                              env={**ctl.ENVIRONMENT, **environment}, capture_output=True,
                               text=True).stdout
 
     def fake_tool(self, name, text, command="cat"):

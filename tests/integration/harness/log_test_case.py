@@ -1,39 +1,12 @@
 """Logs of a cell in files, and tavrikctl log that reads them."""
 
-import contextlib
-import fcntl
 import json
-import os
 import pathlib
-import pty
 import re
-import struct
-import subprocess
 import tempfile
-import termios
 
-import pyte
-
-from . import ctl
 from .cell import wait_until
 from .ctl_test_case import CtlTestCase
-
-
-def screen_of(columns, *arguments):
-    """The lines that a command leaves on a terminal of this width."""
-    ours, theirs = pty.openpty()
-    fcntl.ioctl(theirs, termios.TIOCSWINSZ, struct.pack("HHHH", 500, columns, 0, 0))
-    screen = pyte.Screen(columns, 500)
-    with open(ours, "rb", buffering=0) as terminal:
-        process = subprocess.Popen(ctl.arguments_of(*arguments), stdin=subprocess.DEVNULL,
-                                   stdout=theirs, env={**ctl.CLEAN, "TERM": "xterm"})
-        os.close(theirs)
-        stream = pyte.ByteStream(screen)
-        with contextlib.suppress(OSError):  # EIO at the end
-            while data := terminal.read(4096):
-                stream.feed(data)
-        process.wait()
-    return [line.rstrip() for line in screen.display[:screen.cursor.y]]
 
 
 class LogTestCase(CtlTestCase):

@@ -66,9 +66,6 @@ ExecStart=/bin/sh -c 'trap "" INT; exec /usr/sbin/TavrikDaemon'
 TimeoutStopSec=1
 """
 
-# Exit statuses of the doctor.
-A_GRIPPER_ANSWERS, NO_DAEMON, NO_GRIPPER = 0, 4, 7
-
 MASTER = {"idVendor": "0483", "idProduct": "5740", "manufacturer": "Zentrova", "product": "PELLIX"}
 USB_PATH = "/devices/pci0000:00/0000:00:14.0/usb1/1-1"
 TTY_PATH = f"{USB_PATH}/1-1:1.0/tty/ttyACM0"

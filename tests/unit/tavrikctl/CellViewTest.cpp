@@ -23,7 +23,7 @@ protected:
 
     std::vector<std::string> Lines(std::size_t width, std::size_t height) const {
         std::vector<std::string> lines;
-        for (const Cell& line : view.Render(width, height, now)) {
+        for (const StyledText& line : view.Render(width, height, now)) {
             lines.push_back(line.text);
         }
         return lines;
@@ -58,7 +58,7 @@ TEST_F(CellViewTest, EachGripperHasARow) {
     EXPECT_TRUE(view.Render(60, 24, now)[4].alarming);
 }
 
-TEST_F(CellViewTest, OnALowScreenGrippersInTroubleAreShown) {
+TEST_F(CellViewTest, OnALowScreenAlarmingGrippersAreShown) {
     for (const char* const name : {"HVA SN:1", "TLM SN:2", "HVA SN:3"}) {
         Add(name, kTenMillimetres);
     }
@@ -73,7 +73,7 @@ TEST_F(CellViewTest, OnALowScreenGrippersInTroubleAreShown) {
     EXPECT_TRUE(Lines(40, 0).empty());
 }
 
-TEST_F(CellViewTest, TheAgeOfFrozenValuesCountsFromTheirLastProof) {
+TEST_F(CellViewTest, TheAgeOfFrozenValuesCountsFromTheLastAnswer) {
     Observation observation = At("HVA SN:1", kTenMillimetres, seconds(60));
     observation.silentSince = Observation::Clock::time_point(seconds(48));
     view.Add(observation);

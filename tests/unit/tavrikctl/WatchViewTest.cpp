@@ -27,7 +27,7 @@ protected:
 
     std::vector<std::string> Lines(std::size_t width, std::size_t height) const {
         std::vector<std::string> lines;
-        for (const Cell& line : view.Render(width, height, now)) {
+        for (const StyledText& line : view.Render(width, height, now)) {
             lines.push_back(line.text);
         }
         return lines;

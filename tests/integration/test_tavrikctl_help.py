@@ -5,8 +5,8 @@ import socket
 
 from .harness import ctl
 from .harness.cell_test_case import main
-from .harness.ctl_test_case import (GRIPPER, HVA, NOT_POSSIBLE, NO_DAEMON, NO_GRIPPER, TLM, USAGE,
-                                    CtlTestCase, http_server, xml_answer)
+from .harness.ctl import NOT_POSSIBLE, NO_DAEMON, NO_GRIPPER, USAGE
+from .harness.ctl_test_case import GRIPPER, HVA, TLM, CtlTestCase, http_server, xml_answer
 from .harness.methods import METHODS
 
 
@@ -135,7 +135,7 @@ class NearestTest(CtlTestCase):
 class AdviceTest(CtlTestCase):
     options = ()
 
-    def test_whatever_cannot_reach_the_daemon_names_the_doctor(self):
+    def test_without_a_daemon_the_doctor_is_suggested(self):
         with socket.create_server(("127.0.0.1", 0)) as server:
             port = server.getsockname()[1]
         for command in (["list"], ["grip", "HVA"], ["get", "force"], ["set", "force", 1],
@@ -146,7 +146,7 @@ class AdviceTest(CtlTestCase):
         self.expect_failure(NO_DAEMON, "; run 'tavrikctl doctor --host localhost' to find out why",
                             "list", "--port", port, "--host", "localhost")
 
-    def test_whatever_finds_no_gripper_names_the_doctor(self):
+    def test_without_a_gripper_the_doctor_is_suggested(self):
         advice = "o grippers found; run 'tavrikctl doctor' to find out why"
         self.assertEqual(self.ctl("list"), f"N{advice}.\n")
         self.expect_failure(NO_GRIPPER, f"n{advice}\n", "grip")

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 
+#include "client/GripperModels.h"
 #include "client/MethodTable.h"
 #include "client/Printable.h"
 
@@ -77,13 +78,14 @@ xmlrpc_c::value Gripper::ReadSetting(const std::string& method,
 
 std::string Gripper::Model() const {
     static constexpr int kFirst = 0;  // parameter set, LED
-    constexpr std::array kMethodsOfMzd{"GetLEDAnimation", "GetLEDColor", "GetLEDSpeed"};
-    if (std::ranges::any_of(kMethodsOfMzd,
+    constexpr std::array kLedMethods{"GetLEDAnimation", "GetLEDColor", "GetLEDSpeed"};
+    if (std::ranges::any_of(kLedMethods,
                             [this](const char* method) { return Get<int>(method, kFirst) != 0; })) {
-        return "MZD";
+        return ModelsWith(Feature::LedsAndHoldfast, " or ");
     }
-    const bool isOther = Get<int>("GetForce", kFirst) != 0 || Get<bool>("GetReferenceDirection");
-    return isOther ? "HVA or MZD" : "TLM?";
+    const bool isAdjustable =
+        Get<int>("GetForce", kFirst) != 0 || Get<bool>("GetReferenceDirection");
+    return isAdjustable ? ModelsWith(Feature::ForceAndReference, " or ") : "TLM?";
 }
 
 std::string Gripper::StatusText(int status, const std::string& method) const {
@@ -100,12 +102,12 @@ std::string Gripper::WhyNotPossible(const std::string& method) const {
     if (Get<int>("GetGripperInterface") != 0) {
         return status + "the daemon is busy with another master: try again";
     }
-    if (const auto* const found = FindMethod(method); found != nullptr && !found->models.empty()) {
-        constexpr std::size_t kLetters = 3;  // "HVA or MZD" may be the HVA, at worst
-        const tavrik::Model model = NarrowModel(Model(), deviceString);
-        if (found->models.find(model.name.substr(0, kLetters)) == std::string_view::npos) {
+    const auto* const found = FindMethod(method);
+    if (found != nullptr && found->needs != Feature::None) {
+        const ModelGuess model = NarrowModel(Model(), deviceString);
+        if (MayLack(model.name, found->needs)) {
             return status + "not supported by its model (" + model.Text() + "), only by " +
-                   std::string(found->models);
+                   ModelsWith(found->needs, " and ");
         }
     }
     return status + "error 3 of its master, or the daemon was briefly busy: try again";

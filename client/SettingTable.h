@@ -17,7 +17,6 @@ struct Setting {
     std::string_view setter;  ///< empty if it cannot be set
     Kind kind;
     Place place;
-    std::string_view models;  ///< that support it, and remarks for the help
 };
 
 constexpr double kLimitSteps = 100;  ///< of a limit, per unit
@@ -26,6 +25,9 @@ std::span<const Setting> Settings();
 
 /// @throws Failure (Usage)
 const Setting& FindSetting(const std::string& name);
+
+/// The models that support it, as in "HVA, MZD; read: all".
+std::string SupportedModels(const Setting& setting);
 
 /// The valid values in words, as in "0 to 255".
 std::string ValueRange(const Setting& setting);

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "client/Failure.h"
+#include "client/GripperModels.h"
 #include "client/MotionJudge.h"
 #include "client/Values.h"
 

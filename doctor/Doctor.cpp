@@ -7,6 +7,7 @@
 
 #include "client/Failure.h"
 #include "client/Gripper.h"
+#include "client/GripperModels.h"
 #include "client/Printable.h"
 #include "client/ProcessData.h"
 #include "client/Values.h"
@@ -48,14 +49,14 @@ Finding Describe(const Gripper& gripper, const ProcessData& data, const std::str
         return {Mark::Wrong, name, text + ", " + flags, "see the gripper's manual"};
     }
     const std::string told = gripper.Model();
-    const Model model = NarrowModel(told, gripper.DeviceString());
-    if (told == "TLM?" && model.name != "TLM") {
-        return {
-            Mark::Unknown, name, text + ", no force: a TLM, or a model unknown to TavrikDaemon",
-            "if it is an HVA or MZD, its force may be 0; set it: tavrikctl set force 30 " + word};
+    const ModelGuess model = NarrowModel(told, gripper.DeviceString());
+    const bool mayHaveForce = MayHave(model.name, Feature::ForceAndReference);
+    if (told.ends_with('?') && mayHaveForce) {
+        return {Mark::Unknown, name, text + ", no force: a TLM, or a model unknown to TavrikDaemon",
+                "if it is an " + ModelsWith(Feature::ForceAndReference, " or ") +
+                    ", its force may be 0; set it: tavrikctl set force 30 " + word};
     }
-    const bool mayNeedReference =
-        data.State() == GripperState::NeedsReference && model.name != "TLM";
+    const bool mayNeedReference = data.State() == GripperState::NeedsReference && mayHaveForce;
     return {Mark::Ok, name, text + ", model " + model.Text(),
             mayNeedReference ? "if not referenced, clear its way: tavrikctl home " + word : ""};
 }

@@ -52,10 +52,6 @@ constexpr std::array kBeginnings{
     Beginning{"Line length is 0 without eof", LogKind::Routine},
     Beginning{"Failed to update ", LogKind::Routine},
     Beginning{"Retrying (", LogKind::Routine},
-    Beginning{"TLM detected", LogKind::Routine},
-    Beginning{"HVA detected", LogKind::Routine},
-    Beginning{"MZD S detected", LogKind::Routine},
-    Beginning{"MZD L detected", LogKind::Routine},
     Beginning{"Parser thread ", LogKind::Routine},
     Beginning{"Timeout monitor thread ", LogKind::Routine},
     Beginning{"State thread ", LogKind::Routine},
@@ -196,10 +192,11 @@ std::string MethodOfProcessOutput(const LoggedRequest& request) {
     }
     const unsigned before = FirstByte(request.processOutput).value_or(now.value_or(0));
     const unsigned changed = now.value_or(before) ^ before;
-    if (request.model == "HVA" && !now) {
+    const bool mustBeReference = request.model != nullptr && !request.model->hasLedsAndHoldfast;
+    if (mustBeReference && !now) {
         return "a motion";  // perhaps of the next call, after one that was refused
     }
-    if (request.model == "HVA" || (changed & (kReference | kEnable)) != 0) {
+    if (mustBeReference || (changed & (kReference | kEnable)) != 0) {
         return "Reference";
     }
     return (changed & kHoldfast) != 0    ? "Holdfast"
@@ -229,6 +226,9 @@ LogKind KindOf(std::string_view message) {
     if (const Beginning* const beginning = BeginningOf(message)) {
         return beginning->kind;
     }
+    if (DetectedModel(message) != nullptr) {
+        return LogKind::Routine;
+    }
     // "Grip: Failed to get PELLIX handle"
     return message.ends_with(": Failed to get PELLIX handle") ? LogKind::Trouble : LogKind::Other;
 }
@@ -236,6 +236,14 @@ LogKind KindOf(std::string_view message) {
 bool IsOfDaemon(std::string_view message) {
     const Beginning* const beginning = BeginningOf(message);
     return beginning != nullptr && beginning->isOfDaemon;
+}
+
+const GripperModel* DetectedModel(std::string_view message) {
+    const auto models = GripperModels();
+    const auto found = std::ranges::find_if(models, [&](const GripperModel& model) {
+        return Between(model.logName, " detected", message) == "";
+    });
+    return found == models.end() ? nullptr : &*found;
 }
 
 std::optional<std::string_view> After(std::string_view beginning, std::string_view message) {

@@ -4,6 +4,8 @@
 #include <string>
 #include <string_view>
 
+#include "client/GripperModels.h"
+
 namespace tavrik {
 
 /// What a message of the daemon's log means to a person.
@@ -24,6 +26,9 @@ LogKind KindOf(std::string_view message);
 /// Whether `message` is about the daemon or its host, and no master in particular.
 bool IsOfDaemon(std::string_view message);
 
+/// The model that a line such as "HVA detected" names; null for another line.
+const GripperModel* DetectedModel(std::string_view message);
+
 /// The rest of `message` after `beginning`; nothing if it begins differently.
 std::optional<std::string_view> After(std::string_view beginning, std::string_view message);
 
@@ -33,13 +38,13 @@ std::optional<std::string_view> Between(std::string_view beginning, std::string_
 
 /// A request that a call sent, and what the log says of its answer.
 struct LoggedRequest {
-    std::string key;                 ///< "PDOUT", "PARAM[96][3]"
-    std::string text;                ///< with the value, if the log has it: "PDOUT=[3,1]"
-    bool isRead = false;             ///< it asked for a value
-    bool isAssigned = false;         ///< it set a value; neither is true if the log leaves it open
-    bool wasChecked = false;         ///< the call asked for the model before
-    std::string model = {};          ///< that it was told: "HVA", "MZD S"; may be empty
-    std::string processOutput = {};  ///< the value of PDOUT before, "3,1"; may be empty
+    std::string key;          ///< "PDOUT", "PARAM[96][3]"
+    std::string text;         ///< with the value, if the log has it: "PDOUT=[3,1]"
+    bool isRead = false;      ///< it asked for a value
+    bool isAssigned = false;  ///< it set a value; neither is true if the log leaves it open
+    bool wasChecked = false;  ///< the call asked for the model before
+    const GripperModel* model = nullptr;  ///< that it was told; may be null
+    std::string processOutput = {};       ///< the value of PDOUT before, "3,1"; may be empty
 };
 
 /// The methods that send `request`, joined by " or "; empty if none does. The log does not have

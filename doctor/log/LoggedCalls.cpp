@@ -97,12 +97,12 @@ bool IsOtherCall(const LoggedRequest& request) {
         return request.isRead;  // only setting an override asks for the model
     }
     const auto value = Between("PDOUT=[", "]", request.text);
-    if (request.model != "HVA" || !value) {
+    if (request.model == nullptr || request.model->hasLedsAndHoldfast || !value) {
         return false;
     }
     unsigned first = 0;
     std::from_chars(value->data(), value->data() + value->size(), first, 16);
-    return (first & kReference) == 0;  // an HVA has no other such method than Reference
+    return (first & kReference) == 0;  // without holdfast and LEDs, only Reference sends this
 }
 
 }  // namespace
@@ -130,13 +130,13 @@ bool LoggedCalls::TakeLine(const LogMoment& now, std::uint64_t id, Thread& threa
         Begin(now, id, thread, sent->substr(0, sent->find(". Active commands: ")));
     } else if (const auto ended = After("Pending command ", message)) {
         Finish(now, id, thread, *ended);
-    } else if (message.ends_with(" detected") && thread.check) {
-        std::string& model = thread.check->model;
-        model = message.substr(0, message.size() - std::string_view(" detected").size());
+    } else if (const GripperModel* const model = DetectedModel(message);
+               model != nullptr && thread.check) {
+        thread.check->model = model;
         std::erase_if(thread.check->match.links, [&](const LinkPointer& link) {
-            return !link->model.empty() && link->model != model;
+            return link->model != nullptr && link->model != model;
         });
-        if (thread.check->model == "TLM") {
+        if (!model->hasForceAndReference) {
             FinishCheck(id, thread);
         }
     } else if (!message.starts_with("Active commands: ")) {
@@ -234,7 +234,8 @@ void LoggedCalls::FinishRequest(const LogMoment& now, std::uint64_t id, Thread& 
     if (thread.key == kModelKey) {
         const bool hasProcessOutput =
             match.links.size() == 1 && !match.links.front()->processOutput.empty();
-        thread.check = Check{std::move(match), thread.start, now, status, "", hasProcessOutput};
+        thread.check =
+            Check{std::move(match), thread.start, now, status, nullptr, hasProcessOutput};
         Settle(id, OwnerOf(thread.check->match.links));
         return;
     }
@@ -298,7 +299,8 @@ void LoggedCalls::FinishCheck(std::uint64_t id, Thread& thread) {
         call.outcome = OutcomeOf(check.status);
         call.status = check.status;
         call.note = ReasonOf(check.status, check.match.reply);
-    } else if (check.model == "TLM" || check.model.empty() || check.hasProcessOutput) {
+    } else if (check.model == nullptr || !check.model->hasForceAndReference ||
+               check.hasProcessOutput) {
         call.status = kNotPossible;
         call.note = "not supported by its model";
     } else {

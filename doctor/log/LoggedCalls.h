@@ -68,8 +68,8 @@ private:
         LogMoment start;
         LogMoment end;
         std::uint32_t status;
-        std::string model;
-        bool hasProcessOutput;  // known to the daemon, as motions need it
+        const GripperModel* model;  // null while unknown
+        bool hasProcessOutput;      // known to the daemon, as motions need it
     };
     /// A call whose last request has failed: if it was a reading, the next line may say so.
     struct Failed {

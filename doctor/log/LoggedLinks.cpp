@@ -36,18 +36,16 @@ std::string ReadText(std::string_view list) {
     return Printable(text);
 }
 
-/// The name of the gripper's model in the device information "[1,3,17,32,16,20,0,31249,20]".
-std::string_view ReadModel(std::string_view list) {
+/// The gripper's model in the device information "[1,3,17,32,16,20,0,31249,20]", or null.
+const GripperModel* ReadModel(std::string_view list) {
     constexpr std::size_t kModelElement = 8;
     for (std::size_t i = 0; i < kModelElement && !list.empty(); ++i) {
         list.remove_prefix(std::min(list.find(','), list.size() - 1) + 1);
     }
     const std::string_view number = list.substr(0, list.find_first_of(",]"));
-    return number == "10"   ? "TLM"
-           : number == "20" ? "HVA"
-           : number == "40" ? "MZD S"
-           : number == "50" ? "MZD L"
-                            : "";
+    const auto models = GripperModels();
+    const auto found = std::ranges::find(models, number, &GripperModel::deviceId);
+    return found == models.end() ? nullptr : &*found;
 }
 
 /// The blank-separated word `number` of `text`.

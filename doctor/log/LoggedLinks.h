@@ -10,6 +10,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include "client/GripperModels.h"
+
 namespace tavrik {
 
 /// The end of a request, as the log has it from the master or the timeout monitor.
@@ -27,12 +29,12 @@ struct LoggedReply {
 
 /// A master and its gripper, as far as the log has told. Texts are empty while unknown.
 struct LoggedLink {
-    std::string node;           ///< "/dev/ttyACM0"
-    std::string product;        ///< of the gripper
-    std::string serialNumber;   ///< of the gripper
-    std::string processOutput;  ///< the last value of PDOUT, "3,1"
-    std::string model;          ///< of the gripper, as the log names it: "MZD S"
-    std::string acknowledged;   ///< the key that the master acknowledged last
+    std::string node;                     ///< "/dev/ttyACM0"
+    std::string product;                  ///< of the gripper
+    std::string serialNumber;             ///< of the gripper
+    std::string processOutput;            ///< the last value of PDOUT, "3,1"
+    const GripperModel* model = nullptr;  ///< of the gripper
+    std::string acknowledged;             ///< the key that the master acknowledged last
     std::uint64_t acknowledgedLine = 0;
     std::string parsed;               ///< the last line of the master
     std::uint64_t parsedLine = 0;     ///< its number

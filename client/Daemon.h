@@ -9,6 +9,7 @@
 #include <xmlrpc-c/base.hpp>
 #include <xmlrpc-c/client.hpp>
 
+#include "client/Endpoint.h"
 #include "client/Failure.h"
 #include "client/HttpTransport.h"
 

@@ -2,12 +2,11 @@
 
 #include <curl/curl.h>
 
+#include <chrono>
 #include <sstream>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
-
-#include "client/Printable.h"
 
 namespace tavrik {
 
@@ -57,12 +56,6 @@ void HttpTransport::Deleter::operator()(void* handle) const {
 
 void HttpTransport::Deleter::operator()(curl_slist* list) const {
     curl_slist_free_all(list);
-}
-
-std::string Endpoint::Options() const {
-    const Endpoint usual;
-    return (host == usual.host ? "" : " --host " + ShellWord(Printable(host))) +
-           (port == usual.port ? "" : " --port " + std::to_string(port));
 }
 
 HttpTransport::HttpTransport(const Endpoint& endpoint, std::stop_token stop)

@@ -104,7 +104,7 @@ private:
     std::string Text(const std::string& name) const {
         const Json& text = Member(file, "", name);
         if (!text.is_string() || text.get<std::string>().empty()) {
-            throw Invalid("'" + name + "' must be a text");
+            throw Invalid("'" + name + "' must be a string");
         }
         return text.get<std::string>();
     }
@@ -139,7 +139,7 @@ private:
         }
         if (Member(element, where, numberName) != number) {
             throw Invalid(where + "'" + numberName + "' must be " + std::to_string(number) +
-                          ": none may be left out");
+                          ": none may be missing");
         }
         std::set<std::string> names{numberName};
         ReadValues(element, where, place, number, names);

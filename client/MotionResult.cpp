@@ -26,7 +26,7 @@ constexpr std::array<Naming, 12> kEnds{{
     {"moving", "still moving,"},
     {"interrupted", "interrupted"},
     {"part-lost", "lost the part"},
-    {"not-reported", "no motion reported, last"},
+    {"not-reported", "no motion reported, last seen"},
 }};
 
 /// In the order of MotionObstacle, which the words name.
@@ -79,7 +79,7 @@ std::string MotionResult::EndText() const {
         return "did not switch off";
     }
     if (kind == MotionKind::Disable && end == MotionEnd::NotReported) {
-        return "did not report that it is off, last";
+        return "did not report that it is off, last seen";
     }
     return NamingOf(end).second;
 }

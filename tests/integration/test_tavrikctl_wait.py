@@ -172,12 +172,12 @@ class EndTest(WaitTestCase):
 
     def test_process_data_that_do_not_change(self):
         with self.condition("pdin 0 0", "pdin 0 100"):
-            self.expect_failure(DID_NOT_MOVE, "no motion reported, last at 28.00 (state 4): its "
-                                "process data have not changed and may be frozen",
+            self.expect_failure(DID_NOT_MOVE, "no motion reported, last seen at 28.00 (state 4): "
+                                "its process data have not changed and may be frozen",
                                 "grip", HVA, "--wait")
             self.assertEqual(self.reason(DID_NOT_MOVE, "grip", HVA), ("not-reported", "same-data"))
-            self.expect_failure(DID_NOT_MOVE, "did not report that it is off, last at 28.00 (state "
-                                "4): its process data", "disable", HVA, "--wait")
+            self.expect_failure(DID_NOT_MOVE, "did not report that it is off, last seen at 28.00 "
+                                "(state 4): its process data", "disable", HVA, "--wait")
 
     def test_a_drive_that_stays_on(self):
         with self.condition("part 1 12.5", "part 1 none"):
@@ -197,7 +197,7 @@ class EndTest(WaitTestCase):
 
     def test_a_short_limit_is_no_motion(self):
         for limit in (0.1, 0.001):
-            self.expect_failure(DID_NOT_MOVE, "no motion reported, last at 28.00 (state 4)\n",
+            self.expect_failure(DID_NOT_MOVE, "no motion reported, last seen at 28.00 (state 4)\n",
                                 "release", HVA, "--wait", "--within", limit)
             self.assertEqual(self.reason(DID_NOT_MOVE, "release", HVA, "--within", limit),
                              ("not-reported", None))

@@ -7,7 +7,7 @@
 namespace tavrik {
 namespace {
 
-TEST(DaemonTest, IsNotCalledAfterAnInterruption) {
+TEST(DaemonTest, NoCallFollowsAnInterruption) {
     Endpoint endpoint;
     endpoint.port = 1;  // nobody listens: a call would say so
     std::stop_source stop;

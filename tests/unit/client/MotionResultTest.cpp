@@ -38,10 +38,10 @@ TEST(MotionResultTest, DataThatDoNotChangeTellNothing) {
     MotionResult result = Result(MotionEnd::NotReported);
     result.obstacle = MotionObstacle::SameData;
     EXPECT_EQ(result.Text(),
-              "no motion reported, last at 12.50 (state 6): its process data have not changed and "
-              "may be frozen");
+              "no motion reported, last seen at 12.50 (state 6): its process data have not changed "
+              "and may be frozen");
     result.kind = MotionKind::Disable;
-    EXPECT_TRUE(result.Text().starts_with("did not report that it is off, last at 12.50"));
+    EXPECT_TRUE(result.Text().starts_with("did not report that it is off, last seen at 12.50"));
 }
 
 TEST(MotionResultTest, ADriveThatStaysOnIsNamed) {

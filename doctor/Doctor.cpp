@@ -58,7 +58,9 @@ Finding Describe(const Gripper& gripper, const ProcessData& data, const std::str
     }
     const bool mayNeedReference = data.State() == GripperState::NeedsReference && mayHaveForce;
     return {Mark::Ok, name, text + ", model " + model.Text(),
-            mayNeedReference ? "if not referenced, clear its way: tavrikctl home " + word : ""};
+            mayNeedReference
+                ? "if it needs a reference run, clear its path, then: tavrikctl home " + word
+                : ""};
 }
 
 constexpr const char* kCell = "cell";
@@ -107,7 +109,7 @@ Finding CheckGripper(const Gripper& gripper, const std::string& options, ExitSta
             status = ExitStatus::NoProcessData;
             return {Mark::Unknown, name,
                     "its master answers; it is at 0.00 in state 0, or has no process data",
-                    "if its drive is not off at 0.00, check its cable and power; it may also be "
+                    "unless its drive is off at 0.00, check its cable and power; it may also be "
                     "starting"};
         }
         status = ExitStatus::Done;
@@ -206,7 +208,7 @@ void Doctor::ExamineCell(const std::optional<std::vector<std::string>>& grippers
     }
     if (!grippers) {
         isCellAsExpected = false;
-        Add({{Mark::Unknown, kCell, "the grippers are not known: they cannot be compared"}});
+        Add({{Mark::Unknown, kCell, "the grippers cannot be compared: the list was not read"}});
         return;
     }
     const auto differences = cell->Compare(*grippers);
@@ -244,8 +246,7 @@ std::optional<std::vector<std::string>> Doctor::ListGrippers(Daemon& daemon) {
     } catch (const Failure& failure) {
         status = failure.Status();
         Add({{Mark::Wrong, "grippers", failure.what(),
-              "a silent master without a name blocks this: unplug it, or: systemctl restart "
-              "tavrikdaemon"}});
+              "a silent master blocks the list: unplug it, or: systemctl restart tavrikdaemon"}});
         return std::nullopt;
     }
 }

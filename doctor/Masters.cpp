@@ -81,7 +81,7 @@ void CheckPermission(const Host& host, const UsbTty& tty, const struct stat& nod
         findings.push_back(
             {Mark::Wrong, tty.node,
              "master, but user " + host.account->Name() + " may not open it: " + permission,
-             "for the udev rule: apt install ./tavrikdaemon_*.deb; then replug the master"});
+             "install the udev rule: apt install ./tavrikdaemon_*.deb; then replug the master"});
     }
 }
 
@@ -196,10 +196,9 @@ Finding CheckModemManager(const Host& host) {
     if (exposed == host.ttys.end()) {
         return {Mark::Ok, kSubject, manager->Text() + " is running and ignores the masters"};
     }
-    return {
-        Mark::Wrong, kSubject, manager->Text() + " may talk to " + exposed->node,
-        "for the udev rule (ID_MM_DEVICE_IGNORE): apt install ./tavrikdaemon_*.deb; then replug "
-        "the master"};
+    return {Mark::Wrong, kSubject, manager->Text() + " may talk to " + exposed->node,
+            "install the udev rule that sets ID_MM_DEVICE_IGNORE: apt install "
+            "./tavrikdaemon_*.deb; then replug the master"};
 }
 
 Finding CheckMasters(const Host& host, std::optional<std::size_t> listed) {

@@ -44,12 +44,12 @@ private:
     void ReadBeforeDisable();
     MotionResult Judge(const MotionJudge& judge, MotionEnd end) const;
     MotionResult JudgeAtRest(const MotionJudge& judge, MotionEnd end) const;
-    bool MayGoOn(const MotionResult& result) const;
+    bool MayContinue(const MotionResult& result) const;
     MotionResult JudgeAtLimit(const MotionJudge& judge) const;
     MotionObstacle FindObstacle(const MotionJudge& judge, MotionEnd end) const;
     MotionEnd EndOfHold(const ProcessData& data) const;
     bool IsOverrideZero() const;
-    bool HasNoSet() const;
+    bool IsSetMissing() const;
     void RequireAnswer(const ProcessData& data) const;
 
     const Gripper& gripper;

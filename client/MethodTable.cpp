@@ -86,14 +86,14 @@ xmlrpc_c::value ParseText(const std::string& text) {
     try {
         return xmlrpc_c::value_string(text);
     } catch (const std::exception&) {
-        throw NotA("UTF-8", text);
+        throw InvalidText("UTF-8", text);
     }
 }
 
 xmlrpc_c::value ParseJson(const std::string& text) {
     const auto json = nlohmann::ordered_json::parse(text, nullptr, false);
     if (!json.is_array()) {
-        throw NotA("a JSON array", text);
+        throw InvalidText("a JSON array", text);
     }
     try {
         return ToValue(json);

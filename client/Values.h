@@ -15,7 +15,7 @@ double ParseReal(const std::string& text);
 bool ParseBoolean(const std::string& text);
 
 /// The Failure (Usage) for `text` that is not `what`, such as "an integer".
-Failure NotA(const std::string& what, const std::string& text);
+Failure InvalidText(const std::string& what, const std::string& text);
 
 /// A flag in words.
 std::string OnOffText(bool on);

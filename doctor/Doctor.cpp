@@ -135,8 +135,8 @@ void Doctor::Examine() {
     if (!logFile.empty()) {
         Add(CheckLogFile(logFile));
     }
-    sawMachine = IsThisMachine(endpoint.host);
-    if (!sawMachine) {
+    hasCheckedMachine = IsThisMachine(endpoint.host);
+    if (!hasCheckedMachine) {
         Add({{Mark::Unknown, "service", endpoint.host + " is not this machine",
               "to check its service, ttys and masters, run there: tavrikctl doctor"}});
         ExaminePorts(nullptr);
@@ -179,11 +179,11 @@ void Doctor::ExamineGrippers(const Host* host) {
     Daemon daemon(endpoint, stop);
     const auto grippers = ListGrippers(daemon);
     Findings answered = AskGrippers(daemon, grippers.value_or(std::vector<std::string>()));
-    if (host != nullptr && !host->DaemonIsBehindSimulator()) {
+    if (host != nullptr && !host->DaemonRunsInSimulator()) {
         const Finding masters =
             CheckMasters(*host, grippers ? std::optional(grippers->size()) : std::nullopt);
         Add({masters});
-        if (status == ExitStatus::Done && AreMastersCutOff(*host)) {
+        if (status == ExitStatus::Done && AreGrippersStale(*host)) {
             status = ExitStatus::NoAnswer;
             answered = ReportStaleGrippers(*grippers);
         }

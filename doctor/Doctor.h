@@ -36,7 +36,7 @@ public:
     /// The reply to GetVersion; empty if there was none.
     const std::string& DaemonVersion() const { return version; }
     /// Whether the daemon's machine was checked too: it is this one.
-    bool SawMachine() const { return sawMachine; }
+    bool HasCheckedMachine() const { return hasCheckedMachine; }
     const Findings& Result() const { return findings; }
     nlohmann::ordered_json Json() const;
 
@@ -57,7 +57,7 @@ private:
     const std::stop_token stop;
     bool isCellAsExpected = true;
     bool answers = false;
-    bool sawMachine = false;
+    bool hasCheckedMachine = false;
     std::string version;
     Findings findings;
     ExitStatus status = ExitStatus::NoDaemon;

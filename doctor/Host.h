@@ -40,7 +40,7 @@ struct Host {
 
     /// Whether the daemon runs in pellix-sim and the doctor does not: then udev reports other
     /// masters to the doctor.
-    bool DaemonIsBehindSimulator() const;
+    bool DaemonRunsInSimulator() const;
 
     /// Whether the daemon is seen to have the tty open.
     bool DaemonHasOpen(const UsbTty& tty) const;

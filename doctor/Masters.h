@@ -41,6 +41,6 @@ Finding CheckMasters(const Host& host, std::optional<std::size_t> listed);
 
 /// Whether masters are attached and the daemon has none of them open, so that all it knows of its
 /// grippers is stale. False if that cannot be seen.
-bool AreMastersCutOff(const Host& host);
+bool AreGrippersStale(const Host& host);
 
 }  // namespace tavrik

@@ -38,7 +38,7 @@ public:
 
     /// The first process of this name that is known to be in another network namespace, as those
     /// of a container are.
-    std::optional<Process> FindElsewhere(const std::string& name) const;
+    std::optional<Process> FindInOtherNetwork(const std::string& name) const;
 
     /// The processes that have the character device `node` open. Incomplete without root.
     std::vector<Process> HoldersOfDevice(const struct stat& node) const;
@@ -47,13 +47,13 @@ public:
     std::optional<Process> HolderOfSocket(std::uint64_t inode) const;
 
     /// Whether what `pid` has open could be read.
-    bool Sees(pid_t pid) const;
+    bool CanReadOpenFiles(pid_t pid) const;
 
     /// Whether what all processes have open could be read.
-    bool SeesAll() const;
+    bool CanReadAllOpenFiles() const;
 
     /// Whether no process is hidden: the system may hide those of other users.
-    bool SeesAllNames() const;
+    bool ListsAllProcesses() const;
 
 private:
     using Device = std::pair<dev_t, dev_t>;  // number, and file system of a pseudo-terminal

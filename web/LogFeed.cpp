@@ -122,7 +122,7 @@ std::unique_ptr<LogSource> LogFeed::Open(LogModel& model, bool& isReadable) cons
         isReadable = true;
         model.Learn(line);
     }
-    return FollowJournal(start, ToolErrors::Dropped);  // the page tells them in its own words
+    return FollowJournal(start, ErrorOutput::Dropped);  // the page tells them in its own words
 }
 
 void LogFeed::Begin(bool isReadable) {

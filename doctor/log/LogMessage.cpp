@@ -82,34 +82,34 @@ constexpr std::array kBeginnings{
     Beginning{"Library revision: ", LogKind::Routine, kOfDaemon},
     Beginning{"Library build date: ", LogKind::Routine, kOfDaemon},
 
-    Beginning{"FALLBACK: ", LogKind::Trouble},
-    Beginning{"POWERFAULT", LogKind::Trouble},
-    Beginning{"Failed ", LogKind::Trouble},
-    Beginning{"Timeout ", LogKind::Trouble},
-    Beginning{"Exception ", LogKind::Trouble},
-    Beginning{"Input timeout", LogKind::Trouble},
-    Beginning{"Parser: No input data", LogKind::Trouble},
-    Beginning{"SerialConnection: ", LogKind::Trouble},
-    Beginning{"Can't create udev", LogKind::Trouble, kOfDaemon},
-    Beginning{"No connection accepted: ", LogKind::Trouble, kOfDaemon},
-    Beginning{"Connection closed: no thread for it", LogKind::Trouble, kOfDaemon},
-    Beginning{"Server on port ", LogKind::Trouble, kOfDaemon},
-    Beginning{"No device from receive_device()", LogKind::Trouble, kOfDaemon},
-    Beginning{"Device has been removed", LogKind::Trouble},
-    Beginning{"Device '", LogKind::Trouble},
-    Beginning{"Device string is empty ", LogKind::Trouble},
-    Beginning{"Invalid device ID", LogKind::Trouble},
-    Beginning{"Pellix not ", LogKind::Trouble},
-    Beginning{"Couldn't ", LogKind::Trouble},
-    Beginning{"Too many parameters: ", LogKind::Trouble},
-    Beginning{"Parameter ", LogKind::Trouble},
-    Beginning{"PDIN length mismatch: ", LogKind::Trouble},
-    Beginning{"Keeping remaining string: ", LogKind::Trouble},
-    Beginning{"Error after adding input to stream: ", LogKind::Trouble},
-    Beginning{"Trying to clear stream", LogKind::Trouble},
-    Beginning{"getline() ", LogKind::Trouble},
-    Beginning{"terminal: tcgetattr() failed", LogKind::Trouble},
-    Beginning{"terminate called", LogKind::Trouble, kOfDaemon},
+    Beginning{"FALLBACK: ", LogKind::Problem},
+    Beginning{"POWERFAULT", LogKind::Problem},
+    Beginning{"Failed ", LogKind::Problem},
+    Beginning{"Timeout ", LogKind::Problem},
+    Beginning{"Exception ", LogKind::Problem},
+    Beginning{"Input timeout", LogKind::Problem},
+    Beginning{"Parser: No input data", LogKind::Problem},
+    Beginning{"SerialConnection: ", LogKind::Problem},
+    Beginning{"Can't create udev", LogKind::Problem, kOfDaemon},
+    Beginning{"No connection accepted: ", LogKind::Problem, kOfDaemon},
+    Beginning{"Connection closed: no thread for it", LogKind::Problem, kOfDaemon},
+    Beginning{"Server on port ", LogKind::Problem, kOfDaemon},
+    Beginning{"No device from receive_device()", LogKind::Problem, kOfDaemon},
+    Beginning{"Device has been removed", LogKind::Problem},
+    Beginning{"Device '", LogKind::Problem},
+    Beginning{"Device string is empty ", LogKind::Problem},
+    Beginning{"Invalid device ID", LogKind::Problem},
+    Beginning{"Pellix not ", LogKind::Problem},
+    Beginning{"Couldn't ", LogKind::Problem},
+    Beginning{"Too many parameters: ", LogKind::Problem},
+    Beginning{"Parameter ", LogKind::Problem},
+    Beginning{"PDIN length mismatch: ", LogKind::Problem},
+    Beginning{"Keeping remaining string: ", LogKind::Problem},
+    Beginning{"Error after adding input to stream: ", LogKind::Problem},
+    Beginning{"Trying to clear stream", LogKind::Problem},
+    Beginning{"getline() ", LogKind::Problem},
+    Beginning{"terminal: tcgetattr() failed", LogKind::Problem},
+    Beginning{"terminate called", LogKind::Problem, kOfDaemon},
 
     Beginning{"TavrikDaemon", LogKind::Other, kOfDaemon},  // of the dynamic linker
 };
@@ -183,7 +183,7 @@ std::string MethodOfProcessOutput(const LoggedRequest& request) {
     constexpr unsigned kLedPreset = 0xE0;
     const auto value = Between("PDOUT=[", "]", request.text);
     const auto now = FirstByte(value.value_or(""));
-    if (!request.wasChecked) {
+    if (!request.followsModelCheck) {
         return !now                       ? "Grip, Release or Disable"
                : (*now & kEnable) == 0    ? "Disable"
                : (*now & kReference) != 0 ? ""
@@ -210,7 +210,7 @@ const char* KindText(LogKind kind) {
     switch (kind) {
         case LogKind::Call:
             return "call";
-        case LogKind::Trouble:
+        case LogKind::Problem:
             return "trouble";
         case LogKind::Event:
             return "event";
@@ -230,7 +230,7 @@ LogKind KindOf(std::string_view message) {
         return LogKind::Routine;
     }
     // "Grip: Failed to get PELLIX handle"
-    return message.ends_with(": Failed to get PELLIX handle") ? LogKind::Trouble : LogKind::Other;
+    return message.ends_with(": Failed to get PELLIX handle") ? LogKind::Problem : LogKind::Other;
 }
 
 bool IsOfDaemon(std::string_view message) {

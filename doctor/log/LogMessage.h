@@ -11,7 +11,7 @@ namespace tavrik {
 /// What a message of the daemon's log means to a person.
 enum class LogKind {
     Call,     ///< a call, folded to one row
-    Trouble,  ///< refusals, time-outs, silence, failures
+    Problem,  ///< refusals, time-outs, silence, failures
     Event,    ///< start and stop, plugging, reopening, modes of the data link
     Routine,  ///< of interest only if one looks for details
     Other,    ///< not a known text of the daemon, such as lines of another program
@@ -38,11 +38,11 @@ std::optional<std::string_view> Between(std::string_view beginning, std::string_
 
 /// A request that a call sent, and what the log says of its answer.
 struct LoggedRequest {
-    std::string key;          ///< "PDOUT", "PARAM[96][3]"
-    std::string text;         ///< with the value, if the log has it: "PDOUT=[3,1]"
-    bool isRead = false;      ///< it asked for a value
-    bool isAssigned = false;  ///< it set a value; neither is true if the log leaves it open
-    bool wasChecked = false;  ///< the call asked for the model before
+    std::string key;                 ///< "PDOUT", "PARAM[96][3]"
+    std::string text;                ///< with the value, if the log has it: "PDOUT=[3,1]"
+    bool isRead = false;             ///< it asked for a value
+    bool isAssigned = false;         ///< it set a value; neither is true if the log leaves it open
+    bool followsModelCheck = false;  ///< the call asked for the model before
     const GripperModel* model = nullptr;  ///< that it was told; may be null
     std::string processOutput = {};       ///< the value of PDOUT before, "3,1"; may be empty
 };

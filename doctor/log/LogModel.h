@@ -48,7 +48,7 @@ public:
     const LogSummary& Summary() const { return summary; }
 
     /// The names of the masters and grippers that are there now, as far as known.
-    std::vector<std::string> Present() const;
+    std::vector<std::string> PresentNames() const;
 
 private:
     /// A row whose owner may be told by a later line of its thread.
@@ -59,15 +59,15 @@ private:
     };
 
     void Advance(const LogEntry& entry);
-    void TakeOfDaemon(const LogEntry& entry);
-    void TakeOfOthers(const LogEntry& entry);
+    void TakeDaemonLine(const LogEntry& entry);
+    void TakeOtherLine(const LogEntry& entry);
     void TakeTimeout(std::string_view rest);
-    void Settle(std::uint64_t thread, const LogOwner& owner);
+    void SetOwner(std::uint64_t thread, const LogOwner& owner);
     void Add(LogRow row, bool isAwaiting = false);
-    void GiveOut(std::size_t mostHeld);
+    void Emit(std::size_t mostHeld);
     void Show(const Held& row);
     void AddEnded();
-    void GiveOutAll();
+    void EmitAll();
     LogOwner OwnerOf(std::uint64_t thread, std::string_view message) const;
 
     Sink sink;

@@ -38,12 +38,12 @@ private:
     struct Recent {
         std::deque<std::string> texts;
         std::chrono::microseconds last{};
-        std::chrono::microseconds told{};
+        std::chrono::microseconds reported{};
         std::uint64_t count = 0;
         LogRow row;  // the last one left out
     };
 
-    void Tell(Recent& recent);
+    void Report(Recent& recent);
 
     std::string name;
     Sink sink;

@@ -33,7 +33,7 @@ std::string CallText(const LoggedCall& call) {
 }  // namespace
 
 bool IsAlarming(const LogRow& row) {
-    return row.kind == LogKind::Trouble ||
+    return row.kind == LogKind::Problem ||
            (row.call && row.call->outcome != LoggedCall::Outcome::Done);
 }
 

@@ -140,7 +140,7 @@ bool LoggedCalls::TakeLine(const LogMoment& now, std::uint64_t id, Thread& threa
             FinishCheck(id, thread);
         }
     } else if (!message.starts_with("Active commands: ")) {
-        return !links.IsOwn(id) && TakeFailure(now, id, thread, message);
+        return !links.IsLinkThread(id) && TakeFailure(now, id, thread, message);
     }
     return true;
 }
@@ -209,7 +209,7 @@ void LoggedCalls::Finish(const LogMoment& now, std::uint64_t id, Thread& thread,
     Match match;
     if (thread.isSent) {
         const bool isChecked = thread.check && thread.check->match.links.size() == 1;
-        match = Find(links.IsAwaited(id)                        ? links.WithoutState()
+        match = Find(links.IsLinkUnknown(id)                    ? links.LinksWithoutStateThread()
                      : isChecked && NeedsModelCheck(thread.key) ? thread.check->match.links
                                                                 : links.All(),
                      thread.key, status, thread.window);
@@ -224,10 +224,10 @@ void LoggedCalls::Finish(const LogMoment& now, std::uint64_t id, Thread& thread,
 
 void LoggedCalls::FinishRequest(const LogMoment& now, std::uint64_t id, Thread& thread, Match match,
                                 std::uint32_t status) {
-    if (links.IsOwn(id)) {
+    if (links.IsLinkThread(id)) {
         if (match.links.size() == 1) {
             links.Attach(id, match.links.front());
-            Settle(id, OwnerOf(match.links));
+            SetOwner(id, OwnerOf(match.links));
         }
         return;
     }
@@ -236,11 +236,11 @@ void LoggedCalls::FinishRequest(const LogMoment& now, std::uint64_t id, Thread& 
             match.links.size() == 1 && !match.links.front()->processOutput.empty();
         thread.check =
             Check{std::move(match), thread.start, now, status, nullptr, hasProcessOutput};
-        Settle(id, OwnerOf(thread.check->match.links));
+        SetOwner(id, OwnerOf(thread.check->match.links));
         return;
     }
     LoggedRequest request =
-        RequestOf(thread.key, status, match.reply, match.haveValue, match.lackValue);
+        RequestOf(thread.key, status, match.reply, match.allHaveValue, match.noneHasValue);
     if (thread.check) {
         request.model = thread.check->model;
         const auto& checked = thread.check->match.links;
@@ -253,7 +253,7 @@ void LoggedCalls::FinishRequest(const LogMoment& now, std::uint64_t id, Thread& 
     }
     LogMoment start = thread.start;
     if (const auto check = std::exchange(thread.check, std::nullopt)) {
-        request.wasChecked = true;
+        request.followsModelCheck = true;
         start = check->start;
         if (!thread.isSent) {
             match.links = check->match.links;
@@ -321,29 +321,30 @@ void LoggedCalls::Report(const LogMoment& now, std::uint64_t id, const Match& ma
 LogRow LoggedCalls::RowOf(const LogMoment& now, std::uint64_t id, const Match& match,
                           LoggedCall call) {
     LogRow row{now.stamp, LogKind::Call, OwnerOf(match.links), id};
-    if (const LinkPointer only = links.Only(); only && match.links.empty()) {
+    if (const LinkPointer only = links.OnlyLink(); only && match.links.empty()) {
         row.owner = OwnerOf({only});
     }
-    NoteUsual(threads[id], row.owner);
-    Settle(id, row.owner);
+    TrackOwner(threads[id], row.owner);
+    SetOwner(id, row.owner);
     row.call = std::move(call);
     return row;
 }
 
-void LoggedCalls::Settle(std::uint64_t id, const LogOwner& owner) {
+void LoggedCalls::SetOwner(std::uint64_t id, const LogOwner& owner) {
     threads[id].owner = owner;
     listener.onOwner(id, owner);
 }
 
 /// A program usually calls one gripper through a connection, but need not.
-void LoggedCalls::NoteUsual(Thread& thread, LogOwner& owner) {
+void LoggedCalls::TrackOwner(Thread& thread, LogOwner& owner) {
     const std::string& name = owner.Name();
-    if (std::ranges::find(owner.candidates, thread.usual) != owner.candidates.end() &&
-        !thread.isMixed) {
-        owner.likely = thread.usual;
+    if (std::ranges::find(owner.candidates, thread.onlyOwner) != owner.candidates.end() &&
+        !thread.servesSeveral) {
+        owner.likely = thread.onlyOwner;
     } else if (!name.empty()) {
-        thread.isMixed = thread.isMixed || (!thread.usual.empty() && thread.usual != name);
-        thread.usual = name;
+        thread.servesSeveral =
+            thread.servesSeveral || (!thread.onlyOwner.empty() && thread.onlyOwner != name);
+        thread.onlyOwner = name;
     }
 }
 
@@ -359,8 +360,8 @@ LoggedCalls::Match LoggedCalls::Find(const std::vector<LinkPointer>& among, std:
         const auto found = std::ranges::find_if(link->replies, fits);
         if (found != link->replies.end()) {
             match.links.push_back(link);
-            match.haveValue = match.haveValue && !found->text.empty();
-            match.lackValue = match.lackValue && found->text.empty();
+            match.allHaveValue = match.allHaveValue && !found->text.empty();
+            match.noneHasValue = match.noneHasValue && found->text.empty();
             replies.push_back(&*found);
         }
     }

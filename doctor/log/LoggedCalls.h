@@ -59,8 +59,8 @@ private:
     struct Match {
         std::vector<LinkPointer> links;    // those that are possible
         std::optional<LoggedReply> reply;  // of the only one
-        bool haveValue = false;            // whether all their replies have a value
-        bool lackValue = false;            // whether none of them has
+        bool allHaveValue = false;         // whether all their replies have a value
+        bool noneHasValue = false;         // whether none of them has
     };
     /// The request for the model that some methods begin with.
     struct Check {
@@ -87,9 +87,9 @@ private:
         std::string unknownDevice;
         std::optional<Check> check;
         std::optional<Failed> failed;
-        LogOwner owner;     // of its last request
-        std::string usual;  // name of the owner of all its calls so far
-        bool isMixed = false;
+        LogOwner owner;         // of its last request
+        std::string onlyOwner;  // name of the owner of all its calls so far
+        bool servesSeveral = false;
     };
 
     bool TakeLine(const LogMoment& now, std::uint64_t id, Thread& thread, std::string_view message);
@@ -103,8 +103,8 @@ private:
     void FinishFailed(Thread& thread, bool isAbsent) const;
     void Report(const LogMoment& now, std::uint64_t id, const Match& match, LoggedCall call);
     LogRow RowOf(const LogMoment& now, std::uint64_t id, const Match& match, LoggedCall call);
-    void Settle(std::uint64_t id, const LogOwner& owner);
-    void NoteUsual(Thread& thread, LogOwner& owner);
+    void SetOwner(std::uint64_t id, const LogOwner& owner);
+    void TrackOwner(Thread& thread, LogOwner& owner);
     static Match Find(const std::vector<LinkPointer>& among, std::string_view key,
                       std::uint32_t status, std::uint64_t window);
 

@@ -5,10 +5,10 @@
 #include <optional>
 #include <stop_token>
 
-#include "doctor/log/LogBegin.h"
 #include "doctor/log/LogFilter.h"
 #include "doctor/log/LogModel.h"
 #include "doctor/log/LogSource.h"
+#include "doctor/log/LogStart.h"
 #include "doctor/log/LogText.h"
 #include "tavrikctl/Interruption.h"
 #include "tavrikctl/LogView.h"
@@ -62,7 +62,7 @@ private:
     bool isVerbose = false;
     bool isWarned = false;
 
-    std::optional<LogBegin> begin;  // until it is reached
+    std::optional<LogStart> begin;  // until it is reached
     std::uint64_t linesBefore = 0;  // in a file
     bool isCatchingUp = false;      // with what was logged before, of which only the end is shown
     std::deque<LogRow> last;
@@ -114,7 +114,7 @@ ExitStatus LogCommand::Run(Daemon& /*daemon*/, Printer& printer) {
                           "the journal has no line of TavrikDaemon: run as root, or name the file "
                           "that it logs to: tavrikctl log FILE");
     }
-    if (!filter->IsFound(model.Present())) {
+    if (!filter->IsFound(model.PresentNames())) {
         throw Failure(ExitStatus::NoGripper, UnknownText());
     }
     PrintSummary(model.Summary(), printer);
@@ -148,13 +148,13 @@ std::unique_ptr<LogSource> LogCommand::Open(LogModel& model) {
 
 /// The number of lines before the last place where the time is that of --since.
 std::uint64_t LogCommand::LinesBefore() const {
-    LogBegin search = *begin;
+    LogStart search = *begin;
     const auto source = OpenLogFile(file, false);
     std::uint64_t count = 0;
     std::optional<std::uint64_t> found;
     std::string_view line;
     while (source->Next(line, kReadPatience) == LogSource::Result::Line) {
-        if (search.IsAt(ParseLogEntry(line))) {
+        if (search.StartsAt(ParseLogEntry(line))) {
             found = count;
         }
         ++count;
@@ -188,7 +188,7 @@ void LogCommand::Read(LogSource& source, LogModel& model, Printer& printer,
 
 /// Whoever follows a log would wait for a name that was mistyped.
 void LogCommand::WarnIfUnknown(const LogModel& model) {
-    if (!isWarned && isFollowed && !filter->IsFound(model.Present())) {
+    if (!isWarned && isFollowed && !filter->IsFound(model.PresentNames())) {
         Warn(UnknownText() + " so far");
     }
     isWarned = true;
@@ -201,7 +201,7 @@ std::string LogCommand::UnknownText() const {
 }
 
 void LogCommand::Take(LogModel& model, std::string_view line) {
-    if (begin && begin->IsAt(ParseLogEntry(line))) {
+    if (begin && begin->StartsAt(ParseLogEntry(line))) {
         begin.reset();
     }
     if (begin || linesBefore > 0) {

@@ -39,7 +39,7 @@ ProcessData Gripper::ReadProcessData() const {
     if (data.certain || Get<int>("GetState") >= 0) {
         return data;
     }
-    if (!IsListed()) {  // it may only have been the list that was locked
+    if (!IsListed()) {  // otherwise the list may just have been locked
         throw Failure(ExitStatus::NoGripper, Name() + ": no longer known to the daemon");
     }
     return read();
@@ -54,23 +54,23 @@ bool Gripper::MasterAnswers() const {
     return IsInTime([this] { Get<int>("GetOverrideGrip"); });
 }
 
-xmlrpc_c::value Gripper::Call(const std::string& method, const xmlrpc_c::carray& rest) const {
+xmlrpc_c::value Gripper::Call(const std::string& method, const xmlrpc_c::carray& arguments) const {
     xmlrpc_c::paramList parameters;
     parameters.addc(deviceString);
-    for (const auto& parameter : rest) {
+    for (const auto& parameter : arguments) {
         parameters.add(parameter);
     }
     return daemon.Call(method, parameters);
 }
 
-int Gripper::Command(const std::string& method, const xmlrpc_c::carray& rest) const {
-    return Daemon::As<int>(method, Call(method, rest));
+int Gripper::Command(const std::string& method, const xmlrpc_c::carray& arguments) const {
+    return Daemon::As<int>(method, Call(method, arguments));
 }
 
 xmlrpc_c::value Gripper::ReadSetting(const std::string& method,
-                                     const xmlrpc_c::carray& rest) const {
+                                     const xmlrpc_c::carray& arguments) const {
     xmlrpc_c::value answer;
-    if (!IsInTime([&] { answer = Call(method, rest); })) {
+    if (!IsInTime([&] { answer = Call(method, arguments); })) {
         throw Failure(ExitStatus::NoAnswer, Name() + ": its master did not answer within 1 s");
     }
     return answer;

@@ -55,14 +55,15 @@ bool MayLack(const std::string& model, Feature feature) {
     });
 }
 
-ModelGuess NarrowModel(const std::string& told, const std::string& deviceString) {
+ModelGuess NarrowModel(const std::string& byAnswers, const std::string& deviceString) {
     for (const GripperModel& model : kModels) {
-        const bool isPossible = told.ends_with('?') || told.find(model.name) != std::string::npos;
-        if (isPossible && told != model.name && deviceString.starts_with(model.name)) {
+        const bool isPossible =
+            byAnswers.ends_with('?') || byAnswers.find(model.name) != std::string::npos;
+        if (isPossible && byAnswers != model.name && deviceString.starts_with(model.name)) {
             return {std::string(model.name), "name"};
         }
     }
-    return {told, told == kModelNotAsked ? "nothing" : "answers"};
+    return {byAnswers, byAnswers == kModelNotAsked ? "nothing" : "answers"};
 }
 
 }  // namespace tavrik

@@ -51,8 +51,8 @@ struct ModelGuess {
 };
 
 /// Narrows the model down by the name that the gripper gives itself.
-/// @param told the result of Gripper::Model(), or kModelNotAsked
+/// @param byAnswers the result of Gripper::Model(), or kModelNotAsked
 /// @param deviceString begins with the gripper's product name, which may be any text
-ModelGuess NarrowModel(const std::string& told, const std::string& deviceString);
+ModelGuess NarrowModel(const std::string& byAnswers, const std::string& deviceString);
 
 }  // namespace tavrik

@@ -98,7 +98,7 @@ void HttpTransport::RethrowFailure() const {
 
 void HttpTransport::Post(const std::string& body, std::string& answer) {
     answer.clear();
-    if (stop.stop_requested()) {  // libcurl looks now and then, maybe only after sending
+    if (stop.stop_requested()) {  // libcurl might check only after sending
         throw Failure(ExitStatus::NoDaemon, endpoint.Address() + " was not called: interrupted");
     }
     curl_easy_setopt(handle.get(), CURLOPT_POSTFIELDSIZE, static_cast<long>(body.size()));

@@ -46,7 +46,7 @@ std::string ReadText(const std::string& path) {
     return text;
 }
 
-/// Finds names that an object has twice: the parser would take the last.
+/// Finds duplicate names in an object, of which the parser would take the last.
 class UniqueNames {
 public:
     bool operator()(int /*depth*/, Json::parse_event_t event, Json& parsed) {

@@ -10,7 +10,7 @@ namespace tavrik {
 /// A setting of the gripper that can be read, set or both.
 struct Setting {
     enum class Kind { Byte, Preset, Limit, Flag, Checksum };
-    enum class Place { Gripper, Set, Led };  ///< what has a value of its own
+    enum class Place { Gripper, Set, Led };  ///< what the setting belongs to
 
     std::string_view name;
     std::string_view getter;  ///< empty if it cannot be read

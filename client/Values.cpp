@@ -43,8 +43,8 @@ int CheckedInteger(const nlohmann::ordered_json& json) {
 
 }  // namespace
 
-Failure InvalidText(const std::string& what, const std::string& text) {
-    return {ExitStatus::Usage, "'" + Printable(text) + "' is not " + what};
+Failure InvalidText(const std::string& expected, const std::string& text) {
+    return {ExitStatus::Usage, "'" + Printable(text) + "' is not " + expected};
 }
 
 int ParseInteger(const std::string& text) {

@@ -48,10 +48,10 @@ Finding Describe(const Gripper& gripper, const ProcessData& data, const std::str
     if (!flags.empty()) {
         return {Mark::Wrong, name, text + ", " + flags, "see the gripper's manual"};
     }
-    const std::string told = gripper.Model();
-    const ModelGuess model = NarrowModel(told, gripper.DeviceString());
+    const std::string byAnswers = gripper.Model();
+    const ModelGuess model = NarrowModel(byAnswers, gripper.DeviceString());
     const bool mayHaveForce = MayHave(model.name, Feature::ForceAndReference);
-    if (told.ends_with('?') && mayHaveForce) {
+    if (byAnswers.ends_with('?') && mayHaveForce) {
         return {Mark::Unknown, name, text + ", no force: a TLM, or a model unknown to TavrikDaemon",
                 "if it is an " + ModelsWith(Feature::ForceAndReference, " or ") +
                     ", its force may be 0; set it: tavrikctl set force 30 " + word};

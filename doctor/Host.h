@@ -30,7 +30,8 @@ struct Account {
     bool MayReadAndWrite(const struct stat& file) const;
 };
 
-/// The state of this machine at the time of construction.
+/// The state of this machine at the time of construction. That takes up to 10 s if systemd does not
+/// answer.
 struct Host {
     ProcessTable processes;
     std::optional<ServiceState> service = ServiceState::Read();

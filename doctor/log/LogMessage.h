@@ -43,7 +43,7 @@ struct LoggedRequest {
     bool isRead = false;             ///< it asked for a value
     bool isAssigned = false;         ///< it set a value; neither is true if the log leaves it open
     bool followsModelCheck = false;  ///< the call asked for the model before
-    const GripperModel* model = nullptr;  ///< that it was told; may be null
+    const GripperModel* model = nullptr;  ///< as the call was answered; may be null
     std::string processOutput = {};       ///< the value of PDOUT before, "3,1"; may be empty
 };
 

@@ -200,7 +200,7 @@ void LogModel::TakeTimeout(std::string_view rest) {
     }
 }
 
-/// Tells the owner of the lines of `thread` that are held.
+/// Sets the owner of the lines of `thread` that are held back.
 void LogModel::SetOwner(std::uint64_t thread, const LogOwner& owner) {
     for (Held& each : held) {
         if (each.isAwaiting && each.row.thread == thread) {

@@ -19,7 +19,7 @@
 namespace tavrik {
 
 /// Makes rows for a person from the lines of the daemon's log. Its memory does not grow with the
-/// log. Not for several threads.
+/// log. Not thread-safe.
 class LogModel {
 public:
     using Sink = std::function<void(const LogRow&)>;
@@ -33,25 +33,26 @@ public:
     LogModel(const LogModel&) = delete;
     LogModel& operator=(const LogModel&) = delete;
 
+    /// Takes the next line.
     /// @param line without its line feed
     void Take(std::string_view line);
 
-    /// Takes what lies before the part of interest: it is neither shown nor counted.
+    /// Takes a line before the part of interest, which is neither shown nor counted.
     void Learn(std::string_view line);
 
-    /// Gives out what was held back for a while, because nothing has come since.
+    /// To be called when no line has come for `time`: passes on all rows that are held back.
     void Idle(std::chrono::microseconds time);
 
-    /// Gives out everything.
+    /// To be called after the last line: passes on all rows that are held back.
     void End();
 
     const LogSummary& Summary() const { return summary; }
 
-    /// The names of the masters and grippers that are there now, as far as known.
+    /// The names of the masters and grippers that are present now, as far as known.
     std::vector<std::string> PresentNames() const;
 
 private:
-    /// A row whose owner may be told by a later line of its thread.
+    /// A row whose owner may become known by a later line of its thread.
     struct Held {
         LogRow row;
         std::chrono::microseconds time;

@@ -7,7 +7,7 @@ namespace tavrik {
 
 namespace {
 
-constexpr std::chrono::seconds kPause(10);  // what comes later is reported anew
+constexpr std::chrono::seconds kPause(10);  // what comes later is shown again
 constexpr std::size_t kMostTexts = 8;
 constexpr std::size_t kMostOwners = 256;
 

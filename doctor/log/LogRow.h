@@ -21,8 +21,8 @@ struct LogStamp {
 struct LogOwner {
     std::string node;                          ///< "/dev/ttyACM0"; empty if unknown
     std::string gripper;                       ///< its device string; empty if unknown
-    std::vector<std::string> candidates = {};  ///< if unknown: names of those that are possible
-    std::string likely = {};  ///< that of them which all other calls of the thread were for
+    std::vector<std::string> candidates = {};  ///< if unknown: names of the possible ones
+    std::string likely = {};  ///< the candidate that all other calls of the thread were for
 
     /// Gripper or else node; empty if unknown.
     const std::string& Name() const { return gripper.empty() ? node : gripper; }

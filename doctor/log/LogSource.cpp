@@ -96,7 +96,7 @@ bool LogSource::IsContinued(std::chrono::milliseconds patience) {
     return true;
 }
 
-/// The input goes on at the beginning of `newDescriptor`, which may be the present one.
+/// Continues at the beginning of `newDescriptor`, which may be the present one.
 void LogSource::Restart(int newDescriptor) {
     if (newDescriptor != descriptor) {
         close(descriptor);

@@ -62,7 +62,7 @@ std::unique_ptr<LogSource> OpenLogFile(const std::string& path, bool isFollowed)
 
 /// The lines of the daemon's service in the journal, as journalctl prints them, with microseconds.
 /// @param options for journalctl
-/// @param errors what becomes of those of journalctl
+/// @param errors where journalctl's standard error goes
 /// @throws Failure (Failed)
 std::unique_ptr<LogSource> OpenJournal(const std::vector<std::string>& options,
                                        ErrorOutput errors = ErrorOutput::Shown);

@@ -8,7 +8,7 @@
 
 namespace tavrik {
 
-/// The time at which the part of a log begins that a user wants to see.
+/// The time from which a user wants to see a log.
 class LogStart {
 public:
     /// @param text "14:00", "14:00:30", "2026-11-22", "2026-11-22 14:00", or how long ago: "90s",

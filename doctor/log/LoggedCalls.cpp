@@ -90,7 +90,7 @@ LoggedRequest RequestOf(const std::string& key, std::uint32_t status,
     return request;
 }
 
-/// Whether `request` is the beginning of another call than the one that has asked for the model.
+/// Whether `request` begins another call than the one that has asked for the model.
 bool IsOtherCall(const LoggedRequest& request) {
     constexpr unsigned kReference = 0x04;
     if (request.key.starts_with("PARAM[64][") && !NeedsModelCheck(request.key)) {
@@ -102,7 +102,7 @@ bool IsOtherCall(const LoggedRequest& request) {
     }
     unsigned first = 0;
     std::from_chars(value->data(), value->data() + value->size(), first, 16);
-    return (first & kReference) == 0;  // without holdfast and LEDs, only Reference sends this
+    return (first & kReference) == 0;  // such a model has no other checked motion than Reference
 }
 
 }  // namespace

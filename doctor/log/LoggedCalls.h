@@ -28,7 +28,7 @@ struct LogMoment {
 /// lines. A call for which several masters remain has no owner.
 class LoggedCalls {
 public:
-    /// What is told of a thread.
+    /// Is called with what the lines of a thread have shown.
     struct Listener {
         /// The owner of the thread's lines since its last request.
         std::function<void(std::uint64_t thread, const LogOwner& owner)> onOwner;
@@ -43,7 +43,7 @@ public:
     /// @return whether it belongs to a call, and its row says all of it
     bool Take(const LogMoment& now, std::uint64_t thread, std::string_view message);
 
-    /// Ends the calls of which nothing more will come.
+    /// Ends the calls for which no further line can come.
     void Expire(const LogMoment& now);
 
     /// Ends all calls, and forgets all threads.

@@ -27,7 +27,7 @@ struct LoggedReply {
     std::size_t claims = 0;  ///< requests that it may belong to, but perhaps another reply does
 };
 
-/// A master and its gripper, as far as the log has told. Texts are empty while unknown.
+/// A master and its gripper, as far as known from the log. Texts are empty while unknown.
 struct LoggedLink {
     std::string node;                     ///< "/dev/ttyACM0"
     std::string product;                  ///< of the gripper

@@ -10,7 +10,7 @@
 #include "client/Failure.h"
 #include "client/Printable.h"
 #include "doctor/log/LogFilter.h"
-#include "doctor/log/LogText.h"
+#include "doctor/log/LogRow.h"
 
 namespace tavrik {
 

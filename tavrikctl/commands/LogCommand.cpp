@@ -7,9 +7,9 @@
 
 #include "doctor/log/LogFilter.h"
 #include "doctor/log/LogModel.h"
+#include "doctor/log/LogRow.h"
 #include "doctor/log/LogSource.h"
 #include "doctor/log/LogStart.h"
-#include "doctor/log/LogText.h"
 #include "tavrikctl/Interruption.h"
 #include "tavrikctl/LogView.h"
 #include "tavrikctl/commands/Command.h"

@@ -129,6 +129,25 @@ TEST(LogModelTest, ACallThatTwoMastersMayHaveAnsweredHasNoOwner) {
     EXPECT_EQ(calls[2].owner.gripper, "HVA SN:1");
 }
 
+TEST(LogModelTest, TheDetectedModelDecidesWhichMasterAndMethodItWas) {
+    const Rows calls = CallsOf({"12:00:01 5 New command DEVINFO. Active commands: 1",
+                                "12:00:01 6 New command DEVINFO. Active commands: 1",
+                                "12:00:01 11 Parsing line: DEVINFO=[1,3,17,32,16,20,0,31249,20]",
+                                "12:00:01 21 Parsing line: DEVINFO=[1,3,17,32,16,20,0,31249,10]",
+                                "12:00:01 5 Pending command DEVINFO deleted (Status: 0).",
+                                "12:00:01 6 Pending command DEVINFO deleted (Status: 0).",
+                                "12:00:01 5 TLM detected", "12:00:01 6 HVA detected",
+                                "12:00:01 6 New command PDOUT. Active commands: 1",
+                                "12:00:01 11 Parsing line: PDOUT=[6,0]", "12:00:01 11 FIN:PDOUT",
+                                "12:00:01 6 Pending command PDOUT deleted (Status: 0)."});
+    ASSERT_EQ(calls.size(), 2U);
+    EXPECT_EQ(calls[0].owner.gripper, "HVA SN:2");
+    EXPECT_EQ(calls[0].call->status, 3U);
+    EXPECT_EQ(calls[0].call->note, "not supported by its model");
+    EXPECT_EQ(calls[1].owner.gripper, "HVA SN:1");
+    EXPECT_EQ(calls[1].call->method, "Reference");
+}
+
 TEST(LogModelTest, AReplyIsUsedOnce) {
     const Rows calls =
         CallsOf({"12:00:01 5 New command PDOUT. Active commands: 1",

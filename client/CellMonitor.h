@@ -51,7 +51,8 @@ public:
     CellMonitor(const CellMonitor&) = delete;
     CellMonitor& operator=(const CellMonitor&) = delete;
 
-    /// The observations since the last call, oldest first; waits up to `patience` for one.
+    /// Takes the observations since the last call, oldest first; waits up to `patience` for one.
+    /// One thread at a time.
     std::vector<Observation> Take(std::chrono::milliseconds patience);
 
 private:

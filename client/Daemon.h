@@ -9,21 +9,11 @@
 #include <xmlrpc-c/base.hpp>
 #include <xmlrpc-c/client.hpp>
 
+#include "client/Endpoint.h"
 #include "client/Failure.h"
 #include "client/HttpTransport.h"
 
 namespace tavrik {
-
-/// The one of `grippers` that is `name`, otherwise the only one that `name` is meant for, ignoring
-/// the case of ASCII letters: its model, its serial number, or a part of four characters or more;
-/// a part that ends in the serial number must be its end. A number of up to three digits matches
-/// none. Two grippers with the same name do not match: the daemon would take the first. An empty
-/// `name` matches all.
-/// @param exact only the whole name matches: "HVA" does not mean "HVA SN:1" while "HVA" is
-/// unplugged
-/// @throws Failure (NoGripper)
-std::string MatchGripper(const std::vector<std::string>& grippers, const std::string& name,
-                         bool exact = false);
 
 /// Where to find out why the daemon or a gripper is missing: "run 'tavrikctl doctor' to ...".
 std::string DoctorAdvice(const Endpoint& endpoint);
@@ -35,7 +25,7 @@ public:
     /// @param stop ends a running call early, with a Failure (NoDaemon); later calls are not made
     explicit Daemon(const Endpoint& endpoint, std::stop_token stop = {});
 
-    /// @throws Failure (NoDaemon, BadAnswer): faults too
+    /// @throws Failure (NoDaemon; BadAnswer, also for a fault)
     xmlrpc_c::value Call(const std::string& method, const xmlrpc_c::paramList& parameters);
 
     /// Calls with arguments of the types std::string, int, double and bool.
@@ -68,8 +58,8 @@ public:
     /// The device strings of all grippers.
     std::vector<std::string> Grippers();
 
-    /// The gripper that `name` matches, see MatchGripper().
-    /// @throws Failure (NoGripper)
+    /// The gripper that `name` means, as MatchGripper() decides.
+    /// @throws Failure (NoGripper; NoDaemon, BadAnswer)
     std::string FindGripper(const std::string& name, bool exact = false);
 
 private:

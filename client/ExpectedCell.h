@@ -33,8 +33,8 @@ public:
     /// The content of a cell file, for FromFile(): stable, whatever the order of the grippers.
     std::string FileText() const;
 
-    /// How the grippers that there are differ from the expected ones, by name. A name may be there
-    /// more than once.
+    /// The differences between the grippers `found` and the expected ones, by name. A name may
+    /// occur more than once.
     std::vector<Difference> Compare(std::vector<std::string> found) const;
 
     std::size_t Count() const { return grippers.size(); }

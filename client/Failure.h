@@ -5,7 +5,8 @@
 
 namespace tavrik {
 
-/// Exit statuses of tavrikctl. 3, 5, 12 and 21 are the daemon's status codes.
+/// Exit statuses of tavrikctl; tavrikctl/CommandLine.cpp has their help. 3, 5, 12 and 21 are the
+/// daemon's status codes.
 enum class ExitStatus {
     Done = 0,
     Refused = 1,         ///< an error code of the gripper's master, a setting does not have the

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 
+#include "client/GripperModels.h"
 #include "client/MethodTable.h"
 #include "client/Printable.h"
 
@@ -38,7 +39,7 @@ ProcessData Gripper::ReadProcessData() const {
     if (data.certain || Get<int>("GetState") >= 0) {
         return data;
     }
-    if (!IsListed()) {  // it may only have been the list that was locked
+    if (!IsListed()) {  // otherwise the list may just have been locked
         throw Failure(ExitStatus::NoGripper, Name() + ": no longer known to the daemon");
     }
     return read();
@@ -53,23 +54,23 @@ bool Gripper::MasterAnswers() const {
     return IsInTime([this] { Get<int>("GetOverrideGrip"); });
 }
 
-xmlrpc_c::value Gripper::Call(const std::string& method, const xmlrpc_c::carray& rest) const {
+xmlrpc_c::value Gripper::Call(const std::string& method, const xmlrpc_c::carray& arguments) const {
     xmlrpc_c::paramList parameters;
     parameters.addc(deviceString);
-    for (const auto& parameter : rest) {
+    for (const auto& parameter : arguments) {
         parameters.add(parameter);
     }
     return daemon.Call(method, parameters);
 }
 
-int Gripper::Command(const std::string& method, const xmlrpc_c::carray& rest) const {
-    return Daemon::As<int>(method, Call(method, rest));
+int Gripper::Command(const std::string& method, const xmlrpc_c::carray& arguments) const {
+    return Daemon::As<int>(method, Call(method, arguments));
 }
 
 xmlrpc_c::value Gripper::ReadSetting(const std::string& method,
-                                     const xmlrpc_c::carray& rest) const {
+                                     const xmlrpc_c::carray& arguments) const {
     xmlrpc_c::value answer;
-    if (!IsInTime([&] { answer = Call(method, rest); })) {
+    if (!IsInTime([&] { answer = Call(method, arguments); })) {
         throw Failure(ExitStatus::NoAnswer, Name() + ": its master did not answer within 1 s");
     }
     return answer;
@@ -77,13 +78,14 @@ xmlrpc_c::value Gripper::ReadSetting(const std::string& method,
 
 std::string Gripper::Model() const {
     static constexpr int kFirst = 0;  // parameter set, LED
-    constexpr std::array kMethodsOfMzd{"GetLEDAnimation", "GetLEDColor", "GetLEDSpeed"};
-    if (std::ranges::any_of(kMethodsOfMzd,
+    constexpr std::array kLedMethods{"GetLEDAnimation", "GetLEDColor", "GetLEDSpeed"};
+    if (std::ranges::any_of(kLedMethods,
                             [this](const char* method) { return Get<int>(method, kFirst) != 0; })) {
-        return "MZD";
+        return ModelsWith(Feature::LedsAndHoldfast, " or ");
     }
-    const bool isOther = Get<int>("GetForce", kFirst) != 0 || Get<bool>("GetReferenceDirection");
-    return isOther ? "HVA or MZD" : "TLM?";
+    const bool isAdjustable =
+        Get<int>("GetForce", kFirst) != 0 || Get<bool>("GetReferenceDirection");
+    return isAdjustable ? ModelsWith(Feature::ForceAndReference, " or ") : "TLM?";
 }
 
 std::string Gripper::StatusText(int status, const std::string& method) const {
@@ -100,12 +102,12 @@ std::string Gripper::WhyNotPossible(const std::string& method) const {
     if (Get<int>("GetGripperInterface") != 0) {
         return status + "the daemon is busy with another master: try again";
     }
-    if (const auto* const found = FindMethod(method); found != nullptr && !found->models.empty()) {
-        constexpr std::size_t kLetters = 3;  // "HVA or MZD" may be the HVA, at worst
-        const tavrik::Model model = NarrowModel(Model(), deviceString);
-        if (found->models.find(model.name.substr(0, kLetters)) == std::string_view::npos) {
+    const auto* const found = FindMethod(method);
+    if (found != nullptr && found->needs != Feature::None) {
+        const ModelGuess model = NarrowModel(Model(), deviceString);
+        if (MayLack(model.name, found->needs)) {
             return status + "not supported by its model (" + model.Text() + "), only by " +
-                   std::string(found->models);
+                   ModelsWith(found->needs, " and ");
         }
     }
     return status + "error 3 of its master, or the daemon was briefly busy: try again";

@@ -10,7 +10,8 @@
 
 namespace tavrik {
 
-/// One gripper of a daemon. Device strings are the daemon's, unchanged.
+/// One gripper of a daemon. Device strings are the daemon's, unchanged. One thread at a time, as
+/// the Daemon. Methods that call the daemon may throw Failure (NoDaemon, BadAnswer).
 class Gripper {
 public:
     /// @param daemon must outlive the gripper
@@ -31,20 +32,22 @@ public:
     /// @throws Failure (NoGripper) when the daemon no longer knows the gripper
     ProcessData ReadProcessData() const;
 
-    /// Whether the daemon lists it. Waits while the list is locked, which other calls answer with
-    /// -1 or status 3.
+    /// Whether the daemon lists it. Waits while the daemon's list is locked; other calls then
+    /// return -1 or status 3.
     bool IsListed() const;
 
-    /// Whether the master answers a request. The daemon returns the last process data and settings
-    /// even if it does not. Takes a second or more if it does not.
+    /// Whether the master answers a request. If it does not, this takes a second or more, and the
+    /// daemon keeps returning the last process data and settings.
     bool MasterAnswers() const;
 
-    /// Calls a method that returns a status. `rest` are the parameters after the device string.
-    int Command(const std::string& method, const xmlrpc_c::carray& rest) const;
+    /// Calls a method that returns a status.
+    /// @param arguments the parameters after the device string
+    int Command(const std::string& method, const xmlrpc_c::carray& arguments) const;
 
-    /// Calls a method that reads a setting. `rest` are the parameters after the device string.
+    /// Calls a method that reads a setting.
+    /// @param arguments the parameters after the device string
     /// @throws Failure (NoAnswer) when the reply came so late that it is not the gripper's
-    xmlrpc_c::value ReadSetting(const std::string& method, const xmlrpc_c::carray& rest) const;
+    xmlrpc_c::value ReadSetting(const std::string& method, const xmlrpc_c::carray& arguments) const;
 
     /// The model, as far as methods answer differently: "MZD", "HVA or MZD", or "TLM?", which may
     /// also be a gripper whose force is set to 0. Only for a gripper with process data: otherwise
@@ -59,7 +62,7 @@ public:
     std::string WhyNotPossible(const std::string& method) const;
 
 private:
-    xmlrpc_c::value Call(const std::string& method, const xmlrpc_c::carray& rest) const;
+    xmlrpc_c::value Call(const std::string& method, const xmlrpc_c::carray& arguments) const;
 
     Daemon& daemon;
     std::string deviceString;

@@ -75,7 +75,7 @@ MotionResult GripperMotion::AwaitEnd(std::chrono::milliseconds limit, const std:
             result = Judge(judge, judge.End());
         } else if (progress == Progress::AtRest) {
             result = JudgeAtRest(judge, judge.End());
-            if (MayGoOn(*result)) {
+            if (MayContinue(*result)) {
                 result.reset();
                 judge.RestartRest();
             }
@@ -119,7 +119,7 @@ MotionResult GripperMotion::JudgeAtRest(const MotionJudge& judge, MotionEnd end)
 
 /// Whether the gripper reports a motion that its position does not show: the motion is slow, or
 /// force builds up on a part. A drive that was to be switched off is not waited for.
-bool GripperMotion::MayGoOn(const MotionResult& result) const {
+bool GripperMotion::MayContinue(const MotionResult& result) const {
     const bool isUnfinished =
         result.end == MotionEnd::DidNotMove || result.end == MotionEnd::Stopped;
     return kind != MotionKind::Disable && isUnfinished && result.obstacle == MotionObstacle::None &&
@@ -170,7 +170,7 @@ MotionObstacle GripperMotion::FindObstacle(const MotionJudge& judge, MotionEnd e
         return kind != MotionKind::Reference && IsOverrideZero() ? MotionObstacle::OverrideZero
                                                                  : MotionObstacle::None;
     }
-    if (kind != MotionKind::Reference && HasNoSet()) {
+    if (kind != MotionKind::Reference && IsSetMissing()) {
         return MotionObstacle::NoSuchSet;
     }
     if (judge.IsAtGoal()) {
@@ -186,7 +186,7 @@ bool GripperMotion::IsOverrideZero() const {
 }
 
 /// A limit that cannot be read is 0, too. No gripper opens and closes to 0.
-bool GripperMotion::HasNoSet() const {
+bool GripperMotion::IsSetMissing() const {
     return gripper.Get<double>("GetNoPartLimit", set) == 0 &&
            gripper.Get<double>("GetReleaseLimit", set) == 0;
 }

@@ -8,7 +8,9 @@
 #include <utility>
 
 #include "client/Failure.h"
+#include "client/GripperModels.h"
 #include "client/JsonFile.h"
+#include "client/MethodTable.h"
 #include "client/Values.h"
 
 namespace tavrik {
@@ -29,18 +31,17 @@ std::string NumberName(Place place) {
     return place == Place::Set ? "set" : "led";
 }
 
-bool MayHave(const std::string& model, const Setting& setting) {
+/// Whether settings files of `model` have the setting.
+bool IsSaved(const std::string& model, const Setting& setting) {
     const bool isCopied = !setting.getter.empty() && !setting.setter.empty();
-    const bool isKnown = model == "HVA" || model == "MZD" || model == "TLM";
-    return isCopied && (!isKnown || setting.models.find(model) != std::string_view::npos ||
-                        setting.models.find("all") != std::string_view::npos);
+    return isCopied && MayHave(model, FindMethod(setting.getter)->needs);
 }
 
 /// The settings that a set, an LED or the gripper itself has.
 std::vector<const Setting*> SettingsAt(Place place, const std::string& model) {
     std::vector<const Setting*> found;
     for (const Setting& setting : Settings()) {
-        if (setting.place == place && MayHave(model, setting)) {
+        if (setting.place == place && IsSaved(model, setting)) {
             found.push_back(&setting);
         }
     }
@@ -103,7 +104,7 @@ private:
     std::string Text(const std::string& name) const {
         const Json& text = Member(file, "", name);
         if (!text.is_string() || text.get<std::string>().empty()) {
-            throw Invalid("'" + name + "' must be a text");
+            throw Invalid("'" + name + "' must be a string");
         }
         return text.get<std::string>();
     }
@@ -138,7 +139,7 @@ private:
         }
         if (Member(element, where, numberName) != number) {
             throw Invalid(where + "'" + numberName + "' must be " + std::to_string(number) +
-                          ": none may be left out");
+                          ": none may be missing");
         }
         std::set<std::string> names{numberName};
         ReadValues(element, where, place, number, names);

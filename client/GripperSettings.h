@@ -11,7 +11,7 @@
 
 namespace tavrik {
 
-/// A setting as one gripper has it: once for each parameter set or LED if it belongs to those.
+/// One value of a gripper: a setting, and the parameter set or LED that it belongs to.
 struct SettingPlace {
     const Setting* setting;  ///< of Settings()
     int number = 0;          ///< of the parameter set or LED
@@ -38,8 +38,8 @@ struct GripperSettings {
     /// 0 if there is none.
     int Value(const SettingPlace& place) const;
 
-    /// How many parameter sets or LEDs to show: all up to the last with a value other than 0, and
-    /// the first set.
+    /// How many parameter sets or LEDs to show: up to the last with a value other than 0, and at
+    /// least one set.
     int Count(Setting::Place place) const;
 
     /// The product name in the device string.
@@ -56,8 +56,8 @@ constexpr int kLedCount = 128;  ///< higher indices are not LEDs
 /// What a gripper of this model may have, in the order of Settings(), by number.
 std::vector<SettingPlace> PlacesOf(const std::string& model);
 
-/// Overrides, and values of the sets in use, that are 0. If the master refuses to send a value, the
-/// daemon answers 0, too, or the value before.
+/// Zeros that may be failed reads: of overrides, and of the sets in use. If the master refuses to
+/// send a value, the daemon returns 0 or the previous value.
 std::vector<SettingPlace> DoubtfulZeros(const GripperSettings& settings);
 
 /// A value in words, as in "2.00" or "on".

@@ -2,12 +2,11 @@
 
 #include <curl/curl.h>
 
+#include <chrono>
 #include <sstream>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
-
-#include "client/Printable.h"
 
 namespace tavrik {
 
@@ -59,12 +58,6 @@ void HttpTransport::Deleter::operator()(curl_slist* list) const {
     curl_slist_free_all(list);
 }
 
-std::string Endpoint::Options() const {
-    const Endpoint usual;
-    return (host == usual.host ? "" : " --host " + ShellWord(Printable(host))) +
-           (port == usual.port ? "" : " --port " + std::to_string(port));
-}
-
 HttpTransport::HttpTransport(const Endpoint& endpoint, std::stop_token stop)
     : endpoint(endpoint),
       stop(std::move(stop)),
@@ -105,7 +98,7 @@ void HttpTransport::RethrowFailure() const {
 
 void HttpTransport::Post(const std::string& body, std::string& answer) {
     answer.clear();
-    if (stop.stop_requested()) {  // libcurl looks now and then, maybe only after sending
+    if (stop.stop_requested()) {  // libcurl might check only after sending
         throw Failure(ExitStatus::NoDaemon, endpoint.Address() + " was not called: interrupted");
     }
     curl_easy_setopt(handle.get(), CURLOPT_POSTFIELDSIZE, static_cast<long>(body.size()));

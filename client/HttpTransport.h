@@ -1,35 +1,17 @@
 #pragma once
 
-#include <chrono>
 #include <exception>
 #include <memory>
 #include <stop_token>
 #include <string>
 #include <xmlrpc-c/client_transport.hpp>
 
+#include "client/Endpoint.h"
 #include "client/Failure.h"
-#include "common/Ports.h"
 
 struct curl_slist;
 
 namespace tavrik {
-
-/// Where a daemon serves.
-struct Endpoint {
-    std::string host = "127.0.0.1";
-    unsigned port = kPorts[0];
-    std::chrono::milliseconds timeout = std::chrono::seconds(10);  ///< of one call
-
-    /// "HOST:PORT", an IPv6 address in brackets.
-    std::string Address() const {
-        const bool isBare = host.find(':') != std::string::npos && !host.starts_with('[');
-        return (isBare ? "[" + host + "]" : host) + ":" + std::to_string(port);
-    }
-
-    /// The end of a tavrikctl command for this daemon, such as " --host HOST --port PORT"; empty
-    /// for the default.
-    std::string Options() const;
-};
 
 /// Carries the XML of an XML-RPC client to one server, over one persistent connection. The
 /// transports of the XML-RPC library are unsuitable: they round timeouts up to multiples of 3 s and

@@ -46,7 +46,7 @@ std::string ReadText(const std::string& path) {
     return text;
 }
 
-/// Finds names that an object has twice: the parser would take the last.
+/// Finds duplicate names in an object, of which the parser would take the last.
 class UniqueNames {
 public:
     bool operator()(int /*depth*/, Json::parse_event_t event, Json& parsed) {
@@ -122,7 +122,7 @@ Json ParseJsonFile(const std::string& text, const std::string& path) {
     try {
         json = Json::parse(text, std::ref(names));
     } catch (const Json::parse_error& error) {
-        throw Invalid(path, "not JSON, or cut off, at byte " + std::to_string(error.byte));
+        throw Invalid(path, "not JSON, or truncated, at byte " + std::to_string(error.byte));
     } catch (const Json::exception&) {
         throw Invalid(path, "has a number that is too large");
     }
@@ -130,7 +130,7 @@ Json ParseJsonFile(const std::string& text, const std::string& path) {
         throw Invalid(path, "not a JSON object");
     }
     if (!names.repeated.empty()) {
-        throw Invalid(path, "'" + names.repeated + "' is there twice");
+        throw Invalid(path, "duplicate name '" + names.repeated + "'");
     }
     return json;
 }

@@ -12,16 +12,15 @@ namespace tavrik {
 
 namespace {
 
-constexpr std::string_view kHvaAndMzd = "HVA and MZD";
-constexpr std::string_view kOnlyMzd = "MZD";
+using enum Feature;
 
 constexpr std::array kMethods{
     Method{"Grip", "gi", true},
     Method{"Release", "gi", true},
     Method{"Disable", "g", true},
-    Method{"Home", "g", true, kHvaAndMzd},
-    Method{"Reference", "g", true, kHvaAndMzd},
-    Method{"Holdfast", "gb", true, kOnlyMzd},
+    Method{"Home", "g", true, ForceAndReference},
+    Method{"Reference", "g", true, ForceAndReference},
+    Method{"Holdfast", "gb", true, LedsAndHoldfast},
     Method{"UpdatePDIN", "g"},
     Method{"GetPDINExcerpt", "g"},
     Method{"GetState", "g"},
@@ -36,25 +35,25 @@ constexpr std::array kMethods{
     Method{"StoreRemanent", "g", true},
     Method{"GetReleaseLimit", "gi"},
     Method{"GetNoPartLimit", "gi"},
-    Method{"GetForce", "gi"},
+    Method{"GetForce", "gi", false, ForceAndReference},
     Method{"GetOverrideRelease", "g"},
     Method{"GetOverrideGrip", "g"},
-    Method{"GetHomingDirection", "g"},
-    Method{"GetReferenceDirection", "g"},
+    Method{"GetHomingDirection", "g", false, ForceAndReference},
+    Method{"GetReferenceDirection", "g", false, ForceAndReference},
     Method{"SetReleaseLimit", "gid", true},
     Method{"SetNoPartLimit", "gid", true},
-    Method{"SetForce", "gii", true, kHvaAndMzd},
-    Method{"SetOverrideRelease", "gi", true, kHvaAndMzd},
-    Method{"SetOverrideGrip", "gi", true, kHvaAndMzd},
-    Method{"SetHomingDirection", "gb", true, kHvaAndMzd},
-    Method{"SetReferenceDirection", "gb", true, kHvaAndMzd},
-    Method{"GetLEDAnimation", "gi"},
-    Method{"GetLEDColor", "gi"},
-    Method{"GetLEDSpeed", "gi"},
-    Method{"SetLEDPreset", "gi", true, kOnlyMzd},
-    Method{"SetLEDAnimation", "gii", true, kOnlyMzd},
-    Method{"SetLEDColor", "gii", true, kOnlyMzd},
-    Method{"SetLEDSpeed", "gii", true, kOnlyMzd},
+    Method{"SetForce", "gii", true, ForceAndReference},
+    Method{"SetOverrideRelease", "gi", true, ForceAndReference},
+    Method{"SetOverrideGrip", "gi", true, ForceAndReference},
+    Method{"SetHomingDirection", "gb", true, ForceAndReference},
+    Method{"SetReferenceDirection", "gb", true, ForceAndReference},
+    Method{"GetLEDAnimation", "gi", false, LedsAndHoldfast},
+    Method{"GetLEDColor", "gi", false, LedsAndHoldfast},
+    Method{"GetLEDSpeed", "gi", false, LedsAndHoldfast},
+    Method{"SetLEDPreset", "gi", true, LedsAndHoldfast},
+    Method{"SetLEDAnimation", "gii", true, LedsAndHoldfast},
+    Method{"SetLEDColor", "gii", true, LedsAndHoldfast},
+    Method{"SetLEDSpeed", "gii", true, LedsAndHoldfast},
     Method{"GetVersion", ""},
     Method{"system.listMethods", ""},
     Method{"system.methodExist", "s"},
@@ -87,14 +86,14 @@ xmlrpc_c::value ParseText(const std::string& text) {
     try {
         return xmlrpc_c::value_string(text);
     } catch (const std::exception&) {
-        throw NotA("UTF-8", text);
+        throw InvalidText("UTF-8", text);
     }
 }
 
 xmlrpc_c::value ParseJson(const std::string& text) {
     const auto json = nlohmann::ordered_json::parse(text, nullptr, false);
     if (!json.is_array()) {
-        throw NotA("a JSON array", text);
+        throw InvalidText("a JSON array", text);
     }
     try {
         return ToValue(json);

@@ -5,6 +5,8 @@
 #include <string_view>
 #include <xmlrpc-c/base.hpp>
 
+#include "client/GripperModels.h"
+
 namespace tavrik {
 
 /// A method of the daemon, with the types that it really reads: system.methodSignature returns
@@ -15,7 +17,7 @@ struct Method {
     /// s any string, a array in JSON.
     std::string_view parameters;
     bool answersStatus = false;
-    std::string_view models = {};  ///< that support it; empty if all do
+    Feature needs = Feature::None;  ///< what a model must have to support it
 };
 
 /// All methods, including the XML-RPC library's own (system.*).

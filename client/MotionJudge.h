@@ -7,7 +7,7 @@
 
 namespace tavrik {
 
-/// Whether the fingers have moved from one position to the other, and not only trembled.
+/// Whether the two positions differ by more than the noise of a resting gripper.
 bool IsMotion(double from, double to);
 
 /// Whether a gripper reports this state while its fingers move.
@@ -71,7 +71,7 @@ public:
     /// Takes the process data read at `now`; at least every 0.2 s.
     Progress Add(const ProcessData& data, TimePoint now);
 
-    /// Waits for another rest: the motion may go on, although nothing changes.
+    /// Restarts the detection of rest, for a motion that may continue although nothing changes.
     void RestartRest() { rest = {}; }
 
     /// How the motion has ended, once Add() has returned Reported or AtRest.
@@ -82,13 +82,13 @@ public:
 
     const ProcessData& Last() const { return last; }
 
-    /// Whether the position or the state is not that before the request.
+    /// Whether position or state differ from those before the request.
     bool HasChanged() const;
 
-    /// Whether they were not those before the request at any time.
+    /// Whether they have differed at any time since.
     bool HasDiffered() const { return differed; }
 
-    /// Whether the state is that at the end of such a motion.
+    /// Whether the state is the end state of such a motion.
     bool IsAtGoal() const { return Goal().has_value(); }
 
     /// Whether process data may be missing, or were for some time.
@@ -106,7 +106,7 @@ private:
     RestDetector rest;
     bool differed = false;       // from the process data before, at any time
     bool stateDiffered = false;  // the state alone
-    bool moved = false;          // the position was another one, at any time
+    bool moved = false;          // the position has differed, at any time
     bool began = false;          // the gripper has reported the motion itself
     bool wasLost = false;        // process data have disappeared
 };

@@ -15,8 +15,8 @@ enum class MotionObstacle {
     None,             ///< no reason was found, or the motion has reached its end
     NoReference,      ///< the gripper needs a reference run first
     ReferenceFailed,  ///< the reference run ended without a reference
-    NeedsChange,      ///< the previous request was a reference run, too: another one must come
-                      ///< before the next run
+    NeedsChange,      ///< the previous request was a reference run, too; only another request in
+                      ///< between makes it start again
     OverrideZero,     ///< the override of the motion is 0
     NoSuchSet,        ///< the gripper does not have the parameter set
     SameState,        ///< the gripper had already reached the end of such a motion
@@ -30,7 +30,7 @@ struct MotionResult {
     MotionKind kind;
     MotionEnd end;
     ProcessData data;  ///< at that time
-    bool changed;      ///< whether position or state are not as before the request
+    bool changed;      ///< whether position or state differ from those before the request
     MotionObstacle obstacle = MotionObstacle::None;
     /// How long the part was watched, if it was.
     std::optional<std::chrono::milliseconds> held = std::nullopt;

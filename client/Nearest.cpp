@@ -17,7 +17,7 @@ std::string Lower(std::string_view text) {
     return lower;
 }
 
-/// How many letters must be inserted, deleted or replaced to make `other` of `one`.
+/// How many letters must be inserted, deleted or replaced to turn `one` into `other`.
 std::size_t Distance(const std::string& one, const std::string& other) {
     std::vector<std::size_t> row(other.size() + 1);
     std::iota(row.begin(), row.end(), 0U);

@@ -10,7 +10,7 @@ namespace tavrik {
 /// three; none if there is no similar one. Ignores the case of ASCII letters.
 std::vector<std::string> Nearest(std::string_view text, const std::vector<std::string>& candidates);
 
-/// Them as a question for an error message: "; did you mean 'grip'?". Empty if there are none.
+/// The same as a question for an error message: "; did you mean 'grip'?". Empty if there are none.
 std::string DidYouMean(std::string_view text, const std::vector<std::string>& candidates);
 
 }  // namespace tavrik

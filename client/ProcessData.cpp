@@ -58,14 +58,4 @@ void ProcessData::AddTo(nlohmann::ordered_json& object) const {
     object["certain"] = certain;
 }
 
-Model NarrowModel(const std::string& told, const std::string& deviceString) {
-    for (const std::string name : {"HVA", "MZD", "TLM"}) {
-        const bool isPossible = told.ends_with('?') || told.find(name) != std::string::npos;
-        if (isPossible && told != name && deviceString.starts_with(name)) {
-            return {name, "name"};
-        }
-    }
-    return {told, told == kModelNotAsked ? "nothing" : "answers"};
-}
-
 }  // namespace tavrik

@@ -48,20 +48,4 @@ struct ProcessData {
     bool certain;  ///< false if all is zero, which may also mean no process data
 };
 
-constexpr const char* kModelNotAsked = "?";
-
-/// The model of a gripper, as far as a client can tell.
-struct Model {
-    std::string name;
-    std::string from;  ///< its source: "answers", "name" or "nothing"
-
-    /// As printed, with a remark if only the name tells it.
-    std::string Text() const { return name + (from == "name" ? " by name" : ""); }
-};
-
-/// Narrows the model down by the name that the gripper gives itself.
-/// @param told the result of Gripper::Model(), or kModelNotAsked
-/// @param deviceString begins with the gripper's product name, which may be any text
-Model NarrowModel(const std::string& told, const std::string& deviceString);
-
 }  // namespace tavrik

@@ -5,9 +5,10 @@
 #include <cmath>
 
 #include "client/Failure.h"
+#include "client/GripperModels.h"
+#include "client/MethodTable.h"
 #include "client/Nearest.h"
 #include "client/Printable.h"
-#include "client/ProcessData.h"
 #include "client/Values.h"
 
 namespace tavrik {
@@ -17,26 +18,20 @@ namespace {
 using Kind = Setting::Kind;
 using Place = Setting::Place;
 
-constexpr std::string_view kAll = "all models";
-constexpr std::string_view kHvaMzd = "HVA, MZD";
-constexpr std::string_view kMzd = "MZD";
-
 constexpr std::array kSettings{
-    Setting{"force", "GetForce", "SetForce", Kind::Byte, Place::Set, kHvaMzd},
-    Setting{"no-part-limit", "GetNoPartLimit", "SetNoPartLimit", Kind::Limit, Place::Set, kAll},
-    Setting{"release-limit", "GetReleaseLimit", "SetReleaseLimit", Kind::Limit, Place::Set, kAll},
-    Setting{"override-grip", "GetOverrideGrip", "SetOverrideGrip", Kind::Byte, Place::Gripper,
-            "HVA, MZD; read: all"},
+    Setting{"force", "GetForce", "SetForce", Kind::Byte, Place::Set},
+    Setting{"no-part-limit", "GetNoPartLimit", "SetNoPartLimit", Kind::Limit, Place::Set},
+    Setting{"release-limit", "GetReleaseLimit", "SetReleaseLimit", Kind::Limit, Place::Set},
+    Setting{"override-grip", "GetOverrideGrip", "SetOverrideGrip", Kind::Byte, Place::Gripper},
     Setting{"override-release", "GetOverrideRelease", "SetOverrideRelease", Kind::Byte,
-            Place::Gripper, "HVA, MZD; read: all"},
+            Place::Gripper},
     Setting{"reference-direction", "GetReferenceDirection", "SetReferenceDirection", Kind::Flag,
-            Place::Gripper, kHvaMzd},
-    Setting{"led-animation", "GetLEDAnimation", "SetLEDAnimation", Kind::Byte, Place::Led, kMzd},
-    Setting{"led-color", "GetLEDColor", "SetLEDColor", Kind::Byte, Place::Led, kMzd},
-    Setting{"led-speed", "GetLEDSpeed", "SetLEDSpeed", Kind::Byte, Place::Led, kMzd},
-    Setting{"led-preset", "", "SetLEDPreset", Kind::Preset, Place::Gripper, "MZD; cannot be read"},
-    Setting{"checksum", "GetParameterChecksum", "", Kind::Checksum, Place::Gripper,
-            "all models; cannot be set"},
+            Place::Gripper},
+    Setting{"led-animation", "GetLEDAnimation", "SetLEDAnimation", Kind::Byte, Place::Led},
+    Setting{"led-color", "GetLEDColor", "SetLEDColor", Kind::Byte, Place::Led},
+    Setting{"led-speed", "GetLEDSpeed", "SetLEDSpeed", Kind::Byte, Place::Led},
+    Setting{"led-preset", "", "SetLEDPreset", Kind::Preset, Place::Gripper},
+    Setting{"checksum", "GetParameterChecksum", "", Kind::Checksum, Place::Gripper},
 };
 
 constexpr double kSmallestLimit = -327.68;
@@ -47,6 +42,12 @@ constexpr int kLargestPreset = 7;
 Failure OutOfRange(const Setting& setting, const std::string& text) {
     return {ExitStatus::Usage, "invalid " + std::string(setting.name) + " '" + Printable(text) +
                                    "': must be " + ValueRange(setting)};
+}
+
+/// The models that support one of the methods of a setting.
+std::string ModelsFor(std::string_view method) {
+    const Feature needed = FindMethod(method)->needs;
+    return needed == Feature::None ? "all" : ModelsWith(needed, ", ");
 }
 
 int ParseUpTo(const Setting& setting, const std::string& text, int largest) {
@@ -78,6 +79,19 @@ const Setting& FindSetting(const std::string& name) {
                                              " settings: " + list);
     }
     return *place;
+}
+
+std::string SupportedModels(const Setting& setting) {
+    const std::string models = ModelsFor(setting.setter.empty() ? setting.getter : setting.setter);
+    const std::string text = models == "all" ? "all models" : models;
+    if (setting.getter.empty()) {
+        return text + "; cannot be read";
+    }
+    if (setting.setter.empty()) {
+        return text + "; cannot be set";
+    }
+    const std::string readers = ModelsFor(setting.getter);
+    return text + (readers == models ? "" : "; read: " + readers);
 }
 
 std::string ValueRange(const Setting& setting) {

@@ -10,14 +10,13 @@ namespace tavrik {
 /// A setting of the gripper that can be read, set or both.
 struct Setting {
     enum class Kind { Byte, Preset, Limit, Flag, Checksum };
-    enum class Place { Gripper, Set, Led };  ///< what has a value of its own
+    enum class Place { Gripper, Set, Led };  ///< what the setting belongs to
 
     std::string_view name;
     std::string_view getter;  ///< empty if it cannot be read
     std::string_view setter;  ///< empty if it cannot be set
     Kind kind;
     Place place;
-    std::string_view models;  ///< that support it, and remarks for the help
 };
 
 constexpr double kLimitSteps = 100;  ///< of a limit, per unit
@@ -26,6 +25,9 @@ std::span<const Setting> Settings();
 
 /// @throws Failure (Usage)
 const Setting& FindSetting(const std::string& name);
+
+/// The models that support it, as in "HVA, MZD; read: all".
+std::string SupportedModels(const Setting& setting);
 
 /// The valid values in words, as in "0 to 255".
 std::string ValueRange(const Setting& setting);

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "client/Failure.h"
+#include "client/GripperModels.h"
 #include "client/MotionJudge.h"
 #include "client/Values.h"
 
@@ -88,14 +89,14 @@ void StillnessGuard::Check() {
         throw Failure(ExitStatus::NoProcessData,
                       gripper.Name() +
                           ": no process data, or at 0.00 in state 0: check its cable and power, or "
-                          "open it, then try again");
+                          "open the gripper, then try again");
     }
     if (!first) {
         first = data;
         start = Clock::now();
     }
     if (data.state != first->state || IsMotion(first->position, data.position)) {
-        throw Failure(ExitStatus::NotAtRest, gripper.Name() + ": moves, now at " +
+        throw Failure(ExitStatus::NotAtRest, gripper.Name() + ": is moving, now at " +
                                                  HundredthsText(data.position) + " in state " +
                                                  std::to_string(data.state) +
                                                  ": stop the program that uses it, then try again");
@@ -118,7 +119,7 @@ std::string SettingsTransfer::Step::ResultText() const {
         case Result::Refused:
             return "refused: status " + std::to_string(status);
         case Result::Unknown:
-            return "may be written";
+            return "possibly written";
         default:
             return "not written";
     }

@@ -21,13 +21,14 @@ namespace tavrik {
 /// (BadAnswer) when it has an unexpected type
 nlohmann::ordered_json ReadValue(const Gripper& gripper, const SettingPlace& place);
 
-/// Reads a value that was set to `wanted`, in words; again after 0.1 s if it is not that, because a
-/// late reply to the setter also ends a read, which then returns the old value.
+/// Reads a value that was set; again after 0.1 s if it differs, because a late reply to the setter
+/// also ends a read, which then returns the old value.
+/// @param wanted the value that was set, as ValueText() returns it
 /// @throws Failure as ReadValue()
 nlohmann::ordered_json ReadBack(const Gripper& gripper, const SettingPlace& place,
                                 const std::string& wanted);
 
-/// Notices that somebody else uses a gripper: that it moves.
+/// Detects by its motion that another client uses a gripper.
 class StillnessGuard {
 public:
     /// @param gripper must outlive the guard
@@ -49,8 +50,8 @@ private:
     Clock::time_point start;
 };
 
-/// Reads and writes all settings of a gripper that nobody else uses meanwhile, from the first call
-/// to the last. Stops as soon as it notices that somebody does.
+/// Reads and writes all settings of a gripper. No other client may use the gripper from the first
+/// call to the last; a transfer that detects one stops.
 class SettingsTransfer {
 public:
     /// Called with the part that is done, 0 to 1, after each value.
@@ -81,8 +82,8 @@ public:
     /// (NoAnswer, NoGripper, NoDaemon, BadAnswer)
     GripperSettings Read(const Progress& progress);
 
-    /// Writes the new values one after the other, and goes on after those that the gripper refuses.
-    /// Reads nothing back.
+    /// Writes the new values one by one; continues after a value that the gripper refuses. Reads
+    /// nothing back.
     /// @param before the settings that the differences begin with
     /// @throws Failure as Read(), and (NotSent), when no further value can be written; Steps() then
     /// tells what has been done before
@@ -92,8 +93,8 @@ public:
     /// What Write() has done.
     const std::vector<Step>& Steps() const { return steps; }
 
-    /// Reads everything after a Write(), and what is not as in `wanted` twice: a late reply to a
-    /// write also ends a read, which then returns the old value.
+    /// Reads everything after a Write(), and values that differ from `wanted` twice: a late reply
+    /// to a write also ends a read, which then returns the old value.
     /// @throws Failure as Read()
     GripperSettings ReadBack(const GripperSettings& wanted, const Progress& progress);
 

@@ -22,7 +22,7 @@ Number ParseNumber(const std::string& text, const std::string& what) {
     const char* const end = text.data() + text.size();
     const auto result = std::from_chars(text.data(), end, number);
     if (result.ec != std::errc() || result.ptr != end) {
-        throw NotA(what, text);
+        throw InvalidText(what, text);
     }
     return number;
 }
@@ -43,8 +43,8 @@ int CheckedInteger(const nlohmann::ordered_json& json) {
 
 }  // namespace
 
-Failure NotA(const std::string& what, const std::string& text) {
-    return {ExitStatus::Usage, "'" + Printable(text) + "' is not " + what};
+Failure InvalidText(const std::string& expected, const std::string& text) {
+    return {ExitStatus::Usage, "'" + Printable(text) + "' is not " + expected};
 }
 
 int ParseInteger(const std::string& text) {
@@ -54,7 +54,7 @@ int ParseInteger(const std::string& text) {
 double ParseReal(const std::string& text) {
     const auto number = ParseNumber<double>(text, "a number");
     if (!std::isfinite(number)) {  // XML-RPC has no infinity and no NaN
-        throw NotA("a number", text);
+        throw InvalidText("a number", text);
     }
     return number;
 }

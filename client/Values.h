@@ -8,14 +8,14 @@
 
 namespace tavrik {
 
-/// @throws Failure (Usage) when `text` is not what its name says
+/// @throws Failure (Usage) if `text` is not an integer of 32 bits, or not a finite number
 int ParseInteger(const std::string& text);
 double ParseReal(const std::string& text);
 /// Takes true, on, yes, 1 and false, off, no, 0.
 bool ParseBoolean(const std::string& text);
 
-/// The Failure (Usage) for `text` that is not `what`, such as "an integer".
-Failure NotA(const std::string& what, const std::string& text);
+/// The Failure (Usage) for `text` that is not what was `expected`, such as "an integer".
+Failure InvalidText(const std::string& expected, const std::string& text);
 
 /// A flag in words.
 std::string OnOffText(bool on);

@@ -74,7 +74,7 @@ std::string LogText() {
 
 void WriteBundle(const std::string& path, const Doctor& doctor, BundleFiles files) {
     files.emplace_back("versions.txt", VersionsText(doctor));
-    if (doctor.SawMachine()) {
+    if (doctor.HasCheckedMachine()) {
         files.emplace_back("service.txt", ServiceText());
         files.emplace_back("log.txt", LogText());
     }

@@ -61,7 +61,7 @@ Finding DescribeCalls(const std::string& path, const std::string& name,
         isGood ? Mark::Ok : Mark::Warning, name.empty() ? "unknown gripper" : CopyableName(name),
         "log: " + std::to_string(gripper.calls) + " calls, " + std::to_string(gripper.refusals) +
             " refused, " + std::to_string(gripper.timeouts) + " timed out",
-        isGood ? "" : "see them: tavrikctl log " + ShellWord(path)};
+        isGood ? "" : "to see them: tavrikctl log " + ShellWord(path)};
 }
 
 Finding CheckLink(const std::string& node, const LoggedMaster& master) {
@@ -72,7 +72,7 @@ Finding CheckLink(const std::string& node, const LoggedMaster& master) {
     const std::string id = "log: ID " + (master.id ? "\"" + *master.id + "\"" : "unknown");
     if (master.id && *master.id != "PELLIX" && *master.id != "MARROK-7") {
         return {Mark::Wrong, node, id + R"(, not "PELLIX" or "MARROK-7")",
-                "not a supported master: TavrikDaemon does not list it"};
+                "replace it with a PELLIX or MARROK-7: TavrikDaemon lists no others"};
     }
     if (!master.mode) {
         return {Mark::Unknown, node, id + ", mode unknown"};

@@ -7,6 +7,7 @@
 
 #include "client/Failure.h"
 #include "client/Gripper.h"
+#include "client/GripperModels.h"
 #include "client/Printable.h"
 #include "client/ProcessData.h"
 #include "client/Values.h"
@@ -47,17 +48,19 @@ Finding Describe(const Gripper& gripper, const ProcessData& data, const std::str
     if (!flags.empty()) {
         return {Mark::Wrong, name, text + ", " + flags, "see the gripper's manual"};
     }
-    const std::string told = gripper.Model();
-    const Model model = NarrowModel(told, gripper.DeviceString());
-    if (told == "TLM?" && model.name != "TLM") {
-        return {
-            Mark::Unknown, name, text + ", no force: a TLM, or a model unknown to TavrikDaemon",
-            "if it is an HVA or MZD, its force may be 0; set it: tavrikctl set force 30 " + word};
+    const std::string byAnswers = gripper.Model();
+    const ModelGuess model = NarrowModel(byAnswers, gripper.DeviceString());
+    const bool mayHaveForce = MayHave(model.name, Feature::ForceAndReference);
+    if (byAnswers.ends_with('?') && mayHaveForce) {
+        return {Mark::Unknown, name, text + ", no force: a TLM, or a model unknown to TavrikDaemon",
+                "if it is an " + ModelsWith(Feature::ForceAndReference, " or ") +
+                    ", its force may be 0; set it: tavrikctl set force 30 " + word};
     }
-    const bool mayNeedReference =
-        data.State() == GripperState::NeedsReference && model.name != "TLM";
+    const bool mayNeedReference = data.State() == GripperState::NeedsReference && mayHaveForce;
     return {Mark::Ok, name, text + ", model " + model.Text(),
-            mayNeedReference ? "if not referenced, clear its way: tavrikctl home " + word : ""};
+            mayNeedReference
+                ? "if it needs a reference run, clear its path, then: tavrikctl home " + word
+                : ""};
 }
 
 constexpr const char* kCell = "cell";
@@ -106,7 +109,7 @@ Finding CheckGripper(const Gripper& gripper, const std::string& options, ExitSta
             status = ExitStatus::NoProcessData;
             return {Mark::Unknown, name,
                     "its master answers; it is at 0.00 in state 0, or has no process data",
-                    "if its drive is not off at 0.00, check its cable and power; it may also be "
+                    "unless its drive is off at 0.00, check its cable and power; it may also be "
                     "starting"};
         }
         status = ExitStatus::Done;
@@ -132,8 +135,8 @@ void Doctor::Examine() {
     if (!logFile.empty()) {
         Add(CheckLogFile(logFile));
     }
-    sawMachine = IsThisMachine(endpoint.host);
-    if (!sawMachine) {
+    hasCheckedMachine = IsThisMachine(endpoint.host);
+    if (!hasCheckedMachine) {
         Add({{Mark::Unknown, "service", endpoint.host + " is not this machine",
               "to check its service, ttys and masters, run there: tavrikctl doctor"}});
         ExaminePorts(nullptr);
@@ -176,11 +179,11 @@ void Doctor::ExamineGrippers(const Host* host) {
     Daemon daemon(endpoint, stop);
     const auto grippers = ListGrippers(daemon);
     Findings answered = AskGrippers(daemon, grippers.value_or(std::vector<std::string>()));
-    if (host != nullptr && !host->DaemonIsBehindSimulator()) {
+    if (host != nullptr && !host->DaemonRunsInSimulator()) {
         const Finding masters =
             CheckMasters(*host, grippers ? std::optional(grippers->size()) : std::nullopt);
         Add({masters});
-        if (status == ExitStatus::Done && AreMastersCutOff(*host)) {
+        if (status == ExitStatus::Done && AreGrippersStale(*host)) {
             status = ExitStatus::NoAnswer;
             answered = ReportStaleGrippers(*grippers);
         }
@@ -205,7 +208,7 @@ void Doctor::ExamineCell(const std::optional<std::vector<std::string>>& grippers
     }
     if (!grippers) {
         isCellAsExpected = false;
-        Add({{Mark::Unknown, kCell, "the grippers are not known: they cannot be compared"}});
+        Add({{Mark::Unknown, kCell, "the grippers cannot be compared: the list was not read"}});
         return;
     }
     const auto differences = cell->Compare(*grippers);
@@ -243,8 +246,7 @@ std::optional<std::vector<std::string>> Doctor::ListGrippers(Daemon& daemon) {
     } catch (const Failure& failure) {
         status = failure.Status();
         Add({{Mark::Wrong, "grippers", failure.what(),
-              "a silent master without a name blocks this: unplug it, or: systemctl restart "
-              "tavrikdaemon"}});
+              "a silent master blocks the list: unplug it, or: systemctl restart tavrikdaemon"}});
         return std::nullopt;
     }
 }

@@ -18,25 +18,26 @@ namespace tavrik {
 class Doctor {
 public:
     /// @param endpoint host and timeout of the daemon; both ports are checked
-    /// @param cellFile of the grippers that there should be; empty if they are not known
-    /// @param logFile where the daemon logs to; empty for the journal
+    /// @param cellFile with the expected grippers; empty for no comparison
+    /// @param logFile the daemon's log; empty for the journal
     /// @param stop ends calls to the daemon early; the findings are then incomplete
     /// @throws Failure (Usage) if `cellFile` is not a cell file
     explicit Doctor(const Endpoint& endpoint, std::string cellFile = "", std::string logFile = "",
                     std::stop_token stop = {});
 
+    /// Makes all checks. Takes a second or more for each silent master. One thread.
     void Examine();
 
-    // After Examine().
+    // After Examine():
 
     /// Done only if a gripper answers.
     ExitStatus Status() const { return status; }
-    /// Whether the grippers are those of the cell; true if none is known.
+    /// Whether the grippers are those of the cell; true without a cell file.
     bool IsCellAsExpected() const { return isCellAsExpected; }
     /// The reply to GetVersion; empty if there was none.
     const std::string& DaemonVersion() const { return version; }
-    /// Whether the daemon's machine was checked too: it is this one.
-    bool SawMachine() const { return sawMachine; }
+    /// Whether the machine was checked, too, because the daemon runs on this one.
+    bool HasCheckedMachine() const { return hasCheckedMachine; }
     const Findings& Result() const { return findings; }
     nlohmann::ordered_json Json() const;
 
@@ -57,7 +58,7 @@ private:
     const std::stop_token stop;
     bool isCellAsExpected = true;
     bool answers = false;
-    bool sawMachine = false;
+    bool hasCheckedMachine = false;
     std::string version;
     Findings findings;
     ExitStatus status = ExitStatus::NoDaemon;

@@ -104,7 +104,7 @@ std::optional<Account> Host::FindAccount() const {
     return Account::OfUser(isNamed ? service->user : kUserOfPackage);
 }
 
-bool Host::DaemonIsBehindSimulator() const {
+bool Host::DaemonRunsInSimulator() const {
     const std::string folder = daemon ? FolderOfSimulation(std::to_string(daemon->pid)) : "";
     return !folder.empty() && folder != FolderOfSimulation("self");
 }

@@ -30,7 +30,8 @@ struct Account {
     bool MayReadAndWrite(const struct stat& file) const;
 };
 
-/// The state of this machine at the time of construction.
+/// The state of this machine at the time of construction. That takes up to 10 s if systemd does not
+/// answer.
 struct Host {
     ProcessTable processes;
     std::optional<ServiceState> service = ServiceState::Read();
@@ -40,7 +41,7 @@ struct Host {
 
     /// Whether the daemon runs in pellix-sim and the doctor does not: then udev reports other
     /// masters to the doctor.
-    bool DaemonIsBehindSimulator() const;
+    bool DaemonRunsInSimulator() const;
 
     /// Whether the daemon is seen to have the tty open.
     bool DaemonHasOpen(const UsbTty& tty) const;

@@ -51,7 +51,7 @@ bool IsSimulator(const Process& process, const struct stat& node) {
 
 /// The program that started the daemon and has the tty open in its place: pellix-sim, tapping.
 std::optional<Process> FindTap(const Host& host, const struct stat& node) {
-    if (host.DaemonIsBehindSimulator()) {
+    if (host.DaemonRunsInSimulator()) {
         for (const Process& holder : host.processes.HoldersOfDevice(node)) {
             if (holder.pid == host.daemon->parent) {
                 return holder;
@@ -81,7 +81,7 @@ void CheckPermission(const Host& host, const UsbTty& tty, const struct stat& nod
         findings.push_back(
             {Mark::Wrong, tty.node,
              "master, but user " + host.account->Name() + " may not open it: " + permission,
-             "for the udev rule: apt install ./tavrikdaemon_*.deb; then replug the master"});
+             "install the udev rule: apt install ./tavrikdaemon_*.deb; then replug the master"});
     }
 }
 
@@ -94,14 +94,14 @@ void CheckHolders(const Host& host, const UsbTty& tty, const struct stat& node,
                  "it takes answers that TavrikDaemon needs: kill " + std::to_string(holder.pid)});
         }
     }
-    const bool isDaemonSeen = host.daemon && host.processes.Sees(host.daemon->pid);
+    const bool isDaemonSeen = host.daemon && host.processes.CanReadOpenFiles(host.daemon->pid);
     if (findings.empty() && isDaemonSeen && !host.DaemonHasOpen(tty)) {
         findings.push_back(
             {Mark::Wrong, tty.node,
              "master, but TavrikDaemon has not opened it or has given up on it",
              "check the master's power, then replug it; or: " + host.StartCommand()});
     }
-    if (!host.processes.SeesAll()) {
+    if (!host.processes.CanReadAllOpenFiles()) {
         findings.push_back(
             {Mark::Unknown, tty.node,
              "master, " + PermissionText(node) + "; only root can see who has it open",
@@ -115,7 +115,7 @@ std::size_t CountAttached(const Host& host) {
 
 /// How many masters the daemon has opened; nothing if that cannot be seen.
 std::optional<std::size_t> CountOpened(const Host& host) {
-    if (!host.daemon || !host.processes.Sees(host.daemon->pid)) {
+    if (!host.daemon || !host.processes.CanReadOpenFiles(host.daemon->pid)) {
         return std::nullopt;
     }
     return static_cast<std::size_t>(std::ranges::count_if(
@@ -180,7 +180,7 @@ Findings CheckTty(const Host& host, const UsbTty& tty) {
 Finding CheckModemManager(const Host& host) {
     constexpr const char* kSubject = "modems";
     const auto manager = host.processes.Find("ModemManager");
-    if (!manager && !host.processes.SeesAllNames()) {
+    if (!manager && !host.processes.ListsAllProcesses()) {
         return {Mark::Unknown, kSubject, "only root can see whether ModemManager runs",
                 "run as root, where /proc shows all processes: tavrikctl doctor"};
     }
@@ -196,10 +196,9 @@ Finding CheckModemManager(const Host& host) {
     if (exposed == host.ttys.end()) {
         return {Mark::Ok, kSubject, manager->Text() + " is running and ignores the masters"};
     }
-    return {
-        Mark::Wrong, kSubject, manager->Text() + " may talk to " + exposed->node,
-        "for the udev rule (ID_MM_DEVICE_IGNORE): apt install ./tavrikdaemon_*.deb; then replug "
-        "the master"};
+    return {Mark::Wrong, kSubject, manager->Text() + " may talk to " + exposed->node,
+            "install the udev rule that sets ID_MM_DEVICE_IGNORE: apt install "
+            "./tavrikdaemon_*.deb; then replug the master"};
 }
 
 Finding CheckMasters(const Host& host, std::optional<std::size_t> listed) {
@@ -238,7 +237,7 @@ Finding CheckMasters(const Host& host, std::optional<std::size_t> listed) {
     return {Mark::Ok, kSubject, text};
 }
 
-bool AreMastersCutOff(const Host& host) {
+bool AreGrippersStale(const Host& host) {
     return CountAttached(host) > 0 && CountOpened(host) == 0;
 }
 

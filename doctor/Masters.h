@@ -39,8 +39,8 @@ Finding CheckModemManager(const Host& host);
 /// @param listed how many grippers the daemon lists; nothing if it does not answer
 Finding CheckMasters(const Host& host, std::optional<std::size_t> listed);
 
-/// Whether masters are attached and the daemon has none of them open, so that all it knows of its
-/// grippers is stale. False if that cannot be seen.
-bool AreMastersCutOff(const Host& host);
+/// Whether the daemon has none of the attached masters open, so that its data of the grippers are
+/// stale. False if that cannot be seen.
+bool AreGrippersStale(const Host& host);
 
 }  // namespace tavrik

@@ -49,8 +49,9 @@ std::string RemedyForHolder(const Host& host, const TcpSocket& socket) {
     if (holder) {
         return "kill " + std::to_string(holder->pid) + "; " + host.StartCommand();
     }
-    return (host.processes.SeesAll() ? "stop it, then: "
-                                     : "to see which program, run as root: tavrikctl doctor; ") +
+    return (host.processes.CanReadAllOpenFiles()
+                ? "stop it, then: "
+                : "to see which program, run as root: tavrikctl doctor; ") +
            host.StartCommand();
 }
 

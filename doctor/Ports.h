@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "client/HttpTransport.h"
+#include "client/Endpoint.h"
 #include "doctor/Finding.h"
 
 namespace tavrik {

@@ -111,7 +111,7 @@ std::optional<Process> ProcessTable::Find(const std::string& name) const {
     return std::nullopt;
 }
 
-std::optional<Process> ProcessTable::FindElsewhere(const std::string& name) const {
+std::optional<Process> ProcessTable::FindInOtherNetwork(const std::string& name) const {
     const auto found = std::ranges::find_if(entries, [&](const auto& each) {
         const Entry& entry = each.second;
         return entry.process.name == name && !entry.network.empty() && entry.network != ourNetwork;
@@ -135,17 +135,17 @@ std::optional<Process> ProcessTable::HolderOfSocket(std::uint64_t inode) const {
     return found == entries.end() ? std::nullopt : std::optional(found->second.process);
 }
 
-bool ProcessTable::Sees(pid_t pid) const {
+bool ProcessTable::CanReadOpenFiles(pid_t pid) const {
     const auto found = entries.find(pid);
     return found != entries.end() && found->second.readable;
 }
 
-bool ProcessTable::SeesAll() const {
-    return SeesAllNames() &&
+bool ProcessTable::CanReadAllOpenFiles() const {
+    return ListsAllProcesses() &&
            std::ranges::all_of(entries, [](const auto& each) { return each.second.readable; });
 }
 
-bool ProcessTable::SeesAllNames() const {
+bool ProcessTable::ListsAllProcesses() const {
     return entries.contains(1);  // init, which never ends and belongs to root
 }
 

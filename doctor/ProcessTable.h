@@ -32,28 +32,28 @@ public:
     /// @param folder where the kernel shows them
     explicit ProcessTable(const std::string& folder = "/proc");
 
-    /// The first process of this name in this network namespace: one in a container serves others.
-    /// Without root, a process of unknown network if there is no other.
+    /// The first process of this name in this network namespace: one in a container cannot be
+    /// reached from here. Without root, one whose network is unknown if there is no other.
     std::optional<Process> Find(const std::string& name) const;
 
     /// The first process of this name that is known to be in another network namespace, as those
     /// of a container are.
-    std::optional<Process> FindElsewhere(const std::string& name) const;
+    std::optional<Process> FindInOtherNetwork(const std::string& name) const;
 
     /// The processes that have the character device `node` open. Incomplete without root.
     std::vector<Process> HoldersOfDevice(const struct stat& node) const;
 
-    /// The process that has the socket open; unknown without root if it is another user's.
+    /// The process that has the socket open; not found without root if it is another user's.
     std::optional<Process> HolderOfSocket(std::uint64_t inode) const;
 
-    /// Whether what `pid` has open could be read.
-    bool Sees(pid_t pid) const;
+    /// Whether the list of files that `pid` has open could be read.
+    bool CanReadOpenFiles(pid_t pid) const;
 
-    /// Whether what all processes have open could be read.
-    bool SeesAll() const;
+    /// Whether the lists of all processes could be read.
+    bool CanReadAllOpenFiles() const;
 
     /// Whether no process is hidden: the system may hide those of other users.
-    bool SeesAllNames() const;
+    bool ListsAllProcesses() const;
 
 private:
     using Device = std::pair<dev_t, dev_t>;  // number, and file system of a pseudo-terminal

@@ -20,7 +20,7 @@ Finding CheckRunning(const Host& host) {
     if (host.daemon->isStopped) {
         return {Mark::Wrong, kService, process + ", is stopped by a signal", "kill -CONT " + pid};
     }
-    if (host.DaemonIsBehindSimulator()) {
+    if (host.DaemonRunsInSimulator()) {
         return {Mark::Warning, kService,
                 process + ", in pellix-sim: its masters are simulated or tapped",
                 "unless this is intended: kill -INT " + pid + "; " + host.StartCommand()};
@@ -75,7 +75,7 @@ Finding CheckStopped(const std::optional<ServiceState>& service) {
 }
 
 /// A daemon that has ports of its own, which no program in this network namespace reaches.
-Finding DescribeElsewhere(const Process& daemon) {
+Finding DescribeInOtherNetwork(const Process& daemon) {
     return {Mark::Unknown, kService,
             daemon.Text() + " runs in another network namespace, as in a container",
             "to check that one: nsenter -t " + std::to_string(daemon.pid) + " -n tavrikctl doctor"};
@@ -123,11 +123,11 @@ Findings CheckService(const Host& host) {
     if (host.daemon) {
         return {CheckRunning(host)};
     }
-    if (host.processes.SeesAllNames()) {
+    if (host.processes.ListsAllProcesses()) {
         Findings findings{CheckStopped(service)};
-        const auto elsewhere = host.processes.FindElsewhere(kDaemonName);
+        const auto elsewhere = host.processes.FindInOtherNetwork(kDaemonName);
         if (elsewhere && (!service || service->active != "failed")) {
-            findings.push_back(DescribeElsewhere(*elsewhere));
+            findings.push_back(DescribeInOtherNetwork(*elsewhere));
         }
         return findings;
     }

@@ -51,7 +51,7 @@ std::vector<std::string> ToolOutput::LinesInReverse() const {
     return lines;
 }
 
-StartedTool StartTool(std::vector<std::string> command, ToolErrors errors) {
+StartedTool StartTool(std::vector<std::string> command, ErrorOutput errors) {
     std::vector<char*> arguments;
     arguments.reserve(command.size() + 1);
     for (std::string& word : command) {
@@ -70,9 +70,9 @@ StartedTool StartTool(std::vector<std::string> command, ToolErrors errors) {
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
     posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
-    if (errors == ToolErrors::Merged) {
+    if (errors == ErrorOutput::Merged) {
         posix_spawn_file_actions_adddup2(&actions, ends[1], STDERR_FILENO);
-    } else if (errors == ToolErrors::Dropped) {
+    } else if (errors == ErrorOutput::Dropped) {
         posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
     }
     posix_spawnattr_t attributes;
@@ -95,7 +95,7 @@ StartedTool StartTool(std::vector<std::string> command, ToolErrors errors) {
 }
 
 ToolOutput RunTool(std::vector<std::string> command, std::chrono::seconds limit,
-                   ToolErrors errors) {
+                   ErrorOutput errors) {
     command.insert(command.begin(), {"timeout", "--kill-after=1", std::to_string(limit.count())});
     try {
         constexpr std::chrono::seconds kEnding(1);  // for a tool that was ended

@@ -8,10 +8,10 @@
 
 namespace tavrik {
 
-/// What becomes of a tool's standard error.
-enum class ToolErrors {
-    Shown,   ///< goes where that of this program goes
-    Merged,  ///< goes to the tool's standard output
+/// Where a tool's standard error goes.
+enum class ErrorOutput {
+    Shown,   ///< to the standard error of this program
+    Merged,  ///< to the tool's standard output
     Dropped,
 };
 
@@ -29,12 +29,12 @@ struct StartedTool {
 
 /// Starts a program of the system, without a shell; its standard input is empty.
 /// @throws Failure (Failed)
-StartedTool StartTool(std::vector<std::string> command, ToolErrors errors);
+StartedTool StartTool(std::vector<std::string> command, ErrorOutput errors);
 
-/// Runs a program of the system to its end, without a shell; what takes longer than `limit` is
-/// ended.
+/// Runs a program of the system without a shell, and ends it after `limit`.
+/// @return not succeeded if it is missing, fails or was ended
 ToolOutput RunTool(std::vector<std::string> command,
                    std::chrono::seconds limit = std::chrono::seconds(10),
-                   ToolErrors errors = ToolErrors::Merged);
+                   ErrorOutput errors = ErrorOutput::Merged);
 
 }  // namespace tavrik

@@ -5,7 +5,6 @@
 #include <string_view>
 
 #include "client/Printable.h"
-#include "doctor/log/LogText.h"
 
 namespace tavrik {
 

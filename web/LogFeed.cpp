@@ -10,7 +10,7 @@
 #include "client/Failure.h"
 #include "client/Printable.h"
 #include "doctor/log/LogFilter.h"
-#include "doctor/log/LogText.h"
+#include "doctor/log/LogRow.h"
 
 namespace tavrik {
 
@@ -122,7 +122,7 @@ std::unique_ptr<LogSource> LogFeed::Open(LogModel& model, bool& isReadable) cons
         isReadable = true;
         model.Learn(line);
     }
-    return FollowJournal(start, ToolErrors::Dropped);  // the page tells them in its own words
+    return FollowJournal(start, ErrorOutput::Dropped);  // the page tells them in its own words
 }
 
 void LogFeed::Begin(bool isReadable) {

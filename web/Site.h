@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "client/HttpTransport.h"
+#include "client/Endpoint.h"
 #include "web/Assets.h"
 #include "web/Control.h"
 #include "web/DriveOffs.h"

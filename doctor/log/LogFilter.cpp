@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "client/Daemon.h"
 #include "client/Failure.h"
+#include "client/GripperName.h"
 
 namespace tavrik {
 

@@ -9,7 +9,7 @@
 
 namespace tavrik {
 
-/// Tells which rows are about one gripper.
+/// Selects the rows about one gripper.
 class LogFilter {
 public:
     /// @param wanted part of a device string, or a tty; empty for all grippers
@@ -20,7 +20,7 @@ public:
     /// Rows of the daemon itself, and those that may be of the gripper, are wanted too.
     bool Wants(const LogRow& row);
 
-    /// Whether a row was of the gripper, or one of `names` is its own or its master's.
+    /// Whether a row of the gripper was seen, or one of `names`, of grippers and masters, is meant.
     bool IsFound(const std::vector<std::string>& names);
 
 private:

@@ -52,10 +52,6 @@ constexpr std::array kBeginnings{
     Beginning{"Line length is 0 without eof", LogKind::Routine},
     Beginning{"Failed to update ", LogKind::Routine},
     Beginning{"Retrying (", LogKind::Routine},
-    Beginning{"TLM detected", LogKind::Routine},
-    Beginning{"HVA detected", LogKind::Routine},
-    Beginning{"MZD S detected", LogKind::Routine},
-    Beginning{"MZD L detected", LogKind::Routine},
     Beginning{"Parser thread ", LogKind::Routine},
     Beginning{"Timeout monitor thread ", LogKind::Routine},
     Beginning{"State thread ", LogKind::Routine},
@@ -86,34 +82,34 @@ constexpr std::array kBeginnings{
     Beginning{"Library revision: ", LogKind::Routine, kOfDaemon},
     Beginning{"Library build date: ", LogKind::Routine, kOfDaemon},
 
-    Beginning{"FALLBACK: ", LogKind::Trouble},
-    Beginning{"POWERFAULT", LogKind::Trouble},
-    Beginning{"Failed ", LogKind::Trouble},
-    Beginning{"Timeout ", LogKind::Trouble},
-    Beginning{"Exception ", LogKind::Trouble},
-    Beginning{"Input timeout", LogKind::Trouble},
-    Beginning{"Parser: No input data", LogKind::Trouble},
-    Beginning{"SerialConnection: ", LogKind::Trouble},
-    Beginning{"Can't create udev", LogKind::Trouble, kOfDaemon},
-    Beginning{"No connection accepted: ", LogKind::Trouble, kOfDaemon},
-    Beginning{"Connection closed: no thread for it", LogKind::Trouble, kOfDaemon},
-    Beginning{"Server on port ", LogKind::Trouble, kOfDaemon},
-    Beginning{"No device from receive_device()", LogKind::Trouble, kOfDaemon},
-    Beginning{"Device has been removed", LogKind::Trouble},
-    Beginning{"Device '", LogKind::Trouble},
-    Beginning{"Device string is empty ", LogKind::Trouble},
-    Beginning{"Invalid device ID", LogKind::Trouble},
-    Beginning{"Pellix not ", LogKind::Trouble},
-    Beginning{"Couldn't ", LogKind::Trouble},
-    Beginning{"Too many parameters: ", LogKind::Trouble},
-    Beginning{"Parameter ", LogKind::Trouble},
-    Beginning{"PDIN length mismatch: ", LogKind::Trouble},
-    Beginning{"Keeping remaining string: ", LogKind::Trouble},
-    Beginning{"Error after adding input to stream: ", LogKind::Trouble},
-    Beginning{"Trying to clear stream", LogKind::Trouble},
-    Beginning{"getline() ", LogKind::Trouble},
-    Beginning{"terminal: tcgetattr() failed", LogKind::Trouble},
-    Beginning{"terminate called", LogKind::Trouble, kOfDaemon},
+    Beginning{"FALLBACK: ", LogKind::Problem},
+    Beginning{"POWERFAULT", LogKind::Problem},
+    Beginning{"Failed ", LogKind::Problem},
+    Beginning{"Timeout ", LogKind::Problem},
+    Beginning{"Exception ", LogKind::Problem},
+    Beginning{"Input timeout", LogKind::Problem},
+    Beginning{"Parser: No input data", LogKind::Problem},
+    Beginning{"SerialConnection: ", LogKind::Problem},
+    Beginning{"Can't create udev", LogKind::Problem, kOfDaemon},
+    Beginning{"No connection accepted: ", LogKind::Problem, kOfDaemon},
+    Beginning{"Connection closed: no thread for it", LogKind::Problem, kOfDaemon},
+    Beginning{"Server on port ", LogKind::Problem, kOfDaemon},
+    Beginning{"No device from receive_device()", LogKind::Problem, kOfDaemon},
+    Beginning{"Device has been removed", LogKind::Problem},
+    Beginning{"Device '", LogKind::Problem},
+    Beginning{"Device string is empty ", LogKind::Problem},
+    Beginning{"Invalid device ID", LogKind::Problem},
+    Beginning{"Pellix not ", LogKind::Problem},
+    Beginning{"Couldn't ", LogKind::Problem},
+    Beginning{"Too many parameters: ", LogKind::Problem},
+    Beginning{"Parameter ", LogKind::Problem},
+    Beginning{"PDIN length mismatch: ", LogKind::Problem},
+    Beginning{"Keeping remaining string: ", LogKind::Problem},
+    Beginning{"Error after adding input to stream: ", LogKind::Problem},
+    Beginning{"Trying to clear stream", LogKind::Problem},
+    Beginning{"getline() ", LogKind::Problem},
+    Beginning{"terminal: tcgetattr() failed", LogKind::Problem},
+    Beginning{"terminate called", LogKind::Problem, kOfDaemon},
 
     Beginning{"TavrikDaemon", LogKind::Other, kOfDaemon},  // of the dynamic linker
 };
@@ -187,7 +183,7 @@ std::string MethodOfProcessOutput(const LoggedRequest& request) {
     constexpr unsigned kLedPreset = 0xE0;
     const auto value = Between("PDOUT=[", "]", request.text);
     const auto now = FirstByte(value.value_or(""));
-    if (!request.wasChecked) {
+    if (!request.followsModelCheck) {
         return !now                       ? "Grip, Release or Disable"
                : (*now & kEnable) == 0    ? "Disable"
                : (*now & kReference) != 0 ? ""
@@ -196,10 +192,11 @@ std::string MethodOfProcessOutput(const LoggedRequest& request) {
     }
     const unsigned before = FirstByte(request.processOutput).value_or(now.value_or(0));
     const unsigned changed = now.value_or(before) ^ before;
-    if (request.model == "HVA" && !now) {
+    const bool mustBeReference = request.model != nullptr && !request.model->hasLedsAndHoldfast;
+    if (mustBeReference && !now) {
         return "a motion";  // perhaps of the next call, after one that was refused
     }
-    if (request.model == "HVA" || (changed & (kReference | kEnable)) != 0) {
+    if (mustBeReference || (changed & (kReference | kEnable)) != 0) {
         return "Reference";
     }
     return (changed & kHoldfast) != 0    ? "Holdfast"
@@ -213,7 +210,7 @@ const char* KindText(LogKind kind) {
     switch (kind) {
         case LogKind::Call:
             return "call";
-        case LogKind::Trouble:
+        case LogKind::Problem:
             return "trouble";
         case LogKind::Event:
             return "event";
@@ -229,13 +226,24 @@ LogKind KindOf(std::string_view message) {
     if (const Beginning* const beginning = BeginningOf(message)) {
         return beginning->kind;
     }
+    if (DetectedModel(message) != nullptr) {
+        return LogKind::Routine;
+    }
     // "Grip: Failed to get PELLIX handle"
-    return message.ends_with(": Failed to get PELLIX handle") ? LogKind::Trouble : LogKind::Other;
+    return message.ends_with(": Failed to get PELLIX handle") ? LogKind::Problem : LogKind::Other;
 }
 
 bool IsOfDaemon(std::string_view message) {
     const Beginning* const beginning = BeginningOf(message);
     return beginning != nullptr && beginning->isOfDaemon;
+}
+
+const GripperModel* DetectedModel(std::string_view message) {
+    const auto models = GripperModels();
+    const auto found = std::ranges::find_if(models, [&](const GripperModel& model) {
+        return Between(model.logName, " detected", message) == "";
+    });
+    return found == models.end() ? nullptr : &*found;
 }
 
 std::optional<std::string_view> After(std::string_view beginning, std::string_view message) {

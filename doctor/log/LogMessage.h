@@ -4,12 +4,14 @@
 #include <string>
 #include <string_view>
 
+#include "client/GripperModels.h"
+
 namespace tavrik {
 
 /// What a message of the daemon's log means to a person.
 enum class LogKind {
     Call,     ///< a call, folded to one row
-    Trouble,  ///< refusals, time-outs, silence, failures
+    Problem,  ///< refusals, time-outs, silence, failures
     Event,    ///< start and stop, plugging, reopening, modes of the data link
     Routine,  ///< of interest only if one looks for details
     Other,    ///< not a known text of the daemon, such as lines of another program
@@ -24,6 +26,9 @@ LogKind KindOf(std::string_view message);
 /// Whether `message` is about the daemon or its host, and no master in particular.
 bool IsOfDaemon(std::string_view message);
 
+/// The model that a line such as "HVA detected" names; null for another line.
+const GripperModel* DetectedModel(std::string_view message);
+
 /// The rest of `message` after `beginning`; nothing if it begins differently.
 std::optional<std::string_view> After(std::string_view beginning, std::string_view message);
 
@@ -37,9 +42,9 @@ struct LoggedRequest {
     std::string text;                ///< with the value, if the log has it: "PDOUT=[3,1]"
     bool isRead = false;             ///< it asked for a value
     bool isAssigned = false;         ///< it set a value; neither is true if the log leaves it open
-    bool wasChecked = false;         ///< the call asked for the model before
-    std::string model = {};          ///< that it was told: "HVA", "MZD S"; may be empty
-    std::string processOutput = {};  ///< the value of PDOUT before, "3,1"; may be empty
+    bool followsModelCheck = false;  ///< the call asked for the model before
+    const GripperModel* model = nullptr;  ///< as the call was answered; may be null
+    std::string processOutput = {};       ///< the value of PDOUT before, "3,1"; may be empty
 };
 
 /// The methods that send `request`, joined by " or "; empty if none does. The log does not have

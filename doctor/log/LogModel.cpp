@@ -50,8 +50,9 @@ LogModel::LogModel(Sink sink, bool withRoutine, Filter isWanted)
     : sink(std::move(sink)),
       withRoutine(withRoutine),
       isWanted(std::move(isWanted)),
-      calls(links, {[this](std::uint64_t thread, const LogOwner& owner) { Settle(thread, owner); },
-                    [this](LogRow row) { ended.push_back(std::move(row)); }}),
+      calls(links,
+            {[this](std::uint64_t thread, const LogOwner& owner) { SetOwner(thread, owner); },
+             [this](LogRow row) { ended.push_back(std::move(row)); }}),
       repeats("lines", [this](const LogRow& row) { this->sink(row); }),
       absences("refused readings", [this](const LogRow& row) { this->sink(row); }) {}
 
@@ -76,7 +77,7 @@ void LogModel::Take(std::string_view line) {
     if (!entry.clock.empty()) {
         Advance(entry);
     }
-    entry.thread ? TakeOfDaemon(entry) : TakeOfOthers(entry);
+    entry.thread ? TakeDaemonLine(entry) : TakeOtherLine(entry);
     AddEnded();
 }
 
@@ -90,7 +91,7 @@ void LogModel::Idle(microseconds time) {
     now.time += time;
     calls.Expire(now);
     now.time -= time;
-    GiveOutAll();
+    EmitAll();
 }
 
 void LogModel::End() {
@@ -98,10 +99,10 @@ void LogModel::End() {
         Add(std::move(*alone));
     }
     calls.End();
-    GiveOutAll();
+    EmitAll();
 }
 
-std::vector<std::string> LogModel::Present() const {
+std::vector<std::string> LogModel::PresentNames() const {
     std::vector<std::string> names;
     for (const LinkPointer& link : links.All()) {
         names.push_back(link->node);
@@ -133,7 +134,7 @@ void LogModel::Advance(const LogEntry& entry) {
     }
 }
 
-void LogModel::TakeOfDaemon(const LogEntry& entry) {
+void LogModel::TakeDaemonLine(const LogEntry& entry) {
     const std::uint64_t thread = *entry.thread;
     const std::string_view message = entry.message;
     LogRow row{now.stamp, KindOf(message), OwnerOf(thread, message), thread};
@@ -150,12 +151,12 @@ void LogModel::TakeOfDaemon(const LogEntry& entry) {
     links.Take(now.line, thread, message);
     bool isFolded = false;
     bool isAwaiting = false;
-    if (links.IsOwn(thread) && links.LinkOf(thread)) {
+    if (links.IsLinkThread(thread) && links.LinkOf(thread)) {
         row.owner = row.owner.IsKnown() ? row.owner : OwnerOf(thread, message);
-        row.kind = HasFailed(message) ? LogKind::Trouble : row.kind;
+        row.kind = HasFailed(message) ? LogKind::Problem : row.kind;
     } else {
         isFolded = calls.Take(now, thread, message);
-        isAwaiting = (isFolded && calls.IsAwaited(thread)) || links.IsAwaited(thread);
+        isAwaiting = (isFolded && calls.IsAwaited(thread)) || links.IsLinkUnknown(thread);
         if (const LogOwner& owner = calls.LastOwner(thread);
             isFolded || message.starts_with("Parameter ")) {
             row.owner = owner;
@@ -172,7 +173,7 @@ void LogModel::TakeOfDaemon(const LogEntry& entry) {
     }
 }
 
-void LogModel::TakeOfOthers(const LogEntry& entry) {
+void LogModel::TakeOtherLine(const LogEntry& entry) {
     const bool isDaemon = entry.process.empty() || entry.process.starts_with("TavrikDaemon[") ||
                           entry.process.starts_with("pellix-sim[");
     const LogKind kind = isDaemon ? KindOf(entry.message) : LogKind::Other;
@@ -199,8 +200,8 @@ void LogModel::TakeTimeout(std::string_view rest) {
     }
 }
 
-/// Tells the owner of the lines of `thread` that are held.
-void LogModel::Settle(std::uint64_t thread, const LogOwner& owner) {
+/// Sets the owner of the lines of `thread` that are held back.
+void LogModel::SetOwner(std::uint64_t thread, const LogOwner& owner) {
     for (Held& each : held) {
         if (each.isAwaiting && each.row.thread == thread) {
             each.row.owner = owner;
@@ -214,11 +215,11 @@ void LogModel::Add(LogRow row, bool isAwaiting) {
         return;
     }
     held.push_back({std::move(row), now.time, isAwaiting});
-    GiveOut(kMostHeld);
+    Emit(kMostHeld);
 }
 
 /// Shows the rows up to the first whose owner is awaited.
-void LogModel::GiveOut(std::size_t mostHeld) {
+void LogModel::Emit(std::size_t mostHeld) {
     while (!held.empty() && (!held.front().isAwaiting || held.size() > mostHeld)) {
         Show(held.front());
         held.pop_front();
@@ -231,7 +232,7 @@ void LogModel::Show(const Held& row) {
     }
     summary.Add(row.row);
     const bool mayRepeat =
-        row.row.kind == LogKind::Trouble || row.row.text == "SerialConnection: Reopening";
+        row.row.kind == LogKind::Problem || row.row.text == "SerialConnection: Reopening";
     if (withRoutine) {
         sink(row.row);
     } else if (row.row.call && row.row.call->isAbsent) {
@@ -250,9 +251,9 @@ void LogModel::AddEnded() {
     }
 }
 
-void LogModel::GiveOutAll() {
+void LogModel::EmitAll() {
     AddEnded();
-    GiveOut(0);
+    Emit(0);
     repeats.Flush();
     absences.Flush();
 }
@@ -260,10 +261,10 @@ void LogModel::GiveOutAll() {
 LogOwner LogModel::OwnerOf(std::uint64_t thread, std::string_view message) const {
     LinkPointer link = links.LinkOf(thread);
     if (const std::string_view node = NodeIn(message); !link && !node.empty()) {
-        link = links.At(node);
+        link = links.FindByNode(node);
     }
     if (!link && IsAboutGripper(message)) {
-        link = links.Only();
+        link = links.OnlyLink();
     }
     return OwnerAt(link);
 }

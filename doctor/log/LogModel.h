@@ -19,7 +19,7 @@
 namespace tavrik {
 
 /// Makes rows for a person from the lines of the daemon's log. Its memory does not grow with the
-/// log. Not for several threads.
+/// log. Not thread-safe.
 class LogModel {
 public:
     using Sink = std::function<void(const LogRow&)>;
@@ -33,25 +33,26 @@ public:
     LogModel(const LogModel&) = delete;
     LogModel& operator=(const LogModel&) = delete;
 
+    /// Takes the next line.
     /// @param line without its line feed
     void Take(std::string_view line);
 
-    /// Takes what lies before the part of interest: it is neither shown nor counted.
+    /// Takes a line before the part of interest, which is neither shown nor counted.
     void Learn(std::string_view line);
 
-    /// Gives out what was held back for a while, because nothing has come since.
+    /// To be called when no line has come for `time`: passes on all rows that are held back.
     void Idle(std::chrono::microseconds time);
 
-    /// Gives out everything.
+    /// To be called after the last line: passes on all rows that are held back.
     void End();
 
     const LogSummary& Summary() const { return summary; }
 
-    /// The names of the masters and grippers that are there now, as far as known.
-    std::vector<std::string> Present() const;
+    /// The names of the masters and grippers that are present now, as far as known.
+    std::vector<std::string> PresentNames() const;
 
 private:
-    /// A row whose owner may be told by a later line of its thread.
+    /// A row whose owner may become known by a later line of its thread.
     struct Held {
         LogRow row;
         std::chrono::microseconds time;
@@ -59,15 +60,15 @@ private:
     };
 
     void Advance(const LogEntry& entry);
-    void TakeOfDaemon(const LogEntry& entry);
-    void TakeOfOthers(const LogEntry& entry);
+    void TakeDaemonLine(const LogEntry& entry);
+    void TakeOtherLine(const LogEntry& entry);
     void TakeTimeout(std::string_view rest);
-    void Settle(std::uint64_t thread, const LogOwner& owner);
+    void SetOwner(std::uint64_t thread, const LogOwner& owner);
     void Add(LogRow row, bool isAwaiting = false);
-    void GiveOut(std::size_t mostHeld);
+    void Emit(std::size_t mostHeld);
     void Show(const Held& row);
     void AddEnded();
-    void GiveOutAll();
+    void EmitAll();
     LogOwner OwnerOf(std::uint64_t thread, std::string_view message) const;
 
     Sink sink;

@@ -12,7 +12,7 @@
 namespace tavrik {
 
 /// Leaves out what is repeated: a master that hangs logs the same lines a thousand times a second,
-/// and a client that reads all settings asks for hundreds that do not exist. Tells every ten
+/// and a client that reads all settings asks for hundreds that do not exist. Reports every ten
 /// seconds how many rows were left out.
 class LogRepeats {
 public:
@@ -21,29 +21,28 @@ public:
     /// @param name of the rows: "lines"
     LogRepeats(std::string name, Sink sink) : name(std::move(name)), sink(std::move(sink)) {}
 
-    /// Takes a row: one with the text, or the method of the call, of an earlier row of its master
-    /// is left out.
+    /// Takes a row; leaves it out if an earlier row of its master had the same text or method.
     void Take(const LogRow& row, std::chrono::microseconds time);
 
-    /// Tells what was left out of a master, because another row of it follows.
+    /// Reports what was left out of a master, because another row of it follows.
     void Flush(const LogRow& next);
 
-    /// Tells what was left out by masters that have been quiet for `pause`.
+    /// Reports what was left out of masters that have logged nothing for `pause`.
     void Flush(std::chrono::microseconds time, std::chrono::microseconds pause);
 
-    /// Tells everything that was left out.
+    /// Reports everything that was left out.
     void Flush();
 
 private:
     struct Recent {
         std::deque<std::string> texts;
         std::chrono::microseconds last{};
-        std::chrono::microseconds told{};
+        std::chrono::microseconds reported{};
         std::uint64_t count = 0;
         LogRow row;  // the last one left out
     };
 
-    void Tell(Recent& recent);
+    void Report(Recent& recent);
 
     std::string name;
     Sink sink;

@@ -21,8 +21,8 @@ struct LogStamp {
 struct LogOwner {
     std::string node;                          ///< "/dev/ttyACM0"; empty if unknown
     std::string gripper;                       ///< its device string; empty if unknown
-    std::vector<std::string> candidates = {};  ///< if unknown: names of those that are possible
-    std::string likely = {};  ///< that of them which all other calls of the thread were for
+    std::vector<std::string> candidates = {};  ///< if unknown: names of the possible ones
+    std::string likely = {};  ///< the candidate that all other calls of the thread were for
 
     /// Gripper or else node; empty if unknown.
     const std::string& Name() const { return gripper.empty() ? node : gripper; }
@@ -53,5 +53,28 @@ struct LogRow {
     std::string text = {};    ///< empty for a call
     std::optional<LoggedCall> call = {};
 };
+
+// The parts of a row as a person sees them, printable:
+
+/// Whether a row reports a problem.
+bool IsAlarming(const LogRow& row);
+
+/// "!" for a problem, "*" for an event, otherwise a blank.
+std::string LogMark(const LogRow& row);
+
+/// The time to the millisecond, as far as the log has it.
+std::string LogClock(const LogRow& row);
+
+/// The tty of the master; may be empty.
+std::string LogMaster(const LogRow& row);
+
+/// What is known of the gripper: a thread's lines without a known master keep its number.
+std::string LogGripper(const LogRow& row);
+
+/// A call in one line, or the text of the row.
+std::string LogText(const LogRow& row);
+
+/// @param isExact otherwise it has whole seconds
+std::string LogDuration(std::chrono::microseconds duration, bool isExact);
 
 }  // namespace tavrik

@@ -96,7 +96,7 @@ bool LogSource::IsContinued(std::chrono::milliseconds patience) {
     return true;
 }
 
-/// The input goes on at the beginning of `newDescriptor`, which may be the present one.
+/// Continues at the beginning of `newDescriptor`, which may be the present one.
 void LogSource::Restart(int newDescriptor) {
     if (newDescriptor != descriptor) {
         close(descriptor);
@@ -151,7 +151,8 @@ std::unique_ptr<LogSource> OpenLogFile(const std::string& path, bool isFollowed)
     return std::make_unique<LogSource>(descriptor, isFollowed && path != "-" ? path : "");
 }
 
-std::unique_ptr<LogSource> OpenJournal(const std::vector<std::string>& options, ToolErrors errors) {
+std::unique_ptr<LogSource> OpenJournal(const std::vector<std::string>& options,
+                                       ErrorOutput errors) {
     try {
         const auto [journalctl, output] = StartTool(JournalCommand(options), errors);
         return std::make_unique<LogSource>(output, "", journalctl);
@@ -160,7 +161,7 @@ std::unique_ptr<LogSource> OpenJournal(const std::vector<std::string>& options, 
     }
 }
 
-std::unique_ptr<LogSource> FollowJournal(std::chrono::seconds start, ToolErrors errors) {
+std::unique_ptr<LogSource> FollowJournal(std::chrono::seconds start, ErrorOutput errors) {
     std::vector<std::string> options{"--since=@" + std::to_string(start.count()), "--follow",
                                      "--no-tail"};
     // Without --merge, --follow shows only the current boot: no line from before a reboot, and no
@@ -182,7 +183,7 @@ std::vector<std::string> ReadJournalBefore(std::chrono::seconds time) {
     const ToolOutput output =
         RunTool(JournalCommand({"--until=@" + std::to_string(time.count()), "--reverse",
                                 "--lines=2000", "--case-sensitive=true", kWanted}),
-                kPatience, ToolErrors::Dropped);
+                kPatience, ErrorOutput::Dropped);
     return output.LinesInReverse();
 }
 

@@ -62,14 +62,14 @@ std::unique_ptr<LogSource> OpenLogFile(const std::string& path, bool isFollowed)
 
 /// The lines of the daemon's service in the journal, as journalctl prints them, with microseconds.
 /// @param options for journalctl
-/// @param errors what becomes of those of journalctl
+/// @param errors where journalctl's standard error goes
 /// @throws Failure (Failed)
 std::unique_ptr<LogSource> OpenJournal(const std::vector<std::string>& options,
-                                       ToolErrors errors = ToolErrors::Shown);
+                                       ErrorOutput errors = ErrorOutput::Shown);
 
 /// The same from `start` on, in seconds since 1970, and then each new line.
 std::unique_ptr<LogSource> FollowJournal(std::chrono::seconds start,
-                                         ToolErrors errors = ToolErrors::Shown);
+                                         ErrorOutput errors = ErrorOutput::Shown);
 
 /// The lines of the journal before `time`, since 1970, that tell masters and threads apart, oldest
 /// first; the last ones, if there are many.

@@ -90,19 +90,19 @@ LoggedRequest RequestOf(const std::string& key, std::uint32_t status,
     return request;
 }
 
-/// Whether `request` is the beginning of another call than the one that has asked for the model.
+/// Whether `request` begins another call than the one that has asked for the model.
 bool IsOtherCall(const LoggedRequest& request) {
     constexpr unsigned kReference = 0x04;
     if (request.key.starts_with("PARAM[64][") && !NeedsModelCheck(request.key)) {
         return request.isRead;  // only setting an override asks for the model
     }
     const auto value = Between("PDOUT=[", "]", request.text);
-    if (request.model != "HVA" || !value) {
+    if (request.model == nullptr || request.model->hasLedsAndHoldfast || !value) {
         return false;
     }
     unsigned first = 0;
     std::from_chars(value->data(), value->data() + value->size(), first, 16);
-    return (first & kReference) == 0;  // an HVA has no other such method than Reference
+    return (first & kReference) == 0;  // such a model has no other checked motion than Reference
 }
 
 }  // namespace
@@ -130,17 +130,17 @@ bool LoggedCalls::TakeLine(const LogMoment& now, std::uint64_t id, Thread& threa
         Begin(now, id, thread, sent->substr(0, sent->find(". Active commands: ")));
     } else if (const auto ended = After("Pending command ", message)) {
         Finish(now, id, thread, *ended);
-    } else if (message.ends_with(" detected") && thread.check) {
-        std::string& model = thread.check->model;
-        model = message.substr(0, message.size() - std::string_view(" detected").size());
+    } else if (const GripperModel* const model = DetectedModel(message);
+               model != nullptr && thread.check) {
+        thread.check->model = model;
         std::erase_if(thread.check->match.links, [&](const LinkPointer& link) {
-            return !link->model.empty() && link->model != model;
+            return link->model != nullptr && link->model != model;
         });
-        if (thread.check->model == "TLM") {
+        if (!model->hasForceAndReference) {
             FinishCheck(id, thread);
         }
     } else if (!message.starts_with("Active commands: ")) {
-        return !links.IsOwn(id) && TakeFailure(now, id, thread, message);
+        return !links.IsLinkThread(id) && TakeFailure(now, id, thread, message);
     }
     return true;
 }
@@ -209,7 +209,7 @@ void LoggedCalls::Finish(const LogMoment& now, std::uint64_t id, Thread& thread,
     Match match;
     if (thread.isSent) {
         const bool isChecked = thread.check && thread.check->match.links.size() == 1;
-        match = Find(links.IsAwaited(id)                        ? links.WithoutState()
+        match = Find(links.IsLinkUnknown(id)                    ? links.LinksWithoutStateThread()
                      : isChecked && NeedsModelCheck(thread.key) ? thread.check->match.links
                                                                 : links.All(),
                      thread.key, status, thread.window);
@@ -224,22 +224,23 @@ void LoggedCalls::Finish(const LogMoment& now, std::uint64_t id, Thread& thread,
 
 void LoggedCalls::FinishRequest(const LogMoment& now, std::uint64_t id, Thread& thread, Match match,
                                 std::uint32_t status) {
-    if (links.IsOwn(id)) {
+    if (links.IsLinkThread(id)) {
         if (match.links.size() == 1) {
             links.Attach(id, match.links.front());
-            Settle(id, OwnerOf(match.links));
+            SetOwner(id, OwnerOf(match.links));
         }
         return;
     }
     if (thread.key == kModelKey) {
         const bool hasProcessOutput =
             match.links.size() == 1 && !match.links.front()->processOutput.empty();
-        thread.check = Check{std::move(match), thread.start, now, status, "", hasProcessOutput};
-        Settle(id, OwnerOf(thread.check->match.links));
+        thread.check =
+            Check{std::move(match), thread.start, now, status, nullptr, hasProcessOutput};
+        SetOwner(id, OwnerOf(thread.check->match.links));
         return;
     }
     LoggedRequest request =
-        RequestOf(thread.key, status, match.reply, match.haveValue, match.lackValue);
+        RequestOf(thread.key, status, match.reply, match.allHaveValue, match.noneHasValue);
     if (thread.check) {
         request.model = thread.check->model;
         const auto& checked = thread.check->match.links;
@@ -252,7 +253,7 @@ void LoggedCalls::FinishRequest(const LogMoment& now, std::uint64_t id, Thread& 
     }
     LogMoment start = thread.start;
     if (const auto check = std::exchange(thread.check, std::nullopt)) {
-        request.wasChecked = true;
+        request.followsModelCheck = true;
         start = check->start;
         if (!thread.isSent) {
             match.links = check->match.links;
@@ -298,7 +299,8 @@ void LoggedCalls::FinishCheck(std::uint64_t id, Thread& thread) {
         call.outcome = OutcomeOf(check.status);
         call.status = check.status;
         call.note = ReasonOf(check.status, check.match.reply);
-    } else if (check.model == "TLM" || check.model.empty() || check.hasProcessOutput) {
+    } else if (check.model == nullptr || !check.model->hasForceAndReference ||
+               check.hasProcessOutput) {
         call.status = kNotPossible;
         call.note = "not supported by its model";
     } else {
@@ -319,29 +321,30 @@ void LoggedCalls::Report(const LogMoment& now, std::uint64_t id, const Match& ma
 LogRow LoggedCalls::RowOf(const LogMoment& now, std::uint64_t id, const Match& match,
                           LoggedCall call) {
     LogRow row{now.stamp, LogKind::Call, OwnerOf(match.links), id};
-    if (const LinkPointer only = links.Only(); only && match.links.empty()) {
+    if (const LinkPointer only = links.OnlyLink(); only && match.links.empty()) {
         row.owner = OwnerOf({only});
     }
-    NoteUsual(threads[id], row.owner);
-    Settle(id, row.owner);
+    TrackOwner(threads[id], row.owner);
+    SetOwner(id, row.owner);
     row.call = std::move(call);
     return row;
 }
 
-void LoggedCalls::Settle(std::uint64_t id, const LogOwner& owner) {
+void LoggedCalls::SetOwner(std::uint64_t id, const LogOwner& owner) {
     threads[id].owner = owner;
     listener.onOwner(id, owner);
 }
 
 /// A program usually calls one gripper through a connection, but need not.
-void LoggedCalls::NoteUsual(Thread& thread, LogOwner& owner) {
+void LoggedCalls::TrackOwner(Thread& thread, LogOwner& owner) {
     const std::string& name = owner.Name();
-    if (std::ranges::find(owner.candidates, thread.usual) != owner.candidates.end() &&
-        !thread.isMixed) {
-        owner.likely = thread.usual;
+    if (std::ranges::find(owner.candidates, thread.onlyOwner) != owner.candidates.end() &&
+        !thread.servesSeveral) {
+        owner.likely = thread.onlyOwner;
     } else if (!name.empty()) {
-        thread.isMixed = thread.isMixed || (!thread.usual.empty() && thread.usual != name);
-        thread.usual = name;
+        thread.servesSeveral =
+            thread.servesSeveral || (!thread.onlyOwner.empty() && thread.onlyOwner != name);
+        thread.onlyOwner = name;
     }
 }
 
@@ -357,8 +360,8 @@ LoggedCalls::Match LoggedCalls::Find(const std::vector<LinkPointer>& among, std:
         const auto found = std::ranges::find_if(link->replies, fits);
         if (found != link->replies.end()) {
             match.links.push_back(link);
-            match.haveValue = match.haveValue && !found->text.empty();
-            match.lackValue = match.lackValue && found->text.empty();
+            match.allHaveValue = match.allHaveValue && !found->text.empty();
+            match.noneHasValue = match.noneHasValue && found->text.empty();
             replies.push_back(&*found);
         }
     }

@@ -28,7 +28,7 @@ struct LogMoment {
 /// lines. A call for which several masters remain has no owner.
 class LoggedCalls {
 public:
-    /// What is told of a thread.
+    /// Is called with what the lines of a thread have shown.
     struct Listener {
         /// The owner of the thread's lines since its last request.
         std::function<void(std::uint64_t thread, const LogOwner& owner)> onOwner;
@@ -43,7 +43,7 @@ public:
     /// @return whether it belongs to a call, and its row says all of it
     bool Take(const LogMoment& now, std::uint64_t thread, std::string_view message);
 
-    /// Ends the calls of which nothing more will come.
+    /// Ends the calls for which no further line can come.
     void Expire(const LogMoment& now);
 
     /// Ends all calls, and forgets all threads.
@@ -59,8 +59,8 @@ private:
     struct Match {
         std::vector<LinkPointer> links;    // those that are possible
         std::optional<LoggedReply> reply;  // of the only one
-        bool haveValue = false;            // whether all their replies have a value
-        bool lackValue = false;            // whether none of them has
+        bool allHaveValue = false;         // whether all their replies have a value
+        bool noneHasValue = false;         // whether none of them has
     };
     /// The request for the model that some methods begin with.
     struct Check {
@@ -68,8 +68,8 @@ private:
         LogMoment start;
         LogMoment end;
         std::uint32_t status;
-        std::string model;
-        bool hasProcessOutput;  // known to the daemon, as motions need it
+        const GripperModel* model;  // null while unknown
+        bool hasProcessOutput;      // known to the daemon, as motions need it
     };
     /// A call whose last request has failed: if it was a reading, the next line may say so.
     struct Failed {
@@ -87,9 +87,9 @@ private:
         std::string unknownDevice;
         std::optional<Check> check;
         std::optional<Failed> failed;
-        LogOwner owner;     // of its last request
-        std::string usual;  // name of the owner of all its calls so far
-        bool isMixed = false;
+        LogOwner owner;         // of its last request
+        std::string onlyOwner;  // name of the owner of all its calls so far
+        bool servesSeveral = false;
     };
 
     bool TakeLine(const LogMoment& now, std::uint64_t id, Thread& thread, std::string_view message);
@@ -103,8 +103,8 @@ private:
     void FinishFailed(Thread& thread, bool isAbsent) const;
     void Report(const LogMoment& now, std::uint64_t id, const Match& match, LoggedCall call);
     LogRow RowOf(const LogMoment& now, std::uint64_t id, const Match& match, LoggedCall call);
-    void Settle(std::uint64_t id, const LogOwner& owner);
-    void NoteUsual(Thread& thread, LogOwner& owner);
+    void SetOwner(std::uint64_t id, const LogOwner& owner);
+    void TrackOwner(Thread& thread, LogOwner& owner);
     static Match Find(const std::vector<LinkPointer>& among, std::string_view key,
                       std::uint32_t status, std::uint64_t window);
 

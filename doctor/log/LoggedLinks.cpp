@@ -36,18 +36,16 @@ std::string ReadText(std::string_view list) {
     return Printable(text);
 }
 
-/// The name of the gripper's model in the device information "[1,3,17,32,16,20,0,31249,20]".
-std::string_view ReadModel(std::string_view list) {
+/// The gripper's model in the device information "[1,3,17,32,16,20,0,31249,20]", or null.
+const GripperModel* ReadModel(std::string_view list) {
     constexpr std::size_t kModelElement = 8;
     for (std::size_t i = 0; i < kModelElement && !list.empty(); ++i) {
         list.remove_prefix(std::min(list.find(','), list.size() - 1) + 1);
     }
     const std::string_view number = list.substr(0, list.find_first_of(",]"));
-    return number == "10"   ? "TLM"
-           : number == "20" ? "HVA"
-           : number == "40" ? "MZD S"
-           : number == "50" ? "MZD L"
-                            : "";
+    const auto models = GripperModels();
+    const auto found = std::ranges::find(models, number, &GripperModel::deviceId);
+    return found == models.end() ? nullptr : &*found;
 }
 
 /// The blank-separated word `number` of `text`.
@@ -98,7 +96,7 @@ void LoggedLink::TakeReply(std::string_view key, std::uint64_t line) {
 
 void LoggedLinks::Take(std::uint64_t line, std::uint64_t thread, std::string_view message) {
     if (message.starts_with("Starting TavrikDaemon")) {
-        Forget();
+        Clear();
         isComplete = true;
         return;
     }
@@ -114,7 +112,7 @@ void LoggedLinks::Take(std::uint64_t line, std::uint64_t thread, std::string_vie
     TakeTty(thread, message);
     if (const LinkPointer link = LinkOf(thread)) {
         if (Is(Role::Parser, thread)) {
-            TakeOfParser(line, *link, message);
+            TakeParserLine(line, *link, message);
         } else if (const auto ended = After("Pending command ", message)) {
             link->TakeReply(Word(*ended, 0), 0);
         } else if (message.starts_with("Init: Device mode is ")) {
@@ -145,11 +143,11 @@ LinkPointer LoggedLinks::LinkOf(std::uint64_t thread) const {
     return found == threads.end() ? nullptr : found->second.link;
 }
 
-bool LoggedLinks::IsAwaited(std::uint64_t thread) const {
+bool LoggedLinks::IsLinkUnknown(std::uint64_t thread) const {
     return Is(Role::State, thread) && LinkOf(thread) == nullptr;
 }
 
-std::vector<LinkPointer> LoggedLinks::WithoutState() const {
+std::vector<LinkPointer> LoggedLinks::LinksWithoutStateThread() const {
     std::vector<LinkPointer> without;
     std::ranges::copy_if(links, std::back_inserter(without),
                          [](const LinkPointer& link) { return !link->hasState; });
@@ -163,17 +161,17 @@ void LoggedLinks::Attach(std::uint64_t thread, const LinkPointer& link) {
     }
 }
 
-LinkPointer LoggedLinks::At(std::string_view node) const {
+LinkPointer LoggedLinks::FindByNode(std::string_view node) const {
     const auto found = std::ranges::find(
         links, node, [](const LinkPointer& link) { return std::string_view(link->node); });
     return found == links.end() ? nullptr : *found;
 }
 
-LinkPointer LoggedLinks::Only() const {
+LinkPointer LoggedLinks::OnlyLink() const {
     return isComplete && links.size() == 1 ? links.front() : nullptr;
 }
 
-void LoggedLinks::Forget() {
+void LoggedLinks::Clear() {
     links.clear();
     threads.clear();
     opened = nullptr;
@@ -243,7 +241,7 @@ void LoggedLinks::TakeTty(std::uint64_t thread, std::string_view message) {
     }
 }
 
-void LoggedLinks::TakeOfParser(std::uint64_t line, LoggedLink& link, std::string_view message) {
+void LoggedLinks::TakeParserLine(std::uint64_t line, LoggedLink& link, std::string_view message) {
     if (const auto text = After("Parsing line: ", message)) {
         Parse(line, link, *text);
     } else if (const auto accepted = After("ACK:", message)) {
@@ -259,7 +257,7 @@ void LoggedLinks::TakeOfParser(std::uint64_t line, LoggedLink& link, std::string
             link.AddReply({line, 0, Short(*finished), 0, "", link.processOutput, true});
         }
     } else if (const auto failed = After("ERR:", message)) {
-        const std::string_view code = Word(link.parsed, 2);
+        const std::string_view code = Word(link.lastLine, 2);
         int status = 0;
         if (std::from_chars(code.data(), code.data() + code.size(), status).ec == std::errc()) {
             link.AddReply({line, 0, Short(*failed), static_cast<std::uint32_t>(status), "",
@@ -268,7 +266,7 @@ void LoggedLinks::TakeOfParser(std::uint64_t line, LoggedLink& link, std::string
     } else if (const auto lost = Between("Active command ", " could not be found", message)) {
         const auto last =
             std::ranges::find(link.replies.rbegin(), link.replies.rend(), *lost, &LoggedReply::key);
-        if (last != link.replies.rend() && last->line >= link.parsedLine) {
+        if (last != link.replies.rend() && last->line >= link.lastLineNumber) {
             link.replies.erase(std::next(last).base());
         }
     } else if (const auto mode = After("Setting device mode to ", message)) {
@@ -284,8 +282,8 @@ void LoggedLinks::TakeOfParser(std::uint64_t line, LoggedLink& link, std::string
 
 /// Takes a line of the master.
 void LoggedLinks::Parse(std::uint64_t line, LoggedLink& link, std::string_view text) {
-    link.parsed = Short(text);
-    link.parsedLine = line;
+    link.lastLine = Short(text);
+    link.lastLineNumber = line;
     const std::string_view key = text.substr(0, text.find('='));
     if (key.size() == text.size() || text.starts_with("ACK") || text.starts_with("FIN") ||
         text.starts_with("ERR")) {

@@ -10,6 +10,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include "client/GripperModels.h"
+
 namespace tavrik {
 
 /// The end of a request, as the log has it from the master or the timeout monitor.
@@ -25,19 +27,19 @@ struct LoggedReply {
     std::size_t claims = 0;  ///< requests that it may belong to, but perhaps another reply does
 };
 
-/// A master and its gripper, as far as the log has told. Texts are empty while unknown.
+/// A master and its gripper, as far as known from the log. Texts are empty while unknown.
 struct LoggedLink {
-    std::string node;           ///< "/dev/ttyACM0"
-    std::string product;        ///< of the gripper
-    std::string serialNumber;   ///< of the gripper
-    std::string processOutput;  ///< the last value of PDOUT, "3,1"
-    std::string model;          ///< of the gripper, as the log names it: "MZD S"
-    std::string acknowledged;   ///< the key that the master acknowledged last
+    std::string node;                     ///< "/dev/ttyACM0"
+    std::string product;                  ///< of the gripper
+    std::string serialNumber;             ///< of the gripper
+    std::string processOutput;            ///< the last value of PDOUT, "3,1"
+    const GripperModel* model = nullptr;  ///< of the gripper
+    std::string acknowledged;             ///< the key that the master acknowledged last
     std::uint64_t acknowledgedLine = 0;
-    std::string parsed;               ///< the last line of the master
-    std::uint64_t parsedLine = 0;     ///< its number
-    std::deque<LoggedReply> replies;  ///< those that no request has been found for yet
-    bool isSetUp = false;             ///< its state thread has started, or is about to
+    std::string lastLine;              ///< the last line of the master
+    std::uint64_t lastLineNumber = 0;  ///< its number
+    std::deque<LoggedReply> replies;   ///< those that no request has been found for yet
+    bool isSetUp = false;              ///< its state thread has started, or is about to
     bool hasParser = false;
     bool hasMonitor = false;
     bool hasState = false;
@@ -74,22 +76,22 @@ public:
     LinkPointer LinkOf(std::uint64_t thread) const;
 
     /// Whether `thread` works for one master: what it sends is not a call.
-    bool IsOwn(std::uint64_t thread) const { return threads.contains(thread); }
+    bool IsLinkThread(std::uint64_t thread) const { return threads.contains(thread); }
 
     /// Whether `thread` is a state thread of which the master is not known yet.
-    bool IsAwaited(std::uint64_t thread) const;
+    bool IsLinkUnknown(std::uint64_t thread) const;
 
     /// The masters whose state thread is not known yet.
-    std::vector<LinkPointer> WithoutState() const;
+    std::vector<LinkPointer> LinksWithoutStateThread() const;
 
     /// Notes that `thread`, if it is a state thread, works for `link`.
     void Attach(std::uint64_t thread, const LinkPointer& link);
 
     /// The master whose tty is `node`, or null.
-    LinkPointer At(std::string_view node) const;
+    LinkPointer FindByNode(std::string_view node) const;
 
     /// The only master there can be; null if there are several, or the log began in the middle.
-    LinkPointer Only() const;
+    LinkPointer OnlyLink() const;
 
     const std::vector<LinkPointer>& All() const { return links; }
 
@@ -100,11 +102,11 @@ private:
         LinkPointer link;  // null while unknown
     };
 
-    void Forget();
+    void Clear();
     bool TakeThread(std::uint64_t thread, std::string_view message);
     void TakeUsb(std::uint64_t thread, std::string_view message);
     void TakeTty(std::uint64_t thread, std::string_view message);
-    void TakeOfParser(std::uint64_t line, LoggedLink& link, std::string_view message);
+    void TakeParserLine(std::uint64_t line, LoggedLink& link, std::string_view message);
     void Parse(std::uint64_t line, LoggedLink& link, std::string_view text);
     void Store(Role role, std::uint64_t thread, const LinkPointer& link);
     bool Is(Role role, std::uint64_t thread) const;

@@ -5,6 +5,7 @@
 
 #include "client/ExpectedCell.h"
 #include "client/Gripper.h"
+#include "client/GripperModels.h"
 #include "client/Printable.h"
 #include "client/Values.h"
 #include "tavrikctl/commands/Command.h"
@@ -16,7 +17,7 @@ namespace {
 struct Entry {
     std::string gripper;  // device string
     ProcessData data;
-    Model model;
+    ModelGuess model;
     std::string note;
     std::optional<bool> answers;  // whether its master does; nothing if not asked
 };

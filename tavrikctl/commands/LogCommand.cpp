@@ -6,11 +6,11 @@
 #include <stop_token>
 
 #include "client/Printable.h"
-#include "doctor/log/LogBegin.h"
 #include "doctor/log/LogFilter.h"
 #include "doctor/log/LogModel.h"
+#include "doctor/log/LogRow.h"
 #include "doctor/log/LogSource.h"
-#include "doctor/log/LogText.h"
+#include "doctor/log/LogStart.h"
 #include "tavrikctl/Interruption.h"
 #include "tavrikctl/LogView.h"
 #include "tavrikctl/commands/Command.h"
@@ -63,7 +63,7 @@ private:
     bool isVerbose = false;
     bool isWarned = false;
 
-    std::optional<LogBegin> begin;  // until it is reached
+    std::optional<LogStart> begin;  // until it is reached
     std::uint64_t linesBefore = 0;  // in a file
     bool isCatchingUp = false;      // with what was logged before, of which only the end is shown
     std::deque<LogRow> last;
@@ -115,7 +115,7 @@ ExitStatus LogCommand::Run(Daemon& /*daemon*/, Printer& printer) {
                           "the journal has no lines of TavrikDaemon: run this as root, or name its "
                           "log file: tavrikctl log FILE");
     }
-    if (!filter->IsFound(model.Present())) {
+    if (!filter->IsFound(model.PresentNames())) {
         throw Failure(ExitStatus::NoGripper, UnknownText());
     }
     PrintSummary(model.Summary(), printer);
@@ -149,13 +149,13 @@ std::unique_ptr<LogSource> LogCommand::Open(LogModel& model) {
 
 /// The number of lines before the last place where the time is that of --since.
 std::uint64_t LogCommand::LinesBefore() const {
-    LogBegin search = *begin;
+    LogStart search = *begin;
     const auto source = OpenLogFile(file, false);
     std::uint64_t count = 0;
     std::optional<std::uint64_t> found;
     std::string_view line;
     while (source->Next(line, kReadPatience) == LogSource::Result::Line) {
-        if (search.IsAt(ParseLogEntry(line))) {
+        if (search.StartsAt(ParseLogEntry(line))) {
             found = count;
         }
         ++count;
@@ -189,7 +189,7 @@ void LogCommand::Read(LogSource& source, LogModel& model, Printer& printer,
 
 /// Otherwise a user who follows the log waits in vain after mistyping a name.
 void LogCommand::WarnIfUnknown(const LogModel& model) {
-    if (!isWarned && isFollowed && !filter->IsFound(model.Present())) {
+    if (!isWarned && isFollowed && !filter->IsFound(model.PresentNames())) {
         Warn(UnknownText() + " so far");
     }
     isWarned = true;
@@ -202,7 +202,7 @@ std::string LogCommand::UnknownText() const {
 }
 
 void LogCommand::Take(LogModel& model, std::string_view line) {
-    if (begin && begin->IsAt(ParseLogEntry(line))) {
+    if (begin && begin->StartsAt(ParseLogEntry(line))) {
         begin.reset();
     }
     if (begin || linesBefore > 0) {

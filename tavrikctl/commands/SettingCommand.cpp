@@ -33,7 +33,7 @@ std::string SettingList() {
         text += "\n  " + padded(std::string(setting.name), kNameWidth) +
                 padded(ValueRange(setting), kRangeWidth) +
                 padded(option.empty() ? "" : "--" + option, kOptionWidth) +
-                std::string(setting.models);
+                SupportedModels(setting);
     }
     return text + "\n\nLimits are positions in the gripper's unit, in steps of 0.01.\n";
 }

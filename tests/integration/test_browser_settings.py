@@ -75,7 +75,7 @@ class RestoreTest(BrowserTestCase):
             self.press("Restore from the file")
             wait_until(lambda: self.progress().startswith("reading back, "))
             self.call("Reference", HVA)
-            self.wait_for_text(f"{SECTION} output", f"{HVA}: moves, now at")
+            self.wait_for_text(f"{SECTION} output", f"{HVA}: is moving, now at")
             self.wait_for_text(f"{SECTION} output", "1 of 1 settings were written")
         wait_until(lambda: self.call("GetState", HVA) == 8)
 

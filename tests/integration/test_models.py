@@ -2,7 +2,7 @@
 
 from .harness.cell import PORTS
 from .harness.cell_test_case import CellTestCase, main
-from .harness.methods import METHOD, METHODS, byte_list
+from .harness.methods import METHOD, byte_list
 
 MODELS = ("TLM", "HVA", "MZD-S", "MZD-L")
 

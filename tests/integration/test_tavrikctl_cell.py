@@ -111,8 +111,8 @@ class SaveTest(CellFileTestCase):
             self.assertEqual(self.file.read_text(), text)
 
     def test_wrong_files_are_refused(self):
-        for text, reason in (("", "not JSON, or cut off, at byte 1"),
-                             (self.file.read_text()[:-10], "not JSON, or cut off"),
+        for text, reason in (("", "not JSON, or truncated, at byte 1"),
+                             (self.file.read_text()[:-10], "not JSON, or truncated"),
                              (self.file.read_text().replace(": 1", ": 2"), "version 2"),
                              ("{}", "'format' is not 'TavrikDaemon cell'")):
             self.file.write_text(text)
@@ -236,7 +236,7 @@ class WithoutDaemonTest(unittest.TestCase):
         finding, = (each for each in json.loads(report.stdout)["findings"]
                     if each["what"] == "cell")
         self.assertEqual((finding["mark"], finding["finding"]),
-                         ("?", "the grippers are not known: they cannot be compared"))
+                         ("?", "the grippers cannot be compared: the list was not read"))
 
 
 if __name__ == "__main__":

@@ -191,7 +191,7 @@ class SourcesTest(LogTestCase):
                  if finding["finding"].startswith("log: ")}
         self.assertIn("2 calls, 1 refused, 0 timed out", found[HVA]["finding"])
         self.assertEqual((found[HVA]["mark"], found[HVA]["remedy"]),
-                         ("warn", f"see them: tavrikctl log {path}"))
+                         ("warn", f"to see them: tavrikctl log {path}"))
 
 
 class ScreenTest(LogTestCase):

@@ -191,7 +191,7 @@ class FailureTest(SettingsTestCase):
         self.assertEqual(status, NO_ANSWER, lines)
         self.assertEqual([" ".join(line.split()) for line in lines[start + 1:]], [
             "force of set 1 71 written",
-            "no-part-limit of set 1 4.00 may be written",
+            "no-part-limit of set 1 4.00 possibly written",
             "release-limit of set 1 20.00 not written",
             "To finish, repeat the command: it writes what still differs.",
             *self.wrapped(f"tavrikctl: {HVA}: status 5: the gripper's master did not answer within "
@@ -291,7 +291,8 @@ class MovingTest(SettingsTestCase):
         for arguments in (("show",), ("save", self.folder / "new"), ("diff", self.file),
                           ("restore", self.file, "--yes")):
             with self.subTest(arguments=arguments):
-                self.expect_failure(NOT_AT_REST, f"{TLM}: moves, now at 1", "settings", *arguments)
+                self.expect_failure(NOT_AT_REST, f"{TLM}: is moving, now at 1", "settings",
+                                    *arguments)
         self.assertEqual(self.call("GetState", TLM), 3)  # still
         self.assertEqual(self.call("GetNoPartLimit", TLM, 1), 2.0)
         self.assertFalse((self.folder / "new").exists())

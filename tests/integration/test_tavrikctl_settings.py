@@ -212,17 +212,17 @@ class WrongFileTest(SettingsTestCase):
         self.save(HVA)
         good = self.file.read_text()
         for text, reason in (
-                ("", "not JSON, or cut off, at byte 1"),
-                (good[:-20], "not JSON, or cut off, at byte"),
-                ("\0" * 1000, "not JSON, or cut off, at byte 1"),
-                ("[" * 500000, "not JSON, or cut off, at byte 500001"),
+                ("", "not JSON, or truncated, at byte 1"),
+                (good[:-20], "not JSON, or truncated, at byte"),
+                ("\0" * 1000, "not JSON, or truncated, at byte 1"),
+                ("[" * 500000, "not JSON, or truncated, at byte 500001"),
                 (" " * 2000000, "too large"),
                 ("[]", "not a JSON object"),
                 ("{}", "'format' is not 'TavrikDaemon gripper settings'"),
                 (good.replace('"version": 1', '"version": 2'), "version 2 of its format"),
                 (good.replace('"force":50', '"force":256', 1), "'force' must be 0 to 255"),
                 (good.replace('"force":50', '"force":"50"', 1), "'force' must be 0 to 255"),
-                (good.replace('"force":50', '"force":50,"force":60', 1), "'force' is there twice"),
+                (good.replace('"force":50', '"force":50,"force":60', 1), "duplicate name 'force'"),
                 (good.replace('"force":50', '"power":50', 1), "sets[0]: 'force' is missing"),
                 (good.replace("2.0", "400.0", 1), "'no-part-limit' must be -327.68 to 327.67"),
                 (good.replace("2.0", "1e999", 1), "has a number that is too large"),

@@ -149,7 +149,7 @@ TEST_F(SettingsFileTest, EveryMemberIsNeeded) {
     json["sets"][1].erase("force");
     ExpectInvalid("sets[1]: 'force' is missing");
     json["sets"].erase(0);
-    ExpectInvalid("sets[0]: 'set' must be 0: none may be left out");
+    ExpectInvalid("sets[0]: 'set' must be 0: none may be missing");
     json["sets"].clear();
     ExpectInvalid("set 0 is missing");
 }
@@ -175,9 +175,9 @@ TEST_F(SettingsFileTest, WrongTypesAreRejected) {
     json["reference-direction"] = 1;
     ExpectInvalid("'reference-direction' must be true or false");
     json["gripper"] = "";
-    ExpectInvalid("'gripper' must be a text");
+    ExpectInvalid("'gripper' must be a string");
     json["model"] = 1;
-    ExpectInvalid("'model' must be a text");
+    ExpectInvalid("'model' must be a string");
     json["checksum"] = 1.5;
     ExpectInvalid("'checksum' must be an integer");
 }

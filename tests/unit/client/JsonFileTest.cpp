@@ -30,17 +30,17 @@ protected:
 TEST_F(JsonFileTest, OnlyOneCompleteObjectIsAccepted) {
     file.Write(R"({"a": [1, {"a": 2}]})");
     EXPECT_EQ(ReadJsonFile(path)["a"][1]["a"], 2);
-    ExpectInvalid("", "not JSON, or cut off, at byte 1");
-    ExpectInvalid(R"({"a": [1, )", "not JSON, or cut off, at byte 11");
-    ExpectInvalid("{} {}", "not JSON, or cut off, at byte 4");
+    ExpectInvalid("", "not JSON, or truncated, at byte 1");
+    ExpectInvalid(R"({"a": [1, )", "not JSON, or truncated, at byte 11");
+    ExpectInvalid("{} {}", "not JSON, or truncated, at byte 4");
     ExpectInvalid("[1]", "not a JSON object");
-    ExpectInvalid("{\"\xff\": 1}", "not JSON, or cut off, at byte 3");
+    ExpectInvalid("{\"\xff\": 1}", "not JSON, or truncated, at byte 3");
     ExpectInvalid(R"({"a": 1e999})", "has a number that is too large");
 }
 
-TEST_F(JsonFileTest, ANameThatIsThereTwiceIsRejected) {
-    ExpectInvalid(R"({"a": 1, "a": 2})", "'a' is there twice");
-    ExpectInvalid(R"({"a": [{"b": 1, "c": {"b": 1}, "b": 2}]})", "'b' is there twice");
+TEST_F(JsonFileTest, DuplicateNamesAreRejected) {
+    ExpectInvalid(R"({"a": 1, "a": 2})", "duplicate name 'a'");
+    ExpectInvalid(R"({"a": [{"b": 1, "c": {"b": 1}, "b": 2}]})", "duplicate name 'b'");
 }
 
 TEST_F(JsonFileTest, LargeFilesAreRejected) {
@@ -49,11 +49,11 @@ TEST_F(JsonFileTest, LargeFilesAreRejected) {
 }
 
 TEST_F(JsonFileTest, NestedArraysAreReadToTheEnd) {
-    ExpectInvalid(std::string(1U << 14U, '['), "not JSON, or cut off, at byte 16385");
+    ExpectInvalid(std::string(1U << 14U, '['), "not JSON, or truncated, at byte 16385");
 }
 
 TEST_F(JsonFileTest, AMillionNestedArraysAreReadToTheEnd) {
-    ExpectInvalid(std::string(1U << 20U, '['), "not JSON, or cut off, at byte 1048577");
+    ExpectInvalid(std::string(1U << 20U, '['), "not JSON, or truncated, at byte 1048577");
 }
 
 TEST_F(JsonFileTest, AFileThatCannotBeReadIsNamedWithTheReason) {
@@ -94,7 +94,7 @@ TEST_F(JsonFileTest, ASymbolicLinkIsFollowed) {
     EXPECT_TRUE(fs::is_symlink(folder / "link"));
 }
 
-TEST_F(JsonFileTest, WhatIsNoFileIsNotReplaced) {
+TEST_F(JsonFileTest, OnlyRegularFilesAreReplaced) {
     EXPECT_FAILURE(ReplaceFile(folder, "new"), Failed,
                    ("failed to write " + folder.string() + ": it is not a regular file").c_str());
     EXPECT_FAILURE(ReplaceFile("/dev/null", "new"), Failed,

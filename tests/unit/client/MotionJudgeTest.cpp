@@ -167,7 +167,7 @@ TEST_F(MotionJudgeTest, AnotherStateAfterTheMotionIsAStop) {
     EXPECT_EQ(judge.End(), MotionEnd::Stopped);
 }
 
-TEST_F(MotionJudgeTest, AMotionThatWasUndoneIsAStop) {
+TEST_F(MotionJudgeTest, AMotionBackToItsStartIsAStop) {
     MotionJudge judge = Judge(MotionKind::Grip, At(28, State::Released));
     Add(judge, At(16, State::Gripping), 100);
     Add(judge, At(17, State::Releasing), 200);

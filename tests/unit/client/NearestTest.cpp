@@ -26,7 +26,7 @@ TEST(NearestTest, TheMostSimilarComesFirst) {
     EXPECT_EQ(Nearest("cat", {"cut", "hat", "cart", "bat", "cat"}).size(), 3U);
 }
 
-TEST(NearestTest, NothingIsNearToSomethingElse) {
+TEST(NearestTest, DissimilarTextsAreNotSuggested) {
     EXPECT_EQ(Nearest("dance", kCommands), Texts());
     EXPECT_EQ(Nearest("", kCommands), Texts());
     EXPECT_EQ(Nearest(std::string(100000, 'g'), kCommands), Texts());

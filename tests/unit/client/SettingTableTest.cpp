@@ -34,6 +34,14 @@ TEST(SettingTableTest, AnUnknownSettingIsRejected) {
                    ("unknown setting 'forces'; did you mean 'force'?" + list).c_str());
 }
 
+TEST(SettingTableTest, TheModelsAreThoseOfTheMethods) {
+    EXPECT_EQ(SupportedModels(FindSetting("force")), "HVA, MZD");
+    EXPECT_EQ(SupportedModels(FindSetting("no-part-limit")), "all models");
+    EXPECT_EQ(SupportedModels(FindSetting("override-grip")), "HVA, MZD; read: all");
+    EXPECT_EQ(SupportedModels(FindSetting("led-preset")), "MZD; cannot be read");
+    EXPECT_EQ(SupportedModels(FindSetting("checksum")), "all models; cannot be set");
+}
+
 TEST(SettingTableTest, ValuesOutOfRangeAreRejected) {
     const Setting& force = FindSetting("force");
     EXPECT_EQ(xmlrpc_c::value_int(ParseSetting(force, "255")).cvalue(), 255);

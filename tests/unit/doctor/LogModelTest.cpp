@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include "doctor/log/LogBegin.h"
 #include "doctor/log/LogEntry.h"
+#include "doctor/log/LogStart.h"
 
 namespace tavrik {
 namespace {
@@ -127,6 +127,25 @@ TEST(LogModelTest, ACallThatTwoMastersMayHaveAnsweredHasNoOwner) {
         EXPECT_EQ(calls[i].owner.candidates, (Lines{"HVA SN:1", "HVA SN:2"}));
     }
     EXPECT_EQ(calls[2].owner.gripper, "HVA SN:1");
+}
+
+TEST(LogModelTest, TheDetectedModelDecidesWhichMasterAndMethodItWas) {
+    const Rows calls = CallsOf({"12:00:01 5 New command DEVINFO. Active commands: 1",
+                                "12:00:01 6 New command DEVINFO. Active commands: 1",
+                                "12:00:01 11 Parsing line: DEVINFO=[1,3,17,32,16,20,0,31249,20]",
+                                "12:00:01 21 Parsing line: DEVINFO=[1,3,17,32,16,20,0,31249,10]",
+                                "12:00:01 5 Pending command DEVINFO deleted (Status: 0).",
+                                "12:00:01 6 Pending command DEVINFO deleted (Status: 0).",
+                                "12:00:01 5 TLM detected", "12:00:01 6 HVA detected",
+                                "12:00:01 6 New command PDOUT. Active commands: 1",
+                                "12:00:01 11 Parsing line: PDOUT=[6,0]", "12:00:01 11 FIN:PDOUT",
+                                "12:00:01 6 Pending command PDOUT deleted (Status: 0)."});
+    ASSERT_EQ(calls.size(), 2U);
+    EXPECT_EQ(calls[0].owner.gripper, "HVA SN:2");
+    EXPECT_EQ(calls[0].call->status, 3U);
+    EXPECT_EQ(calls[0].call->note, "not supported by its model");
+    EXPECT_EQ(calls[1].owner.gripper, "HVA SN:1");
+    EXPECT_EQ(calls[1].call->method, "Reference");
 }
 
 TEST(LogModelTest, AReplyIsUsedOnce) {
@@ -268,23 +287,23 @@ TEST(LogModelTest, WhatWasLearnedIsNeitherShownNorCounted) {
     EXPECT_EQ(model.Summary().starts, 0U);
 }
 
-TEST(LogBeginTest, ALogWithoutDatesBeginsOnceADay) {
-    LogBegin begin("14:00");
+TEST(LogStartTest, ALogWithoutDatesBeginsOnceADay) {
+    LogStart begin("14:00");
     Lines found;
     for (const char* const line : {"13:59:59 1 a", "14:00:00 1 b", "14:00:01 1 c", "00:00:00 1 d",
                                    "13:59:59 1 e", "15:00:00 1 f", "14:59:59 1 g"}) {
-        if (begin.IsAt(ParseLogEntry(line))) {
+        if (begin.StartsAt(ParseLogEntry(line))) {
             found.emplace_back(line);
         }
     }
     EXPECT_EQ(found, (Lines{"14:00:00 1 b", "15:00:00 1 f"}));
 }
 
-TEST(LogBeginTest, ALogWithDatesBeginsOnce) {
-    LogBegin begin("2026-11-22 14:00");
-    EXPECT_FALSE(begin.IsAt(ParseLogEntry("2026-11-20T23:00:00.0+0000 x[1]: 23:00:00 1 a")));
-    EXPECT_TRUE(begin.IsAt(ParseLogEntry("2026-11-24T13:00:00.0+0000 x[1]: 13:00:00 1 a")));
-    EXPECT_FALSE(begin.IsAt(ParseLogEntry("2026-11-24T15:00:00.0+0000 x[1]: 15:00:00 1 a")));
+TEST(LogStartTest, ALogWithDatesBeginsOnce) {
+    LogStart begin("2026-11-22 14:00");
+    EXPECT_FALSE(begin.StartsAt(ParseLogEntry("2026-11-20T23:00:00.0+0000 x[1]: 23:00:00 1 a")));
+    EXPECT_TRUE(begin.StartsAt(ParseLogEntry("2026-11-24T13:00:00.0+0000 x[1]: 13:00:00 1 a")));
+    EXPECT_FALSE(begin.StartsAt(ParseLogEntry("2026-11-24T15:00:00.0+0000 x[1]: 15:00:00 1 a")));
 }
 
 }  // namespace

@@ -29,7 +29,7 @@ TEST(ProcessTableTest, HoldersOfADeviceAreFound) {
     ASSERT_EQ(holders.size(), 1U);
     EXPECT_EQ(holders.front().Text(), "terminal (process 7)");
     EXPECT_TRUE(table.HoldersOfDevice(StatusOf("/dev/zero")).empty());
-    EXPECT_TRUE(table.SeesAll());
+    EXPECT_TRUE(table.CanReadAllOpenFiles());
 }
 
 TEST(ProcessTableTest, PseudoTerminalsOfContainersAreDistinct) {
@@ -90,10 +90,10 @@ TEST(ProcessTableTest, ProcessesOfAnotherNetworkHoldDevicesButServeOthers) {
     proc.Link("8/ns/net", "net:[1]");
     const ProcessTable table(proc.Path());
     EXPECT_FALSE(table.Find("TavrikDaemon"));
-    EXPECT_EQ(table.FindElsewhere("TavrikDaemon")->pid, 7);
+    EXPECT_EQ(table.FindInOtherNetwork("TavrikDaemon")->pid, 7);
     EXPECT_EQ(table.HoldersOfDevice(StatusOf("/dev/null")).size(), 1U);
     EXPECT_TRUE(table.Find("ours"));
-    EXPECT_FALSE(table.FindElsewhere("ours"));
+    EXPECT_FALSE(table.FindInOtherNetwork("ours"));
 }
 
 TEST(ProcessTableTest, AProcessInOurNetworkComesFirst) {
@@ -110,18 +110,18 @@ TEST(ProcessTableTest, HiddenProcessesAreDetected) {
     const FakeFolder proc;
     proc.AddProcess(7, "mine");
     const ProcessTable table(proc.Path());
-    EXPECT_FALSE(table.SeesAllNames());
-    EXPECT_FALSE(table.SeesAll());
-    EXPECT_TRUE(table.Sees(7));
-    EXPECT_FALSE(table.Sees(8));
+    EXPECT_FALSE(table.ListsAllProcesses());
+    EXPECT_FALSE(table.CanReadAllOpenFiles());
+    EXPECT_TRUE(table.CanReadOpenFiles(7));
+    EXPECT_FALSE(table.CanReadOpenFiles(8));
 }
 
 TEST(ProcessTableTest, HiddenOpenFilesAreDetected) {
     const FakeFolder proc;
     proc.Write("1/stat", "1 (init) S 0\n");  // and no list of files, like one that may not be read
     const ProcessTable table(proc.Path());
-    EXPECT_TRUE(table.SeesAllNames());
-    EXPECT_FALSE(table.SeesAll());
+    EXPECT_TRUE(table.ListsAllProcesses());
+    EXPECT_FALSE(table.CanReadAllOpenFiles());
 }
 
 TEST(ProcessTableTest, MalformedEntriesAreIgnored) {
@@ -138,7 +138,7 @@ TEST(ProcessTableTest, MalformedEntriesAreIgnored) {
 }
 
 TEST(ProcessTableTest, WithoutProcessesNothingIsSeen) {
-    EXPECT_FALSE(ProcessTable("/no/such/folder").SeesAll());
+    EXPECT_FALSE(ProcessTable("/no/such/folder").CanReadAllOpenFiles());
 }
 
 }  // namespace

@@ -16,7 +16,7 @@ TEST(ToolOutputTest, OutputErrorsAndStatusAreCaptured) {
 
 TEST(ToolOutputTest, ErrorsCanBeDropped) {
     const ToolOutput done = RunTool({"sh", "-c", "echo one; echo two >&2; exit 1"},
-                                    std::chrono::seconds(10), ToolErrors::Dropped);
+                                    std::chrono::seconds(10), ErrorOutput::Dropped);
     EXPECT_FALSE(done.succeeded);
     EXPECT_EQ(done.text, "one\n");
 }

@@ -6,7 +6,7 @@
 #include <string>
 #include <xmlrpc-c/base.hpp>
 
-#include "client/HttpTransport.h"
+#include "client/Endpoint.h"
 #include "web/HttpServer.h"
 
 namespace tavrik {

@@ -144,8 +144,8 @@ TEST_F(PageSettingsTest, ARestoreThatEndsTellsHowMuchWasWritten) {
         FAIL() << "the gripper moves";
     } catch (const Failure& failure) {
         EXPECT_EQ(std::string(failure.what()),
-                  "HVA SN:1: moves, now at 20.24 in state 8: stop the program that uses it, then "
-                  "try again; 1 of 2 settings were written");
+                  "HVA SN:1: is moving, now at 20.24 in state 8: stop the program that uses it, "
+                  "then try again; 1 of 2 settings were written");
     }
     EXPECT_EQ(log, (std::vector<std::string>{"force of set 2 = 60: written",
                                              "force of set 3 = 61: not written"}));

@@ -1,4 +1,4 @@
-#include "doctor/log/LogText.h"
+#include "doctor/log/LogRow.h"
 
 #include <array>
 #include <cstdio>
@@ -14,7 +14,7 @@ namespace {
 using std::chrono::microseconds;
 using Parts = std::vector<std::string>;
 
-constexpr const char* kBetween = "  ";
+constexpr const char* kSeparator = "  ";
 
 std::string Joined(const Parts& parts, const std::string& between) {
     std::string joined;
@@ -27,13 +27,13 @@ std::string Joined(const Parts& parts, const std::string& between) {
 std::string CallText(const LoggedCall& call) {
     return Joined({call.method, call.request, call.status ? std::to_string(*call.status) : "",
                    call.note, call.duration ? LogDuration(*call.duration, call.isExact) : ""},
-                  kBetween);
+                  kSeparator);
 }
 
 }  // namespace
 
 bool IsAlarming(const LogRow& row) {
-    return row.kind == LogKind::Trouble ||
+    return row.kind == LogKind::Problem ||
            (row.call && row.call->outcome != LoggedCall::Outcome::Done);
 }
 

@@ -1,4 +1,4 @@
-#include "doctor/log/LogBegin.h"
+#include "doctor/log/LogStart.h"
 
 #include <array>
 #include <charconv>
@@ -54,7 +54,7 @@ std::tm LocalTime(std::time_t time) {
 
 }  // namespace
 
-LogBegin::LogBegin(const std::string& text) : text(text) {
+LogStart::LogStart(const std::string& text) : text(text) {
     const std::time_t now = std::time(nullptr);
     std::tm today = LocalTime(now);
     today.tm_sec = 0;
@@ -89,7 +89,7 @@ LogBegin::LogBegin(const std::string& text) : text(text) {
                       "90s, 10min, 2h or 3d");
 }
 
-bool LogBegin::IsAt(const LogEntry& entry) {
+bool LogStart::StartsAt(const LogEntry& entry) {
     if (!entry.date.empty()) {
         const bool isAt = !isFound && entry.SinceStart() >= time;
         isFound = isFound || isAt;

@@ -8,13 +8,13 @@
 
 namespace tavrik {
 
-/// The time at which the part of a log begins that a user wants to see.
-class LogBegin {
+/// The time from which a user wants to see a log.
+class LogStart {
 public:
     /// @param text "14:00", "14:00:30", "2026-11-22", "2026-11-22 14:00", or how long ago: "90s",
     /// "10min", "2h", "3d"
     /// @throws Failure (Usage)
-    explicit LogBegin(const std::string& text);
+    explicit LogStart(const std::string& text);
 
     /// Since 1970.
     std::chrono::seconds Time() const { return time; }
@@ -22,7 +22,7 @@ public:
     /// Takes the next line of a log.
     /// @return whether the part begins here; in a log without dates once a day
     /// @throws Failure (Usage) if the log has no dates, but they are needed
-    bool IsAt(const LogEntry& entry);
+    bool StartsAt(const LogEntry& entry);
 
 private:
     std::string text;

@@ -148,15 +148,15 @@ std::size_t Width(const std::string& text) {
     return sum;
 }
 
-std::string Right(const std::string& text, std::size_t width) {
+std::string AlignRight(const std::string& text, std::size_t width) {
     return std::string(width - std::min(width, Width(text)), ' ') + text;
 }
 
-std::string Left(const std::string& text, std::size_t width) {
+std::string AlignLeft(const std::string& text, std::size_t width) {
     return text + std::string(width - std::min(width, Width(text)), ' ');
 }
 
-std::string Cut(const std::string& text, std::size_t width) {
+std::string CutToWidth(const std::string& text, std::size_t width) {
     std::string beginning;
     for (const Character& character : Characters(text)) {
         if (character.width > width) {
@@ -176,7 +176,7 @@ std::vector<std::string> Wrap(const std::string& text, std::size_t width) {
         }
         lines.back() += (lines.back().empty() ? "" : " ") + word;
         while (Width(lines.back()) > width) {
-            const std::string begin = Cut(lines.back(), width);
+            const std::string begin = CutToWidth(lines.back(), width);
             lines.push_back(lines.back().substr(begin.size()));
             lines[lines.size() - 2] = begin;
         }

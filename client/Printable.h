@@ -20,12 +20,12 @@ std::string CopyableName(const std::string& device);
 /// How many columns of a terminal printable `text` takes.
 std::size_t Width(const std::string& text);
 
-/// Printable `text` with blanks before it or after it up to `width` columns.
-std::string Right(const std::string& text, std::size_t width);
-std::string Left(const std::string& text, std::size_t width);
+/// Printable `text`, padded with blanks to `width` columns.
+std::string AlignLeft(const std::string& text, std::size_t width);
+std::string AlignRight(const std::string& text, std::size_t width);
 
 /// The beginning of printable `text` that fits into `width` columns.
-std::string Cut(const std::string& text, std::size_t width);
+std::string CutToWidth(const std::string& text, std::size_t width);
 
 /// Printable `text` in lines of at most `width` (2 or more) columns, broken at blanks, but within
 /// quotes or words only if they are longer. At least one line.

@@ -57,8 +57,8 @@ public:
         }
         const std::string space(lines.front().empty() ? 0 : gap, ' ');
         for (std::size_t i = 0; i < lines.size(); ++i) {
-            lines[i] +=
-                space + (align == Align::Left ? Left(texts[i], width) : Right(texts[i], width));
+            lines[i] += space + (align == Align::Left ? AlignLeft(texts[i], width)
+                                                      : AlignRight(texts[i], width));
         }
     }
 

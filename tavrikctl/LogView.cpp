@@ -53,12 +53,12 @@ std::vector<std::string> LogView::WideLines(const LogRow& row) {
     std::string head = LogMark(row) + " " + LogClock(row) + kSeparator;
     if (ShowsMaster()) {
         masterWidth = std::max(masterWidth, Width(master));
-        head += Left(master, masterWidth) + kSeparator;
+        head += AlignLeft(master, masterWidth) + kSeparator;
     } else if (owner.empty()) {
         owner = master;
     }
     ownerWidth = std::max(ownerWidth, Width(owner));
-    head += Left(owner, ownerWidth) + kSeparator;
+    head += AlignLeft(owner, ownerWidth) + kSeparator;
     const std::string text = LogText(row);
     const std::size_t width = Width(head);
     if (columns == 0 || width + Width(text) <= columns) {

@@ -17,14 +17,14 @@ std::string Bar(double share, std::size_t width) {
     constexpr std::size_t kBrackets = 2;
     const std::size_t room = width - std::min(width, kBrackets);
     const auto filled = std::lround(share * static_cast<double>(room));
-    return "[" + Left(std::string(static_cast<std::size_t>(filled), '#'), room) + "]";
+    return "[" + AlignLeft(std::string(static_cast<std::size_t>(filled), '#'), room) + "]";
 }
 
 std::vector<StyledText> TitleLines(const std::string& left, const std::string& right,
                                    std::size_t width) {
     const std::size_t used = Width(left) + 1;
     if (used + Width(right) <= width) {
-        return {{left + " " + Right(right, width - used)}};
+        return {{left + " " + AlignRight(right, width - used)}};
     }
     std::vector<StyledText> lines;
     AddWrapped(lines, left, width);
@@ -47,7 +47,7 @@ std::vector<StyledText> Cropped(std::vector<StyledText> lines, std::size_t width
                                 std::size_t height) {
     lines.resize(std::min(lines.size(), height));
     for (StyledText& line : lines) {
-        line.text = Cut(line.text, width);
+        line.text = CutToWidth(line.text, width);
     }
     return lines;
 }

@@ -46,7 +46,7 @@ std::string LocalTime(TimePoint time, bool complete) {
 
 /// A name or its title in a column that is wide enough for both.
 std::string NameColumn(const std::string& text, std::size_t width) {
-    return Left(text, std::max(width, kNameTitle.size()));
+    return AlignLeft(text, std::max(width, kNameTitle.size()));
 }
 
 /// What every form shows of an observation.

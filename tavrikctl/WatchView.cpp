@@ -94,8 +94,9 @@ std::vector<StyledText> WatchView::Render(std::size_t width, std::size_t height,
 
 std::string WatchView::PositionLine() const {
     const auto& data = history.back().data;
-    return "position  " + Right(data ? HundredthsText(data->position) : "-", 7) + "   state  " +
-           Right(data ? std::to_string(data->state) : "-", 2) + "   " + CallRateText();
+    return "position  " + AlignRight(data ? HundredthsText(data->position) : "-", 7) +
+           "   state  " + AlignRight(data ? std::to_string(data->state) : "-", 2) + "   " +
+           CallRateText();
 }
 
 void WatchView::AddWideValues(std::vector<StyledText>& lines, std::size_t width,
@@ -110,7 +111,7 @@ void WatchView::AddWideValues(std::vector<StyledText>& lines, std::size_t width,
         std::vector<StyledText> wrapped;
         AddWrapped(wrapped, text, width - kLabelWidth, alarming);
         for (StyledText& line : wrapped) {
-            line.text = Left(&line == &wrapped.front() ? label : "", kLabelWidth) + line.text;
+            line.text = AlignLeft(&line == &wrapped.front() ? label : "", kLabelWidth) + line.text;
         }
         lines.insert(lines.end(), wrapped.begin(), wrapped.end());
     }
@@ -143,7 +144,8 @@ std::string WatchView::CallRateText() const {
     const Observation& to = history.back();
     const double seconds = Seconds(to.time - from.time).count();
     const auto calls = static_cast<double>(to.calls - from.calls);
-    return Right(seconds > 0 ? std::to_string(std::lround(calls / seconds)) : "-", 3) + " calls/s";
+    return AlignRight(seconds > 0 ? std::to_string(std::lround(calls / seconds)) : "-", 3) +
+           " calls/s";
 }
 
 /// Empty if there is no room for it.
@@ -179,11 +181,11 @@ void WatchView::AddPlot(std::vector<StyledText>& lines, std::size_t width, std::
         const std::string label = row == 0          ? HundredthsText(high)
                                   : row == rows - 1 ? HundredthsText(low)
                                                     : "";
-        lines.push_back({Right(label, kAxisWidth - 2) + " |" + plot[row]});
+        lines.push_back({AlignRight(label, kAxisWidth - 2) + " |" + plot[row]});
     }
     const std::string start = std::to_string(-kPlotTime.count()) + " s";
     lines.push_back({std::string(kAxisWidth, ' ') + start +
-                     Right("now", columns - std::min(columns, start.size()))});
+                     AlignRight("now", columns - std::min(columns, start.size()))});
 }
 
 /// The place of a position in the scale, 0 to 1.

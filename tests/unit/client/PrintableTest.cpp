@@ -39,11 +39,11 @@ TEST(PrintableTest, ColumnsAreCounted) {
 
 TEST(PrintableTest, TextIsCutBetweenCharacters) {
     const std::string text = std::string("ab") + kUmlaut + kWide + "c";
-    EXPECT_EQ(Cut(text, 0), "");
-    EXPECT_EQ(Cut(text, 3), std::string("ab") + kUmlaut);
-    EXPECT_EQ(Cut(text, 4), std::string("ab") + kUmlaut);
-    EXPECT_EQ(Cut(text, 5), std::string("ab") + kUmlaut + kWide);
-    EXPECT_EQ(Cut(text, 100), text);
+    EXPECT_EQ(CutToWidth(text, 0), "");
+    EXPECT_EQ(CutToWidth(text, 3), std::string("ab") + kUmlaut);
+    EXPECT_EQ(CutToWidth(text, 4), std::string("ab") + kUmlaut);
+    EXPECT_EQ(CutToWidth(text, 5), std::string("ab") + kUmlaut + kWide);
+    EXPECT_EQ(CutToWidth(text, 100), text);
 }
 
 using Lines = std::vector<std::string>;

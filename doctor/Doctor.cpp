@@ -58,9 +58,7 @@ Finding Describe(const Gripper& gripper, const ProcessData& data, const std::str
     }
     const bool mayNeedReference = data.State() == GripperState::NeedsReference && mayHaveForce;
     return {Mark::Ok, name, text + ", model " + model.Text(),
-            mayNeedReference
-                ? "if it needs a reference run, clear its path, then: tavrikctl home " + word
-                : ""};
+            mayNeedReference ? "if not referenced, clear its path: tavrikctl home " + word : ""};
 }
 
 constexpr const char* kCell = "cell";

@@ -43,7 +43,7 @@ class RemedyTest(WordsTestCase):
     def test_a_missing_reference_run_is_hinted_at(self):
         finding = self.finding(DONE, HVA)
         self.assertEqual(finding["mark"], "ok")
-        self.assertIn("if it needs a reference run, clear its path, then: ", finding["remedy"])
+        self.assertIn("if not referenced, clear its path: ", finding["remedy"])
         self.type(finding["remedy"])
         wait_until(lambda: self.finding(DONE, HVA)["remedy"] == "")
 

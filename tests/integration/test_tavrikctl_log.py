@@ -118,7 +118,7 @@ class CallsTest(LogTestCase):
             self.assertEqual(self.call("GetForce", HVA, number), 0)
             self.assertEqual(self.call("GetNoPartLimit", HVA, number), 0)
         self.call("SetForce", HVA, 30, 50)
-        self.call("GetOverrideGrip", HVA)
+        override = self.call("GetOverrideGrip", HVA)
         lines = self.lines_so_far()
         rows = [row.partition(HVA)[2].strip() for row in self.rows(self.file(lines))]
         begin = max(i for i, row in enumerate(rows) if row.startswith("GetForce  PARAM[116][3]  3"))
@@ -128,7 +128,7 @@ class CallsTest(LogTestCase):
              "GetNoPartLimit  PARAM[116][1]  3  refused; returned 0  T",
              "18 more refused readings like those above",
              "Get/SetForce  PARAM[126][3]  3  refused  T",
-             "GetOverrideGrip  PARAM[64][1]=[64]  0  T"])
+             f"GetOverrideGrip  PARAM[64][1]=[{override:x}]  0  T"])
         self.assertNotIn("Parameter 1", "\n".join(rows[begin:]))
         every_row = [row for row in self.rows("-v", self.file(lines)) if "; returned 0" in row]
         self.assertEqual(len(every_row), 20)

@@ -19,17 +19,17 @@ using Kind = Setting::Kind;
 using Place = Setting::Place;
 
 constexpr std::array kSettings{
-    Setting{"force", "GetForce", "SetForce", Kind::Byte, Place::Set},
-    Setting{"no-part-limit", "GetNoPartLimit", "SetNoPartLimit", Kind::Limit, Place::Set},
-    Setting{"release-limit", "GetReleaseLimit", "SetReleaseLimit", Kind::Limit, Place::Set},
-    Setting{"override-grip", "GetOverrideGrip", "SetOverrideGrip", Kind::Byte, Place::Gripper},
+    Setting{"force", "GetForce", "SetForce", Kind::Byte, Place::Set, 3},
+    Setting{"no-part-limit", "GetNoPartLimit", "SetNoPartLimit", Kind::Limit, Place::Set, 1},
+    Setting{"release-limit", "GetReleaseLimit", "SetReleaseLimit", Kind::Limit, Place::Set, 2},
+    Setting{"override-grip", "GetOverrideGrip", "SetOverrideGrip", Kind::Byte, Place::Gripper, 1},
     Setting{"override-release", "GetOverrideRelease", "SetOverrideRelease", Kind::Byte,
-            Place::Gripper},
+            Place::Gripper, 2},
     Setting{"reference-direction", "GetReferenceDirection", "SetReferenceDirection", Kind::Flag,
-            Place::Gripper},
-    Setting{"led-animation", "GetLEDAnimation", "SetLEDAnimation", Kind::Byte, Place::Led},
-    Setting{"led-color", "GetLEDColor", "SetLEDColor", Kind::Byte, Place::Led},
-    Setting{"led-speed", "GetLEDSpeed", "SetLEDSpeed", Kind::Byte, Place::Led},
+            Place::Gripper, 3},
+    Setting{"led-animation", "GetLEDAnimation", "SetLEDAnimation", Kind::Byte, Place::Led, 1},
+    Setting{"led-color", "GetLEDColor", "SetLEDColor", Kind::Byte, Place::Led, 2},
+    Setting{"led-speed", "GetLEDSpeed", "SetLEDSpeed", Kind::Byte, Place::Led, 3},
     Setting{"led-preset", "", "SetLEDPreset", Kind::Preset, Place::Gripper},
     Setting{"checksum", "GetParameterChecksum", "", Kind::Checksum, Place::Gripper},
 };

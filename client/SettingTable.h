@@ -17,6 +17,9 @@ struct Setting {
     std::string_view setter;  ///< empty if it cannot be set
     Kind kind;
     Place place;
+    /// Of its parameter; 0 for the LED preset, which is part of the process output, and for the
+    /// checksum, which has an index of its own.
+    unsigned subindex = 0;
 };
 
 constexpr double kLimitSteps = 100;  ///< of a limit, per unit

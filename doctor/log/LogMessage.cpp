@@ -5,6 +5,9 @@
 #include <charconv>
 #include <vector>
 
+#include "client/MethodTable.h"
+#include "client/SettingTable.h"
+
 namespace tavrik {
 
 namespace {
@@ -120,22 +123,6 @@ const Beginning* BeginningOf(std::string_view message) {
     return found == kBeginnings.end() ? nullptr : found;
 }
 
-std::string_view NameOfParameter(unsigned index, unsigned subindex) {
-    constexpr unsigned kFirstSet = 0x60;
-    constexpr unsigned kFirstLed = 0x80;
-    constexpr std::array<std::string_view, 4> kOfSet{"", "NoPartLimit", "ReleaseLimit", "Force"};
-    constexpr std::array<std::string_view, 4> kOfLed{"", "LEDAnimation", "LEDColor", "LEDSpeed"};
-    constexpr std::array<std::string_view, 4> kOfGripper{"", "OverrideGrip", "OverrideRelease",
-                                                         "ReferenceDirection"};
-    if (subindex >= kOfSet.size()) {
-        return "";
-    }
-    if (index >= kFirstLed) {
-        return kOfLed.at(subindex);
-    }
-    return index >= kFirstSet ? kOfSet.at(subindex) : index == 0x40 ? kOfGripper.at(subindex) : "";
-}
-
 struct Address {
     unsigned index = 0;
     unsigned subindex = 0;
@@ -153,6 +140,25 @@ std::optional<Address> ReadAddress(std::string_view key) {
     return address;
 }
 
+/// The setting whose parameter has this address; null if there is none.
+const Setting* SettingAt(Address address) {
+    constexpr unsigned kGripper = 0x40;
+    constexpr unsigned kFirstSet = 0x60;
+    constexpr unsigned kFirstLed = 0x80;
+    using Place = Setting::Place;
+    const Place place = address.index >= kFirstLed   ? Place::Led
+                        : address.index >= kFirstSet ? Place::Set
+                                                     : Place::Gripper;
+    if (address.subindex == 0 || (place == Place::Gripper && address.index != kGripper)) {
+        return nullptr;
+    }
+    const auto settings = Settings();
+    const auto found = std::ranges::find_if(settings, [&](const Setting& setting) {
+        return setting.place == place && setting.subindex == address.subindex;
+    });
+    return found == settings.end() ? nullptr : &*found;
+}
+
 std::string MethodOfParameter(const LoggedRequest& request, Address address) {
     if (address.index == 3 && address.subindex == 4) {
         return "GetParameterChecksum";
@@ -160,12 +166,13 @@ std::string MethodOfParameter(const LoggedRequest& request, Address address) {
     if (address.index == 2 && address.subindex == 0) {
         return "StoreRemanent";
     }
-    const std::string name(NameOfParameter(address.index, address.subindex));
-    if (name.empty()) {
+    const Setting* const setting = SettingAt(address);
+    if (setting == nullptr) {
         return "";
     }
     // Only a read is answered by a value.
-    return (request.isRead ? "Get" : request.isAssigned ? "Set" : "Get/Set") + name;
+    return request.isRead ? std::string(setting->getter)
+                          : (request.isAssigned ? "" : "Get/") + std::string(setting->setter);
 }
 
 std::optional<unsigned> FirstByte(std::string_view list) {
@@ -273,11 +280,8 @@ std::string MethodsOf(const LoggedRequest& request) {
 
 bool NeedsModelCheck(std::string_view key) {
     const auto address = ReadAddress(key);
-    if (!address) {
-        return false;
-    }
-    const std::string_view name = NameOfParameter(address->index, address->subindex);
-    return name == "Force" || name == "ReferenceDirection" || name.starts_with("LED");
+    const Setting* const setting = address ? SettingAt(*address) : nullptr;
+    return setting != nullptr && FindMethod(setting->getter)->needs != Feature::None;
 }
 
 }  // namespace tavrik

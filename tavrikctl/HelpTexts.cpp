@@ -20,7 +20,7 @@ Example:
 What can go wrong:
   No grippers found: run 'tavrikctl doctor'.
   The master does not answer: the values may be old; check its power and cable.
-  Reading delays the calls of a working robot: use --passive.)"},
+  Reading disturbs a working robot: its calls may fail. Use --passive.)"},
         {"grip", R"(
 Closes the fingers until they hold a part or reach the no-part limit. Force and
 limit come from the parameter set. The fingers move at once.
@@ -198,7 +198,7 @@ Example:
 What can go wrong:
   frozen: the master does not answer; check its power and cable.
   none: the gripper was unplugged, or the daemon has ended; watch waits for it.
-  Reading delays the calls of a working robot: use --passive.)"},
+  Reading disturbs a working robot: its calls may fail. Use --passive.)"},
         {"call", R"(
 Sends one call with the types that the method needs. INTEGER is decimal, limits
 are a NUMBER in the unit of the gripper's positions. Nothing is checked or read
@@ -219,7 +219,7 @@ Example:
 
 What can go wrong:
   A row with "?" could not be checked: follow its "do:" line.
-  The checks delay the calls of a working robot.
+  The checks disturb a working robot: its calls may fail.
   A browser shows "404" or "405" for a port of the daemon: that is normal, the
   port serves programs only.)"},
     };

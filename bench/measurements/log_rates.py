@@ -1,7 +1,7 @@
-"""Measures how many lines per second the daemon logs in each kind of trouble.
+"""Measures how many lines per second the daemon logs under each fault.
 
-Usage: scripts/storm --log-rates [SECONDS [NAME...]]: measures each kind, or those named, for SECONDS
-(default 3).
+Usage: scripts/storm --log-rates [SECONDS [NAME...]]: measures all faults, or those named, for
+SECONDS (default 3).
 
 The log goes to a file in the folder for temporary files: a slower reader slows the daemon down.
 """
@@ -98,7 +98,7 @@ def sender_of(function):
     return action
 
 
-def measure(trouble, repeated, seconds):
+def measure(fault, repeated, seconds):
     """Returns the log lines per second in a cell with one gripper."""
     with tempfile.NamedTemporaryFile() as log, contextlib.ExitStack() as stack:
         cell = Cell("--gripper", "HVA", stdout=log)
@@ -107,13 +107,13 @@ def measure(trouble, repeated, seconds):
         # The last request before operate: from then on, the daemon reacts to every other mode.
         wait_until(lambda: "PDOUT?" in cell.show(0)["requests"])
         wait_until(lambda: cell.call("Grip", GRIPPER, 1) == 0)
-        trouble(cell)
+        fault(cell)
         time.sleep(1)  # until the log rate is constant
         before = count_lines(log.name)
         start = time.monotonic()
         while time.monotonic() < start + seconds:
             if repeated:
-                trouble(cell)
+                fault(cell)
             else:
                 time.sleep(0.01)
         elapsed = time.monotonic() - start
@@ -129,13 +129,13 @@ def count_lines(path):
 
 def main():
     seconds = float(sys.argv[1]) if len(sys.argv) > 1 else 3.0
-    troubles = [(state, False) for state in STATES] + [(action, True) for action in ACTIONS]
-    troubles += [(sender_of(kind), True) for kind in broken_output.ALL]
+    faults = [(state, False) for state in STATES] + [(action, True) for action in ACTIONS]
+    faults += [(sender_of(kind), True) for kind in broken_output.ALL]
     print("log lines a second")
-    for trouble, repeated in troubles:
-        if not sys.argv[2:] or trouble.__name__ in sys.argv[2:]:
-            rate = measure(trouble, repeated, seconds)
-            print(f"{rate:8.0f}  {trouble.__name__}: {trouble.__doc__}", flush=True)
+    for fault, repeated in faults:
+        if not sys.argv[2:] or fault.__name__ in sys.argv[2:]:
+            rate = measure(fault, repeated, seconds)
+            print(f"{rate:8.0f}  {fault.__name__}: {fault.__doc__}", flush=True)
 
 
 if __name__ == "__main__":

@@ -345,7 +345,7 @@ class BenchLoadTest(unittest.TestCase):
 
     def test_stops_when_the_server_hangs_up(self):
         result, message = self.load(lambda number: number < WARM_UP_CALLS + 3 and [ANSWER],
-                                      seconds="10")
+                                    seconds="10")
         self.assertEqual((result["calls"], result["wrong"]), (3, 1))
         self.assertIn("Connection reset", message)
 
@@ -425,7 +425,7 @@ class ServersTest(unittest.TestCase):
                 return json.loads(report)["p50Us"]
 
             # Again if the machine had other work, which makes one of the two longer.
-            wait_until(lambda: 0 < median("--fin-file", fin.name) < median())
+            wait_until(lambda: 0 < median("--fin-file", fin.name) < 0.75 * median())
             no_fin = subprocess.run(
                 [*self.load("GetPos", "--ports", str(DAEMON_PORT), "--expect", "25",
                             "--seconds", "0.1"), "--fin-file", fin.name],

@@ -244,7 +244,7 @@ class ControlTest(BrowserTestCase):
 
 class RestartTest(BrowserTestCase):
     def test_control_is_lost_to_another_while_tavrikweb_restarts(self):
-        self.console = ["ERR_", "403"]  # of the restart, and of the next sign of life
+        self.console = ["ERR_", "403"]  # of the restart, and of the next request that keeps control
         self.take_control_of_page()
         self.driver.set_network_conditions(offline=True, latency=0, throughput=0)
         self.web.stop()

@@ -30,7 +30,7 @@ LOG_ROOM = 1 << 20  # bytes between the daemon and the reader of its log
 PEAK_SLACK = 8192  # KiB that the daemon may need during a storm
 
 
-class LyingMasterTest(StormTestCase):
+class BrokenMasterTest(StormTestCase):
     options = ("--gripper", "HVA", "--gripper", "MZD-S")
 
     @classmethod

@@ -6,7 +6,7 @@ import pathlib
 import time
 import unittest
 
-from ..integration.harness.browser import HVA, BrowserTestCase
+from ..integration.harness.browser import BrowserTestCase
 from ..integration.harness.cell import wait_until
 
 FOLDER = pathlib.Path(__file__).resolve().parents[2] / "docs" / "web"

@@ -12,7 +12,7 @@ NOT_HELD, NOT_AS_EXPECTED, NO_PROCESS_DATA = 13, 14, 21
 
 # Without a user's settings that would affect tests.
 ENVIRONMENT = {name: value for name, value in os.environ.items()
-         if name not in ("NO_COLOR", "http_proxy", "HTTP_PROXY", "all_proxy", "ALL_PROXY")}
+               if name not in ("NO_COLOR", "http_proxy", "HTTP_PROXY", "all_proxy", "ALL_PROXY")}
 
 
 def arguments_of(*arguments):

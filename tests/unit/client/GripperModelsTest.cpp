@@ -11,7 +11,7 @@ TEST(GripperModelsTest, EachNameIsListedOnce) {
     EXPECT_EQ(ModelsWith(Feature::LedsAndHoldfast, " and "), "MZD");
 }
 
-TEST(GripperModelsTest, OnlyAKnownModelHasNoFurtherFeatures) {
+TEST(GripperModelsTest, AModelThatIsNotKnownMayHaveAllFeatures) {
     EXPECT_TRUE(MayHave("TLM", Feature::None));
     EXPECT_FALSE(MayHave("TLM", Feature::ForceAndReference));
     EXPECT_FALSE(MayHave("HVA", Feature::LedsAndHoldfast));
@@ -28,8 +28,8 @@ TEST(GripperModelsTest, AnAmbiguousModelMayLackWhatOneOfThemLacks) {
     EXPECT_FALSE(MayLack("MZD", Feature::LedsAndHoldfast));
 }
 
-std::string Narrowed(const std::string& told, const std::string& deviceString) {
-    const ModelGuess model = NarrowModel(told, deviceString);
+std::string Narrowed(const std::string& byAnswers, const std::string& deviceString) {
+    const ModelGuess model = NarrowModel(byAnswers, deviceString);
     return model.Text() + " (" + model.from + ")";
 }
 

@@ -18,7 +18,7 @@ using std::chrono::seconds;
 
 const std::string kWatched = "HVA SN:1";
 const ProcessData kStill(0x0803e8);
-constexpr milliseconds kAskPeriod(1000);
+constexpr milliseconds kPollPeriod(1000);
 
 class MasterWatchTest : public testing::Test {
 protected:
@@ -31,7 +31,7 @@ protected:
     }
 
     bool IsOld(const std::string& device = kWatched) {
-        return watch.Check(device, kStill, Clock::now(), kAskPeriod).has_value();
+        return watch.Check(device, kStill, Clock::now(), kPollPeriod).has_value();
     }
 
     std::atomic<bool> isSilent = false;
@@ -58,7 +58,7 @@ TEST_F(MasterWatchTest, ASilentMasterMakesDataOldUntilItAnswers) {
     isSilent = true;
     const auto start = Clock::now();
     EXPECT_TRUE(support::WaitFor([&] { return IsOld(); }));
-    EXPECT_GE(watch.Check(kWatched, kStill, Clock::now(), kAskPeriod), start);
+    EXPECT_GE(watch.Check(kWatched, kStill, Clock::now(), kPollPeriod), start);
     isSilent = false;
     EXPECT_TRUE(support::WaitFor([&] { return !IsOld(); }));
 }
@@ -66,7 +66,7 @@ TEST_F(MasterWatchTest, ASilentMasterMakesDataOldUntilItAnswers) {
 TEST_F(MasterWatchTest, AGripperThatMovesIsNotAsked) {
     int position = 0;
     EXPECT_TRUE(support::WaitFor([&] {
-        watch.Check("moves", ProcessData(0x080000 + ++position), Clock::now(), kAskPeriod);
+        watch.Check("moves", ProcessData(0x080000 + ++position), Clock::now(), kPollPeriod);
         IsOld();
         return questions > 2;
     }));
@@ -76,7 +76,7 @@ TEST_F(MasterWatchTest, AGripperThatMovesIsNotAsked) {
 TEST_F(MasterWatchTest, AGripperThatIsNotReadAnyMoreIsNotAsked) {
     EXPECT_TRUE(support::WaitFor([&] { return IsOld() || questions > 0; }));
     const auto then = Clock::now() - seconds(10);
-    watch.Check(kWatched, kStill, then, kAskPeriod);  // forgotten at the next look
+    watch.Check(kWatched, kStill, then, kPollPeriod);  // forgotten at the next look
     EXPECT_FALSE(support::WaitFor([&] { return questions > 1; }, milliseconds(1500)));
 }
 
@@ -87,7 +87,7 @@ TEST_F(MasterWatchTest, ReadingsDoNotWakeItsThread) {
     const long before = Sleeps();
     for (int i = 0; i < kReadings; ++i) {
         watch.Check("HVA SN:" + std::to_string(i % 32), ProcessData(0x080000 + i), Clock::now(),
-                    kAskPeriod);
+                    kPollPeriod);
     }
     EXPECT_LT(Sleeps() - before, kFew);
 }

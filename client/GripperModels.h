@@ -6,7 +6,7 @@
 
 namespace tavrik {
 
-/// What not all models have.
+/// Features that only some models have.
 enum class Feature {
     None,               ///< of methods that all models support
     ForceAndReference,  ///< also overrides that can be set

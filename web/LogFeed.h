@@ -17,8 +17,8 @@
 
 namespace tavrik {
 
-/// The daemon's log as rows for the page. Read only while pages ask for it, on a
-/// thread of its own.
+/// The daemon's log as rows for the page. Read only while pages ask for it, on a thread of
+/// its own.
 class LogFeed {
 public:
     /// @param file with the log; empty for the journal

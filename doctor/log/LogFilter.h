@@ -20,7 +20,8 @@ public:
     /// Rows of the daemon itself, and those that may be of the gripper, are wanted too.
     bool Wants(const LogRow& row);
 
-    /// Whether a row of the gripper was seen, or one of `names`, of grippers and masters, is meant.
+    /// Whether a row of the gripper was seen, or the wanted name matches one of `names`, those of
+    /// grippers and masters.
     bool IsFound(const std::vector<std::string>& names);
 
 private:

@@ -11,7 +11,7 @@ namespace tavrik {
 /// What a message of the daemon's log means to a person.
 enum class LogKind {
     Call,     ///< a call, folded to one row
-    Problem,  ///< refusals, time-outs, silence, failures
+    Problem,  ///< refusals, timeouts, silence, failures
     Event,    ///< start and stop, plugging, reopening, modes of the data link
     Routine,  ///< of interest only if one looks for details
     Other,    ///< not a known text of the daemon, such as lines of another program

@@ -28,7 +28,7 @@ struct LogMoment {
 /// lines. A call for which several masters remain has no owner.
 class LoggedCalls {
 public:
-    /// Is called with what the lines of a thread have shown.
+    /// Receives the results of a thread's lines.
     struct Listener {
         /// The owner of the thread's lines since its last request.
         std::function<void(std::uint64_t thread, const LogOwner& owner)> onOwner;

@@ -355,7 +355,7 @@ class SupervisionTest(MachineTestCase):
         self.machine.run(STOP)
         with socket.create_server(("0.0.0.0", PORTS[0])):
             self.machine.run(RESET)
-            self.machine.run(RESTART)
+            self.machine.run(f"{RESTART} --no-block")  # the daemon may end before the start is done
             wait_until(lambda: self.unit("ActiveState") == "failed")
             findings = self.expect_doctor(NO_DAEMON, ("wrong", "service"), ("wrong", TAKEN_PORT))
         self.assertRegex(findings["service"],

@@ -21,8 +21,9 @@ constexpr std::string_view kModelKey = "DEVINFO";
 // Only a log that was tampered with has more.
 constexpr std::size_t kMostCallThreads = 4096;
 
-/// A request is logged after it was written, so its reply may be logged first.
-constexpr std::uint64_t kMostLinesAhead = 500;
+/// A request is logged after it was written, so its reply may be logged first, and much more by
+/// other threads. Older replies would only leave more than one possible.
+constexpr std::uint64_t kMostLinesAhead = 5000;
 
 /// A write takes up to 4 s. A call that has not gone on by then has ended.
 constexpr std::chrono::seconds kLongestPause(5);
@@ -348,33 +349,38 @@ void LoggedCalls::TrackOwner(Thread& thread, LogOwner& owner) {
     }
 }
 
-/// Finds the masters with a reply that may be the one, and takes it if there is one only.
+/// Finds the masters with a reply that may be the one. Replies that certainly belong to ended
+/// requests are forgotten.
 LoggedCalls::Match LoggedCalls::Find(const std::vector<LinkPointer>& among, std::string_view key,
                                      std::uint32_t status, std::uint64_t window) {
-    const auto fits = [&](const LoggedReply& reply) {
-        return reply.key == key && reply.status == status && reply.begin > window;
-    };
     Match match{{}, {}, true, true};
-    std::vector<LoggedReply*> replies;
+    std::vector<std::uint64_t> possible;
     for (const LinkPointer& link : among) {
-        const auto found = std::ranges::find_if(link->replies, fits);
-        if (found != link->replies.end()) {
-            match.links.push_back(link);
-            match.allHaveValue = match.allHaveValue && !found->text.empty();
-            match.noneHasValue = match.noneHasValue && found->text.empty();
-            replies.push_back(&*found);
+        bool isFirst = true;
+        for (const LoggedReply& reply : link->replies) {
+            if (reply.key != key || reply.status != status || reply.begin <= window) {
+                continue;
+            }
+            possible.push_back(reply.line);
+            if (std::exchange(isFirst, false)) {
+                match.links.push_back(link);
+                match.reply = reply;
+                match.allHaveValue = match.allHaveValue && !reply.text.empty();
+                match.noneHasValue = match.noneHasValue && reply.text.empty();
+            }
         }
     }
     if (match.links.empty()) {
         return {};
     }
     if (match.links.size() == 1) {
-        match.reply = *replies.front();
+        match.links.front()->Drop(match.reply->line);
+    } else {
+        match.reply.reset();
     }
-    for (std::size_t i = 0; i < replies.size(); ++i) {
-        // Once there were as many requests as replies that fit, all of these are taken.
-        if (++replies[i]->claims >= replies.size()) {
-            match.links[i]->Drop(*replies[i]);
+    for (const std::uint64_t line : claims.Add(std::move(possible))) {
+        for (const LinkPointer& link : links.All()) {
+            link->Drop(line);
         }
     }
     return match;

@@ -12,6 +12,7 @@
 #include "doctor/log/LogMessage.h"
 #include "doctor/log/LogRow.h"
 #include "doctor/log/LoggedLinks.h"
+#include "doctor/log/ReplyClaims.h"
 
 namespace tavrik {
 
@@ -105,10 +106,11 @@ private:
     LogRow RowOf(const LogMoment& now, std::uint64_t id, const Match& match, LoggedCall call);
     void SetOwner(std::uint64_t id, const LogOwner& owner);
     void TrackOwner(Thread& thread, LogOwner& owner);
-    static Match Find(const std::vector<LinkPointer>& among, std::string_view key,
-                      std::uint32_t status, std::uint64_t window);
+    Match Find(const std::vector<LinkPointer>& among, std::string_view key, std::uint32_t status,
+               std::uint64_t window);
 
     LoggedLinks& links;
+    ReplyClaims claims;
     Listener listener;
     std::unordered_map<std::uint64_t, Thread> threads;
 };

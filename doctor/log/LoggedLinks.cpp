@@ -81,9 +81,8 @@ void LoggedLink::AddReply(LoggedReply reply) {
     }
 }
 
-void LoggedLink::Drop(const LoggedReply& reply) {
-    std::erase_if(replies,
-                  [line = reply.line](const LoggedReply& each) { return each.line == line; });
+void LoggedLink::Drop(std::uint64_t line) {
+    std::erase_if(replies, [line](const LoggedReply& reply) { return reply.line == line; });
 }
 
 void LoggedLink::TakeReply(std::string_view key, std::uint64_t line) {

@@ -24,7 +24,6 @@ struct LoggedReply {
     std::string before;  ///< the value of PDOUT before, "3,1"
     bool isFinished;     ///< false after a value that a FIN may follow
     std::chrono::milliseconds age{};  ///< of the request when it timed out
-    std::size_t claims = 0;  ///< requests that it may belong to, but perhaps another reply does
 };
 
 /// A master and its gripper, as far as known from the log. Texts are empty while unknown.
@@ -50,8 +49,8 @@ struct LoggedLink {
     /// Adds a reply; `reply.begin` is found here.
     void AddReply(LoggedReply reply);
 
-    /// Forgets one of `replies`.
-    void Drop(const LoggedReply& reply);
+    /// Forgets the reply on `line`, if it has one.
+    void Drop(std::uint64_t line);
 
     /// Forgets the oldest reply to `key` after `line`.
     void TakeReply(std::string_view key, std::uint64_t line);

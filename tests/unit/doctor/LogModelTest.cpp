@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <random>
+
 #include "doctor/log/LogEntry.h"
 #include "doctor/log/LogStart.h"
 
@@ -71,10 +74,11 @@ Lines MasterLines(const std::string& node, const std::string& serial, int first)
             line(3, "State thread active")};
 }
 
-Lines TwoMasters() {
+Lines ThreeMasters() {
     Lines lines{"12:00:00 1 Starting TavrikDaemon (2-port)"};
     for (const Lines& more :
-         {MasterLines("/dev/ttyACM0", "31", 10), MasterLines("/dev/ttyACM1", "32", 20)}) {
+         {MasterLines("/dev/ttyACM0", "31", 10), MasterLines("/dev/ttyACM1", "32", 20),
+          MasterLines("/dev/ttyACM2", "33", 30)}) {
         lines.insert(lines.end(), more.begin(), more.end());
     }
     return lines;
@@ -90,9 +94,9 @@ Rows RowsOf(const Lines& lines, bool withRoutine = false) {
     return rows;
 }
 
-/// The calls in `lines` after those of two masters.
+/// The calls in `lines` after those of three masters.
 Rows CallsOf(const Lines& lines) {
-    Lines all = TwoMasters();
+    Lines all = ThreeMasters();
     all.insert(all.end(), lines.begin(), lines.end());
     Rows rows = RowsOf(all);
     std::erase_if(rows, [](const LogRow& row) { return !row.call; });
@@ -159,6 +163,77 @@ TEST(LogModelTest, AReplyIsUsedOnce) {
     EXPECT_EQ(calls[1].owner.gripper, "HVA SN:2");
 }
 
+TEST(LogModelTest, AReplyIsKeptForTheRequestThatWaitsForIt) {
+    // The requests of 6 and 7 end first, and both may have had the reply to that of 5.
+    const Rows calls = CallsOf(
+        {"12:00:01 6 New command PDOUT. Active commands: 1", "12:00:01 21 FIN:PDOUT",
+         "12:00:01 5 Active commands: 0", "12:00:01 5 New command PDOUT. Active commands: 1",
+         "12:00:01 7 Active commands: 0", "12:00:01 7 New command PDOUT. Active commands: 1",
+         "12:00:01 11 FIN:PDOUT", "12:00:01 6 Pending command PDOUT deleted (Status: 0).",
+         "12:00:01 31 FIN:PDOUT", "12:00:01 7 Pending command PDOUT deleted (Status: 0).",
+         "12:00:01 5 Pending command PDOUT deleted (Status: 0)."});
+    ASSERT_EQ(calls.size(), 3U);
+    EXPECT_EQ(calls[0].owner.candidates, (Lines{"HVA SN:1", "HVA SN:2"}));
+    EXPECT_EQ(calls[1].owner.candidates, (Lines{"HVA SN:1", "HVA SN:3"}));
+    EXPECT_EQ(calls[2].owner.candidates, (Lines{"HVA SN:1", "HVA SN:3"}));
+}
+
+/// The log of robots that call a gripper each without a pause, their threads interrupted anywhere.
+/// @return lines; the thread of the robot of master `i` is 100 + i
+Lines RandomCalls(unsigned seed, int robots) {
+    constexpr int kCalls = 15;
+    struct Robot {
+        int calls = 0;
+        bool isSent = false;
+        bool isLogged = false;      // that it was sent
+        std::size_t replyLine = 0;  // the next one
+    };
+    const Lines reply{"Parsing line: ACK PDOUT", "ACK:PDOUT", "Parsing line: PDOUT=[3,1]",
+                      "Parsing line: FIN PDOUT", "FIN:PDOUT"};
+    std::mt19937 random(seed);
+    std::vector<Robot> all(static_cast<std::size_t>(robots));
+    Lines lines;
+    while (std::ranges::any_of(all, [](const Robot& robot) { return robot.calls < kCalls; })) {
+        const std::size_t i = random() % all.size();
+        Robot& robot = all[i];
+        const auto log = [&](std::size_t thread, const std::string& text) {
+            lines.push_back("12:00:01 " + std::to_string(thread) + " " + text);
+        };
+        if (!robot.isSent) {
+            robot.isSent = robot.calls < kCalls;
+        } else if (robot.replyLine < reply.size() && random() % 2 == 0) {
+            log(10 * i + 11, reply[robot.replyLine++]);
+        } else if (!robot.isLogged) {
+            robot.isLogged = true;
+            log(100 + i, "New command PDOUT. Active commands: 1");
+        } else if (robot.replyLine == reply.size()) {
+            log(100 + i, "Pending command PDOUT deleted (Status: 0).");
+            log(100 + i, "Active commands: 0");
+            robot = {.calls = robot.calls + 1};
+        }
+    }
+    return lines;
+}
+
+TEST(LogModelTest, NoInterleavingGivesACallToAnotherGripper) {
+    int known = 0;
+    int unknown = 0;
+    for (unsigned seed = 0; seed < 100; ++seed) {
+        for (const LogRow& row : CallsOf(RandomCalls(seed, 3))) {
+            const std::string gripper = "HVA SN:" + std::to_string(*row.thread - 99);
+            if (row.owner.IsKnown()) {
+                ++known;
+                ASSERT_EQ(row.owner.gripper, gripper) << "seed " << seed;
+            } else {
+                ++unknown;
+                ASSERT_EQ(std::ranges::count(row.owner.candidates, gripper), 1) << "seed " << seed;
+            }
+        }
+    }
+    EXPECT_GT(known, 0);
+    EXPECT_GT(unknown, 0);
+}
+
 TEST(LogModelTest, AReplyThatNoRequestWaitsForIsIgnored) {
     const Rows calls = CallsOf(
         {"12:00:01 5 New command PDOUT. Active commands: 1", "12:00:01 11 Parsing line: FIN PDOUT",
@@ -221,7 +296,7 @@ TEST(LogModelTest, AThreadThatEndsMayServeClientsLater) {
 }
 
 TEST(LogModelTest, AGripperThatMayHaveBeenExchangedHasNoName) {
-    Lines lines = TwoMasters();
+    Lines lines = ThreeMasters();
     lines.insert(lines.end(), {"12:00:01 11 Setting device mode to 1", "12:00:01 13 ESTABCOMM"});
     const LogRow row = RowsOf(lines).back();
     EXPECT_EQ(row.text, "ESTABCOMM");
@@ -230,7 +305,7 @@ TEST(LogModelTest, AGripperThatMayHaveBeenExchangedHasNoName) {
 }
 
 TEST(LogModelTest, RoutineIsHeldUntilItsOwnerIsKnown) {
-    Lines lines = TwoMasters();
+    Lines lines = ThreeMasters();
     lines.insert(lines.end(), {"12:00:01 5 New command PDOUT. Active commands: 1",
                                "12:00:01 11 PDIN active", "12:00:01 21 FIN:PDOUT",
                                "12:00:01 5 Pending command PDOUT deleted (Status: 0)."});
@@ -260,7 +335,7 @@ TEST(LogModelTest, AStateThreadThatStartsLateIsKnownByItsFirstRequest) {
 }
 
 TEST(LogModelTest, RepeatedTroubleIsCounted) {
-    Lines lines = TwoMasters();
+    Lines lines = ThreeMasters();
     for (int i = 0; i < 100; ++i) {
         lines.emplace_back("12:00:01 11 Input timeout");
         lines.emplace_back("12:00:01 11 Parser: No input data");
@@ -276,7 +351,7 @@ TEST(LogModelTest, RepeatedTroubleIsCounted) {
 TEST(LogModelTest, WhatWasLearnedIsNeitherShownNorCounted) {
     Rows rows;
     LogModel model([&](const LogRow& row) { rows.push_back(row); }, true);
-    for (const std::string& line : TwoMasters()) {
+    for (const std::string& line : ThreeMasters()) {
         model.Learn(line);
     }
     model.Take("12:00:05 11 PDIN active");

@@ -413,30 +413,25 @@ class ServersTest(unittest.TestCase):
         return [PROGRAMS / "bench-load", "--connections", "1", "--method", method,
                 "--device", "HVA SN:B00", *options]
 
-    def test_the_time_from_fin_is_less_than_the_call(self):
+    def test_the_time_from_fin_needs_a_fin(self):
         with tempfile.NamedTemporaryFile() as fin:
             self.daemon(fin_file=fin.name)
             grip = self.load("Grip", "--ports", str(DAEMON_PORT), "--int", "1", "--expect", "0",
                              "--seconds", "0.1")
             wait_until(lambda: subprocess.run(grip, stdout=subprocess.DEVNULL).returncode == 0)
 
-            def median(*options):
-                report = subprocess.run([*grip, *options], check=True, stdout=subprocess.PIPE).stdout
-                return json.loads(report)["p50Us"]
-
-            # The least of several: other work of the machine makes some of them longer.
-            whole, from_fin = (min(median(*options) for _ in range(5))
-                               for options in ((), ("--fin-file", fin.name)))
+            report = subprocess.run([*grip, "--fin-file", fin.name], check=True,
+                                    stdout=subprocess.PIPE).stdout
             no_fin = subprocess.run(
                 [*self.load("GetPos", "--ports", str(DAEMON_PORT), "--expect", "25",
                             "--seconds", "0.1"), "--fin-file", fin.name],
                 check=False, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
         self.assertIn(b"no FIN before the answer", no_fin.stderr)
-        self.assertGreater(from_fin, 0)
-        self.assertLess(from_fin, 0.75 * whole)
+        self.assertGreater(json.loads(report)["p50Us"], 0)
 
-    def test_time_from_fin_ends_when_the_last_byte_is_sent(self):
-        """Not when the first byte is sent, nor when the client runs again."""
+    def test_the_time_from_fin_ends_when_the_last_byte_is_sent(self):
+        """It does not begin with the call, nor end when the first byte is sent or when the client
+        runs again."""
         pieces, pause, sleep = (ANSWER[:30], ANSWER[30:]), 0.2, 1.0
         with tempfile.NamedTemporaryFile() as fin, \
                 socket.create_server(("127.0.0.1", 0)) as listener, \
@@ -451,6 +446,7 @@ class ServersTest(unittest.TestCase):
                     client.sendall(ANSWER)
                 client.recv(4096)
                 load.send_signal(signal.SIGSTOP)
+                time.sleep(sleep)
                 os.pwrite(fin.fileno(), struct.pack("q", time.time_ns()), 0)
                 client.sendall(pieces[0])
                 time.sleep(pause)

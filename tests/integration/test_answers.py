@@ -189,12 +189,15 @@ class AnswerTest(CellTestCase):
         for kind in ("a call", "a fault", "an answer of two pieces"):
             request, expected = KINDS[kind]
             with self.subTest(kind=kind), connect() as connection:
-                start = time.monotonic()
+                times = []
                 for _ in range(100):
+                    start = time.monotonic()
                     connection.sendall(request)
                     receive(connection, length_on_the_wire(expected))
-                # The kernel delays acknowledgements by 40 ms and corked data by 200 ms.
-                self.assertLess(time.monotonic() - start, 2 * SLOWNESS)
+                    times.append(time.monotonic() - start)
+                # The kernel delays acknowledgements by 40 ms and corked data by 200 ms, but not
+                # each one. Other work of the machine delays most calls at worst.
+                self.assertLess(sorted(times)[10], 0.03)
 
     def test_the_interim_answer_comes_before_the_body_is_sent(self):
         header, body = http_request(GET_POS, field="Expect: 100-continue\r\n").split(b"\r\n\r\n")

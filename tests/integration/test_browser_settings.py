@@ -11,6 +11,7 @@ from .harness.web import post
 
 SECTION = "section[aria-label='Settings']"
 TLM = "TLM SN:100002"
+LONGEST = 4 * PATIENCE  # seconds for a restore whose every request the master delays
 
 # A step can be over before a test that waits for it looks at the page.
 RECORD_PROGRESS = """
@@ -58,7 +59,7 @@ class RestoreTest(BrowserTestCase):
         with self.condition("delay 0 20", "delay 0 0"):
             self.driver.execute_script(RECORD_PROGRESS, f"{SECTION} progress + .note")
             self.press("Restore from the file")
-            self.wait_for_text(f"{SECTION} output", "all settings are as in wanted.json")
+            self.wait_for_text(f"{SECTION} output", "all settings are as in wanted.json", LONGEST)
         wait_until(lambda: self.progress() == "")
         told = [text.split(", ") for text in self.driver.execute_script("return window.told")
                 if text]
@@ -73,7 +74,7 @@ class RestoreTest(BrowserTestCase):
         self.choose_file(HVA, change)
         with self.condition("delay 0 20", "delay 0 0"):
             self.press("Restore from the file")
-            wait_until(lambda: self.progress().startswith("reading back, "))
+            wait_until(lambda: self.progress().startswith("reading back, "), LONGEST)
             self.call("Reference", HVA)
             self.wait_for_text(f"{SECTION} output", f"{HVA}: is moving, now at")
             self.wait_for_text(f"{SECTION} output", "1 of 1 settings were written")
@@ -85,11 +86,13 @@ class RestoreTest(BrowserTestCase):
         self.choose_file(HVA, change)
         force = self.call("GetForce", HVA, 3)
         with self.condition("delay 0 20", "delay 0 0"):
+            mark = self.cell.log.mark()
             self.press("Restore from the file")
-            wait_until(lambda: self.progress().startswith("reading, "))
+            # The page may show it when much has been read already.
+            self.cell.log.wait_for(r"New command PARAM\[", since=mark)
             self.take_control()
             # seen when all settings are read
-            self.wait_for_text(f"{SECTION} output", "you no longer have control", 4 * PATIENCE)
+            self.wait_for_text(f"{SECTION} output", "you no longer have control", LONGEST)
         self.assertEqual(self.call("GetForce", HVA, 3), force)
         self.assertFalse(self.find("button", "Restore from the file").is_enabled())
 

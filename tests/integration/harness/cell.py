@@ -142,12 +142,13 @@ class Cell:
         self.ended = False
         self.markers = 0
         self.commands = threading.Lock()
-        # A session of its own, so that all its processes can be killed together.
+        # A group of its own, so that all its processes can be killed together; but not a session,
+        # because the kernel may give each session an equal share of the processors.
         self.process = subprocess.Popen(
             [*DIES_WITH_PARENT, self.simulator, *options, "--", *(command or [self.daemon])],
             env={**os.environ, **(environment or {})},
             stdin=subprocess.PIPE, stdout=stdout, stderr=subprocess.PIPE,
-            start_new_session=True)
+            process_group=0)
         self.log = Output("standard output", self.process.stdout) if self.process.stdout else None
         self.errors = Output("standard error", self.process.stderr)
 

@@ -7,12 +7,11 @@ import pathlib
 import re
 import shlex
 import signal
-import statistics
 import subprocess
 import time
 
 from .harness import ctl
-from .harness.cell import SLOWNESS, wait_until
+from .harness.cell import wait_until
 from .harness.cell_test_case import main
 from .harness.ctl import (DID_NOT_MOVE, FAULTY, NOT_AT_REST, NOT_HELD, NO_ANSWER, NO_PROCESS_DATA,
                           USAGE)
@@ -260,32 +259,6 @@ class EndTest(WaitTestCase):
         process.process.send_signal(signal.SIGINT)
         self.expect_end(process, -signal.SIGINT, "interrupted while it holds the part, at 12.50")
         self.assertEqual(self.state(0), "holding")
-
-
-class PromptnessTest(WaitTestCase):
-    """Side by side: when the simulated gripper is there, and when tavrikctl says so."""
-
-    options = ("--gripper", "HVA")
-    LIMIT = 0.05 * SLOWNESS  # seconds
-
-    def delay(self, command, state):
-        """Seconds from the last moment at which the motion had not ended to the report."""
-        process = self.started(command, HVA)
-        while True:
-            before = time.monotonic()
-            if self.cell.show(0)["stateName"] == state:
-                break
-            end = before
-        process.output.wait_for(f"^{HVA}: ")
-        return time.monotonic() - end
-
-    def test_the_end_is_reported_within_50_ms(self):
-        self.ctl("home", HVA, "--wait")
-        delays = []
-        for _ in range(4):
-            delays += [self.delay("grip", "no part"), self.delay("release", "released")]
-        print("Delays in ms:", *(round(1000 * delay) for delay in delays))
-        self.assertLess(statistics.median(delays), self.LIMIT)
 
 
 class InterruptionTest(WaitTestCase):

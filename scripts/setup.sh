@@ -63,3 +63,16 @@ build() {
     say "Building: $1"
     cmake --preset "$@" && cmake --build --preset "$1"
 }
+
+# Groups of processes that the kernel makes by session. With them, Linux 6.18 now and then gives
+# tests beside other work no processor for up to 12 s, whatever the priorities.
+AUTOGROUP=/proc/sys/kernel/sched_autogroup_enabled
+
+# Switches them off. Fails where it may not. The caller restores them at its end.
+switch_autogroup_off() {
+    local before=0
+    [ ! -e "$AUTOGROUP" ] || before=$(<"$AUTOGROUP")
+    [ "$before" = 0 ] || { echo 0 >"$AUTOGROUP" && autogroup=$before; } 2>/dev/null
+}
+
+restore_autogroup() { [ ! -v autogroup ] || echo "$autogroup" >"$AUTOGROUP"; }

@@ -22,7 +22,8 @@ constexpr std::string_view kModelKey = "DEVINFO";
 constexpr std::size_t kMostCallThreads = 4096;
 
 /// A request is logged after it was written, so its reply may be logged first, and much more by
-/// other threads. Older replies would only leave more than one possible.
+/// other threads. Older replies are leftovers: more lines are hardly logged while a thread waits
+/// for a processor.
 constexpr std::uint64_t kMostLinesAhead = 5000;
 
 /// A write takes up to 4 s. A call that has not gone on by then has ended.
@@ -38,9 +39,10 @@ LogOwner OwnerOf(const std::vector<LinkPointer>& links) {
     LogOwner owner;
     for (const LinkPointer& link : links) {
         const LogOwner one{link->node, link->Gripper()};
-        if (one.IsKnown()) {
-            owner.candidates.push_back(one.Name());
+        if (!one.IsKnown()) {
+            return {};  // the others alone would mislead
         }
+        owner.candidates.push_back(one.Name());
     }
     return owner;
 }
@@ -155,9 +157,8 @@ bool LoggedCalls::TakeFailure(const LogMoment& now, std::uint64_t id, Thread& th
     } else if (message.starts_with("Failed to send command ")) {
         thread.isSent = false;
     } else if (message == "Device has been removed") {
-        const Match match = thread.check ? thread.check->match : Match();
-        thread.check.reset();
-        Report(now, id, match,
+        thread.check.reset();  // it may be of another call, which was refused
+        Report(now, id, {},
                {.outcome = Outcome::Refused, .status = kNotSent, .note = "master unplugged"});
     } else if (const auto device = Between("Device '", "' not found", message)) {
         thread.unknownDevice = *device;
@@ -181,13 +182,17 @@ bool LoggedCalls::TakeFailure(const LogMoment& now, std::uint64_t id, Thread& th
 
 void LoggedCalls::Begin(const LogMoment& now, std::uint64_t id, Thread& thread,
                         std::string_view key) {
+    SetKey(id, thread, key);
+    const std::uint64_t ahead = now.line > kMostLinesAhead ? now.line - kMostLinesAhead : 0;
+    thread.window = std::max(thread.lastLine, ahead);
+    thread.start = now;
+}
+
+void LoggedCalls::SetKey(std::uint64_t id, Thread& thread, std::string_view key) {
     if (thread.check && !MayFollowCheck(key)) {
         FinishCheck(id, thread);
     }
     thread.key = key;
-    const std::uint64_t ahead = now.line > kMostLinesAhead ? now.line - kMostLinesAhead : 0;
-    thread.window = std::max(thread.lastLine, ahead);
-    thread.start = now;
 }
 
 /// @param text "PDOUT deleted (Status: 0)."
@@ -203,18 +208,19 @@ void LoggedCalls::Finish(const LogMoment& now, std::uint64_t id, Thread& thread,
     std::from_chars(number.data(), number.data() + number.size(), status);
     const bool wasBegun = thread.key == text.substr(0, end);
     if (!wasBegun) {  // not sent, or its beginning is not in the log
-        thread.key = text.substr(0, end);
+        SetKey(id, thread, text.substr(0, end));
         thread.window = thread.lastLine;
         thread.start = {};
     }
     Match match;
-    if (thread.isSent) {
+    const bool isCut = !wasBegun && thread.lastLine == 0;  // so may be its reply
+    if (thread.isSent && !isCut) {
         const bool isChecked = thread.check && thread.check->match.links.size() == 1;
         match = Find(links.IsLinkUnknown(id)                    ? links.LinksWithoutStateThread()
                      : isChecked && NeedsModelCheck(thread.key) ? thread.check->match.links
                                                                 : links.All(),
                      thread.key, status, thread.window);
-    } else {
+    } else if (!thread.isSent) {
         status = kNotSent;
     }
     FinishRequest(now, id, thread, std::move(match), status);
@@ -256,7 +262,7 @@ void LoggedCalls::FinishRequest(const LogMoment& now, std::uint64_t id, Thread& 
     if (const auto check = std::exchange(thread.check, std::nullopt)) {
         request.followsModelCheck = true;
         start = check->start;
-        if (!thread.isSent) {
+        if (!thread.isSent && NeedsModelCheck(thread.key)) {
             match.links = check->match.links;
         }
     }
@@ -361,13 +367,13 @@ LoggedCalls::Match LoggedCalls::Find(const std::vector<LinkPointer>& among, std:
             if (reply.key != key || reply.status != status || reply.begin <= window) {
                 continue;
             }
-            possible.push_back(reply.line);
+            match.allHaveValue = match.allHaveValue && !reply.text.empty();
+            match.noneHasValue = match.noneHasValue && reply.text.empty();
             if (std::exchange(isFirst, false)) {
                 match.links.push_back(link);
                 match.reply = reply;
-                match.allHaveValue = match.allHaveValue && !reply.text.empty();
-                match.noneHasValue = match.noneHasValue && reply.text.empty();
             }
+            possible.push_back(reply.line);
         }
     }
     if (match.links.empty()) {
@@ -375,7 +381,8 @@ LoggedCalls::Match LoggedCalls::Find(const std::vector<LinkPointer>& among, std:
     }
     if (match.links.size() == 1) {
         match.links.front()->Drop(match.reply->line);
-    } else {
+    }
+    if (possible.size() > 1) {
         match.reply.reset();
     }
     for (const std::uint64_t line : claims.Add(std::move(possible))) {

@@ -97,6 +97,7 @@ private:
     bool TakeFailure(const LogMoment& now, std::uint64_t id, Thread& thread,
                      std::string_view message);
     void Begin(const LogMoment& now, std::uint64_t id, Thread& thread, std::string_view key);
+    void SetKey(std::uint64_t id, Thread& thread, std::string_view key);
     void Finish(const LogMoment& now, std::uint64_t id, Thread& thread, std::string_view text);
     void FinishRequest(const LogMoment& now, std::uint64_t id, Thread& thread, Match match,
                        std::uint32_t status);

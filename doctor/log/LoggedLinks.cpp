@@ -75,6 +75,10 @@ std::string LoggedLink::Gripper() const {
 void LoggedLink::AddReply(LoggedReply reply) {
     reply.begin = acknowledged == reply.key ? acknowledgedLine : reply.line;
     acknowledged.clear();
+    Keep(std::move(reply));
+}
+
+void LoggedLink::Keep(LoggedReply reply) {
     replies.push_back(std::move(reply));
     if (replies.size() > kMostReplies) {
         replies.pop_front();
@@ -131,9 +135,23 @@ void LoggedLinks::TakeTimeout(std::uint64_t line, std::uint64_t thread, std::str
         threads[thread].link = *std::ranges::find_if(links, lacks);  // no other is left
         threads[thread].link->hasMonitor = true;
     }
+    LoggedReply reply{.line = line,
+                      .begin = line,
+                      .key = Short(request.substr(0, request.find_first_of("?=("))),
+                      .status = kNoAnswer,
+                      .text = Short(request),
+                      .before = "",
+                      .isFinished = true,
+                      .age = age};
     if (const LinkPointer link = LinkOf(thread)) {
-        link->AddReply({line, 0, Short(request.substr(0, request.find_first_of("?=("))), kNoAnswer,
-                        Short(request), link->processOutput, true, age});
+        reply.before = link->processOutput;
+        link->AddReply(std::move(reply));
+        return;
+    }
+    for (const LinkPointer& link : links) {
+        if (lacks(link)) {  // it may be of each of these
+            link->Keep(reply);
+        }
     }
 }
 
@@ -250,7 +268,7 @@ void LoggedLinks::TakeParserLine(std::uint64_t line, LoggedLink& link, std::stri
         const auto last = std::ranges::find_if(
             link.replies.rbegin(), link.replies.rend(),
             [&](const LoggedReply& each) { return each.key == *finished && !each.isFinished; });
-        if (last != link.replies.rend()) {
+        if (last != link.replies.rend() && link.acknowledged != *finished) {
             last->isFinished = true;
         } else {
             link.AddReply({line, 0, Short(*finished), 0, "", link.processOutput, true});

@@ -49,6 +49,9 @@ struct LoggedLink {
     /// Adds a reply; `reply.begin` is found here.
     void AddReply(LoggedReply reply);
 
+    /// Adds a reply as it is.
+    void Keep(LoggedReply reply);
+
     /// Forgets the reply on `line`, if it has one.
     void Drop(std::uint64_t line);
 

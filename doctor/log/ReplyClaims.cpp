@@ -17,10 +17,12 @@ constexpr std::size_t kMostRepliesOfClaim = 16;
 
 std::vector<std::uint64_t> ReplyClaims::Add(std::vector<std::uint64_t> replies) {
     std::vector<std::uint64_t> settled;
+    std::ranges::sort(replies);
+    const auto repeated = std::ranges::unique(replies);
+    replies.erase(repeated.begin(), repeated.end());
     if (replies.size() > kMostRepliesOfClaim) {
         return settled;
     }
-    std::ranges::sort(replies);
     claims.push_back(std::move(replies));
     for (auto more = TakeSettled(); !more.empty(); more = TakeSettled()) {
         settled.insert(settled.end(), more.begin(), more.end());
@@ -31,9 +33,9 @@ std::vector<std::uint64_t> ReplyClaims::Add(std::vector<std::uint64_t> replies) 
     return settled;
 }
 
-/// Finds replies for which as many requests have ended as there are replies, and that no other of
-/// these requests can have had. Removes both.
-/// @return these replies; none if there are no such
+/// Finds replies to which as many of the requests are limited as there are replies: these requests
+/// have them all. Removes both.
+/// @return these replies, or none
 std::vector<std::uint64_t> ReplyClaims::TakeSettled() {
     const auto found = std::ranges::find_if(claims, [this](const Claim& all) {
         const auto isWithin = [&](const Claim& claim) { return std::ranges::includes(all, claim); };

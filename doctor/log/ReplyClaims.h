@@ -12,8 +12,8 @@ namespace tavrik {
 class ReplyClaims {
 public:
     /// Adds a request that has ended.
-    /// @param replies one of which is its reply
-    /// @return replies that no other request can have, as far as known since this request
+    /// @param replies one of which is its reply; repeated ones count once
+    /// @return replies that are now known to belong to ended requests
     std::vector<std::uint64_t> Add(std::vector<std::uint64_t> replies);
 
 private:

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <deque>
 #include <random>
 
 #include "doctor/log/LogEntry.h"
@@ -178,35 +179,45 @@ TEST(LogModelTest, AReplyIsKeptForTheRequestThatWaitsForIt) {
     EXPECT_EQ(calls[2].owner.candidates, (Lines{"HVA SN:1", "HVA SN:3"}));
 }
 
-/// The log of robots that call a gripper each without a pause, their threads interrupted anywhere.
-/// @return lines; the thread of the robot of master `i` is 100 + i
-Lines RandomCalls(unsigned seed, int robots) {
+/// The log of robots that call grippers without a pause, their threads interrupted anywhere.
+/// @return lines; the thread of robot `i` is 100 + i, its gripper is that of master i % `grippers`
+Lines RandomCalls(unsigned seed, std::size_t robots, std::size_t grippers) {
     constexpr int kCalls = 15;
     struct Robot {
         int calls = 0;
         bool isSent = false;
-        bool isLogged = false;      // that it was sent
-        std::size_t replyLine = 0;  // the next one
+        bool isLogged = false;  // that it was sent
+        Lines reply = {};       // the next line is the last one
     };
-    const Lines reply{"Parsing line: ACK PDOUT", "ACK:PDOUT", "Parsing line: PDOUT=[3,1]",
-                      "Parsing line: FIN PDOUT", "FIN:PDOUT"};
+    const Lines assigned{"FIN:PDOUT", "Parsing line: FIN PDOUT", "ACK:PDOUT"};
+    const Lines read{"FIN:PDOUT", "Parsing line: FIN PDOUT", "Parsing line: PDOUT=[3,1]",
+                     "ACK:PDOUT"};
     std::mt19937 random(seed);
-    std::vector<Robot> all(static_cast<std::size_t>(robots));
+    std::vector<Robot> all(robots);
+    std::vector<std::deque<std::size_t>> unanswered(grippers);  // the robots, in order
     Lines lines;
+    const auto log = [&](std::size_t thread, const std::string& text) {
+        lines.push_back("12:00:01 " + std::to_string(thread) + " " + text);
+    };
     while (std::ranges::any_of(all, [](const Robot& robot) { return robot.calls < kCalls; })) {
-        const std::size_t i = random() % all.size();
+        const std::size_t i = random() % robots;
         Robot& robot = all[i];
-        const auto log = [&](std::size_t thread, const std::string& text) {
-            lines.push_back("12:00:01 " + std::to_string(thread) + " " + text);
-        };
+        auto& queue = unanswered[i % grippers];
         if (!robot.isSent) {
-            robot.isSent = robot.calls < kCalls;
-        } else if (robot.replyLine < reply.size() && random() % 2 == 0) {
-            log(10 * i + 11, reply[robot.replyLine++]);
+            if (robot.calls < kCalls) {
+                robot = {robot.calls, true, false, random() % 2 == 0 ? assigned : read};
+                queue.push_back(i);
+            }
+        } else if (!robot.reply.empty() && queue.front() == i && random() % 2 == 0) {
+            log(10 * (i % grippers) + 11, robot.reply.back());
+            robot.reply.pop_back();
+            if (robot.reply.empty()) {
+                queue.pop_front();
+            }
         } else if (!robot.isLogged) {
             robot.isLogged = true;
             log(100 + i, "New command PDOUT. Active commands: 1");
-        } else if (robot.replyLine == reply.size()) {
+        } else if (robot.reply.empty()) {
             log(100 + i, "Pending command PDOUT deleted (Status: 0).");
             log(100 + i, "Active commands: 0");
             robot = {.calls = robot.calls + 1};
@@ -215,12 +226,14 @@ Lines RandomCalls(unsigned seed, int robots) {
     return lines;
 }
 
-TEST(LogModelTest, NoInterleavingGivesACallToAnotherGripper) {
+class InterleavingTest : public testing::TestWithParam<std::size_t> {};
+
+TEST_P(InterleavingTest, GivesNoCallToAnotherGripper) {
     int known = 0;
     int unknown = 0;
-    for (unsigned seed = 0; seed < 100; ++seed) {
-        for (const LogRow& row : CallsOf(RandomCalls(seed, 3))) {
-            const std::string gripper = "HVA SN:" + std::to_string(*row.thread - 99);
+    for (unsigned seed = 0; seed < 50; ++seed) {
+        for (const LogRow& row : CallsOf(RandomCalls(seed, GetParam(), 3))) {
+            const std::string gripper = "HVA SN:" + std::to_string((*row.thread - 100) % 3 + 1);
             if (row.owner.IsKnown()) {
                 ++known;
                 ASSERT_EQ(row.owner.gripper, gripper) << "seed " << seed;
@@ -232,6 +245,77 @@ TEST(LogModelTest, NoInterleavingGivesACallToAnotherGripper) {
     }
     EXPECT_GT(known, 0);
     EXPECT_GT(unknown, 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(ThreeGrippers, InterleavingTest, testing::Values(3, 6));
+
+TEST(LogModelTest, AFinOfAnotherRequestIsAReplyOfItsOwn) {
+    // The value was for thread 5, which has ended without knowing that.
+    const Rows calls = CallsOf(
+        {"12:00:01 5 New command PDOUT. Active commands: 1",
+         "12:00:01 6 New command PDOUT. Active commands: 1",
+         "12:00:01 11 Parsing line: PDOUT=[3,1]", "12:00:01 21 Parsing line: PDOUT=[3,2]",
+         "12:00:01 5 Pending command PDOUT deleted (Status: 0).", "12:00:01 7 Active commands: 0",
+         "12:00:01 7 New command PDOUT. Active commands: 1",
+         "12:00:01 8 New command PDOUT. Active commands: 1", "12:00:01 11 ACK:PDOUT",
+         "12:00:01 11 FIN:PDOUT", "12:00:01 31 Parsing line: PDOUT=[3,3]",
+         "12:00:01 7 Pending command PDOUT deleted (Status: 0)."});
+    ASSERT_EQ(calls.size(), 2U);
+    EXPECT_EQ(calls[1].owner.candidates, (Lines{"HVA SN:1", "HVA SN:3"}));
+}
+
+TEST(LogModelTest, ACallWhoseBeginningIsCutOffHasNoOwner) {
+    const Rows calls =
+        CallsOf({"12:00:01 21 FIN:PDOUT", "12:00:01 5 Pending command PDOUT deleted (Status: 0).",
+                 "12:00:01 6 Pending command PDOUT deleted (Status: 0)."});
+    ASSERT_EQ(calls.size(), 2U);
+    EXPECT_FALSE(calls[0].owner.IsKnown());
+    EXPECT_FALSE(calls[1].owner.IsKnown());
+}
+
+TEST(LogModelTest, ARequestThatWasNotSentMayBeForAnotherGripperThanTheRefusedOne) {
+    const Rows calls = CallsOf(
+        {"12:00:01 5 New command DEVINFO. Active commands: 1",
+         "12:00:01 11 Parsing line: DEVINFO=[1,3,17,32,16,20,0,31249,20]",
+         "12:00:01 11 FIN:DEVINFO", "12:00:01 5 Pending command DEVINFO deleted (Status: 0).",
+         "12:00:01 5 HVA detected", "12:00:04 5 Failed to write to serial connection: -1",
+         "12:00:04 5 Failed to send command PDOUT",
+         "12:00:04 5 Pending command PDOUT deleted (Status: 0)."});
+    ASSERT_EQ(calls.size(), 1U);
+    EXPECT_EQ(calls[0].call->status, 12U);
+    EXPECT_FALSE(calls[0].owner.IsKnown());
+}
+
+TEST(LogModelTest, ATimeoutOfAnUnknownMonitorMayBeOfEachMasterWithoutOne) {
+    Lines lines = ThreeMasters();
+    for (const char* const start : {" 12 Timeout", " 22 Timeout"}) {
+        std::erase_if(
+            lines, [&](const std::string& line) { return line.find(start) != std::string::npos; });
+    }
+    lines.insert(lines.end(),
+                 {"12:00:01 5 New command PARAM[96][3]. Active commands: 1",
+                  "12:00:01 6 New command PARAM[96][3]. Active commands: 1",
+                  "12:00:02 12 Active command PARAM[96][3]=[3c]", " timed out after 1003 ms.",
+                  "12:00:02 32 Active command PARAM[96][3]=[3c]", " timed out after 1003 ms.",
+                  "12:00:02 5 Pending command PARAM[96][3] deleted (Status: 5).",
+                  "12:00:02 6 Pending command PARAM[96][3] deleted (Status: 5)."});
+    Rows calls = RowsOf(lines);
+    std::erase_if(calls, [](const LogRow& row) { return !row.call; });
+    ASSERT_EQ(calls.size(), 2U);
+    EXPECT_EQ(calls[0].owner.candidates, (Lines{"HVA SN:1", "HVA SN:2", "HVA SN:3"}));
+}
+
+TEST(LogModelTest, AMasterWithoutANameLeavesNoCandidates) {
+    Lines lines = ThreeMasters();
+    lines.insert(
+        lines.end(),
+        {"12:00:01 41 Parsing line: PDIN=[0,0]", "12:00:01 5 New command PDOUT. Active commands: 1",
+         "12:00:01 6 New command PDOUT. Active commands: 1", "12:00:01 11 FIN:PDOUT",
+         "12:00:01 41 FIN:PDOUT", "12:00:01 5 Pending command PDOUT deleted (Status: 0)."});
+    const LogRow row = RowsOf(lines).back();
+    ASSERT_TRUE(row.call);
+    EXPECT_FALSE(row.owner.IsKnown());
+    EXPECT_EQ(row.owner.candidates, Lines{});
 }
 
 TEST(LogModelTest, AReplyThatNoRequestWaitsForIsIgnored) {

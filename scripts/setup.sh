@@ -1,4 +1,5 @@
-# Sourced by the other scripts: progress lines, installation of packages, the build.
+# Sourced by the other scripts: progress lines, installation of packages, the build, and how the
+# kernel shares the processors.
 
 PACKAGES=(cmake g++ make git pkg-config libxmlrpc-c++8-dev libxmlrpc-core-c3-dev libudev-dev
           libcli11-dev nlohmann-json3-dev libarchive-dev libcurl4-openssl-dev libncurses-dev
@@ -68,7 +69,7 @@ build() {
 # tests beside other work no processor for up to 12 s, whatever the priorities.
 AUTOGROUP=/proc/sys/kernel/sched_autogroup_enabled
 
-# Switches them off. Fails where it may not. The caller restores them at its end.
+# Switches them off; fails if it may not. At its end, the caller must call restore_autogroup.
 switch_autogroup_off() {
     local before=0
     [ ! -e "$AUTOGROUP" ] || before=$(<"$AUTOGROUP")

@@ -18,6 +18,7 @@ class PromptnessTest(CtlTestCase):
     def delay(self, command, state):
         """Seconds from the last moment at which the motion had not ended to the report."""
         with ctl.Running(command, HVA, "--wait") as process:
+            end = time.monotonic()
             while True:
                 before = time.monotonic()
                 if self.cell.show(0)["stateName"] == state:

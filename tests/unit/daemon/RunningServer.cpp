@@ -6,8 +6,10 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
+#include <deque>
 #include <filesystem>
 #include <iterator>
 
@@ -22,14 +24,23 @@ namespace {
 
 constexpr std::array<unsigned, 2> kDaemonPorts{44221, 44222};
 
-unsigned AnyPort() {
-    const int probe = ::socket(AF_INET, SOCK_STREAM, 0);
+/// @return a socket that is bound, but does not listen: a server with SO_REUSEADDR may listen at
+/// its
+///         port, and the kernel gives the port to no other program that asks for any
+int ReservePort() {
+    const int reservation = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const int on = 1;
+    ::setsockopt(reservation, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    sockaddr_in any{};
+    any.sin_family = AF_INET;
+    EXPECT_EQ(::bind(reservation, reinterpret_cast<const sockaddr*>(&any), sizeof any), 0);
+    return reservation;
+}
+
+unsigned PortOf(int socket) {
     sockaddr_in address{};
-    address.sin_family = AF_INET;
-    EXPECT_EQ(::bind(probe, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
     socklen_t length = sizeof address;
-    ::getsockname(probe, reinterpret_cast<sockaddr*>(&address), &length);
-    ::close(probe);
+    ::getsockname(socket, reinterpret_cast<sockaddr*>(&address), &length);
     return ntohs(address.sin_port);
 }
 
@@ -46,11 +57,15 @@ xmlrpc_c::rpcOutcome CallOnce(const std::string& url, const std::string& method,
 }  // namespace
 
 unsigned FreePort() {
-    unsigned port = AnyPort();
-    while (port == kDaemonPorts[0] || port == kDaemonPorts[1]) {
-        port = AnyPort();
+    constexpr std::size_t kMostAtOnce = 4;  // of a test
+    static std::deque<int> reservations;
+    if (reservations.size() == kMostAtOnce) {
+        ::close(reservations.front());
+        reservations.pop_front();
     }
-    return port;
+    reservations.push_back(ReservePort());
+    const unsigned port = PortOf(reservations.back());
+    return std::ranges::find(kDaemonPorts, port) == kDaemonPorts.end() ? port : FreePort();
 }
 
 std::ptrdiff_t CountThreads() {

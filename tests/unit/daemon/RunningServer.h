@@ -9,7 +9,9 @@
 
 #include "daemon/AbyssServer.h"
 
-/// @return a free port of 127.0.0.1 that is not one of the daemon's
+/// @return a free port of 127.0.0.1 that is not one of the daemon's. It stays free, for sockets
+/// with
+///         SO_REUSEADDR, until this was called four times more.
 unsigned FreePort();
 
 /// A server has one thread more for each connection. If one of them still runs when the server is

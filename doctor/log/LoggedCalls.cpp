@@ -385,7 +385,8 @@ LoggedCalls::Match LoggedCalls::Find(const std::vector<LinkPointer>& among, std:
     if (possible.size() > 1) {
         match.reply.reset();
     }
-    for (const std::uint64_t line : claims.Add(std::move(possible))) {
+    const auto settled = claims.Add(std::move(possible));
+    for (const std::uint64_t line : settled) {
         for (const LinkPointer& link : links.All()) {
             link->Drop(line);
         }

@@ -1,11 +1,8 @@
 """The daemon without masters: start, log lines, both ports, the list of methods."""
 
 import datetime
-import os
-import pathlib
 import re
 import socket
-import subprocess
 import unittest
 import xmlrpc.client
 
@@ -161,26 +158,6 @@ class DeviceLookupTest(CellTestCase):
                     with self.assertRaises(xmlrpc.client.Fault):
                         self.call(method.name, *arguments)
         self.expect_silence(mark)
-
-
-class FenceTest(unittest.TestCase):
-    """The linker takes the library's function if it meets the library first."""
-
-    FENCE = pathlib.Path(__file__).resolve().parents[2] / "daemon" / "fence" / "CMakeLists.txt"
-    FAULT_TEXT = "xmlrpc_set_fault_formatted_v"
-
-    def test_the_programs_have_their_own_versions_of_library_functions(self):
-        calls = re.findall(r"^tavrik_add_fence\(.*?FUNCTIONS ([^)]*)\)", self.FENCE.read_text(),
-                           re.MULTILINE | re.DOTALL)
-        functions = " ".join(calls).split()
-        self.assertEqual(len(calls), 2)
-        for program, expected in (("TAVRIK_DAEMON", {*functions, self.FAULT_TEXT}),
-                                  ("TAVRIK_CTL", {self.FAULT_TEXT})):
-            symbols = subprocess.run(["nm", "--dynamic", "--defined-only", os.environ[program]],
-                                     check=True, capture_output=True, text=True).stdout
-            defined = {line.split()[-1] for line in symbols.splitlines()}
-            with self.subTest(program=program):
-                self.assertEqual(expected - defined, set())
 
 
 class PortTakenTest(unittest.TestCase):

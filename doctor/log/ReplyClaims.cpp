@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <iterator>
 #include <utility>
 
 namespace tavrik {
@@ -18,8 +17,7 @@ constexpr std::size_t kMostRepliesOfClaim = 16;
 std::vector<std::uint64_t> ReplyClaims::Add(std::vector<std::uint64_t> replies) {
     std::vector<std::uint64_t> settled;
     std::ranges::sort(replies);
-    const auto repeated = std::ranges::unique(replies);
-    replies.erase(repeated.begin(), repeated.end());
+    replies.erase(std::unique(replies.begin(), replies.end()), replies.end());
     if (replies.size() > kMostRepliesOfClaim) {
         return settled;
     }
@@ -44,7 +42,7 @@ std::vector<std::uint64_t> ReplyClaims::TakeSettled() {
     if (found == claims.end()) {
         return {};
     }
-    const Claim settled = *found;
+    Claim settled = *found;
     for (Claim& claim : claims) {
         std::erase_if(
             claim, [&](std::uint64_t reply) { return std::ranges::binary_search(settled, reply); });

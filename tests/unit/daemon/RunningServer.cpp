@@ -59,13 +59,16 @@ xmlrpc_c::rpcOutcome CallOnce(const std::string& url, const std::string& method,
 unsigned FreePort() {
     constexpr std::size_t kMostAtOnce = 4;  // of a test
     static std::deque<int> reservations;
-    if (reservations.size() == kMostAtOnce) {
+    unsigned port = 0;
+    do {
+        reservations.push_back(ReservePort());
+        port = PortOf(reservations.back());
+    } while (std::ranges::find(kDaemonPorts, port) != kDaemonPorts.end());
+    while (reservations.size() > kMostAtOnce) {
         ::close(reservations.front());
         reservations.pop_front();
     }
-    reservations.push_back(ReservePort());
-    const unsigned port = PortOf(reservations.back());
-    return std::ranges::find(kDaemonPorts, port) == kDaemonPorts.end() ? port : FreePort();
+    return port;
 }
 
 std::ptrdiff_t CountThreads() {

@@ -231,7 +231,7 @@ class InterleavingTest : public testing::TestWithParam<std::size_t> {};
 TEST_P(InterleavingTest, GivesNoCallToAnotherGripper) {
     int known = 0;
     int unknown = 0;
-    for (unsigned seed = 0; seed < 20; ++seed) {
+    for (unsigned seed = 0; seed < 10; ++seed) {
         for (const LogRow& row : CallsOf(RandomCalls(seed, GetParam(), 3))) {
             const std::string gripper = "HVA SN:" + std::to_string((*row.thread - 100) % 3 + 1);
             if (row.owner.IsKnown()) {

@@ -9,9 +9,9 @@
 
 #include "daemon/AbyssServer.h"
 
-/// @return a free port of 127.0.0.1 that is not one of the daemon's. It stays free, for sockets
-/// with
-///         SO_REUSEADDR, until this was called four times more.
+/// The kernel gives the port to no other program until this was called four times more; a socket
+/// with SO_REUSEADDR may listen at it.
+/// @return a free port of 127.0.0.1 that is not one of the daemon's
 unsigned FreePort();
 
 /// A server has one thread more for each connection. If one of them still runs when the server is

@@ -250,7 +250,7 @@ TEST_P(InterleavingTest, GivesNoCallToAnotherGripper) {
 INSTANTIATE_TEST_SUITE_P(ThreeGrippers, InterleavingTest, testing::Values(3, 6));
 
 TEST(LogModelTest, AFinOfAnotherRequestIsAReplyOfItsOwn) {
-    // The value was for thread 5, which has ended without knowing that.
+    // The value of master 1 was for the request of 5, which has ended; 7 gets only a FIN.
     const Rows calls = CallsOf(
         {"12:00:01 5 New command PDOUT. Active commands: 1",
          "12:00:01 6 New command PDOUT. Active commands: 1",
